@@ -1,0 +1,109 @@
+# SPDX-License-Identifier: MIT
+#
+# One configure builds two worlds: 32-bit programs (the call host and its modules) and those of the machine's own word
+# size (callers and tools). Every target is named NAME_BITS, and carries the options of its world. On a true 32-bit
+# system there is one world and no -m32.
+#
+#   ka_objects(NAME BITS SOURCES ... [INCLUDES ...] [NEEDS NAME ...])   sources compiled once, for archives and libraries
+#   ka_archive(NAME BITS OBJECTS NAME ...)                              lib<NAME>.a
+#   ka_shared(NAME BITS OBJECTS NAME ... SOVERSION N VERSION_SCRIPT F)  lib<NAME>.so
+#   ka_world(TARGET BITS)                                               gives any other target the options of a world
+#
+# Results: build/lib (32-bit), build/lib64 (64-bit), build/bin.
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+
+add_library(ka_world_32 INTERFACE)
+add_library(ka_world_64 INTERFACE)
+if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+  set(KA_WORLDS 32 64)
+  target_compile_options(ka_world_32 INTERFACE -m32)
+  target_link_options(ka_world_32 INTERFACE -m32)
+else()
+  set(KA_WORLDS 32)
+endif()
+list(GET KA_WORLDS -1 KA_OWN_WORLD)
+# Doubles are computed in SSE2, so that no result depends on the extra precision of the x87 registers.
+target_compile_options(ka_world_32 INTERFACE -msse2 -mfpmath=sse)
+
+add_library(ka_options INTERFACE)
+target_link_libraries(ka_world_32 INTERFACE ka_options)
+target_link_libraries(ka_world_64 INTERFACE ka_options)
+target_compile_options(
+  ka_options
+  INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wcast-align=strict -Wformat=2 -Wundef -Wvla
+            $<$<BOOL:${KA_WERROR}>:-Werror>
+            # The build is reproducible in any directory; messages name files from the project's root.
+            -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+if(KA_SANITIZE)
+  target_compile_options(ka_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+                                             -fno-omit-frame-pointer)
+  target_link_options(ka_options INTERFACE -fsanitize=address,undefined)
+endif()
+if(KA_COVERAGE)
+  target_compile_options(ka_options INTERFACE --coverage -O0)
+  target_link_options(ka_options INTERFACE --coverage)
+endif()
+
+function(ka_world target bits)
+  target_link_libraries(${target} PRIVATE ka_world_${bits})
+endfunction()
+
+# What the libraries themselves are held to: C++20 without a C++ runtime.
+add_library(ka_freestanding INTERFACE)
+target_compile_options(ka_freestanding INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-fno-threadsafe-statics>)
+
+function(ka_lib_dir out bits)
+  if(bits EQUAL 64)
+    set(${out} ${CMAKE_BINARY_DIR}/lib64 PARENT_SCOPE)
+  else()
+    set(${out} ${CMAKE_BINARY_DIR}/lib PARENT_SCOPE)
+  endif()
+endfunction()
+
+function(ka_objects name bits)
+  cmake_parse_arguments(arg "" "" "SOURCES;INCLUDES;NEEDS" ${ARGN})
+  set(target ${name}_${bits})
+  add_library(${target} OBJECT ${arg_SOURCES})
+  ka_world(${target} ${bits})
+  target_link_libraries(${target} PRIVATE ka_freestanding)
+  foreach(dir IN LISTS arg_INCLUDES)
+    target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR}/${dir})
+  endforeach()
+  foreach(need IN LISTS arg_NEEDS)
+    target_include_directories(${target} PUBLIC $<TARGET_PROPERTY:${need}_${bits},INTERFACE_INCLUDE_DIRECTORIES>)
+  endforeach()
+endfunction()
+
+# The objects of a library and the directories of its public headers.
+function(ka_gather target bits)
+  foreach(name IN LISTS ARGN)
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:${name}_${bits}>)
+    target_include_directories(${target} PUBLIC $<TARGET_PROPERTY:${name}_${bits},INTERFACE_INCLUDE_DIRECTORIES>)
+  endforeach()
+  ka_lib_dir(dir ${bits})
+  # LINKER_LANGUAGE C: nothing of ours needs the C++ runtime, so none is linked.
+  set_target_properties(
+    ${target} PROPERTIES LINKER_LANGUAGE C ARCHIVE_OUTPUT_DIRECTORY ${dir} LIBRARY_OUTPUT_DIRECTORY ${dir})
+endfunction()
+
+function(ka_archive name bits)
+  cmake_parse_arguments(arg "" "" "OBJECTS" ${ARGN})
+  set(target ${name}_static_${bits})
+  add_library(${target} STATIC)
+  ka_gather(${target} ${bits} ${arg_OBJECTS})
+  set_target_properties(${target} PROPERTIES OUTPUT_NAME ${name})
+endfunction()
+
+function(ka_shared name bits)
+  cmake_parse_arguments(arg "" "SOVERSION;VERSION_SCRIPT" "OBJECTS" ${ARGN})
+  set(target ${name}_${bits})
+  set(script ${CMAKE_SOURCE_DIR}/${arg_VERSION_SCRIPT})
+  add_library(${target} SHARED)
+  ka_world(${target} ${bits})
+  ka_gather(${target} ${bits} ${arg_OBJECTS})
+  target_link_options(${target} PRIVATE -Wl,--version-script=${script})
+  set_target_properties(
+    ${target} PROPERTIES OUTPUT_NAME ${name} VERSION ${PROJECT_VERSION} SOVERSION ${arg_SOVERSION}
+                         LINK_DEPENDS ${script})
+endfunction()

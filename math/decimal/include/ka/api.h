@@ -1,0 +1,10 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * KA_API marks what leaves a library or a module. Everything is built with hidden visibility; only marked names are
+ * seen from outside, also in a module that is itself built with -fvisibility=hidden. */
+#ifndef KA_API_H
+#define KA_API_H
+
+#define KA_API __attribute__((visibility("default")))
+
+#endif
