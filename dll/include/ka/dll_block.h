@@ -19,27 +19,27 @@
 
 enum {
     DLL_VERSION = 0x101,
-    DLL_MAX_ARGS = 50,               /* arguments of a call, the function name not counted */
-    DLL_MAX_ARGC = DLL_MAX_ARGS + 1  /* descriptors: descriptor 0 is the function name */
+    DLL_MAX_ARGS = 50,              /* arguments of a call, the function name not counted */
+    DLL_MAX_ARGC = DLL_MAX_ARGS + 1 /* descriptors: descriptor 0 is the function name */
 };
 
 /* Value types. Element k of an argument begins at ptr + 4 * elsz * k. */
 enum {
-    DLL_NONE = 0,     /* no value: what u_get_arg reports for an argument that does not exist */
-    DLL_INTEGER = 1,  /* int32_t */
-    DLL_REAL = 2,     /* t_DECIMAL, 12 bytes */
-    DLL_STRING = 3    /* int32_t length, then room for maxlen characters, not terminated */
+    DLL_NONE = 0,    /* no value: what u_get_arg reports for an argument that does not exist */
+    DLL_INTEGER = 1, /* int32_t */
+    DLL_REAL = 2,    /* t_DECIMAL, 12 bytes */
+    DLL_STRING = 3   /* int32_t length, then room for maxlen characters, not terminated */
 };
 
 /* ---- Argument descriptors -------------------------------------------------------------------------------------- */
 
 typedef struct t_DLL_ARG {
-    int32_t type;    /* DLL_INTEGER, DLL_REAL or DLL_STRING */
-    int32_t ref;     /* nonzero: passed by reference; the host may clear it */
-    void *ptr;       /* the value data: the caller's address, or the host's in a record from u_get_arg */
-    int32_t maxlen;  /* DLL_STRING: room for the characters of each element, bytes */
-    int32_t elsz;    /* distance between elements, in 4-byte words */
-    int32_t elcnt;   /* number of elements; a single value has 1 */
+    int32_t type;   /* DLL_INTEGER, DLL_REAL or DLL_STRING */
+    int32_t ref;    /* nonzero: passed by reference; the host may clear it */
+    void *ptr;      /* the value data: the caller's address, or the host's in a record from u_get_arg */
+    int32_t maxlen; /* DLL_STRING: room for the characters of each element, bytes */
+    int32_t elsz;   /* distance between elements, in 4-byte words */
+    int32_t elcnt;  /* number of elements; a single value has 1 */
 } t_DLL_ARG;
 
 typedef struct t_DLL_ARG32 {
@@ -54,26 +54,26 @@ typedef struct t_DLL_ARG32 {
 typedef struct t_DLL_ARG64 {
     int32_t type;
     int32_t ref;
-    uint64_t ptr;  /* only the low 32 bits count */
+    uint64_t ptr; /* only the low 32 bits count */
     int32_t maxlen;
     int32_t elsz;
     int32_t elcnt;
-    int32_t reserved;  /* never read or written by the host */
+    int32_t reserved; /* never read or written by the host */
 } t_DLL_ARG64;
 
 /* ---- The block ------------------------------------------------------------------------------------------------- */
 
 typedef struct t_DLL_INFO {
-    char magic[8];                 /* DLL_MAGIC */
-    int32_t version;               /* DLL_VERSION */
-    int32_t pid;                   /* the caller's process id; replies go there */
-    void *base;                    /* the caller's address of byte 0 of the segment */
-    int32_t retcode;               /* the host's return code; during a call-back the caller's answer */
-    int32_t shmsz;                 /* size of the segment, bytes */
-    void *scratch;                 /* the caller's address of the scratch area, which ends with the segment; or 0 */
-    int32_t cbval;                 /* the value of a call-back; written by the host */
-    int32_t argc;                  /* descriptors in use, the function name included */
-    t_DLL_ARG args[DLL_MAX_ARGC];  /* the segment need only hold those in use */
+    char magic[8];                /* DLL_MAGIC */
+    int32_t version;              /* DLL_VERSION */
+    int32_t pid;                  /* the caller's process id; replies go there */
+    void *base;                   /* the caller's address of byte 0 of the segment */
+    int32_t retcode;              /* the host's return code; during a call-back the caller's answer */
+    int32_t shmsz;                /* size of the segment, bytes */
+    void *scratch;                /* the caller's address of the scratch area, which ends with the segment; or 0 */
+    int32_t cbval;                /* the value of a call-back; written by the host */
+    int32_t argc;                 /* descriptors in use, the function name included */
+    t_DLL_ARG args[DLL_MAX_ARGC]; /* the segment need only hold those in use */
 } t_DLL_INFO;
 
 typedef struct t_DLL_INFO32 {
@@ -93,10 +93,10 @@ typedef struct t_DLL_INFO64 {
     char magic[8];
     int32_t version;
     int32_t pid;
-    uint64_t base;  /* only the low 32 bits count */
+    uint64_t base; /* only the low 32 bits count */
     int32_t retcode;
     int32_t shmsz;
-    uint64_t scratch;  /* empty only when all 8 bytes are zero; only the low 32 bits are translated */
+    uint64_t scratch; /* empty only when all 8 bytes are zero; only the low 32 bits are translated */
     int32_t cbval;
     int32_t argc;
     t_DLL_ARG64 args[DLL_MAX_ARGC];
@@ -104,7 +104,7 @@ typedef struct t_DLL_INFO64 {
 
 /* ---- The wire, field by field ---------------------------------------------------------------------------------- */
 
-#define DLL_WIRE(record, field, offset, width)                                                                   \
+#define DLL_WIRE(record, field, offset, width) \
     static_assert(offsetof(record, field) == (offset) && sizeof(((record *)0)->field) == (width), #record "." #field)
 #define DLL_WIRE_SIZE(record, size) static_assert(sizeof(record) == (size), #record)
 

@@ -19,8 +19,8 @@ KA_API void *u_get_baseptr(void);
 /* Number of descriptors of the call, the function name included; as the caller wrote it. */
 KA_API int32_t u_get_argc(void);
 
-/* Descriptor i (0 is the function name, 1 the first argument), its ptr translated to the host's address; all zero when
-   there is none. A ptr outside the segment ends the process with an assertion. */
+/* Descriptor i (0 is the function name, 1 the first argument), its ptr translated to the host's address; all zero
+   when there is none. A ptr outside the segment ends the process with an assertion. */
 KA_API t_DLL_ARG u_get_arg(int32_t i);
 
 /* Tells the caller that argument i is not to be treated as passed by reference. 0, or -1 when there is no such
@@ -36,14 +36,14 @@ KA_API void *dll_scratch(int32_t size);
 KA_API int32_t dll_callback(int32_t value);
 
 typedef struct t_DLL_FUNCINFO {
-    const char *name;  /* of the function being called */
-    int32_t argc;      /* its arguments, the function name not counted */
+    const char *name; /* of the function being called */
+    int32_t argc;     /* its arguments, the function name not counted */
 } t_DLL_FUNCINFO;
 
 typedef struct t_DLL_ARGINFO {
-    int32_t type;      /* kind that the argument arrived as */
-    const char *name;  /* of its prototype */
-    int32_t elcnt;     /* elements passed */
+    int32_t type;     /* kind that the argument arrived as */
+    const char *name; /* of its prototype */
+    int32_t elcnt;    /* elements passed */
 } t_DLL_ARGINFO;
 
 /* The call in progress; null before the first. The record is static; the next call overwrites it. */
@@ -54,8 +54,9 @@ KA_API t_DLL_FUNCINFO *KaFuncInfo(void);
    record is static; the next call overwrites it. */
 KA_API t_DLL_ARGINFO *KaArgInfo(uintptr_t x);
 
-/* Trace level, 0 at start: what the host writes on standard error about each call. Set by the module, or from outside.
-   Any nonzero value: the call and its return code; 2: argument values; 3: refusals and matching; 4: the block. */
+/* Trace level, 0 at start: what the host writes on standard error about each call. Set by the module, or from
+   outside. Any nonzero value: the call and its return code; 2: argument values; 3: refusals and matching; 4: the
+   block. */
 KA_API extern int32_t dll_debug;
 
 #ifdef __cplusplus

@@ -18,8 +18,8 @@ extern "C" {
 /* Argument kinds: what the function finds in its slot of argv, and what goes back when the caller passed the argument
    by reference. Every slot is a pointer; every kind but zString gives all elements that the caller passed. */
 enum {
-    KA_VARARG = 0,            /* this argument and all that follow, each as kind 2, 5 or 8 by its value type; or none */
-    KA_INT_BY_VALUE = 1,      /* int32_t *; INTEGER in the block itself, or REAL truncated. Nothing goes back */
+    KA_VARARG = 0,       /* this argument and all that follow, each as kind 2, 5 or 8 by its value type; or none */
+    KA_INT_BY_VALUE = 1, /* int32_t *; INTEGER in the block itself, or REAL truncated. Nothing goes back */
     KA_INT_BY_REFERENCE = 2,  /* int32_t * into the block: changes are made in place */
     KA_INT_ARRAY = 3,         /* the same, at least min_elcnt elements */
     KA_REAL_BY_VALUE = 4,     /* double *, from INTEGER or REAL. Nothing goes back */
@@ -31,16 +31,16 @@ enum {
 };
 
 typedef struct t_DLL_FUNC {
-    const char *name;  /* as the caller spells it; null ends the table */
-    int32_t arg_idx;   /* index in KaArgList of the first prototype */
-    int32_t arg_cnt;   /* number of prototypes */
-    void *user;        /* the module's own; the host never reads it */
+    const char *name; /* as the caller spells it; null ends the table */
+    int32_t arg_idx;  /* index in KaArgList of the first prototype */
+    int32_t arg_cnt;  /* number of prototypes */
+    void *user;       /* the module's own; the host never reads it */
 } t_DLL_FUNC;
 
 typedef struct t_DLL_PROTO {
-    const char *name;   /* shown by the trace and by KaArgInfo */
-    int32_t type;       /* argument kind */
-    int32_t min_elcnt;  /* the three array kinds: least number of elements */
+    const char *name;  /* shown by the trace and by KaArgInfo */
+    int32_t type;      /* argument kind */
+    int32_t min_elcnt; /* the three array kinds: least number of elements */
 } t_DLL_PROTO;
 
 static_assert(offsetof(t_DLL_FUNC, arg_idx) == sizeof(char *), "t_DLL_FUNC.arg_idx");

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
  * The interpreter's strings: counted, not terminated, of fixed room. A record does not own its characters. In an
- * argument of kind String or StringArray they lie in the shared block, where a function edits them in place with these
- * helpers; after the call the new length goes back to the caller. Pointers must not be null. */
+ * argument of kind String or StringArray they lie in the shared block, where a function edits them in place with
+ * these helpers; after the call the new length goes back to the caller. Pointers must not be null. */
 #ifndef KA_KASTRING_H
 #define KA_KASTRING_H
 
@@ -17,9 +17,9 @@ extern "C" {
 #endif
 
 typedef struct KaStr {
-    int32_t maxlen;  /* room for characters, bytes */
-    int32_t len;     /* current length, bytes; the helpers keep 0 <= len <= maxlen */
-    char *data;      /* the first character; zero bytes may stand among them */
+    int32_t maxlen; /* room for characters, bytes */
+    int32_t len;    /* current length, bytes; the helpers keep 0 <= len <= maxlen */
+    char *data;     /* the first character; zero bytes may stand among them */
 } KaStr;
 
 static_assert(offsetof(KaStr, maxlen) == 0 && offsetof(KaStr, len) == 4 && offsetof(KaStr, data) == 8, "KaStr");
@@ -28,7 +28,7 @@ static_assert(sizeof(KaStr) == 8 + sizeof(char *), "KaStr");
 /* What the copying helpers return. */
 enum {
     KASTR_OK = 0,
-    KASTR_NO_ROOM = 18  /* the destination's maxlen is too small; it is left entirely unchanged */
+    KASTR_NO_ROOM = 18 /* the destination's maxlen is too small; it is left entirely unchanged */
 };
 
 /* The current length; the room. Bytes. */
@@ -45,9 +45,9 @@ KA_API int32_t KaStrcpy(KaStr *dst, const KaStr *src);
    before every longer string that begins with it. */
 KA_API int32_t KaStrcmp(const KaStr *a, const KaStr *b);
 
-/* The part of s that begins at pos (1 is the first character) and has n characters, or fewer where s ends: a view whose
-   room is its length, so it can be overwritten in place but not extended. Null when pos is not in 1 .. len or n is
-   negative. The record returned is static; the next call overwrites it. */
+/* The part of s that begins at pos (1 is the first character) and has n characters, or fewer where s ends: a view
+   whose room is its length, so it can be overwritten in place but not extended. Null when pos is not in 1 .. len or n
+   is negative. The record returned is static; the next call overwrites it. */
 KA_API KaStr *KaSubstr(const KaStr *s, int32_t pos, int32_t n);
 
 /* Copies s into buf up to its end or its first zero byte, and terminates: buf needs s->len + 1 bytes. Returns the

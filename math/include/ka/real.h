@@ -20,14 +20,14 @@ extern "C" {
 /* Status codes: the interpreter's error numbers. */
 enum {
     REAL_OK = 0,
-    REAL_NOT_INTEGER = 20,       /* does not fit 32 bits; 2147483647 or -2147483648 stored */
-    REAL_RANGE = 23,             /* overflow or underflow; the largest REAL with its sign, or zero, stored */
-    REAL_DIVISION_BY_ZERO = 31,  /* the largest REAL with a sign stored */
-    REAL_NOT_NUMBER = 32,        /* text is not a number; zero stored */
-    REAL_NULL_FIELD = 204        /* a packed field holds null; zero stored */
+    REAL_NOT_INTEGER = 20,      /* does not fit 32 bits; 2147483647 or -2147483648 stored */
+    REAL_RANGE = 23,            /* overflow or underflow; the largest REAL with its sign, or zero, stored */
+    REAL_DIVISION_BY_ZERO = 31, /* the largest REAL with a sign stored */
+    REAL_NOT_NUMBER = 32,       /* text is not a number; zero stored */
+    REAL_NULL_FIELD = 204       /* a packed field holds null; zero stored */
 };
 
-KA_API extern const t_DECIMAL c_min_int32;  /* -2147483648 */
+KA_API extern const t_DECIMAL c_min_int32; /* -2147483648 */
 
 /* Prints "fatal math error cc #..." and the place on standard error, then aborts. cc is -2 for a null REAL, else the
    code that was not expected. */
@@ -73,7 +73,8 @@ KA_API char *m_to_asc(const t_DECIMAL *x, char *buf, int length, int places);
    stored. An empty or blank text is fatal. */
 KA_API int m_cv_asc(const char *text, int length, t_DECIMAL *r);
 
-/* dececvt and decfcvt, with *decpt and *sign 0 for a zero value. The string is the decimal library's static buffer. */
+/* dececvt and decfcvt, with *decpt and *sign 0 for a zero value. The string is the decimal library's static buffer.
+ */
 KA_API char *m_ecvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign);
 KA_API char *m_fcvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign);
 

@@ -27,10 +27,10 @@ extern "C" {
 #endif
 
 enum {
-    DEC_BASE = 100,    /* each digit is 0 to 99: two decimals */
-    DEC_DIGITS = 8,    /* digits in a record */
-    DEC_EXP_MAX = 63,  /* largest base-100 exponent */
-    DEC_EXP_MIN = -64  /* smallest base-100 exponent */
+    DEC_BASE = 100,   /* each digit is 0 to 99: two decimals */
+    DEC_DIGITS = 8,   /* digits in a record */
+    DEC_EXP_MAX = 63, /* largest base-100 exponent */
+    DEC_EXP_MIN = -64 /* smallest base-100 exponent */
 };
 
 /* dec_pos */
@@ -39,20 +39,20 @@ enum { DEC_NEGATIVE = 0, DEC_POSITIVE = 1, DEC_NULL = 255 };
 /* Result codes. */
 enum {
     DEC_OK = 0,
-    DEC_NEGATIVE_PLACES = -1,      /* a negative number of decimal places */
-    DEC_NOT_COMPARABLE = -2,       /* comparison: an operand is null */
-    DEC_OVERFLOW = -1200,          /* exponent above 63, or outside the range of the integer asked for */
-    DEC_UNDERFLOW = -1201,         /* exponent below -64 */
-    DEC_DIVISION_BY_ZERO = -1202,  /* the divisor has no digits */
-    DEC_BAD_TEXT = -1213,          /* text is not a number */
-    DEC_BAD_EXPONENT = -1216       /* exponent in the text above 999 */
+    DEC_NEGATIVE_PLACES = -1,     /* a negative number of decimal places */
+    DEC_NOT_COMPARABLE = -2,      /* comparison: an operand is null */
+    DEC_OVERFLOW = -1200,         /* exponent above 63, or outside the range of the integer asked for */
+    DEC_UNDERFLOW = -1201,        /* exponent below -64 */
+    DEC_DIVISION_BY_ZERO = -1202, /* the divisor has no digits */
+    DEC_BAD_TEXT = -1213,         /* text is not a number */
+    DEC_BAD_EXPONENT = -1216      /* exponent in the text above 999 */
 };
 
 typedef struct t_DECIMAL {
-    int16_t dec_exp;                /* base-100 exponent */
-    uint8_t dec_pos;                /* DEC_POSITIVE, DEC_NEGATIVE or DEC_NULL */
-    int8_t dec_ndgts;               /* digits in use, 0 to 8 */
-    uint8_t dec_dgts[DEC_DIGITS];   /* most significant first, each 0 to 99 */
+    int16_t dec_exp;              /* base-100 exponent */
+    uint8_t dec_pos;              /* DEC_POSITIVE, DEC_NEGATIVE or DEC_NULL */
+    int8_t dec_ndgts;             /* digits in use, 0 to 8 */
+    uint8_t dec_dgts[DEC_DIGITS]; /* most significant first, each 0 to 99 */
 } t_DECIMAL;
 
 static_assert(sizeof(t_DECIMAL) == 12, "t_DECIMAL");
@@ -62,11 +62,11 @@ static_assert(offsetof(t_DECIMAL, dec_ndgts) == 3, "t_DECIMAL.dec_ndgts");
 static_assert(offsetof(t_DECIMAL, dec_dgts) == 4, "t_DECIMAL.dec_dgts");
 
 /* Constants. */
-KA_API extern const t_DECIMAL c_dec_zero;   /* 0 */
-KA_API extern const t_DECIMAL c_dec_one;    /* 1 */
-KA_API extern const t_DECIMAL c_dec_huge;   /* fourteen nines at exponent 63, the largest REAL */
-KA_API extern const t_DECIMAL c_int32_max;  /* 2147483647 */
-KA_API extern const t_DECIMAL c_int32_min;  /* -2147483648 */
+KA_API extern const t_DECIMAL c_dec_zero;  /* 0 */
+KA_API extern const t_DECIMAL c_dec_one;   /* 1 */
+KA_API extern const t_DECIMAL c_dec_huge;  /* fourteen nines at exponent 63, the largest REAL */
+KA_API extern const t_DECIMAL c_int32_max; /* 2147483647 */
+KA_API extern const t_DECIMAL c_int32_min; /* -2147483648 */
 
 /* ---- Packed storage: one byte of exponent and sign, then length - 1 digit bytes -------------------------------- */
 
@@ -90,8 +90,8 @@ KA_API int decadd(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 /* result = a - b, as decadd of a and b with its sign changed; a zero b gives a unchanged. */
 KA_API int decsub(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 
-/* -1, 0 or +1 as a is below, equal to or above b; DEC_NOT_COMPARABLE when either is null. Trailing zero digits make no
-   difference, and all zeros are equal. */
+/* -1, 0 or +1 as a is below, equal to or above b; DEC_NOT_COMPARABLE when either is null. Trailing zero digits make
+   no difference, and all zeros are equal. */
 KA_API int deccmp(const t_DECIMAL *a, const t_DECIMAL *b);
 
 /* Changes the sign of x in place; zero keeps its sign byte, null stays null. Returns DEC_OK. */
@@ -126,8 +126,8 @@ KA_API int deccvasc(const char *field, int length, t_DECIMAL *result);
 KA_API int deccvint16(int16_t value, t_DECIMAL *result);
 KA_API int deccvint32(int32_t value, t_DECIMAL *result);
 
-/* Record to integer, truncated toward zero; null gives the most negative integer. Returns DEC_OK, or DEC_OVERFLOW with
-   *result unwritten when the integer part is out of range. */
+/* Record to integer, truncated toward zero; null gives the most negative integer. Returns DEC_OK, or DEC_OVERFLOW
+ *with result unwritten when the integer part is out of range. */
 KA_API int dectoint16(const t_DECIMAL *value, int16_t *result);
 KA_API int dectoint32(const t_DECIMAL *value, int32_t *result);
 

@@ -1,0 +1,40 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * What the host keeps about the shared call block. Set once at start, never changed afterwards. */
+#ifndef KA_BLOCK_H
+#define KA_BLOCK_H
+
+#include <stdint.h>
+#include <string.h>
+
+#include "ka/dll_block.h"
+#include "ka/dll_host.h"
+
+extern "C" {
+extern int32_t dll_compat;   /* layout selector: 0 native, 64; 32 is understood by the accessors but never stored */
+extern t_DLL_INFO *dll_info; /* the host's own address of the segment */
+extern void *shm_addr;       /* the same, kept for detaching */
+extern int32_t shm_id;       /* the segment identifier from the command line */
+}
+
+/* Values in the block need not be aligned: they are loaded and stored by copying bytes. */
+inline int32_t load32(const void *from)
+{
+    int32_t value;
+    memcpy(&value, from, sizeof value);
+    return value;
+}
+
+inline void store32(void *to, int32_t value)
+{
+    memcpy(to, &value, sizeof value);
+}
+
+/* The host's address of element k of an argument. Addresses wrap at 32 bits, as the block's own do. */
+inline char *element(const t_DLL_ARG &arg, int32_t k)
+{
+    const uintptr_t distance = static_cast<uint32_t>(k) * static_cast<uint32_t>(arg.elsz) * 4u;
+    return reinterpret_cast<char *>(reinterpret_cast<uintptr_t>(arg.ptr) + distance);
+}
+
+#endif

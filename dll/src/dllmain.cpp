@@ -1,0 +1,358 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The host process: start, the wait for signals, the handler that performs a call and answers the caller, the end.
+ * And the only code that reads and writes the shared block: argument access, scratch area and call-back. One thread;
+ * every call runs to its end inside the handler of SIGUSR2. */
+#include <dlfcn.h>
+#include <errno.h>
+#include <setjmp.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+#include "always_assert.h"
+#include "block.h"
+#include "call.h"
+#include "ka/dll_codes.h"
+#include "ka/dll_module.h"
+
+extern "C" {
+int32_t dll_compat;
+t_DLL_INFO *dll_info;
+void *shm_addr;
+int32_t shm_id;
+}
+
+/* ---- The three layouts: one row each, one accessor for all ------------------------------------------------------
+ */
+
+namespace {
+
+struct t_LAYOUT {
+    uint8_t base, retcode, shmsz, scratch, cbval, argc, args; /* offsets in the block */
+    uint8_t arg_size, arg_maxlen, arg_elsz, arg_elcnt;        /* the descriptor: its size, what comes after ptr */
+    uint8_t address_size;                                     /* bytes of an address; all must be zero for "none" */
+    bool translates_ptr;                                      /* see layout_32 */
+    const char *range_text;                                   /* what a failed address check prints */
+};
+
+/* type, ref and ptr stand at the same offsets in every descriptor; magic, version and pid in every header. */
+#define LAYOUT(info, arg, translates, text)                                                                        \
+    {                                                                                                              \
+        offsetof(info, base), offsetof(info, retcode), offsetof(info, shmsz), offsetof(info, scratch),             \
+            offsetof(info, cbval), offsetof(info, argc), offsetof(info, args), sizeof(arg), offsetof(arg, maxlen), \
+            offsetof(arg, elsz), offsetof(arg, elcnt), sizeof(info::scratch), translates, text                     \
+    }
+
+constexpr t_LAYOUT layout_native = LAYOUT(t_DLL_INFO, t_DLL_ARG, true, "ofs >= 0 && ofs < dll_info->shmsz");
+/* KEPT: with this layout an argument's ptr is handed on as stored, neither translated nor checked, although the
+   scratch address is both. Test: Layout32.u_get_arg_hands_ptr_on_as_stored. */
+constexpr t_LAYOUT layout_32 =
+    LAYOUT(t_DLL_INFO32, t_DLL_ARG32, false, "ofs >= 0 && ofs < ((t_DLL_INFO32 *)dll_info)->shmsz");
+/* KEPT: a scratch field counts as empty only when all 8 bytes are zero, although only 4 are translated.
+   Test: Scratch.layout_64_is_present_when_only_the_high_half_is_set. */
+constexpr t_LAYOUT layout_64 =
+    LAYOUT(t_DLL_INFO64, t_DLL_ARG64, true, "ofs >= 0 && ofs < ((t_DLL_INFO64 *)dll_info)->shmsz");
+
+const t_LAYOUT &layout(void)
+{
+    if (dll_compat == 0) return layout_native;
+    return dll_compat == 32 ? layout_32 : layout_64;
+}
+
+char *at(uint32_t offset)
+{
+    return reinterpret_cast<char *>(dll_info) + offset;
+}
+
+/* Descriptor i of the layout in force. The caller has checked i against argc; argc itself is trusted. */
+char *descriptor(const t_LAYOUT &row, int32_t i)
+{
+    return at(row.args + static_cast<uint32_t>(i) * row.arg_size);
+}
+
+bool has_descriptor(const t_LAYOUT &row, int32_t i)
+{
+    return i >= 0 && i < load32(at(row.argc));
+}
+
+/* An address of the caller's as an offset in the segment; anything outside ends the process. */
+int32_t offset_of(const t_LAYOUT &row, uint32_t address, const char *function)
+{
+    const int32_t ofs = static_cast<int32_t>(address - static_cast<uint32_t>(load32(at(row.base))));
+    if (ofs < 0 || ofs >= load32(at(row.shmsz)))
+        always_assert_fail(row.range_text, "dll/src/dllmain", __LINE__, function);
+    return ofs;
+}
+
+} // namespace
+
+/* ---- Argument access --------------------------------------------------------------------------------------------
+ */
+
+void *u_get_baseptr(void)
+{
+    return dll_info;
+}
+
+int32_t u_get_argc(void)
+{
+    return load32(at(layout().argc));
+}
+
+t_DLL_ARG u_get_arg(int32_t i)
+{
+    const t_LAYOUT &row = layout();
+    t_DLL_ARG arg = {};
+    if (!has_descriptor(row, i)) return arg;
+    const char *from = descriptor(row, i);
+    const uint32_t ptr = static_cast<uint32_t>(load32(from + offsetof(t_DLL_ARG, ptr)));
+    arg.type = load32(from + offsetof(t_DLL_ARG, type));
+    arg.ref = load32(from + offsetof(t_DLL_ARG, ref));
+    arg.ptr = row.translates_ptr ? at(static_cast<uint32_t>(offset_of(row, ptr, "u_get__arg")))
+                                 : reinterpret_cast<void *>(static_cast<uintptr_t>(ptr));
+    arg.maxlen = load32(from + row.arg_maxlen);
+    arg.elsz = load32(from + row.arg_elsz);
+    arg.elcnt = load32(from + row.arg_elcnt);
+    return arg;
+}
+
+int32_t u_unref_arg(int32_t i)
+{
+    const t_LAYOUT &row = layout();
+    if (!has_descriptor(row, i)) return -1;
+    store32(descriptor(row, i) + offsetof(t_DLL_ARG, ref), 0);
+    return 0;
+}
+
+void *dll_scratch(int32_t size)
+{
+    static const char none[sizeof(uint64_t)] = {};
+    const t_LAYOUT &row = layout();
+    if (memcmp(at(row.scratch), none, row.address_size) == 0) return nullptr;
+    const int32_t ofs = offset_of(row, static_cast<uint32_t>(load32(at(row.scratch))), "dll_scratch");
+    if (load32(at(row.shmsz)) - ofs < size) return nullptr;
+    return at(static_cast<uint32_t>(ofs));
+}
+
+/* ---- Signals to the caller --------------------------------------------------------------------------------------
+ */
+
+namespace {
+
+/* False when the caller is gone. A pid of 0 or below would name a group of processes or all of them: it counts as
+   gone. */
+bool signal_caller(void)
+{
+    const int32_t pid = load32(at(offsetof(t_DLL_INFO, pid)));
+    return pid > 0 && kill(pid, SIGUSR2) == 0;
+}
+
+sigjmp_buf dll_callback_jmp; /* valid while dll_callback waits */
+
+void dll_callback_handler(int)
+{
+    siglongjmp(dll_callback_jmp, 0);
+}
+
+void install(int signal, void (*handler)(int), struct sigaction *previous)
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, previous);
+}
+
+/* Lets signals in, except those of blocked, for as long as it takes. */
+[[noreturn]] void wait_for_signals(const sigset_t *blocked)
+{
+    for (;;)
+        sigsuspend(blocked);
+}
+
+} // namespace
+
+/* SIGUSR2 is blocked on entry and stays so up to the wait: an answer that comes early stays pending and is not lost.
+ */
+int32_t dll_callback(int32_t value)
+{
+    /* Static because a local changed before the jump back would be lost; there is only one call-back at a time. */
+    static struct sigaction previous;
+
+    store32(at(layout().cbval), value);
+    install(SIGUSR2, dll_callback_handler, &previous);
+    if (!signal_caller()) raise(SIGTERM);
+
+    /* KEPT: the jump leaves the mask of the answering handler in force, so from here on SIGUSR1 is not blocked until
+       the call ends; a mask saved and restored would block it again. Test: Callback.leaves_sigusr1_unblocked. */
+    if (sigsetjmp(dll_callback_jmp, 0) == 0) {
+        sigset_t blocked;
+        sigemptyset(&blocked);
+        sigaddset(&blocked, SIGINT);
+        sigaddset(&blocked, SIGIO);
+        sigaddset(&blocked, SIGALRM);
+        wait_for_signals(&blocked);
+    }
+    sigaction(SIGUSR2, &previous, nullptr);
+    return load32(at(layout().retcode));
+}
+
+/* ---- Start ------------------------------------------------------------------------------------------------------
+ */
+
+/* A module's own hooks take the place of these. They are looked up by name at start: a direct call could be bound to
+   these empty ones inside the library, whatever the module defines (-Bsymbolic-functions does so). */
+__attribute__((weak)) void dll_setup(void) {}
+__attribute__((weak)) void dll_cleanup(void) {}
+
+namespace {
+
+using t_HOOK = void (*)(void);
+
+/* Where the host is linked statically no symbol table names the hook, and the linker has already chosen. */
+t_HOOK find_hook(const char *name, t_HOOK linked)
+{
+    void *found = dlsym(RTLD_DEFAULT, name);
+    return found != nullptr ? reinterpret_cast<t_HOOK>(found) : linked;
+}
+
+t_HOOK cleanup; /* found at start, because a signal handler may not ask the dynamic linker */
+
+void read_arguments(int argc, char **argv)
+{
+    if (argc != 2) {
+        fprintf(stderr, "%s: Illegal call\n", argv[0]);
+        exit(KA_EXIT_START);
+    }
+    shm_id = static_cast<int32_t>(strtol(argv[1], nullptr, 10));
+    dll_compat = 0;
+    const char *colon = strchr(argv[1], ':');
+    if (colon == nullptr) return;
+    const long suffix = strtol(colon + 1, nullptr, 10);
+    if ((suffix & ~32L) == 0) return; /* 0 and 32: the native layout has the offsets of layout 32 */
+    if (suffix != 64) {
+        fprintf(stderr, "%s: Illegal argument: %s\n", argv[0], argv[1]);
+        exit(KA_EXIT_START);
+    }
+    dll_compat = 64;
+}
+
+/* Signals of these sets, as bits of their number: what the caller arranged stays, what a crash needs is reset even
+   when it was inherited as ignored. */
+constexpr uint32_t untouched_signals = 1u << SIGKILL | 1u << SIGUSR2 | 1u << SIGTERM | 1u << SIGSTOP;
+constexpr uint32_t fault_signals = 1u << SIGILL | 1u << SIGTRAP | 1u << SIGBUS | 1u << SIGSEGV;
+static_assert(untouched_signals == 0x89200 && fault_signals == 0x8b0);
+
+bool in_set(uint32_t set, int signal)
+{
+    return signal < 20 && (set >> signal & 1) != 0;
+}
+
+/* Results are ignored: the C library keeps two signals for itself. */
+void reset_signals(void)
+{
+    for (int signal = 1; signal <= 64; signal++) {
+        if (in_set(untouched_signals, signal)) continue;
+        struct sigaction action = {};
+        if (!in_set(fault_signals, signal)) {
+            sigaction(signal, nullptr, &action);
+            if (action.sa_handler == SIG_IGN) continue;
+        }
+        action = {};
+        action.sa_handler = SIG_DFL;
+        sigemptyset(&action.sa_mask);
+        sigaction(signal, &action, nullptr);
+    }
+}
+
+void close_descriptors(int first, int last)
+{
+    if (first > last) return;
+    /* One system call where the kernel has it: the limit can be 2^30. */
+    if (close_range(static_cast<unsigned>(first), static_cast<unsigned>(last), 0) == 0) return;
+    for (int fd = first; fd <= last; fd++)
+        close(fd);
+}
+
+/* Only standard error stays. Descriptors above the limit cannot have been opened under it; they stay too. */
+void close_inherited(void)
+{
+    const int last = static_cast<int>(sysconf(_SC_OPEN_MAX)) - 1;
+    close_descriptors(0, last < 1 ? last : 1);
+    close_descriptors(3, last);
+}
+
+void attach_block(void)
+{
+    shm_addr = shmat(shm_id, nullptr, 0);
+    if (shm_addr == reinterpret_cast<void *>(-1)) {
+        perror("shmat");
+        exit(KA_EXIT_START);
+    }
+    dll_info = static_cast<t_DLL_INFO *>(shm_addr);
+    if (memcmp(dll_info->magic, DLL_MAGIC, sizeof dll_info->magic) != 0) {
+        fputs("Bad DLL_MAGIC\n", stderr);
+        exit(KA_EXIT_START);
+    }
+    if (dll_info->version != DLL_VERSION) {
+        fprintf(stderr, "Unsupported DLL_VERSION %x\n", static_cast<unsigned>(dll_info->version));
+        exit(KA_EXIT_START);
+    }
+}
+
+/* ---- Calls and the end ------------------------------------------------------------------------------------------
+ */
+
+[[noreturn]] void end_host(void)
+{
+    /* The block goes away: a call signal that comes now must not find it gone. */
+    sigset_t calls;
+    sigemptyset(&calls);
+    sigaddset(&calls, SIGUSR2);
+    sigprocmask(SIG_BLOCK, &calls, nullptr);
+
+    shmdt(shm_addr);
+    cleanup();
+    exit(0);
+}
+
+/* SIGTERM is never blocked: the end can come nested inside a call. */
+void signal_handler(int signal)
+{
+    if (signal == SIGTERM) end_host();
+    const int32_t code = dll_main();
+    store32(at(layout().retcode), code);
+    if (!signal_caller()) raise(SIGTERM);
+}
+
+} // namespace
+
+KA_API int main(int argc, char **argv)
+{
+    read_arguments(argc, argv);
+
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGINT);
+    sigaddset(&blocked, SIGUSR1);
+    sigaddset(&blocked, SIGUSR2);
+    sigaddset(&blocked, SIGIO);
+    sigaddset(&blocked, SIGALRM);
+    sigprocmask(SIG_BLOCK, &blocked, nullptr);
+
+    reset_signals();
+    close_inherited();
+    attach_block();
+    cleanup = find_hook("dll_cleanup", dll_cleanup);
+    find_hook("dll_setup", dll_setup)();
+    install(SIGTERM, signal_handler, nullptr);
+    install(SIGUSR2, signal_handler, nullptr);
+
+    sigdelset(&blocked, SIGUSR2);
+    sigdelset(&blocked, SIGTERM);
+    wait_for_signals(&blocked);
+}

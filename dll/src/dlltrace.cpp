@@ -1,0 +1,253 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Every character that the trace writes. It only reads: nothing here changes what a call does. Lines of the block
+ * dump end with carriage return and line feed, all others with a line feed. */
+#include "trace.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include "block.h"
+#include "ka/kastring.h"
+
+KA_API int32_t dll_debug = 0;
+
+/* ---- The block --------------------------------------------------------------------------------------------------
+ */
+
+namespace {
+
+const char *type_name(int32_t type)
+{
+    switch (type) {
+    case DLL_INTEGER:
+        return "DLL_INTEGER";
+    case DLL_REAL:
+        return "DLL_REAL";
+    case DLL_STRING:
+        return "DLL_STRING";
+    default:
+        return "DLL_???";
+    }
+}
+
+unsigned word(const char *from, int index)
+{
+    return static_cast<unsigned>(load32(from + 4 * index));
+}
+
+void write_block_value(const t_DLL_ARG &arg)
+{
+    const char *value = static_cast<const char *>(arg.ptr);
+    switch (arg.type) {
+    case DLL_INTEGER:
+        fprintf(stderr, "= %d\r\n", load32(value));
+        break;
+    case DLL_REAL:
+        fprintf(stderr, "= %08x %08x %08x\r\n", word(value, 0), word(value, 1), word(value, 2));
+        break;
+    case DLL_STRING:
+        fprintf(stderr, "= \"%*.*s\"\r\n", load32(value), load32(value), value + 4);
+        break;
+    default:
+        break;
+    }
+}
+
+void write_descriptor(int32_t i, const void *origin)
+{
+    const t_DLL_ARG arg = u_get_arg(i);
+    const uintptr_t ofs = reinterpret_cast<uintptr_t>(arg.ptr) - reinterpret_cast<uintptr_t>(origin);
+    fprintf(stderr, "# %d\r\n", i);
+    fprintf(stderr, "type   = %s\r\n", type_name(arg.type));
+    fprintf(stderr, "ptr    = %p\r\n", arg.ptr);
+    fprintf(stderr, "ofs    = %d\r\n", static_cast<int32_t>(ofs));
+    fprintf(stderr, "maxlen = %d\r\n", arg.maxlen);
+    fprintf(stderr, "elsz   = %d\r\n", arg.elsz);
+    fprintf(stderr, "elcnt  = %d\r\n", arg.elcnt);
+    write_block_value(arg);
+}
+
+} // namespace
+
+void write_block(void)
+{
+    const int32_t argc = u_get_argc();
+    fprintf(stderr, "dll base = %p\r\n", u_get_baseptr());
+    fprintf(stderr, "argc = %d\r\n", argc);
+    if (argc > 0) {
+        const void *origin = u_get_arg(0).ptr;
+        for (int32_t i = 0; i < argc; i++) {
+            write_descriptor(i, origin);
+        }
+    }
+    fflush(stderr);
+}
+
+/* ---- Refusals ---------------------------------------------------------------------------------------------------
+ */
+
+void write_no_name(void)
+{
+    fputs("illegal argument count, function name is required\n", stderr);
+}
+
+void write_too_many(void)
+{
+    fprintf(stderr, "argument count exceeds maximum (%d)\n", DLL_MAX_ARGS);
+}
+
+void write_name_type(void)
+{
+    fputs("first argument must be function name\n", stderr);
+}
+
+void write_undefined(int32_t length, const char *characters)
+{
+    fprintf(stderr, "undefined function name: \"%.*s\"\n", length, characters);
+}
+
+void write_extra(void)
+{
+    fputs("extra argument detected\n", stderr);
+}
+
+void write_wrong_count(int32_t argi)
+{
+    fprintf(stderr, "%s: wrong number of arguments\n", KaFunc->name);
+    fprintf(stderr, "KaFunc->arg_cnt = %d, argi = %d, proto->type = %d\n", KaFunc->arg_cnt, argi,
+            prototype(argi)->type);
+}
+
+/* ---- Matching ---------------------------------------------------------------------------------------------------
+ */
+
+namespace {
+
+const char *kind_name(int32_t kind)
+{
+    if (kind == KA_VARARG) return KaArgTypeNames[0].name;
+    const t_KIND_NAME *row = &KaArgTypeNames[1];
+    while (row->kind != -1 && row->kind != kind)
+        row++;
+    return row->name;
+}
+
+const char *passed_type_name(int32_t type)
+{
+    switch (type) {
+    case DLL_INTEGER:
+        return "INTEGER";
+    case DLL_REAL:
+        return "REAL";
+    case DLL_STRING:
+        return "STRING";
+    default:
+        return "";
+    }
+}
+
+} // namespace
+
+void write_function(void)
+{
+    fprintf(stderr, "\nfunction name = \"%s\", argc = %d\n", KaFunc->name, KaFunc_arg_cnt);
+}
+
+void write_argument(const t_DLL_PROTO *proto, const t_DLL_ARG &arg)
+{
+    fprintf(stderr, " arg = %s", proto->name);
+    fprintf(stderr, ", %s", kind_name(proto->type));
+    fprintf(stderr, ", CALL = %s", passed_type_name(arg.type));
+    fprintf(stderr, ", elcnt = %d", arg.elcnt);
+    fprintf(stderr, " (%s)\n", arg.ref != 0 ? "ByRef" : "ByValue");
+}
+
+/* ---- The call and its values ------------------------------------------------------------------------------------
+ */
+
+namespace {
+
+void write_element(int32_t code, const void *values, int32_t k)
+{
+    switch (code) {
+    case CV_BLOCK:
+    case CV_REAL_INT:
+        fprintf(stderr, "%d", load32(static_cast<const char *>(values) + 4 * k));
+        break;
+    case CV_STRREC: {
+        const KaStr &s = static_cast<const KaStr *>(values)[k];
+        fprintf(stderr, "\"%.*s\"", s.len, s.data);
+        break;
+    }
+    case CV_ZSTRING:
+        fprintf(stderr, "\"%s\"", static_cast<const char *>(values));
+        break;
+    case CV_INT_DBL:
+    case CV_REAL_DBL:
+        fprintf(stderr, "%1.15g", static_cast<const double *>(values)[k]);
+        break;
+    default:
+        fputs("*ERROR*", stderr);
+        break;
+    }
+}
+
+bool shown_as_array(const t_DLL_PROTO *proto, const t_DLL_ARG &arg)
+{
+    switch (proto->type) {
+    case KA_INT_ARRAY:
+    case KA_REAL_ARRAY:
+    case KA_STRING_ARRAY:
+        return true;
+    case KA_VARARG:
+        return arg.type >= DLL_INTEGER && arg.type <= DLL_STRING && arg.elcnt > 1;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+void dump_value(int32_t code, const void *values, int32_t count)
+{
+    for (int32_t k = 0; k < count; k++) {
+        if (count != 1) fprintf(stderr, "  [%2d] ", k);
+        write_element(code, values, k);
+        if (count != 1) fputc('\n', stderr);
+    }
+}
+
+void write_call(void)
+{
+    fprintf(stderr, "\ncalling %s, argc = %d\n", KaFunc->name, KaFunc_arg_cnt);
+}
+
+/* KEPT: an array of exactly one element leaves its value without a line end, and the next name follows on the same
+   line. Test: Trace.array_of_one_element_has_no_line_end. */
+void write_value(const t_DLL_PROTO *proto, const t_DLL_ARG &arg, int32_t slot)
+{
+    fprintf(stderr, " %s", proto->name);
+    if (shown_as_array(proto, arg)) {
+        fprintf(stderr, " = array [%d]\n", arg.elcnt);
+        dump_value(KaCv[slot], KaAv[slot], arg.elcnt);
+    } else {
+        fputs(" = ", stderr);
+        dump_value(KaCv[slot], KaAv[slot], 1);
+        fputc('\n', stderr);
+    }
+}
+
+void write_values(void)
+{
+    int32_t argi = 0;
+    for (int32_t n = 1; n <= KaFunc_arg_cnt; n++) {
+        write_value(prototype(argi), u_get_arg(n), n - 1);
+        argi = next_prototype(argi);
+    }
+}
+
+void write_result(int32_t result)
+{
+    fprintf(stderr, "return code is %d\n", result);
+}

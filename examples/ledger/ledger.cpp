@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+//
+// REAL values in C++, exact to the last cent: a function that takes REALs by value gets doubles, so these read the
+// decimal records themselves, from text or from the block.
+#include <cstring>
+#include <ka/dll_host.h>
+#include <ka/dll_module.h>
+#include <ka/kastring.h>
+#include <ka/real.h>
+
+namespace {
+
+// The sum of amounts given as text, as text with two places. 32: an amount is not a number.
+std::int32_t sum_texts(void **argv)
+{
+    const auto *amounts = static_cast<const KaStr *>(argv[0]);
+    auto *sum = static_cast<KaStr *>(argv[1]);
+    t_DECIMAL total = c_dec_zero;
+    for (std::int32_t k = 0; k < KaArgInfo(0)->elcnt; k++) {
+        t_DECIMAL amount;
+        if (deccvasc(amounts[k].data, amounts[k].len, &amount) != DEC_OK) return REAL_NOT_NUMBER;
+        if (decadd(&total, &amount, &total) != DEC_OK) return REAL_RANGE;
+    }
+    char text[32];
+    return str2KaStr(m_to_asc(&total, text, 30, 2), sum);
+}
+
+// a - b, subtracted in decimal from the records in the block. Only the result goes through a double, on its way back.
+std::int32_t difference(void **argv)
+{
+    t_DECIMAL value[2];
+    for (std::int32_t i = 0; i < 2; i++) {
+        std::memcpy(&value[i], u_get_arg(i + 1).ptr, sizeof value[i]);
+    }
+    if (decsub(&value[0], &value[1], &value[0]) != DEC_OK) return REAL_RANGE;
+    return m_to_dbl(&value[0], static_cast<double *>(argv[2]));
+}
+
+// One year's interest, where a double is good enough.
+std::int32_t interest(void **argv)
+{
+    auto *balance = static_cast<double *>(argv[0]);
+    *balance += *balance * *static_cast<const double *>(argv[1]) / 100;
+    return 0;
+}
+
+constexpr std::int32_t (*bodies[])(void **) = {sum_texts, difference, interest};
+
+} // namespace
+
+// clang-format off
+t_DLL_PROTO KaArgList[] = {
+    {"amounts", KA_STRING_ARRAY, 1},      {"sum", KA_STRING, 0},
+    {"a", KA_REAL_BY_VALUE, 0},           {"b", KA_REAL_BY_VALUE, 0},       {"result", KA_REAL_BY_REFERENCE, 0},
+    {"balance", KA_REAL_BY_REFERENCE, 0}, {"percent", KA_REAL_BY_VALUE, 0},
+};
+// clang-format on
+
+t_DLL_FUNC KaFuncList[] = {
+    {"sum_texts", 0, 2, nullptr},
+    {"difference", 2, 3, nullptr},
+    {"interest", 5, 2, nullptr},
+    {nullptr, 0, 0, nullptr},
+};
+
+std::int32_t KaCall(std::int32_t index, void **argv)
+{
+    return bodies[index](argv);
+}
