@@ -1,15 +1,15 @@
 /* SPDX-License-Identifier: MIT
  *
- * A tour in C: every argument kind, strings, a call-back, the scratch area, the trace level. The index that KaCall
- * receives is the function's position in KaFuncList, so the fourth word of each record can hold what to run. */
+ * A tour in C: every argument kind, strings, a call-back, the scratch area, the trace level, a crash.
+ * KaCall receives a function's position in KaFuncList, so the bodies stand in the same order. */
 #include <ka/dll_codes.h>
 #include <ka/dll_host.h>
 #include <ka/dll_module.h>
 #include <ka/kastring.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
-
-typedef int32_t t_BODY(void **argv);
+#include <unistd.h>
 
 /* IntArray, IntByReference: the elements that the caller passed are counted by KaArgInfo. */
 static int32_t total(void **argv)
@@ -76,11 +76,25 @@ static int32_t ask(void **argv)
     return 0;
 }
 
-/* The trace level of the host, from now on. */
-static int32_t trace(void **argv)
+/* No argument: what a caller sees of a crash. */
+static int32_t crash(void **argv)
 {
-    dll_debug = *(int32_t *)argv[0];
+    (void)argv;
+    abort();
+}
+
+/* IntByValue: what a caller sees of a function that takes too long. */
+static int32_t nap(void **argv)
+{
+    sleep((unsigned)*(int32_t *)argv[0]);
     return 0;
+}
+
+/* Runs once at start: TOUR_TRACE in the environment sets the trace level. */
+void dll_setup(void)
+{
+    const char *level = getenv("TOUR_TRACE");
+    if (level != NULL) dll_debug = (int32_t)strtol(level, NULL, 10);
 }
 
 /* clang-format off */
@@ -90,23 +104,23 @@ t_DLL_PROTO KaArgList[] = {
     /*  5 */ {"name", KA_ZSTRING, 0},         {"greeting", KA_STRING, 0},
     /*  7 */ {"words", KA_STRING_ARRAY, 1},   {"line", KA_STRING, 0},       {"more", KA_VARARG, 0},
     /* 10 */ {"question", KA_INT_BY_VALUE, 0}, {"answer", KA_INT_BY_REFERENCE, 0}, {"sum", KA_INT_BY_REFERENCE, 0},
-    /* 13 */ {"level", KA_INT_BY_VALUE, 0},
+    /* 13 */ {"seconds", KA_INT_BY_VALUE, 0},
 };
 
 t_DLL_FUNC KaFuncList[] = {
-    {"total", 0, 2, (void *)total},
-    {"scale", 2, 3, (void *)scale},
-    {"greet", 5, 2, (void *)greet},
-    {"join",  7, 3, (void *)join},
-    {"ask",  10, 3, (void *)ask},
-    {"trace", 13, 1, (void *)trace},
+    {"total", 0, 2, NULL},
+    {"scale", 2, 3, NULL},
+    {"greet", 5, 2, NULL},
+    {"join",  7, 3, NULL},
+    {"ask",  10, 3, NULL},
+    {"crash", 0, 0, NULL},
+    {"nap", 13, 1, NULL},
     {NULL, 0, 0, NULL},
 };
 /* clang-format on */
 
 int32_t KaCall(int32_t index, void **argv)
 {
-    t_BODY *body;
-    memcpy(&body, &KaFuncList[index].user, sizeof body);
-    return body(argv);
+    static int32_t (*const bodies[])(void **) = {total, scale, greet, join, ask, crash, nap};
+    return bodies[index](argv);
 }
