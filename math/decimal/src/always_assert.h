@@ -8,8 +8,8 @@
 #undef NDEBUG /* with it, the declaration of __assert_fail is missing */
 #include <assert.h>
 
-/* "PROGRAM: source:line: function: Assertion `expression' failed." on standard error, then abort. source is the file's
-   path in the project without its extension. */
+/* "PROGRAM: source:line: function: Assertion `expression' failed." on standard error, then abort. source is the
+   file's path in the project without its extension. */
 [[noreturn]] inline void always_assert_fail(const char *expression, const char *source, unsigned line,
                                             const char *function)
 {

@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+//
+// Text to record: blanks, sign, mantissa, exponent, read from a field of known length that need not be terminated.
+#include "dec_int.h"
+
+static constexpr int decimals_max = 2 * ACCSIZE; // significant decimals that the accumulator takes
+static constexpr int exponent_max = 999;
+
+struct t_READER {
+    const char *at;
+    const char *end;
+    t_DECACC acc;
+    int stored; // significant decimals in acc
+    int places; // decimals read after the point, zeros in front of the first stored one included
+    int exponent;
+};
+
+static bool is_decimal(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+static uint8_t read_sign(t_READER *r)
+{
+    if (r->at == r->end || (*r->at != '-' && *r->at != '+')) return DEC_POSITIVE;
+    return *r->at++ == '-' ? DEC_NEGATIVE : DEC_POSITIVE;
+}
+
+/* Leading zeros are not stored. */
+static void store_decimal(t_READER *r, int decimal)
+{
+    if (r->stored == 0 && decimal == 0) return;
+    dec_put_decimal(r->acc.dec_dgts, r->stored, decimal);
+    r->stored++;
+}
+
+/* KEPT: decimals after the 18th significant one are dropped, before the point too, where they ought to count in the
+   exponent: 1234567890123456789 reads as 123456789012345678. Test: Deccvasc.integer_is_cut_to_18_decimals. */
+static int read_mantissa(t_READER *r)
+{
+    bool point_seen = false;
+    for (; r->at < r->end; r->at++) {
+        if (*r->at == '.') {
+            if (point_seen) return DEC_BAD_TEXT;
+            point_seen = true;
+            continue;
+        }
+        if (!is_decimal(*r->at)) break;
+        if (r->stored == decimals_max) continue;
+        if (point_seen) r->places++;
+        store_decimal(r, *r->at - '0');
+    }
+    return DEC_OK;
+}
+
+/* Behind the letter. No digit is required. */
+static int read_exponent(t_READER *r)
+{
+    const bool negative = read_sign(r) == DEC_NEGATIVE;
+    int magnitude = 0;
+    for (; r->at < r->end && is_decimal(*r->at); r->at++) {
+        magnitude = magnitude * 10 + (*r->at - '0');
+        if (magnitude > exponent_max) return DEC_BAD_EXPONENT;
+    }
+    r->exponent = negative ? -magnitude : magnitude;
+    return DEC_OK;
+}
+
+/* KEPT: whatever character stands last in the field is ignored, and of what follows a number only the second
+   character must be a blank: 1.5x, 1.5e and "12  xyz" are numbers, where one would expect them refused.
+   Test: Deccvasc.stray_characters_that_pass. */
+static int read_end(const t_READER *r)
+{
+    return r->end - r->at <= 1 || r->at[1] == ' ' ? DEC_OK : DEC_BAD_TEXT;
+}
+
+static int read_number(t_READER *r)
+{
+    int code = read_mantissa(r);
+    if (code != DEC_OK) return code;
+    if (r->end - r->at > 1 && (*r->at == 'e' || *r->at == 'E')) {
+        r->at++;
+        code = read_exponent(r);
+        if (code != DEC_OK) return code;
+    }
+    return read_end(r);
+}
+
+/* Moves the digit string one decimal towards the end; a decimal leaving the last byte is lost. */
+static void shift_one_decimal(t_DECACC *acc)
+{
+    int carried = 0;
+    for (uint8_t &digit : acc->dec_dgts) {
+        const int tens = digit / 10 + carried;
+        carried = digit % 10 * 10;
+        digit = static_cast<uint8_t>(tens);
+    }
+}
+
+/* The decimals stored are 0.ddd... * 10^(stored - places + exponent); an odd power needs one more zero in front. */
+static void place_point(t_READER *r)
+{
+    const int64_t power = int64_t{r->stored} - r->places + r->exponent;
+    const bool odd = power % 2 != 0;
+    int count = (r->stored + 1) / 2;
+    if (odd) {
+        shift_one_decimal(&r->acc);
+        if (r->stored % 2 == 0 && count < ACCSIZE) count++;
+    }
+    const int64_t exp = (odd ? power + 1 : power) / 2;
+    /* Below any exponent that could be represented: only very many zeros after the point lead there. */
+    r->acc.dec_exp = static_cast<int16_t>(exp < INT16_MIN ? INT16_MIN : exp);
+    r->acc.dec_ndgts = static_cast<int8_t>(count);
+}
+
+int deccvasc(const char *field, int length, t_DECIMAL *result)
+{
+    result->dec_pos = DEC_NULL; // for every return but the last
+    t_READER r = {};
+    r.at = field;
+    r.end = length > 0 ? field + length : field;
+    while (r.at < r.end && *r.at == ' ')
+        r.at++;
+    if (r.at == r.end && length >= 0) return DEC_OK;
+
+    const uint8_t pos = read_sign(&r);
+    int code = read_number(&r);
+    if (code != DEC_OK) return code;
+    place_point(&r);
+    code = dec_give(&r.acc, 0, result);
+    result->dec_pos = pos; // after rounding, which makes zeros positive
+    return code;
+}

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+//
+// The significant decimals of a value, rounded to a count of them or of places after the point. The string stands in
+// one static buffer, the only state that the library has.
+#include "dec_int.h"
+
+static constexpr int ds_length = 151;
+static char ds[ds_length + 1]; // written by every call of decefcvt; its callers may shorten the string in place
+
+/* 1 when the first digit has only one decimal, else 0. */
+static int leading_zeros(const t_DECIMAL *x)
+{
+    return !dec_iszero(x) && x->dec_dgts[0] < 10 ? 1 : 0;
+}
+
+static int point_of(const t_DECIMAL *x)
+{
+    return 2 * x->dec_exp - leading_zeros(x);
+}
+
+/* Five units of the first decimal not shown when n of them are, with the sign of value: added, it rounds half away
+   from zero. n is below the decimals that value holds. */
+static t_DECIMAL half_unit(const t_DECIMAL *value, int n)
+{
+    const int place = leading_zeros(value) + n;
+    t_DECIMAL unit = {};
+    unit.dec_exp = static_cast<int16_t>(value->dec_exp - place / 2);
+    unit.dec_pos = value->dec_pos;
+    unit.dec_ndgts = 1;
+    unit.dec_dgts[0] = place % 2 == 0 ? DEC_HALF : DEC_HALF / 10;
+    return unit;
+}
+
+/* The decimal at a place of the digit string, where every digit has two. */
+static char decimal_at(const t_DECIMAL *x, int place)
+{
+    const int digit = dec_digit(x, place / 2);
+    return static_cast<char>('0' + (place % 2 == 0 ? digit / 10 : digit % 10));
+}
+
+static void write_decimals(const t_DECIMAL *x, int64_t n)
+{
+    const int count = n < 0 ? 0 : n > ds_length ? ds_length : static_cast<int>(n);
+    const int first = leading_zeros(x);
+    for (int i = 0; i < count; i++)
+        ds[i] = decimal_at(x, first + i);
+    ds[count] = '\0';
+}
+
+char *decefcvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign, int mode)
+{
+    ds[0] = '\0';
+    if (dec_isnull(value)) return ds;
+    *sign = value->dec_pos ^ 1;
+    *decpt = point_of(value);
+    int64_t n = mode == 0 ? ndigit : int64_t{ndigit} + *decpt;
+    if (n < 0) return ds;
+
+    t_DECIMAL rounded = *value;
+    if (2 * dec_count(value) - leading_zeros(value) > n) {
+        const t_DECIMAL unit = half_unit(value, static_cast<int>(n));
+        if (decadd(value, &unit, &rounded) != DEC_OK) return ds;
+    }
+    *decpt = point_of(&rounded);
+    if (mode != 0) n = int64_t{ndigit} + *decpt; // a carry into a new decimal adds one
+    write_decimals(&rounded, n);
+    return ds;
+}
+
+char *dececvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign)
+{
+    return decefcvt(value, ndigit, decpt, sign, 0);
+}
+
+char *decfcvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign)
+{
+    return decefcvt(value, ndigit, decpt, sign, 1);
+}

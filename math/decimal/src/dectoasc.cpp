@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: MIT
+//
+// A value as text in a field of fixed width: fixed notation where the integer part fits, else exponent notation, else
+// asterisks. Every write is bounded by the field.
+#include <stdlib.h>
+
+#include "dec_int.h"
+
+/* A field, or the part of one that is left, written from the left; characters that do not fit are dropped. */
+struct t_FIELD {
+    char *chars;
+    int length;
+    int used;
+};
+
+static void put(t_FIELD *field, char c)
+{
+    if (field->used < field->length) field->chars[field->used++] = c;
+}
+
+static void put_decimals(t_FIELD *field, const char *decimals, int count)
+{
+    for (int i = 0; i < count; i++)
+        put(field, decimals[i]);
+}
+
+static void put_zeros(t_FIELD *field, int count)
+{
+    for (int i = 0; i < count; i++)
+        put(field, '0');
+}
+
+static void fill(char *field, int length, char c)
+{
+    memset(field, c, static_cast<size_t>(length));
+}
+
+/* Decimal places that show the whole value.
+   KEPT: the zeros after the point of a value below 0.01 are not counted, so 0.0012 has 2 places and shows as 0.00.
+   Test: Dectoasc.automatic_places_ignore_the_zeros_of_a_small_value.
+   KEPT: a zero at the end is left out only when there are two digits or more, so 0.5 shows as 0.50, 1.5 as 1.5.
+   Test: Dectoasc.automatic_places_of_a_single_digit_keep_its_zero. */
+static int places_of(const t_DECIMAL *value)
+{
+    const int count = dec_count(value);
+    if (value->dec_exp >= count) return 0;
+    const int places = 2 * (value->dec_exp < 0 ? count : count - value->dec_exp);
+    return count > 1 && value->dec_dgts[count - 1] % 10 == 0 ? places - 1 : places;
+}
+
+/* The decimals for fixed notation. Where they are too wide for the field, places is lowered to make them fit.
+   KEPT: when the places cannot make up for it, the decimals stay as they are and the field cuts them: 123.6 with 1
+   place in 3 characters is 123, in 4 characters 124. Test: Dectoasc.surplus_beyond_the_places_is_cut_not_rounded. */
+static const char *fixed_decimals(const t_DECIMAL *value, int length, int *places, int *decpt)
+{
+    int sign = 0;
+    const char *decimals = decfcvt(value, *places, decpt, &sign);
+    const int count = static_cast<int>(strlen(decimals));
+    const int width = count + (*decpt != count ? 1 : 0) + (dec_isnegative(value) ? 1 : 0);
+    const int surplus = width - length;
+    if (surplus <= 0 || surplus > *places) return decimals;
+    *places -= surplus;
+    return decfcvt(value, *places, decpt, &sign);
+}
+
+/* Returns the number of decimals that the integer part needs. */
+static int put_fixed(const t_DECIMAL *value, t_FIELD *field, int places)
+{
+    int decpt = 0;
+    const char *decimals = fixed_decimals(value, field->length, &places, &decpt);
+    const int count = static_cast<int>(strlen(decimals));
+    const int whole = decpt < 0 ? 0 : decpt < count ? decpt : count;
+    const int zeros = decpt >= 0 ? 0 : -decpt < places ? -decpt : places;
+
+    if (dec_isnegative(value)) put(field, '-');
+    if (decpt < 1) put(field, '0');
+    put_decimals(field, decimals, whole);
+    if (whole < count || zeros > 0) put(field, '.');
+    put_zeros(field, zeros);
+    put_decimals(field, decimals + whole, count - whole);
+    return decpt;
+}
+
+/* Writes e and the exponent at the end of the field. Returns what is left of it for the mantissa; 0 also when the
+   exponent itself does not fit. */
+static int put_exponent(char *field, int length, int exponent)
+{
+    int at = length;
+    int rest = abs(exponent);
+    do {
+        field[--at] = static_cast<char>('0' + rest % 10);
+        rest /= 10;
+    } while (rest > 0 && at > 0);
+    if (exponent < 0 && at > 0) field[--at] = '-';
+    if (at > 0) field[--at] = 'e';
+    return at;
+}
+
+static void put_mantissa(char *area, int length, const char *decimals)
+{
+    t_FIELD field = {area, length, 0};
+    put(&field, decimals[0]);
+    put(&field, '.');
+    put_decimals(&field, decimals + 1, static_cast<int>(strlen(decimals)) - 1);
+    put_zeros(&field, length - field.used); // beyond the decimals that dececvt writes
+}
+
+/* Takes the zeros before the e away, then the point; blanks follow the exponent instead. */
+static void close_up(char *field, int length, int e)
+{
+    int end = e;
+    while (end > 0 && field[end - 1] == '0')
+        end--;
+    if (end > 1 && field[end - 1] == '.') end--;
+    memmove(field + end, field + e, static_cast<size_t>(length - e));
+    fill(field + length - (e - end), e - end, ' ');
+}
+
+/* False when the value cannot be shown. decpt is the number of decimals before the point. */
+static bool put_scientific(const t_DECIMAL *value, char *field, int length, int decpt)
+{
+    /* Rounding may carry into a new decimal, whose exponent is then another one, perhaps longer: once more with that.
+       Values out of normal form may need a third attempt, or never settle. */
+    for (int attempt = 0; attempt < 4; attempt++) {
+        fill(field, length, ' ');
+        const int e = put_exponent(field, length, decpt - 1);
+        const int start = dec_isnegative(value) ? 1 : 0;
+        const int room = e - start;
+        if (room < 1) return false;
+
+        const int written = decpt;
+        int sign = 0;
+        const char *decimals = dececvt(value, room > 1 ? room - 1 : 1, &decpt, &sign);
+        if (decpt != written) continue;
+        if (decimals[0] == '\0') return false; // rounding overflows
+
+        if (start > 0) field[0] = '-';
+        put_mantissa(field + start, room, decimals);
+        close_up(field, length, e);
+        return true;
+    }
+    return false;
+}
+
+int dectoasc(const t_DECIMAL *value, char *field, int length, int places)
+{
+    if (length < 1) return DEC_OK;
+    fill(field, length, ' ');
+    if (dec_isnull(value)) return DEC_OK;
+
+    t_FIELD fixed = {field, length, 0};
+    const int decpt = put_fixed(value, &fixed, places < 0 ? places_of(value) : places);
+    if (length - (dec_isnegative(value) ? 1 : 0) >= decpt) return DEC_OK;
+    if (put_scientific(value, field, length, decpt)) return DEC_OK;
+
+    const bool tiny = value->dec_exp < -1;
+    fill(field, length, tiny ? ' ' : '*');
+    if (tiny) field[0] = '0';
+    return DEC_OK;
+}

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+//
+// Records to integers, truncated toward zero. Null gives the most negative integer of the width.
+#include "dec_int.h"
+
+/* Fraction digits play no part: 2147483647.99 is in range. */
+static bool in_range(const t_DECIMAL *value)
+{
+    t_DECIMAL whole = *value;
+    whole.dec_ndgts = static_cast<int8_t>(dec_count(value) < value->dec_exp ? dec_count(value) : value->dec_exp);
+    return dec_isnegative(value) ? deccmp(&whole, &c_int32_min) != -1 : deccmp(&whole, &c_int32_max) != 1;
+}
+
+int dectofix(const t_DECIMAL *value, int32_t *result)
+{
+    if (value->dec_exp > 0 && !in_range(value)) return DEC_OVERFLOW;
+    /* Unsigned, since the magnitude of the most negative integer needs it. A value in range with digits has at most
+       5 integer digits; a zero may pass with any exponent. */
+    uint32_t magnitude = 0;
+    for (int i = 0; i < value->dec_exp; i++)
+        magnitude = magnitude * DEC_BASE + static_cast<uint32_t>(dec_digit(value, i));
+    *result = static_cast<int32_t>(dec_isnegative(value) ? 0U - magnitude : magnitude);
+    return DEC_OK;
+}
+
+/* KEPT: -32768 is stored like any other value, although it also stands for null, so the two look the same.
+   Test: Dectoint16.minus_32768_is_stored. */
+int dectoint16(const t_DECIMAL *value, int16_t *result)
+{
+    if (dec_isnull(value)) {
+        *result = INT16_MIN;
+        return DEC_OK;
+    }
+    int32_t wide = 0;
+    if (dectofix(value, &wide) != DEC_OK || wide < INT16_MIN || wide > INT16_MAX) return DEC_OVERFLOW;
+    *result = static_cast<int16_t>(wide);
+    return DEC_OK;
+}
+
+int dectoint32(const t_DECIMAL *value, int32_t *result)
+{
+    if (dec_isnull(value)) {
+        *result = INT32_MIN;
+        return DEC_OK;
+    }
+    return dectofix(value, result);
+}

@@ -1,0 +1,286 @@
+// SPDX-License-Identifier: MIT
+//
+// REAL values: the decimal library's operations under the interpreter's status codes. settle is the one place where a
+// library code becomes a status code, a substitute value or the end of the process.
+#include "ka/real.h"
+
+#include <math.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+const t_DECIMAL c_min_int32 = {
+    .dec_exp = 5, .dec_pos = DEC_NEGATIVE, .dec_ndgts = 5, .dec_dgts = {21, 47, 48, 36, 48}};
+
+/* ---- Errors ---------------------------------------------------------------------------------------------------- */
+
+/* What a null REAL is reported as. */
+static constexpr int null_met = -2;
+
+void fatal_math_error(int cc, int line)
+{
+    fprintf(stderr, "fatal math error cc #%d\n", cc);
+    fprintf(stderr, "file = %s, line = %d\n", "math/src/math", line);
+    abort();
+}
+
+/* The line of each of these is the caller's: the failing test is the call. */
+static void refuse_null(const t_DECIMAL *x, int line = __builtin_LINE())
+{
+    if (x->dec_pos == DEC_NULL) fatal_math_error(null_met, line);
+}
+
+static void refuse_code(int code, int line = __builtin_LINE())
+{
+    if (code != DEC_OK) fatal_math_error(code, line);
+}
+
+static int store_huge(bool negative, t_DECIMAL *r)
+{
+    *r = c_dec_huge;
+    return negative ? decchs(r) : DEC_OK;
+}
+
+/* The status for a library code, with the substitute for what r cannot hold. negative: the sign of the true result.
+ */
+static int settle(int code, bool negative, t_DECIMAL *r, int line = __builtin_LINE())
+{
+    switch (code) {
+    case DEC_OK:
+        refuse_null(r, line);
+        return REAL_OK;
+    case DEC_OVERFLOW:
+        store_huge(negative, r);
+        return REAL_RANGE;
+    case DEC_UNDERFLOW:
+        m_zero(r);
+        return REAL_RANGE;
+    case DEC_BAD_TEXT:
+    case DEC_BAD_EXPONENT:
+        m_zero(r);
+        return REAL_NOT_NUMBER;
+    default:
+        fatal_math_error(code, line);
+    }
+}
+
+/* ---- Constants, sign, comparison ------------------------------------------------------------------------------- */
+
+int m_zero(t_DECIMAL *r)
+{
+    *r = c_dec_zero;
+    return REAL_OK;
+}
+
+int m_one(t_DECIMAL *r)
+{
+    *r = c_dec_one;
+    return REAL_OK;
+}
+
+int m_huge(t_DECIMAL *r)
+{
+    *r = c_dec_huge;
+    return REAL_OK;
+}
+
+int m_sgn(const t_DECIMAL *x)
+{
+    refuse_null(x);
+    if (x->dec_ndgts <= 0) return 0;
+    return x->dec_pos == DEC_NEGATIVE ? -1 : 1;
+}
+
+int m_chs(const t_DECIMAL *x, t_DECIMAL *r)
+{
+    *r = *x;
+    return settle(decchs(r), false, r);
+}
+
+int m_cmp(const t_DECIMAL *a, const t_DECIMAL *b)
+{
+    const int order = deccmp(a, b);
+    if (order == DEC_NOT_COMPARABLE) fatal_math_error(null_met, __LINE__);
+    return order;
+}
+
+/* ---- Storage --------------------------------------------------------------------------------------------------- */
+
+int m_store(const t_DECIMAL *x, void *field, int length)
+{
+    refuse_null(x);
+    refuse_code(stdecimal(x, field, length));
+    return REAL_OK;
+}
+
+int m_load(const void *field, int length, t_DECIMAL *r)
+{
+    refuse_code(lddecimal(field, length, r));
+    if (r->dec_pos != DEC_NULL) return REAL_OK;
+    m_zero(r);
+    return REAL_NULL_FIELD;
+}
+
+/* ---- Double ---------------------------------------------------------------------------------------------------- */
+
+/* Through text, so that 0.1 becomes the double nearest to 0.1.
+   KEPT: 14 decimals count, fewer than a REAL or a double has: 1234567890123456 becomes 1234567890123500.
+   Test: MToDbl.rounds_to_14_decimals.
+   KEPT: sixteen nines at exponent 63 round beyond the largest exponent, so no decimals come back and the double is 0,
+   where one would expect 1e126. Test: MToDbl.nines_that_round_beyond_the_range_become_zero. */
+int m_to_dbl(const t_DECIMAL *x, double *d)
+{
+    refuse_null(x);
+    int decpt = 0;
+    int sign = 0;
+    const char *decimals = dececvt(x, 14, &decpt, &sign);
+    if (decimals[0] == '0') { // as m_gcvt takes it: zero, without a sign
+        *d = 0;
+        return REAL_OK;
+    }
+    /* The value that m_gcvt prints, as a whole number and an exponent: a text with a point would be read up to the
+       point only, once a module has chosen a locale whose point is a comma. */
+    char text[30];
+    snprintf(text, sizeof text, "%s%.14se%d", sign != 0 ? "-" : "", decimals,
+             decpt - static_cast<int>(strlen(decimals)));
+    *d = strtod(text, nullptr);
+    return REAL_OK;
+}
+
+/* KEPT: minus infinity stores zero, where one would expect the negative largest REAL.
+   Test: MCvDbl.minus_infinity_stores_zero. */
+int m_cv_dbl(double d, t_DECIMAL *r)
+{
+    if (isnan(d)) return settle(DEC_UNDERFLOW, false, r);
+    if (isinf(d)) return settle(d > 0 ? DEC_OVERFLOW : DEC_UNDERFLOW, false, r);
+    return settle(deccvdbl(d, r), d < 0, r);
+}
+
+/* ---- Integer --------------------------------------------------------------------------------------------------- */
+
+int m_to_int(const t_DECIMAL *x, int32_t *i)
+{
+    refuse_null(x);
+    const int code = dectoint32(x, i);
+    if (code == DEC_OVERFLOW) {
+        *i = m_sgn(x) < 0 ? INT32_MIN : INT32_MAX;
+        return REAL_NOT_INTEGER;
+    }
+    refuse_code(code);
+    return REAL_OK;
+}
+
+int m_cv_int(int32_t i, t_DECIMAL *r)
+{
+    if (i == INT32_MIN) { // for the library it stands for null
+        *r = c_min_int32;
+        return REAL_OK;
+    }
+    return settle(deccvint32(i, r), false, r);
+}
+
+/* ---- Text ------------------------------------------------------------------------------------------------------ */
+
+/* KEPT: an empty or blank text is null to the library and so ends the process, where one would expect
+   REAL_NOT_NUMBER. Test: MCvAsc.blank_field_is_fatal. */
+int m_cv_asc(const char *text, int length, t_DECIMAL *r)
+{
+    const int code = deccvasc(text, length, r);
+    return settle(code, r->dec_pos == DEC_NEGATIVE, r);
+}
+
+char *m_to_asc(const t_DECIMAL *x, char *buf, int length, int places)
+{
+    refuse_null(x);
+    refuse_code(dectoasc(x, buf, length, places));
+    while (length > 1 && buf[length - 1] == ' ')
+        length--;
+    if (length >= 0) buf[length] = '\0';
+    return buf;
+}
+
+/* A zero value has its point and sign at 0. */
+static char *settle_zero(char *decimals, int *decpt, int *sign)
+{
+    if (decimals[0] == '0') {
+        *decpt = 0;
+        *sign = 0;
+    }
+    return decimals;
+}
+
+char *m_ecvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign)
+{
+    refuse_null(x);
+    return settle_zero(dececvt(x, ndigit, decpt, sign), decpt, sign);
+}
+
+char *m_fcvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign)
+{
+    refuse_null(x);
+    return settle_zero(decfcvt(x, ndigit, decpt, sign), decpt, sign);
+}
+
+/* d.dddE+dd at out. */
+static void put_scientific(const char *decimals, int decpt, char *out)
+{
+    if (*decimals != '\0') *out++ = *decimals++;
+    if (*decimals != '\0') *out++ = '.';
+    while (*decimals != '\0')
+        *out++ = *decimals++;
+    sprintf(out, "E%+03d", decpt - 1);
+}
+
+/* ddd.ddd at out. */
+static void put_fixed(const char *decimals, int decpt, char *out)
+{
+    if (decpt <= 0) *out++ = '0';
+    for (int i = 0; i < decpt; i++)
+        *out++ = *decimals != '\0' ? *decimals++ : '0';
+    if (*decimals != '\0') *out++ = '.';
+    for (int i = decpt; i < 0; i++)
+        *out++ = '0';
+    while (*decimals != '\0')
+        *out++ = *decimals++;
+    *out = '\0';
+}
+
+/* Cuts the zeros at the end off, in the library's buffer; one decimal stays. Returns the length. */
+static int cut_zeros(char *decimals)
+{
+    size_t length = strlen(decimals);
+    while (length > 1 && decimals[length - 1] == '0')
+        length--;
+    decimals[length] = '\0';
+    return static_cast<int>(length);
+}
+
+char *m_gcvt(const t_DECIMAL *x, int ndigit, char *buf)
+{
+    refuse_null(x);
+    if (ndigit <= 0) {
+        buf[0] = '\0';
+        return buf;
+    }
+    int decpt = 0;
+    int sign = 0;
+    char *decimals = dececvt(x, ndigit, &decpt, &sign);
+    if (decimals[0] == '0') {
+        buf[0] = '0';
+        buf[1] = '\0';
+        return buf;
+    }
+    /* Far outside the exponents of a REAL (decpt -128 to 126): an exponent of more than 3 decimals would not fit buf.
+     */
+    if (decpt > 999) decpt = 999;
+    if (decpt < -998) decpt = -998;
+    const int length = cut_zeros(decimals);
+    const bool scientific = decpt >= 0 ? ndigit < decpt : ndigit < length - decpt;
+    char *out = buf;
+    if (sign != 0) *out++ = '-';
+    if (scientific)
+        put_scientific(decimals, decpt, out);
+    else
+        put_fixed(decimals, decpt, out);
+    return buf;
+}
