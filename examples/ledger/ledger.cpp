@@ -11,12 +11,12 @@
 namespace {
 
 // The sum of amounts given as text, as text with two places. 32: an amount is not a number.
-std::int32_t sum_texts(void **argv)
+int32_t sum_texts(void **argv)
 {
     const auto *amounts = static_cast<const KaStr *>(argv[0]);
     auto *sum = static_cast<KaStr *>(argv[1]);
     t_DECIMAL total = c_dec_zero;
-    for (std::int32_t k = 0; k < KaArgInfo(0)->elcnt; k++) {
+    for (int32_t k = 0; k < KaArgInfo(0)->elcnt; k++) {
         t_DECIMAL amount;
         if (deccvasc(amounts[k].data, amounts[k].len, &amount) != DEC_OK) return REAL_NOT_NUMBER;
         if (decadd(&total, &amount, &total) != DEC_OK) return REAL_RANGE;
@@ -26,10 +26,10 @@ std::int32_t sum_texts(void **argv)
 }
 
 // a - b, subtracted in decimal from the records in the block. Only the result goes through a double, on its way back.
-std::int32_t difference(void **argv)
+int32_t difference(void **argv)
 {
     t_DECIMAL value[2];
-    for (std::int32_t i = 0; i < 2; i++) {
+    for (int32_t i = 0; i < 2; i++) {
         std::memcpy(&value[i], u_get_arg(i + 1).ptr, sizeof value[i]);
     }
     if (decsub(&value[0], &value[1], &value[0]) != DEC_OK) return REAL_RANGE;
@@ -37,14 +37,14 @@ std::int32_t difference(void **argv)
 }
 
 // One year's interest, where a double is good enough.
-std::int32_t interest(void **argv)
+int32_t interest(void **argv)
 {
     auto *balance = static_cast<double *>(argv[0]);
     *balance += *balance * *static_cast<const double *>(argv[1]) / 100;
     return 0;
 }
 
-constexpr std::int32_t (*bodies[])(void **) = {sum_texts, difference, interest};
+constexpr int32_t (*bodies[])(void **) = {sum_texts, difference, interest};
 
 } // namespace
 
@@ -63,7 +63,7 @@ t_DLL_FUNC KaFuncList[] = {
     {nullptr, 0, 0, nullptr},
 };
 
-std::int32_t KaCall(std::int32_t index, void **argv)
+int32_t KaCall(int32_t index, void **argv)
 {
     return bodies[index](argv);
 }
