@@ -60,8 +60,8 @@ int32_t array_kind(int32_t kind)
     }
 }
 
-/* The kind that a VarArg stands for; previous for a value type that no kind has. */
-int32_t kind_of_value(int32_t type, int32_t previous)
+/* What a VarArg stands for; itself for a value type that no kind has. */
+int32_t kind_of_value(int32_t type)
 {
     switch (type) {
     case DLL_INTEGER:
@@ -71,7 +71,7 @@ int32_t kind_of_value(int32_t type, int32_t previous)
     case DLL_STRING:
         return KA_STRING;
     default:
-        return previous;
+        return KA_VARARG;
     }
 }
 
@@ -86,8 +86,10 @@ t_DLL_ARGINFO *KaArgInfo(uintptr_t x)
     if (arg.type == DLL_NONE) return nullptr;
     const int32_t last = KaFunc->arg_cnt - 1;
     const t_DLL_PROTO *proto = prototype(position < last ? position : last);
-    const int32_t kind = proto->type == KA_VARARG ? kind_of_value(arg.type, info.type) : proto->type;
-    info.type = arg.elcnt > 1 ? array_kind(kind) : kind;
+    const int32_t kind = proto->type == KA_VARARG ? kind_of_value(arg.type) : proto->type;
+    /* KEPT: for a VarArg of an unknown value type, type stays as the previous answer left it.
+       Test: KaArgInfo.unknown_value_type_keeps_the_kind_of_the_previous_answer. */
+    if (kind != KA_VARARG) info.type = arg.elcnt > 1 ? array_kind(kind) : kind;
     info.name = proto->name;
     info.elcnt = arg.elcnt;
     return &info;

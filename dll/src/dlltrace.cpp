@@ -193,6 +193,13 @@ void write_element(int32_t code, const void *values, int32_t k)
     }
 }
 
+/* Of a scalar kind only the first element is shown; an argument without elements has none in its buffer. */
+int32_t shown_count(const t_DLL_ARG &arg, int32_t code)
+{
+    const bool per_element = code != CV_BLOCK && code != CV_ZSTRING;
+    return per_element && arg.elcnt < 1 ? 0 : 1;
+}
+
 bool shown_as_array(const t_DLL_PROTO *proto, const t_DLL_ARG &arg)
 {
     switch (proto->type) {
@@ -233,7 +240,7 @@ void write_value(const t_DLL_PROTO *proto, const t_DLL_ARG &arg, int32_t slot)
         dump_value(KaCv[slot], KaAv[slot], arg.elcnt);
     } else {
         fputs(" = ", stderr);
-        dump_value(KaCv[slot], KaAv[slot], 1);
+        dump_value(KaCv[slot], KaAv[slot], shown_count(arg, KaCv[slot]));
         fputc('\n', stderr);
     }
 }

@@ -125,7 +125,7 @@ int m_load(const void *field, int length, t_DECIMAL *r)
 
 /* Through text, so that 0.1 becomes the double nearest to 0.1.
    KEPT: 14 decimals count, fewer than a REAL or a double has: 1234567890123456 becomes 1234567890123500.
-   Test: MToDbl.rounds_to_14_decimals.
+   Test: MToDbl.rounds_to_14_decimals_first.
    KEPT: sixteen nines at exponent 63 round beyond the largest exponent, so no decimals come back and the double is 0,
    where one would expect 1e126. Test: MToDbl.nines_that_round_beyond_the_range_become_zero. */
 int m_to_dbl(const t_DECIMAL *x, double *d)
@@ -148,7 +148,7 @@ int m_to_dbl(const t_DECIMAL *x, double *d)
 }
 
 /* KEPT: minus infinity stores zero, where one would expect the negative largest REAL.
-   Test: MCvDbl.minus_infinity_stores_zero. */
+   Test: MCvDbl.minus_infinity_and_nan_are_zero. */
 int m_cv_dbl(double d, t_DECIMAL *r)
 {
     if (isnan(d)) return settle(DEC_UNDERFLOW, false, r);

@@ -20,7 +20,7 @@ static t_DECACC accumulator_of(const t_DECIMAL *x)
    Returns the carry out of the first column: 0 or 1, and -1 only for operands out of normal form.
    KEPT: digits of x past the guard digit are cut off first, so 1 - 1.99e-16 gives 0.9999999999999999, where the
    nearest value would be 0.9999999999999998.
-   Test: Decadd.digits_below_the_guard_digit_are_cut. */
+   Test: Decadd.digits_below_the_guard_position_are_cut_off_first. */
 static int add_columns(t_DECACC *acc, const t_DECIMAL *x, int shift)
 {
     const int sign = x->dec_pos == acc->dec_pos ? 1 : -1;

@@ -14,7 +14,8 @@ int deccmp(const t_DECIMAL *a, const t_DECIMAL *b)
 
     if (a->dec_exp != b->dec_exp) {
         /* KEPT: a zero with sign byte 0 is below a negative value of another exponent, where one would expect above:
-           compared with -300 it gives -1. Test: Deccmp.negative_zero_is_below_a_negative_of_another_exponent. */
+           compared with -300 it gives -1.
+           Test: Deccmp.zero_with_sign_byte_0_counts_as_smaller_beside_a_negative_of_another_exponent. */
         if (dec_iszero(a)) return -1;
         if (dec_iszero(b)) return 1;
         return a->dec_exp > b->dec_exp ? sign : -sign;

@@ -35,7 +35,8 @@ static void store_decimal(t_READER *r, int decimal)
 }
 
 /* KEPT: decimals after the 18th significant one are dropped, before the point too, where they ought to count in the
-   exponent: 1234567890123456789 reads as 123456789012345678. Test: Deccvasc.integer_is_cut_to_18_decimals. */
+   exponent: 1234567890123456789 reads as 123456789012345678.
+   Test: Deccvasc.integer_digits_past_the_eighteenth_are_dropped_without_a_place. */
 static int read_mantissa(t_READER *r)
 {
     bool point_seen = false;
@@ -66,9 +67,10 @@ static int read_exponent(t_READER *r)
     return DEC_OK;
 }
 
-/* KEPT: whatever character stands last in the field is ignored, and of what follows a number only the second
-   character must be a blank: 1.5x, 1.5e and "12  xyz" are numbers, where one would expect them refused.
-   Test: Deccvasc.stray_characters_that_pass. */
+/* KEPT: whatever character stands last in the field is ignored, where one would expect a refusal: 1.5x is 1.5.
+   Test: Deccvasc.stray_last_character_is_ignored.
+   KEPT: of what follows a number, only the second character must be a blank, the rest is never looked at: "12x yz" is
+   12. Test: Deccvasc.stray_character_before_a_blank_ends_the_number. */
 static int read_end(const t_READER *r)
 {
     return r->end - r->at <= 1 || r->at[1] == ' ' ? DEC_OK : DEC_BAD_TEXT;

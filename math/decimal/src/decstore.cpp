@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // The packed form: a byte of exponent and sign, then the digits, most significant first. A negative value holds the
-// complement of both, so that packed fields compare as bytes like the values they hold.
+// complement of both, so that packed fields compare as bytes like the values they hold (zero aside, which stands
+// between the positive values below 0.01 and the others).
 #include "dec_int.h"
 
 /* Bytes of the exponent -64 to 63 of a positive value are 0x80 to 0xFF. */
@@ -31,7 +32,8 @@ int stdecimal(const t_DECIMAL *value, void *field, int length)
     if (dec_isnull(value)) return DEC_OK;
 
     /* KEPT: the exponent byte wraps, no range is checked: 99999999999999e112 rounded up in 7 bytes and a negative
-       value of exponent 63 load back as null. Test: Stdecimal.exponent_wraps_modulo_256. */
+       value of exponent 63 load back as null.
+       Test: Stdecimal.rounding_up_at_exponent_63_wraps_the_first_byte. */
     int exponent = value->dec_exp + exponent_bias;
     uint8_t digits[DEC_DIGITS];
     int count = dec_count(value);

@@ -37,9 +37,9 @@ static void fill(char *field, int length, char c)
 
 /* Decimal places that show the whole value.
    KEPT: the zeros after the point of a value below 0.01 are not counted, so 0.0012 has 2 places and shows as 0.00.
-   Test: Dectoasc.automatic_places_ignore_the_zeros_of_a_small_value.
+   Test: Dectoasc.automatic_places_do_not_count_leading_zero_places.
    KEPT: a zero at the end is left out only when there are two digits or more, so 0.5 shows as 0.50, 1.5 as 1.5.
-   Test: Dectoasc.automatic_places_of_a_single_digit_keep_its_zero. */
+   Test: Dectoasc.automatic_places_of_a_single_digit_keep_the_trailing_zero. */
 static int places_of(const t_DECIMAL *value)
 {
     const int count = dec_count(value);
@@ -50,7 +50,8 @@ static int places_of(const t_DECIMAL *value)
 
 /* The decimals for fixed notation. Where they are too wide for the field, places is lowered to make them fit.
    KEPT: when the places cannot make up for it, the decimals stay as they are and the field cuts them: 123.6 with 1
-   place in 3 characters is 123, in 4 characters 124. Test: Dectoasc.surplus_beyond_the_places_is_cut_not_rounded. */
+   place in 3 characters is 123, in 4 characters 124.
+   Test: Dectoasc.too_many_surplus_characters_are_cut_off_unrounded. */
 static const char *fixed_decimals(const t_DECIMAL *value, int length, int *places, int *decpt)
 {
     int sign = 0;
@@ -63,7 +64,8 @@ static const char *fixed_decimals(const t_DECIMAL *value, int length, int *place
     return decfcvt(value, *places, decpt, &sign);
 }
 
-/* Returns the number of decimals that the integer part needs. */
+/* Returns the number of decimals that the integer part needs.
+   KEPT: a zero with sign byte 0 shows its minus, "-0". Test: Dectoasc.zero_with_sign_byte_0_shows_its_minus. */
 static int put_fixed(const t_DECIMAL *value, t_FIELD *field, int places)
 {
     int decpt = 0;

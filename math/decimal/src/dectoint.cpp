@@ -3,7 +3,10 @@
 // Records to integers, truncated toward zero. Null gives the most negative integer of the width.
 #include "dec_int.h"
 
-/* Fraction digits play no part: 2147483647.99 is in range. */
+/* Fraction digits play no part: 2147483647.99 is in range.
+   KEPT: a zero with sign byte 0 and an exponent above 0, other than the limit's 5, is out of range, since deccmp puts
+   it below every negative value of another exponent: the double -0.0 becomes such a zero, and then no integer.
+   Test: Dectoint32.zero_with_sign_byte_0_and_another_exponent_than_the_limit_does_not_fit. */
 static bool in_range(const t_DECIMAL *value)
 {
     t_DECIMAL whole = *value;
@@ -24,7 +27,7 @@ int dectofix(const t_DECIMAL *value, int32_t *result)
 }
 
 /* KEPT: -32768 is stored like any other value, although it also stands for null, so the two look the same.
-   Test: Dectoint16.minus_32768_is_stored. */
+   Test: Dectoint16.limits_are_accepted. */
 int dectoint16(const t_DECIMAL *value, int16_t *result)
 {
     if (dec_isnull(value)) {

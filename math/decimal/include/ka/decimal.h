@@ -70,10 +70,10 @@ KA_API extern const t_DECIMAL c_int32_min; /* -2147483648 */
 
 /* ---- Packed storage: one byte of exponent and sign, then length - 1 digit bytes -------------------------------- */
 
-/* Writes value into the length bytes at field, rounded to length - 1 digits. Packed fields of normal values compare
-   with memcmp as the values do; null is all zero bytes. length: 2 or more for a value with digits. The exponent is
-   stored modulo 256: rounding up at exponent 63, or a negative value with exponent 63, does not load back.
-   Returns DEC_OK. */
+/* Writes value into the length bytes at field, rounded to length - 1 digits. Packed fields of normal values other
+   than zero compare with memcmp as the values do; null is all zero bytes. length: 2 or more for a value with digits.
+   The exponent is stored modulo 256: rounding up at exponent 63, or a negative value with exponent 63, does not load
+   back. Returns DEC_OK. */
 KA_API int stdecimal(const t_DECIMAL *value, void *field, int length);
 
 /* Reads a field written by stdecimal. A first byte of 0 gives null. Digit bytes past the eighth are ignored; for null
