@@ -25,15 +25,28 @@ int32_t sum_texts(void **argv)
     return str2KaStr(m_to_asc(&total, text, 30, 2), sum);
 }
 
-// a - b, subtracted in decimal from the records in the block. Only the result goes through a double, on its way back.
+// Argument n as the caller passed it, exactly: RealByValue takes REAL and INTEGER.
+t_DECIMAL exact(int32_t n)
+{
+    const t_DLL_ARG arg = u_get_arg(n);
+    t_DECIMAL value;
+    if (arg.type == DLL_REAL) {
+        std::memcpy(&value, arg.ptr, sizeof value);
+    } else {
+        int32_t integer;
+        std::memcpy(&integer, arg.ptr, sizeof integer);
+        m_cv_int(integer, &value);
+    }
+    return value;
+}
+
+// a - b, subtracted in decimal. Only the result goes through a double, on its way back.
 int32_t difference(void **argv)
 {
-    t_DECIMAL value[2];
-    for (int32_t i = 0; i < 2; i++) {
-        std::memcpy(&value[i], u_get_arg(i + 1).ptr, sizeof value[i]);
-    }
-    if (decsub(&value[0], &value[1], &value[0]) != DEC_OK) return REAL_RANGE;
-    return m_to_dbl(&value[0], static_cast<double *>(argv[2]));
+    const t_DECIMAL a = exact(1), b = exact(2);
+    t_DECIMAL result;
+    if (decsub(&a, &b, &result) != DEC_OK) return REAL_RANGE;
+    return m_to_dbl(&result, static_cast<double *>(argv[2]));
 }
 
 // One year's interest, where a double is good enough.

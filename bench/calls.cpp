@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: MIT
+//
+// What a call costs, beside the least that two processes can do: a ping-pong of SIGUSR2 with sigwaitinfo and nothing
+// else. Then what each converted element adds. usage: calls PATH-OF-ECHO-MODULE
+#include <csignal>
+#include <cstdlib>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "ka/caller.h"
+#include "timing.h"
+
+namespace {
+
+constexpr int32_t elements = 4096;
+
+double ping_pong()
+{
+    sigset_t signals, before;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGUSR2);
+    sigprocmask(SIG_BLOCK, &signals, &before);
+    const pid_t caller = getpid();
+    const pid_t child = fork();
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        for (;;) {
+            sigwaitinfo(&signals, nullptr);
+            kill(caller, SIGUSR2);
+        }
+    }
+    const double ns = bench::nanoseconds([&](long) {
+        kill(child, SIGUSR2);
+        sigwaitinfo(&signals, nullptr);
+    });
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    return ns;
+}
+
+class Host {
+public:
+    Host(const char *module, int32_t layout)
+    {
+        ka_options options;
+        ka_options_init(&options, sizeof options);
+        options.layout = layout;
+        check(ka_open(&host_, module, &options));
+    }
+    ~Host() { ka_close(host_); }
+
+    // One call; add(host) adds its arguments.
+    template <typename Add>
+    double call(const char *function, Add add)
+    {
+        return bench::nanoseconds([&](long) {
+            int32_t code;
+            check(ka_begin(host_, function));
+            add(host_);
+            check(ka_call(host_, &code));
+        });
+    }
+    double call(const char *function)
+    {
+        return call(function, [](ka_host *) {});
+    }
+
+private:
+    void check(int32_t error)
+    {
+        if (error == KA_DONE) return;
+        std::fprintf(stderr, "calls: %s\n", ka_last_error(host_)->text);
+        std::exit(1);
+    }
+    ka_host *host_ = nullptr;
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: calls MODULE\n");
+        return 2;
+    }
+    Host native(argv[1], KA_LAYOUT_NATIVE), wide(argv[1], KA_LAYOUT_64);
+
+    bench::Table trips("round trip (ratio to the bare ping-pong)");
+    const double bare = ping_pong();
+    trips.row("bare ping-pong of two processes", bare);
+    trips.row("call without arguments, native layout", native.call("nothing"));
+    trips.row("call without arguments, 64 layout", wide.call("nothing"));
+    trips.row("call with a call-back", native.call("ask"));
+    trips.row("call with 50 integers", native.call("any", [](ka_host *host) {
+        for (int i = 0; i < 50; i++)
+            ka_add_integer(host, i, KA_BY_REFERENCE);
+    }));
+
+    const std::vector<int32_t> integers(elements, 123456);
+    const std::vector<double> doubles(elements, 1234.5678);
+    std::vector<t_DECIMAL> reals(elements);
+    for (auto &real : reals)
+        ka_real_from_text("1234.5678", 9, &real);
+    const std::vector<ka_text> texts(elements, ka_text{"sixteen letters.", 16});
+    const std::string text(65536, 'x');
+
+    std::printf("\n");
+    bench::Table table("per element (ratio to an INTEGER by value)");
+    const double empty = native.call("nothing");
+    const auto row = [&](const char *name, const char *function, int32_t count, auto add) {
+        table.row(name, (native.call(function, add) - empty) / count);
+    };
+    row("INTEGER as integer, by value", "integers", elements,
+        [&](ka_host *host) { ka_add_integers(host, integers.data(), elements, KA_BY_VALUE); });
+    row("INTEGER as double", "doubles", elements,
+        [&](ka_host *host) { ka_add_integers(host, integers.data(), elements, KA_BY_VALUE); });
+    row("REAL as integer", "integers", elements,
+        [&](ka_host *host) { ka_add_reals(host, reals.data(), elements, KA_BY_VALUE); });
+    row("REAL as double", "doubles", elements,
+        [&](ka_host *host) { ka_add_reals(host, reals.data(), elements, KA_BY_VALUE); });
+    row("REAL as double and back", "any", elements,
+        [&](ka_host *host) { ka_add_reals(host, reals.data(), elements, KA_BY_REFERENCE); });
+    row("STRING of 16 as record and back", "any", elements,
+        [&](ka_host *host) { ka_add_strings(host, texts.data(), elements, 0, KA_BY_REFERENCE); });
+    row("STRING as terminated copy, per character", "text", static_cast<int32_t>(text.size()),
+        [&](ka_host *host) { ka_add_string(host, text.data(), static_cast<int32_t>(text.size()), 0, KA_BY_VALUE); });
+}

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+//
+// Nanoseconds of one operation, and a table of them. The packaged benchmark libraries are built for 64 bits only, and
+// the numbers of interest are the 32-bit ones. Figures of different runs or machines are not comparable: every table
+// has a row that the others are ratios of, measured in the same run.
+#ifndef BENCH_TIMING_H
+#define BENCH_TIMING_H
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+// Keeps the compiler from dropping what only the benchmark looks at.
+template <typename T>
+inline void keep(T &value)
+{
+    asm volatile("" : : "g"(&value) : "memory");
+}
+
+// Median of 15 timings, each long enough (20 ms) for the clock.
+template <typename Operation>
+double nanoseconds(Operation operation)
+{
+    using clock = std::chrono::steady_clock;
+    const auto time = [&](long rounds) {
+        const auto start = clock::now();
+        for (long i = 0; i < rounds; i++)
+            operation(i);
+        return std::chrono::duration<double, std::nano>(clock::now() - start).count();
+    };
+    long rounds = 1;
+    while (time(rounds) < 20e6)
+        rounds *= 2;
+    std::vector<double> runs;
+    for (int i = 0; i < 15; i++)
+        runs.push_back(time(rounds) / static_cast<double>(rounds));
+    std::nth_element(runs.begin(), runs.begin() + 7, runs.end());
+    return runs[7];
+}
+
+class Table {
+public:
+    // The first row is what all ratios are made to, unless a row names its own.
+    explicit Table(const std::string &title) { std::printf("%-44s %12s %9s\n", title.c_str(), "ns", "ratio"); }
+    void row(const std::string &name, double ns, double to = 0)
+    {
+        if (base_ == 0) base_ = ns;
+        std::printf("%-44s %12.1f %9.2f\n", name.c_str(), ns, ns / (to == 0 ? base_ : to));
+        std::fflush(stdout);
+    }
+
+private:
+    double base_ = 0;
+};
+
+} // namespace bench
+
+#endif
