@@ -123,17 +123,26 @@ int m_load(const void *field, int length, t_DECIMAL *r)
 
 /* ---- Double ---------------------------------------------------------------------------------------------------- */
 
+/* dececvt; where nines at the top exponent round beyond any record, and so give no decimals, the 1 they round to. */
+static char *rounded_decimals(const t_DECIMAL *x, int ndigit, int *decpt, int *sign)
+{
+    char *decimals = dececvt(x, ndigit, decpt, sign);
+    if (decimals[0] != '\0') return decimals;
+    decimals[0] = '1';
+    decimals[1] = '\0';
+    ++*decpt;
+    return decimals;
+}
+
 /* Through text, so that 0.1 becomes the double nearest to 0.1.
    KEPT: 14 decimals count, fewer than a REAL or a double has: 1234567890123456 becomes 1234567890123500.
-   Test: MToDbl.rounds_to_14_decimals_first.
-   KEPT: sixteen nines at exponent 63 round beyond the largest exponent, so no decimals come back and the double is 0,
-   where one would expect 1e126. Test: MToDbl.nines_that_round_beyond_the_range_become_zero. */
+   Test: MToDbl.rounds_to_14_decimals_first. */
 int m_to_dbl(const t_DECIMAL *x, double *d)
 {
     refuse_null(x);
     int decpt = 0;
     int sign = 0;
-    const char *decimals = dececvt(x, 14, &decpt, &sign);
+    const char *decimals = rounded_decimals(x, 14, &decpt, &sign);
     if (decimals[0] == '0') { // as m_gcvt takes it: zero, without a sign
         *d = 0;
         return REAL_OK;
@@ -224,7 +233,7 @@ char *m_fcvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign)
 /* d.dddE+dd at out. */
 static void put_scientific(const char *decimals, int decpt, char *out)
 {
-    if (*decimals != '\0') *out++ = *decimals++;
+    *out++ = *decimals++;
     if (*decimals != '\0') *out++ = '.';
     while (*decimals != '\0')
         *out++ = *decimals++;
@@ -264,7 +273,7 @@ char *m_gcvt(const t_DECIMAL *x, int ndigit, char *buf)
     }
     int decpt = 0;
     int sign = 0;
-    char *decimals = dececvt(x, ndigit, &decpt, &sign);
+    char *decimals = rounded_decimals(x, ndigit, &decpt, &sign);
     if (decimals[0] == '0') {
         buf[0] = '0';
         buf[1] = '\0';
