@@ -1,0 +1,113 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The end of a host: asked for, or found. The process is waited for and everything is released; what is left of the
+ * ka_host is the record of its last error. */
+#include "host.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+/* Exit statuses of a host that could not start: its own, and the loader's. */
+enum { HOST_REFUSED = 2, LOADER_REFUSED = 127 };
+
+static void close_fd(int *fd)
+{
+    if (*fd != -1) close(*fd);
+    *fd = -1;
+}
+
+void release_host(ka_host *host)
+{
+    if (host->doorbell_fd != -1) drain_doorbell(host);
+    close_fd(&host->doorbell_fd);
+    release_doorbell(host);
+    close_fd(&host->pid_fd);
+    close_fd(&host->status_fd);
+    remove_segment(host);
+    host->pid = 0;
+    host->state = STATE_ENDED;
+}
+
+/* Never another process that has got the number of a dead host. */
+int signal_process(const ka_host *host, int signal)
+{
+    return syscall(SYS_pidfd_send_signal, host->pid_fd, signal, nullptr, 0) == 0 ? 0 : errno;
+}
+
+/* True once the process is dead. */
+static bool dead_by(const ka_host *host, int64_t until)
+{
+    int woken = 0;
+    do {
+        woken = wait_until(host, -1, until);
+    } while (woken != 0 && (woken & WOKEN_BY_DEATH) == 0);
+    return woken != 0;
+}
+
+/* SIGKILL ends a process that outlives the grace time, also a stopped one; the kernel may take a moment for it. */
+void end_process(ka_host *host)
+{
+    if (host->pid_fd == -1) return;
+    host->options.cancel_fd = -1; /* an end is not cancelled */
+    signal_process(host, SIGTERM);
+    if (!dead_by(host, deadline_after_ms(host->options.grace_ms))) {
+        signal_process(host, SIGKILL);
+        dead_by(host, deadline_after_ms(5000));
+    }
+    siginfo_t info = {};
+    waitid(P_PIDFD, static_cast<id_t>(host->pid_fd), &info, WEXITED | WNOHANG);
+}
+
+/* ---- Found dead ------------------------------------------------------------------------------------------------ */
+
+static void describe_death(ka_host *host, const siginfo_t *info, char *text, size_t size)
+{
+    if (info->si_pid == 0) {
+        snprintf(text, size, "ended, how is not known (the program does not leave its children to the library)");
+    } else if (info->si_code == CLD_EXITED) {
+        host->error.exit_status = info->si_status;
+        snprintf(text, size, "ended with status %d", info->si_status);
+    } else {
+        const char *name = sigabbrev_np(info->si_status);
+        const char *meaning = sigdescr_np(info->si_status);
+        host->error.signal = info->si_status;
+        snprintf(text, size, "was killed by SIG%s (%s)", name ? name : "?", meaning ? meaning : "unknown");
+    }
+}
+
+int32_t fail_dead(ka_host *host, const char *where)
+{
+    siginfo_t info = {};
+    waitid(P_PIDFD, static_cast<id_t>(host->pid_fd), &info, WEXITED | WNOHANG);
+    const bool exited = info.si_pid != 0 && info.si_code == CLD_EXITED;
+    const bool at_start =
+        !host->answered && exited && (info.si_status == HOST_REFUSED || info.si_status == LOADER_REFUSED);
+    if (at_start) {
+        fail(host, KA_START, "%.300s ended at start with status %d", host->module, info.si_status);
+        host->error.exit_status = info.si_status;
+    } else {
+        char text[120];
+        fail(host, KA_DIED, " ");
+        describe_death(host, &info, text, sizeof text);
+        snprintf(host->error.text, sizeof host->error.text, "%.200s: the host %s %s", host->module, text, where);
+    }
+    release_host(host);
+    return host->error.error_class;
+}
+
+int32_t ka_close(ka_host *host)
+{
+    if (!host) return KA_DONE;
+    if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a host cannot be closed inside its call-back");
+    end_process(host);
+    release_host(host);
+    free(host->module);
+    free(host);
+    return KA_DONE;
+}

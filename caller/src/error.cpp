@@ -1,0 +1,42 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Error records: one class, one line of text. */
+#include "host.h"
+
+#include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+static const ka_error no_memory = {KA_SYSTEM, ENOMEM, -1, 0, 0, "there is no memory for another host"};
+
+const ka_error *ka_last_error(const ka_host *host)
+{
+    return host ? &host->error : &no_memory;
+}
+
+const char *errno_text(int error_number)
+{
+    const char *text = strerrordesc_np(error_number);
+    return text ? text : "unknown error";
+}
+
+int32_t fail(ka_host *host, int32_t error_class, const char *format, ...)
+{
+    host->error = {};
+    host->error.error_class = error_class;
+    host->error.exit_status = -1;
+    va_list values;
+    va_start(values, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the line before it is not understood
+    vsnprintf(host->error.text, sizeof host->error.text, format, values);
+    va_end(values);
+    return error_class;
+}
+
+int32_t fail_system(ka_host *host, int error_number, const char *what)
+{
+    fail(host, KA_SYSTEM, "%s: %s", what, errno_text(error_number));
+    host->error.sys_errno = error_number;
+    return KA_SYSTEM;
+}

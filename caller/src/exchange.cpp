@@ -1,0 +1,205 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * One call: the request, the host's replies, the answers to its call-backs.
+ *
+ * A call-back and the end of a call arrive as the same signal; the host writes cbval before the one and retcode
+ * before the other. So before the host is signalled both fields are given known values: cbval a fresh random mark,
+ * retcode another, or, for an answer, the answer itself. Then a changed cbval means a call-back and a changed retcode
+ * the end; no value is reserved. Where the host writes the very value that stood there, nothing changes, and its
+ * state decides (rest.cpp).
+ *
+ * A signal makes the library look, and is never counted: replies and signals of others merge, and one that arrives
+ * late finds the block unchanged, which again is left to the host's state.
+ *
+ * A SIGUSR2 that anyone else sends to a waiting host makes it do what the block says. Therefore argc, without which
+ * there is no call, is written last and taken back at the end: such a signal then costs a refusal with
+ * KA_WRONG_COUNT, or with KA_WRONG_TYPE when argc is taken back under the host's eyes. The refusal can fall into the
+ * next call, before the host has seen its request; so these two codes are believed only when the host has taken the
+ * request and is at rest. What remains: a foreign signal in the moment between argc and our own makes the host
+ * perform the call twice. */
+#include "host.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+
+#include "ka/dll_codes.h"
+
+/* First and longest pause between two looks at a host whose state has to decide. */
+enum : int64_t { FIRST_PAUSE_NS = 20000, LONGEST_PAUSE_NS = 20000000 };
+
+enum t_EVENT {
+    EVENT_NONE,
+    EVENT_CALLBACK,
+    EVENT_RETURNED,
+    EVENT_DIED,
+    EVENT_CANCELLED,
+    EVENT_LATE,
+    EVENT_UNKNOWABLE
+};
+
+struct t_REPLY {
+    t_EVENT event;
+    int32_t value; /* of the call-back, or the return code */
+};
+
+static int32_t random_word(ka_host *host)
+{
+    uint64_t z = host->random += 0x9e3779b97f4a7c15u;
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
+    return static_cast<int32_t>(z >> 32);
+}
+
+/* ---- Ring ------------------------------------------------------------------------------------------------------ */
+
+/* 0 or an errno. argc goes last: until then a foreign signal finds no call. */
+static int ring(ka_host *host, int32_t known)
+{
+    host->mark = random_word(host);
+    host->known = known;
+    host->progress = {};
+    store32(host, host->layout->cbval, host->mark);
+    store32(host, host->layout->retcode, host->known);
+    store32(host, host->layout->argc, host->argc);
+    return signal_process(host, SIGUSR2);
+}
+
+/* ---- The verdict ----------------------------------------------------------------------------------------------- */
+
+static t_REPLY judge_by_rest(ka_host *host)
+{
+    switch (look_for_rest(host)) {
+    case AT_REST_IDLE:
+        return {EVENT_RETURNED, load32(host, host->layout->retcode)};
+    case AT_REST_IN_CALLBACK:
+        return {EVENT_CALLBACK, load32(host, host->layout->cbval)};
+    case REST_UNKNOWABLE:
+        return {wait_until(host, -1, 0) & WOKEN_BY_DEATH ? EVENT_DIED : EVENT_UNKNOWABLE, 0};
+    case NOT_AT_REST:
+        break;
+    }
+    return {EVENT_NONE, 0};
+}
+
+static bool can_be_of_a_foreign_signal(int32_t code)
+{
+    return code == KA_WRONG_COUNT || code == KA_WRONG_TYPE;
+}
+
+static t_REPLY judge(ka_host *host)
+{
+    const int32_t value = load32(host, host->layout->cbval);
+    if (value != host->mark) return {EVENT_CALLBACK, value};
+    const int32_t code = load32(host, host->layout->retcode);
+    if (code != host->known && !can_be_of_a_foreign_signal(code)) return {EVENT_RETURNED, code};
+    return judge_by_rest(host);
+}
+
+/* Until the first signal there is nothing to look at. After a signal that did not decide, further looks are taken in
+   lengthening pauses, since the host need not signal again. */
+static t_REPLY await_reply(ka_host *host, int64_t deadline)
+{
+    int64_t pause = 0;
+    for (;;) {
+        const int64_t look_again = pause > 0 ? now_ns() + pause : deadline;
+        const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
+        if (woken & WOKEN_BY_CANCEL) return {EVENT_CANCELLED, 0};
+        if ((woken & WOKEN_BY_SIGNAL) || pause > 0) {
+            const t_REPLY reply = judge(host);
+            if (reply.event != EVENT_NONE) return reply;
+            pause = pause == 0 ? FIRST_PAUSE_NS : pause * 2;
+            if (pause > LONGEST_PAUSE_NS) pause = LONGEST_PAUSE_NS;
+        }
+        if (woken & WOKEN_BY_DEATH) return {EVENT_DIED, 0};
+        if (now_ns() >= deadline) return {EVENT_LATE, 0};
+    }
+}
+
+/* ---- The call -------------------------------------------------------------------------------------------------- */
+
+static int32_t answer(ka_host *host, int32_t value)
+{
+    return host->options.callback ? host->options.callback(host, value, host->options.user) : 0;
+}
+
+/* The host is ended whatever it is doing; the error stays. */
+static int32_t give_up(ka_host *host)
+{
+    end_process(host);
+    release_host(host);
+    return host->error.error_class;
+}
+
+static int32_t fail_exchange(ka_host *host, t_EVENT event, bool in_callback)
+{
+    const char *what = in_callback ? "a call-back of" : "a call of";
+    char where[SHOWN_NAME + 32];
+    snprintf(where, sizeof where, "in %s \"%s\"", what, host->function);
+    if (event == EVENT_DIED) return fail_dead(host, where);
+    if (event == EVENT_CANCELLED) {
+        fail(host, KA_CANCELLED, "%.300s: %s \"%s\" was cancelled", host->module, what, host->function);
+    } else if (event == EVENT_LATE) {
+        fail(host, KA_DEADLINE, "%.300s: %s \"%s\" took more than %d ms", host->module, what, host->function,
+             host->options.deadline_ms);
+    } else {
+        fail_system(host, EIO, "cannot read the host's state from /proc");
+    }
+    return give_up(host);
+}
+
+static int32_t fail_ring(ka_host *host, int error, bool in_callback)
+{
+    if (error == ESRCH) return fail_exchange(host, EVENT_DIED, in_callback);
+    fail_system(host, error, "cannot signal the host");
+    return give_up(host);
+}
+
+static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
+{
+    bool in_callback = false;
+    int32_t known = random_word(host);
+    for (;;) {
+        const int error = ring(host, known);
+        if (error != 0) return fail_ring(host, error, in_callback);
+        const t_REPLY reply = await_reply(host, deadline);
+        if (reply.event != EVENT_RETURNED && reply.event != EVENT_CALLBACK)
+            return fail_exchange(host, reply.event, in_callback);
+        host->answered = true;
+        if (reply.event == EVENT_RETURNED) {
+            store32(host, host->layout->argc, 0);
+            *return_code = reply.value;
+            return KA_DONE;
+        }
+        in_callback = true;
+        known = answer(host, reply.value);
+    }
+}
+
+/* What happened while nobody waited: a reply to a foreign signal is dropped, a death is reported. */
+static int32_t look_before_call(ka_host *host)
+{
+    const int woken = wait_until(host, -1, 0);
+    if (woken & WOKEN_BY_CANCEL) return fail_exchange(host, EVENT_CANCELLED, false);
+    if (woken & WOKEN_BY_DEATH) return fail_dead(host, host->answered ? "between calls" : "before its first call");
+    return KA_DONE;
+}
+
+static int32_t fail_out_of_turn(ka_host *host)
+{
+    if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
+    if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a call inside a call-back of the same host");
+    return fail(host, KA_ARGUMENT, "ka_call without ka_begin");
+}
+
+int32_t ka_call(ka_host *host, int32_t *return_code)
+{
+    if (host->state != STATE_BUILDING) return fail_out_of_turn(host);
+    if (host->build_error != KA_DONE) return host->build_error;
+    const int64_t deadline = deadline_after_ms(host->options.deadline_ms);
+    if (look_before_call(host) != KA_DONE) return host->error.error_class;
+    host->state = STATE_CALLING;
+    const int32_t status = exchange(host, deadline, return_code);
+    if (status == KA_DONE) host->state = STATE_CALLED;
+    return status;
+}

@@ -1,0 +1,125 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The caller's record of a host, and what the sources of the library share. Nothing here is read back from the shared
+ * block: the module can write there what it likes, so every offset, size and count that steers the library is kept in
+ * this record. */
+#ifndef KA_CALLER_HOST_H
+#define KA_CALLER_HOST_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/types.h>
+
+#include "ka/caller.h"
+#include "ka/dll_block.h"
+
+/* Where the fields of a block layout lie. */
+struct t_LAYOUT {
+    int32_t base, retcode, shmsz, scratch, cbval, argc, args; /* offsets in the header */
+    int32_t arg_size, arg_counts; /* descriptor size; offset of maxlen, elsz, elcnt in it */
+    int32_t address_bytes;
+};
+
+/* One descriptor as it was written: 0 is the function name. */
+struct t_SLOT {
+    int32_t type;
+    int32_t passing;
+    int32_t offset; /* of element 0 in the segment */
+    int32_t room;   /* for characters of a string */
+    int32_t stride; /* from element to element, bytes */
+    int32_t count;
+};
+
+enum t_STATE {
+    STATE_ENDED,    /* no process and no segment */
+    STATE_READY,    /* started; no call begun */
+    STATE_BUILDING, /* from ka_begin to ka_call */
+    STATE_CALLING,  /* inside ka_call */
+    STATE_CALLED    /* results can be read */
+};
+
+/* What is known of the host's progress since it was last signalled; see rest.cpp. */
+struct t_PROGRESS {
+    bool taken;  /* the signal was seen to be no longer pending */
+    bool asleep; /* it was seen asleep after that */
+};
+
+enum { SHOWN_NAME = 80 };
+
+struct ka_host {
+    ka_error error;
+    ka_options options;
+    char *module;
+    t_STATE state;
+    pid_t doorbell_thread; /* in which SIGUSR2 is blocked for this host; 0 for none */
+
+    char *base; /* of the segment in this process; null when there is none */
+    int32_t segment_id;
+    int32_t segment_size;   /* as the block says, which may be a little less than was allocated */
+    int32_t scratch_offset; /* the scratch area, or the end of the segment when there is none */
+    const t_LAYOUT *layout;
+
+    pid_t pid;
+    int pid_fd;
+    int doorbell_fd; /* a signalfd for SIGUSR2 */
+    int status_fd;   /* /proc/PID/status; follows the process, not the number */
+    bool answered;   /* it has answered at least once */
+
+    int32_t mark;  /* cbval as it was before the host was signalled */
+    int32_t known; /* retcode likewise */
+    uint64_t random;
+    t_PROGRESS progress;
+
+    int32_t build_error; /* the first error since ka_begin, or KA_DONE */
+    int32_t argc;
+    int64_t cursor;            /* end of the values so far; beyond the room when the call is too big */
+    char function[SHOWN_NAME]; /* for messages: cut, and without control characters */
+    t_SLOT slots[DLL_MAX_ARGC];
+};
+
+/* error.cpp: store the error and return its class. */
+__attribute__((format(printf, 3, 4))) int32_t fail(ka_host *host, int32_t error_class, const char *format, ...);
+int32_t fail_system(ka_host *host, int error_number, const char *what);
+const char *errno_text(int error_number);
+
+/* segment.cpp */
+int32_t create_segment(ka_host *host);
+void remove_segment(ka_host *host);
+void write_header(ka_host *host);
+void write_descriptor(ka_host *host, int32_t index);
+int32_t load32(const ka_host *host, int32_t offset);
+void store32(ka_host *host, int32_t offset, int32_t value);
+bool still_by_reference(const ka_host *host, int32_t index);
+enum { VALUES_START = sizeof(t_DLL_INFO64) }; /* behind the descriptors of either layout */
+
+/* module.cpp: why the file cannot be a module; true when nothing speaks against it. */
+bool check_module(const char *path, char *why, size_t size);
+/* The loader that the file asks for; false when it asks for none. */
+bool read_loader(const char *path, char *loader, size_t size);
+
+/* doorbell.cpp: SIGUSR2 in this thread. */
+void hold_doorbell(ka_host *host);
+void release_doorbell(ka_host *host);
+int open_doorbell(void);
+void drain_doorbell(const ka_host *host);
+
+/* start.cpp */
+int32_t start_process(ka_host *host, int64_t deadline);
+
+/* wait.cpp: waits for the first of these things; more than one bit can be set, none when the time is over. */
+enum { WOKEN_BY_SIGNAL = 1, WOKEN_BY_DEATH = 2, WOKEN_BY_CANCEL = 4, WOKEN_BY_PIPE = 8 };
+int wait_until(const ka_host *host, int pipe_fd, int64_t until);
+int64_t now_ns(void);
+int64_t deadline_after_ms(int32_t milliseconds);
+
+/* ending.cpp */
+int signal_process(const ka_host *host, int signal); /* 0 or an errno */
+void end_process(ka_host *host);
+void release_host(ka_host *host);
+int32_t fail_dead(ka_host *host, const char *where);
+
+/* rest.cpp */
+enum t_REST { NOT_AT_REST, AT_REST_IDLE, AT_REST_IN_CALLBACK, REST_UNKNOWABLE };
+t_REST look_for_rest(ka_host *host);
+
+#endif

@@ -1,0 +1,76 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Is the host at rest, and in which of its two waits? Asked only when the block itself does not tell.
+ *
+ * The host waits in sigsuspend, once for a call and once, inside a call, for the answer to a call-back. Each wait
+ * replaces the signal mask as a whole, by a set of its own, and while anything else runs SIGUSR2 is blocked. So a
+ * mask equal to one of the two sets names the wait, but one look at it proves nothing: a host that has just been
+ * signalled shows the mask of the wait it is leaving until its handler runs.
+ *
+ * Proof, of three observations made in this order after the signal was sent:
+ *  1. The signal is not pending: the kernel has taken it off the queue, and the host runs, on its way into the
+ * handler.
+ *  2. The host is asleep. On that way it never sleeps, so it is past it: the old wait is over, and the host is inside
+ *     the function (which may sleep) or already in its next wait.
+ *  3. The mask is that of a wait, and no signal is pending. The function runs with SIGUSR2 blocked, so the host is in
+ *     its next wait, and the mask says which.
+ * The kernel writes the process state before the signal sets, and the sets together under one lock; so one text of
+ * /proc/PID/status can serve as 2 and 3, but 1 needs one of its own before. */
+#include "host.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+static constexpr uint64_t bit(int signal)
+{
+    return uint64_t{1} << (signal - 1);
+}
+
+static constexpr uint64_t waiting_in_callback = bit(SIGINT) | bit(SIGIO) | bit(SIGALRM);
+static constexpr uint64_t waiting_idle = waiting_in_callback | bit(SIGUSR1);
+
+struct t_LOOK {
+    bool asleep;
+    bool pending;
+    uint64_t blocked;
+};
+
+static const char *field(const char *status, const char *name)
+{
+    const char *found = strstr(status, name);
+    return found ? found + strlen(name) : nullptr;
+}
+
+/* False when the process is gone, or its status cannot be had. */
+static bool look(const ka_host *host, t_LOOK *result)
+{
+    char status[8192];
+    const ssize_t length = pread(host->status_fd, status, sizeof status - 1, 0);
+    if (length <= 0) return false;
+    status[length] = '\0';
+    const char *state = field(status, "\nState:\t");
+    const char *own = field(status, "\nSigPnd:\t");
+    const char *shared = field(status, "\nShdPnd:\t");
+    const char *blocked = field(status, "\nSigBlk:\t");
+    if (!state || !own || !shared || !blocked) return false;
+    result->asleep = *state == 'S';
+    result->pending = ((strtoull(own, nullptr, 16) | strtoull(shared, nullptr, 16)) & bit(SIGUSR2)) != 0;
+    result->blocked = strtoull(blocked, nullptr, 16);
+    return true;
+}
+
+/* One look; host->progress keeps what the looks before it have shown since the host was signalled. */
+t_REST look_for_rest(ka_host *host)
+{
+    t_LOOK seen;
+    if (!look(host, &seen)) return REST_UNKNOWABLE;
+    if (host->progress.taken && seen.asleep) host->progress.asleep = true;
+    if (!seen.pending) host->progress.taken = true;
+    if (!host->progress.asleep || seen.pending) return NOT_AT_REST;
+    if (seen.blocked == waiting_idle) return AT_REST_IDLE;
+    if (seen.blocked == waiting_in_callback) return AT_REST_IN_CALLBACK;
+    return NOT_AT_REST;
+}

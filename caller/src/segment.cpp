@@ -1,0 +1,173 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The shared segment: created, laid out, written, removed. It holds the header and room for all descriptors, then the
+ * values of a call from VALUES_START on, and ends with the scratch area. */
+#include "host.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/ipc.h>
+#include <sys/mman.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+#define LAYOUT(info, arg)                                                                                          \
+    {                                                                                                              \
+        offsetof(info, base), offsetof(info, retcode), offsetof(info, shmsz), offsetof(info, scratch),             \
+            offsetof(info, cbval), offsetof(info, argc), offsetof(info, args), sizeof(arg), offsetof(arg, maxlen), \
+            sizeof(arg::ptr)                                                                                       \
+    }
+static constexpr t_LAYOUT layout_32 = LAYOUT(t_DLL_INFO32, t_DLL_ARG32);
+static constexpr t_LAYOUT layout_64 = LAYOUT(t_DLL_INFO64, t_DLL_ARG64);
+
+/* The scratch area can move up by this much; see place_scratch. */
+enum { SLACK = 16 };
+
+/* ---- Fields ---------------------------------------------------------------------------------------------------- */
+
+/* The fields accessed so are aligned: the segment begins on a page. */
+static int32_t *word_at(const ka_host *host, int32_t offset)
+{
+    return static_cast<int32_t *>(static_cast<void *>(host->base + offset));
+}
+
+int32_t load32(const ka_host *host, int32_t offset)
+{
+    int32_t value;
+    __atomic_load(word_at(host, offset), &value, __ATOMIC_ACQUIRE);
+    return value;
+}
+
+void store32(ka_host *host, int32_t offset, int32_t value)
+{
+    __atomic_store(word_at(host, offset), &value, __ATOMIC_RELEASE);
+}
+
+/* The module uses addresses by their distance from base alone, and of each the low 32 bits alone. */
+static void store_address(ka_host *host, int32_t offset, const char *address)
+{
+    const uint64_t wide = reinterpret_cast<uintptr_t>(address);
+    memcpy(host->base + offset, &wide, static_cast<size_t>(host->layout->address_bytes));
+}
+
+static int32_t descriptor_offset(const ka_host *host, int32_t index)
+{
+    return host->layout->args + index * host->layout->arg_size;
+}
+
+void write_descriptor(ka_host *host, int32_t index)
+{
+    const t_SLOT *slot = &host->slots[index];
+    const int32_t at = descriptor_offset(host, index);
+    store32(host, at + static_cast<int32_t>(offsetof(t_DLL_ARG32, type)), slot->type);
+    store32(host, at + static_cast<int32_t>(offsetof(t_DLL_ARG32, ref)), slot->passing);
+    store_address(host, at + static_cast<int32_t>(offsetof(t_DLL_ARG32, ptr)), host->base + slot->offset);
+    const int32_t counts = at + host->layout->arg_counts;
+    store32(host, counts, slot->room);
+    store32(host, counts + 4, slot->stride / 4);
+    store32(host, counts + 8, slot->count);
+}
+
+bool still_by_reference(const ka_host *host, int32_t index)
+{
+    return load32(host, descriptor_offset(host, index) + static_cast<int32_t>(offsetof(t_DLL_ARG32, ref))) != 0;
+}
+
+/* Written again for every call, since a module can have overwritten it. argc is 0 until a call is complete. */
+void write_header(ka_host *host)
+{
+    const t_LAYOUT *layout = host->layout;
+    memcpy(host->base, DLL_MAGIC, sizeof(t_DLL_INFO32::magic));
+    store32(host, offsetof(t_DLL_INFO32, version), DLL_VERSION);
+    store32(host, offsetof(t_DLL_INFO32, pid), getpid());
+    store_address(host, layout->base, host->base);
+    store32(host, layout->shmsz, host->segment_size);
+    store_address(host, layout->scratch,
+                  host->options.scratch_bytes > 0 ? host->base + host->scratch_offset : nullptr);
+    store32(host, layout->argc, 0);
+}
+
+/* ---- The segment ----------------------------------------------------------------------------------------------- */
+
+static int32_t check_sizes(ka_host *host)
+{
+    const ka_options *options = &host->options;
+    if (options->layout != KA_LAYOUT_NATIVE && options->layout != KA_LAYOUT_64)
+        return fail(host, KA_ARGUMENT, "there is no layout %d", options->layout);
+    if (options->scratch_bytes < 0)
+        return fail(host, KA_ARGUMENT, "a scratch area of %d bytes", options->scratch_bytes);
+    if (options->segment_bytes < VALUES_START || options->segment_bytes - VALUES_START < options->scratch_bytes)
+        return fail(host, KA_ARGUMENT,
+                    "a segment of %d bytes has no room for the block and a scratch area of %d bytes",
+                    options->segment_bytes, options->scratch_bytes);
+    if (options->segment_bytes > INT32_MAX - SLACK)
+        return fail(host, KA_ARGUMENT, "a segment of %d bytes is too large", options->segment_bytes);
+    return KA_DONE;
+}
+
+/* Where only 32 bits of an address are stored, a scratch area whose low bits are all zero would count as none. */
+static void place_scratch(ka_host *host)
+{
+    host->segment_size = host->options.segment_bytes;
+    host->scratch_offset = host->segment_size - host->options.scratch_bytes;
+    if (static_cast<uint32_t>(reinterpret_cast<uintptr_t>(host->base + host->scratch_offset)) == 0) {
+        host->segment_size += SLACK;
+        host->scratch_offset += SLACK;
+    }
+}
+
+/* The segment is marked for removal as soon as it is attached: from then on it vanishes with its last user. Linux
+   lets the host attach it by its identifier all the same. Signals wait meanwhile, so that no handler and no death by
+   signal (but SIGKILL) comes between. */
+static void *attach_segment(ka_host *host, int *error)
+{
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    void *base = nullptr;
+    host->segment_id = shmget(IPC_PRIVATE, static_cast<size_t>(host->options.segment_bytes) + SLACK, 0600);
+    if (host->segment_id != -1) {
+        base = shmat(host->segment_id, nullptr, 0);
+        if (base == reinterpret_cast<void *>(-1)) base = nullptr;
+        *error = errno;
+        shmctl(host->segment_id, IPC_RMID, nullptr);
+    } else {
+        *error = errno;
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return base;
+}
+
+int32_t create_segment(ka_host *host)
+{
+    if (check_sizes(host) != KA_DONE) return host->error.error_class;
+    int error = 0;
+    host->base = static_cast<char *>(attach_segment(host, &error));
+    if (!host->base) {
+        char what[64];
+        snprintf(what, sizeof what, "cannot create a shared segment of %d bytes", host->options.segment_bytes);
+        return fail_system(host, error, what);
+    }
+    /* A child that the program forks must not keep the segment alive. */
+    madvise(host->base, static_cast<size_t>(host->options.segment_bytes) + SLACK, MADV_DONTFORK);
+    host->layout = host->options.layout == KA_LAYOUT_64 ? &layout_64 : &layout_32;
+    place_scratch(host);
+    write_header(host);
+    return KA_DONE;
+}
+
+void remove_segment(ka_host *host)
+{
+    if (host->base) shmdt(host->base);
+    host->base = nullptr;
+}
+
+void *ka_scratch(ka_host *host, int32_t *size)
+{
+    const bool there = host->base && host->options.scratch_bytes > 0;
+    if (size) *size = there ? host->options.scratch_bytes : 0;
+    return there ? host->base + host->scratch_offset : nullptr;
+}

@@ -1,0 +1,136 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Starts the module's process. There is no sign of readiness to wait for, and none is needed: the child is born with
+ * SIGUSR2 blocked, so a call that is sent before the host waits for one stays pending until it does. */
+#include "host.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+struct t_LAUNCH {
+    const char *module;
+    char argument[32]; /* segment identifier and layout */
+    pid_t parent;
+    int report_fd; /* errno goes here when the module cannot be executed; closed by a successful exec */
+};
+
+/* ---- In the child, where only async-signal-safe functions may be called ---------------------------------------- */
+
+/* All signals are blocked here: a handler of the parent must not run in the child. Ignored signals stay ignored, as
+   for any child, but for the two that drive the host. */
+static void reset_signals(void)
+{
+    for (int number = 1; number <= SIGRTMAX; number++) {
+        struct sigaction action;
+        if (sigaction(number, nullptr, &action) != 0) continue;
+        const bool drives_host = number == SIGUSR2 || number == SIGTERM;
+        if (action.sa_handler == SIG_DFL || (action.sa_handler == SIG_IGN && !drives_host)) continue;
+        action = {};
+        action.sa_handler = SIG_DFL;
+        sigaction(number, &action, nullptr);
+    }
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    sigprocmask(SIG_SETMASK, &set, nullptr);
+}
+
+__attribute__((noreturn)) static void become_host(const t_LAUNCH *launch)
+{
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    /* A parent that died before the line above sends nothing any more. */
+    if (getppid() != launch->parent) _exit(127);
+    reset_signals();
+    char *const arguments[] = {const_cast<char *>(launch->module), const_cast<char *>(launch->argument), nullptr};
+    execve(launch->module, arguments, environ);
+    const int error = errno;
+    if (write(launch->report_fd, &error, sizeof error) != sizeof error) _exit(126);
+    _exit(127);
+}
+
+/* ---- In the caller --------------------------------------------------------------------------------------------- */
+
+/* A descriptor for the process comes with its birth, so that the number cannot be that of a later process. */
+static pid_t fork_with_descriptor(int *pid_fd)
+{
+    return static_cast<pid_t>(syscall(SYS_clone, CLONE_PIDFD | SIGCHLD, nullptr, pid_fd, nullptr, nullptr));
+}
+
+static int launch_process(ka_host *host, const t_LAUNCH *launch)
+{
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    int pid_fd = -1;
+    const pid_t pid = fork_with_descriptor(&pid_fd);
+    if (pid == 0) become_host(launch);
+    const int error = pid == -1 ? errno : 0;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (error != 0) return error;
+    host->pid = pid;
+    host->pid_fd = pid_fd;
+    char path[40];
+    snprintf(path, sizeof path, "/proc/%d/status", pid);
+    host->status_fd = open(path, O_RDONLY | O_CLOEXEC);
+    return 0;
+}
+
+static int32_t fail_exec(ka_host *host, int error)
+{
+    char loader[128];
+    const char *module = host->module;
+    if (error == ENOENT && read_loader(module, loader, sizeof loader))
+        fail(host, KA_START, "cannot start %.300s: its loader %s is missing (the 32-bit C library is not installed)",
+             module, loader);
+    else if (error == ENOEXEC)
+        fail(host, KA_START, "cannot start %.300s: this system does not run 32-bit programs", module);
+    else
+        fail(host, KA_START, "cannot start %.300s: %s", module, errno_text(error));
+    host->error.sys_errno = error;
+    return KA_START;
+}
+
+/* The pipe ends without a word when the module runs, for exec has closed it. */
+static int32_t await_exec(ka_host *host, int report_fd, int64_t deadline)
+{
+    int woken = 0;
+    while ((woken & (WOKEN_BY_PIPE | WOKEN_BY_CANCEL)) == 0) {
+        woken = wait_until(host, report_fd, deadline);
+        if (woken == 0) {
+            return fail(host, KA_DEADLINE, "%.300s did not start within %d ms", host->module,
+                        host->options.deadline_ms);
+        }
+    }
+    if (woken & WOKEN_BY_CANCEL) return fail(host, KA_CANCELLED, "the start of %.300s was cancelled", host->module);
+    int error = 0;
+    if (read(report_fd, &error, sizeof error) == sizeof error) return fail_exec(host, error);
+    return KA_DONE;
+}
+
+int32_t start_process(ka_host *host, int64_t deadline)
+{
+    t_LAUNCH launch = {host->module, {}, getpid(), -1};
+    snprintf(launch.argument, sizeof launch.argument, host->options.layout == KA_LAYOUT_64 ? "%d:64" : "%d",
+             host->segment_id);
+    int report[2];
+    if (pipe2(report, O_CLOEXEC) != 0) return fail_system(host, errno, "cannot create a pipe");
+    launch.report_fd = report[1];
+    const int error = launch_process(host, &launch);
+    close(report[1]);
+    int32_t result = KA_DONE;
+    if (error != 0) {
+        result = fail_system(host, error, "cannot create a process");
+    } else {
+        result = await_exec(host, report[0], deadline);
+    }
+    close(report[0]);
+    return result;
+}

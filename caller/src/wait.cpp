@@ -1,0 +1,51 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The one place where the library waits. Every wait has an end, and sees the host's death and a cancellation at once.
+ */
+#include "host.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <time.h>
+
+enum : int64_t { NS_PER_MS = 1000000, NS_PER_S = 1000000000 };
+
+int64_t now_ns(void)
+{
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * NS_PER_S + now.tv_nsec;
+}
+
+int64_t deadline_after_ms(int32_t milliseconds)
+{
+    return now_ns() + milliseconds * NS_PER_MS;
+}
+
+/* A signal handler of the program may interrupt the wait; it then goes on for the time that is left. */
+static int poll_until(struct pollfd *fds, nfds_t count, int64_t until)
+{
+    for (;;) {
+        int64_t left = until > 0 ? until - now_ns() : 0;
+        if (left < 0) left = 0;
+        const struct timespec timeout = {static_cast<time_t>(left / NS_PER_S), static_cast<long>(left % NS_PER_S)};
+        const int ready = ppoll(fds, count, &timeout, nullptr);
+        if (ready >= 0 || errno != EINTR) return ready;
+    }
+}
+
+/* until 0 only looks. Descriptors of -1 are passed over by the kernel. */
+int wait_until(const ka_host *host, int pipe_fd, int64_t until)
+{
+    struct pollfd fds[] = {{host->doorbell_fd, POLLIN, 0},
+                           {host->pid_fd, POLLIN, 0},
+                           {host->options.cancel_fd, POLLIN, 0},
+                           {pipe_fd, POLLIN, 0}};
+    static constexpr int meaning[] = {WOKEN_BY_SIGNAL, WOKEN_BY_DEATH, WOKEN_BY_CANCEL, WOKEN_BY_PIPE};
+    if (poll_until(fds, 4, until) <= 0) return 0;
+    int woken = 0;
+    for (int i = 0; i < 4; i++)
+        if (fds[i].revents != 0) woken |= meaning[i];
+    if (woken & WOKEN_BY_SIGNAL) drain_doorbell(host);
+    return woken;
+}

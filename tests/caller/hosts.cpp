@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: MIT
+//
+// See hosts.h.
+#include "caller/hosts.h"
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+ka_options default_options()
+{
+    ka_options options;
+    ka_options_init(&options, sizeof options);
+    return options;
+}
+
+Host::Host(const std::function<void(ka_options &)> &adjust, const std::string &module)
+{
+    ka_options options = default_options();
+    if (adjust) adjust(options);
+    EXPECT_EQ(ka_open(&host, module.c_str(), &options), KA_DONE) << ka_last_error(host)->text;
+}
+
+Host::~Host()
+{
+    EXPECT_EQ(ka_close(host), KA_DONE);
+}
+
+int32_t call(ka_host *host)
+{
+    int32_t code = INT32_MIN;
+    EXPECT_EQ(ka_call(host, &code), KA_DONE) << error_text(host);
+    return code;
+}
+
+int32_t call_fails(ka_host *host)
+{
+    int32_t code = 0;
+    const int32_t error_class = ka_call(host, &code);
+    EXPECT_NE(error_class, KA_DONE);
+    EXPECT_EQ(ka_last_error(host)->error_class, error_class);
+    return error_class;
+}
+
+std::string error_text(ka_host *host)
+{
+    return ka_last_error(host)->text;
+}
+
+std::vector<int32_t> integers(ka_host *host, int32_t argument, int32_t count)
+{
+    std::vector<int32_t> values(static_cast<size_t>(count));
+    EXPECT_EQ(ka_get_integers(host, argument, values.data(), count), KA_DONE) << error_text(host);
+    return values;
+}
+
+std::vector<std::string> reals(ka_host *host, int32_t argument, int32_t count)
+{
+    std::vector<t_DECIMAL> values(static_cast<size_t>(count));
+    EXPECT_EQ(ka_get_reals(host, argument, values.data(), count), KA_DONE) << error_text(host);
+    std::vector<std::string> texts;
+    for (const t_DECIMAL &value : values) {
+        char text[KA_REAL_TEXT];
+        texts.emplace_back(ka_real_to_text(&value, text));
+    }
+    return texts;
+}
+
+std::string string(ka_host *host, int32_t argument, int32_t element)
+{
+    char buffer[1024];
+    int32_t length = -1;
+    EXPECT_EQ(ka_get_string(host, argument, element, buffer, sizeof buffer, &length), KA_DONE) << error_text(host);
+    return length < 0 ? "" : std::string(buffer, static_cast<size_t>(length));
+}
+
+int32_t call_with(ka_host *host, const char *function, int32_t number)
+{
+    ka_begin(host, function);
+    ka_add_integer(host, number, KA_BY_VALUE);
+    return call(host);
+}
+
+// ---- Processes and segments ------------------------------------------------------------------------------------
+
+static std::string read_file(const std::string &path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+static bool becomes_true(const std::function<bool()> &condition)
+{
+    for (int i = 0; i < 10000; i++) {
+        if (condition()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
+}
+
+static bool is_gone(pid_t pid)
+{
+    const std::string status = read_file("/proc/" + std::to_string(pid) + "/status");
+    return status.empty() || status.find("\nState:\tZ") != std::string::npos;
+}
+
+bool ends(pid_t pid)
+{
+    return becomes_true([pid] { return is_gone(pid); });
+}
+
+bool segment_exists(int segment_id)
+{
+    std::istringstream lines(read_file("/proc/sysvipc/shm"));
+    std::string line;
+    std::getline(lines, line);
+    while (std::getline(lines, line)) {
+        std::istringstream fields(line);
+        long long key;
+        long long id;
+        if (fields >> key >> id && id == segment_id) return true;
+    }
+    return false;
+}
+
+int segment_of(pid_t pid)
+{
+    std::string words; // empty for a moment while the program is replaced
+    becomes_true([&] { return !(words = read_file("/proc/" + std::to_string(pid) + "/cmdline")).empty(); });
+    return std::stoi(words.substr(words.find('\0') + 1));
+}
+
+uint64_t signal_mask(pid_t pid, const std::string &field)
+{
+    const std::string status = read_file("/proc/" + std::to_string(pid) + "/status");
+    const size_t at = status.find("\n" + field + ":\t");
+    return at == std::string::npos ? 0 : std::stoull(status.substr(at + field.size() + 3), nullptr, 16);
+}
+
+uint64_t signal_bit(int signal)
+{
+    return uint64_t{1} << (signal - 1);
+}
+
+static bool is_asleep(pid_t pid)
+{
+    return read_file("/proc/" + std::to_string(pid) + "/status").find("\nState:\tS") != std::string::npos;
+}
+
+// What is pending is looked at first: a host that has been signalled shows the mask of its wait until it runs.
+bool becomes_idle(pid_t pid)
+{
+    const uint64_t idle = signal_bit(SIGINT) | signal_bit(SIGUSR1) | signal_bit(SIGIO) | signal_bit(SIGALRM);
+    return becomes_true([&] {
+        const bool taken = (signal_mask(pid, "ShdPnd") & signal_bit(SIGUSR2)) == 0;
+        return taken && is_asleep(pid) && signal_mask(pid, "SigBlk") == idle;
+    });
+}
+
+bool is_setting_up(pid_t pid)
+{
+    return becomes_true([&] {
+        const bool started = (signal_mask(pid, "SigBlk") & signal_bit(SIGALRM)) != 0;
+        const bool ready = (signal_mask(pid, "SigCgt") & signal_bit(SIGUSR2)) != 0;
+        return started && !ready && is_asleep(pid);
+    });
+}
+
+int open_descriptors()
+{
+    int count = 0;
+    for ([[maybe_unused]] const auto &entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        count++;
+    return count;
+}
+
+// ---- Files -----------------------------------------------------------------------------------------------------
+
+File::File(const std::string &content, int mode)
+{
+    char name[] = "/tmp/ka_test_XXXXXX";
+    const int fd = mkstemp(name);
+    EXPECT_EQ(write(fd, content.data(), content.size()), static_cast<ssize_t>(content.size()));
+    EXPECT_EQ(fchmod(fd, static_cast<mode_t>(mode)), 0);
+    close(fd);
+    path = name;
+}
+
+File::~File()
+{
+    unlink(path.c_str());
+}
+
+// ---- Layouts ---------------------------------------------------------------------------------------------------
+
+std::function<void(ka_options &)> BothLayouts::layout() const
+{
+    return [wanted = GetParam()](ka_options &options) { options.layout = wanted; };
+}
+
+int32_t BothLayouts::offset_of_cbval() const
+{
+    return GetParam() == KA_LAYOUT_64 ? offsetof(t_DLL_INFO64, cbval) : offsetof(t_DLL_INFO32, cbval);
+}
+
+int32_t BothLayouts::offset_of_retcode() const
+{
+    return GetParam() == KA_LAYOUT_64 ? offsetof(t_DLL_INFO64, retcode) : offsetof(t_DLL_INFO32, retcode);
+}
+
+int32_t BothLayouts::offset_of_descriptors() const
+{
+    return GetParam() == KA_LAYOUT_64 ? offsetof(t_DLL_INFO64, args) : offsetof(t_DLL_INFO32, args);
+}
+
+int32_t BothLayouts::descriptor_size() const
+{
+    return GetParam() == KA_LAYOUT_64 ? sizeof(t_DLL_ARG64) : sizeof(t_DLL_ARG32);
+}

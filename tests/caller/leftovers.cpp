@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: MIT
+//
+// Nothing is left: no process, no segment, no descriptor, whichever side ends how.
+#include "caller/hosts.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <sys/prctl.h>
+#include <sys/shm.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+TEST(Leftovers, many_hosts_in_a_row_leave_no_process_segment_or_descriptor)
+{
+    {
+        Host warm_up;
+    }
+    const int before = open_descriptors();
+    for (int32_t i = 0; i < 50; i++) {
+        pid_t pid;
+        int segment;
+        {
+            Host host;
+            pid = ka_pid(host);
+            segment = segment_of(pid);
+            if (i % 2 == 0) {
+                ASSERT_EQ(call_with(host, "give_code", i), i);
+            }
+        }
+        ASSERT_EQ(kill(pid, 0), -1);
+        ASSERT_FALSE(segment_exists(segment));
+    }
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(Leftovers, failed_starts_leave_no_descriptor_and_no_child)
+{
+    const int before = open_descriptors();
+    for (const std::string &module : {no_loader_module, std::string("/no/such/file"), std::string("/tmp")}) {
+        for (int i = 0; i < 10; i++) {
+            ka_host *host;
+            EXPECT_EQ(ka_open(&host, module.c_str(), nullptr), KA_START);
+            EXPECT_EQ(open_descriptors(), before);
+            ka_close(host);
+        }
+    }
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+}
+
+TEST(Leftovers, segment_is_marked_for_removal_while_it_is_used)
+{
+    Host host;
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    struct shmid_ds status;
+    ASSERT_EQ(shmctl(segment_of(ka_pid(host)), IPC_STAT, &status), 0);
+    EXPECT_EQ(status.shm_nattch, 2u);
+    EXPECT_EQ(status.shm_perm.mode & 0777, 0600);
+    EXPECT_NE(status.shm_perm.mode & SHM_DEST, 0);
+}
+
+TEST(Leftovers, forked_child_of_the_caller_does_not_hold_the_segment)
+{
+    int segment;
+    pid_t child;
+    {
+        Host host;
+        segment = segment_of(ka_pid(host));
+        child = fork();
+        if (child == 0) {
+            pause();
+            _exit(0);
+        }
+    }
+    EXPECT_FALSE(segment_exists(segment));
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+}
+
+// ---- The caller is killed --------------------------------------------------------------------------------------
+
+struct Started {
+    pid_t caller;
+    pid_t host;
+    int segment;
+};
+
+// A caller in a process of its own, which tells its host's process id and then makes a call of function, or none.
+// Orphans come to this process, so that their end can be waited for.
+static Started start_caller(const char *function, bool in_callback)
+{
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    int report[2];
+    EXPECT_EQ(pipe(report), 0);
+    const pid_t caller = fork();
+    if (caller == 0) {
+        static int report_fd;
+        report_fd = report[1];
+        ka_options options = default_options();
+        options.callback = [](ka_host *host, int32_t, void *) -> int32_t {
+            const int32_t pid = ka_pid(host);
+            if (write(report_fd, &pid, sizeof pid) != sizeof pid) _exit(1);
+            for (;;)
+                pause();
+        };
+        ka_host *host;
+        if (ka_open(&host, tasks_module.c_str(), &options) != KA_DONE) _exit(1);
+        const int32_t pid = ka_pid(host);
+        if (!in_callback && write(report_fd, &pid, sizeof pid) != sizeof pid) _exit(1);
+        int32_t code;
+        ka_begin(host, function ? function : "");
+        if (in_callback) ka_add_integer(host, 1, KA_BY_VALUE);
+        if (function) ka_call(host, &code);
+        for (;;)
+            pause();
+    }
+    close(report[1]);
+    Started started = {caller, 0, -1};
+    EXPECT_EQ(read(report[0], &started.host, sizeof started.host), static_cast<ssize_t>(sizeof started.host));
+    close(report[0]);
+    started.segment = segment_of(started.host);
+    return started;
+}
+
+static void expect_nothing_left(const Started &started)
+{
+    EXPECT_TRUE(ends(started.host));
+    waitpid(started.host, nullptr, 0);
+    EXPECT_FALSE(segment_exists(started.segment));
+}
+
+TEST(CallerDeath, by_any_signal_ends_the_host_and_frees_the_segment)
+{
+    const struct {
+        const char *function;
+        bool in_callback;
+    } moments[] = {{nullptr, false}, {"hang", false}, {"ask", true}};
+    for (const auto &[function, in_callback] : moments) {
+        for (int signal : {SIGKILL, SIGTERM, SIGINT, SIGABRT}) {
+            const Started started = start_caller(function, in_callback);
+            kill(started.caller, signal);
+            waitpid(started.caller, nullptr, 0);
+            expect_nothing_left(started);
+        }
+    }
+}
+
+TEST(CallerDeath, at_random_moments_of_a_start_leaves_no_host)
+{
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    for (int round = 0; round < 60; round++) {
+        const pid_t caller = fork();
+        if (caller == 0) {
+            for (;;) {
+                ka_host *host;
+                ka_open(&host, tasks_module.c_str(), nullptr);
+                ka_close(host);
+            }
+        }
+        usleep(static_cast<useconds_t>(1000 + round * 157));
+        kill(caller, SIGKILL);
+        EXPECT_EQ(waitpid(caller, nullptr, 0), caller);
+        // Every process that the caller left is a child of this one now; the last of them ends by itself.
+        while (waitpid(-1, nullptr, 0) > 0)
+            ;
+        EXPECT_EQ(errno, ECHILD);
+    }
+}
+
+TEST(CallerDeath, host_ends_with_the_thread_that_opened_it)
+{
+    pid_t pid = 0;
+    ka_host *host = nullptr;
+    sigset_t set;
+    sigset_t before;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    sigprocmask(SIG_BLOCK, &set, &before);
+    std::thread([&] {
+        ASSERT_EQ(ka_open(&host, tasks_module.c_str(), nullptr), KA_DONE);
+        pid = ka_pid(host);
+        EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    }).join();
+    EXPECT_TRUE(ends(pid));
+    EXPECT_EQ(kill(pid, 0), 0) << "a zombie until it is closed";
+    EXPECT_EQ(ka_close(host), KA_DONE);
+    EXPECT_EQ(kill(pid, 0), -1);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+}

@@ -1,0 +1,341 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * A function module for the tests of the caller's side: functions of every argument kind, call-backs, and the ways in
+ * which a module can die, hang or spoil the block. What happens at start is told by the environment. */
+#define _GNU_SOURCE
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "ka/dll_host.h"
+#include "ka/dll_module.h"
+#include "ka/kastring.h"
+
+/* ---- Values ---------------------------------------------------------------------------------------------------- */
+
+static int32_t add(void **argv)
+{
+    *(int32_t *)argv[2] = *(int32_t *)argv[0] + *(int32_t *)argv[1];
+    return 0;
+}
+
+static int32_t elements(const void *argument)
+{
+    return KaArgInfo((uintptr_t)argument)->elcnt;
+}
+
+static int32_t double_integers(void **argv)
+{
+    int32_t *values = argv[0];
+    for (int32_t i = 0; i < elements(argv[0]); i++)
+        values[i] *= 2;
+    return 0;
+}
+
+static int32_t scale(void **argv)
+{
+    double *values = argv[0];
+    for (int32_t i = 0; i < elements(argv[0]); i++)
+        values[i] *= *(double *)argv[1];
+    return 0;
+}
+
+static int32_t greet(void **argv)
+{
+    return str2KaStr("good day", argv[0]);
+}
+
+static int32_t shout(void **argv)
+{
+    KaStr *strings = argv[0];
+    char mark = '!';
+    KaStr bang = {1, 1, &mark};
+    for (int32_t i = 0; i < elements(argv[0]); i++) {
+        const int32_t code = KaStrcat(&strings[i], &bang);
+        if (code != 0) return code;
+    }
+    return 0;
+}
+
+static int32_t measure(void **argv)
+{
+    return (int32_t)strlen(argv[0]);
+}
+
+/* Sum of 100 * kind + elements over all arguments, to show how each arrived. */
+static int32_t describe(void **argv)
+{
+    int32_t sum = 0;
+    for (int32_t i = 0; i < KaFuncInfo()->argc; i++) {
+        const t_DLL_ARGINFO *info = KaArgInfo((uintptr_t)argv[i]);
+        sum += 100 * info->type + info->elcnt;
+    }
+    return sum;
+}
+
+static int32_t give_code(void **argv)
+{
+    return *(int32_t *)argv[0];
+}
+
+static int32_t count_call(void **argv)
+{
+    static int32_t calls;
+    (void)argv;
+    return ++calls;
+}
+
+static int32_t scratch_room(void **argv)
+{
+    char *scratch = dll_scratch(*(int32_t *)argv[0]);
+    if (!scratch) return 0;
+    memset(scratch, 's', (size_t) * (int32_t *)argv[0]);
+    return 1;
+}
+
+/* ---- Call-backs ------------------------------------------------------------------------------------------------ */
+
+static int32_t ask(void **argv)
+{
+    return dll_callback(*(int32_t *)argv[0]);
+}
+
+static int32_t ask_many(void **argv)
+{
+    int32_t sum = 0;
+    for (int32_t i = 0; i < *(int32_t *)argv[0]; i++)
+        sum += dll_callback(i);
+    *(int32_t *)argv[1] = sum;
+    return 0;
+}
+
+static int32_t block_word(int32_t offset)
+{
+    int32_t value;
+    memcpy(&value, (char *)u_get_baseptr() + offset, 4);
+    return value;
+}
+
+/* argv: offsets of cbval and retcode, a number of rounds, a sum. Each round calls back with the very value that
+   stands in cbval; at the end the very value that stands in retcode is returned. The block never changes by it. */
+static int32_t ask_unseen(void **argv)
+{
+    int32_t sum = 0;
+    for (int32_t i = 0; i < *(int32_t *)argv[2]; i++)
+        sum += dll_callback(block_word(*(int32_t *)argv[0]));
+    *(int32_t *)argv[3] = sum;
+    return block_word(*(int32_t *)argv[1]);
+}
+
+/* ---- Time and death -------------------------------------------------------------------------------------------- */
+
+static int32_t nap(void **argv)
+{
+    const int32_t ms = *(int32_t *)argv[0];
+    struct timespec left = {ms / 1000, ms % 1000 * 1000000L};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR)
+        ;
+    return 0;
+}
+
+static int32_t hang(void **argv)
+{
+    (void)argv;
+    while (pause() != 0)
+        ;
+    return 0;
+}
+
+/* Hangs, and does not hear SIGTERM. */
+static int32_t hang_deaf(void **argv)
+{
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, NULL);
+    return hang(argv);
+}
+
+static int32_t die_by(void **argv)
+{
+    signal(SIGABRT, SIG_DFL);
+    kill(getpid(), *(int32_t *)argv[0]);
+    return hang(argv);
+}
+
+static int32_t fault(void **argv)
+{
+    (void)argv;
+    *(volatile char *)mmap(NULL, 1, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) = 1;
+    return 0;
+}
+
+static int32_t leave(void **argv)
+{
+    _exit(*(int32_t *)argv[0]);
+}
+
+/* Dies at once, in a way that leaves a reply behind: signals the caller without having changed anything. */
+static int32_t ring_and_die(void **argv)
+{
+    (void)argv;
+    kill(getppid(), SIGUSR2);
+    kill(getpid(), SIGKILL);
+    return 0;
+}
+
+/* ---- A hostile module ------------------------------------------------------------------------------------------ */
+
+static int32_t lie_about_length(void **argv)
+{
+    KaStr *string = argv[0];
+    memset(string->data, 'x', (size_t)string->maxlen);
+    string->len = *(int32_t *)argv[1];
+    return 0;
+}
+
+/* Gives argument 1, a REAL, impossible bytes, and sends the write-back elsewhere: argument 1's descriptor, whose
+   offset in the block is in argument 3 and whose size in argument 4, gets the address of argument 2. */
+static int32_t forge_real(void **argv)
+{
+    const int32_t descriptor = *(int32_t *)argv[2];
+    const int32_t size = *(int32_t *)argv[3];
+    char *base = u_get_baseptr();
+    memset(u_get_arg(1).ptr, 0x7f, 12);
+    memcpy(base + descriptor + 8, base + descriptor + size + 8, 4);
+    return 0;
+}
+
+/* Overwrites magic, version, the descriptor of the function name, and the counts of argument 1, which gets 77. The
+   descriptors begin at the offset in argument 1 and have the size in argument 2. */
+static int32_t scribble(void **argv)
+{
+    const int32_t descriptors = *(int32_t *)argv[0];
+    const int32_t size = *(int32_t *)argv[1];
+    char *base = u_get_baseptr();
+    memset(base, 0x55, 12);
+    memset(base + descriptors, 0x7e, (size_t)size);
+    memset(base + descriptors + size + (size == 24 ? 12 : 16), 0x7e, 12);
+    *(int32_t *)argv[0] = 77;
+    return 0;
+}
+
+/* Spoils base in a call without arguments, where nothing is looked up any more. */
+static int32_t scribble_base(void **argv)
+{
+    (void)argv;
+    memset((char *)u_get_baseptr() + offsetof(t_DLL_INFO32, base), 0x55, 4);
+    return 0;
+}
+
+/* ---- Tables ---------------------------------------------------------------------------------------------------- */
+
+/* clang-format off */
+t_DLL_PROTO KaArgList[] = {
+    {"a", KA_INT_BY_VALUE, 0}, {"b", KA_INT_BY_VALUE, 0}, {"sum", KA_INT_BY_REFERENCE, 0},
+    {"values", KA_INT_ARRAY, 1},                                                                  /* 3 */
+    {"values", KA_REAL_ARRAY, 1}, {"factor", KA_REAL_BY_VALUE, 0},                                /* 4 */
+    {"text", KA_STRING, 0},                                                                       /* 6 */
+    {"texts", KA_STRING_ARRAY, 2},                                                                /* 7 */
+    {"text", KA_ZSTRING, 0},                                                                      /* 8 */
+    {"any", KA_VARARG, 0},                                                                        /* 9 */
+    {"number", KA_INT_BY_VALUE, 0}, {"sum", KA_INT_BY_REFERENCE, 0},                              /* 10 */
+    {"cbval", KA_INT_BY_VALUE, 0}, {"retcode", KA_INT_BY_VALUE, 0}, {"rounds", KA_INT_BY_VALUE, 0},
+    {"sum", KA_INT_BY_REFERENCE, 0},                                                              /* 12 */
+    {"text", KA_STRING, 0}, {"length", KA_INT_BY_VALUE, 0},                                       /* 16 */
+    {"victim", KA_REAL_BY_REFERENCE, 0}, {"other", KA_REAL_BY_REFERENCE, 0},
+    {"descriptor", KA_INT_BY_VALUE, 0}, {"size", KA_INT_BY_VALUE, 0},                             /* 18 */
+    {"descriptors", KA_INT_BY_REFERENCE, 0}, {"size", KA_INT_BY_VALUE, 0},                        /* 22 */
+    {"x", KA_REAL_BY_REFERENCE, 0}, {"factor", KA_REAL_BY_VALUE, 0},                              /* 24 */
+};
+
+t_DLL_FUNC KaFuncList[] = {
+    {"add", 0, 3, NULL},
+    {"double", 3, 1, NULL},
+    {"scale", 4, 2, NULL},
+    {"scale_one", 24, 2, NULL},
+    {"greet", 6, 1, NULL},
+    {"shout", 7, 1, NULL},
+    {"measure", 8, 1, NULL},
+    {"describe", 9, 1, NULL},
+    {"give_code", 10, 1, NULL},
+    {"count_call", 0, 0, NULL},
+    {"scratch_room", 10, 1, NULL},
+    {"ask", 10, 1, NULL},
+    {"ask_many", 10, 2, NULL},
+    {"ask_unseen", 12, 4, NULL},
+    {"nap", 10, 1, NULL},
+    {"hang", 0, 0, NULL},
+    {"hang_deaf", 0, 0, NULL},
+    {"die_by", 10, 1, NULL},
+    {"fault", 0, 0, NULL},
+    {"leave", 10, 1, NULL},
+    {"ring_and_die", 0, 0, NULL},
+    {"lie_about_length", 16, 2, NULL},
+    {"forge_real", 18, 4, NULL},
+    {"scribble", 22, 2, NULL},
+    {"scribble_base", 0, 0, NULL},
+    {NULL, 0, 0, NULL},
+};
+
+/* In the order of KaFuncList. */
+static int32_t (*const functions[])(void **) = {
+    add,
+    double_integers,
+    scale,
+    scale,
+    greet,
+    shout,
+    measure,
+    describe,
+    give_code,
+    count_call,
+    scratch_room,
+    ask,
+    ask_many,
+    ask_unseen,
+    nap,
+    hang,
+    hang_deaf,
+    die_by,
+    fault,
+    leave,
+    ring_and_die,
+    lie_about_length,
+    forge_real,
+    scribble,
+    scribble_base,
+};
+/* clang-format on */
+
+int32_t KaCall(int32_t index, void **argv)
+{
+    return functions[index](argv);
+}
+
+/* KA_TEST_SETUP: exitN ends with status N, killN by signal N, napN sleeps N milliseconds. */
+void dll_setup(void)
+{
+    const char *wish = getenv("KA_TEST_SETUP");
+    if (!wish) return;
+    int32_t number = atoi(wish + 4);
+    void *argv[] = {&number};
+    if (strncmp(wish, "exit", 4) == 0) leave(argv);
+    if (strncmp(wish, "kill", 4) == 0) die_by(argv);
+    if (strncmp(wish, "naps", 4) == 0) nap(argv);
+}
+
+/* KA_TEST_CLEANUP: a file that is made after a while. */
+void dll_cleanup(void)
+{
+    const char *path = getenv("KA_TEST_CLEANUP");
+    if (!path) return;
+    int32_t ms = 200;
+    void *argv[] = {&ms};
+    nap(argv);
+    close(open(path, O_WRONLY | O_CREAT, 0600));
+}

@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: MIT
+//
+// Options: defaults, bad values, and a record that is older or newer than the library.
+#include "caller/hosts.h"
+
+#include <cstddef>
+#include <cstring>
+
+TEST(Options, defaults_are_those_of_the_header)
+{
+    ka_options options;
+    memset(&options, 0xee, sizeof options);
+    ka_options_init(&options, sizeof options);
+    EXPECT_EQ(options.size, sizeof options);
+    EXPECT_EQ(options.layout, KA_LAYOUT_NATIVE);
+    EXPECT_EQ(options.segment_bytes, 1 << 20);
+    EXPECT_EQ(options.scratch_bytes, 1 << 16);
+    EXPECT_EQ(options.deadline_ms, 30000);
+    EXPECT_EQ(options.grace_ms, 2000);
+    EXPECT_EQ(options.cancel_fd, -1);
+    EXPECT_EQ(options.callback, nullptr);
+    EXPECT_EQ(options.user, nullptr);
+}
+
+TEST(Options, none_at_all_are_the_defaults)
+{
+    ka_host *host;
+    ASSERT_EQ(ka_open(&host, tasks_module.c_str(), nullptr), KA_DONE);
+    int32_t size;
+    ka_scratch(host, &size);
+    EXPECT_EQ(size, 1 << 16);
+    ka_close(host);
+}
+
+TEST(Options, shorter_record_keeps_the_defaults_of_what_it_lacks)
+{
+    ka_options options = default_options();
+    options.size = offsetof(ka_options, callback);
+    options.callback = reinterpret_cast<ka_callback *>(16);
+    ka_host *host;
+    ASSERT_EQ(ka_open(&host, tasks_module.c_str(), &options), KA_DONE);
+    EXPECT_EQ(call_with(host, "ask", 3), 0);
+    ka_close(host);
+}
+
+TEST(Options, longer_record_is_read_as_far_as_it_is_known)
+{
+    struct {
+        ka_options known;
+        char more[64];
+    } options;
+    ka_options_init(&options.known, sizeof options);
+    EXPECT_EQ(options.known.size, sizeof options);
+    for (char byte : options.more)
+        EXPECT_EQ(byte, 0);
+    options.known.scratch_bytes = 100;
+    ka_host *host;
+    ASSERT_EQ(ka_open(&host, tasks_module.c_str(), &options.known), KA_DONE);
+    EXPECT_EQ(call_with(host, "scratch_room", 100), 1);
+    ka_close(host);
+}
+
+static std::string refusal(const std::function<void(ka_options &)> &spoil)
+{
+    ka_options options = default_options();
+    spoil(options);
+    ka_host *host;
+    EXPECT_EQ(ka_open(&host, tasks_module.c_str(), &options), KA_ARGUMENT);
+    const std::string text = error_text(host);
+    ka_close(host);
+    return text;
+}
+
+TEST(Options, bad_values_are_named)
+{
+    EXPECT_EQ(refusal([](ka_options &o) { o.size = 0; }), "options of 0 bytes were not filled by ka_options_init");
+    EXPECT_EQ(refusal([](ka_options &o) { o.layout = 32; }), "there is no layout 32");
+    EXPECT_EQ(refusal([](ka_options &o) { o.deadline_ms = 0; }), "a deadline of 0 ms");
+    EXPECT_EQ(refusal([](ka_options &o) { o.grace_ms = -1; }), "a grace time of -1 ms");
+    EXPECT_EQ(refusal([](ka_options &o) { o.scratch_bytes = -1; }), "a scratch area of -1 bytes");
+    EXPECT_EQ(refusal([](ka_options &o) { o.segment_bytes = -5; }),
+              "a segment of -5 bytes has no room for the block and a scratch area of 65536 bytes");
+    EXPECT_EQ(refusal([](ka_options &o) { o.segment_bytes = 1 << 16; }),
+              "a segment of 65536 bytes has no room for the block and a scratch area of 65536 bytes");
+    EXPECT_EQ(refusal([](ka_options &o) { o.segment_bytes = INT32_MAX; }),
+              "a segment of 2147483647 bytes is too large");
+}
+
+TEST(Options, segment_of_any_size_serves)
+{
+    for (int32_t size : {70000, 70001, 70003, 1 << 24}) {
+        Host host([size](ka_options &options) { options.segment_bytes = size; });
+        EXPECT_EQ(call_with(host, "give_code", size), size);
+        EXPECT_EQ(call_with(host, "scratch_room", 1 << 16), 1);
+    }
+}

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+//
+// SIGUSR2 that nobody ordered: at the caller and at the host.
+#include "caller/hosts.h"
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+class Strays : public BothLayouts {};
+IN_BOTH_LAYOUTS(Strays);
+
+TEST_P(Strays, at_the_caller_before_a_call_change_nothing)
+{
+    Host host(layout());
+    for (int32_t i = 0; i < 200; i++) {
+        raise(SIGUSR2);
+        ASSERT_EQ(call_with(host, "give_code", i), i);
+    }
+}
+
+TEST_P(Strays, at_the_caller_after_the_last_call_do_not_kill_it)
+{
+    Host host(layout());
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    raise(SIGUSR2);
+}
+
+// A process that signals its parent as often as it can while it lives.
+struct Storm {
+    explicit Storm(pid_t target)
+    {
+        pid = fork();
+        if (pid != 0) return;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        for (;;) {
+            kill(target, SIGUSR2);
+            usleep(20);
+        }
+    }
+    ~Storm()
+    {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+    pid_t pid;
+};
+
+TEST_P(Strays, at_the_caller_in_every_exchange_cause_no_wrong_verdict)
+{
+    int32_t asked = 0;
+    Host host([&](ka_options &options) {
+        layout()(options);
+        options.user = &asked;
+        options.callback = [](ka_host *, int32_t, void *user) { return ++*static_cast<int32_t *>(user); };
+    });
+    const Storm storm(getpid());
+    for (int32_t i = 0; i < 300; i++) {
+        ASSERT_EQ(call_with(host, "give_code", i % 20), i % 20);
+        asked = 0;
+        ka_begin(host, "ask_unseen");
+        ka_add_integer(host, offset_of_cbval(), KA_BY_VALUE);
+        ka_add_integer(host, offset_of_retcode(), KA_BY_VALUE);
+        ka_add_integer(host, 3, KA_BY_VALUE);
+        ka_add_integer(host, -1, KA_BY_REFERENCE);
+        ASSERT_EQ(call(host), 3);
+        ASSERT_EQ(integers(host, 4, 1), std::vector<int32_t>({1 + 2 + 3}));
+        ASSERT_EQ(asked, 3);
+    }
+}
+
+TEST_P(Strays, at_the_caller_while_the_function_sleeps_do_not_end_the_call)
+{
+    Host host(layout());
+    const Storm storm(getpid());
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(call_with(host, "nap", 200), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
+}
+
+// The host answers each with a refusal, for there is no call in the block. The function counts its calls, so that one
+// that was repeated shows.
+TEST_P(Strays, at_an_idle_host_repeat_no_call)
+{
+    Host host(layout());
+    for (int32_t i = 1; i <= 100; i++) {
+        ka_begin(host, "count_call");
+        ASSERT_EQ(call(host), i);
+        ASSERT_TRUE(becomes_idle(ka_pid(host)));
+        kill(ka_pid(host), SIGUSR2);
+        ASSERT_TRUE(becomes_idle(ka_pid(host)));
+    }
+}
+
+// At the very moment of a call the host may take the stray signal for the call's own, and perform the call again for
+// the call's own; but what it replies to a stray one is never taken for the answer of the call.
+TEST_P(Strays, at_a_host_that_is_being_called_give_no_wrong_answer)
+{
+    Host host(layout());
+    for (int32_t i = 0; i < 3000; i++) {
+        kill(ka_pid(host), SIGUSR2);
+        for (int32_t spin = 0; spin < i % 100 * 50; spin++)
+            asm volatile("");
+        ASSERT_EQ(call_with(host, "give_code", 4711), 4711);
+    }
+}
+
+TEST_P(Strays, refusal_of_a_call_is_believed_when_it_is_the_calls_own)
+{
+    Host host(layout());
+    for (int32_t i = 0; i < 200; i++) {
+        if (i % 2 == 0) kill(ka_pid(host), SIGUSR2);
+        ka_begin(host, "add");
+        ASSERT_EQ(call(host), KA_WRONG_COUNT);
+        ASSERT_EQ(call_with(host, "give_code", KA_WRONG_TYPE), KA_WRONG_TYPE);
+        ASSERT_EQ(call_with(host, "give_code", KA_WRONG_COUNT), KA_WRONG_COUNT);
+    }
+}
