@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: MIT
+//
+// See command.h.
+#include "ka/command.h"
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <poll.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+Running start_ka(const std::vector<std::string> &words)
+{
+    int out[2];
+    int err[2];
+    EXPECT_EQ(pipe(out), 0);
+    EXPECT_EQ(pipe(err), 0);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        std::vector<char *> arguments = {const_cast<char *>("ka")};
+        for (const std::string &word : words)
+            arguments.push_back(const_cast<char *>(word.c_str()));
+        arguments.push_back(nullptr);
+        dup2(out[1], 1);
+        dup2(err[1], 2);
+        for (int fd : {out[0], out[1], err[0], err[1]})
+            close(fd);
+        execv(KA_COMMAND, arguments.data());
+        _exit(99);
+    }
+    close(out[1]);
+    close(err[1]);
+    return {pid, out[0], err[0]};
+}
+
+// Both streams are read as they come, so that none can fill up.
+static void read_streams(const Running &running, Outcome &outcome)
+{
+    struct pollfd fds[] = {{running.out, POLLIN, 0}, {running.err, POLLIN, 0}};
+    std::string *texts[] = {&outcome.out, &outcome.err};
+    while (fds[0].fd != -1 || fds[1].fd != -1) {
+        poll(fds, 2, -1);
+        for (int i = 0; i < 2; i++) {
+            if (fds[i].fd == -1 || fds[i].revents == 0) continue;
+            char buffer[4096];
+            const ssize_t length = read(fds[i].fd, buffer, sizeof buffer);
+            if (length > 0) {
+                texts[i]->append(buffer, static_cast<size_t>(length));
+            } else {
+                close(fds[i].fd);
+                fds[i].fd = -1;
+            }
+        }
+    }
+}
+
+Outcome await_ka(const Running &running)
+{
+    Outcome outcome{};
+    read_streams(running, outcome);
+    int status = 0;
+    waitpid(running.pid, &status, 0);
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    return outcome;
+}
+
+Outcome ka(const std::vector<std::string> &words)
+{
+    return await_ka(start_ka(words));
+}
+
+Outcome call(std::vector<std::string> words)
+{
+    words.insert(words.begin(), {"call", tasks_module});
+    return ka(words);
+}
+
+// ---- The host, seen from outside -------------------------------------------------------------------------------
+
+static std::string read_file(const std::filesystem::path &path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+static bool becomes_true(const std::function<bool()> &condition)
+{
+    for (int i = 0; i < 10000; i++) {
+        if (condition()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
+}
+
+static std::string status_field(pid_t pid, const std::string &name)
+{
+    const std::string status = read_file("/proc/" + std::to_string(pid) + "/status");
+    const size_t at = status.find("\n" + name + ":\t");
+    return at == std::string::npos
+               ? ""
+               : status.substr(at + name.size() + 3, status.find('\n', at + 1) - at - name.size() - 3);
+}
+
+static pid_t child_of(pid_t parent)
+{
+    for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
+        const std::string name = entry.path().filename();
+        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+        const pid_t pid = std::stoi(name);
+        if (status_field(pid, "PPid") == std::to_string(parent)) return pid;
+    }
+    return 0;
+}
+
+pid_t host_of(pid_t ka_pid)
+{
+    pid_t host = 0;
+    becomes_true([&] { return (host = child_of(ka_pid)) != 0; });
+    return host;
+}
+
+bool ends(pid_t pid)
+{
+    return becomes_true([pid] { return status_field(pid, "State").empty() || status_field(pid, "State")[0] == 'Z'; });
+}
+
+int segment_of(pid_t host)
+{
+    std::string words;
+    becomes_true([&] {
+        words = read_file("/proc/" + std::to_string(host) + "/cmdline");
+        return words.starts_with(tasks_module); // before that it is still a copy of ka
+    });
+    return std::stoi(words.substr(words.find('\0') + 1));
+}
+
+bool segment_exists(int segment_id)
+{
+    std::istringstream lines(read_file("/proc/sysvipc/shm"));
+    std::string line;
+    std::getline(lines, line);
+    while (std::getline(lines, line)) {
+        std::istringstream fields(line);
+        long long key;
+        long long id;
+        if (fields >> key >> id && id == segment_id) return true;
+    }
+    return false;
+}
+
+bool sleeps_in_a_call(pid_t host)
+{
+    return becomes_true([host] {
+        const std::string blocked = status_field(host, "SigBlk");
+        const std::string caught = status_field(host, "SigCgt");
+        const std::string pending = status_field(host, "ShdPnd");
+        if (blocked.empty() || pending.empty() || caught.empty()) return false;
+        const unsigned long long doorbell = 1ull << (SIGUSR2 - 1);
+        const auto has = [&](const std::string &mask) { return (std::stoull(mask, nullptr, 16) & doorbell) != 0; };
+        return has(caught) && has(blocked) && !has(pending) && status_field(host, "State")[0] == 'S';
+    });
+}

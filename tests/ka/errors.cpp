@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+//
+// Exit statuses, and the line that goes with each.
+#include "ka/command.h"
+
+#include <cstdlib>
+#include <fstream>
+
+TEST(KaExitStatus, is_0_when_the_function_returns_0)
+{
+    EXPECT_EQ(call({"give_code", "0"}).status, 0);
+}
+
+TEST(KaExitStatus, is_1_when_the_function_returns_another_code)
+{
+    for (const char *code : {"1", "-1", "5", "256"}) {
+        const Outcome outcome = call({"give_code", code});
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.out, std::string("return code ") + code + "\n");
+    }
+}
+
+TEST(KaExitStatus, is_1_when_the_host_refuses_and_the_meaning_is_told)
+{
+    const Outcome outcome = call({"no_such_function"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "return code 7\n");
+    EXPECT_EQ(outcome.err, "ka: a host answers 7 when the module has no function of that name\n");
+}
+
+TEST(KaExitStatus, is_2_for_bad_usage)
+{
+    const std::vector<std::string> cases[] = {
+        {},
+        {"--unknown"},
+        {"unknown"},
+        {"call"},
+        {"call", tasks_module},
+        {"call", "--layout", "32", tasks_module, "add"},
+        {"call", "--deadline", "0", tasks_module, "add"},
+        {"call", "--deadline", "soon", tasks_module, "add"},
+        {"call", "--callback", "4.2", tasks_module, "add"},
+        {"call", "--segment", "100", tasks_module, "add"},
+        {"call", "--scratch", "-1", tasks_module, "add"},
+    };
+    for (const auto &words : cases) {
+        const Outcome outcome = ka(words);
+        EXPECT_EQ(outcome.status, 2) << outcome.err;
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(outcome.err.find("ka: "), 0u) << outcome.err;
+        EXPECT_EQ(outcome.err.find('\n'), outcome.err.size() - 1) << outcome.err;
+    }
+}
+
+TEST(KaExitStatus, is_2_for_more_than_fifty_arguments)
+{
+    std::vector<std::string> words(52, "1");
+    words[0] = "describe";
+    const Outcome outcome = call(words);
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.err, "ka: a call of \"describe\" with more than 50 arguments\n");
+    words.pop_back();
+    EXPECT_EQ(call(words).out, "return code " + std::to_string(50 * 201) + "\n");
+}
+
+TEST(KaExitStatus, is_4_when_the_module_cannot_start)
+{
+    const std::string no_loader = CALLER_MODULES "/caller_module_no_loader";
+    const std::pair<std::string, std::string> cases[] = {
+        {"/no/such/module", "no such file"},
+        {"/tmp", "a directory"},
+        {"/etc/passwd", "not executable"},
+        {no_loader, "its loader /nowhere/ld-linux.so.2 is missing (the 32-bit C library is not installed)"},
+    };
+    for (const auto &[module, why] : cases) {
+        const Outcome outcome = ka({"call", module, "add"});
+        EXPECT_EQ(outcome.status, 4);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(outcome.err, "ka: cannot start " + module + ": " + why + "\n");
+    }
+}
+
+TEST(KaExitStatus, is_4_when_the_module_ends_at_start)
+{
+    const std::string module = CALLER_MODULES "/caller_module_no_library";
+    const Outcome outcome = ka({"call", module, "add"});
+    EXPECT_EQ(outcome.status, 4);
+    EXPECT_NE(outcome.err.find("libkahost.so.1"), std::string::npos) << "the loader's own words";
+    EXPECT_NE(outcome.err.find("ka: " + module + " ended at start with status 127\n"), std::string::npos)
+        << outcome.err;
+}
+
+TEST(KaExitStatus, is_5_when_the_module_dies)
+{
+    const Outcome fault = call({"fault"});
+    EXPECT_EQ(fault.status, 5);
+    EXPECT_EQ(fault.err, "ka: " + tasks_module +
+                             ": the host was killed by SIGSEGV (Segmentation fault) in a call of \"fault\"\n");
+    EXPECT_EQ(fault.out, "");
+    EXPECT_EQ(call({"leave", "3"}).status, 5);
+    EXPECT_EQ(call({"die_by", "9"}).status, 5);
+}
+
+TEST(KaExitStatus, is_6_past_the_deadline)
+{
+    const Outcome outcome = call({"--deadline", "0.1", "hang"});
+    EXPECT_EQ(outcome.status, 6);
+    EXPECT_EQ(outcome.err, "ka: " + tasks_module + ": a call of \"hang\" took more than 100 ms\n");
+}
+
+TEST(KaExitStatus, is_7_when_the_call_does_not_fit_and_the_size_told_is_enough)
+{
+    const Outcome outcome = call({"measure", "str:2000000"});
+    EXPECT_EQ(outcome.status, 7);
+    const std::string before = "ka: the call of \"measure\" needs a segment of ";
+    ASSERT_EQ(outcome.err.find(before), 0u) << outcome.err;
+    EXPECT_NE(outcome.err.find(" bytes, this one has 1048576 (--segment)\n"), std::string::npos);
+    const int needed = std::atoi(outcome.err.c_str() + before.size());
+    EXPECT_EQ(call({"--segment", std::to_string(needed), "measure", "str:2000000"}).status, 0);
+    EXPECT_EQ(call({"--segment", std::to_string(needed - 1), "measure", "str:2000000"}).status, 7);
+}
+
+TEST(KaExitStatus, is_2_when_the_results_cannot_be_written)
+{
+    std::string command = KA_COMMAND " call " + tasks_module + " give_code 0 2>&1 >/dev/full";
+    FILE *pipe = popen(command.c_str(), "r");
+    char line[200] = "";
+    EXPECT_NE(fgets(line, sizeof line, pipe), nullptr);
+    EXPECT_STREQ(line, "ka: the results could not be written\n");
+    EXPECT_EQ(WEXITSTATUS(pclose(pipe)), 2);
+}
+
+TEST(KaHelp, is_a_result_and_holds_the_table_of_exit_statuses)
+{
+    const std::string table = "Exit status:\n"
+                              "  0    done: the function returned 0\n"
+                              "  1    the function, or the host in its place, returned another code\n"
+                              "  2    bad usage or a malformed argument, or the results could not be written\n"
+                              "  4    the module could not be started\n"
+                              "  5    the module died\n"
+                              "  6    no answer within the deadline\n"
+                              "  7    the call does not fit the shared segment\n"
+                              "  130  interrupted by SIGINT or SIGTERM\n";
+    for (const std::vector<std::string> &words : {std::vector<std::string>{"--help"}, {"call", "--help"}}) {
+        const Outcome outcome = ka(words);
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_EQ(outcome.err, "");
+        EXPECT_NE(outcome.out.find(table), std::string::npos) << outcome.out;
+    }
+    const std::string help = ka({"call", "--help"}).out;
+    for (const char *word : {"--layout", "--deadline", "--callback", "--segment", "--scratch", "str:20",
+                             "MODULE FUNCTION [ARGUMENT...]"})
+        EXPECT_NE(help.find(word), std::string::npos) << word;
+}

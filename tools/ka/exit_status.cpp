@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+//
+// See exit_status.h.
+#include "exit_status.h"
+
+#include "ka/caller.h"
+
+struct Row {
+    ExitStatus status;
+    const char *meaning;
+};
+
+static constexpr Row rows[] = {
+    {EXIT_DONE, "done: the function returned 0"},
+    {EXIT_NONZERO, "the function, or the host in its place, returned another code"},
+    {EXIT_USAGE, "bad usage or a malformed argument, or the results could not be written"},
+    {EXIT_NOT_STARTED, "the module could not be started"},
+    {EXIT_DIED, "the module died"},
+    {EXIT_DEADLINE, "no answer within the deadline"},
+    {EXIT_TOO_BIG, "the call does not fit the shared segment"},
+    {EXIT_INTERRUPTED, "interrupted by SIGINT or SIGTERM"},
+};
+
+ExitStatus exit_status_of(int32_t error_class)
+{
+    switch (error_class) {
+    case KA_DONE:
+        return EXIT_DONE;
+    case KA_ARGUMENT:
+        return EXIT_USAGE;
+    case KA_DIED:
+        return EXIT_DIED;
+    case KA_DEADLINE:
+        return EXIT_DEADLINE;
+    case KA_TOO_BIG:
+        return EXIT_TOO_BIG;
+    case KA_CANCELLED:
+        return EXIT_INTERRUPTED;
+    default:
+        return EXIT_NOT_STARTED; // KA_START; KA_SYSTEM, which a module needs to be started and driven
+    }
+}
+
+std::string exit_status_help()
+{
+    std::string text = "Exit status:\n";
+    for (const Row &row : rows) {
+        const std::string number = std::to_string(row.status);
+        text += "  " + number + std::string(5 - number.size(), ' ') + row.meaning + "\n";
+    }
+    return text;
+}
