@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+//
+// Addition, subtraction, comparison, sign change and the normaliser against the model, in every aliasing of operands
+// and result.
+#include <cstring>
+#include <gtest/gtest.h>
+
+#include "dec_int.h"
+#include "model/draw.h"
+#include "model/exact.h"
+#include "model/notation.h"
+
+using namespace model;
+
+static bool same_bytes(const t_DECIMAL &a, const t_DECIMAL &b)
+{
+    return memcmp(&a, &b, sizeof a) == 0;
+}
+
+// A null result of the arithmetic has its exponent and count cleared.
+static bool clean_if_null(const t_DECIMAL &x)
+{
+    return !is_null(x) || (x.dec_exp == 0 && x.dec_ndgts == 0);
+}
+
+static const char *const aliasings[] = {"apart", "result is a", "result is b", "a is b", "all one"};
+
+template <auto operation, auto expectation>
+static void agree_with_the_model()
+{
+    Draw draw;
+    const int rounds = Draw::rounds(250000);
+    for (int i = 0; i < rounds; i++) {
+        auto [a, b] = draw.pair();
+        const int aliasing = draw.below(5);
+        const bool one_operand = aliasing >= 3;
+        if (one_operand) b = a;
+        t_DECIMAL x = a;
+        t_DECIMAL y = b;
+        t_DECIMAL apart = draw.record();
+        t_DECIMAL *const result = aliasing == 0 || aliasing == 3 ? &apart : aliasing == 2 ? &y : &x;
+
+        const int code = operation(&x, one_operand ? &x : &y, result);
+        const Outcome expected = expectation(a, b);
+        const bool right = code == expected.code && same(*result, expected.record) && clean_if_null(*result);
+        const bool operands_kept = (result == &x || same_bytes(x, a)) && (result == &y || same_bytes(y, b));
+        ASSERT_TRUE(right && operands_kept)
+            << "a " << show(a) << "  b " << show(b) << "  " << aliasings[aliasing]
+            << "\n  expected: " << expected.code << " " << show(expected.record) << "\n  got:      " << code << " "
+            << show(*result) << (operands_kept ? "" : "\n  and an operand was changed") << "\n  in round " << i;
+    }
+}
+
+TEST(Decadd, agrees_with_the_model)
+{
+    agree_with_the_model<decadd, add>();
+}
+
+TEST(Decsub, agrees_with_the_model)
+{
+    agree_with_the_model<decsub, subtract>();
+}
+
+TEST(Deccmp, agrees_with_the_model)
+{
+    Draw draw;
+    const int rounds = Draw::rounds(500000);
+    for (int i = 0; i < rounds; i++) {
+        const auto [a, b] = draw.pair();
+        const t_DECIMAL &other = draw.one_in(10) ? a : b;
+        ASSERT_EQ(deccmp(&a, &other), compare(a, other))
+            << "a " << show(a) << "  b " << show(other) << " in round " << i;
+    }
+}
+
+TEST(Decchs, agrees_with_the_model)
+{
+    Draw draw;
+    const int rounds = Draw::rounds(200000);
+    for (int i = 0; i < rounds; i++) {
+        const t_DECIMAL a = draw.record();
+        t_DECIMAL x = a;
+        ASSERT_EQ(decchs(&x), DEC_OK);
+        const t_DECIMAL expected = change_sign(a);
+        ASSERT_TRUE(same(x, expected) && clean_if_null(x) && memcmp(x.dec_dgts, a.dec_dgts, DEC_DIGITS) == 0)
+            << "x " << show_raw(a) << "\n  expected: " << show(expected) << "\n  got:      " << show_raw(x);
+    }
+}
+
+static std::string show_accumulator(int exp, int pos, const std::vector<int> &digits, int carry)
+{
+    std::string text = std::to_string(exp) + (pos ? ":+" : ":-");
+    for (const int digit : digits)
+        text += "," + std::to_string(digit);
+    return text + " carry " + std::to_string(carry);
+}
+
+TEST(DecRound, agrees_with_the_model)
+{
+    Draw draw;
+    const int rounds = Draw::rounds(400000);
+    for (int i = 0; i < rounds; i++) {
+        std::vector<int> digits(static_cast<size_t>(draw.one_in(2) ? ACCSIZE : draw.between(0, ACCSIZE)));
+        const bool nines = draw.one_in(4);
+        for (int &digit : digits)
+            digit = nines && !draw.one_in(8) ? 99 : draw.digit();
+        std::fill_n(digits.begin(), draw.one_in(4) ? draw.below(static_cast<int>(digits.size()) + 1) : 0, 0);
+        const int exp = draw.one_in(8) ? draw.between(-3000, 3000) : draw.exponent() + draw.between(-9, 9);
+        const int pos = draw.below(2);
+        const int carry = draw.one_in(2) ? 0 : draw.one_in(2) ? 1 : draw.between(-1, 99);
+
+        t_DECACC acc = {static_cast<int16_t>(exp), static_cast<uint8_t>(pos), static_cast<int8_t>(digits.size()), {}};
+        for (uint8_t &byte : acc.dec_dgts)
+            byte = static_cast<uint8_t>(draw.bits());
+        std::copy(digits.begin(), digits.end(), acc.dec_dgts);
+        const int code = dec_round(&acc, carry);
+        const Outcome expected = model::round(exp, pos, digits, carry);
+        t_DECIMAL result;
+        memcpy(&result, &acc, sizeof result);
+        ASSERT_TRUE(code == expected.code && same(result, expected.record))
+            << show_accumulator(exp, pos, digits, carry) << "\n  expected: " << expected.code << " "
+            << show(expected.record) << "\n  got:      " << code << " " << show(result) << "\n  in round " << i;
+    }
+}

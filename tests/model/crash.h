@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+//
+// Ends of the process that are promised: abort, with exactly one text on standard error and no core file left behind.
+#pragma once
+
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+namespace model {
+
+inline void leave_no_core_file()
+{
+    const rlimit none = {0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+}
+
+} // namespace model
+
+// The regular expression must describe the whole of standard error.
+#define EXPECT_ABORT(statement, whole_stderr) \
+    EXPECT_EXIT(                              \
+        {                                     \
+            model::leave_no_core_file();      \
+            statement;                        \
+        },                                    \
+        testing::KilledBySignal(SIGABRT), std::string("^") + (whole_stderr) + "$")

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+//
+// The policy of the REAL layer, and its general number format.
+#include "model/real.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+#include "ka/real.h"
+
+namespace model {
+
+static const t_DECIMAL zero = record(0, DEC_POSITIVE, {});
+
+t_DECIMAL huge(bool negative)
+{
+    return record(63, negative ? DEC_NEGATIVE : DEC_POSITIVE, std::vector<int>(7, 99));
+}
+
+int sign(const t_DECIMAL &x)
+{
+    return is_zero(x) ? 0 : is_negative(x) ? -1 : 1;
+}
+
+static Real settled(const Outcome &outcome)
+{
+    switch (outcome.code) {
+    case DEC_OK:
+        return {REAL_OK, outcome.record};
+    case DEC_OVERFLOW:
+        return {REAL_RANGE, huge(sign(outcome.record) < 0)};
+    case DEC_UNDERFLOW:
+        return {REAL_RANGE, zero};
+    default:
+        return {REAL_NOT_NUMBER, zero};
+    }
+}
+
+Real real_from_double(double value)
+{
+    if (std::isnan(value) || value == -INFINITY) return {REAL_RANGE, zero};
+    if (value == INFINITY) return {REAL_RANGE, huge(false)};
+    return settled(from_double(value, 15));
+}
+
+Real real_from_integer(int32_t value)
+{
+    return {REAL_OK, from_integer(value)};
+}
+
+std::optional<Real> real_from_text(std::string_view text)
+{
+    const Outcome read = parse(text);
+    if (read.code == DEC_OK && is_null(read.record)) return std::nullopt;
+    return settled(read);
+}
+
+Real real_from_field(const std::vector<uint8_t> &field)
+{
+    const t_DECIMAL read = unpacked(field);
+    if (is_null(read)) return {REAL_NULL_FIELD, zero};
+    return {REAL_OK, read};
+}
+
+Integer real_to_integer(const t_DECIMAL &x)
+{
+    if (const std::optional<int32_t> whole = to_int32(x)) return {REAL_OK, *whole};
+    return {REAL_NOT_INTEGER, sign(x) < 0 ? INT32_MIN : INT32_MAX};
+}
+
+static std::string exponent_form(const std::string &digits, int decpt)
+{
+    char exponent[16];
+    snprintf(exponent, sizeof exponent, "E%+03d", decpt - 1);
+    return digits.substr(0, 1) + (digits.size() > 1 ? "." + digits.substr(1) : "") + exponent;
+}
+
+static std::string fixed_form(std::string digits, int decpt)
+{
+    if (decpt <= 0) return "0." + std::string(static_cast<size_t>(-decpt), '0') + digits;
+    const size_t before = static_cast<size_t>(decpt);
+    if (digits.size() < before) digits.resize(before, '0');
+    return digits.substr(0, before) + (digits.size() > before ? "." + digits.substr(before) : "");
+}
+
+std::optional<std::string> real_general(const t_DECIMAL &x, int ndigit)
+{
+    if (ndigit <= 0) return "";
+    const Digits d = digit_string(x, ndigit, Count::total);
+    // Rounding past the largest exponent of a record leaves no digits: the one digit it would have made is known.
+    if (d.text.empty() && is_normal(x)) return is_negative(x) ? "-1E+126" : "1E+126";
+    if (d.text.empty()) return std::nullopt;
+    if (d.text[0] == '0') return "0";
+    const std::string digits = d.text.substr(0, d.text.find_last_not_of('0') + 1);
+    const int decpt = *d.decpt;
+    // The fixed form stands where it shows no more than ndigit decimals, the zeros after the point counted.
+    const bool fits = decpt >= 0 ? decpt <= ndigit : static_cast<int>(digits.size()) - decpt <= ndigit;
+    return (*d.sign ? "-" : "") + (fits ? fixed_form(digits, decpt) : exponent_form(digits, decpt));
+}
+
+std::optional<double> real_to_double(const t_DECIMAL &x)
+{
+    const std::optional<std::string> text = real_general(x, 14);
+    if (!text && !is_normal(x)) return std::nullopt;
+    // Fourteen nines and more at the largest exponent: only there do the digits of a normal value round past a
+    // record.
+    if (!text) return is_negative(x) ? -1e126 : 1e126;
+    double value = 0;
+    std::from_chars(text->data(), text->data() + text->size(), value);
+    return value;
+}
+
+std::string real_layout(const t_DECIMAL &x, int length, int places)
+{
+    const std::string field = layout(x, length, places);
+    return field.substr(0, std::max<size_t>(field.find_last_not_of(' ') + 1, 1));
+}
+
+} // namespace model
