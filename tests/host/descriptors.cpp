@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+//
+// Which inherited descriptors a host keeps: standard error, and those that its limit does not reach.
+#include <gtest/gtest.h>
+
+#include "host/probe.h"
+#include "host/probe_mailbox.h"
+
+namespace {
+
+using namespace harness;
+using Set = std::set<int>;
+
+Set kept_by(Start how)
+{
+    Block block;
+    HostProcess host(block, std::move(how));
+    host.await_idle();
+    const Set kept = host.descriptors();
+    EXPECT_EQ(host.terminate(), exited(0));
+    EXPECT_EQ(host.errors(), "");
+    return kept;
+}
+
+// The limit is lowered by the module itself, before main: no program could be loaded under so low a limit.
+Set kept_under_limit(const char *limit, std::vector<sock_filter> filter)
+{
+    return kept_by(Start{.module = "probe",
+                         .environment = {std::string("PROBE_OPEN_MAX=") + limit, no_leak_check},
+                         .descriptors = {0, 1, 3, 4, 5},
+                         .filter = std::move(filter)});
+}
+
+class Descriptors : public testing::TestWithParam<bool> {
+protected:
+    static std::vector<sock_filter> filter()
+    {
+        return GetParam() ? without_close_range() : std::vector<sock_filter>{};
+    }
+};
+
+TEST_P(Descriptors, all_but_standard_error_are_closed)
+{
+    const std::vector<int> inherited = {0, 1, 3, 4, 5, 77, 199};
+    EXPECT_EQ(kept_by(Start{.module = "noop", .descriptors = inherited, .filter = filter()}), Set{2});
+}
+
+TEST_P(Descriptors, those_from_the_limit_on_stay_open)
+{
+    const std::vector<int> inherited = {0, 1, 5, 98, 99, 100, 101, 199};
+    const Start how = {.module = "noop", .descriptors = inherited, .open_max = 100, .filter = filter()};
+    EXPECT_EQ(kept_by(how), (Set{2, 100, 101, 199}));
+}
+
+TEST_P(Descriptors, a_limit_of_zero_closes_nothing)
+{
+    EXPECT_EQ(kept_under_limit("0", filter()), (Set{0, 1, 2, 3, 4, 5}));
+}
+
+TEST_P(Descriptors, small_limits_close_what_is_below_them)
+{
+    EXPECT_EQ(kept_under_limit("1", filter()), (Set{1, 2, 3, 4, 5}));
+    EXPECT_EQ(kept_under_limit("2", filter()), (Set{2, 3, 4, 5}));
+    EXPECT_EQ(kept_under_limit("3", filter()), (Set{2, 3, 4, 5}));
+    EXPECT_EQ(kept_under_limit("4", filter()), (Set{2, 4, 5}));
+    EXPECT_EQ(kept_under_limit("5", filter()), (Set{2, 5}));
+}
+
+INSTANTIATE_TEST_SUITE_P(CloseRange, Descriptors, testing::Values(false));
+INSTANTIATE_TEST_SUITE_P(CloseOneByOne, Descriptors, testing::Values(true));
+
+TEST(Output, a_function_can_write_on_standard_error_only)
+{
+    Block block;
+    Probe host(block);
+    EXPECT_EQ(host.ask(PROBE_WRITE, 0), EBADF);
+    EXPECT_EQ(host.ask(PROBE_WRITE, 1), EBADF);
+    EXPECT_EQ(host.ask(PROBE_WRITE, 2), 0);
+    host.leave();
+    EXPECT_EQ(host.terminate(), exited(0));
+    EXPECT_EQ(host.errors(), "x");
+}
+
+} // namespace

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+//
+// Start and end hooks that tell on standard error what they find. With HOOKS_AWAIT_CALL set, dll_cleanup returns only
+// when a call signal is pending.
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "ka/dll_host.h"
+#include "ka/dll_module.h"
+
+namespace {
+
+unsigned long block_address;
+
+// Whether the block's address is still in the process's memory map.
+int attached()
+{
+    FILE *maps = fopen("/proc/self/maps", "r");
+    if (maps == nullptr) return -1;
+    int found = 0;
+    char line[512];
+    while (fgets(line, sizeof line, maps) != nullptr) {
+        if (strtoul(line, nullptr, 16) == block_address) found = 1;
+    }
+    fclose(maps);
+    return found;
+}
+
+int has_handler(int signal)
+{
+    struct sigaction action = {};
+    sigaction(signal, nullptr, &action);
+    return action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN ? 1 : 0;
+}
+
+void await_call_signal()
+{
+    sigset_t pending;
+    do {
+        const timespec pause = {0, 1000000};
+        nanosleep(&pause, nullptr);
+        sigpending(&pending);
+    } while (sigismember(&pending, SIGUSR2) == 0);
+}
+
+} // namespace
+
+void dll_setup(void)
+{
+    block_address = static_cast<unsigned long>(reinterpret_cast<uintptr_t>(u_get_baseptr()));
+    fprintf(stderr, "setup: handlers %d %d, attached %d\n", has_handler(SIGTERM), has_handler(SIGUSR2), attached());
+}
+
+void dll_cleanup(void)
+{
+    fprintf(stderr, "cleanup: attached %d\n", attached());
+    if (getenv("HOOKS_AWAIT_CALL") != nullptr) await_call_signal();
+}

@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: MIT
+//
+// A module that lets the test use the host's functions one by one. Its function serve takes any arguments and then
+// performs commands that the test leaves in a mailbox in the segment (tests/host/probe.h), until one ends the call
+// with a return code. So the caller can change the block between two accesses, which no ordinary call allows.
+#include <errno.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/resource.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "host/probe_mailbox.h"
+#include "ka/dll_host.h"
+#include "ka/dll_module.h"
+
+#ifdef PROBE_SETS_LAYOUT
+extern "C" int32_t dll_compat;
+#endif
+
+t_DLL_FUNC KaFuncList[] = {
+    {"serve", 0, 1, nullptr},
+    {nullptr, 0, 0, nullptr},
+};
+
+t_DLL_PROTO KaArgList[] = {
+    {"arguments", KA_VARARG, 0},
+};
+
+namespace {
+
+Mailbox *mailbox()
+{
+    void *const place = static_cast<char *>(u_get_baseptr()) + mailbox_offset;
+    return static_cast<Mailbox *>(place);
+}
+
+// -1 for a null pointer, so that it differs from the segment's first byte.
+int32_t offset_in_segment(const void *address)
+{
+    if (address == nullptr) return -1;
+    return static_cast<int32_t>(static_cast<const char *>(address) - static_cast<const char *>(u_get_baseptr()));
+}
+
+void own_handler(int) {}
+
+int32_t own_action(int install)
+{
+    static struct sigaction host;
+    if (install == 0) return sigaction(SIGUSR2, &host, nullptr);
+    struct sigaction own = {};
+    own.sa_handler = own_handler;
+    own.sa_flags = SA_NODEFER;
+    sigemptyset(&own.sa_mask);
+    sigaddset(&own.sa_mask, SIGHUP);
+    return sigaction(SIGUSR2, &own, &host);
+}
+
+// 1: the action is the one that own_action installed, mask and flags included; 2: it is the host's kind; 0: neither.
+int32_t action_now()
+{
+    struct sigaction now = {};
+    sigaction(SIGUSR2, nullptr, &now);
+    const int flags = now.sa_flags & (SA_NODEFER | SA_RESTART | SA_SIGINFO | SA_RESETHAND | SA_ONSTACK);
+    int members = 0;
+    for (int signal = 1; signal <= 64; signal++) {
+        if (sigismember(&now.sa_mask, signal) == 1) members++;
+    }
+    if (now.sa_handler == own_handler) {
+        return flags == SA_NODEFER && members == 1 && sigismember(&now.sa_mask, SIGHUP) == 1 ? 1 : 0;
+    }
+    return now.sa_handler != SIG_DFL && now.sa_handler != SIG_IGN && flags == SA_RESTART && members == 0 ? 2 : 0;
+}
+
+volatile sig_atomic_t handled;
+
+void counting_handler(int)
+{
+    handled = handled + 1;
+}
+
+int32_t set_handler(int signal, void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    return sigaction(signal, &action, nullptr);
+}
+
+int32_t block(int signal)
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signal);
+    return sigprocmask(SIG_BLOCK, &set, nullptr);
+}
+
+int32_t write_to(int descriptor, const char *character)
+{
+    return write(descriptor, character, 1) == 1 ? 0 : errno;
+}
+
+int32_t write_much(int32_t count)
+{
+    for (int32_t i = 0; i < count; i++)
+        write_to(STDERR_FILENO, "m");
+    return count;
+}
+
+int32_t copy_argument(const t_DLL_ARG &arg, int32_t *out)
+{
+    out[1] = arg.ref;
+    out[2] = offset_in_segment(arg.ptr);
+    out[3] = arg.maxlen;
+    out[4] = arg.elsz;
+    out[5] = arg.elcnt;
+    out[6] = static_cast<int32_t>(reinterpret_cast<uintptr_t>(arg.ptr));
+    return arg.type;
+}
+
+// What goes into the first result; an argument has more of them.
+int32_t perform(int32_t command, int32_t value, int32_t *out)
+{
+    switch (command) {
+    case PROBE_BASE:
+        return offset_in_segment(u_get_baseptr());
+    case PROBE_ARGC:
+        return u_get_argc();
+    case PROBE_ARG:
+        return copy_argument(u_get_arg(value), out);
+    case PROBE_UNREF:
+        return u_unref_arg(value);
+    case PROBE_SCRATCH:
+        return offset_in_segment(dll_scratch(value));
+    case PROBE_CALLBACK:
+        return dll_callback(value);
+    case PROBE_OWN_ACTION:
+        return own_action(value);
+    case PROBE_ACTION_NOW:
+        return action_now();
+    case PROBE_WRITE:
+        return write_to(value, "x");
+    case PROBE_WRITE_MUCH:
+        return write_much(value);
+    case PROBE_RAISE:
+        return raise(value);
+    case PROBE_ADDRESS:
+        return static_cast<int32_t>(reinterpret_cast<uintptr_t>(u_get_baseptr()));
+    case PROBE_BLOCK:
+        return block(value);
+    case PROBE_IGNORE:
+        return set_handler(value, SIG_IGN);
+    case PROBE_HANDLE:
+        return set_handler(value, counting_handler);
+    case PROBE_HANDLED:
+        return handled;
+    case PROBE_KILL:
+        return kill(value, 0);
+#ifdef PROBE_SETS_LAYOUT
+    case PROBE_LAYOUT:
+        return dll_compat = value;
+#endif
+    default:
+        return -1;
+    }
+}
+
+int32_t serve()
+{
+    Mailbox *box = mailbox();
+    for (;;) {
+        while (__atomic_load_n(&box->state, __ATOMIC_ACQUIRE) != MAILBOX_FULL) {
+            const timespec pause = {0, 100000};
+            nanosleep(&pause, nullptr);
+        }
+        if (box->command == PROBE_RETURN) {
+            const int32_t code = box->value;
+            __atomic_store_n(&box->state, MAILBOX_EMPTY, __ATOMIC_RELEASE);
+            return code;
+        }
+        box->out[0] = perform(box->command, box->value, box->out);
+        __atomic_store_n(&box->state, MAILBOX_DONE, __ATOMIC_RELEASE);
+    }
+}
+
+// Before main: PROBE_OPEN_MAX=n lowers the limit on descriptors to a value with which no program could be loaded.
+__attribute__((constructor)) void lower_limit()
+{
+    const char *text = getenv("PROBE_OPEN_MAX");
+    if (text == nullptr) return;
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = strtoul(text, nullptr, 10);
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+} // namespace
+
+int32_t KaCall(int32_t, void **)
+{
+    return serve();
+}

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+//
+// What the test and the module probe write into the segment for each other. It stands where descriptors of calls with
+// more than 61 arguments would be, so it is in nobody's way.
+#ifndef TESTS_HOST_PROBE_MAILBOX_H
+#define TESTS_HOST_PROBE_MAILBOX_H
+
+#include <stdint.h>
+
+enum { mailbox_offset = 2048 };
+
+enum { MAILBOX_EMPTY = 0, MAILBOX_FULL = 1, MAILBOX_DONE = 2 };
+
+//                       value            out
+enum {
+    PROBE_RETURN = 0,     // return code     -           the call ends
+    PROBE_BASE = 1,       // -               distance of u_get_baseptr from itself: 0
+    PROBE_ARGC = 2,       // -               u_get_argc
+    PROBE_ARG = 3,        // index           type, ref, offset in the segment (-1: null), maxlen, elsz, elcnt, address
+    PROBE_UNREF = 4,      // index           u_unref_arg
+    PROBE_SCRATCH = 5,    // size            offset of dll_scratch in the segment, -1 for null
+    PROBE_CALLBACK = 6,   // value           dll_callback
+    PROBE_OWN_ACTION = 7, // 1 or 0          puts an action of the module's own on SIGUSR2, or the host's back
+    PROBE_ACTION_NOW = 8, // -               1: its own is in force, 2: one of the host's kind, 0: neither
+    PROBE_WRITE = 9,      // descriptor      errno of writing one byte, 0 when that works
+    PROBE_RAISE = 10,     // signal          raise
+    PROBE_ADDRESS = 11,   // -               u_get_baseptr as a number
+    PROBE_LAYOUT = 12,    // selector        sets the layout in force; only in the module probe_layout
+    PROBE_BLOCK = 13,     // signal          blocks it
+    PROBE_IGNORE = 14,    // signal          ignores it
+    PROBE_HANDLE = 15,    // signal          installs a handler of the module's own that counts
+    PROBE_HANDLED = 16,   // -               signals counted so far
+    PROBE_KILL = 17,      // process id      kill with signal 0, which reaches nobody
+    PROBE_WRITE_MUCH = 18 // count           writes so many characters on standard error
+};
+
+struct Mailbox {
+    int32_t state;
+    int32_t command;
+    int32_t value;
+    int32_t out[7];
+};
+
+#endif

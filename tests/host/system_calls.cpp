@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: MIT
+#include "host/system_calls.h"
+
+#include <sys/ptrace.h>
+#include <sys/uio.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+namespace harness {
+namespace {
+
+// System calls of the 32-bit world.
+enum {
+    I386_WRITE = 4,
+    I386_CLOSE = 6,
+    I386_KILL = 37,
+    I386_IPC = 117,
+    I386_RT_SIGACTION = 174,
+    I386_RT_SIGPROCMASK = 175,
+    I386_RT_SIGSUSPEND = 179,
+    I386_EXIT_GROUP = 252,
+    I386_TGKILL = 270,
+    I386_SHMAT = 397,
+    I386_SHMDT = 398,
+    I386_CLOSE_RANGE = 436
+};
+enum { IPC_SHMAT = 21, IPC_SHMDT = 22 };
+
+// The 32-bit kernel's record of a signal action.
+struct KernelAction32 {
+    uint32_t handler;
+    uint32_t flags;
+    uint32_t restorer;
+    uint32_t mask[2];
+};
+constexpr uint32_t restorer_flag = 0x04000000; // the C library's own business
+
+[[noreturn]] void fail(const char *what)
+{
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+// A host under ptrace, stopped whenever this program looks at it; killed with this object.
+class Traced {
+public:
+    Traced(const Start &how, const std::string &argument) : started_(start(how, argument, true))
+    {
+        wait();
+        const long options = PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL;
+        if (ptrace(PTRACE_SETOPTIONS, started_.pid, nullptr, options) == -1) fail("ptrace");
+    }
+    ~Traced()
+    {
+        if (!ended()) {
+            kill(started_.pid, SIGKILL);
+            waitpid(started_.pid, nullptr, 0);
+        }
+        close(started_.errors);
+    }
+    Traced(const Traced &) = delete;
+    Traced &operator=(const Traced &) = delete;
+
+    bool ended() const { return WIFEXITED(status_) || WIFSIGNALED(status_); }
+    End end() const { return WIFEXITED(status_) ? exited(WEXITSTATUS(status_)) : killed(WTERMSIG(status_)); }
+
+    // On to the next system call's beginning or end, or to the process's end; signals are passed on.
+    void advance()
+    {
+        do {
+            const int stop = WSTOPSIG(status_);
+            const long signal = stop == (SIGTRAP | 0x80) || stop == SIGTRAP ? 0 : stop;
+            if (ptrace(PTRACE_SYSCALL, started_.pid, nullptr, signal) == -1) fail("ptrace");
+            wait();
+        } while (!ended() && WSTOPSIG(status_) != (SIGTRAP | 0x80));
+    }
+
+    // The system call that is about to begin; false at the end of one.
+    bool entered(__ptrace_syscall_info &info)
+    {
+        info = {};
+        if (ptrace(PTRACE_GET_SYSCALL_INFO, started_.pid, sizeof info, &info) == -1) fail("ptrace");
+        return info.op == PTRACE_SYSCALL_INFO_ENTRY;
+    }
+
+    void read(uint64_t address, void *to, size_t size) const
+    {
+        const iovec local = {to, size};
+        const iovec remote = {reinterpret_cast<void *>(static_cast<uintptr_t>(address)), size};
+        if (process_vm_readv(started_.pid, &local, 1, &remote, 1, 0) != static_cast<ssize_t>(size)) {
+            fail("process_vm_readv");
+        }
+    }
+
+    void signal(int number) const { kill(started_.pid, number); }
+
+private:
+    void wait()
+    {
+        if (waitpid(started_.pid, &status_, 0) == -1) fail("waitpid");
+    }
+
+    Started started_;
+    int status_ = 0;
+};
+
+std::string with_signals(std::string line, uint64_t mask)
+{
+    for (int signal = 1; signal <= 64; signal++) {
+        if ((mask >> (signal - 1) & 1) != 0) line += " " + std::to_string(signal);
+    }
+    return line;
+}
+
+std::string mask_line(const Traced &host, const char *what, uint64_t address)
+{
+    uint64_t mask = 0;
+    host.read(address, &mask, sizeof mask);
+    return with_signals(what, mask);
+}
+
+std::string action_line(const Traced &host, uint64_t signal, uint64_t address)
+{
+    if (address == 0) return "look " + std::to_string(signal);
+    KernelAction32 action;
+    host.read(address, &action, sizeof action);
+    const uint32_t flags = action.flags & ~restorer_flag;
+    std::string line = action.handler == 0 ? "default" : action.handler == 1 ? "ignore" : "handle";
+    line += " " + std::to_string(signal);
+    if (flags == SA_RESTART) {
+        line += " restart";
+    } else if (flags != 0) {
+        line += " flags " + std::to_string(flags);
+    }
+    const uint64_t mask = action.mask[0] | static_cast<uint64_t>(action.mask[1]) << 32;
+    return mask == 0 ? line : with_signals(line + " mask", mask);
+}
+
+std::string text_at(const Traced &host, uint64_t address, uint64_t size)
+{
+    std::string text(static_cast<size_t>(size), '\0');
+    host.read(address, text.data(), text.size());
+    return text;
+}
+
+// The line for a system call, or nothing when it is of no interest.
+std::string line_of(const Traced &host, const __ptrace_syscall_info &info)
+{
+    const auto &arg = info.entry.args;
+    switch (info.entry.nr) {
+    case I386_WRITE:
+        return arg[0] == STDERR_FILENO ? "write " + text_at(host, arg[1], arg[2]) : "write elsewhere";
+    case I386_CLOSE:
+    case I386_CLOSE_RANGE:
+        return "close";
+    case I386_KILL:
+        return "kill";
+    case I386_TGKILL:
+        return "raise";
+    case I386_IPC:
+        return arg[0] == IPC_SHMAT ? "attach" : arg[0] == IPC_SHMDT ? "detach" : "ipc";
+    case I386_SHMAT:
+        return "attach";
+    case I386_SHMDT:
+        return "detach";
+    case I386_RT_SIGACTION:
+        return action_line(host, arg[0], arg[1]);
+    case I386_RT_SIGPROCMASK:
+        return arg[0] == SIG_BLOCK && arg[1] != 0 ? mask_line(host, "block", arg[1]) : "";
+    case I386_RT_SIGSUSPEND:
+        return mask_line(host, "wait", arg[0]);
+    case I386_EXIT_GROUP:
+        return "exit " + std::to_string(arg[0]);
+    default:
+        return "";
+    }
+}
+
+} // namespace
+
+Life watch(const Start &how, const std::string &argument)
+{
+    alarm(60); // a host that comes to no end must not hold the test: then both are killed
+    Start quiet = how;
+    quiet.environment.push_back(no_leak_check);
+    Traced host(quiet, argument);
+    Life life;
+    bool waited = false;
+    for (host.advance(); !host.ended(); host.advance()) {
+        __ptrace_syscall_info info;
+        if (!host.entered(info)) continue;
+        const std::string line = line_of(host, info);
+        if (line.starts_with("wait") && !std::exchange(waited, true)) host.signal(SIGTERM);
+        const bool begun = !life.steps.empty() || line.starts_with("block");
+        if (line.empty() || !begun) continue;
+        if (line == "close") life.closes++;
+        if (life.steps.empty() || life.steps.back() != line) life.steps.push_back(line);
+    }
+    alarm(0);
+    life.end = host.end();
+    return life;
+}
+
+} // namespace harness
