@@ -10,7 +10,7 @@
 #include "ka/dll_host.h"
 
 /* The first level is any nonzero value; the others are compared as signed numbers.
-   KEPT: so a negative level shows the calls and nothing else. Test: Trace.negative_level_shows_calls_only. */
+   KEPT: a negative level shows the calls and nothing else. Test: Trace.negative_level_shows_calls_only. */
 enum { TRACE_VALUES = 2, TRACE_MATCHING = 3, TRACE_BLOCK = 4 };
 
 void write_block(void);
