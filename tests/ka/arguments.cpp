@@ -13,22 +13,22 @@ static std::string out_of(std::vector<std::string> words)
 
 TEST(KaCall, integers_and_a_reference)
 {
-    EXPECT_EQ(out_of({"add", "2", "40", "&0"}), "argument 3 = 42\nreturn code 0\n");
-    EXPECT_EQ(out_of({"add", "-2147483648", "+5", "&0"}), "argument 3 = -2147483643\nreturn code 0\n");
+    EXPECT_EQ(out_of({"add", "2", "40", "&0"}), "sum = 42\nreturn code 0\n");
+    EXPECT_EQ(out_of({"add", "-2147483648", "+5", "&0"}), "sum = -2147483643\nreturn code 0\n");
 }
 
 TEST(KaCall, serves_both_layouts_with_options_anywhere)
 {
-    EXPECT_EQ(out_of({"add", "2", "-5", "&0", "--layout", "64"}), "argument 3 = -3\nreturn code 0\n");
-    EXPECT_EQ(out_of({"--layout=native", "add", "2", "-5", "&0"}), "argument 3 = -3\nreturn code 0\n");
-    EXPECT_EQ(out_of({"--layout=64", "--", "add", "2", "-5", "&0"}), "argument 3 = -3\nreturn code 0\n");
+    EXPECT_EQ(out_of({"add", "2", "-5", "&0", "--layout", "64"}), "sum = -3\nreturn code 0\n");
+    EXPECT_EQ(out_of({"--layout=native", "add", "2", "-5", "&0"}), "sum = -3\nreturn code 0\n");
+    EXPECT_EQ(out_of({"--layout=64", "--", "add", "2", "-5", "&0"}), "sum = -3\nreturn code 0\n");
 }
 
 TEST(KaCall, reals_are_exact)
 {
-    EXPECT_EQ(out_of({"scale_one", "&4.2", "1"}), "argument 1 = 4.2\nreturn code 0\n");
-    EXPECT_EQ(out_of({"scale_one", "&-.5", "1e3"}), "argument 1 = -500.0\nreturn code 0\n");
-    EXPECT_EQ(out_of({"scale", "&1e100", "1e20"}), "argument 1 = 1E+120\nreturn code 0\n");
+    EXPECT_EQ(out_of({"scale_one", "&4.2", "1"}), "x = 4.2\nreturn code 0\n");
+    EXPECT_EQ(out_of({"scale_one", "&-.5", "1e3"}), "x = -500.0\nreturn code 0\n");
+    EXPECT_EQ(out_of({"scale", "&1e100", "1e20"}), "values = 1E+120\nreturn code 0\n");
 }
 
 // The function is refused at its second argument, so what comes back is what was sent: 16 decimals, as no double
@@ -36,32 +36,32 @@ TEST(KaCall, reals_are_exact)
 TEST(KaCall, reals_do_not_pass_through_double)
 {
     const Outcome outcome = call({"scale", "&[0.1234567890123457,1234567890123456.,1e-128]", "'x'"});
-    EXPECT_EQ(outcome.out, "argument 1 = [0.1234567890123457, 1234567890123456.0, 1E-128]\nreturn code 8\n");
+    EXPECT_EQ(outcome.out, "values = [0.1234567890123457, 1234567890123456.0, 1E-128]\nreturn code 8\n");
 }
 
 TEST(KaCall, arrays)
 {
-    EXPECT_EQ(out_of({"double", "&[1,-2,3]"}), "argument 1 = [2, -4, 6]\nreturn code 0\n");
-    EXPECT_EQ(out_of({"double", "&[7]"}), "argument 1 = [14]\nreturn code 0\n");
-    EXPECT_EQ(out_of({"scale", "&[ 1, 2.5 ,-4e2 ]", "2"}), "argument 1 = [2.0, 5.0, -800.0]\nreturn code 0\n");
+    EXPECT_EQ(out_of({"double", "&[1,-2,3]"}), "values = [2, -4, 6]\nreturn code 0\n");
+    EXPECT_EQ(out_of({"double", "&[7]"}), "values = [14]\nreturn code 0\n");
+    EXPECT_EQ(out_of({"scale", "&[ 1, 2.5 ,-4e2 ]", "2"}), "values = [2.0, 5.0, -800.0]\nreturn code 0\n");
 }
 
 TEST(KaCall, integers_among_reals_are_reals)
 {
-    EXPECT_EQ(out_of({"scale", "&[3000000000,1.5]", "1"}), "argument 1 = [3000000000.0, 1.5]\nreturn code 0\n");
+    EXPECT_EQ(out_of({"scale", "&[3000000000,1.5]", "1"}), "values = [3000000000.0, 1.5]\nreturn code 0\n");
 }
 
 TEST(KaCall, strings_with_room)
 {
-    EXPECT_EQ(out_of({"greet", "&str:20"}), "argument 1 = 'good day'\nreturn code 0\n");
-    EXPECT_EQ(out_of({"greet", "&'x':8"}), "argument 1 = 'good day'\nreturn code 0\n");
-    EXPECT_EQ(out_of({"shout", "&['a','bc','']:3"}), "argument 1 = ['a!', 'bc!', '!']\nreturn code 0\n");
+    EXPECT_EQ(out_of({"greet", "&str:20"}), "text = 'good day'\nreturn code 0\n");
+    EXPECT_EQ(out_of({"greet", "&'x':8"}), "text = 'good day'\nreturn code 0\n");
+    EXPECT_EQ(out_of({"shout", "&['a','bc','']:3"}), "texts = ['a!', 'bc!', '!']\nreturn code 0\n");
 }
 
 TEST(KaCall, string_without_more_room_cannot_grow)
 {
     const Outcome outcome = call({"greet", "&'short'"});
-    EXPECT_EQ(outcome.out, "argument 1 = 'short'\nreturn code 18\n");
+    EXPECT_EQ(outcome.out, "text = 'short'\nreturn code 18\n");
     EXPECT_EQ(outcome.status, 1);
 }
 
@@ -69,8 +69,8 @@ TEST(KaCall, any_character_goes_in_and_comes_out_as_it_was_written)
 {
     const std::string text = R"('it\'s a \\ with \n\t\r\x00\x1b\x7f and ü')";
     EXPECT_EQ(out_of({"shout", "&[" + text + ",'']:60"}),
-              "argument 1 = [" + text.substr(0, text.size() - 1) + "!', '!']\nreturn code 0\n");
-    EXPECT_EQ(out_of({"shout", R"(&['\x41\x4a\x4A','']:4)"}), "argument 1 = ['AJJ!', '!']\nreturn code 0\n");
+              "texts = [" + text.substr(0, text.size() - 1) + "!', '!']\nreturn code 0\n");
+    EXPECT_EQ(out_of({"shout", R"(&['\x41\x4a\x4A','']:4)"}), "texts = ['AJJ!', '!']\nreturn code 0\n");
 }
 
 TEST(KaCall, argument_by_value_shows_nothing)
@@ -80,13 +80,13 @@ TEST(KaCall, argument_by_value_shows_nothing)
 
 TEST(KaCall, reference_that_the_module_does_not_give_back_shows_nothing)
 {
-    EXPECT_EQ(out_of({"scale_one", "&1.5", "&2"}), "argument 1 = 3.0\nreturn code 0\n");
+    EXPECT_EQ(out_of({"scale_one", "&1.5", "&2"}), "x = 3.0\nreturn code 0\n");
 }
 
 TEST(KaCall, callbacks_are_answered_and_told_on_standard_error)
 {
     const Outcome outcome = call({"--callback", "-7", "ask_many", "2", "&0"});
-    EXPECT_EQ(outcome.out, "argument 2 = -14\nreturn code 0\n");
+    EXPECT_EQ(outcome.out, "sum = -14\nreturn code 0\n");
     EXPECT_EQ(outcome.err, "ka: call-back 0, answered -7\nka: call-back 1, answered -7\n");
     EXPECT_EQ(call({"ask", "5"}).out, "return code 0\n");
 }

@@ -14,6 +14,7 @@
 #include "exit_status.h"
 #include "interruption.h"
 #include "results.h"
+#include "tables.h"
 
 namespace {
 
@@ -101,12 +102,14 @@ std::vector<Argument> read_arguments(const std::vector<std::string> &texts)
     return arguments;
 }
 
-int show_results(ka_host *host, const std::vector<Argument> &arguments, int32_t code)
+int show_results(ka_host *host, const Wishes &wishes, const std::vector<Argument> &arguments, int32_t code)
 {
+    const std::vector<std::string> names =
+        argument_names(read_tables(wishes.module), wishes.function, arguments.size());
     for (size_t i = 0; i < arguments.size(); i++) {
         const auto number = static_cast<int32_t>(i + 1);
         if (ka_gives_back(host, number))
-            std::cout << "argument " << number << " = " << show_result(host, number, arguments[i]) << '\n';
+            std::cout << names[i] << " = " << show_result(host, number, arguments[i]) << '\n';
     }
     std::cout << "return code " << code << std::endl;
     if (!std::cout) return complain(EXIT_USAGE, "the results could not be written");
@@ -129,7 +132,7 @@ int make_call(ka_host *host, const Wishes &wishes, const std::vector<Argument> &
         add_argument(host, argument);
     const int32_t error_class = ka_call(host, &code);
     if (error_class != KA_DONE) return complain(exit_status_of(error_class), remedied_text(ka_last_error(host)));
-    return show_results(host, arguments, code);
+    return show_results(host, wishes, arguments, code);
 }
 
 int run_call(Wishes &wishes)
