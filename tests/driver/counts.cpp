@@ -177,6 +177,42 @@ TEST_F(Refusals, kind_that_does_not_exist_is_minus_1)
     }
 }
 
+// ---- Addresses
+// -----------------------------------------------------------------------------------------------------
+
+class Outside : public testing::TestWithParam<const char *> {};
+
+// Whatever else is wrong with the argument: its address is looked at first.
+TEST_P(Outside, address_outside_the_segment_ends_the_host_before_the_argument_is_judged)
+{
+    Session session;
+    Argument odd = integer(1);
+    odd.type = 4;
+    session.prepare(GetParam(), {odd});
+    session.block.set(1, Arg::ptr, session.block.address(session.block.size()));
+    session.host.ring();
+    EXPECT_EQ(session.host.await_end(), killed(SIGABRT));
+}
+
+INSTANTIATE_TEST_SUITE_P(Refusals, Outside, testing::Values("IntByValue", "IntArray3", "kind_12"),
+                         [](const auto &function) { return std::string(function.param); });
+
+TEST_F(Refusals, addresses_behind_the_refusal_are_not_looked_at)
+{
+    const auto call_outside = [this](const char *function, size_t count, int outside) {
+        std::vector<Argument> arguments = many(count);
+        arguments[0] = string("a");
+        session_.prepare(function, arguments);
+        session_.block.set(outside, Arg::ptr, session_.block.address(-1));
+        return perform();
+    };
+    EXPECT_EQ(call_outside("none", 1, 1), KA_WRONG_COUNT);
+    EXPECT_EQ(call_outside("two", 2, 2), KA_WRONG_TYPE);
+    EXPECT_EQ(call_outside("zString", 2, 2), KA_WRONG_COUNT);
+    EXPECT_EQ(call_outside("VarArg", 51, 0), KA_TOO_MANY_ARGS);
+    EXPECT_EQ(call_outside("no such function", 1, 1), KA_NO_FUNCTION);
+}
+
 // ---- Elements -----------------------------------------------------------------------------------------------------
 
 TEST_F(Refusals, array_kinds_need_their_least_number_of_elements)

@@ -3,8 +3,9 @@
 // What a call must do, computed on a copy of the block in the test's own process: an independent, slow account of
 // matching, conversion and giving back. It knows the functions' tables and the steps SEE, EDIT, RETURN and CALL_BACK.
 //
-// REAL values that go back must have at most 14 significant decimals and lie between 1e-20 and 1e20: there the C
-// library's conversion of a double, doubled or not, gives the decimal value itself.
+// REAL values must have at most 14 significant decimals, so that none is rounded on its way to a double. Those that
+// go back must lie between 1e-20 and 1e20: there the C library's conversion of a double, doubled or not, gives the
+// decimal value itself.
 #ifndef TESTS_DRIVER_MODEL_H
 #define TESTS_DRIVER_MODEL_H
 
@@ -32,7 +33,7 @@ Outcome predict(Block &block, const std::vector<Step> &script, const std::vector
 std::string difference(const Block &block, const Block &expected, int32_t limit = 0);
 
 // The value of a REAL as a function receives it.
-double double_of(const t_DECIMAL &real); // of its first 14 decimals, rounded
+double double_of(const t_DECIMAL &real);
 int32_t integer_of(const t_DECIMAL &real);
 // The REAL that a double goes back as.
 t_DECIMAL real_of(double value);

@@ -22,29 +22,13 @@ std::string decimals_of(const t_DECIMAL &real)
     return text;
 }
 
-// Half away from zero. 99.. carries into a 1 before the point, which the caller's "0." turns into "1.".
-std::string rounded(const std::string &decimals, size_t places)
-{
-    std::string text = "0" + decimals.substr(0, places);
-    if (decimals.size() <= places || decimals[places] < '5') return text;
-    size_t i = text.size() - 1;
-    while (text[i] == '9')
-        text[i--] = '0';
-    text[i]++;
-    return text;
-}
-
 } // namespace
 
 double double_of(const t_DECIMAL &real)
 {
-    const std::string decimals = decimals_of(real);
-    if (decimals.empty()) return 0;
-    // A first digit below 10 is one decimal only.
-    const std::string text = rounded(decimals, decimals[0] == '0' ? 15 : 14);
-    const std::string number = text.substr(0, 1) + "." + text.substr(1) + "e" + std::to_string(2 * real.dec_exp);
+    const std::string number = "0." + decimals_of(real) + "e" + std::to_string(2 * real.dec_exp);
     const double value = std::strtod(number.c_str(), nullptr);
-    return real.dec_pos == DEC_NEGATIVE ? -value : value;
+    return real.dec_pos == DEC_NEGATIVE && real.dec_ndgts > 0 ? -value : value;
 }
 
 int32_t integer_of(const t_DECIMAL &real)

@@ -79,5 +79,13 @@ TEST_F(State, call_without_arguments_has_the_count_0)
     EXPECT_EQ(at_end(), "KaFunc none\nKaFunc_arg_cnt 0\nKaCv 0 0 0 0 0 0\nKaAv\n");
 }
 
+TEST(KindNames, stand_in_the_order_of_the_kinds)
+{
+    Session session(Layout::native, {.module = "inside", .environment = {"DRIVER_TELL_NAMES=1"}});
+    session.host.await_idle();
+    EXPECT_EQ(session.output(), "0 VarArg\n1 IntByValue\n2 IntByReference\n3 IntArray\n4 RealByValue\n"
+                                "5 RealByReference\n6 RealArray\n7 zString\n8 String\n9 StringArray\n-1 Unknown\n");
+}
+
 } // namespace
 } // namespace driver

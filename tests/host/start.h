@@ -31,10 +31,6 @@ struct Start {
     bool dies_with_test = true;           // SIGKILL when the process that started it ends
 };
 
-// In the environment of a host in which the address sanitizer, if it was built with that, could not look for leaks:
-// it would need descriptors, or it would have to trace a process that is traced already.
-inline constexpr const char *no_leak_check = "ASAN_OPTIONS=detect_leaks=0";
-
 // Filters of the 32-bit host's system calls.
 std::vector<sock_filter> without_close_range();     // the call is unknown, as on an old kernel
 std::vector<sock_filter> killed_by_group_signals(); // kill() of a process id of 0 or below ends the host by SIGSYS

@@ -154,7 +154,7 @@ std::string line_of(const Traced &host, const __ptrace_syscall_info &info)
     const auto &arg = info.entry.args;
     switch (info.entry.nr) {
     case I386_WRITE:
-        return arg[0] == STDERR_FILENO ? "write " + text_at(host, arg[1], arg[2]) : "write elsewhere";
+        return arg[0] == STDERR_FILENO ? "write " + text_at(host, arg[1], arg[2]) : "";
     case I386_CLOSE:
     case I386_CLOSE_RANGE:
         return "close";
@@ -187,10 +187,11 @@ Life watch(const Start &how, const std::string &argument)
 {
     alarm(60); // a host that comes to no end must not hold the test: then both are killed
     Start quiet = how;
-    quiet.environment.push_back(no_leak_check);
+    quiet.environment.push_back("ASAN_OPTIONS=detect_leaks=0"); // which would trace what is traced already
     Traced host(quiet, argument);
     Life life;
     bool waited = false;
+    bool attached = false;
     for (host.advance(); !host.ended(); host.advance()) {
         __ptrace_syscall_info info;
         if (!host.entered(info)) continue;
@@ -198,6 +199,8 @@ Life watch(const Start &how, const std::string &argument)
         if (line.starts_with("wait") && !std::exchange(waited, true)) host.signal(SIGTERM);
         const bool begun = !life.steps.empty() || line.starts_with("block");
         if (line.empty() || !begun) continue;
+        if (line == "attach") attached = true;
+        if (line == "close" && attached) continue;
         if (line == "close") life.closes++;
         if (life.steps.empty() || life.steps.back() != line) life.steps.push_back(line);
     }

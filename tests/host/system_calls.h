@@ -18,12 +18,12 @@ struct Life {
     // its block and its output:
     //   block 2 10         adds to the mask          look 5         reads an action
     //   default 5          SIG_DFL, no mask or flag  handle 12 restart   an own handler, no mask, SA_RESTART only
-    //   close              closes descriptors        attach, detach      the segment
+    //   close              descriptors, before attach           attach, detach      the segment
     //   write TEXT         on descriptor 2           wait 2 10           sigsuspend with that mask
     //   kill, raise        a signal sent             exit 0
     // Lines that follow each other and are equal are one.
     std::vector<std::string> steps;
-    int closes = 0; // system calls that close descriptors
+    int closes = 0; // system calls that close descriptors, before the segment is attached
     End end;
 };
 

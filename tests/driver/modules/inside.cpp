@@ -3,6 +3,7 @@
 // For a module with the host's objects linked in: shows what the host keeps to itself. At its end it writes the
 // current-call state; unused slots of the vector are shown as 0.
 #include <stdio.h>
+#include <stdlib.h>
 
 #include "call.h"
 #include "driver/modules/hooks.h"
@@ -10,7 +11,14 @@
 
 namespace driver {
 
-void at_start() {}
+void at_start()
+{
+    if (getenv("DRIVER_TELL_NAMES") == nullptr) return;
+    const t_KIND_NAME *row = KaArgTypeNames;
+    for (; row->kind != -1; row++)
+        fprintf(stderr, "%d %s\n", row->kind, row->name);
+    fprintf(stderr, "%d %s\n", row->kind, row->name);
+}
 
 void at_end()
 {
