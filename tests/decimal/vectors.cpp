@@ -198,7 +198,5 @@ static const Operations &operations()
     return table;
 }
 
-static const bool registered = register_vectors("packed", operations()) & register_vectors("add", operations()) &
-                               register_vectors("compare", operations()) & register_vectors("digits", operations()) &
-                               register_vectors("toasc", operations()) & register_vectors("cvasc", operations()) &
-                               register_vectors("binary", operations());
+static const bool registered =
+    register_vectors({"packed", "add", "compare", "digits", "toasc", "cvasc", "binary"}, operations());

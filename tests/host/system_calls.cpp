@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -181,6 +182,17 @@ std::string line_of(const Traced &host, const __ptrace_syscall_info &info)
     }
 }
 
+void note(Life &life, const std::string &line)
+{
+    const bool begun = !life.steps.empty() || line.starts_with("block");
+    if (line.empty() || !begun) return;
+    if (line == "close") {
+        if (std::find(life.steps.begin(), life.steps.end(), "attach") != life.steps.end()) return;
+        life.closes++;
+    }
+    if (life.steps.empty() || life.steps.back() != line) life.steps.push_back(line);
+}
+
 } // namespace
 
 Life watch(const Start &how, const std::string &argument)
@@ -191,18 +203,12 @@ Life watch(const Start &how, const std::string &argument)
     Traced host(quiet, argument);
     Life life;
     bool waited = false;
-    bool attached = false;
     for (host.advance(); !host.ended(); host.advance()) {
         __ptrace_syscall_info info;
         if (!host.entered(info)) continue;
         const std::string line = line_of(host, info);
+        note(life, line);
         if (line.starts_with("wait") && !std::exchange(waited, true)) host.signal(SIGTERM);
-        const bool begun = !life.steps.empty() || line.starts_with("block");
-        if (line.empty() || !begun) continue;
-        if (line == "attach") attached = true;
-        if (line == "close" && attached) continue;
-        if (line == "close") life.closes++;
-        if (life.steps.empty() || life.steps.back() != line) life.steps.push_back(line);
     }
     alarm(0);
     life.end = host.end();

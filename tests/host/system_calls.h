@@ -15,13 +15,17 @@ namespace harness {
 
 struct Life {
     // One line each, from the first change of the signal mask on, for what the host does about signals, descriptors,
-    // its block and its output:
-    //   block 2 10         adds to the mask          look 5         reads an action
-    //   default 5          SIG_DFL, no mask or flag  handle 12 restart   an own handler, no mask, SA_RESTART only
-    //   close              descriptors, before attach           attach, detach      the segment
-    //   write TEXT         on descriptor 2           wait 2 10           sigsuspend with that mask
-    //   kill, raise        a signal sent             exit 0
-    // Lines that follow each other and are equal are one.
+    // its block and its output. Equal lines in a row are one.
+    //   block 2 10          these are added to the mask
+    //   look 5              the action of a signal is read
+    //   default 5           SIG_DFL, no mask, no flag
+    //   handle 12 restart   a handler, no mask, SA_RESTART alone
+    //   close               descriptors are closed; not told once the segment is attached
+    //   attach, detach      the segment
+    //   write TEXT          on descriptor 2
+    //   wait 2 10           sigsuspend with that mask
+    //   kill, raise         a signal is sent
+    //   exit 0
     std::vector<std::string> steps;
     int closes = 0; // system calls that close descriptors, before the segment is attached
     End end;

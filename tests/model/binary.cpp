@@ -67,8 +67,7 @@ t_DECIMAL unpacked(const std::vector<uint8_t> &field)
 
 t_DECIMAL from_integer(int64_t value)
 {
-    const t_DECIMAL x = normal(value < 0 ? DEC_NEGATIVE : DEC_POSITIVE, abs(Int(value)), 0).record;
-    return x;
+    return normal(value < 0 ? DEC_NEGATIVE : DEC_POSITIVE, abs(Int(value)), 0).record;
 }
 
 std::optional<int32_t> to_int32(const t_DECIMAL &x)

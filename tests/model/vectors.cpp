@@ -3,6 +3,7 @@
 // Reading vector files and turning their cases into tests.
 #include "model/vectors.h"
 
+#include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
 
@@ -82,7 +83,7 @@ static void register_case(const std::string &title, const std::string &file, int
                           [=, &operations]() -> testing::Test * { return new VectorTest(file, lines, operations); });
 }
 
-bool register_vectors(const std::string &name, const Operations &operations)
+static void register_file(const std::string &name, const Operations &operations)
 {
     const std::string file = std::string(KA_VECTORS) + "/" + name + ".vec";
     std::ifstream input(file);
@@ -105,6 +106,12 @@ bool register_vectors(const std::string &name, const Operations &operations)
     }
     if (title.empty()) title = "Vectors." + name + "_can_be_read";
     register_case(title, file, title_number, lines, operations);
+}
+
+bool register_vectors(const std::vector<std::string> &names, const Operations &operations)
+{
+    for (const std::string &name : names)
+        register_file(name, operations);
     return true;
 }
 

@@ -22,9 +22,9 @@ using Words = std::vector<std::string>;
 using Operation = std::function<std::string(const Words &)>;
 using Operations = std::map<std::string, Operation>;
 
-// Registers the cases of the file; to be called before the tests run, from the initialiser of a static object.
+// Registers the cases of the files; to be called before the tests run, from the initialiser of a static object.
 // A file that cannot be read, or has no case, becomes a failing test.
-bool register_vectors(const std::string &name, const Operations &operations);
+bool register_vectors(const std::vector<std::string> &names, const Operations &operations);
 
 std::string quoted(const std::string &text);
 

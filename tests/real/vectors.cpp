@@ -161,4 +161,4 @@ static const Operations &operations()
     return table;
 }
 
-static const bool registered = register_vectors("real", operations());
+static const bool registered = register_vectors({"real"}, operations());

@@ -126,7 +126,7 @@ DLL_WIRE(t_DLL_ARG64, elsz,     20, 4);
 DLL_WIRE(t_DLL_ARG64, elcnt,    24, 4);
 DLL_WIRE(t_DLL_ARG64, reserved, 28, 4);
 
-DLL_WIRE_SIZE(t_DLL_INFO32, 40 + 24 * DLL_MAX_ARGC);
+DLL_WIRE_SIZE(t_DLL_INFO32, 40 + DLL_MAX_ARGC * sizeof(t_DLL_ARG32));
 DLL_WIRE(t_DLL_INFO32, magic,   0, 8);
 DLL_WIRE(t_DLL_INFO32, version, 8, 4);
 DLL_WIRE(t_DLL_INFO32, pid,     12, 4);
@@ -136,9 +136,9 @@ DLL_WIRE(t_DLL_INFO32, shmsz,   24, 4);
 DLL_WIRE(t_DLL_INFO32, scratch, 28, 4);
 DLL_WIRE(t_DLL_INFO32, cbval,   32, 4);
 DLL_WIRE(t_DLL_INFO32, argc,    36, 4);
-DLL_WIRE(t_DLL_INFO32, args,    40, 24 * DLL_MAX_ARGC);
+DLL_WIRE(t_DLL_INFO32, args,    40, DLL_MAX_ARGC * sizeof(t_DLL_ARG32));
 
-DLL_WIRE_SIZE(t_DLL_INFO64, 48 + 32 * DLL_MAX_ARGC);
+DLL_WIRE_SIZE(t_DLL_INFO64, 48 + DLL_MAX_ARGC * sizeof(t_DLL_ARG64));
 DLL_WIRE(t_DLL_INFO64, magic,   0, 8);
 DLL_WIRE(t_DLL_INFO64, version, 8, 4);
 DLL_WIRE(t_DLL_INFO64, pid,     12, 4);
@@ -148,7 +148,7 @@ DLL_WIRE(t_DLL_INFO64, shmsz,   28, 4);
 DLL_WIRE(t_DLL_INFO64, scratch, 32, 8);
 DLL_WIRE(t_DLL_INFO64, cbval,   40, 4);
 DLL_WIRE(t_DLL_INFO64, argc,    44, 4);
-DLL_WIRE(t_DLL_INFO64, args,    48, 32 * DLL_MAX_ARGC);
+DLL_WIRE(t_DLL_INFO64, args,    48, DLL_MAX_ARGC * sizeof(t_DLL_ARG64));
 
 /* The native layout is layout 32 in a 32-bit program and layout 64, but for the reserved word's name, in a 64-bit one. */
 #if UINTPTR_MAX == 0xffffffffu
