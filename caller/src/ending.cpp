@@ -16,7 +16,7 @@
 /* Exit statuses of a host that could not start: its own, and the loader's. */
 enum { HOST_REFUSED = 2, LOADER_REFUSED = 127 };
 
-static void close_fd(int *fd)
+void close_fd(int *fd)
 {
     if (*fd != -1) close(*fd);
     *fd = -1;

@@ -43,14 +43,6 @@ struct t_REPLY {
     int32_t value; /* of the call-back, or the return code */
 };
 
-static int32_t random_word(ka_host *host)
-{
-    uint64_t z = host->random += 0x9e3779b97f4a7c15u;
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
-    return static_cast<int32_t>(z >> 32);
-}
-
 /* ---- Ring ------------------------------------------------------------------------------------------------------ */
 
 /* 0 or an errno. argc goes last: until then a foreign signal finds no call. */

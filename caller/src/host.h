@@ -82,8 +82,14 @@ __attribute__((format(printf, 3, 4))) int32_t fail(ka_host *host, int32_t error_
 int32_t fail_system(ka_host *host, int error_number, const char *what);
 const char *errno_text(int error_number);
 
-/* segment.cpp */
-int32_t create_segment(ka_host *host);
+/* random.cpp */
+void seed_random(ka_host *host);
+int32_t random_word(ka_host *host);
+
+/* segment.cpp. The key is a name for the segment that others need only until it is marked for removal. */
+int32_t check_sizes(ka_host *host);
+int32_t create_segment(ka_host *host, key_t key);
+void remove_abandoned_segment(key_t key, pid_t creator);
 void remove_segment(ka_host *host);
 void write_header(ka_host *host);
 void write_descriptor(ka_host *host, int32_t index);
@@ -113,6 +119,7 @@ int64_t now_ns(void);
 int64_t deadline_after_ms(int32_t milliseconds);
 
 /* ending.cpp */
+void close_fd(int *fd);                              /* unless it is -1, which it becomes */
 int signal_process(const ka_host *host, int signal); /* 0 or an errno */
 void end_process(ka_host *host);
 void release_host(ka_host *host);

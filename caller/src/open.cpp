@@ -6,7 +6,6 @@
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/random.h>
 
 static constexpr ka_options default_options = {
     .size = sizeof(ka_options),
@@ -48,19 +47,11 @@ static int32_t start_host(ka_host *host)
     char why[128];
     if (!check_module(host->module, why, sizeof why))
         return fail(host, KA_START, "cannot start %.300s: %s", host->module, why);
-    if (create_segment(host) != KA_DONE) return host->error.error_class;
+    if (check_sizes(host) != KA_DONE) return host->error.error_class;
     hold_doorbell(host);
     host->doorbell_fd = open_doorbell();
     if (host->doorbell_fd == -1) return fail_system(host, errno, "cannot create a signal descriptor");
     return start_process(host, deadline);
-}
-
-static uint64_t random_seed(const void *unlike_others)
-{
-    uint64_t seed = 0;
-    if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) != sizeof seed)
-        seed = static_cast<uint64_t>(now_ns()) ^ reinterpret_cast<uintptr_t>(unlike_others);
-    return seed;
 }
 
 int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
@@ -70,7 +61,7 @@ int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
     if (!host) return KA_SYSTEM;
     host->error.exit_status = -1;
     host->pid_fd = host->doorbell_fd = host->status_fd = -1;
-    host->random = random_seed(host);
+    seed_random(host);
     host->module = strdup(module);
     if (!host->module) {
         free(host);

@@ -5,7 +5,6 @@
 #include "host.h"
 
 #include <errno.h>
-#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/ipc.h>
@@ -91,7 +90,7 @@ void write_header(ka_host *host)
 
 /* ---- The segment ----------------------------------------------------------------------------------------------- */
 
-static int32_t check_sizes(ka_host *host)
+int32_t check_sizes(ka_host *host)
 {
     const ka_options *options = &host->options;
     if (options->layout != KA_LAYOUT_NATIVE && options->layout != KA_LAYOUT_64)
@@ -119,33 +118,34 @@ static void place_scratch(ka_host *host)
 }
 
 /* The segment is marked for removal as soon as it is attached: from then on it vanishes with its last user. Linux
-   lets the host attach it by its identifier all the same. Signals wait meanwhile, so that no handler and no death by
-   signal (but SIGKILL) comes between. */
-static void *attach_segment(ka_host *host, int *error)
+   lets the host attach it by its identifier all the same. Before that it would outlive a caller that is killed; so it
+   has a key, by which the child that waits to become the host finds and removes it. Null, and an errno, on failure.
+ */
+static void *attach_segment(ka_host *host, key_t key, int *error)
 {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    void *base = nullptr;
-    host->segment_id = shmget(IPC_PRIVATE, static_cast<size_t>(host->options.segment_bytes) + SLACK, 0600);
-    if (host->segment_id != -1) {
-        base = shmat(host->segment_id, nullptr, 0);
-        if (base == reinterpret_cast<void *>(-1)) base = nullptr;
+    const size_t size = static_cast<size_t>(host->options.segment_bytes) + SLACK;
+    host->segment_id = shmget(key, size, IPC_CREAT | IPC_EXCL | 0600);
+    if (host->segment_id == -1) {
         *error = errno;
-        shmctl(host->segment_id, IPC_RMID, nullptr);
-    } else {
-        *error = errno;
+        return nullptr;
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return base;
+    void *base = shmat(host->segment_id, nullptr, 0);
+    *error = errno;
+    shmctl(host->segment_id, IPC_RMID, nullptr);
+    return base == reinterpret_cast<void *>(-1) ? nullptr : base;
 }
 
-int32_t create_segment(ka_host *host)
+void remove_abandoned_segment(key_t key, pid_t creator)
 {
-    if (check_sizes(host) != KA_DONE) return host->error.error_class;
+    struct shmid_ds status;
+    const int id = shmget(key, 0, 0);
+    if (id != -1 && shmctl(id, IPC_STAT, &status) == 0 && status.shm_cpid == creator) shmctl(id, IPC_RMID, nullptr);
+}
+
+int32_t create_segment(ka_host *host, key_t key)
+{
     int error = 0;
-    host->base = static_cast<char *>(attach_segment(host, &error));
+    host->base = static_cast<char *>(attach_segment(host, key, &error));
     if (!host->base) {
         char what[64];
         snprintf(what, sizeof what, "cannot create a shared segment of %d bytes", host->options.segment_bytes);

@@ -1,7 +1,11 @@
 /* SPDX-License-Identifier: MIT
  *
  * Starts the module's process. There is no sign of readiness to wait for, and none is needed: the child is born with
- * SIGUSR2 blocked, so a call that is sent before the host waits for one stays pending until it does. */
+ * SIGUSR2 blocked, so a call that is sent before the host waits for one stays pending until it does.
+ *
+ * The child is there before the segment, and guards it: the caller creates the segment, marks it for removal, and
+ * then sends the child the word to go on. When the caller is killed before that, the child finds the pipe at its end
+ * and removes what was created; when the child is killed, the caller goes on to mark the segment. */
 #include "host.h"
 
 #include <errno.h>
@@ -14,11 +18,14 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+enum { ARGUMENT_SIZE = 32 }; /* segment identifier and layout, zero-terminated */
+
 struct t_LAUNCH {
     const char *module;
-    char argument[32]; /* segment identifier and layout */
     pid_t parent;
-    int report_fd; /* errno goes here when the module cannot be executed; closed by a successful exec */
+    key_t key;     /* of the segment */
+    int go[2];     /* pipe: the host's argument goes to the child when the segment is safe */
+    int report[2]; /* pipe: errno comes back when the module cannot be executed; closed by a successful exec */
 };
 
 /* ---- In the child, where only async-signal-safe functions may be called ---------------------------------------- */
@@ -45,13 +52,19 @@ static void reset_signals(void)
 __attribute__((noreturn)) static void become_host(const t_LAUNCH *launch)
 {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
-    /* A parent that died before the line above sends nothing any more. */
+    close(launch->go[1]);
+    char argument[ARGUMENT_SIZE];
+    if (read(launch->go[0], argument, sizeof argument) != sizeof argument) {
+        remove_abandoned_segment(launch->key, launch->parent);
+        _exit(127);
+    }
+    /* A parent that died before the first line sends no signal any more. */
     if (getppid() != launch->parent) _exit(127);
     reset_signals();
-    char *const arguments[] = {const_cast<char *>(launch->module), const_cast<char *>(launch->argument), nullptr};
+    char *const arguments[] = {const_cast<char *>(launch->module), argument, nullptr};
     execve(launch->module, arguments, environ);
     const int error = errno;
-    if (write(launch->report_fd, &error, sizeof error) != sizeof error) _exit(126);
+    if (write(launch->report[1], &error, sizeof error) != sizeof error) _exit(126);
     _exit(127);
 }
 
@@ -115,22 +128,39 @@ static int32_t await_exec(ka_host *host, int report_fd, int64_t deadline)
     return KA_DONE;
 }
 
+/* The child reads until the last writing end is closed, and must not find its reading end the only one when the
+   caller writes: that would raise SIGPIPE. So this end stays open until the word is sent. */
+static int32_t send_argument(ka_host *host, const t_LAUNCH *launch)
+{
+    char argument[ARGUMENT_SIZE] = {};
+    snprintf(argument, sizeof argument, host->options.layout == KA_LAYOUT_64 ? "%d:64" : "%d", host->segment_id);
+    if (write(launch->go[1], argument, sizeof argument) != sizeof argument)
+        return fail_system(host, errno, "cannot write to a pipe");
+    return KA_DONE;
+}
+
+static int32_t start_child(ka_host *host, t_LAUNCH *launch, int64_t deadline)
+{
+    const int error = launch_process(host, launch);
+    if (error != 0) return fail_system(host, error, "cannot create a process");
+    if (create_segment(host, launch->key) != KA_DONE) return host->error.error_class;
+    if (send_argument(host, launch) != KA_DONE) return host->error.error_class;
+    close_fd(&launch->report[1]); /* the child's is the last */
+    return await_exec(host, launch->report[0], deadline);
+}
+
 int32_t start_process(ka_host *host, int64_t deadline)
 {
-    t_LAUNCH launch = {host->module, {}, getpid(), -1};
-    snprintf(launch.argument, sizeof launch.argument, host->options.layout == KA_LAYOUT_64 ? "%d:64" : "%d",
-             host->segment_id);
-    int report[2];
-    if (pipe2(report, O_CLOEXEC) != 0) return fail_system(host, errno, "cannot create a pipe");
-    launch.report_fd = report[1];
-    const int error = launch_process(host, &launch);
-    close(report[1]);
+    t_LAUNCH launch = {host->module, getpid(), random_word(host) | 1, {-1, -1}, {-1, -1}};
     int32_t result = KA_DONE;
-    if (error != 0) {
-        result = fail_system(host, error, "cannot create a process");
+    if (pipe2(launch.go, O_CLOEXEC) != 0 || pipe2(launch.report, O_CLOEXEC) != 0) {
+        result = fail_system(host, errno, "cannot create a pipe");
     } else {
-        result = await_exec(host, report[0], deadline);
+        result = start_child(host, &launch, deadline);
     }
-    close(report[0]);
+    close_fd(&launch.go[0]);
+    close_fd(&launch.go[1]);
+    close_fd(&launch.report[0]);
+    close_fd(&launch.report[1]);
     return result;
 }

@@ -114,18 +114,53 @@ bool ends(pid_t pid)
     return becomes_true([pid] { return is_gone(pid); });
 }
 
-bool segment_exists(int segment_id)
+struct Segment {
+    int id;
+    pid_t creator;
+};
+
+static std::vector<Segment> all_segments()
 {
     std::istringstream lines(read_file("/proc/sysvipc/shm"));
+    std::vector<Segment> segments;
     std::string line;
-    std::getline(lines, line);
     while (std::getline(lines, line)) {
         std::istringstream fields(line);
-        long long key;
-        long long id;
-        if (fields >> key >> id && id == segment_id) return true;
+        std::string key;
+        std::string mode;
+        std::string size;
+        Segment segment;
+        if (fields >> key >> segment.id >> mode >> size >> segment.creator) segments.push_back(segment);
     }
+    return segments;
+}
+
+bool segment_exists(int segment_id)
+{
+    for (const Segment &segment : all_segments())
+        if (segment.id == segment_id) return true;
     return false;
+}
+
+int segments_created_by(pid_t pid)
+{
+    int count = 0;
+    for (const Segment &segment : all_segments())
+        if (segment.creator == pid) count++;
+    return count;
+}
+
+std::vector<pid_t> children_of(pid_t parent)
+{
+    std::vector<pid_t> children;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
+        const std::string name = entry.path().filename();
+        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+        const std::string status = read_file(entry.path() / "status");
+        if (status.find("\nPPid:\t" + std::to_string(parent) + "\n") != std::string::npos)
+            children.push_back(std::stoi(name));
+    }
+    return children;
 }
 
 int segment_of(pid_t pid)

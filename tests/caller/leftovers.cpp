@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
 #include <thread>
@@ -146,10 +147,18 @@ TEST(CallerDeath, by_any_signal_ends_the_host_and_frees_the_segment)
     }
 }
 
-TEST(CallerDeath, at_random_moments_of_a_start_leaves_no_host)
+// Ends every child of this process, orphans that came to it included.
+static void await_children()
+{
+    while (waitpid(-1, nullptr, 0) > 0)
+        ;
+    EXPECT_EQ(errno, ECHILD);
+}
+
+TEST(CallerDeath, at_random_moments_of_a_start_leaves_no_host_and_no_segment)
 {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
-    for (int round = 0; round < 60; round++) {
+    for (int round = 0; round < 100; round++) {
         const pid_t caller = fork();
         if (caller == 0) {
             for (;;) {
@@ -158,14 +167,83 @@ TEST(CallerDeath, at_random_moments_of_a_start_leaves_no_host)
                 ka_close(host);
             }
         }
-        usleep(static_cast<useconds_t>(1000 + round * 157));
+        usleep(static_cast<useconds_t>(500 + round * 61));
         kill(caller, SIGKILL);
         EXPECT_EQ(waitpid(caller, nullptr, 0), caller);
-        // Every process that the caller left is a child of this one now; the last of them ends by itself.
-        while (waitpid(-1, nullptr, 0) > 0)
-            ;
-        EXPECT_EQ(errno, ECHILD);
+        await_children();
+        ASSERT_EQ(segments_created_by(caller), 0);
     }
+}
+
+// Lets the traced caller run to its next entry into or exit from a system call; false when it has ended.
+static bool run_to_next_system_call(pid_t caller)
+{
+    int status = 0;
+    int signal = 0;
+    do {
+        ptrace(PTRACE_SYSCALL, caller, nullptr, signal);
+        if (waitpid(caller, &status, 0) != caller || !WIFSTOPPED(status)) return false;
+        signal = WSTOPSIG(status);
+    } while (signal != SIGTRAP);
+    return true;
+}
+
+static pid_t start_traced_caller()
+{
+    const pid_t caller = fork();
+    if (caller == 0) {
+        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        raise(SIGSTOP);
+        ka_host *host;
+        int32_t code;
+        ka_open(&host, tasks_module.c_str(), nullptr);
+        ka_begin(host, "count_call");
+        ka_call(host, &code);
+        ka_close(host);
+        _exit(0);
+    }
+    EXPECT_EQ(waitpid(caller, nullptr, 0), caller);
+    return caller;
+}
+
+// Start, call and end, killed before and after each of their system calls.
+TEST(CallerDeath, at_every_system_call_leaves_no_host_and_no_segment)
+{
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    int moments = 0;
+    for (bool alive = true; alive; moments++) {
+        const pid_t caller = start_traced_caller();
+        for (int i = 0; i < moments && alive; i++)
+            alive = run_to_next_system_call(caller);
+        kill(caller, SIGKILL);
+        await_children();
+        ASSERT_EQ(segments_created_by(caller), 0) << "killed at stop " << moments;
+    }
+    EXPECT_GT(moments, 60);
+}
+
+TEST(Leftovers, start_whose_child_is_killed_leaves_no_process_and_no_segment)
+{
+    const pid_t opener = getpid();
+    const pid_t killer = fork();
+    if (killer == 0) {
+        for (;;)
+            for (pid_t child : children_of(opener))
+                if (child != getpid()) kill(child, SIGKILL);
+    }
+    int failures = 0;
+    for (int round = 0; round < 20000 && failures < 100; round++) {
+        ka_host *host;
+        const int32_t opened = ka_open(&host, tasks_module.c_str(), nullptr);
+        int32_t code;
+        ka_begin(host, "count_call");
+        if (opened != KA_DONE || ka_call(host, &code) != KA_DONE) failures++;
+        ka_close(host);
+    }
+    kill(killer, SIGKILL);
+    await_children();
+    EXPECT_EQ(segments_created_by(opener), 0);
+    EXPECT_GT(failures, 0);
 }
 
 TEST(CallerDeath, host_ends_with_the_thread_that_opened_it)
