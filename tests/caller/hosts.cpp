@@ -150,19 +150,6 @@ int segments_created_by(pid_t pid)
     return count;
 }
 
-std::vector<pid_t> children_of(pid_t parent)
-{
-    std::vector<pid_t> children;
-    for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
-        const std::string name = entry.path().filename();
-        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
-        const std::string status = read_file(entry.path() / "status");
-        if (status.find("\nPPid:\t" + std::to_string(parent) + "\n") != std::string::npos)
-            children.push_back(std::stoi(name));
-    }
-    return children;
-}
-
 int segment_of(pid_t pid)
 {
     std::string words; // empty for a moment while the program is replaced

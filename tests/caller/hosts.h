@@ -50,7 +50,6 @@ int32_t call_with(ka_host *host, const char *function, int32_t number);
 bool ends(pid_t pid);
 bool segment_exists(int segment_id);
 int segments_created_by(pid_t pid);
-std::vector<pid_t> children_of(pid_t parent);
 
 // The segment that a host was started with.
 int segment_of(pid_t pid);

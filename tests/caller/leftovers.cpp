@@ -175,14 +175,14 @@ TEST(CallerDeath, at_random_moments_of_a_start_leaves_no_host_and_no_segment)
     }
 }
 
-// Lets the traced caller run to its next entry into or exit from a system call; false when it has ended.
-static bool run_to_next_system_call(pid_t caller)
+// Lets a traced process run to its next entry into or exit from a system call; false when it has ended.
+static bool run_to_next_system_call(pid_t pid)
 {
     int status = 0;
     int signal = 0;
     do {
-        ptrace(PTRACE_SYSCALL, caller, nullptr, signal);
-        if (waitpid(caller, &status, 0) != caller || !WIFSTOPPED(status)) return false;
+        ptrace(PTRACE_SYSCALL, pid, nullptr, signal);
+        if (waitpid(pid, &status, __WALL) != pid || !WIFSTOPPED(status)) return false;
         signal = WSTOPSIG(status);
     } while (signal != SIGTRAP);
     return true;
@@ -222,28 +222,40 @@ TEST(CallerDeath, at_every_system_call_leaves_no_host_and_no_segment)
     EXPECT_GT(moments, 60);
 }
 
-TEST(Leftovers, start_whose_child_is_killed_leaves_no_process_and_no_segment)
+// The traced caller runs on by itself once it has got a child, which is traced from its birth on. 0 when there is
+// none.
+static pid_t trace_child_of(pid_t caller)
 {
-    const pid_t opener = getpid();
-    const pid_t killer = fork();
-    if (killer == 0) {
-        for (;;)
-            for (pid_t child : children_of(opener))
-                if (child != getpid()) kill(child, SIGKILL);
+    int status = 0;
+    unsigned long child = 0;
+    ptrace(PTRACE_SETOPTIONS, caller, nullptr, PTRACE_O_TRACEFORK);
+    ptrace(PTRACE_CONT, caller, nullptr, nullptr);
+    EXPECT_EQ(waitpid(caller, &status, 0), caller);
+    if (status >> 8 != (SIGTRAP | (PTRACE_EVENT_FORK << 8))) return 0;
+    ptrace(PTRACE_GETEVENTMSG, caller, nullptr, &child);
+    const auto pid = static_cast<pid_t>(child);
+    EXPECT_EQ(waitpid(pid, &status, __WALL), pid);
+    ptrace(PTRACE_DETACH, caller, nullptr, nullptr);
+    return pid;
+}
+
+// From its birth over its start and its call to its end, the host is killed before and after each of its system
+// calls.
+TEST(HostKilled, at_every_system_call_leaves_no_host_and_no_segment)
+{
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    int moments = 0;
+    for (bool alive = true; alive; moments++) {
+        const pid_t caller = start_traced_caller();
+        const pid_t host = trace_child_of(caller);
+        ASSERT_NE(host, 0);
+        for (int i = 0; i < moments && alive; i++)
+            alive = run_to_next_system_call(host);
+        kill(host, SIGKILL);
+        await_children();
+        ASSERT_EQ(segments_created_by(caller), 0) << "killed at stop " << moments;
     }
-    int failures = 0;
-    for (int round = 0; round < 20000 && failures < 100; round++) {
-        ka_host *host;
-        const int32_t opened = ka_open(&host, tasks_module.c_str(), nullptr);
-        int32_t code;
-        ka_begin(host, "count_call");
-        if (opened != KA_DONE || ka_call(host, &code) != KA_DONE) failures++;
-        ka_close(host);
-    }
-    kill(killer, SIGKILL);
-    await_children();
-    EXPECT_EQ(segments_created_by(opener), 0);
-    EXPECT_GT(failures, 0);
+    EXPECT_GT(moments, 100);
 }
 
 TEST(CallerDeath, host_ends_with_the_thread_that_opened_it)
