@@ -152,6 +152,22 @@ static Binary over_base(const Binary &x)
     return rounded({(quotient << 1) + sticky, x.e - extra - 1}, extended_bits);
 }
 
+double nearest_double(const Int &m, int exponent10)
+{
+    Int power = 1;
+    for (int i = std::abs(exponent10); i > 0; i--)
+        power *= 10;
+    Binary value = {m * power, 0};
+    if (exponent10 < 0) {
+        // More bits than are kept, and one that stands for any remainder.
+        const int extra = static_cast<int>(msb(power)) + 2 * extended_bits;
+        const Int wide = m << extra;
+        value = {((wide / power) << 1) + (wide % power != 0 ? 1 : 0), -extra - 1};
+    }
+    const Binary stored = rounded(value, 53);
+    return std::ldexp(static_cast<double>(stored.m), stored.e);
+}
+
 double to_double(const t_DECIMAL &x, int digits)
 {
     Binary sum = {0, 0};

@@ -27,6 +27,10 @@ Outcome from_decimals(std::string_view digits, int decpt, bool negative);
 // sometimes gives does not count. The test's own word size decides. The value must be finite.
 Outcome from_double(double value, int ndigit);
 
+// The double nearest to m * 10^exponent10, m not negative; normal doubles only. The libraries' own conversions are no
+// reference: std::from_chars misses the nearest double in 32-bit programs.
+double nearest_double(const Int &m, int exponent10);
+
 // The double of the first digits of x: Horner's scheme and the scaling in 64-bit significands, rounded once more at
 // the end. Exponents of a normal record only.
 double to_double(const t_DECIMAL &x, int digits);

@@ -3,7 +3,6 @@
 // The policy of the REAL layer, and its general number format.
 #include "model/real.h"
 
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 
@@ -101,14 +100,14 @@ std::optional<std::string> real_general(const t_DECIMAL &x, int ndigit)
 
 std::optional<double> real_to_double(const t_DECIMAL &x)
 {
-    const std::optional<std::string> text = real_general(x, 14);
-    if (!text && !is_normal(x)) return std::nullopt;
+    const Digits d = digit_string(x, 14, Count::total);
+    if (d.text.empty() && !is_normal(x)) return std::nullopt;
     // Fourteen nines and more at the largest exponent: only there do the digits of a normal value round past a
     // record.
-    if (!text) return is_negative(x) ? -1e126 : 1e126;
-    double value = 0;
-    std::from_chars(text->data(), text->data() + text->size(), value);
-    return value;
+    if (d.text.empty()) return is_negative(x) ? -1e126 : 1e126;
+    if (d.text[0] == '0') return 0; // as the general format shows it, without a sign
+    const double magnitude = nearest_double(Int(d.text), *d.decpt - static_cast<int>(d.text.size()));
+    return *d.sign ? -magnitude : magnitude;
 }
 
 std::string real_layout(const t_DECIMAL &x, int length, int places)
