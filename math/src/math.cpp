@@ -123,12 +123,13 @@ int m_load(const void *field, int length, t_DECIMAL *r)
 
 /* ---- Double ---------------------------------------------------------------------------------------------------- */
 
-/* dececvt; where nines at the top exponent round beyond any record, and so give no decimals, the 1 they round to. */
+/* dececvt; where the rounding leaves the range of records, and so gives no decimals, what it would have come to: 1
+   for nines at the top exponent, 0 for leading zeros at the bottom, which only a field out of normal form has. */
 static char *rounded_decimals(const t_DECIMAL *x, int ndigit, int *decpt, int *sign)
 {
     char *decimals = dececvt(x, ndigit, decpt, sign);
     if (decimals[0] != '\0') return decimals;
-    decimals[0] = '1';
+    decimals[0] = x->dec_exp >= DEC_EXP_MAX ? '1' : '0';
     decimals[1] = '\0';
     ++*decpt;
     return decimals;

@@ -63,6 +63,16 @@ TEST(Lddecimal, writes_only_the_digits_it_counts)
     EXPECT_EQ(show_raw(result), "exp 1 pos 1 ndgts 2 bytes 1,2,7,7,7,7,7,7");
 }
 
+TEST(Lddecimal, length_below_1_reads_nothing_and_gives_null)
+{
+    const uint8_t field[1] = {0xC1};
+    for (const int length : {0, -1}) {
+        t_DECIMAL result = c_dec_one;
+        EXPECT_EQ(lddecimal(field, length, &result), DEC_OK);
+        EXPECT_EQ(result.dec_pos, DEC_NULL) << length;
+    }
+}
+
 TEST(Lddecimal, length_1_copies_no_digits)
 {
     t_DECIMAL result = read_record("9:+:7,7,7,7,7,7,7,7");

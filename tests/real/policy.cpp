@@ -71,7 +71,7 @@ TEST(MCvDbl, never_gives_null)
     }
 }
 
-TEST(MCvDbl, zero_is_normal_zero_to_every_comparison)
+TEST(MCvDbl, zero_of_either_sign_equals_zero)
 {
     t_DECIMAL r;
     EXPECT_EQ(m_cv_dbl(0.0, &r), REAL_OK);
@@ -79,6 +79,26 @@ TEST(MCvDbl, zero_is_normal_zero_to_every_comparison)
     EXPECT_EQ(m_sgn(&r), 0);
     EXPECT_EQ(m_cv_dbl(-0.0, &r), REAL_OK);
     EXPECT_EQ(m_cmp(&r, &c_dec_zero), 0);
+}
+
+TEST(MToAsc, negative_length_writes_nothing)
+{
+    char buffer[4] = "~~~";
+    EXPECT_EQ(m_to_asc(&c_dec_one, buffer + 2, -1, 0), buffer + 2);
+    EXPECT_EQ(std::string(buffer), "~~~");
+}
+
+// Fields are loaded as they are: this one has a leading zero digit, and its 14 decimals cannot be rounded to.
+TEST(MToDbl, digits_that_round_below_the_range_become_zero)
+{
+    const uint8_t field[] = {0x80, 0x00, 0x05, 0x63, 0x63, 0x63, 0x63, 0x63, 0x32};
+    t_DECIMAL x;
+    ASSERT_EQ(m_load(field, sizeof field, &x), REAL_OK);
+    double d = 1;
+    EXPECT_EQ(m_to_dbl(&x, &d), REAL_OK);
+    EXPECT_EQ(d, 0);
+    char text[32];
+    EXPECT_STREQ(m_gcvt(&x, 14, text), "0");
 }
 
 TEST(MToAsc, buffer_of_one_more_than_the_field_is_enough)

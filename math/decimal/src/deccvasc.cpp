@@ -34,7 +34,8 @@ static void store_decimal(t_READER *r, int decimal)
     r->stored++;
 }
 
-/* KEPT: decimals after the 18th significant one are dropped, before the point too, where they ought to count in the
+/* KEPT: no digit is required: ".", "-", "e5" are zero. Test: Deccvasc.no_digit_is_required.
+   KEPT: decimals after the 18th significant one are dropped, before the point too, where they ought to count in the
    exponent: 1234567890123456789 reads as 123456789012345678.
    Test: Deccvasc.integer_digits_past_the_eighteenth_are_dropped_without_a_place. */
 static int read_mantissa(t_READER *r)

@@ -30,6 +30,9 @@ int deccvreal(t_DECIMAL *result, int ndecimals, double value)
     return dec_set_exponent((decpt > 0 ? decpt + 1 : decpt) / 2, &result->dec_exp);
 }
 
+/* KEPT: zero is a record of exponent 1, since ecvt puts its point behind one digit, and minus zero keeps its sign
+   byte 0: to dectoasc such a zero has an integer place, "00". Test: Deccvdbl.zero_has_exponent_1_and_keeps_its_sign.
+ */
 int deccvdbl(double value, t_DECIMAL *result)
 {
     return deccvreal(result, double_decimals, value);

@@ -51,7 +51,9 @@ static int places_of(const t_DECIMAL *value)
 /* The decimals for fixed notation. Where they are too wide for the field, places is lowered to make them fit.
    KEPT: when the places cannot make up for it, the decimals stay as they are and the field cuts them: 123.6 with 1
    place in 3 characters is 123, in 4 characters 124.
-   Test: Dectoasc.too_many_surplus_characters_are_cut_off_unrounded. */
+   Test: Dectoasc.too_many_surplus_characters_are_cut_off_unrounded.
+   KEPT: the width leaves out the 0 before the point of a value below 1, so that one is cut by the field, not rounded.
+   Test: Dectoasc.width_estimate_leaves_out_the_zero_before_the_point. */
 static const char *fixed_decimals(const t_DECIMAL *value, int length, int *places, int *decpt)
 {
     int sign = 0;
@@ -122,7 +124,7 @@ static void close_up(char *field, int length, int e)
 static bool put_scientific(const t_DECIMAL *value, char *field, int length, int decpt)
 {
     /* Rounding may carry into a new decimal, whose exponent is then another one, perhaps longer: once more with that.
-       Values out of normal form may need a third attempt, or never settle. */
+       The bound is for values out of normal form, which can change between two exponents for ever. */
     for (int attempt = 0; attempt < 4; attempt++) {
         fill(field, length, ' ');
         const int e = put_exponent(field, length, decpt - 1);
@@ -155,6 +157,7 @@ int dectoasc(const t_DECIMAL *value, char *field, int length, int places)
     if (length - (dec_isnegative(value) ? 1 : 0) >= decpt) return DEC_OK;
     if (put_scientific(value, field, length, decpt)) return DEC_OK;
 
+    /* For completeness: a value below 0.01 has no integer part, so its fixed text stands and it never comes here. */
     const bool tiny = value->dec_exp < -1;
     fill(field, length, tiny ? ' ' : '*');
     if (tiny) field[0] = '0';

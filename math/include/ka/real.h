@@ -73,13 +73,14 @@ KA_API char *m_to_asc(const t_DECIMAL *x, char *buf, int length, int places);
    stored. An empty or blank text is fatal. */
 KA_API int m_cv_asc(const char *text, int length, t_DECIMAL *r);
 
-/* dececvt and decfcvt, with *decpt and *sign 0 for a zero value. The string is the decimal library's static buffer.
- */
+/* dececvt and decfcvt, with *decpt and *sign 0 for a zero value. The string is the decimal library's static buffer,
+   which m_to_dbl, m_to_asc and m_gcvt use too. */
 KA_API char *m_ecvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign);
 KA_API char *m_fcvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign);
 
-/* x to at most ndigit significant decimals in the shorter of fixed and exponent form, zero-terminated in buf, which
-   needs room for ndigit + 8 characters (at least 2). ndigit 0 or less gives the empty string. Returns buf. */
+/* x to at most ndigit significant decimals, zero-terminated in buf: in fixed form where that shows no more than
+   ndigit of them, zeros after the point counted, else as d.dddE+dd. buf needs room for ndigit + 8 characters (at
+   least 2). ndigit 0 or less gives the empty string. Returns buf. */
 KA_API char *m_gcvt(const t_DECIMAL *x, int ndigit, char *buf);
 
 #ifdef __cplusplus

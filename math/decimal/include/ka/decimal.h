@@ -9,7 +9,8 @@
  *  - Zero has no digits. The library's own zero is dec_exp 0, dec_pos 1; a zero with dec_pos 0 can come from text.
  *  - Null (no value) is dec_pos 255, and only dec_pos decides.
  *  - A result record may be the same object as an operand. No operation allocates, none keeps state but the digit
- *    strings (dececvt and its kin), which share one static buffer. Pointers must not be null.
+ *    strings: dececvt and its kin share one static buffer, which dectoasc uses too, and deccvdbl and deccvflt use
+ *    that of the C library's ecvt. Pointers must not be null.
  *  - Rounding is half away from zero, truncation is toward zero.
  *  - The return value is DEC_OK or one of the negative codes below. On DEC_OVERFLOW and DEC_UNDERFLOW of an operation
  *    that rounds, the result is still written, with its exponent clamped to 63 or -64. */
@@ -103,14 +104,14 @@ KA_API int decchs(t_DECIMAL *x);
    decefcvt does the first when mode is 0, else the second. At most 151 characters, zero-terminated, in one static
    buffer that the next call of any of them overwrites. *decpt becomes the number of decimals before the point
    (0.ddd... * 10^decpt), *sign 0 for positive and 1 for negative. An empty string when value is null (then *decpt and
-   *sign are not written), when the count leaves no digit, or when rounding overflows. */
+   *sign are not written), when the count leaves no digit, or when the rounding leaves the range of records. */
 KA_API char *dececvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign);
 KA_API char *decfcvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign);
 KA_API char *decefcvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign, int mode);
 
 /* Lays value out in the length characters at field, blank-filled and never terminated: fixed notation with the given
    places after the point (negative: as many as the value needs) where the integer part fits, else exponent notation,
-   else a single 0 for a tiny value and asterisks for any other. Null leaves the field blank. Returns DEC_OK. */
+   else asterisks. Null leaves the field blank. Returns DEC_OK. */
 KA_API int dectoasc(const t_DECIMAL *value, char *field, int length, int places);
 
 /* Reads a number from the length characters at field, which need not be terminated. Leading blanks are skipped; an
@@ -127,12 +128,12 @@ KA_API int deccvint16(int16_t value, t_DECIMAL *result);
 KA_API int deccvint32(int32_t value, t_DECIMAL *result);
 
 /* Record to integer, truncated toward zero; null gives the most negative integer. Returns DEC_OK, or DEC_OVERFLOW
- *with result unwritten when the integer part is out of range. */
+ with *result unwritten when the integer part is out of range. */
 KA_API int dectoint16(const t_DECIMAL *value, int16_t *result);
 KA_API int dectoint32(const t_DECIMAL *value, int32_t *result);
 
 /* Floating point to record, from the 15 (double) or 6 (float) decimals that the C library's ecvt gives. Infinity and
-   NaN give DEC_OVERFLOW. Returns DEC_OK, DEC_OVERFLOW or DEC_UNDERFLOW; the exponent is then clamped. */
+   NaN give DEC_OVERFLOW and null. Returns DEC_OK, DEC_OVERFLOW or DEC_UNDERFLOW; the exponent is then clamped. */
 KA_API int deccvdbl(double value, t_DECIMAL *result);
 KA_API int deccvflt(float value, t_DECIMAL *result);
 
