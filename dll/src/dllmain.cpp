@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
  * The host process: start, the wait for signals, the handler that performs a call and answers the caller, the end.
- * And the only code that reads and writes the shared block: argument access, scratch area and call-back. One thread;
+ * And the only code that knows the block's layouts: argument access, scratch area and call-back. One thread;
  * every call runs to its end inside the handler of SIGUSR2. */
 #include <dlfcn.h>
 #include <errno.h>
@@ -153,8 +153,13 @@ bool signal_caller(void)
 
 sigjmp_buf dll_callback_jmp; /* valid while dll_callback waits */
 
+/* An answer can arrive just after SIGTERM, on top of the handler that ends the host: a jump would lose the end. The
+   wait itself never blocks SIGTERM, so where it is blocked, that is the case. */
 void dll_callback_handler(int)
 {
+    sigset_t now;
+    sigprocmask(SIG_BLOCK, nullptr, &now);
+    if (sigismember(&now, SIGTERM) == 1) return;
     siglongjmp(dll_callback_jmp, 0);
 }
 
@@ -180,9 +185,7 @@ void install(int signal, void (*handler)(int), struct sigaction *previous)
  */
 int32_t dll_callback(int32_t value)
 {
-    /* Static because a local changed before the jump back would be lost; there is only one call-back at a time. */
-    static struct sigaction previous;
-
+    struct sigaction previous; /* not changed after the jump point is set, so the jump does not lose it */
     store32(at(layout().cbval), value);
     install(SIGUSR2, dll_callback_handler, &previous);
     if (!signal_caller()) raise(SIGTERM);
@@ -278,7 +281,7 @@ void close_descriptors(int first, int last)
         close(fd);
 }
 
-/* Only standard error stays. Descriptors above the limit cannot have been opened under it; they stay too. */
+/* Only standard error stays, and what was opened above a limit that was lowered since. */
 void close_inherited(void)
 {
     const int last = static_cast<int>(sysconf(_SC_OPEN_MAX)) - 1;

@@ -70,7 +70,7 @@ TEST_P(Refused, suffix_is_named_with_the_whole_argument)
 // 96 is 64 + 32: only of 0 and 32 the bit worth 32 is cleared away.
 INSTANTIATE_TEST_SUITE_P(CommandLine, Refused,
                          testing::Values(":16", ":96", ":1", ":31", ":33", ":63", ":65", ":128", ":-64", ":-32",
-                                         ":-1", ":16:64", ":99999999999999999999"));
+                                         ":-1", ":16:64", ":320", ":4294967360", ":99999999999999999999"));
 
 TEST(CommandLine, no_argument_is_an_illegal_call)
 {

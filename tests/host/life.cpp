@@ -3,6 +3,7 @@
 // Hooks, the end of a host in each of its states, and callers that are gone.
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -96,6 +97,32 @@ TEST_P(Ending, in_a_call_after_a_callback)
     Probe host(block, {}, with_hooks);
     EXPECT_EQ(host.callback(1, 2), 2);
     expect_good_end(block, host);
+}
+
+// The answer comes when the handler of SIGTERM has begun and not yet blocked anything.
+TEST_P(Ending, is_not_undone_by_an_answer_that_comes_on_top_of_it)
+{
+    Block block(GetParam());
+    Probe host(block, {integer(1).by_ref()}, with_hooks);
+    host.begin(PROBE_CALLBACK, 5);
+    host.await_signal();
+    host.await_idle();
+    const pid_t pid = host.pid();
+    const auto stopped_by = [&] {
+        int status = 0;
+        EXPECT_EQ(waitpid(pid, &status, 0), pid);
+        return WIFSTOPPED(status) ? WSTOPSIG(status) : 0;
+    };
+    ASSERT_EQ(ptrace(PTRACE_SEIZE, pid, 0, 0), 0);
+    host.ring(SIGTERM);
+    ASSERT_EQ(stopped_by(), SIGTERM);
+    ASSERT_EQ(ptrace(PTRACE_SINGLESTEP, pid, 0, SIGTERM), 0); // to the first instruction of the handler
+    ASSERT_EQ(stopped_by(), SIGTRAP);
+    host.ring(SIGUSR2);
+    ASSERT_EQ(ptrace(PTRACE_CONT, pid, 0, 0), 0);
+    ASSERT_EQ(stopped_by(), SIGUSR2);
+    ASSERT_EQ(ptrace(PTRACE_DETACH, pid, 0, SIGUSR2), 0);
+    EXPECT_EQ(host.await_end(), exited(0));
 }
 
 INSTANTIATE_TEST_SUITE_P(Layouts, Ending, testing::Values(Layout::native, Layout::layout_32, Layout::layout_64));

@@ -27,12 +27,13 @@ KA_API t_DLL_ARG u_get_arg(int32_t i);
    descriptor. */
 KA_API int32_t u_unref_arg(int32_t i);
 
-/* The scratch area, when there is one with room for size bytes; else null. Every call returns the same address: the
-   space is the caller's and the function's to share as they agree. */
+/* The scratch area, when there is one with room for size bytes; else null; an address outside the segment ends the
+   process with an assertion. Every call returns the same address: the space is the caller's and the function's to
+   share as they agree. */
 KA_API void *dll_scratch(int32_t size);
 
-/* Hands value to the caller, waits for its answer and returns it. From the first call-back of a call on until that
-   call ends, SIGUSR1 is no longer blocked. */
+/* Hands value to the caller, waits for its answer and returns it. Ends the host when the caller is gone. From the
+   first call-back of a call on until that call ends, SIGUSR1 is no longer blocked. */
 KA_API int32_t dll_callback(int32_t value);
 
 typedef struct t_DLL_FUNCINFO {
@@ -46,16 +47,16 @@ typedef struct t_DLL_ARGINFO {
     int32_t elcnt;    /* elements passed */
 } t_DLL_ARGINFO;
 
-/* The call in progress; null before the first. The record is static; the next call overwrites it. */
+/* The call in progress; null before the first. The record is static; the next call of this function overwrites it. */
 KA_API t_DLL_FUNCINFO *KaFuncInfo(void);
 
-/* One argument of the call in progress: x is a pointer found in argv, or a position (0 is the first argument). An
-   INTEGER, REAL or STRING of several elements is reported as the array kind. Null when there is no such argument. The
-   record is static; the next call overwrites it. */
+/* One argument of the call in progress: x is a pointer found in argv, or a position (0 is the first argument). Of
+   several elements, a VarArg and the kinds IntByReference, RealByReference and String are reported as the array kind.
+   Null when there is no such argument. The record is static; the next call of this function overwrites it. */
 KA_API t_DLL_ARGINFO *KaArgInfo(uintptr_t x);
 
 /* Trace level, 0 at start: what the host writes on standard error about each call. Set by the module, or from
-   outside. Any nonzero value: the call and its return code; 2: argument values; 3: refusals and matching; 4: the
+   outside. Any nonzero value: the call and its return code; 2: argument values; 3: matching and most refusals; 4: the
    block. */
 KA_API extern int32_t dll_debug;
 
