@@ -40,12 +40,13 @@ TEST(Trace, level_2_shows_no_values_of_a_call_without_arguments)
 
 TEST(Trace, doubles_have_15_digits)
 {
-    const std::vector<std::string> values = {"0.1", "0.12345678901234", "100000000000000", "12345678901234e5", "1e-5",
-                                             "0"};
+    const std::vector<std::string> values = {
+        "0.1",  "0.12345678901234", "100000000000000", "12345678901234e5", "1e-5",
+        "8.001"}; // with 16 digits the last would be 8.000999999999999
     EXPECT_EQ(trace(2, "RealArray", {reals(values)}),
               called("RealArray", 1,
                      " real_array = array [6]\n  [ 0] 0.1\n  [ 1] 0.12345678901234\n  [ 2] 100000000000000\n"
-                     "  [ 3] 1.2345678901234e+18\n  [ 4] 1e-05\n  [ 5] 0\n"));
+                     "  [ 3] 1.2345678901234e+18\n  [ 4] 1e-05\n  [ 5] 8.001\n"));
 }
 
 TEST(Trace, array_of_one_element_has_no_line_end)
