@@ -3,6 +3,7 @@
 // See hosts.h.
 #include "caller/hosts.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -135,19 +136,22 @@ static std::vector<Segment> all_segments()
     return segments;
 }
 
-bool segment_exists(int segment_id)
+static bool all_vanish(const std::function<bool(const Segment &)> &is_meant)
 {
-    for (const Segment &segment : all_segments())
-        if (segment.id == segment_id) return true;
-    return false;
+    return becomes_true([&] {
+        const std::vector<Segment> segments = all_segments();
+        return std::none_of(segments.begin(), segments.end(), is_meant);
+    });
 }
 
-int segments_created_by(pid_t pid)
+bool segment_vanishes(int segment_id)
 {
-    int count = 0;
-    for (const Segment &segment : all_segments())
-        if (segment.creator == pid) count++;
-    return count;
+    return all_vanish([segment_id](const Segment &segment) { return segment.id == segment_id; });
+}
+
+bool segments_of_creator_vanish(pid_t pid)
+{
+    return all_vanish([pid](const Segment &segment) { return segment.creator == pid; });
 }
 
 int segment_of(pid_t pid)

@@ -48,8 +48,11 @@ int32_t call_with(ka_host *host, const char *function, int32_t number);
 
 // True once the process is gone, or but a zombie of somebody else; false after ten seconds.
 bool ends(pid_t pid);
-bool segment_exists(int segment_id);
-int segments_created_by(pid_t pid);
+
+// True once the segment, or every segment that the process created, is gone; false after ten seconds. The kernel
+// frees them with the last user's memory, which somebody who looks into /proc can hold for a moment longer.
+bool segment_vanishes(int segment_id);
+bool segments_of_creator_vanish(pid_t pid);
 
 // The segment that a host was started with.
 int segment_of(pid_t pid);

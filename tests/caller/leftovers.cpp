@@ -8,6 +8,7 @@
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/shm.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -30,7 +31,7 @@ TEST(Leftovers, many_hosts_in_a_row_leave_no_process_segment_or_descriptor)
             }
         }
         ASSERT_EQ(kill(pid, 0), -1);
-        ASSERT_FALSE(segment_exists(segment));
+        ASSERT_TRUE(segment_vanishes(segment));
     }
     EXPECT_EQ(open_descriptors(), before);
 }
@@ -74,7 +75,7 @@ TEST(Leftovers, forked_child_of_the_caller_does_not_hold_the_segment)
             _exit(0);
         }
     }
-    EXPECT_FALSE(segment_exists(segment));
+    EXPECT_TRUE(segment_vanishes(segment));
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
 }
@@ -128,7 +129,7 @@ static void expect_nothing_left(const Started &started)
 {
     EXPECT_TRUE(ends(started.host));
     waitpid(started.host, nullptr, 0);
-    EXPECT_FALSE(segment_exists(started.segment));
+    EXPECT_TRUE(segment_vanishes(started.segment));
 }
 
 TEST(CallerDeath, by_any_signal_ends_the_host_and_frees_the_segment)
@@ -171,20 +172,21 @@ TEST(CallerDeath, at_random_moments_of_a_start_leaves_no_host_and_no_segment)
         kill(caller, SIGKILL);
         EXPECT_EQ(waitpid(caller, nullptr, 0), caller);
         await_children();
-        ASSERT_EQ(segments_created_by(caller), 0);
+        ASSERT_TRUE(segments_of_creator_vanish(caller));
     }
 }
 
 // Lets a traced process run to its next entry into or exit from a system call; false when it has ended.
 static bool run_to_next_system_call(pid_t pid)
 {
+    constexpr int at_system_call = SIGTRAP | 0x80;
     int status = 0;
     int signal = 0;
     do {
-        ptrace(PTRACE_SYSCALL, pid, nullptr, signal);
+        ptrace(PTRACE_SYSCALL, pid, nullptr, signal == SIGTRAP ? 0 : signal);
         if (waitpid(pid, &status, __WALL) != pid || !WIFSTOPPED(status)) return false;
         signal = WSTOPSIG(status);
-    } while (signal != SIGTRAP);
+    } while (signal != at_system_call);
     return true;
 }
 
@@ -203,6 +205,7 @@ static pid_t start_traced_caller()
         _exit(0);
     }
     EXPECT_EQ(waitpid(caller, nullptr, 0), caller);
+    EXPECT_EQ(ptrace(PTRACE_SETOPTIONS, caller, nullptr, PTRACE_O_TRACESYSGOOD), 0);
     return caller;
 }
 
@@ -217,26 +220,56 @@ TEST(CallerDeath, at_every_system_call_leaves_no_host_and_no_segment)
             alive = run_to_next_system_call(caller);
         kill(caller, SIGKILL);
         await_children();
-        ASSERT_EQ(segments_created_by(caller), 0) << "killed at stop " << moments;
+        ASSERT_TRUE(segments_of_creator_vanish(caller)) << "killed at stop " << moments;
     }
     EXPECT_GT(moments, 60);
 }
 
-// The traced caller runs on by itself once it has got a child, which is traced from its birth on. 0 when there is
-// none.
+// Lets the traced caller run until it has a child, and both stand still: the child is traced from its birth on.
 static pid_t trace_child_of(pid_t caller)
 {
     int status = 0;
     unsigned long child = 0;
-    ptrace(PTRACE_SETOPTIONS, caller, nullptr, PTRACE_O_TRACEFORK);
+    ptrace(PTRACE_SETOPTIONS, caller, nullptr, PTRACE_O_TRACEFORK | PTRACE_O_TRACESYSGOOD);
     ptrace(PTRACE_CONT, caller, nullptr, nullptr);
     EXPECT_EQ(waitpid(caller, &status, 0), caller);
-    if (status >> 8 != (SIGTRAP | (PTRACE_EVENT_FORK << 8))) return 0;
+    EXPECT_EQ(status >> 8, SIGTRAP | (PTRACE_EVENT_FORK << 8));
     ptrace(PTRACE_GETEVENTMSG, caller, nullptr, &child);
     const auto pid = static_cast<pid_t>(child);
     EXPECT_EQ(waitpid(pid, &status, __WALL), pid);
-    ptrace(PTRACE_DETACH, caller, nullptr, nullptr);
     return pid;
+}
+
+static bool is_about_to_wait(pid_t pid)
+{
+    struct __ptrace_syscall_info info = {};
+    ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info);
+    if (info.op != PTRACE_SYSCALL_INFO_ENTRY) return false;
+#ifdef SYS_ppoll_time64
+    if (info.entry.nr == SYS_ppoll_time64) return true;
+#endif
+    return info.entry.nr == SYS_ppoll;
+}
+
+// The child has not run at all, so it has not asked for a signal at its parent's death, and must find out by itself.
+TEST(CallerDeath, before_its_child_runs_leaves_no_host_and_no_segment)
+{
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    int moments = 0;
+    for (bool waits = false; !waits; moments++) {
+        const pid_t caller = start_traced_caller();
+        const pid_t child = trace_child_of(caller);
+        for (int i = 0; i < moments && !waits; i++) {
+            ASSERT_TRUE(run_to_next_system_call(caller));
+            waits = is_about_to_wait(caller);
+        }
+        kill(caller, SIGKILL);
+        EXPECT_EQ(waitpid(caller, nullptr, 0), caller);
+        ptrace(PTRACE_DETACH, child, nullptr, nullptr);
+        await_children();
+        ASSERT_TRUE(segments_of_creator_vanish(caller)) << "killed at stop " << moments;
+    }
+    EXPECT_GT(moments, 10);
 }
 
 // From its birth over its start and its call to its end, the host is killed before and after each of its system
@@ -248,12 +281,12 @@ TEST(HostKilled, at_every_system_call_leaves_no_host_and_no_segment)
     for (bool alive = true; alive; moments++) {
         const pid_t caller = start_traced_caller();
         const pid_t host = trace_child_of(caller);
-        ASSERT_NE(host, 0);
+        ptrace(PTRACE_DETACH, caller, nullptr, nullptr);
         for (int i = 0; i < moments && alive; i++)
             alive = run_to_next_system_call(host);
         kill(host, SIGKILL);
         await_children();
-        ASSERT_EQ(segments_created_by(caller), 0) << "killed at stop " << moments;
+        ASSERT_TRUE(segments_of_creator_vanish(caller)) << "killed at stop " << moments;
     }
     EXPECT_GT(moments, 100);
 }

@@ -147,14 +147,14 @@ TEST(Start, first_calls_right_after_the_start_are_never_lost)
 
 TEST(Start, deadline_covers_the_set_up_of_the_module)
 {
-    const AtSetUp setup("naps5000");
-    Host host([](ka_options &options) { options.deadline_ms = 100; });
+    const AtSetUp setup("naps600000");
+    Host host([](ka_options &options) { options.deadline_ms = 1000; });
     EXPECT_EQ(first_call_fails(host), KA_DEADLINE);
 }
 
 TEST(Start, close_right_after_the_start_ends_a_module_that_sets_up)
 {
-    const AtSetUp setup("naps5000");
+    const AtSetUp setup("naps600000");
     pid_t pid;
     {
         Host host;

@@ -153,6 +153,11 @@ bool segment_exists(int segment_id)
     return false;
 }
 
+bool segment_vanishes(int segment_id)
+{
+    return becomes_true([segment_id] { return !segment_exists(segment_id); });
+}
+
 bool sleeps_in_a_call(pid_t host)
 {
     return becomes_true([host] {

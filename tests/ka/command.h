@@ -39,6 +39,7 @@ pid_t host_of(pid_t ka_pid);
 bool ends(pid_t pid);
 
 bool segment_exists(int segment_id);
+bool segment_vanishes(int segment_id); // false when it is still there after ten seconds
 int segment_of(pid_t host);
 
 // True once the signal is no longer pending at the host and it sleeps in its function.
