@@ -97,13 +97,17 @@ static bool becomes_true(const std::function<bool()> &condition)
     return false;
 }
 
-static std::string status_field(pid_t pid, const std::string &name)
+static std::string status_of(pid_t pid)
 {
-    const std::string status = read_file("/proc/" + std::to_string(pid) + "/status");
+    return read_file("/proc/" + std::to_string(pid) + "/status");
+}
+
+static std::string field(const std::string &status, const std::string &name)
+{
     const size_t at = status.find("\n" + name + ":\t");
-    return at == std::string::npos
-               ? ""
-               : status.substr(at + name.size() + 3, status.find('\n', at + 1) - at - name.size() - 3);
+    if (at == std::string::npos) return "";
+    const size_t begin = at + name.size() + 3;
+    return status.substr(begin, status.find('\n', begin) - begin);
 }
 
 static pid_t child_of(pid_t parent)
@@ -112,7 +116,7 @@ static pid_t child_of(pid_t parent)
         const std::string name = entry.path().filename();
         if (name.find_first_not_of("0123456789") != std::string::npos) continue;
         const pid_t pid = std::stoi(name);
-        if (status_field(pid, "PPid") == std::to_string(parent)) return pid;
+        if (field(status_of(pid), "PPid") == std::to_string(parent)) return pid;
     }
     return 0;
 }
@@ -126,7 +130,10 @@ pid_t host_of(pid_t ka_pid)
 
 bool ends(pid_t pid)
 {
-    return becomes_true([pid] { return status_field(pid, "State").empty() || status_field(pid, "State")[0] == 'Z'; });
+    return becomes_true([pid] {
+        const std::string state = field(status_of(pid), "State");
+        return state.empty() || state[0] == 'Z';
+    });
 }
 
 int segment_of(pid_t host)
@@ -158,15 +165,15 @@ bool segment_vanishes(int segment_id)
     return becomes_true([segment_id] { return !segment_exists(segment_id); });
 }
 
+// All from one reading: the host passes through states of which each looks like a call in part.
 bool sleeps_in_a_call(pid_t host)
 {
     return becomes_true([host] {
-        const std::string blocked = status_field(host, "SigBlk");
-        const std::string caught = status_field(host, "SigCgt");
-        const std::string pending = status_field(host, "ShdPnd");
-        if (blocked.empty() || pending.empty() || caught.empty()) return false;
-        const unsigned long long doorbell = 1ull << (SIGUSR2 - 1);
-        const auto has = [&](const std::string &mask) { return (std::stoull(mask, nullptr, 16) & doorbell) != 0; };
-        return has(caught) && has(blocked) && !has(pending) && status_field(host, "State")[0] == 'S';
+        const std::string status = status_of(host);
+        if (field(status, "State").empty()) return false;
+        const auto has = [&](const char *name) {
+            return (std::stoull("0" + field(status, name), nullptr, 16) & (1ull << (SIGUSR2 - 1))) != 0;
+        };
+        return has("SigCgt") && has("SigBlk") && !has("ShdPnd") && field(status, "State")[0] == 'S';
     });
 }
