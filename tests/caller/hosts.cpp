@@ -4,14 +4,14 @@
 #include "caller/hosts.h"
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
+
+#include "caller/waiting.h"
 
 ka_options default_options()
 {
@@ -88,21 +88,6 @@ int32_t call_with(ka_host *host, const char *function, int32_t number)
 }
 
 // ---- Processes and segments ------------------------------------------------------------------------------------
-
-static std::string read_file(const std::string &path)
-{
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-static bool becomes_true(const std::function<bool()> &condition)
-{
-    for (int i = 0; i < 10000; i++) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return false;
-}
 
 static bool is_gone(pid_t pid)
 {

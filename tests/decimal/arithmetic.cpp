@@ -9,16 +9,6 @@
 
 using namespace model;
 
-static t_DECIMAL filled(int exp, int pos, int ndgts, int byte)
-{
-    t_DECIMAL x = {};
-    x.dec_exp = static_cast<int16_t>(exp);
-    x.dec_pos = static_cast<uint8_t>(pos);
-    x.dec_ndgts = static_cast<int8_t>(ndgts);
-    memset(x.dec_dgts, byte, sizeof x.dec_dgts);
-    return x;
-}
-
 static const char null_header_over_77[] = "exp 0 pos 255 ndgts 0 bytes 77,77,77,77,77,77,77,77";
 
 TEST(Decadd, null_result_is_0_255_0_over_untouched_digit_bytes)

@@ -12,20 +12,11 @@
 #include <vector>
 
 #include "dec_int.h"
+#include "model/exact.h"
 #include "model/guarded.h"
 #include "model/notation.h"
 
 using namespace model;
-
-static t_DECIMAL hostile(int exp, int pos, int ndgts, int byte)
-{
-    t_DECIMAL x = {};
-    x.dec_exp = static_cast<int16_t>(exp);
-    x.dec_pos = static_cast<uint8_t>(pos);
-    x.dec_ndgts = static_cast<int8_t>(ndgts);
-    memset(x.dec_dgts, byte, sizeof x.dec_dgts);
-    return x;
-}
 
 static std::vector<t_DECIMAL> hostile_records()
 {
@@ -34,7 +25,7 @@ static std::vector<t_DECIMAL> hostile_records()
         for (const int exp : {-32768, -1000, -65, -64, -1, 0, 1, 4, 5, 9, 63, 64, 1000, 32767}) {
             for (const int pos : {0, 1, 7, 255}) {
                 for (const int byte : {0, 1, 99, 100, 255})
-                    records.push_back(hostile(exp, pos, ndgts, byte));
+                    records.push_back(filled(exp, pos, ndgts, byte));
             }
         }
     }

@@ -96,6 +96,14 @@ TEST(CommandLine, messages_begin_with_the_first_word_as_it_was_given)
     EXPECT_EQ(host.errors(), "/some/where/%s/module: Illegal call\n");
 }
 
+TEST(CommandLine, identifier_is_decimal_also_with_a_zero_in_front)
+{
+    Block block;
+    HostProcess host(block, Start{.module = "probe", .arguments = {{"0" + std::to_string(block.id())}}});
+    host.await_idle();
+    EXPECT_EQ(host.terminate(), exited(0));
+}
+
 TEST(CommandLine, text_without_digits_is_identifier_0_and_fails_to_attach)
 {
     // Identifier 0 may exist on a busy system; then it is somebody's segment, and surely not a block of ours.

@@ -53,6 +53,15 @@ TEST(Hooks, a_module_without_hooks_starts_and_ends_silently)
     EXPECT_EQ(host.errors(), "");
 }
 
+TEST(Hooks, what_a_module_left_for_its_exit_runs_after_cleanup)
+{
+    Block block;
+    HostProcess host(block, "at_exit");
+    host.await_idle();
+    EXPECT_EQ(host.terminate(), exited(0));
+    EXPECT_EQ(host.errors(), "cleanup\nat exit\n");
+}
+
 class Ending : public testing::TestWithParam<Layout> {};
 
 // SIGTERM to a host in the state that it is in: it ends well, has written nothing more to the block, and is silent.

@@ -3,16 +3,15 @@
 // See command.h.
 #include "ka/command.h"
 
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <poll.h>
 #include <sstream>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
+
+#include "caller/waiting.h"
 
 Running start_ka(const std::vector<std::string> &words)
 {
@@ -81,21 +80,6 @@ Outcome call(std::vector<std::string> words)
 }
 
 // ---- The host, seen from outside -------------------------------------------------------------------------------
-
-static std::string read_file(const std::filesystem::path &path)
-{
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-static bool becomes_true(const std::function<bool()> &condition)
-{
-    for (int i = 0; i < 10000; i++) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return false;
-}
 
 static std::string status_of(pid_t pid)
 {

@@ -4,6 +4,7 @@
 #include "model/exact.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace model {
 
@@ -14,6 +15,16 @@ t_DECIMAL record(int exp, int pos, const std::vector<int> &digits)
     x.dec_pos = static_cast<uint8_t>(pos);
     x.dec_ndgts = static_cast<int8_t>(digits.size());
     std::transform(digits.begin(), digits.end(), x.dec_dgts, [](int d) { return static_cast<uint8_t>(d); });
+    return x;
+}
+
+t_DECIMAL filled(int exp, int pos, int ndgts, int byte)
+{
+    t_DECIMAL x = {};
+    x.dec_exp = static_cast<int16_t>(exp);
+    x.dec_pos = static_cast<uint8_t>(pos);
+    x.dec_ndgts = static_cast<int8_t>(ndgts);
+    memset(x.dec_dgts, byte, sizeof x.dec_dgts);
     return x;
 }
 

@@ -23,6 +23,8 @@ struct Outcome {
 
 t_DECIMAL record(int exp, int pos, const std::vector<int> &digits);
 t_DECIMAL null_record();
+// Any header, whether it makes sense or not, over 8 equal bytes.
+t_DECIMAL filled(int exp, int pos, int ndgts, int byte);
 
 inline bool is_null(const t_DECIMAL &x)
 {
