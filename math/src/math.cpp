@@ -55,6 +55,9 @@ static int settle(int code, bool negative, t_DECIMAL *r, int line = __builtin_LI
     case DEC_UNDERFLOW:
         m_zero(r);
         return REAL_RANGE;
+    case DEC_DIVISION_BY_ZERO:
+        store_huge(negative, r);
+        return REAL_DIVISION_BY_ZERO;
     case DEC_BAD_TEXT:
     case DEC_BAD_EXPONENT:
         m_zero(r);
@@ -102,6 +105,86 @@ int m_cmp(const t_DECIMAL *a, const t_DECIMAL *b)
     const int order = deccmp(a, b);
     if (order == DEC_NOT_COMPARABLE) fatal_math_error(null_met, __LINE__);
     return order;
+}
+
+/* ---- Arithmetic ------------------------------------------------------------------------------------------------ */
+
+/* Each takes the signs before it writes the result: a null operand is fatal while the operands are still whole. */
+
+int m_add(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *r)
+{
+    const int sa = m_sgn(a);
+    const int sb = m_sgn(b);
+    return settle(decadd(a, b, r), sa < 0 && sb < 0, r);
+}
+
+int m_sub(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *r)
+{
+    const int sa = m_sgn(a);
+    const int sb = m_sgn(b);
+    return settle(decsub(a, b, r), sa < 0 && sb >= 0, r);
+}
+
+int m_mpy(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *r)
+{
+    const int sa = m_sgn(a);
+    const int sb = m_sgn(b);
+    return settle(decmul(a, b, r), (sa < 0) != (sb < 0), r);
+}
+
+int m_dvd(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *r)
+{
+    const int sa = m_sgn(a);
+    const int sb = m_sgn(b);
+    return settle(decdiv(a, b, r), (sa < 0) != (sb < 0), r);
+}
+
+/* ---- Places and precision -------------------------------------------------------------------------------------- */
+
+int m_trunc(const t_DECIMAL *x, int places, t_DECIMAL *r)
+{
+    *r = *x;
+    return settle(dectrunc(r, places), false, r);
+}
+
+int m_round(const t_DECIMAL *x, int places, t_DECIMAL *r)
+{
+    const bool negative = m_sgn(x) < 0;
+    *r = *x;
+    const int code = decround(r, places);
+    /* Absorbed without a status, unlike the arithmetic's. No record that can be rounded has so large an exponent. */
+    if (code == DEC_OVERFLOW) return store_huge(negative, r);
+    return settle(code, negative, r);
+}
+
+/* Gives the fraction x, 0.d1d2..., back the exponent and sign that were taken from it. */
+static void scale(t_DECIMAL *x, const t_DECIMAL *original)
+{
+    x->dec_exp = static_cast<int16_t>(x->dec_exp + original->dec_exp);
+    x->dec_pos = original->dec_pos;
+}
+
+/* KEPT: null is not tested for: without digits it becomes zero, where the other operations end the process.
+   Test: Mkprec.null_becomes_zero. */
+int mkprec(t_DECIMAL *x, int ndigits)
+{
+    const t_DECIMAL original = *x;
+    int places = ndigits < 2 * DEC_DIGITS ? ndigits : 2 * DEC_DIGITS;
+    if (x->dec_ndgts > 0 && x->dec_dgts[0] <= 9) places++;
+
+    x->dec_exp = 0;
+    x->dec_pos = DEC_POSITIVE;
+    settle(decround(x, places), false, x);
+    if (x->dec_ndgts == 0) return m_zero(x);
+    scale(x, &original);
+    if (x->dec_exp <= DEC_EXP_MAX) return REAL_OK;
+
+    /* Nines at the top exponent, rounded up: the largest value of that precision instead. */
+    *x = c_dec_huge;
+    x->dec_exp = 0;
+    settle(dectrunc(x, places), false, x);
+    scale(x, &original);
+    return REAL_RANGE;
 }
 
 /* ---- Storage --------------------------------------------------------------------------------------------------- */

@@ -55,6 +55,12 @@ inline bool dec_isnegative(const t_DECIMAL *x)
     return x->dec_pos == DEC_NEGATIVE;
 }
 
+/* The sign byte of a product or quotient. */
+inline uint8_t dec_common_sign(const t_DECIMAL *a, const t_DECIMAL *b)
+{
+    return a->dec_pos ^ b->dec_pos ^ 1;
+}
+
 /* Digits in use, never outside 0 to 8. */
 inline int dec_count(const t_DECIMAL *x)
 {
@@ -135,6 +141,15 @@ inline int dec_give_null(t_DECIMAL *result)
 {
     result->dec_exp = 0;
     result->dec_pos = DEC_NULL;
+    result->dec_ndgts = 0;
+    return DEC_OK;
+}
+
+/* Likewise. */
+inline int dec_give_zero(t_DECIMAL *result)
+{
+    result->dec_exp = 0;
+    result->dec_pos = DEC_POSITIVE;
     result->dec_ndgts = 0;
     return DEC_OK;
 }

@@ -11,7 +11,11 @@
  *  - A result record may be the same object as an operand. No operation allocates, none keeps state but the digit
  *    strings: dececvt and its kin share one static buffer, which dectoasc uses too, and deccvdbl and deccvflt use
  *    that of the C library's ecvt. Pointers must not be null.
- *  - Rounding is half away from zero, truncation is toward zero.
+ *  - Rounding is half away from zero, truncation is toward zero. Error bounds are in units of a result's eighth digit:
+ *    one is less than 1e-14 of the result. They hold for operands whose first digit is not 0; trailing zero digits
+ *    never matter, and leading ones, which only a broken packed field brings, cost precision or meaning.
+ *  - A result written through the accumulator has digit bytes past dec_ndgts that hold anything; a null or zero result
+ *    leaves them as they were, where nothing else is said.
  *  - The return value is DEC_OK or one of the negative codes below. On DEC_OVERFLOW and DEC_UNDERFLOW of an operation
  *    that rounds, the result is still written, with its exponent clamped to 63 or -64. */
 #ifndef KA_DECIMAL_H
@@ -84,12 +88,27 @@ KA_API int lddecimal(const void *field, int length, t_DECIMAL *value);
 /* ---- Addition, sign, comparison -------------------------------------------------------------------------------- */
 
 /* result = a + b, rounded to 8 digits from a ninth (guard) digit. Digits of the smaller operand below the guard digit
-   are cut off first. A zero operand gives the other one unchanged, even an unnormalised one; a null operand gives
-   null. Returns DEC_OK, DEC_OVERFLOW or DEC_UNDERFLOW. */
+   are cut off first: a sum of equal signs is off by at most 0.5 units, one of different signs by less than 1, and
+   what needs no more than nine digits is rounded exactly. A zero operand gives the other one unchanged, even an
+   unnormalised one; a null operand gives null; a cancellation gives the positive zero. Returns DEC_OK, DEC_OVERFLOW or
+   DEC_UNDERFLOW. */
 KA_API int decadd(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 
 /* result = a - b, as decadd of a and b with its sign changed; a zero b gives a unchanged. */
 KA_API int decsub(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
+
+/* result = a * b, rounded to 8 digits from a ninth. Parts of the product that lie below the ninth digit are left out
+   one by one: the magnitude is too small by less than 6.5 units or too large by at most 0.5, and exact where the
+   operands have no more than 8 digits together. A zero operand gives the positive zero, a null one null. Returns
+   DEC_OK, DEC_OVERFLOW or DEC_UNDERFLOW. */
+KA_API int decmul(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
+
+/* result = a / b, from a remainder that is kept to nine digits. Where the digits of a, seen as a fraction, are at least
+   those of b, it is rounded from a ninth digit and off by less than 0.7 units. Where they are less it has no ninth digit:
+   it is cut off (2 / 3 ends in 6), and the magnitude may be up to 13 units too large or 3 too small. A null operand
+   gives null, a zero dividend the positive zero. Returns DEC_OK, DEC_OVERFLOW or DEC_UNDERFLOW; for a zero divisor
+   DEC_DIVISION_BY_ZERO with the positive zero stored. */
+KA_API int decdiv(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 
 /* -1, 0 or +1 as a is below, equal to or above b; DEC_NOT_COMPARABLE when either is null. Trailing zero digits make
    no difference, and all zeros are equal. */
@@ -97,6 +116,19 @@ KA_API int deccmp(const t_DECIMAL *a, const t_DECIMAL *b);
 
 /* Changes the sign of x in place; zero keeps its sign byte, null stays null. Returns DEC_OK. */
 KA_API int decchs(t_DECIMAL *x);
+
+/* ---- Decimal places -------------------------------------------------------------------------------------------- */
+
+/* Rounds x, in place and exactly, to places decimals after the point; 0 rounds to an integer. The value is right, but
+   zero digits may be left at its end. Null stays null, and a result of zero is the positive zero. Nothing changes where
+   x has no more decimals than that. Returns DEC_OK, or DEC_NEGATIVE_PLACES with x unchanged. (DEC_OVERFLOW is
+   reserved: no record can be rounded out of range.) */
+KA_API int decround(t_DECIMAL *x, int places);
+
+/* As decround, but truncates, and zero digits at the end of what was cut go. A value below 0.01 keeps two more decimals
+   for every pair of zeros after its point (dec_exp below 0 counts as 0): 0.00012 to 2 places is 0.0001. Returns
+   DEC_OK, or DEC_NEGATIVE_PLACES with x unchanged. */
+KA_API int dectrunc(t_DECIMAL *x, int places);
 
 /* ---- Digit strings and text ------------------------------------------------------------------------------------ */
 
