@@ -41,8 +41,8 @@ static int store_huge(bool negative, t_DECIMAL *r)
     return negative ? decchs(r) : DEC_OK;
 }
 
-/* The status for a library code, with the substitute for what r cannot hold. negative: the sign of the true result.
- */
+/* The status for a library code, with the substitute for what r cannot hold. negative: the sign of the
+   largest REAL. */
 static int settle(int code, bool negative, t_DECIMAL *r, int line = __builtin_LINE())
 {
     switch (code) {

@@ -48,21 +48,21 @@ KA_API int m_chs(const t_DECIMAL *x, t_DECIMAL *r);
 KA_API int m_cmp(const t_DECIMAL *a, const t_DECIMAL *b);
 
 /* r = a + b, a - b, a * b, a / b, with the precision of decadd, decsub, decmul and decdiv. Return REAL_OK; REAL_RANGE
-   with zero stored where the result is too small, or with the largest REAL, signed as the true result, where it is too
-   large. m_dvd by zero returns REAL_DIVISION_BY_ZERO and stores the largest REAL with the sign of a. */
+   with zero stored where the result is too small, or with the largest REAL, signed as the operands say, where it is
+   too large. m_dvd by zero returns REAL_DIVISION_BY_ZERO and stores the largest REAL with the sign of a. */
 KA_API int m_add(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *r);
 KA_API int m_sub(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *r);
 KA_API int m_mpy(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *r);
 KA_API int m_dvd(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *r);
 
-/* r = x truncated or rounded to places decimals after the point, exactly, as dectrunc and decround do it: m_trunc of a
-   value below 0.01 keeps more places. A negative places is fatal. Return REAL_OK. */
+/* r = x truncated or rounded to places decimals after the point, exactly, as dectrunc and decround do it: m_trunc of
+   a value below 0.01 keeps more places. A negative places is fatal. Return REAL_OK. */
 KA_API int m_trunc(const t_DECIMAL *x, int places, t_DECIMAL *r);
 KA_API int m_round(const t_DECIMAL *x, int places, t_DECIMAL *r);
 
-/* Rounds x in place to ndigits significant decimals, 0 or more; 16 and more change nothing. Returns
-   REAL_OK, or REAL_RANGE where that leaves the range and the largest value of ndigits decimals was stored, with the
-   sign of x. A null without digits becomes zero: the one operation that does not refuse it. */
+/* Rounds x in place to ndigits significant decimals, 0 or more; 16 and more change nothing. Returns REAL_OK, or
+   REAL_RANGE where that leaves the range: then the largest REAL, cut to ndigits decimals, is stored with the sign of
+   x. A null without digits becomes zero: the one operation that does not refuse it. */
 KA_API int mkprec(t_DECIMAL *x, int ndigits);
 
 /* Packed storage in length bytes (stdecimal, lddecimal). m_store returns REAL_OK; m_load REAL_OK, or REAL_NULL_FIELD

@@ -11,11 +11,11 @@
  *  - A result record may be the same object as an operand. No operation allocates, none keeps state but the digit
  *    strings: dececvt and its kin share one static buffer, which dectoasc uses too, and deccvdbl and deccvflt use
  *    that of the C library's ecvt. Pointers must not be null.
- *  - Rounding is half away from zero, truncation is toward zero. Error bounds are in units of a result's eighth digit:
- *    one is less than 1e-14 of the result. They hold for operands whose first digit is not 0; trailing zero digits
- *    never matter, and leading ones, which only a broken packed field brings, cost precision or meaning.
- *  - A result written through the accumulator has digit bytes past dec_ndgts that hold anything; a null or zero result
- *    leaves them as they were, where nothing else is said.
+ *  - Rounding is half away from zero, truncation is toward zero. Error bounds are in units of a result's eighth
+ * digit: one is less than 1e-14 of the result. They hold for operands whose first digit is not 0; trailing zero
+ * digits never matter, and leading ones, which only a broken packed field brings, cost precision or meaning.
+ *  - A result written through the accumulator has digit bytes past dec_ndgts that hold anything; a null or zero
+ * result leaves them as they were, where nothing else is said.
  *  - The return value is DEC_OK or one of the negative codes below. On DEC_OVERFLOW and DEC_UNDERFLOW of an operation
  *    that rounds, the result is still written, with its exponent clamped to 63 or -64. */
 #ifndef KA_DECIMAL_H
@@ -90,8 +90,8 @@ KA_API int lddecimal(const void *field, int length, t_DECIMAL *value);
 /* result = a + b, rounded to 8 digits from a ninth (guard) digit. Digits of the smaller operand below the guard digit
    are cut off first: a sum of equal signs is off by at most 0.5 units, one of different signs by less than 1, and
    what needs no more than nine digits is rounded exactly. A zero operand gives the other one unchanged, even an
-   unnormalised one; a null operand gives null; a cancellation gives the positive zero. Returns DEC_OK, DEC_OVERFLOW or
-   DEC_UNDERFLOW. */
+   unnormalised one; a null operand gives null; a cancellation gives the positive zero. Returns DEC_OK, DEC_OVERFLOW
+   or DEC_UNDERFLOW. */
 KA_API int decadd(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 
 /* result = a - b, as decadd of a and b with its sign changed; a zero b gives a unchanged. */
@@ -103,11 +103,13 @@ KA_API int decsub(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
    DEC_OK, DEC_OVERFLOW or DEC_UNDERFLOW. */
 KA_API int decmul(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 
-/* result = a / b, from a remainder that is kept to nine digits. Where the digits of a, seen as a fraction, are at least
-   those of b, it is rounded from a ninth digit and off by less than 0.7 units. Where they are less it has no ninth digit:
-   it is cut off (2 / 3 ends in 6), and the magnitude may be up to 13 units too large or 3 too small. A null operand
-   gives null, a zero dividend the positive zero. Returns DEC_OK, DEC_OVERFLOW or DEC_UNDERFLOW; for a zero divisor
-   DEC_DIVISION_BY_ZERO with the positive zero stored. */
+/* result = a / b, from a remainder that is kept to nine digits. Where the digits of a, seen as a fraction, are at
+   least those of b, it is rounded from a ninth digit and off by less than 0.7 units. Where they are less it has no
+   ninth digit: it is cut off (2 / 3 ends in 6), and off by less than 19 units (searches found 8.2 too large and 5.6
+   too small). All this with one exception: for a divisor whose first digit is 99 the magnitude may, rarely, be up to
+   1e10 units too small (98.99999999999999 / 99.99999999999999 gives 0.989999). A null operand gives null, a zero
+   dividend the positive zero. Returns DEC_OK, DEC_OVERFLOW or DEC_UNDERFLOW; for a zero divisor DEC_DIVISION_BY_ZERO
+   with the positive zero stored. */
 KA_API int decdiv(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 
 /* -1, 0 or +1 as a is below, equal to or above b; DEC_NOT_COMPARABLE when either is null. Trailing zero digits make
@@ -120,14 +122,14 @@ KA_API int decchs(t_DECIMAL *x);
 /* ---- Decimal places -------------------------------------------------------------------------------------------- */
 
 /* Rounds x, in place and exactly, to places decimals after the point; 0 rounds to an integer. The value is right, but
-   zero digits may be left at its end. Null stays null, and a result of zero is the positive zero. Nothing changes where
-   x has no more decimals than that. Returns DEC_OK, or DEC_NEGATIVE_PLACES with x unchanged. (DEC_OVERFLOW is
+   zero digits may be left at its end. Null stays null, and a result of zero is the positive zero. Nothing changes
+   where x has no more decimals than that. Returns DEC_OK, or DEC_NEGATIVE_PLACES with x unchanged. (DEC_OVERFLOW is
    reserved: no record can be rounded out of range.) */
 KA_API int decround(t_DECIMAL *x, int places);
 
-/* As decround, but truncates, and zero digits at the end of what was cut go. A value below 0.01 keeps two more decimals
-   for every pair of zeros after its point (dec_exp below 0 counts as 0): 0.00012 to 2 places is 0.0001. Returns
-   DEC_OK, or DEC_NEGATIVE_PLACES with x unchanged. */
+/* As decround, but truncates, and zero digits at the end of what was cut go. A value below 0.01 keeps two more
+   decimals for every pair of zeros after its point (dec_exp below 0 counts as 0): 0.00012 to 2 places is 0.0001.
+   Returns DEC_OK, or DEC_NEGATIVE_PLACES with x unchanged. */
 KA_API int dectrunc(t_DECIMAL *x, int places);
 
 /* ---- Digit strings and text ------------------------------------------------------------------------------------ */
