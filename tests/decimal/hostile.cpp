@@ -3,6 +3,7 @@
 // Records that no operation makes: digit counts above 8 and below 0, exponents, sign bytes and digits of any kind.
 // What comes out is not defined, but every call must come back, and must neither read nor write past what it was
 // given: the records stand alone on the heap, so that the sanitizers see it, and results stand between guard bytes.
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -94,8 +95,71 @@ TEST(HostileRecord, operands_of_any_kind_come_back)
             t_DECIMAL result;
             decadd(a.get(), b.get(), &result);
             decsub(a.get(), b.get(), &result);
+            decmul(a.get(), b.get(), &result);
+            decdiv(a.get(), b.get(), &result);
             const int order = deccmp(a.get(), b.get());
             ASSERT_TRUE(order >= DEC_NOT_COMPARABLE && order <= 1) << describe(*a) << "  " << describe(*b);
+        }
+    }
+}
+
+TEST(HostileRecord, multiplication_comes_back)
+{
+    survive([](const t_DECIMAL &x, t_DECIMAL *result) {
+        decmul(&x, &ordinary, result);
+        decmul(&ordinary, &x, result);
+        decmul(&x, &x, result);
+        *result = x;
+        decmul(result, &ordinary, result);
+    });
+}
+
+TEST(HostileRecord, division_comes_back)
+{
+    survive([](const t_DECIMAL &x, t_DECIMAL *result) {
+        decdiv(&x, &ordinary, result);
+        decdiv(&ordinary, &x, result);
+        decdiv(&x, &x, result);
+        *result = x;
+        decdiv(&ordinary, result, result);
+    });
+}
+
+TEST(HostileRecord, rounding_to_places_stays_within_the_record)
+{
+    survive([](const t_DECIMAL &x, t_DECIMAL *result) {
+        for (const int places : {INT_MIN, -1, 0, 1, 2, 7, 8, 15, 16, 17, 200, 65535, 65536, INT_MAX}) {
+            *result = x;
+            decround(result, places);
+        }
+    });
+}
+
+TEST(HostileRecord, cutting_to_places_stays_within_the_record)
+{
+    survive([](const t_DECIMAL &x, t_DECIMAL *result) {
+        for (const int places : {INT_MIN, -1, 0, 1, 2, 7, 8, 15, 16, 17, 200, 65535, 65536, INT_MAX}) {
+            *result = x;
+            dectrunc(result, places);
+        }
+    });
+}
+
+// A divisor whose first digits are 0 gives no estimate of a quotient digit, or one that is far too large.
+TEST(HostileRecord, division_by_leading_zero_digits_comes_back)
+{
+    for (int zeros = 1; zeros <= DEC_DIGITS; zeros++) {
+        for (int ndgts = 1; ndgts <= DEC_DIGITS; ndgts++) {
+            for (const int digit : {1, 2, 50, 99, 100, 255}) {
+                t_DECIMAL divisor = filled(1, DEC_POSITIVE, ndgts, digit);
+                std::fill_n(divisor.dec_dgts, zeros, uint8_t{0});
+                for (const int first : {0, 1, 99, 255}) {
+                    const t_DECIMAL dividend = filled(1, DEC_NEGATIVE, DEC_DIGITS, first);
+                    GuardedRecord result;
+                    decdiv(&dividend, &divisor, &result.record);
+                    ASSERT_TRUE(result.intact()) << describe(dividend) << "  " << describe(divisor);
+                }
+            }
         }
     }
 }

@@ -8,6 +8,7 @@
 #include "model/draw.h"
 #include "model/guarded.h"
 #include "model/notation.h"
+#include "model/rounds.h"
 
 using namespace model;
 
@@ -27,7 +28,7 @@ static t_DECIMAL negated(t_DECIMAL x)
 TEST(Decadd, commutes)
 {
     Draw draw;
-    for (int i = Draw::rounds(200000); i > 0; i--) {
+    for (Rounds rounds(200000); rounds.more();) {
         const auto [a, b] = draw.pair(normal_only);
         ASSERT_EQ(sum(a, b), sum(b, a)) << show(a) << "  " << show(b);
     }
@@ -36,7 +37,7 @@ TEST(Decadd, commutes)
 TEST(Decadd, is_the_same_on_both_sides_of_zero)
 {
     Draw draw;
-    for (int i = Draw::rounds(200000); i > 0; i--) {
+    for (Rounds rounds(200000); rounds.more();) {
         const auto [a, b] = draw.pair(normal_only);
         t_DECIMAL up;
         t_DECIMAL down;
@@ -50,7 +51,7 @@ TEST(Decadd, is_the_same_on_both_sides_of_zero)
 TEST(Decadd, grows_with_its_operand)
 {
     Draw draw;
-    for (int i = Draw::rounds(200000); i > 0; i--) {
+    for (Rounds rounds(200000); rounds.more();) {
         auto [low, high] = draw.pair(normal_or_zero);
         const t_DECIMAL c = draw.one_in(2) ? draw.pair(normal_only).first : negated(low);
         if (deccmp(&low, &high) > 0) std::swap(low, high);
@@ -65,7 +66,7 @@ TEST(Decadd, grows_with_its_operand)
 TEST(Decsub, value_less_itself_is_the_positive_zero)
 {
     Draw draw;
-    for (int i = Draw::rounds(200000); i > 0; i--) {
+    for (Rounds rounds(200000); rounds.more();) {
         const t_DECIMAL a = draw.record(normal_only);
         t_DECIMAL result;
         ASSERT_EQ(decsub(&a, &a, &result), DEC_OK);
@@ -76,7 +77,7 @@ TEST(Decsub, value_less_itself_is_the_positive_zero)
 TEST(Decsub, sign_of_the_difference_is_the_order)
 {
     Draw draw;
-    for (int i = Draw::rounds(200000); i > 0; i--) {
+    for (Rounds rounds(200000); rounds.more();) {
         const auto [a, b] = draw.pair(normal_only);
         t_DECIMAL difference;
         decsub(&a, &b, &difference);
@@ -87,7 +88,7 @@ TEST(Decsub, sign_of_the_difference_is_the_order)
 TEST(Deccmp, is_antisymmetric)
 {
     Draw draw;
-    for (int i = Draw::rounds(300000); i > 0; i--) {
+    for (Rounds rounds(300000); rounds.more();) {
         const auto [a, b] = draw.pair(normal_only);
         ASSERT_EQ(deccmp(&a, &b), -deccmp(&b, &a)) << show(a) << "  " << show(b);
     }
@@ -96,7 +97,7 @@ TEST(Deccmp, is_antisymmetric)
 TEST(Deccmp, is_transitive)
 {
     Draw draw;
-    for (int i = Draw::rounds(200000); i > 0; i--) {
+    for (Rounds rounds(200000); rounds.more();) {
         const auto [a, b] = draw.pair(normal_only);
         t_DECIMAL all[] = {a, b, draw.one_in(2) ? draw.pair(normal_only).first : c_dec_zero};
         std::sort(all, all + 3, [](const t_DECIMAL &x, const t_DECIMAL &y) { return deccmp(&x, &y) < 0; });
@@ -108,7 +109,7 @@ TEST(Deccmp, is_transitive)
 TEST(Decchs, twice_gives_the_value_back)
 {
     Draw draw;
-    for (int i = Draw::rounds(100000); i > 0; i--) {
+    for (Rounds rounds(100000); rounds.more();) {
         const t_DECIMAL a = draw.record({.null = false});
         ASSERT_EQ(show(negated(negated(a))), show(a));
     }
@@ -131,7 +132,7 @@ static std::string shown_in_full(const t_DECIMAL &x)
 TEST(Deccvasc, reads_back_what_was_laid_out)
 {
     Draw draw;
-    for (int i = Draw::rounds(100000); i > 0; i--) {
+    for (Rounds rounds(100000); rounds.more();) {
         t_DECIMAL x = draw.record(normal_or_zero);
         // Between 19 and 23 decimals before the point the whole part is written out, and read only to the 18th.
         if (x.dec_exp > 9 && x.dec_exp < 13) x.dec_exp = 13;
@@ -146,7 +147,7 @@ TEST(Deccvasc, reads_back_what_was_laid_out)
 TEST(Lddecimal, loads_back_what_was_stored)
 {
     Draw draw;
-    for (int i = Draw::rounds(200000); i > 0; i--) {
+    for (Rounds rounds(200000); rounds.more();) {
         const t_DECIMAL x = draw.record({.zero = false, .trailing_zeros = false, .leading_zeros = true});
         if (x.dec_exp == DEC_EXP_MAX && x.dec_pos == DEC_NEGATIVE) continue;
         uint8_t field[12];
@@ -161,7 +162,7 @@ TEST(Lddecimal, loads_back_what_was_stored)
 TEST(Dectodbl, keeps_the_order)
 {
     Draw draw;
-    for (int i = Draw::rounds(200000); i > 0; i--) {
+    for (Rounds rounds(200000); rounds.more();) {
         auto [low, high] = draw.pair(normal_only);
         if (deccmp(&low, &high) > 0) std::swap(low, high);
         double first = 0;
@@ -175,7 +176,7 @@ TEST(Dectodbl, keeps_the_order)
 TEST(Deccvdbl, keeps_the_order)
 {
     Draw draw;
-    for (int i = Draw::rounds(60000); i > 0; i--) {
+    for (Rounds rounds(60000); rounds.more();) {
         double low = draw.finite_double();
         double high = draw.one_in(2) ? draw.finite_double() : low * (1 + draw.between(0, 100) * 1e-15);
         if (low > high) std::swap(low, high);

@@ -9,6 +9,7 @@
 #include "model/draw.h"
 #include "model/exact.h"
 #include "model/notation.h"
+#include "model/rounds.h"
 
 using namespace model;
 
@@ -29,8 +30,7 @@ template <auto operation, auto expectation>
 static void agree_with_the_model()
 {
     Draw draw;
-    const int rounds = Draw::rounds(250000);
-    for (int i = 0; i < rounds; i++) {
+    for (Rounds rounds(250000); rounds.more();) {
         auto [a, b] = draw.pair();
         const int aliasing = draw.below(5);
         const bool one_operand = aliasing >= 3;
@@ -47,7 +47,8 @@ static void agree_with_the_model()
         ASSERT_TRUE(right && operands_kept)
             << "a " << show(a) << "  b " << show(b) << "  " << aliasings[aliasing]
             << "\n  expected: " << expected.code << " " << show(expected.record) << "\n  got:      " << code << " "
-            << show(*result) << (operands_kept ? "" : "\n  and an operand was changed") << "\n  in round " << i;
+            << show(*result) << (operands_kept ? "" : "\n  and an operand was changed") << "\n  in round "
+            << rounds.number();
     }
 }
 
@@ -64,20 +65,18 @@ TEST(Decsub, agrees_with_the_model)
 TEST(Deccmp, agrees_with_the_model)
 {
     Draw draw;
-    const int rounds = Draw::rounds(500000);
-    for (int i = 0; i < rounds; i++) {
+    for (Rounds rounds(500000); rounds.more();) {
         const auto [a, b] = draw.pair();
         const t_DECIMAL &other = draw.one_in(10) ? a : b;
         ASSERT_EQ(deccmp(&a, &other), compare(a, other))
-            << "a " << show(a) << "  b " << show(other) << " in round " << i;
+            << "a " << show(a) << "  b " << show(other) << " in round " << rounds.number();
     }
 }
 
 TEST(Decchs, agrees_with_the_model)
 {
     Draw draw;
-    const int rounds = Draw::rounds(200000);
-    for (int i = 0; i < rounds; i++) {
+    for (Rounds rounds(200000); rounds.more();) {
         const t_DECIMAL a = draw.record();
         t_DECIMAL x = a;
         ASSERT_EQ(decchs(&x), DEC_OK);
@@ -98,8 +97,7 @@ static std::string show_accumulator(int exp, int pos, const std::vector<int> &di
 TEST(DecRound, agrees_with_the_model)
 {
     Draw draw;
-    const int rounds = Draw::rounds(400000);
-    for (int i = 0; i < rounds; i++) {
+    for (Rounds rounds(400000); rounds.more();) {
         std::vector<int> digits(static_cast<size_t>(draw.one_in(2) ? ACCSIZE : draw.between(0, ACCSIZE)));
         const bool nines = draw.one_in(4);
         for (int &digit : digits)
@@ -119,6 +117,7 @@ TEST(DecRound, agrees_with_the_model)
         memcpy(&result, &acc, sizeof result);
         ASSERT_TRUE(code == expected.code && same(result, expected.record))
             << show_accumulator(exp, pos, digits, carry) << "\n  expected: " << expected.code << " "
-            << show(expected.record) << "\n  got:      " << code << " " << show(result) << "\n  in round " << i;
+            << show(expected.record) << "\n  got:      " << code << " " << show(result) << "\n  in round "
+            << rounds.number();
     }
 }

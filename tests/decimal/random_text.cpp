@@ -6,6 +6,7 @@
 #include "model/draw.h"
 #include "model/guarded.h"
 #include "model/notation.h"
+#include "model/rounds.h"
 #include "model/text.h"
 
 using namespace model;
@@ -30,8 +31,7 @@ static Digits ask(const t_DECIMAL &x, int count, Count meaning)
 TEST(Decefcvt, agrees_with_the_model)
 {
     Draw draw;
-    const int rounds = Draw::rounds(150000);
-    for (int i = 0; i < rounds; i++) {
+    for (Rounds rounds(150000); rounds.more();) {
         const t_DECIMAL x = draw.record();
         const Count meaning = draw.one_in(2) ? Count::total : Count::after_point;
         int count = draw.one_in(20) ? draw.between(-150, 300) : draw.between(-2, 18);
@@ -40,15 +40,15 @@ TEST(Decefcvt, agrees_with_the_model)
         const std::string expected = show(digit_string(x, count, meaning));
         const std::string got = show(ask(x, count, meaning));
         ASSERT_EQ(got, expected) << model::show(x) << " count " << count
-                                 << (meaning == Count::total ? " in all" : " after the point") << " in round " << i;
+                                 << (meaning == Count::total ? " in all" : " after the point") << " in round "
+                                 << rounds.number();
     }
 }
 
 TEST(Dectoasc, agrees_with_the_model)
 {
     Draw draw;
-    const int rounds = Draw::rounds(150000);
-    for (int i = 0; i < rounds; i++) {
+    for (Rounds rounds(150000); rounds.more();) {
         t_DECIMAL x = draw.record();
         if (draw.one_in(2)) x.dec_exp = static_cast<int16_t>(draw.between(-4, 10));
         const int length = draw.one_in(20) ? draw.between(0, 200) : draw.between(0, 26);
@@ -57,7 +57,7 @@ TEST(Dectoasc, agrees_with_the_model)
         ASSERT_EQ(dectoasc(&x, field.data(), length, places), DEC_OK);
         ASSERT_TRUE(field.intact()) << show(x) << " length " << length << " places " << places;
         ASSERT_EQ(field.text(), layout(x, length, places))
-            << show(x) << " length " << length << " places " << places << " in round " << i;
+            << show(x) << " length " << length << " places " << places << " in round " << rounds.number();
     }
 }
 
@@ -88,8 +88,7 @@ static std::string draw_text(Draw &draw)
 TEST(Deccvasc, agrees_with_the_model)
 {
     Draw draw;
-    const int rounds = Draw::rounds(250000);
-    for (int i = 0; i < rounds; i++) {
+    for (Rounds rounds(250000); rounds.more();) {
         const std::string text = draw_text(draw);
         // On the heap to the byte, so that the sanitizer sees any reading past it.
         const std::vector<char> field(text.begin(), text.end());
@@ -102,6 +101,6 @@ TEST(Deccvasc, agrees_with_the_model)
         const bool null_alone = !is_null(expected.record) || show_raw(result) == show_raw(only_null);
         ASSERT_TRUE(code == expected.code && same(result, expected.record) && null_alone)
             << '"' << text << "\"\n  expected: " << expected.code << " " << show(expected.record)
-            << "\n  got:      " << code << " " << show_raw(result) << "\n  in round " << i;
+            << "\n  got:      " << code << " " << show_raw(result) << "\n  in round " << rounds.number();
     }
 }

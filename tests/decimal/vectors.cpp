@@ -54,6 +54,14 @@ static std::string two_operands(const Words &args)
     return answer(code, result);
 }
 
+template <auto operation>
+static std::string in_place(const Words &args)
+{
+    t_DECIMAL x = read_record(args[0]);
+    const int code = operation(&x, number(args[1]));
+    return answer(code, x);
+}
+
 static std::string order(const Words &args)
 {
     const t_DECIMAL a = read_record(args[0]);
@@ -176,6 +184,10 @@ static const Operations &operations()
         {"dec_round",  normalise},
         {"decadd",     two_operands<decadd>},
         {"decsub",     two_operands<decsub>},
+        {"decmul",     two_operands<decmul>},
+        {"decdiv",     two_operands<decdiv>},
+        {"decround",   in_place<decround>},
+        {"dectrunc",   in_place<dectrunc>},
         {"deccmp",     order},
         {"decchs",     change_sign},
         {"dececvt",    digit_string<dececvt>},
@@ -198,5 +210,5 @@ static const Operations &operations()
     return table;
 }
 
-static const bool registered =
-    register_vectors({"packed", "add", "compare", "digits", "toasc", "cvasc", "binary"}, operations());
+static const bool registered = register_vectors(
+    {"packed", "add", "mul", "div", "places", "compare", "digits", "toasc", "cvasc", "binary"}, operations());

@@ -30,6 +30,21 @@ static std::string floating(const t_DECIMAL &x)
     return show(exact) + " " + show(through_text) + " " + show(static_cast<double>(narrow));
 }
 
+template <auto operation>
+static std::string of_two(const t_DECIMAL &a, const t_DECIMAL &b)
+{
+    t_DECIMAL result;
+    const int code = operation(&a, &b, &result);
+    return std::to_string(code) + " " + show(result);
+}
+
+template <auto operation>
+static std::string to_places(t_DECIMAL x, int places)
+{
+    const int code = operation(&x, places);
+    return std::to_string(code) + " " + show(x);
+}
+
 static std::string text(const t_DECIMAL &x, int length, int places)
 {
     Guarded field(length);
@@ -55,6 +70,9 @@ int main()
         char general[32];
         printf("%d %s %d %s %d %s %d %d ", added, show(sum).c_str(), subtracted, show(difference).c_str(),
                deccmp(&a, &b), show(field.bytes()).c_str(), converted, whole);
+        const int places = draw.between(0, 16);
+        printf("%s %s %s %s ", of_two<decmul>(a, b).c_str(), of_two<decdiv>(a, b).c_str(),
+               to_places<decround>(a, places).c_str(), to_places<dectrunc>(b, places).c_str());
         printf("%s %s %s %s\n", digits(a, draw.between(0, 17)).c_str(), m_gcvt(&b, 14, general), floating(a).c_str(),
                text(b, draw.between(0, 24), draw.between(-1, 8)).c_str());
     }

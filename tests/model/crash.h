@@ -7,12 +7,24 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#ifdef KA_COVERAGE
+extern "C" void __gcov_dump();
+#endif
+
 namespace model {
 
 inline void leave_no_core_file()
 {
     const rlimit none = {0, 0};
     setrlimit(RLIMIT_CORE, &none);
+}
+
+// A process that aborts counts in the coverage too.
+inline void keep_the_coverage()
+{
+#ifdef KA_COVERAGE
+    signal(SIGABRT, [](int) { __gcov_dump(); });
+#endif
 }
 
 } // namespace model
@@ -22,6 +34,7 @@ inline void leave_no_core_file()
     EXPECT_EXIT(                              \
         {                                     \
             model::leave_no_core_file();      \
+            model::keep_the_coverage();       \
             statement;                        \
         },                                    \
         testing::KilledBySignal(SIGABRT), std::string("^") + (whole_stderr) + "$")

@@ -12,22 +12,24 @@
 
 namespace model {
 
+static uint64_t seed_taken; // for the progress of the long mode
+
 static uint64_t chosen_seed()
 {
     const char *given = getenv("KA_SEED");
     const uint64_t seed = given ? strtoull(given, nullptr, 0) : std::random_device{}();
     const testing::TestInfo *test = testing::UnitTest::GetInstance()->current_test_info();
     printf("%s.%s: KA_SEED=%llu\n", test->test_suite_name(), test->name(), static_cast<unsigned long long>(seed));
+    seed_taken = seed;
     return seed;
 }
 
 Draw::Draw() : engine_(chosen_seed()) {}
 Draw::Draw(uint64_t seed) : engine_(seed) {}
 
-int Draw::rounds(int by_default)
+uint64_t Draw::last_seed()
 {
-    const char *given = getenv("KA_ROUNDS");
-    return given ? atoi(given) : by_default;
+    return seed_taken;
 }
 
 int Draw::pick(std::initializer_list<int> values)

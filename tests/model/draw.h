@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "ka/decimal.h"
+#include "model/rounds.h"
 
 namespace model {
 
@@ -33,8 +34,8 @@ public:
     Draw();
     explicit Draw(uint64_t seed);
 
-    // KA_ROUNDS, else the default given.
-    static int rounds(int by_default);
+    // The seed that was taken last.
+    static uint64_t last_seed();
 
     uint64_t bits() { return engine_(); }
     int below(int n) { return static_cast<int>(engine_() % static_cast<uint64_t>(n)); }

@@ -62,4 +62,12 @@ Outcome subtract(const t_DECIMAL &a, const t_DECIMAL &b);
 int compare(const t_DECIMAL &a, const t_DECIMAL &b);
 t_DECIMAL change_sign(const t_DECIMAL &x);
 
+// The divisor's first digit must not be 0.
+Outcome multiply(const t_DECIMAL &a, const t_DECIMAL &b);
+Outcome divide(const t_DECIMAL &a, const t_DECIMAL &b);
+
+// x with that many decimals after the point: rounded, which leaves some zero digits, or cut.
+Outcome to_places(const t_DECIMAL &x, int places);
+Outcome cut_to_places(const t_DECIMAL &x, int places);
+
 } // namespace model

@@ -3,6 +3,7 @@
 // The policy of the REAL layer, and its general number format.
 #include "model/real.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -22,18 +23,95 @@ int sign(const t_DECIMAL &x)
     return is_zero(x) ? 0 : is_negative(x) ? -1 : 1;
 }
 
-static Real settled(const Outcome &outcome)
+// negative: the sign of the largest REAL where that is stored.
+static Real settled(const Outcome &outcome, bool negative)
 {
     switch (outcome.code) {
     case DEC_OK:
         return {REAL_OK, outcome.record};
     case DEC_OVERFLOW:
-        return {REAL_RANGE, huge(sign(outcome.record) < 0)};
+        return {REAL_RANGE, huge(negative)};
     case DEC_UNDERFLOW:
         return {REAL_RANGE, zero};
+    case DEC_DIVISION_BY_ZERO:
+        return {REAL_DIVISION_BY_ZERO, huge(negative)};
     default:
         return {REAL_NOT_NUMBER, zero};
     }
+}
+
+static Real settled(const Outcome &outcome)
+{
+    return settled(outcome, sign(outcome.record) < 0);
+}
+
+// The sign of a substitute is that of the operands, zero counting as positive;
+// the result is not asked.
+Real real_add(const t_DECIMAL &a, const t_DECIMAL &b)
+{
+    return settled(add(a, b), sign(a) < 0 && sign(b) < 0);
+}
+
+Real real_subtract(const t_DECIMAL &a, const t_DECIMAL &b)
+{
+    return settled(subtract(a, b), sign(a) < 0 && sign(b) >= 0);
+}
+
+Real real_multiply(const t_DECIMAL &a, const t_DECIMAL &b)
+{
+    return settled(multiply(a, b), (sign(a) < 0) != (sign(b) < 0));
+}
+
+Real real_divide(const t_DECIMAL &a, const t_DECIMAL &b)
+{
+    return settled(divide(a, b), (sign(a) < 0) != (sign(b) < 0));
+}
+
+Real real_to_places(const t_DECIMAL &x, int places)
+{
+    const Outcome rounded = to_places(x, places);
+    return {REAL_OK, rounded.code == DEC_OVERFLOW ? huge(sign(x) < 0) : rounded.record};
+}
+
+Real real_cut(const t_DECIMAL &x, int places)
+{
+    return {REAL_OK, cut_to_places(x, places).record};
+}
+
+// The largest value of so many decimals, of which the first is the upper one of
+// its base-100 digit.
+static t_DECIMAL nines(int exp, int pos, int count)
+{
+    std::vector<int> digits(static_cast<size_t>(std::min(count / 2, 7)), 99);
+    if (count % 2 == 1 && count < 14) digits.push_back(90);
+    return record(exp, pos, digits);
+}
+
+Real with_precision(const t_DECIMAL &x, int ndigits)
+{
+    // Places of the fraction that the digits make; a first digit below 10 begins
+    // it with a 0, which does not count.
+    const int places = ndigits + (!is_zero(x) && x.dec_dgts[0] < 10 ? 1 : 0);
+    const int whole_digits = places / 2;
+    if (x.dec_ndgts <= whole_digits) return {REAL_OK, is_zero(x) ? zero : x};
+
+    const Int unit = power(10, 2 * DEC_DIGITS - places);
+    Int rounded = (in_units(x, x.dec_exp - DEC_DIGITS) + unit / 2) / unit;
+    if (places % 2 == 1) rounded *= 10;
+    std::vector<int> digits(static_cast<size_t>(1 + whole_digits + places % 2));
+    for (auto digit = digits.rbegin(); digit != digits.rend(); ++digit, rounded /= base)
+        *digit = static_cast<int>(Int(rounded % base));
+
+    // Zero digits stay, but for an upper decimal of 0 and for the digit that the
+    // rounding turned from 99 to 0.
+    if (places % 2 == 1 && digits.back() == 0) digits.pop_back();
+    if (whole_digits > 0 && digits.back() == 0 && x.dec_dgts[whole_digits - 1] == 99) digits.pop_back();
+    const bool carried = digits.front() == 1;
+    if (!carried) digits.erase(digits.begin());
+    if (digits.empty()) return {REAL_OK, zero};
+    const int exp = x.dec_exp + (carried ? 1 : 0);
+    if (exp > DEC_EXP_MAX) return {REAL_RANGE, nines(x.dec_exp, x.dec_pos, places)};
+    return {REAL_OK, record(exp, x.dec_pos, digits)};
 }
 
 Real real_from_double(double value)
@@ -87,13 +165,15 @@ std::optional<std::string> real_general(const t_DECIMAL &x, int ndigit)
 {
     if (ndigit <= 0) return "";
     const Digits d = digit_string(x, ndigit, Count::total);
-    // Rounding past the largest exponent of a record leaves no digits: the one digit it would have made is known.
+    // Rounding past the largest exponent of a record leaves no digits: the one
+    // digit it would have made is known.
     if (d.text.empty() && is_normal(x)) return is_negative(x) ? "-1E+126" : "1E+126";
     if (d.text.empty()) return std::nullopt;
     if (d.text[0] == '0') return "0";
     const std::string digits = d.text.substr(0, d.text.find_last_not_of('0') + 1);
     const int decpt = *d.decpt;
-    // The fixed form stands where it shows no more than ndigit decimals, the zeros after the point counted.
+    // The fixed form stands where it shows no more than ndigit decimals, the
+    // zeros after the point counted.
     const bool fits = decpt >= 0 ? decpt <= ndigit : static_cast<int>(digits.size()) - decpt <= ndigit;
     return (*d.sign ? "-" : "") + (fits ? fixed_form(digits, decpt) : exponent_form(digits, decpt));
 }
@@ -102,8 +182,8 @@ std::optional<double> real_to_double(const t_DECIMAL &x)
 {
     const Digits d = digit_string(x, 14, Count::total);
     if (d.text.empty() && !is_normal(x)) return std::nullopt;
-    // Fourteen nines and more at the largest exponent: only there do the digits of a normal value round past a
-    // record.
+    // Fourteen nines and more at the largest exponent: only there do the digits
+    // of a normal value round past a record.
     if (d.text.empty()) return is_negative(x) ? -1e126 : 1e126;
     if (d.text[0] == '0') return 0; // as the general format shows it, without a sign
     const double magnitude = nearest_double(Int(d.text), *d.decpt - static_cast<int>(d.text.size()));

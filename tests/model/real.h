@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // What the REAL operations must give: the decimal results under the REAL layer's policy. Operands are not null, and
-// nothing here ends the process: where the library must do that, the answer is nothing.
+// nothing here ends the process: where the library must do that, the answer is nothing. Places are 0 or more.
 #pragma once
 
 #include <optional>
@@ -19,6 +19,17 @@ struct Real {
 
 t_DECIMAL huge(bool negative);
 int sign(const t_DECIMAL &x);
+
+Real real_add(const t_DECIMAL &a, const t_DECIMAL &b);
+Real real_subtract(const t_DECIMAL &a, const t_DECIMAL &b);
+Real real_multiply(const t_DECIMAL &a, const t_DECIMAL &b);
+Real real_divide(const t_DECIMAL &a, const t_DECIMAL &b);
+
+Real real_to_places(const t_DECIMAL &x, int places); // m_round
+Real real_cut(const t_DECIMAL &x, int places);       // m_trunc
+
+// x rounded to ndigits significant decimals, 0 or more (mkprec). A null operand is rounded like a number.
+Real with_precision(const t_DECIMAL &x, int ndigits);
 
 Real real_from_double(double value);
 Real real_from_integer(int32_t value);

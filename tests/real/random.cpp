@@ -18,7 +18,7 @@ static constexpr Allow no_null = {.null = false};
 TEST(MChs, agrees_with_the_model)
 {
     Draw draw;
-    for (int i = Draw::rounds(200000); i > 0; i--) {
+    for (Rounds rounds(200000); rounds.more();) {
         const t_DECIMAL x = draw.record(no_null);
         t_DECIMAL r = draw.record();
         ASSERT_EQ(m_chs(&x, &r), REAL_OK);
@@ -30,7 +30,7 @@ TEST(MChs, agrees_with_the_model)
 TEST(MCmp, agrees_with_the_model)
 {
     Draw draw;
-    for (int i = Draw::rounds(200000); i > 0; i--) {
+    for (Rounds rounds(200000); rounds.more();) {
         const auto [a, b] = draw.pair(no_null);
         ASSERT_EQ(m_cmp(&a, &b), compare(a, b)) << show(a) << "  " << show(b);
     }
@@ -39,7 +39,7 @@ TEST(MCmp, agrees_with_the_model)
 TEST(MStore, agrees_with_the_model)
 {
     Draw draw;
-    for (int i = Draw::rounds(100000); i > 0; i--) {
+    for (Rounds rounds(100000); rounds.more();) {
         const t_DECIMAL x = draw.record(no_null);
         const int length = draw.between(2, 12);
         Guarded field(length);
@@ -56,7 +56,7 @@ TEST(MStore, agrees_with_the_model)
 TEST(MToInt, agrees_with_the_model)
 {
     Draw draw;
-    for (int i = Draw::rounds(200000); i > 0; i--) {
+    for (Rounds rounds(200000); rounds.more();) {
         t_DECIMAL x = draw.record(no_null);
         if (!draw.one_in(8)) x.dec_exp = static_cast<int16_t>(draw.between(-1, 6));
         int32_t value = 4711;
@@ -69,7 +69,7 @@ TEST(MToInt, agrees_with_the_model)
 TEST(MCvInt, agrees_with_the_model)
 {
     Draw draw;
-    for (int i = Draw::rounds(200000); i > 0; i--) {
+    for (Rounds rounds(200000); rounds.more();) {
         const int32_t value = static_cast<int32_t>(draw.bits()) >> draw.below(32);
         t_DECIMAL r = draw.record();
         ASSERT_EQ(m_cv_int(value, &r), REAL_OK);
@@ -80,7 +80,7 @@ TEST(MCvInt, agrees_with_the_model)
 TEST(MCvDbl, agrees_with_the_model)
 {
     Draw draw;
-    for (int i = Draw::rounds(60000); i > 0; i--) {
+    for (Rounds rounds(60000); rounds.more();) {
         const double value = draw.finite_double();
         t_DECIMAL r = draw.record();
         const Real expected = real_from_double(value);
@@ -92,7 +92,7 @@ TEST(MCvDbl, agrees_with_the_model)
 TEST(MToDbl, agrees_with_the_model)
 {
     Draw draw;
-    for (int i = Draw::rounds(100000); i > 0; i--) {
+    for (Rounds rounds(100000); rounds.more();) {
         const t_DECIMAL x = draw.record(no_null);
         double value = NAN;
         ASSERT_EQ(m_to_dbl(&x, &value), REAL_OK);
@@ -106,7 +106,7 @@ TEST(MToDbl, agrees_with_the_model)
 TEST(MToDbl, keeps_the_order)
 {
     Draw draw;
-    for (int i = Draw::rounds(60000); i > 0; i--) {
+    for (Rounds rounds(60000); rounds.more();) {
         auto [low, high] = draw.pair(normal_only);
         if (m_cmp(&low, &high) > 0) std::swap(low, high);
         double first = 0;
@@ -120,7 +120,7 @@ TEST(MToDbl, keeps_the_order)
 TEST(MCvDbl, fourteen_decimals_survive_the_double)
 {
     Draw draw;
-    for (int i = Draw::rounds(60000); i > 0; i--) {
+    for (Rounds rounds(60000); rounds.more();) {
         t_DECIMAL x = draw.record(normal_only);
         x.dec_exp = static_cast<int16_t>(draw.between(-6, 9));
         x.dec_ndgts = std::min<int8_t>(x.dec_ndgts, 7);
@@ -136,7 +136,7 @@ TEST(MCvDbl, fourteen_decimals_survive_the_double)
 TEST(MGcvt, agrees_with_the_model)
 {
     Draw draw;
-    for (int i = Draw::rounds(150000); i > 0; i--) {
+    for (Rounds rounds(150000); rounds.more();) {
         const t_DECIMAL x = draw.record(no_null);
         const int ndigit = draw.one_in(20) ? draw.between(-2, 160) : draw.between(0, 18);
         const std::optional<std::string> expected = real_general(x, ndigit);
@@ -152,7 +152,7 @@ TEST(MGcvt, agrees_with_the_model)
 TEST(MToAsc, agrees_with_the_model)
 {
     Draw draw;
-    for (int i = Draw::rounds(150000); i > 0; i--) {
+    for (Rounds rounds(150000); rounds.more();) {
         t_DECIMAL x = draw.record(no_null);
         if (draw.one_in(2)) x.dec_exp = static_cast<int16_t>(draw.between(-4, 10));
         const int length = draw.between(1, 26);
@@ -167,7 +167,7 @@ TEST(MToAsc, agrees_with_the_model)
 TEST(MCvAsc, agrees_with_the_model)
 {
     Draw draw;
-    for (int i = Draw::rounds(150000); i > 0; i--) {
+    for (Rounds rounds(150000); rounds.more();) {
         char text[64];
         const int length =
             snprintf(text, sizeof text, "%s%d.%0*de%d%s", draw.one_in(2) ? "" : " -", draw.below(20000),
@@ -186,7 +186,7 @@ TEST(MCvAsc, agrees_with_the_model)
 TEST(MEcvt, agrees_with_the_model)
 {
     Draw draw;
-    for (int i = Draw::rounds(150000); i > 0; i--) {
+    for (Rounds rounds(150000); rounds.more();) {
         const t_DECIMAL x = draw.record(no_null);
         const bool total = draw.one_in(2);
         const int count = draw.between(-2, 20);

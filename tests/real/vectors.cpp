@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The REAL operations as the vector file calls them.
+// The REAL operations as the vector files call them.
 #include "model/vectors.h"
 
 #include <cmath>
@@ -138,6 +138,49 @@ static std::string general(const Words &args)
     return quoted(text) + (text == buffer.data() && buffer.intact() ? "" : " and not within the buffer");
 }
 
+// What an operation gave, provided that every aliasing gave the same and no operand was written.
+static std::string agreed(const std::string &apart, const std::string &aliased, bool operands_kept)
+{
+    if (!operands_kept) return apart + " and an operand was written";
+    return apart == aliased ? apart : apart + " but stored over an operand " + aliased;
+}
+
+template <auto operation>
+static std::string arithmetic(const Words &args)
+{
+    const t_DECIMAL a = read_record(args[0]);
+    const t_DECIMAL b = read_record(args[1]);
+    t_DECIMAL x = a;
+    t_DECIMAL y = b;
+    t_DECIMAL r = unwritten();
+    const int status = operation(&x, &y, &r);
+    const std::string apart = answer(status, r);
+    const bool kept = show_raw(x) == show_raw(a) && show_raw(y) == show_raw(b);
+    const int over_first = operation(&x, &b, &x);
+    const int over_second = operation(&a, &y, &y);
+    const std::string first = answer(over_first, x);
+    return agreed(apart, first == apart ? answer(over_second, y) : first, kept);
+}
+
+template <auto operation>
+static std::string to_places(const Words &args)
+{
+    const t_DECIMAL operand = read_record(args[0]);
+    t_DECIMAL x = operand;
+    t_DECIMAL r = unwritten();
+    const int status = operation(&x, number(args[1]), &r);
+    const bool kept = show_raw(x) == show_raw(operand);
+    const int over_operand = operation(&x, number(args[1]), &x);
+    return agreed(answer(status, r), answer(over_operand, x), kept);
+}
+
+static std::string precision(const Words &args)
+{
+    t_DECIMAL x = read_record(args[0]);
+    const int status = mkprec(&x, number(args[1]));
+    return answer(status, x);
+}
+
 static const Operations &operations()
 {
     // clang-format off
@@ -156,9 +199,16 @@ static const Operations &operations()
         {"m_ecvt",   digits<m_ecvt>},
         {"m_fcvt",   digits<m_fcvt>},
         {"m_gcvt",   general},
+        {"m_add",    arithmetic<m_add>},
+        {"m_sub",    arithmetic<m_sub>},
+        {"m_mpy",    arithmetic<m_mpy>},
+        {"m_dvd",    arithmetic<m_dvd>},
+        {"m_trunc",  to_places<m_trunc>},
+        {"m_round",  to_places<m_round>},
+        {"mkprec",   precision},
     };
     // clang-format on
     return table;
 }
 
-static const bool registered = register_vectors({"real"}, operations());
+static const bool registered = register_vectors({"real", "real_arithmetic", "real_precision"}, operations());

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+//
+// What C++ modules would otherwise write again and again around ka/real.h: REALs from and to text, and their order
+// for containers and algorithms. Operations stay those of ka/real.h, since an operator could not give back their
+// status.
+#ifndef KA_REAL_HPP
+#define KA_REAL_HPP
+
+#include <climits>
+#include <string>
+#include <string_view>
+
+#include "ka/real.h"
+
+namespace ka {
+
+// m_cv_asc of text, which may be anything: also empty or blank text gives REAL_NOT_NUMBER with zero stored.
+inline int real_from_text(std::string_view text, t_DECIMAL *r)
+{
+    const int length = static_cast<int>(text.size() <= INT_MAX ? text.size() : 0);
+    t_DECIMAL read;
+    const bool blank = deccvasc(text.data(), length, &read) == DEC_OK && read.dec_pos == DEC_NULL;
+    if (!blank) return m_cv_asc(text.data(), length, r);
+    m_zero(r);
+    return REAL_NOT_NUMBER;
+}
+
+// All decimals of x, as m_gcvt writes them. A null x is fatal.
+inline std::string real_to_text(const t_DECIMAL &x)
+{
+    char buffer[2 * DEC_DIGITS + 8];
+    return m_gcvt(&x, 2 * DEC_DIGITS, buffer);
+}
+
+// The order of values, for std::sort, std::map and their like. A null operand is fatal.
+struct RealLess {
+    bool operator()(const t_DECIMAL &a, const t_DECIMAL &b) const { return m_cmp(&a, &b) < 0; }
+};
+
+} // namespace ka
+
+#endif
