@@ -6,11 +6,11 @@
 #include <ka/dll_host.h>
 #include <ka/dll_module.h>
 #include <ka/kastring.h>
-#include <ka/real.h>
+#include <ka/real.hpp>
 
 namespace {
 
-// The sum of amounts given as text, as text with two places. 32: an amount is not a number.
+// The sum of amounts given as text, as text with two places. 32: an amount is not a number; 23: out of range.
 int32_t sum_texts(void **argv)
 {
     const auto *amounts = static_cast<const KaStr *>(argv[0]);
@@ -18,8 +18,10 @@ int32_t sum_texts(void **argv)
     t_DECIMAL total = c_dec_zero;
     for (int32_t k = 0; k < KaArgInfo(0)->elcnt; k++) {
         t_DECIMAL amount;
-        if (deccvasc(amounts[k].data, amounts[k].len, &amount) != DEC_OK) return REAL_NOT_NUMBER;
-        if (decadd(&total, &amount, &total) != DEC_OK) return REAL_RANGE;
+        const std::string_view text(amounts[k].data, static_cast<size_t>(amounts[k].len));
+        int status = ka::real_from_text(text, &amount);
+        if (status == REAL_OK) status = m_add(&total, &amount, &total);
+        if (status != REAL_OK) return status;
     }
     char text[32];
     return str2KaStr(m_to_asc(&total, text, 30, 2), sum);
@@ -45,8 +47,8 @@ int32_t difference(void **argv)
 {
     const t_DECIMAL a = exact(1), b = exact(2);
     t_DECIMAL result;
-    if (decsub(&a, &b, &result) != DEC_OK) return REAL_RANGE;
-    return m_to_dbl(&result, static_cast<double *>(argv[2]));
+    const int status = m_sub(&a, &b, &result);
+    return status == REAL_OK ? m_to_dbl(&result, static_cast<double *>(argv[2])) : status;
 }
 
 // One year's interest, where a double is good enough.

@@ -132,15 +132,17 @@ TEST(KaExitStatus, is_2_when_the_results_cannot_be_written)
 
 TEST(KaHelp, is_a_result_and_holds_the_table_of_exit_statuses)
 {
-    const std::string table = "Exit status:\n"
-                              "  0    done: the function returned 0\n"
-                              "  1    the function, or the host in its place, returned another code\n"
-                              "  2    bad usage or a malformed argument, or the results could not be written\n"
-                              "  4    the module could not be started\n"
-                              "  5    the module died\n"
-                              "  6    no answer within the deadline\n"
-                              "  7    the call does not fit the shared segment\n"
-                              "  130  interrupted by SIGINT or SIGTERM\n";
+    const std::string table =
+        "Exit status:\n"
+        "  0    done: the function returned 0, the REAL is as asked for\n"
+        "  1    the function, or the host in its place, returned another code; the status of a REAL is "
+        "not 0\n"
+        "  2    bad usage or a malformed argument, or the results could not be written\n"
+        "  4    the module could not be started\n"
+        "  5    the module died\n"
+        "  6    no answer within the deadline\n"
+        "  7    the call does not fit the shared segment\n"
+        "  130  interrupted by SIGINT or SIGTERM\n";
     for (const std::vector<std::string> &words : {std::vector<std::string>{"--help"}, {"call", "--help"}}) {
         const Outcome outcome = ka(words);
         EXPECT_EQ(outcome.status, 0);

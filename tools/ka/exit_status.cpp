@@ -11,8 +11,8 @@ struct Row {
 };
 
 static constexpr Row rows[] = {
-    {EXIT_DONE, "done: the function returned 0"},
-    {EXIT_NONZERO, "the function, or the host in its place, returned another code"},
+    {EXIT_DONE, "done: the function returned 0, the REAL is as asked for"},
+    {EXIT_NONZERO, "the function, or the host in its place, returned another code; the status of a REAL is not 0"},
     {EXIT_USAGE, "bad usage or a malformed argument, or the results could not be written"},
     {EXIT_NOT_STARTED, "the module could not be started"},
     {EXIT_DIED, "the module died"},

@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: MIT
 //
-// ka: calls functions of modules from the command line. Results go to standard output, everything else to standard
-// error.
+// ka: calls functions of modules from the command line, and looks at REALs. Results go to standard output, everything
+// else to standard error.
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "call.h"
 #include "exit_status.h"
+#include "real.h"
 
 static int complain(const std::string &text)
 {
@@ -16,15 +20,26 @@ static int complain(const std::string &text)
     return EXIT_USAGE;
 }
 
+// In the reverse order, as the command-line library takes them. A "--" would end the subcommand real, which needs
+// none: numbers with a minus sign reach it as they are.
+static std::vector<std::string> words_of(int argc, char **argv)
+{
+    std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+    if (!words.empty() && words[0] == "real") std::erase(words, "--");
+    std::reverse(words.begin(), words.end());
+    return words;
+}
+
 static int run(int argc, char **argv)
 {
-    CLI::App app("Calls functions of modules, each in a process of its own.", "ka");
+    CLI::App app("Calls functions of modules, each in a process of its own, and looks at REALs.", "ka");
     int exit_status = EXIT_DONE;
     app.require_subcommand(0, 1);
     add_call_command(app, exit_status);
+    add_real_command(app, exit_status);
     app.footer(exit_status_help());
     try {
-        app.parse(argc, argv);
+        app.parse(words_of(argc, argv));
     } catch (const CLI::Success &help) {
         return app.exit(help);
     } catch (const CLI::ParseError &error) {
