@@ -31,7 +31,7 @@ target_link_libraries(ka_world_32 INTERFACE ka_options)
 target_link_libraries(ka_world_64 INTERFACE ka_options)
 target_compile_options(
   ka_options
-  INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wcast-align=strict -Wformat=2 -Wundef -Wvla
+  INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wcast-align$<$<CXX_COMPILER_ID:GNU>:=strict> -Wformat=2 -Wundef -Wvla
             $<$<BOOL:${KA_WERROR}>:-Werror>
             # The build is reproducible in any directory; messages name files from the project's root.
             -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
@@ -42,6 +42,7 @@ if(KA_SANITIZE)
 endif()
 if(KA_COVERAGE)
   target_compile_options(ka_options INTERFACE --coverage -O0)
+  target_compile_definitions(ka_options INTERFACE KA_COVERAGE)
   target_link_options(ka_options INTERFACE --coverage)
 endif()
 
@@ -52,6 +53,9 @@ endfunction()
 # What the libraries themselves are held to: C++20 without a C++ runtime.
 add_library(ka_freestanding INTERFACE)
 target_compile_options(ka_freestanding INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-fno-threadsafe-statics>)
+if(KA_FUZZ) # what guides the fuzzer is the libraries' coverage, not that of the tests
+  target_compile_options(ka_freestanding INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 
 function(ka_lib_dir out bits)
   if(bits EQUAL 64)

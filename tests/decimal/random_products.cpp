@@ -51,11 +51,9 @@ static void agree(Draw &draw, const Pair &operands, int64_t round)
                                         << round;
 }
 
-// The divisor without a leading zero digit.
 static Pair for_division(Pair operands)
 {
-    uint8_t &first = operands.second.dec_dgts[0];
-    if (operands.second.dec_ndgts > 0 && first == 0) first = 1;
+    if (!can_divide_by(operands.second)) operands.second.dec_dgts[0] = 1;
     return operands;
 }
 

@@ -62,8 +62,11 @@ Outcome subtract(const t_DECIMAL &a, const t_DECIMAL &b);
 int compare(const t_DECIMAL &a, const t_DECIMAL &b);
 t_DECIMAL change_sign(const t_DECIMAL &x);
 
-// The divisor's first digit must not be 0.
 Outcome multiply(const t_DECIMAL &a, const t_DECIMAL &b);
+
+// False for a divisor that begins with two zero digits: its quotient has no meaning.
+bool can_divide_by(const t_DECIMAL &b);
+// Any a, and a b of which can_divide_by is true.
 Outcome divide(const t_DECIMAL &a, const t_DECIMAL &b);
 
 // x with that many decimals after the point: rounded, which leaves some zero digits, or cut.

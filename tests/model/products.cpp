@@ -45,6 +45,11 @@ static int guess(const Int &remainder, const t_DECIMAL &divisor, int step)
     return static_cast<int>(std::min(Int(numerator / first_digits(divisor, 2)), Int(base - 1)));
 }
 
+bool can_divide_by(const t_DECIMAL &b)
+{
+    return is_null(b) || is_zero(b) || first_digits(b, 2) != 0;
+}
+
 // Long division in nine places, all numbers in units of the last: at each step the divisor moves down by one place
 // and what it has below the last is cut off. Of that, only the whole part of guess times the first digit is taken
 // from the remainder; it is not given back when the guess turns out too large.

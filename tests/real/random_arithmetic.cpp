@@ -60,7 +60,7 @@ static Tally agree_with_the_model(int by_default)
         auto [a, b] = operands(draw);
         const int aliasing = draw.below(5);
         const bool one_operand = aliasing >= 3;
-        if (operation == m_dvd && b.dec_dgts[0] == 0) b.dec_dgts[0] = 1; // a divisor begins with a digit
+        if (operation == m_dvd && !can_divide_by(b)) b.dec_dgts[0] = 1;
         if (one_operand) a = b;
         t_DECIMAL x = a;
         t_DECIMAL y = b;

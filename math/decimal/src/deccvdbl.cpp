@@ -21,10 +21,12 @@ int deccvreal(t_DECIMAL *result, int ndecimals, double value)
     *result = {};
     result->dec_pos = sign == 0 ? DEC_POSITIVE : DEC_NEGATIVE;
 
-    /* An odd power of ten leaves the tens of the first digit empty. ecvt may give one decimal more than asked, when
-       rounding carried; those past the record's digits are not read either. */
+    /* An odd power of ten leaves the tens of the first digit empty. The decimals asked for are all given; ecvt may
+       give one more, when rounding carried, which is not read. */
     const int shift = decpt % 2 != 0 ? 1 : 0;
+    // GCOVR_EXCL_START: at most 15 decimals are asked for and given, so the last two bounds never end the loop
     for (int i = 0; i < ndecimals && i + shift < 2 * DEC_DIGITS && decimals[i] != '\0'; i++)
+        // GCOVR_EXCL_STOP
         dec_put_decimal(result->dec_dgts, i + shift, decimals[i] - '0');
     result->dec_ndgts = static_cast<int8_t>(dec_trim(result->dec_dgts, DEC_DIGITS));
     return dec_set_exponent((decpt > 0 ? decpt + 1 : decpt) / 2, &result->dec_exp);

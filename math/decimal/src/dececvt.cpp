@@ -40,7 +40,9 @@ static char decimal_at(const t_DECIMAL *x, int place)
 
 static void write_decimals(const t_DECIMAL *x, int64_t n)
 {
+    // GCOVR_EXCL_START: n is not below 0, as rounding adds a unit that lies just past the n decimals shown
     const int count = n < 0 ? 0 : n > ds_length ? ds_length : static_cast<int>(n);
+    // GCOVR_EXCL_STOP
     const int first = leading_zeros(x);
     for (int i = 0; i < count; i++)
         ds[i] = decimal_at(x, first + i);

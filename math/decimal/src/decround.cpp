@@ -4,16 +4,17 @@
 #include "dec_int.h"
 
 /* A carry out of the first digit becomes a digit of its own. Never of 8 digits, where the last one would fall off,
-   nor at the top exponent: what is rounded has at most 7 digits left, and its exponent is at most 7. */
+   nor at the top exponent: what is rounded has at most 7 digits left, and its exponent is at most 7.
+   (All digits are 0 by now; they are moved for what the digit bytes hold, not for the value.) */
 static int put_one_in_front(t_DECIMAL *x)
 {
     memmove(x->dec_dgts + 1, x->dec_dgts, DEC_DIGITS - 1);
     x->dec_dgts[0] = 1;
-    if (x->dec_ndgts < DEC_DIGITS) x->dec_ndgts++;
+    if (x->dec_ndgts < DEC_DIGITS) x->dec_ndgts++; // GCOVR_EXCL_LINE: at most 7 digits, see above
     x->dec_exp++;
-    if (x->dec_exp <= DEC_EXP_MAX) return DEC_OK;
-    x->dec_exp = DEC_EXP_MAX;
-    return DEC_OVERFLOW;
+    if (x->dec_exp <= DEC_EXP_MAX) return DEC_OK; // GCOVR_EXCL_LINE: at most 8, see above
+    x->dec_exp = DEC_EXP_MAX;                     // GCOVR_EXCL_LINE
+    return DEC_OVERFLOW;                          // GCOVR_EXCL_LINE
 }
 
 /* Adds 1 to the last of count digits.

@@ -44,7 +44,7 @@ KA_API int m_sgn(const t_DECIMAL *x);
 /* r = -x; zero stays positive. Returns REAL_OK. */
 KA_API int m_chs(const t_DECIMAL *x, t_DECIMAL *r);
 
-/* -1, 0 or +1 as a is below, equal to or above b. */
+/* -1, 0 or +1 as a is below, equal to or above b (deccmp). */
 KA_API int m_cmp(const t_DECIMAL *a, const t_DECIMAL *b);
 
 /* r = a + b, a - b, a * b, a / b, with the precision of decadd, decsub, decmul and decdiv. Return REAL_OK; REAL_RANGE
@@ -60,9 +60,10 @@ KA_API int m_dvd(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *r);
 KA_API int m_trunc(const t_DECIMAL *x, int places, t_DECIMAL *r);
 KA_API int m_round(const t_DECIMAL *x, int places, t_DECIMAL *r);
 
-/* Rounds x in place to ndigits significant decimals, 0 or more; 16 and more change nothing. Returns REAL_OK, or
+/* Rounds x in place to ndigits significant decimals, 1 or more; 16 and more change no value. Returns REAL_OK, or
    REAL_RANGE where that leaves the range: then the largest REAL, cut to ndigits decimals, is stored with the sign of
-   x. A null without digits becomes zero: the one operation that does not refuse it. */
+   x. A null is not refused: without digits, as operations leave it, it becomes zero, with digits it stays null. With
+   0 decimals the result is zero or the next power of ten, and below 0 it is mostly fatal. */
 KA_API int mkprec(t_DECIMAL *x, int ndigits);
 
 /* Packed storage in length bytes (stdecimal, lddecimal). m_store returns REAL_OK; m_load REAL_OK, or REAL_NULL_FIELD

@@ -18,8 +18,7 @@ namespace ka {
 inline int real_from_text(std::string_view text, t_DECIMAL *r)
 {
     const int length = static_cast<int>(text.size() <= INT_MAX ? text.size() : 0);
-    t_DECIMAL read;
-    const bool blank = deccvasc(text.data(), length, &read) == DEC_OK && read.dec_pos == DEC_NULL;
+    const bool blank = text.substr(0, static_cast<size_t>(length)).find_first_not_of(' ') == std::string_view::npos;
     if (!blank) return m_cv_asc(text.data(), length, r);
     m_zero(r);
     return REAL_NOT_NUMBER;

@@ -11,11 +11,12 @@
  *  - A result record may be the same object as an operand. No operation allocates, none keeps state but the digit
  *    strings: dececvt and its kin share one static buffer, which dectoasc uses too, and deccvdbl and deccvflt use
  *    that of the C library's ecvt. Pointers must not be null.
- *  - Rounding is half away from zero, truncation is toward zero. Error bounds are in units of a result's eighth
- * digit: one is less than 1e-14 of the result. They hold for operands whose first digit is not 0; trailing zero
- * digits never matter, and leading ones, which only a broken packed field brings, cost precision or meaning.
- *  - A result written through the accumulator has digit bytes past dec_ndgts that hold anything; a null or zero
- * result leaves them as they were, where nothing else is said.
+ *  - Rounding is half away from zero, truncation is toward zero.
+ *  - Error bounds are in units of a result's eighth digit: one is at most 1e-14 of the result.
+ *    They hold for operands whose first digit is not 0. Zero digits at the end never matter; those in front cost
+ *    precision or meaning, but only a broken packed field brings them.
+ *  - The digit bytes past dec_ndgts of a result may hold anything. They stay as they were where a result is null, and
+ *    in decmul and decdiv where an operand without digits gives the zero.
  *  - The return value is DEC_OK or one of the negative codes below. On DEC_OVERFLOW and DEC_UNDERFLOW of an operation
  *    that rounds, the result is still written, with its exponent clamped to 63 or -64. */
 #ifndef KA_DECIMAL_H
@@ -113,18 +114,20 @@ KA_API int decmul(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 KA_API int decdiv(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 
 /* -1, 0 or +1 as a is below, equal to or above b; DEC_NOT_COMPARABLE when either is null. Trailing zero digits make
-   no difference, and all zeros are equal. */
+   no difference, and all zeros are equal. Out of normal form: the exponents decide before leading zero digits are
+   seen, and a zero with dec_pos 0 is below every negative value of another exponent. */
 KA_API int deccmp(const t_DECIMAL *a, const t_DECIMAL *b);
 
-/* Changes the sign of x in place; zero keeps its sign byte, null stays null. Returns DEC_OK. */
+/* Changes the sign of x in place; zero keeps its sign byte, null stays null (dec_exp and dec_ndgts become 0). Returns
+ * DEC_OK. */
 KA_API int decchs(t_DECIMAL *x);
 
 /* ---- Decimal places -------------------------------------------------------------------------------------------- */
 
 /* Rounds x, in place and exactly, to places decimals after the point; 0 rounds to an integer. The value is right, but
-   zero digits may be left at its end. Null stays null, and a result of zero is the positive zero. Nothing changes
-   where x has no more decimals than that. Returns DEC_OK, or DEC_NEGATIVE_PLACES with x unchanged. (DEC_OVERFLOW is
-   reserved: no record can be rounded out of range.) */
+   zero digits may be left at its end. Null stays null (dec_exp and dec_ndgts become 0), and a value that rounds to
+   zero becomes the positive zero. Nothing changes where all digits of x lie within the places. Returns DEC_OK, or
+   DEC_NEGATIVE_PLACES with x unchanged. (DEC_OVERFLOW is reserved: no record can be rounded out of range.) */
 KA_API int decround(t_DECIMAL *x, int places);
 
 /* As decround, but truncates, and zero digits at the end of what was cut go. A value below 0.01 keeps two more
@@ -162,7 +165,8 @@ KA_API int deccvint16(int16_t value, t_DECIMAL *result);
 KA_API int deccvint32(int32_t value, t_DECIMAL *result);
 
 /* Record to integer, truncated toward zero; null gives the most negative integer. Returns DEC_OK, or DEC_OVERFLOW
- with *result unwritten when the integer part is out of range. */
+   with *result unwritten when the integer part is out of range. So it is for a zero with dec_pos 0 and an exponent
+   above 0 other than 5, as the double -0.0 gives one. */
 KA_API int dectoint16(const t_DECIMAL *value, int16_t *result);
 KA_API int dectoint32(const t_DECIMAL *value, int32_t *result);
 

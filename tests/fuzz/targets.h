@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+//
+// What bytes can be tried as. Each answers an empty string where the library did what the model says, else a text for
+// people: what was run, what was expected, what came.
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace fuzz {
+
+using Bytes = std::vector<uint8_t>;
+
+// A field of characters read as a number, and of bytes loaded as a packed value.
+std::string try_text(const Bytes &input);
+
+// A program of operations on eight registers.
+std::string try_program(const Bytes &input);
+
+// Names of all operations of programs, and of those that the program carries out.
+std::set<std::string> all_operations();
+std::set<std::string> operations_of(const Bytes &input);
+
+} // namespace fuzz
