@@ -45,7 +45,7 @@ static bool load(Machine &m, const Step &s)
                                      : DEC_NULL,
                          std::min(header & 15, +DEC_DIGITS), 0xEE);
     for (int i = 0; i < x.dec_ndgts; i++)
-        x.dec_dgts[i] = m.byte() % DEC_BASE;
+        x.dec_dgts[i] = static_cast<uint8_t>(m.byte() % DEC_BASE);
     reg(m, s.r) = x;
     return true;
 }
@@ -66,7 +66,7 @@ static bool combine(Machine &m, const Step &s)
     const t_DECIMAL a = reg(m, s.a);
     const t_DECIMAL b = reg(m, s.b);
     constexpr bool is_real = std::is_same_v<decltype(expectation(a, b)), Real>;
-    constexpr bool divides = operation == decdiv || operation == m_dvd;
+    const bool divides = operation == decdiv || operation == m_dvd;
     if (is_real && (is_null(a) || is_null(b))) return false;
     if (divides && !can_divide_by(b)) return false;
     const int code = operation(&reg(m, s.a), &reg(m, s.b), &reg(m, s.r));
