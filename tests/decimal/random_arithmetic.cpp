@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "dec_int.h"
+#include "model/aliased.h"
 #include "model/draw.h"
 #include "model/exact.h"
 #include "model/notation.h"
@@ -13,43 +14,12 @@
 
 using namespace model;
 
-static bool same_bytes(const t_DECIMAL &a, const t_DECIMAL &b)
-{
-    return memcmp(&a, &b, sizeof a) == 0;
-}
-
-// A null result of the arithmetic has its exponent and count cleared.
-static bool clean_if_null(const t_DECIMAL &x)
-{
-    return !is_null(x) || (x.dec_exp == 0 && x.dec_ndgts == 0);
-}
-
-static const char *const aliasings[] = {"apart", "result is a", "result is b", "a is b", "all one"};
-
 template <auto operation, auto expectation>
 static void agree_with_the_model()
 {
     Draw draw;
-    for (Rounds rounds(250000); rounds.more();) {
-        auto [a, b] = draw.pair();
-        const int aliasing = draw.below(5);
-        const bool one_operand = aliasing >= 3;
-        if (one_operand) b = a;
-        t_DECIMAL x = a;
-        t_DECIMAL y = b;
-        t_DECIMAL apart = draw.record();
-        t_DECIMAL *const result = aliasing == 0 || aliasing == 3 ? &apart : aliasing == 2 ? &y : &x;
-
-        const int code = operation(&x, one_operand ? &x : &y, result);
-        const Outcome expected = expectation(a, b);
-        const bool right = code == expected.code && same(*result, expected.record) && clean_if_null(*result);
-        const bool operands_kept = (result == &x || same_bytes(x, a)) && (result == &y || same_bytes(y, b));
-        ASSERT_TRUE(right && operands_kept)
-            << "a " << show(a) << "  b " << show(b) << "  " << aliasings[aliasing]
-            << "\n  expected: " << expected.code << " " << show(expected.record) << "\n  got:      " << code << " "
-            << show(*result) << (operands_kept ? "" : "\n  and an operand was changed") << "\n  in round "
-            << rounds.number();
-    }
+    for (Rounds rounds(250000); rounds.more() && !testing::Test::HasFailure();)
+        agree_in_one_aliasing<operation, expectation>(draw, draw.pair(), rounds.number());
 }
 
 TEST(Decadd, agrees_with_the_model)

@@ -8,6 +8,7 @@
 #include <map>
 
 #include "ka/real.h"
+#include "model/aliased.h"
 #include "model/draw.h"
 #include "model/notation.h"
 #include "model/real.h"
@@ -15,11 +16,6 @@
 using namespace model;
 
 static constexpr Allow no_null = {.null = false};
-
-static bool same_bytes(const t_DECIMAL &a, const t_DECIMAL &b)
-{
-    return memcmp(&a, &b, sizeof a) == 0;
-}
 
 // How often each status occurred, with each sign of the value stored.
 class Tally {
@@ -35,10 +31,8 @@ private:
     std::map<std::pair<int, int>, int> seen_;
 };
 
-static const char *const aliasings[] = {"apart", "result is a", "result is b", "a is b", "all one"};
-
 // Exponents near each other from draw.pair; one in four pairs is moved to where the ends are near.
-static std::pair<t_DECIMAL, t_DECIMAL> operands(Draw &draw)
+static Pair operands(Draw &draw)
 {
     auto [a, b] = draw.pair(no_null);
     if (draw.one_in(4)) {
@@ -57,25 +51,11 @@ static Tally agree_with_the_model(int by_default)
     Tally tally;
     Draw draw;
     for (Rounds rounds(by_default); rounds.more();) {
-        auto [a, b] = operands(draw);
-        const int aliasing = draw.below(5);
-        const bool one_operand = aliasing >= 3;
-        if (operation == m_dvd && !can_divide_by(b)) b.dec_dgts[0] = 1;
-        if (one_operand) a = b;
-        t_DECIMAL x = a;
-        t_DECIMAL y = b;
-        t_DECIMAL apart = draw.record();
-        t_DECIMAL *const result = aliasing == 0 || aliasing == 3 ? &apart : aliasing == 2 ? &y : &x;
-
-        const int status = operation(&x, one_operand ? &x : &y, result);
-        const Real expected = expectation(a, b);
-        const bool kept = (result == &x || same_bytes(x, a)) && (result == &y || same_bytes(y, b));
-        EXPECT_TRUE(status == expected.status && same(*result, expected.value) && kept)
-            << "a " << show(a) << "  b " << show(b) << "  " << aliasings[aliasing]
-            << "\n  expected: " << expected.status << " " << show(expected.value) << "\n  got:      " << status << " "
-            << show(*result) << (kept ? "" : "\n  and an operand was changed") << "\n  in round " << rounds.number();
+        Pair pair = operands(draw);
+        if (operation == m_dvd && !can_divide_by(pair.second)) pair.second.dec_dgts[0] = 1;
+        const Outcome got = agree_in_one_aliasing<operation, expectation>(draw, pair, rounds.number());
         if (testing::Test::HasFailure()) break;
-        tally.count(status, *result);
+        tally.count(got.code, got.record);
     }
     return tally;
 }
