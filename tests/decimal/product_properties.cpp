@@ -3,26 +3,13 @@
 // Laws of multiplication, division and of rounding and cutting to places that hold whatever the digits.
 #include <gtest/gtest.h>
 
+#include "laws.h"
 #include "model/draw.h"
 #include "model/exact.h"
 #include "model/notation.h"
 #include "model/rounds.h"
 
 using namespace model;
-
-template <auto operation>
-static std::string of_two(const t_DECIMAL &a, const t_DECIMAL &b)
-{
-    t_DECIMAL result;
-    const int code = operation(&a, &b, &result);
-    return std::to_string(code) + " " + show(result);
-}
-
-static t_DECIMAL negated(t_DECIMAL x)
-{
-    decchs(&x);
-    return x;
-}
 
 // True of the product although parts of it are left out: the same ones, whichever operand comes first.
 TEST(Decmul, commutes)

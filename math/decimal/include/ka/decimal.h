@@ -118,8 +118,8 @@ KA_API int decdiv(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
    seen, and a zero with dec_pos 0 is below every negative value of another exponent. */
 KA_API int deccmp(const t_DECIMAL *a, const t_DECIMAL *b);
 
-/* Changes the sign of x in place; zero keeps its sign byte, null stays null (dec_exp and dec_ndgts become 0). Returns
- * DEC_OK. */
+/* Changes the sign of x in place; zero keeps its sign byte, null stays null (dec_exp and dec_ndgts become 0).
+   Returns DEC_OK. */
 KA_API int decchs(t_DECIMAL *x);
 
 /* ---- Decimal places -------------------------------------------------------------------------------------------- */
