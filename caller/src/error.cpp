@@ -8,11 +8,29 @@
 #include <stdio.h>
 #include <string.h>
 
-static const ka_error no_memory = {KA_SYSTEM, ENOMEM, -1, 0, 0, "there is no memory for another host"};
+static const ka_error no_memory = {
+    .error_class = KA_SYSTEM,
+    .retry = KA_RETRY_YES,
+    .sys_errno = ENOMEM,
+    .exit_status = -1,
+    .signal = 0,
+    .code = 0,
+    .argument = 0,
+    .needed_bytes = 0,
+    .text = "there is no memory for another host",
+};
 
 const ka_error *ka_last_error(const ka_host *host)
 {
     return host ? &host->error : &no_memory;
+}
+
+const char *ka_error_name(int32_t error_class)
+{
+    static constexpr const char *names[] = {"done",    "not started", "refused",      "died",     "deadline passed",
+                                            "too big", "closed",      "system error", "argument", "cancelled"};
+    static constexpr int32_t count = sizeof names / sizeof names[0];
+    return error_class >= 0 && error_class < count ? names[error_class] : "unknown";
 }
 
 const char *errno_text(int error_number)

@@ -17,6 +17,16 @@ static constexpr ka_options default_options = {
     .cancel_fd = -1,
     .callback = nullptr,
     .user = nullptr,
+    .checking = KA_CHECKED,
+    .waiting = KA_WAIT_SAFE,
+    .restart = KA_RESTART_NEVER,
+    .restart_pause_ms = 100,
+    .restart_pause_max_ms = 10000,
+    .trace_level = 0,
+    .error_output = KA_STDERR_INHERIT,
+    .error_fd = -1,
+    .ring_bytes = 1 << 16,
+    .inspector = nullptr,
 };
 
 void ka_options_init(ka_options *options, uint32_t size)
