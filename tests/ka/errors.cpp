@@ -108,16 +108,16 @@ TEST(KaExitStatus, is_6_past_the_deadline)
     EXPECT_EQ(outcome.err, "ka: " + tasks_module + ": a call of \"hang\" took more than 1500 ms\n");
 }
 
-TEST(KaExitStatus, is_7_when_the_call_does_not_fit_and_the_size_told_is_enough)
+TEST(KaExitStatus, is_3_when_the_call_does_not_fit_and_the_size_told_is_enough)
 {
     const Outcome outcome = call({"measure", "str:2000000"});
-    EXPECT_EQ(outcome.status, 7);
+    EXPECT_EQ(outcome.status, 3);
     const std::string before = "ka: the call of \"measure\" needs a segment of ";
     ASSERT_EQ(outcome.err.find(before), 0u) << outcome.err;
     EXPECT_NE(outcome.err.find(" bytes, this one has 1048576 (--segment)\n"), std::string::npos);
     const int needed = std::atoi(outcome.err.c_str() + before.size());
     EXPECT_EQ(call({"--segment", std::to_string(needed), "measure", "str:2000000"}).status, 0);
-    EXPECT_EQ(call({"--segment", std::to_string(needed - 1), "measure", "str:2000000"}).status, 7);
+    EXPECT_EQ(call({"--segment", std::to_string(needed - 1), "measure", "str:2000000"}).status, 3);
 }
 
 TEST(KaExitStatus, is_2_when_the_results_cannot_be_written)
@@ -135,13 +135,12 @@ TEST(KaHelp, is_a_result_and_holds_the_table_of_exit_statuses)
     const std::string table =
         "Exit status:\n"
         "  0    done: the function returned 0, the REAL is as asked for\n"
-        "  1    the function, or the host in its place, returned another code; the status of a REAL is "
-        "not 0\n"
+        "  1    the function returned another code, the REAL has a status, something was found\n"
         "  2    bad usage or a malformed argument, or the results could not be written\n"
-        "  4    the module could not be started\n"
+        "  3    refused: the call does not suit the module's tables, or is too big\n"
+        "  4    no module, or it could not be started\n"
         "  5    the module died\n"
         "  6    no answer within the deadline\n"
-        "  7    the call does not fit the shared segment\n"
         "  130  interrupted by SIGINT or SIGTERM\n";
     for (const std::vector<std::string> &words : {std::vector<std::string>{"--help"}, {"call", "--help"}}) {
         const Outcome outcome = ka(words);

@@ -61,12 +61,6 @@ std::vector<std::string> without_mark(std::vector<std::string> arguments)
     return arguments;
 }
 
-int complain(ExitStatus status, const std::string &text)
-{
-    std::cerr << "ka: " << text << '\n';
-    return status;
-}
-
 int32_t answer_callback(ka_host *, int32_t value, void *user)
 {
     const int32_t answer = *static_cast<const int32_t *>(user);

@@ -3,7 +3,11 @@
 // See exit_status.h.
 #include "exit_status.h"
 
+#include <iostream>
+#include <unistd.h>
+
 #include "ka/caller.h"
+#include "terminal.h"
 
 struct Row {
     ExitStatus status;
@@ -12,12 +16,12 @@ struct Row {
 
 static constexpr Row rows[] = {
     {EXIT_DONE, "done: the function returned 0, the REAL is as asked for"},
-    {EXIT_NONZERO, "the function, or the host in its place, returned another code; the status of a REAL is not 0"},
+    {EXIT_NONZERO, "the function returned another code, the REAL has a status, something was found"},
     {EXIT_USAGE, "bad usage or a malformed argument, or the results could not be written"},
-    {EXIT_NOT_STARTED, "the module could not be started"},
+    {EXIT_REFUSED, "refused: the call does not suit the module's tables, or is too big"},
+    {EXIT_NOT_STARTED, "no module, or it could not be started"},
     {EXIT_DIED, "the module died"},
     {EXIT_DEADLINE, "no answer within the deadline"},
-    {EXIT_TOO_BIG, "the call does not fit the shared segment"},
     {EXIT_INTERRUPTED, "interrupted by SIGINT or SIGTERM"},
 };
 
@@ -28,12 +32,14 @@ ExitStatus exit_status_of(int32_t error_class)
         return EXIT_DONE;
     case KA_ARGUMENT:
         return EXIT_USAGE;
+    case KA_REFUSED:
+    case KA_TOO_BIG:
+        return EXIT_REFUSED;
     case KA_DIED:
+    case KA_CLOSED:
         return EXIT_DIED;
     case KA_DEADLINE:
         return EXIT_DEADLINE;
-    case KA_TOO_BIG:
-        return EXIT_TOO_BIG;
     case KA_CANCELLED:
         return EXIT_INTERRUPTED;
     default:
@@ -49,4 +55,10 @@ std::string exit_status_help()
         text += "  " + number + std::string(5 - number.size(), ' ') + row.meaning + "\n";
     }
     return text;
+}
+
+int complain(ExitStatus status, const std::string &text)
+{
+    std::cerr << painted("ka:", Paint::error, STDERR_FILENO) << ' ' << text << '\n';
+    return status;
 }

@@ -6,7 +6,6 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
-#include <iostream>
 #include <string>
 #include <vector>
 
@@ -14,10 +13,9 @@
 #include "exit_status.h"
 #include "real.h"
 
-static int complain(const std::string &text)
+static int refuse_usage(const std::string &text)
 {
-    std::cerr << "ka: " << text << "; ka --help tells more\n";
-    return EXIT_USAGE;
+    return complain(EXIT_USAGE, text + "; ka --help tells more");
 }
 
 // In the reverse order, as the command-line library takes them. A "--" would end the subcommand real, which needs
@@ -43,9 +41,9 @@ static int run(int argc, char **argv)
     } catch (const CLI::Success &help) {
         return app.exit(help);
     } catch (const CLI::ParseError &error) {
-        return complain(error.what());
+        return refuse_usage(error.what());
     }
-    return app.get_subcommands().empty() ? complain("a subcommand is missing") : exit_status;
+    return app.get_subcommands().empty() ? refuse_usage("a subcommand is missing") : exit_status;
 }
 
 int main(int argc, char **argv)
@@ -53,6 +51,6 @@ int main(int argc, char **argv)
     try {
         return run(argc, argv);
     } catch (const std::exception &error) { // no memory, for one
-        return complain(error.what());
+        return complain(EXIT_USAGE, error.what());
     }
 }

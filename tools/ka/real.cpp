@@ -196,12 +196,6 @@ Words words_of(const Words &arguments)
     return words;
 }
 
-int complain(const std::string &text)
-{
-    std::cerr << "ka: " << text << '\n';
-    return EXIT_USAGE;
-}
-
 int show(const Wishes &wishes)
 {
     if (wishes.words.empty()) throw Malformed("a number is missing; ka real --help tells more");
@@ -214,7 +208,7 @@ int show(const Wishes &wishes)
         status = number.status;
     }
     std::cout.flush();
-    if (!std::cout) return complain("the results could not be written");
+    if (!std::cout) return complain(EXIT_USAGE, "the results could not be written");
     return status == REAL_OK ? EXIT_DONE : EXIT_NONZERO;
 }
 
@@ -223,7 +217,7 @@ int run_real(const Wishes &wishes)
     try {
         return show(wishes);
     } catch (const Malformed &malformed) {
-        return complain(malformed.what());
+        return complain(EXIT_USAGE, malformed.what());
     }
 }
 
