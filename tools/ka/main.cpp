@@ -11,6 +11,7 @@
 
 #include "call.h"
 #include "exit_status.h"
+#include "explain.h"
 #include "real.h"
 
 static int refuse_usage(const std::string &text)
@@ -35,6 +36,7 @@ static int run(int argc, char **argv)
     app.require_subcommand(0, 1);
     add_call_command(app, exit_status);
     add_real_command(app, exit_status);
+    add_explain_command(app, exit_status);
     app.footer(exit_status_help());
     try {
         app.parse(words_of(argc, argv));

@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: MIT
+//
+// ka explain knows every code of the public headers and every message in the sources of the host.
+#include "ka/command.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
+
+#include "caller/waiting.h"
+
+namespace {
+
+std::string source(const std::string &path)
+{
+    const std::string text = read_file(KA_SOURCES "/" + path);
+    EXPECT_FALSE(text.empty()) << path;
+    return text;
+}
+
+std::vector<std::string> all_matches(const std::string &text, const std::regex &pattern)
+{
+    std::vector<std::string> found;
+    for (std::sregex_iterator it(text.begin(), text.end(), pattern), end; it != end; ++it)
+        found.push_back((*it)[1]);
+    return found;
+}
+
+// The enumeration in which the constant stands, by name.
+std::map<std::string, int> codes(const std::string &header, const std::string &constant)
+{
+    const std::string text = source(header);
+    const size_t at = text.find(constant + " = ");
+    EXPECT_NE(at, std::string::npos) << constant;
+    const size_t begin = text.rfind("enum", at);
+    const std::string body = text.substr(begin, text.find("};", at) - begin);
+    const std::regex row("([A-Z][A-Z0-9_]*) = (-?[0-9]+)");
+    std::map<std::string, int> found;
+    for (std::sregex_iterator it(body.begin(), body.end(), row), end; it != end; ++it)
+        found[(*it)[1]] = std::stoi((*it)[2]);
+    return found;
+}
+
+nlohmann::json explained(const std::string &text)
+{
+    const Outcome outcome = ka({"explain", "--json", text});
+    EXPECT_EQ(outcome.status, 0) << text << ": " << outcome.err;
+    return nlohmann::json::parse(outcome.out, nullptr, false);
+}
+
+bool has(const nlohmann::json &list, const std::string &name, int number)
+{
+    const auto is_it = [&](const auto &row) { return row["name"] == name && row["number"] == number; };
+    return std::any_of(list.begin(), list.end(), is_it);
+}
+
+// A message as it would be printed.
+std::string with_values(std::string form)
+{
+    const std::pair<const char *, const char *> steps[] = {
+        {R"(\\[rn])", ""},      {R"(\\")", "\""},    {R"(%-?[0-9*.]*s)", "nobody's"}, {R"(%d)", "-12"},
+        {R"(%[0-9]*x)", "1f0"}, {R"(%p)", "0xf7a0"}, {R"(%[0-9.]*g)", "1.5"},
+    };
+    for (const auto &[pattern, value] : steps)
+        form = std::regex_replace(form, std::regex(pattern), value);
+    return form;
+}
+
+std::string without_comments(std::string text)
+{
+    for (size_t at; (at = text.find("/*")) != std::string::npos;)
+        text.erase(at, text.find("*/", at) + 2 - at);
+    return std::regex_replace(text, std::regex(R"(//[^\n]*|#include[^\n]*)"), "");
+}
+
+// Pieces of lines and of numbers, and names: nobody meets them alone.
+const std::set<std::string> no_messages = {"C",
+                                           "DLL_INTEGER",
+                                           "DLL_REAL",
+                                           "DLL_STRING",
+                                           "INTEGER",
+                                           "REAL",
+                                           "STRING",
+                                           "Unknown",
+                                           "ByRef",
+                                           "ByValue",
+                                           "VarArg",
+                                           "IntByValue",
+                                           "IntByReference",
+                                           "IntArray",
+                                           "RealByValue",
+                                           "RealArray",
+                                           "RealByReference",
+                                           "zString",
+                                           "String",
+                                           "StringArray",
+                                           "dll_setup",
+                                           "dll_cleanup",
+                                           "dll_scratch",
+                                           "u_get__arg",
+                                           "dll/src/dllmain",
+                                           "math/src/math",
+                                           "math/decimal/src/dec_roun",
+                                           "dec_round",
+                                           "%s%.14se%d",
+                                           "E%+03d"};
+
+std::vector<std::string> messages_of(const std::string &folder)
+{
+    std::vector<std::string> found;
+    for (const auto &file : std::filesystem::directory_iterator(KA_SOURCES "/" + folder)) {
+        if (file.path().extension() != ".cpp") continue;
+        const std::string text = without_comments(read_file(file.path()));
+        for (const std::string &literal : all_matches(text, std::regex(R"re("((?:[^"\\\n]|\\.)*)")re"))) {
+            const std::string without_values = std::regex_replace(literal, std::regex("%[-0-9.*]*[a-z]|\\\\."), "");
+            const bool says_something = std::any_of(without_values.begin(), without_values.end(),
+                                                    [](unsigned char c) { return std::isalpha(c); });
+            if (says_something && !no_messages.contains(literal)) found.push_back(literal);
+        }
+    }
+    return found;
+}
+
+} // namespace
+
+TEST(KaExplain, knows_every_code_of_the_public_headers_by_number_and_by_name)
+{
+    const std::pair<const char *, const char *> families[] = {
+        {"dll/include/ka/dll_codes.h", "KA_OK"},         {"dll/include/ka/dll_codes.h", "KA_EXIT_START"},
+        {"dll/include/ka/kastring.h", "KASTR_OK"},       {"math/include/ka/real.h", "REAL_OK"},
+        {"math/decimal/include/ka/decimal.h", "DEC_OK"}, {"caller/include/ka/caller.h", "KA_DONE"},
+        {"tools/ka/exit_status.h", "EXIT_DONE"},
+    };
+    for (const auto &[header, first] : families) {
+        const auto family = codes(header, first);
+        EXPECT_FALSE(family.empty()) << header;
+        for (const auto &[name, number] : family) {
+            EXPECT_TRUE(has(explained(name), name, number)) << name;
+            EXPECT_TRUE(has(explained(std::to_string(number)), name, number)) << name << " by its number";
+        }
+    }
+}
+
+TEST(KaExplain, knows_every_message_of_the_host)
+{
+    size_t count = 0;
+    for (const char *folder : {"dll/src", "math/src", "math/decimal/src"}) {
+        for (const std::string &message : messages_of(folder)) {
+            const std::string printed = with_values(message);
+            EXPECT_FALSE(explained(printed).empty()) << message;
+            count++;
+        }
+    }
+    EXPECT_GT(count, 30u) << "the messages were not found in the sources";
+}
+
+TEST(KaExplain, says_meaning_cause_and_remedy_of_everything)
+{
+    const Outcome outcome = ka({"explain", "--all", "--json"});
+    ASSERT_EQ(outcome.status, 0);
+    const auto list = nlohmann::json::parse(outcome.out);
+    EXPECT_GT(list.size(), 60u);
+    for (const auto &row : list)
+        for (const char *field : {"layer", "meaning", "cause", "remedy"})
+            EXPECT_NE(row[field], "") << row;
+}
+
+TEST(KaExplain, shows_every_meaning_of_a_number_with_its_layer)
+{
+    const Outcome outcome = ka({"explain", "2"});
+    EXPECT_EQ(outcome.status, 0);
+    for (const char *line : {"2 KA_NO_MEMORY, return code of a call\n", "2 KA_REFUSED, error of libkacall\n",
+                             "2 EXIT_USAGE, exit status of ka\n", "2 KA_EXIT_START, exit status of a host\n"})
+        EXPECT_NE(outcome.out.find(line), std::string::npos) << line;
+    EXPECT_TRUE(has(explained("-1"), "KA_BAD_PROTOTYPE", -1));
+    EXPECT_TRUE(has(explained("-1"), "DEC_NEGATIVE_PLACES", -1));
+}
+
+TEST(KaExplain, knows_every_signal_by_name_by_number_and_as_a_shell_tells_it)
+{
+    for (int signal = 1; signal < 32; signal++) {
+        const std::string name = std::string("SIG") + sigabbrev_np(signal);
+        for (const std::string &text : {name, name.substr(3), std::to_string(signal), std::to_string(128 + signal),
+                                        std::string("ka: m: it was ended: ") + sigdescr_np(signal)})
+            EXPECT_TRUE(has(explained(text), signal == SIGIO ? "SIGIO" : name, signal)) << text;
+    }
+}
+
+TEST(KaExplain, knows_an_error_class_by_its_name)
+{
+    EXPECT_TRUE(has(explained("died"), "KA_DIED", 3));
+    EXPECT_TRUE(has(explained("too big"), "KA_TOO_BIG", 5));
+}
+
+// What hosts and ka really say, from processes of their own.
+TEST(KaExplain, knows_what_is_really_said)
+{
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"fault"}, {"die_by", "6"}, {"leave", "3"}, {"--deadline", "0.5", "hang"}}) {
+        const std::string said = call(words).err;
+        EXPECT_FALSE(explained(said).empty()) << said;
+    }
+    const std::string missing = CALLER_MODULES "/caller_module_no_library";
+    EXPECT_TRUE(has(explained(ka({"call", missing, "add"}).err), "", 127));
+    FILE *pipe = popen((tasks_module + " 2>&1").c_str(), "r");
+    char line[1000] = "";
+    EXPECT_NE(fgets(line, sizeof line, pipe), nullptr);
+    pclose(pipe);
+    EXPECT_EQ(explained(line)[0]["message"], "%s: Illegal call");
+}
+
+TEST(KaExplain, says_most_first_and_nothing_twice)
+{
+    EXPECT_EQ(explained("calling add, argc = 3").size(), 1u);
+    EXPECT_EQ(explained("fatal math error cc #-2").size(), 1u);
+    const auto list = explained("fatal math error cc #-2\nfatal math error cc #-2\nBad DLL_MAGIC");
+    EXPECT_EQ(list.size(), 2u);
+}
+
+TEST(KaExplain, reads_lines_from_standard_input)
+{
+    FILE *pipe = popen("printf 'nothing here\\nBad DLL_MAGIC\\n' | " KA_COMMAND " explain -", "r");
+    char line[200] = "";
+    EXPECT_NE(fgets(line, sizeof line, pipe), nullptr);
+    EXPECT_STREQ(line, "\"Bad DLL_MAGIC\", message of a host that cannot start\n");
+    EXPECT_EQ(pclose(pipe), 0);
+}
+
+TEST(KaExplain, refuses_what_nothing_is_known_about)
+{
+    const Outcome outcome = ka({"explain", "utter", "nonsense"});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err, "ka: nothing is known about 'utter nonsense'\n");
+    EXPECT_EQ(ka({"explain", "55"}).err,
+              "ka: nothing is known about '55'; as the return code of a call it is the function's own\n");
+    EXPECT_EQ(ka({"explain"}).status, 2);
+    EXPECT_EQ(ka({"explain", "(((", "%s", "[a-"}).status, 2);
+    EXPECT_EQ(ka({"explain", std::string(100000, 'x')}).status, 2);
+}
+
+TEST(KaExplain, lines_stay_within_eighty_columns)
+{
+    std::istringstream lines(ka({"explain", "--all"}).out);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with("  ")) {
+            EXPECT_LE(line.size(), 80u) << line;
+        }
+}

@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: MIT
+//
+// See explain.h.
+#include "explain.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <unistd.h>
+
+#include "exit_status.h"
+#include "explanations.h"
+#include "terminal.h"
+
+namespace {
+
+struct Wishes {
+    std::string text;
+    bool all = false;
+    bool json = false;
+};
+
+using Rows = std::vector<const Explanation *>;
+
+constexpr const char *description = R"(Explains a code, a name or a message: what it means, why it comes, what to do.
+
+  a number        a return code, the status of a REAL, an exit status, a signal
+  a name          KA_NO_FUNCTION, REAL_RANGE, SIGSEGV, died
+  a message       of a host or of ka, quoted or not; numbers and names in it may differ
+  -               the lines of standard input, each as a message)";
+
+constexpr const char *examples = R"(Examples:
+  ka explain 7
+  ka explain -1201
+  ka explain SIGSEGV
+  ka explain 'Unsupported DLL_VERSION 102'
+  ka explain --json 17
+  ka explain --all
+)";
+
+struct ExplainHelp : CLI::Formatter {
+    std::string make_usage(const CLI::App *, std::string) const override
+    {
+        return "\nUsage: ka explain [OPTIONS] NUMBER | NAME | MESSAGE... | -\n";
+    }
+};
+
+// ---- Finding ---------------------------------------------------------------------------------------------------
+
+// Each explanation once, however many lines it explains.
+Rows find_lines(std::istream &lines)
+{
+    Rows found;
+    for (std::string line; std::getline(lines, line);) {
+        for (const Explanation *row : look_up(line))
+            if (std::find(found.begin(), found.end(), row) == found.end()) found.push_back(row);
+    }
+    return found;
+}
+
+Rows find_wished(const Wishes &wishes)
+{
+    Rows found;
+    if (wishes.all) {
+        for (const Explanation &row : explanations())
+            found.push_back(&row);
+        return found;
+    }
+    if (wishes.text == "-") return find_lines(std::cin);
+    std::istringstream lines(wishes.text);
+    return find_lines(lines);
+}
+
+// ---- Showing ---------------------------------------------------------------------------------------------------
+
+std::string paragraph(const std::string &label, const char *text)
+{
+    const std::string indent(label.size(), ' ');
+    std::string out;
+    std::string line = label;
+    const auto width = static_cast<size_t>(columns_of(STDOUT_FILENO));
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        if (line.size() + 1 + word.size() > width) {
+            out += line + "\n";
+            line = indent;
+        }
+        line += (line.ends_with(' ') ? "" : " ") + word;
+    }
+    return out + line + "\n";
+}
+
+std::string first_line(const char *text)
+{
+    return std::string(text).substr(0, std::string(text).find('\n'));
+}
+
+std::string heading(const Explanation &row)
+{
+    const std::string number = row.number == NO_NUMBER ? "" : std::to_string(row.number);
+    const std::string name = row.name;
+    const std::string gap = number.empty() || name.empty() ? "" : " ";
+    const std::string key = number + gap + name;
+    const std::string shown = key.empty() ? "\"" + first_line(row.messages) + "\"" : key;
+    return painted(shown, Paint::name, STDOUT_FILENO) + ", " + row.layer;
+}
+
+std::string show(const Rows &rows)
+{
+    std::string out;
+    for (const Explanation *row : rows) {
+        out += (out.empty() ? "" : "\n") + heading(*row) + "\n";
+        out += paragraph("  means   ", row->meaning);
+        out += paragraph("  cause   ", row->cause);
+        out += paragraph("  remedy  ", row->remedy);
+    }
+    return out;
+}
+
+std::string json_of(const Rows &rows)
+{
+    using nlohmann::ordered_json;
+    ordered_json list = ordered_json::array();
+    for (const Explanation *row : rows) {
+        ordered_json json;
+        json["layer"] = row->layer;
+        json["number"] = row->number == NO_NUMBER ? ordered_json() : ordered_json(row->number);
+        json["name"] = row->name;
+        json["message"] = first_line(row->messages);
+        json["meaning"] = row->meaning;
+        json["cause"] = row->cause;
+        json["remedy"] = row->remedy;
+        list.push_back(json);
+    }
+    return list.dump() + "\n";
+}
+
+// ---- The command -----------------------------------------------------------------------------------------------
+
+int run_explain(const Wishes &wishes)
+{
+    if (wishes.text.empty() && !wishes.all) return complain(EXIT_USAGE, "a number, a name or a message is missing");
+    const Rows rows = find_wished(wishes);
+    if (rows.empty()) {
+        const bool may_be_own = is_number(wishes.text);
+        return complain(EXIT_USAGE,
+                        "nothing is known about '" + wishes.text + "'" +
+                            (may_be_own ? "; as the return code of a call it is the function's own" : ""));
+    }
+    std::cout << (wishes.json ? json_of(rows) : show(rows)) << std::flush;
+    return std::cout ? EXIT_DONE : complain(EXIT_USAGE, "the results could not be written");
+}
+
+} // namespace
+
+void add_explain_command(CLI::App &app, int &exit_status)
+{
+    const auto wishes = std::make_shared<Wishes>();
+    CLI::App *explain = app.add_subcommand("explain", description);
+    explain->formatter(std::make_shared<ExplainHelp>());
+    explain->allow_extras(); // a number may begin with a minus sign
+    explain->footer(std::string(examples) + "\n" + exit_status_help());
+    explain->add_flag("--all", wishes->all, "shows all that is known");
+    explain->add_flag("--json", wishes->json, "shows one JSON array");
+    explain->callback([wishes, explain, &exit_status] {
+        for (const std::string &word : explain->remaining())
+            if (word != "--") wishes->text += (wishes->text.empty() ? "" : " ") + word;
+        exit_status = run_explain(*wishes);
+    });
+}
