@@ -125,6 +125,12 @@ void end_process(ka_host *host);
 void release_host(ka_host *host);
 int32_t fail_dead(ka_host *host, const char *where);
 
+/* tables.cpp: the tables in an image; null with the reason in why. The function of that name, or null. */
+struct t_IMAGE;
+ka_tables *read_image_tables(t_IMAGE *image, char *why, size_t size);
+const ka_function *look_up(const ka_tables *tables, const char *name, int32_t length);
+enum { KIND_UNREADABLE = INT32_MIN }; /* of a prototype that lies outside the module */
+
 /* rest.cpp */
 enum t_REST { NOT_AT_REST, AT_REST_IDLE, AT_REST_IN_CALLBACK, REST_UNKNOWABLE };
 t_REST look_for_rest(ka_host *host);

@@ -12,13 +12,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "image.h"
+
 static bool refuse(char *why, size_t size, const char *reason)
 {
     snprintf(why, size, "%s", reason);
     return false;
 }
 
-static bool check_header(const Elf32_Ehdr *header, ssize_t length, char *why, size_t size)
+bool check_elf_header(const Elf32_Ehdr *header, ssize_t length, char *why, size_t size)
 {
     if (length < EI_NIDENT || memcmp(header->e_ident, ELFMAG, SELFMAG) != 0)
         return refuse(why, size, "not an ELF file");
@@ -52,7 +54,7 @@ bool check_module(const char *path, char *why, size_t size)
     if (faccessat(AT_FDCWD, path, X_OK, AT_EACCESS) != 0) return refuse(why, size, "not executable");
     Elf32_Ehdr header;
     const ssize_t length = read_header(path, &header);
-    return length < 0 || check_header(&header, length, why, size);
+    return length < 0 || check_elf_header(&header, length, why, size);
 }
 
 static bool find_loader(int fd, char *loader, size_t size)

@@ -1,0 +1,70 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Bytes of an image, by pages: a table of thousands of small records and names is then read with few system calls. */
+#include "image.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+t_IMAGE *create_image(pid_t pid, int fd)
+{
+    t_IMAGE *image = static_cast<t_IMAGE *>(calloc(1, sizeof *image));
+    if (!image) return nullptr;
+    image->pid = pid;
+    image->fd = fd;
+    return image;
+}
+
+void close_image(t_IMAGE *image)
+{
+    if (!image) return;
+    if (image->fd != -1) close(image->fd);
+    free(image);
+}
+
+static int read_page(t_IMAGE *image, uint32_t address, uint8_t *bytes)
+{
+    if (image->pages_read++ >= PAGES_READ_MAX) return EFBIG;
+    return image->pid != 0 ? read_process_page(image, address, bytes) : read_file_page(image, address, bytes);
+}
+
+/* The page that begins at the address, or null. */
+static const t_PAGE *page_at(t_IMAGE *image, uint32_t address)
+{
+    t_PAGE *page = &image->pages[address / PAGE_BYTES % PAGES_KEPT];
+    if (page->filled && page->address == address) return page;
+    const int error = read_page(image, address, page->bytes);
+    page->address = address;
+    page->filled = error == 0;
+    if (error != 0) image->error = error;
+    return page->filled ? page : nullptr;
+}
+
+/* Addresses count up beyond the last one as they do in the program: from 0 again. */
+bool read_image(t_IMAGE *image, uint32_t address, void *to, size_t size)
+{
+    uint8_t *at = static_cast<uint8_t *>(to);
+    while (size > 0) {
+        const uint32_t inside = address % PAGE_BYTES;
+        const t_PAGE *page = page_at(image, address - inside);
+        if (!page) return false;
+        const size_t left = PAGE_BYTES - inside;
+        const size_t part = size < left ? size : left;
+        memcpy(at, page->bytes + inside, part);
+        at += part;
+        address += static_cast<uint32_t>(part);
+        size -= part;
+    }
+    return true;
+}
+
+int32_t read_image_text(t_IMAGE *image, uint32_t address, char *buffer, int32_t size)
+{
+    for (int32_t length = 0; length < size; length++) {
+        if (!read_image(image, address + static_cast<uint32_t>(length), buffer + length, 1)) return TEXT_UNREADABLE;
+        if (buffer[length] == '\0') return length;
+    }
+    return TEXT_TOO_LONG;
+}

@@ -1,0 +1,138 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Symbols that an image exports, found through the hash tables that the loader uses. They stay when a file is
+ * stripped. A variable of a library that the program itself mentions lies in the program; so the order of the objects
+ * counts. */
+#include <string.h>
+
+#include "image.h"
+
+enum {
+    DYNAMICS_MAX = 1024, /* entries of a dynamic segment */
+    CHAIN_MAX = 4096,    /* symbols of one hash value; a few are usual */
+    SYMBOL_NAME = 32     /* the longest name that is looked for, terminator included */
+};
+
+bool find_dynamic(t_IMAGE *image, const t_OBJECT *object, int32_t tag, uint32_t *value)
+{
+    bool found = false;
+    for (uint32_t i = 0; i < DYNAMICS_MAX; i++) {
+        Elf32_Dyn entry;
+        if (!read_image(image, object->dynamic + i * static_cast<uint32_t>(sizeof entry), &entry, sizeof entry))
+            return found;
+        if (entry.d_tag == DT_NULL) return found;
+        if (entry.d_tag != tag) continue;
+        *value = entry.d_un.d_val;
+        found = true;
+    }
+    return found;
+}
+
+/* Some loaders add the bias in the dynamic segment itself, of some objects. */
+static bool find_table(t_IMAGE *image, const t_OBJECT *object, int32_t tag, uint32_t *address)
+{
+    if (!find_dynamic(image, object, tag, address)) return false;
+    if (*address < object->bias) *address += object->bias;
+    return true;
+}
+
+struct t_SYMBOLS {
+    t_IMAGE *image;
+    const t_OBJECT *object;
+    const char *name;
+    uint32_t table;
+    uint32_t strings;
+};
+
+static bool read_word(t_IMAGE *image, uint32_t table, uint32_t index, uint32_t *word)
+{
+    return read_image(image, table + index * 4, word, sizeof *word);
+}
+
+/* True when the symbol of this number is the one that is looked for. */
+static bool is_wanted(const t_SYMBOLS *symbols, uint32_t number, uint32_t *address)
+{
+    Elf32_Sym symbol;
+    char own[SYMBOL_NAME];
+    const uint32_t at = symbols->table + number * static_cast<uint32_t>(sizeof symbol);
+    if (!read_image(symbols->image, at, &symbol, sizeof symbol) || symbol.st_shndx == SHN_UNDEF) return false;
+    if (read_image_text(symbols->image, symbols->strings + symbol.st_name, own, sizeof own) < 0) return false;
+    if (strcmp(own, symbols->name) != 0) return false;
+    *address = symbol.st_value + symbols->object->bias;
+    return true;
+}
+
+/* ---- The two kinds of hash tables ------------------------------------------------------------------------------ */
+
+static uint32_t gnu_hash_of(const char *name)
+{
+    uint32_t hash = 5381;
+    for (; *name != '\0'; name++)
+        hash = hash * 33 + static_cast<unsigned char>(*name);
+    return hash;
+}
+
+/* Header, a filter that is not needed, buckets, chains. A chain ends with a word whose lowest bit is set; the other
+   bits are those of the hash value. */
+static bool look_in_gnu_table(const t_SYMBOLS *symbols, uint32_t table, uint32_t *address)
+{
+    struct {
+        uint32_t buckets, first_symbol, filter_words, filter_shift;
+    } header;
+    const uint32_t hash = gnu_hash_of(symbols->name);
+    if (!read_image(symbols->image, table, &header, sizeof header) || header.buckets == 0) return false;
+    const uint32_t buckets = table + static_cast<uint32_t>(sizeof header) + header.filter_words * 4;
+    const uint32_t chains = buckets + header.buckets * 4;
+    uint32_t number = 0;
+    if (!read_word(symbols->image, buckets, hash % header.buckets, &number) || number == 0) return false;
+    for (int32_t i = 0; i < CHAIN_MAX; i++, number++) {
+        uint32_t own = 0;
+        if (!read_word(symbols->image, chains, number - header.first_symbol, &own)) return false;
+        if ((own | 1) == (hash | 1) && is_wanted(symbols, number, address)) return true;
+        if (own & 1) return false;
+    }
+    return false;
+}
+
+static uint32_t sysv_hash_of(const char *name)
+{
+    uint32_t hash = 0;
+    for (; *name != '\0'; name++) {
+        hash = (hash << 4) + static_cast<unsigned char>(*name);
+        const uint32_t top = hash & 0xf0000000;
+        hash ^= top >> 24;
+        hash &= ~top;
+    }
+    return hash;
+}
+
+/* Two counts, buckets, and for each symbol the next one of its chain; 0 ends it. */
+static bool look_in_sysv_table(const t_SYMBOLS *symbols, uint32_t table, uint32_t *address)
+{
+    uint32_t buckets = 0;
+    uint32_t number = 0;
+    if (!read_word(symbols->image, table, 0, &buckets) || buckets == 0) return false;
+    if (!read_word(symbols->image, table, 2 + sysv_hash_of(symbols->name) % buckets, &number)) return false;
+    for (int32_t i = 0; i < CHAIN_MAX && number != 0; i++) {
+        if (is_wanted(symbols, number, address)) return true;
+        if (!read_word(symbols->image, table, 2 + buckets + number, &number)) return false;
+    }
+    return false;
+}
+
+static bool look_in_object(t_IMAGE *image, const t_OBJECT *object, const char *name, uint32_t *address)
+{
+    t_SYMBOLS symbols = {image, object, name, 0, 0};
+    uint32_t hashes = 0;
+    if (!find_table(image, object, DT_SYMTAB, &symbols.table)) return false;
+    if (!find_table(image, object, DT_STRTAB, &symbols.strings)) return false;
+    if (find_table(image, object, DT_GNU_HASH, &hashes)) return look_in_gnu_table(&symbols, hashes, address);
+    return find_table(image, object, DT_HASH, &hashes) && look_in_sysv_table(&symbols, hashes, address);
+}
+
+bool find_symbol(t_IMAGE *image, const char *name, uint32_t *address)
+{
+    for (int32_t i = 0; i < image->object_count; i++)
+        if (look_in_object(image, &image->objects[i], name, address)) return true;
+    return false;
+}

@@ -1,0 +1,4 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The program that belongs to apart.c. */
+typedef int apart_program;

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+//
+// The tables of modules, read from their files: however they were linked, and what is said where there are none.
+#include "caller/hosts.h"
+
+#include <cstring>
+#include <elf.h>
+
+#include "caller/waiting.h"
+#include "ka/dll_module.h"
+
+// "add(a:1 b:1 sum:2)", a minimum behind the kind where there is one.
+static std::string text_of(const ka_function &function)
+{
+    std::string text;
+    for (int32_t i = 0; i < function.prototype_count; i++) {
+        const ka_prototype &prototype = function.prototypes[i];
+        text += (i > 0 ? " " : "") + std::string(prototype.name) + ":" + std::to_string(prototype.kind);
+        if (prototype.element_count != 0) text += ":" + std::to_string(prototype.element_count);
+    }
+    return function.name + ("(" + text + ")");
+}
+
+static std::vector<std::string> texts_of(const ka_tables *tables)
+{
+    std::vector<std::string> texts;
+    for (int32_t i = 0; tables != nullptr && i < tables->function_count; i++)
+        texts.push_back(text_of(tables->functions[i]));
+    return texts;
+}
+
+struct TablesOfFile {
+    explicit TablesOfFile(const std::string &path) : tables(ka_read_tables(path.c_str(), why, sizeof why)) {}
+    ~TablesOfFile() { ka_free_tables(tables); }
+    TablesOfFile(const TablesOfFile &) = delete;
+    TablesOfFile &operator=(const TablesOfFile &) = delete;
+    char why[200] = "";
+    ka_tables *tables;
+};
+
+static void expect_tasks(const ka_tables *tables)
+{
+    const std::vector<std::string> texts = texts_of(tables);
+    ASSERT_GT(texts.size(), 20u);
+    EXPECT_EQ(texts[0], "add(a:1 b:1 sum:2)");
+    EXPECT_EQ(texts[2], "scale(values:6:1 factor:4)");
+    EXPECT_EQ(texts[5], "shout(texts:9:2)");
+    EXPECT_EQ(texts[9], "count_call()");
+    EXPECT_EQ(texts.back(), "scribble_base()");
+}
+
+TEST(TablesOfFiles, are_found_however_the_module_was_linked)
+{
+    for (const char *name : {"tasks", "fixed", "stripped", "fixed_stripped", "sysv", "fixed_sysv"}) {
+        SCOPED_TRACE(name);
+        const TablesOfFile file(CALLER_MODULES "/caller_module_" + std::string(name));
+        EXPECT_STREQ(file.why, "");
+        expect_tasks(file.tables);
+    }
+}
+
+TEST(TablesOfFiles, are_found_without_section_headers)
+{
+    for (const char *name : {"stripped", "fixed_stripped"}) {
+        std::string bytes = read_file(CALLER_MODULES "/caller_module_" + std::string(name));
+        Elf32_Ehdr header;
+        std::memcpy(&header, bytes.data(), sizeof header);
+        bytes.resize(header.e_shoff);
+        header.e_shoff = header.e_shnum = header.e_shstrndx = 0;
+        std::memcpy(bytes.data(), &header, sizeof header);
+        const File file(bytes, 0644);
+        expect_tasks(TablesOfFile(file.path).tables);
+    }
+}
+
+TEST(TablesOfFiles, that_are_filled_at_start_are_empty)
+{
+    const TablesOfFile file(CALLER_MODULES "/caller_module_built");
+    ASSERT_NE(file.tables, nullptr) << file.why;
+    EXPECT_EQ(file.tables->function_count, 0);
+    EXPECT_EQ(ka_find_function(file.tables, ""), nullptr);
+}
+
+TEST(TablesOfFiles, function_is_found_by_its_exact_name)
+{
+    const TablesOfFile file(tasks_module);
+    ASSERT_NE(file.tables, nullptr);
+    for (int32_t i = 0; i < file.tables->function_count; i++)
+        EXPECT_EQ(ka_find_function(file.tables, file.tables->functions[i].name), &file.tables->functions[i]);
+    for (const char *name : {"", "ad", "Add", "add ", "sum"})
+        EXPECT_EQ(ka_find_function(file.tables, name), nullptr) << name;
+    EXPECT_EQ(ka_find_function(file.tables, std::string(5000, 'a').c_str()), nullptr);
+}
+
+static std::string why_no_tables(const std::string &path)
+{
+    const TablesOfFile file(path);
+    EXPECT_EQ(file.tables, nullptr);
+    return file.why;
+}
+
+TEST(TablesOfFiles, that_are_none_are_explained)
+{
+    const File text("no program", 0644);
+    const File cut(read_file(tasks_module).substr(0, 60), 0644);
+    EXPECT_EQ(why_no_tables("/no/such/module"), "no such file");
+    EXPECT_EQ(why_no_tables("/tmp"), "a directory");
+    EXPECT_EQ(why_no_tables("/dev/zero"), "not a regular file");
+    EXPECT_EQ(why_no_tables(text.path), "not an ELF file");
+    EXPECT_EQ(why_no_tables(cut.path), "a cut off ELF file");
+    EXPECT_EQ(why_no_tables(CALLER_HOST_LIBRARY), "no module: KaFuncList is missing");
+    EXPECT_EQ(why_no_tables(CALLER_MODULES "/caller_module_apart"), "no module: KaFuncList is missing");
+}
+
+TEST(TablesOfFiles, reason_is_cut_to_its_room)
+{
+    char why[8] = "";
+    EXPECT_EQ(ka_read_tables("/no/such/module", why, sizeof why), nullptr);
+    EXPECT_STREQ(why, "no such");
+}
