@@ -220,11 +220,12 @@ static void keep_name(ka_host *host, const char *function)
 
 int32_t ka_begin(ka_host *host, const char *function)
 {
-    if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
+    if (host->state == STATE_ENDED && !can_restart(host))
+        return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
     if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "ka_begin inside a call-back of the same host");
-    host->error = {};
-    host->error.exit_status = -1;
+    clear_error(host);
     host->build_error = KA_DONE;
+    host->sent = false;
     host->argc = 0;
     host->cursor = VALUES_START;
     host->state = STATE_BUILDING;

@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
- * The end of a host: asked for, or found. The process is waited for and everything is released; what is left of the
- * ka_host is the record of its last error. */
+ * The end of a host: asked for, or found. The process is waited for and what belongs to it is released. The segment
+ * stays until the host is closed: it holds the arguments that an error is reported with, a call that was built before
+ * the end, and the scratch area, for the process that may be started next. */
 #include "host.h"
 
 #include <errno.h>
@@ -22,16 +23,24 @@ void close_fd(int *fd)
     *fd = -1;
 }
 
-void release_host(ka_host *host)
+void release_process(ka_host *host)
 {
     if (host->doorbell_fd != -1) drain_doorbell(host);
     close_fd(&host->doorbell_fd);
     release_doorbell(host);
     close_fd(&host->pid_fd);
     close_fd(&host->status_fd);
-    remove_segment(host);
     host->pid = 0;
+    host->answered = false;
     host->state = STATE_ENDED;
+}
+
+int32_t lose_host(ka_host *host)
+{
+    end_process(host);
+    release_process(host);
+    host->losses++;
+    return host->error.error_class;
 }
 
 /* Never another process that has got the number of a dead host. */
@@ -54,12 +63,14 @@ static bool dead_by(const ka_host *host, int64_t until)
 void end_process(ka_host *host)
 {
     if (host->pid_fd == -1) return;
+    const int cancel_fd = host->options.cancel_fd;
     host->options.cancel_fd = -1; /* an end is not cancelled */
     signal_process(host, SIGTERM);
     if (!dead_by(host, deadline_after_ms(host->options.grace_ms))) {
         signal_process(host, SIGKILL);
         dead_by(host, deadline_after_ms(5000));
     }
+    host->options.cancel_fd = cancel_fd;
     siginfo_t info = {};
     waitid(P_PIDFD, static_cast<id_t>(host->pid_fd), &info, WEXITED | WNOHANG);
 }
@@ -97,7 +108,8 @@ int32_t fail_dead(ka_host *host, const char *where)
         describe_death(host, &info, text, sizeof text);
         snprintf(host->error.text, sizeof host->error.text, "%.200s: the host %s %s", host->module, text, where);
     }
-    release_host(host);
+    release_process(host);
+    host->losses++;
     return host->error.error_class;
 }
 
@@ -106,7 +118,8 @@ int32_t ka_close(ka_host *host)
     if (!host) return KA_DONE;
     if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a host cannot be closed inside its call-back");
     end_process(host);
-    release_host(host);
+    release_process(host);
+    remove_segment(host);
     free(host->module);
     free(host);
     return KA_DONE;

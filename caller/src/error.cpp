@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * Error records: one class, one line of text. */
+ * Error records: one class, one line of text, and whether the call may be made again. */
 #include "host.h"
 
 #include <errno.h>
@@ -39,11 +39,33 @@ const char *errno_text(int error_number)
     return text ? text : "unknown error";
 }
 
-int32_t fail(ka_host *host, int32_t error_class, const char *format, ...)
+static int32_t retry_after(int32_t error_class, bool sent)
+{
+    switch (error_class) {
+    case KA_CLOSED:
+        return KA_RETRY_YES;
+    case KA_DIED:
+    case KA_DEADLINE:
+    case KA_SYSTEM:
+    case KA_CANCELLED:
+        return sent ? KA_RETRY_UNSURE : KA_RETRY_YES;
+    default:
+        return KA_RETRY_NO;
+    }
+}
+
+int32_t clear_error(ka_host *host)
 {
     host->error = {};
-    host->error.error_class = error_class;
     host->error.exit_status = -1;
+    return KA_DONE;
+}
+
+int32_t fail(ka_host *host, int32_t error_class, const char *format, ...)
+{
+    clear_error(host);
+    host->error.error_class = error_class;
+    host->error.retry = retry_after(error_class, host->sent);
     va_list values;
     va_start(values, format);
     // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the line before it is not understood

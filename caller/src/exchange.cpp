@@ -54,7 +54,9 @@ static int ring(ka_host *host, int32_t known)
     store32(host, host->layout->cbval, host->mark);
     store32(host, host->layout->retcode, host->known);
     store32(host, host->layout->argc, host->argc);
-    return signal_process(host, SIGUSR2);
+    const int error = signal_process(host, SIGUSR2);
+    if (error == 0) host->sent = true;
+    return error;
 }
 
 /* ---- The verdict ----------------------------------------------------------------------------------------------- */
@@ -115,14 +117,6 @@ static int32_t answer(ka_host *host, int32_t value)
     return host->options.callback ? host->options.callback(host, value, host->options.user) : 0;
 }
 
-/* The host is ended whatever it is doing; the error stays. */
-static int32_t give_up(ka_host *host)
-{
-    end_process(host);
-    release_host(host);
-    return host->error.error_class;
-}
-
 static int32_t fail_exchange(ka_host *host, t_EVENT event, bool in_callback)
 {
     const char *what = in_callback ? "a call-back of" : "a call of";
@@ -137,14 +131,14 @@ static int32_t fail_exchange(ka_host *host, t_EVENT event, bool in_callback)
     } else {
         fail_system(host, EIO, "cannot read the host's state from /proc");
     }
-    return give_up(host);
+    return lose_host(host);
 }
 
 static int32_t fail_ring(ka_host *host, int error, bool in_callback)
 {
     if (error == ESRCH) return fail_exchange(host, EVENT_DIED, in_callback);
     fail_system(host, error, "cannot signal the host");
-    return give_up(host);
+    return lose_host(host);
 }
 
 static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
@@ -160,6 +154,7 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
         host->answered = true;
         if (reply.event == EVENT_RETURNED) {
             store32(host, host->layout->argc, 0);
+            host->losses = 0;
             *return_code = reply.value;
             return KA_DONE;
         }
@@ -168,13 +163,15 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
     }
 }
 
-/* What happened while nobody waited: a reply to a foreign signal is dropped, a death is reported. */
-static int32_t look_before_call(ka_host *host)
+/* What happened while nobody waited: a reply to a foreign signal is dropped, a death is reported, unless the host may
+   be started again. */
+static int32_t look_before_call(ka_host *host, int64_t deadline)
 {
     const int woken = wait_until(host, -1, 0);
     if (woken & WOKEN_BY_CANCEL) return fail_exchange(host, EVENT_CANCELLED, false);
-    if (woken & WOKEN_BY_DEATH) return fail_dead(host, host->answered ? "between calls" : "before its first call");
-    return KA_DONE;
+    if (woken & WOKEN_BY_DEATH) fail_dead(host, host->answered ? "between calls" : "before its first call");
+    if (host->pid_fd != -1) return KA_DONE;
+    return can_restart(host) ? start_again(host, deadline) : host->error.error_class;
 }
 
 static int32_t fail_out_of_turn(ka_host *host)
@@ -189,9 +186,16 @@ int32_t ka_call(ka_host *host, int32_t *return_code)
     if (host->state != STATE_BUILDING) return fail_out_of_turn(host);
     if (host->build_error != KA_DONE) return host->build_error;
     const int64_t deadline = deadline_after_ms(host->options.deadline_ms);
-    if (look_before_call(host) != KA_DONE) return host->error.error_class;
-    host->state = STATE_CALLING;
-    const int32_t status = exchange(host, deadline, return_code);
-    if (status == KA_DONE) host->state = STATE_CALLED;
-    return status;
+    int32_t status = look_before_call(host, deadline);
+    if (status == KA_DONE) {
+        host->state = STATE_CALLING;
+        status = exchange(host, deadline, return_code);
+    }
+    if (status != KA_DONE) {
+        restart_at_once(host);
+        return status;
+    }
+    host->state = STATE_CALLED;
+    host->sent = false;
+    return KA_DONE;
 }

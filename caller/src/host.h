@@ -31,9 +31,9 @@ struct t_SLOT {
 };
 
 enum t_STATE {
-    STATE_ENDED,    /* no process and no segment */
+    STATE_ENDED,    /* no process; a segment that is there waits for the next one */
     STATE_READY,    /* started; no call begun */
-    STATE_BUILDING, /* from ka_begin to ka_call */
+    STATE_BUILDING, /* from ka_begin to ka_call; the process may have ended before, or meanwhile */
     STATE_CALLING,  /* inside ka_call */
     STATE_CALLED    /* results can be read */
 };
@@ -64,6 +64,11 @@ struct ka_host {
     int doorbell_fd; /* a signalfd for SIGUSR2 */
     int status_fd;   /* /proc/PID/status; follows the process, not the number */
     bool answered;   /* it has answered at least once */
+    bool sent;       /* a request for the call that was begun has gone out */
+
+    bool openable;      /* the options are sound: it can be started, and started again */
+    int64_t started_ns; /* when it was started last */
+    int32_t losses;     /* ends and failed starts since the last call that succeeded */
 
     int32_t mark;  /* cbval as it was before the host was signalled */
     int32_t known; /* retcode likewise */
@@ -80,16 +85,16 @@ struct ka_host {
 /* error.cpp: store the error and return its class. */
 __attribute__((format(printf, 3, 4))) int32_t fail(ka_host *host, int32_t error_class, const char *format, ...);
 int32_t fail_system(ka_host *host, int error_number, const char *what);
+int32_t clear_error(ka_host *host); /* KA_DONE */
 const char *errno_text(int error_number);
 
 /* random.cpp */
 void seed_random(ka_host *host);
 int32_t random_word(ka_host *host);
 
-/* segment.cpp. The key is a name for the segment that others need only until it is marked for removal. */
+/* segment.cpp */
 int32_t check_sizes(ka_host *host);
-int32_t create_segment(ka_host *host, key_t key);
-void remove_abandoned_segment(key_t key, pid_t creator);
+int32_t create_segment(ka_host *host);
 void remove_segment(ka_host *host);
 void write_header(ka_host *host);
 void write_descriptor(ka_host *host, int32_t index);
@@ -97,6 +102,12 @@ int32_t load32(const ka_host *host, int32_t offset);
 void store32(ka_host *host, int32_t offset, int32_t value);
 bool still_by_reference(const ka_host *host, int32_t index);
 enum { VALUES_START = sizeof(t_DLL_INFO64) }; /* behind the descriptors of either layout */
+
+/* abandoned.cpp: what a segment looks like from its creation until it is marked for removal, and the removal of those
+   whose creator died in between. Async-signal-safe. */
+enum : size_t { SIZE_STEP = 4096, SIZE_MARK = 0x6b1 }; /* its size is SIZE_MARK above a multiple of SIZE_STEP */
+key_t new_segment_key(ka_host *host);
+void remove_abandoned_segments(pid_t dead_creator); /* 0 for those of any dead creator */
 
 /* module.cpp: why the file cannot be a module; true when nothing speaks against it. */
 bool check_module(const char *path, char *why, size_t size);
@@ -109,11 +120,20 @@ void release_doorbell(ka_host *host);
 int open_doorbell(void);
 void drain_doorbell(const ka_host *host);
 
+/* open.cpp */
+int32_t start_host(ka_host *host, int64_t deadline);
+
+/* restart.cpp */
+bool can_restart(const ka_host *host);
+int32_t start_again(ka_host *host, int64_t deadline); /* after the pause that is due */
+void restart_at_once(ka_host *host);                  /* when policy and pause allow it; the error stays */
+
 /* start.cpp */
 int32_t start_process(ka_host *host, int64_t deadline);
 
 /* wait.cpp: waits for the first of these things; more than one bit can be set, none when the time is over. */
 enum { WOKEN_BY_SIGNAL = 1, WOKEN_BY_DEATH = 2, WOKEN_BY_CANCEL = 4, WOKEN_BY_PIPE = 8 };
+enum : int64_t { NS_PER_MS = 1000000, NS_PER_S = 1000000000 };
 int wait_until(const ka_host *host, int pipe_fd, int64_t until);
 int64_t now_ns(void);
 int64_t deadline_after_ms(int32_t milliseconds);
@@ -122,7 +142,8 @@ int64_t deadline_after_ms(int32_t milliseconds);
 void close_fd(int *fd);                              /* unless it is -1, which it becomes */
 int signal_process(const ka_host *host, int signal); /* 0 or an errno */
 void end_process(ka_host *host);
-void release_host(ka_host *host);
+void release_process(ka_host *host); /* what belongs to the process, which is dead; the segment stays */
+int32_t lose_host(ka_host *host); /* ends the process if need be, releases it; the class of the error, which stays */
 int32_t fail_dead(ka_host *host, const char *where);
 
 /* tables.cpp: the tables in an image; null with the reason in why. The function of that name, or null. */

@@ -36,6 +36,17 @@ void ka_options_init(ka_options *options, uint32_t size)
     options->size = size;
 }
 
+static int32_t check_restart(ka_host *host)
+{
+    const ka_options *options = &host->options;
+    if (options->restart < KA_RESTART_NEVER || options->restart > KA_RESTART_AT_ONCE)
+        return fail(host, KA_ARGUMENT, "there is no restart policy %d", options->restart);
+    if (options->restart_pause_ms < 0 || options->restart_pause_max_ms < 0)
+        return fail(host, KA_ARGUMENT, "a pause of %d to %d ms before a restart", options->restart_pause_ms,
+                    options->restart_pause_max_ms);
+    return KA_DONE;
+}
+
 /* Fields that the program was compiled without keep their defaults; fields that this library does not know are not
    looked at. */
 static int32_t take_options(ka_host *host, const ka_options *options)
@@ -48,20 +59,41 @@ static int32_t take_options(ka_host *host, const ka_options *options)
     if (host->options.deadline_ms <= 0)
         return fail(host, KA_ARGUMENT, "a deadline of %d ms", host->options.deadline_ms);
     if (host->options.grace_ms < 0) return fail(host, KA_ARGUMENT, "a grace time of %d ms", host->options.grace_ms);
-    return KA_DONE;
+    return check_restart(host);
 }
 
-static int32_t start_host(ka_host *host)
+int32_t start_host(ka_host *host, int64_t deadline)
 {
-    const int64_t deadline = deadline_after_ms(host->options.deadline_ms);
     char why[128];
+    host->started_ns = now_ns();
     if (!check_module(host->module, why, sizeof why))
         return fail(host, KA_START, "cannot start %.300s: %s", host->module, why);
-    if (check_sizes(host) != KA_DONE) return host->error.error_class;
     hold_doorbell(host);
     host->doorbell_fd = open_doorbell();
     if (host->doorbell_fd == -1) return fail_system(host, errno, "cannot create a signal descriptor");
     return start_process(host, deadline);
+}
+
+/* Started for the first time, or at the program's wish: without a pause. */
+static int32_t open_process(ka_host *host)
+{
+    if (start_host(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return lose_host(host);
+    host->state = STATE_READY;
+    return KA_DONE;
+}
+
+int32_t ka_restart(ka_host *host)
+{
+    if (host->state == STATE_CALLING)
+        return fail(host, KA_ARGUMENT, "a host cannot be restarted inside its call-back");
+    if (!host->openable)
+        return fail(host, KA_ARGUMENT, "%.300s was never opened: its options are wrong", host->module);
+    end_process(host);
+    release_process(host);
+    host->sent = false;
+    host->argc = 0;
+    clear_error(host);
+    return open_process(host);
 }
 
 int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
@@ -69,7 +101,7 @@ int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
     ka_host *host = static_cast<ka_host *>(calloc(1, sizeof *host));
     *result = host;
     if (!host) return KA_SYSTEM;
-    host->error.exit_status = -1;
+    clear_error(host);
     host->pid_fd = host->doorbell_fd = host->status_fd = -1;
     seed_random(host);
     host->module = strdup(module);
@@ -78,15 +110,10 @@ int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
         *result = nullptr;
         return KA_SYSTEM;
     }
-    int32_t status = take_options(host, options);
-    if (status == KA_DONE) status = start_host(host);
-    if (status != KA_DONE) {
-        end_process(host);
-        release_host(host);
-        return status;
-    }
-    host->state = STATE_READY;
-    return KA_DONE;
+    if (take_options(host, options) != KA_DONE || check_sizes(host) != KA_DONE) return host->error.error_class;
+    host->openable = true;
+    remove_abandoned_segments(0);
+    return open_process(host);
 }
 
 int32_t ka_pid(const ka_host *host)

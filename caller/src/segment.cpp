@@ -101,7 +101,7 @@ int32_t check_sizes(ka_host *host)
         return fail(host, KA_ARGUMENT,
                     "a segment of %d bytes has no room for the block and a scratch area of %d bytes",
                     options->segment_bytes, options->scratch_bytes);
-    if (options->segment_bytes > INT32_MAX - SLACK)
+    if (options->segment_bytes > INT32_MAX - static_cast<int32_t>(2 * SIZE_STEP))
         return fail(host, KA_ARGUMENT, "a segment of %d bytes is too large", options->segment_bytes);
     return KA_DONE;
 }
@@ -117,14 +117,22 @@ static void place_scratch(ka_host *host)
     }
 }
 
-/* The segment is marked for removal as soon as it is attached: from then on it vanishes with its last user. Linux
-   lets the host attach it by its identifier all the same. Before that it would outlive a caller that is killed; so it
-   has a key, by which the child that waits to become the host finds and removes it. Null, and an errno, on failure.
- */
-static void *attach_segment(ka_host *host, key_t key, int *error)
+static size_t allocated_bytes(const ka_host *host)
 {
-    const size_t size = static_cast<size_t>(host->options.segment_bytes) + SLACK;
-    host->segment_id = shmget(key, size, IPC_CREAT | IPC_EXCL | 0600);
+    const size_t needed = static_cast<size_t>(host->options.segment_bytes) + SLACK;
+    return (needed + SIZE_STEP - 1) / SIZE_STEP * SIZE_STEP + SIZE_MARK;
+}
+
+/* The segment is marked for removal as soon as it is attached: from then on it vanishes with its last user. Linux
+   lets the host, and one that is started after it, attach it by its identifier all the same. Before that it would
+   outlive a caller that is killed; so it has a key and a size by which it is recognised and removed (abandoned.cpp):
+   by the child that waits to become the host, or when both were killed, by the next program that opens one. Null, and
+   an errno, on failure. */
+static void *attach_segment(ka_host *host, int *error)
+{
+    do {
+        host->segment_id = shmget(new_segment_key(host), allocated_bytes(host), IPC_CREAT | IPC_EXCL | 0600);
+    } while (host->segment_id == -1 && errno == EEXIST);
     if (host->segment_id == -1) {
         *error = errno;
         return nullptr;
@@ -135,27 +143,19 @@ static void *attach_segment(ka_host *host, key_t key, int *error)
     return base == reinterpret_cast<void *>(-1) ? nullptr : base;
 }
 
-void remove_abandoned_segment(key_t key, pid_t creator)
-{
-    struct shmid_ds status;
-    const int id = shmget(key, 0, 0);
-    if (id != -1 && shmctl(id, IPC_STAT, &status) == 0 && status.shm_cpid == creator) shmctl(id, IPC_RMID, nullptr);
-}
-
-int32_t create_segment(ka_host *host, key_t key)
+int32_t create_segment(ka_host *host)
 {
     int error = 0;
-    host->base = static_cast<char *>(attach_segment(host, key, &error));
+    host->base = static_cast<char *>(attach_segment(host, &error));
     if (!host->base) {
         char what[64];
         snprintf(what, sizeof what, "cannot create a shared segment of %d bytes", host->options.segment_bytes);
         return fail_system(host, error, what);
     }
     /* A child that the program forks must not keep the segment alive. */
-    madvise(host->base, static_cast<size_t>(host->options.segment_bytes) + SLACK, MADV_DONTFORK);
+    madvise(host->base, allocated_bytes(host), MADV_DONTFORK);
     host->layout = host->options.layout == KA_LAYOUT_64 ? &layout_64 : &layout_32;
     place_scratch(host);
-    write_header(host);
     return KA_DONE;
 }
 

@@ -23,7 +23,6 @@ enum { ARGUMENT_SIZE = 32 }; /* segment identifier and layout, zero-terminated *
 struct t_LAUNCH {
     const char *module;
     pid_t parent;
-    key_t key;     /* of the segment */
     int go[2];     /* pipe: the host's argument goes to the child when the segment is safe */
     int report[2]; /* pipe: errno comes back when the module cannot be executed; closed by a successful exec */
 };
@@ -55,7 +54,7 @@ __attribute__((noreturn)) static void become_host(const t_LAUNCH *launch)
     close(launch->go[1]);
     char argument[ARGUMENT_SIZE];
     if (read(launch->go[0], argument, sizeof argument) != sizeof argument) {
-        remove_abandoned_segment(launch->key, launch->parent);
+        remove_abandoned_segments(launch->parent);
         _exit(127);
     }
     /* A parent that died before the first line sends no signal any more. */
@@ -143,7 +142,8 @@ static int32_t start_child(ka_host *host, t_LAUNCH *launch, int64_t deadline)
 {
     const int error = launch_process(host, launch);
     if (error != 0) return fail_system(host, error, "cannot create a process");
-    if (create_segment(host, launch->key) != KA_DONE) return host->error.error_class;
+    if (!host->base && create_segment(host) != KA_DONE) return host->error.error_class;
+    write_header(host);
     if (send_argument(host, launch) != KA_DONE) return host->error.error_class;
     close_fd(&launch->report[1]); /* the child's is the last */
     return await_exec(host, launch->report[0], deadline);
@@ -151,7 +151,7 @@ static int32_t start_child(ka_host *host, t_LAUNCH *launch, int64_t deadline)
 
 int32_t start_process(ka_host *host, int64_t deadline)
 {
-    t_LAUNCH launch = {host->module, getpid(), random_word(host) | 1, {-1, -1}, {-1, -1}};
+    t_LAUNCH launch = {host->module, getpid(), {-1, -1}, {-1, -1}};
     int32_t result = KA_DONE;
     if (pipe2(launch.go, O_CLOEXEC) != 0 || pipe2(launch.report, O_CLOEXEC) != 0) {
         result = fail_system(host, errno, "cannot create a pipe");

@@ -8,8 +8,6 @@
 #include <poll.h>
 #include <time.h>
 
-enum : int64_t { NS_PER_MS = 1000000, NS_PER_S = 1000000000 };
-
 int64_t now_ns(void)
 {
     struct timespec now;

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -137,6 +138,12 @@ bool segment_vanishes(int segment_id)
 bool segments_of_creator_vanish(pid_t pid)
 {
     return all_vanish([pid](const Segment &segment) { return segment.creator == pid; });
+}
+
+int users_of(int segment_id)
+{
+    struct shmid_ds status;
+    return shmctl(segment_id, IPC_STAT, &status) == 0 ? static_cast<int>(status.shm_nattch) : -1;
 }
 
 int segment_of(pid_t pid)

@@ -54,6 +54,9 @@ bool ends(pid_t pid);
 bool segment_vanishes(int segment_id);
 bool segments_of_creator_vanish(pid_t pid);
 
+// How many processes use a segment; -1 when there is none of that number.
+int users_of(int segment_id);
+
 // The segment that a host was started with.
 int segment_of(pid_t pid);
 

@@ -209,6 +209,79 @@ static pid_t start_traced_caller()
     return caller;
 }
 
+// ---- Caller and child are killed together ----------------------------------------------------------------------
+
+// A segment as it is before its mark, of a creator that has gone, but for the given differences.
+static int abandon_segment(key_t key, size_t size, int mode)
+{
+    int report[2];
+    EXPECT_EQ(pipe(report), 0);
+    const pid_t creator = fork();
+    if (creator == 0) {
+        const int id = shmget(key, size, IPC_CREAT | IPC_EXCL | mode);
+        _exit(write(report[1], &id, sizeof id) == sizeof id ? 0 : 1);
+    }
+    int id = -1;
+    EXPECT_EQ(read(report[0], &id, sizeof id), static_cast<ssize_t>(sizeof id));
+    close(report[0]);
+    close(report[1]);
+    EXPECT_EQ(waitpid(creator, nullptr, 0), creator);
+    EXPECT_NE(id, -1);
+    return id;
+}
+
+// The key and size of a segment that a caller has created and not marked yet.
+static struct shmid_ds unmarked_segment()
+{
+    const pid_t caller = start_traced_caller();
+    struct shmid_ds found = {};
+    while (found.shm_segsz == 0 && run_to_next_system_call(caller)) {
+        const int last = shmctl(0, IPC_INFO, &found);
+        found = {};
+        for (int i = 0; i <= last && found.shm_segsz == 0; i++) {
+            struct shmid_ds segment;
+            const bool meant = shmctl(i, SHM_STAT, &segment) != -1 && segment.shm_cpid == caller;
+            if (meant && segment.shm_perm.__key != IPC_PRIVATE) found = segment;
+        }
+    }
+    kill(caller, SIGKILL);
+    await_children();
+    return found;
+}
+
+TEST(CallerDeath, with_its_child_leaves_a_segment_that_the_next_start_removes)
+{
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    const struct shmid_ds pattern = unmarked_segment();
+    ASSERT_NE(pattern.shm_segsz, 0u);
+    const int id = abandon_segment(pattern.shm_perm.__key, pattern.shm_segsz, 0600);
+    EXPECT_EQ(users_of(id), 0);
+    Host host;
+    EXPECT_EQ(users_of(id), -1);
+}
+
+// Segments of living creators, and of others who happen to have chosen a similar key or size, are left alone.
+TEST(CallerDeath, removes_no_segment_that_can_be_somebody_elses)
+{
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    const struct shmid_ds pattern = unmarked_segment();
+    const key_t key = pattern.shm_perm.__key;
+    ASSERT_NE(pattern.shm_segsz, 0u);
+    const int kept[] = {abandon_segment(key ^ 0x1000000, pattern.shm_segsz, 0600),
+                        abandon_segment(key ^ 1, pattern.shm_segsz + 1, 0600),
+                        abandon_segment(key ^ 2, pattern.shm_segsz, 0660),
+                        shmget(key ^ 3, pattern.shm_segsz, IPC_CREAT | IPC_EXCL | 0600)};
+    {
+        Host host;
+        for (int id : kept)
+            EXPECT_EQ(users_of(id), 0);
+    }
+    for (int id : kept)
+        shmctl(id, IPC_RMID, nullptr);
+}
+
+// ---- At every moment -------------------------------------------------------------------------------------------
+
 // Start, call and end, killed before and after each of their system calls.
 TEST(CallerDeath, at_every_system_call_leaves_no_host_and_no_segment)
 {

@@ -1,0 +1,55 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Starts a host again that has ended: whether, and when. The new process gets the old one's segment, so that a call
+ * that was built is complete and the scratch area keeps its content. */
+#include "host.h"
+
+bool can_restart(const ka_host *host)
+{
+    return host->options.restart != KA_RESTART_NEVER && host->base;
+}
+
+/* From the last start on; doubled with each loss after the first. The shift is bounded, and so is the product. */
+static int64_t pause_end(const ka_host *host)
+{
+    const int32_t doublings = host->losses > 1 ? host->losses - 1 : 0;
+    const int64_t doubled = int64_t{host->options.restart_pause_ms} << (doublings < 31 ? doublings : 31);
+    const int64_t longest = host->options.restart_pause_max_ms;
+    return host->started_ns + (doubled < longest ? doubled : longest) * NS_PER_MS;
+}
+
+static int32_t await_pause(ka_host *host, int64_t deadline)
+{
+    const int64_t end = pause_end(host);
+    const int64_t until = end < deadline ? end : deadline;
+    while (now_ns() < until)
+        if (wait_until(host, -1, until) & WOKEN_BY_CANCEL)
+            return fail(host, KA_CANCELLED, "%.300s: the pause before a new start was cancelled", host->module);
+    if (end <= deadline) return KA_DONE;
+    return fail(host, KA_DEADLINE, "%.300s: after %d ends in a row the host is not started again within %d ms",
+                host->module, host->losses, host->options.deadline_ms);
+}
+
+int32_t start_again(ka_host *host, int64_t deadline)
+{
+    host->state = STATE_ENDED;
+    if (await_pause(host, deadline) != KA_DONE) return host->error.error_class;
+    if (start_host(host, deadline) != KA_DONE) return lose_host(host);
+    return clear_error(host);
+}
+
+/* The new process has a deadline of its own, and what ended or cancelled the call does not end its start. */
+void restart_at_once(ka_host *host)
+{
+    if (host->options.restart != KA_RESTART_AT_ONCE || host->pid_fd != -1 || !can_restart(host)) return;
+    if (pause_end(host) > now_ns()) return;
+    const ka_error error = host->error;
+    const int cancel_fd = host->options.cancel_fd;
+    host->options.cancel_fd = -1;
+    if (start_host(host, deadline_after_ms(host->options.deadline_ms)) == KA_DONE)
+        host->state = STATE_READY;
+    else
+        lose_host(host);
+    host->options.cancel_fd = cancel_fd;
+    host->error = error;
+}
