@@ -11,8 +11,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "caller/waiting.h"
-
 Running start_ka(const std::vector<std::string> &words)
 {
     int out[2];

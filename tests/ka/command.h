@@ -10,6 +10,8 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "caller/waiting.h"
+
 inline const std::string tasks_module = CALLER_MODULES "/caller_module_tasks";
 
 struct Outcome {

@@ -159,8 +159,8 @@ void add_call_command(CLI::App &app, int &exit_status)
     call->footer(std::string(examples) + "\n" + exit_status_help());
     call->add_option("MODULE", wishes->module, "path of the module")->required()->type_name("");
     call->add_option("FUNCTION", wishes->function, "name of the function")->required()->type_name("");
-    call->add_option("--layout", wishes->layout, "layout of the shared block: native or 64")
-        ->check(CLI::IsMember({"native", "64"}).description(""))
+    call->add_option("--layout", wishes->layout, "layout of the shared block")
+        ->check(CLI::IsMember({"native", "64"}))
         ->capture_default_str()
         ->type_name("LAYOUT");
     call->add_option("--deadline", wishes->deadline_s, "seconds to wait for the answer")

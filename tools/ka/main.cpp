@@ -10,8 +10,11 @@
 #include <vector>
 
 #include "call.h"
+#include "completion.h"
+#include "description.h"
 #include "exit_status.h"
 #include "explain.h"
+#include "manual.h"
 #include "real.h"
 
 static int refuse_usage(const std::string &text)
@@ -33,11 +36,20 @@ static int run(int argc, char **argv)
 {
     CLI::App app("Calls functions of modules, each in a process of its own, and looks at REALs.", "ka");
     int exit_status = EXIT_DONE;
+    app.formatter(std::make_shared<Help>());
+    app.set_version_flag("--version", "ka " KA_VERSION);
     app.require_subcommand(0, 1);
     add_call_command(app, exit_status);
     add_real_command(app, exit_status);
     add_explain_command(app, exit_status);
+    add_manual_command(app, exit_status);
+    add_completion_command(app, exit_status);
     app.footer(exit_status_help());
+    // Not a subcommand: the words that follow are unfinished.
+    if (argc > 1 && std::string(argv[1]) == "complete") {
+        std::cout << completion_answer(app, std::vector<std::string>(argv + 2, argv + argc));
+        return EXIT_DONE;
+    }
     try {
         app.parse(words_of(argc, argv));
     } catch (const CLI::Success &help) {
