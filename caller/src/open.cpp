@@ -62,6 +62,13 @@ static int32_t take_options(ka_host *host, const ka_options *options)
     return check_restart(host);
 }
 
+int32_t ka_set_deadline(ka_host *host, int32_t deadline_ms)
+{
+    if (deadline_ms <= 0) return fail(host, KA_ARGUMENT, "a deadline of %d ms", deadline_ms);
+    host->options.deadline_ms = deadline_ms;
+    return KA_DONE;
+}
+
 int32_t start_host(ka_host *host, int64_t deadline)
 {
     char why[128];

@@ -94,3 +94,14 @@ TEST(Options, segment_of_any_size_serves)
         EXPECT_EQ(call_with(host, "scratch_room", 1 << 16), 1);
     }
 }
+
+TEST(Options, deadline_can_be_set_between_calls)
+{
+    Host host;
+    EXPECT_EQ(ka_set_deadline(host, 0), KA_ARGUMENT);
+    EXPECT_EQ(error_text(host), "a deadline of 0 ms");
+    EXPECT_EQ(ka_set_deadline(host, 50), KA_DONE);
+    ka_begin(host, "hang");
+    EXPECT_EQ(call_fails(host), KA_DEADLINE);
+    EXPECT_EQ(error_text(host), tasks_module + ": a call of \"hang\" took more than 50 ms");
+}

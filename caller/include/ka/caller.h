@@ -180,6 +180,9 @@ KA_API int32_t ka_restart(ka_host *host);
    restarts. KA_SYSTEM when the host's memory cannot be written. */
 KA_API int32_t ka_set_trace(ka_host *host, int32_t level);
 
+/* Sets deadline_ms for the calls and starts that follow. KA_ARGUMENT unless it is above 0. */
+KA_API int32_t ka_set_deadline(ka_host *host, int32_t deadline_ms);
+
 /* The host's process id, 0 when it has ended. For people and tools: it is no proof that the host still lives. */
 KA_API int32_t ka_pid(const ka_host *host);
 
