@@ -12,6 +12,7 @@
 #include "call.h"
 #include "completion.h"
 #include "description.h"
+#include "dump.h"
 #include "exit_status.h"
 #include "explain.h"
 #include "manual.h"
@@ -41,6 +42,7 @@ static int run(int argc, char **argv)
     app.require_subcommand(0, 1);
     add_call_command(app, exit_status);
     add_real_command(app, exit_status);
+    add_dump_command(app, exit_status);
     add_explain_command(app, exit_status);
     add_manual_command(app, exit_status);
     add_completion_command(app, exit_status);

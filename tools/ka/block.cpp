@@ -1,0 +1,317 @@
+// SPDX-License-Identifier: MIT
+//
+// See block.h.
+#include "block.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "ka/caller.h"
+#include "ka/dll_block.h"
+
+namespace {
+
+struct Layout {
+    uint32_t base, retcode, shmsz, scratch, cbval, argc, args;
+    uint32_t arg_size, arg_counts; // size of a descriptor; where maxlen, elsz and elcnt stand in it
+    bool wide_addresses;
+};
+
+#define LAYOUT(info, arg, wide)                                                                                    \
+    {                                                                                                              \
+        offsetof(info, base), offsetof(info, retcode), offsetof(info, shmsz), offsetof(info, scratch),             \
+            offsetof(info, cbval), offsetof(info, argc), offsetof(info, args), sizeof(arg), offsetof(arg, maxlen), \
+            wide                                                                                                   \
+    }
+constexpr Layout layout_32 = LAYOUT(t_DLL_INFO32, t_DLL_ARG32, false);
+constexpr Layout layout_64 = LAYOUT(t_DLL_INFO64, t_DLL_ARG64, true);
+
+const Layout &layout_of(int number)
+{
+    return number == 64 ? layout_64 : layout_32;
+}
+
+// Offsets are 64 bits wide, so that no sum wraps before it is tested.
+bool is_inside(Bytes bytes, uint64_t offset, uint64_t length)
+{
+    return offset <= bytes.size && length <= bytes.size - offset;
+}
+
+// 0 for what is outside: those who call it have tested it, or show it as a fault.
+int32_t word_at(Bytes bytes, uint64_t offset)
+{
+    int32_t value = 0;
+    if (is_inside(bytes, offset, sizeof value)) std::memcpy(&value, bytes.data + offset, sizeof value);
+    return value;
+}
+
+uint32_t unsigned_at(Bytes bytes, uint64_t offset)
+{
+    return static_cast<uint32_t>(word_at(bytes, offset));
+}
+
+std::string hex(uint64_t value)
+{
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
+    return text;
+}
+
+// As the host does it: the distance from base, in 32 bits, within shmsz.
+std::optional<uint32_t> translate(const Block &block, uint32_t address)
+{
+    const auto offset = static_cast<int32_t>(address - block.base);
+    if (offset < 0 || offset >= block.shmsz) return std::nullopt;
+    return static_cast<uint32_t>(offset);
+}
+
+// ---- Values ----------------------------------------------------------------------------------------------------
+
+std::string quoted(const std::string &value)
+{
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text = "'";
+    for (const char c : value) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '\'' || c == '\\') {
+            text += {'\\', c};
+        } else if (byte < ' ' || byte == 0x7f) {
+            text += {'\\', 'x', digits[byte / 16], digits[byte % 16]};
+        } else {
+            text += c;
+        }
+    }
+    return text + "'";
+}
+
+std::string fault_of(const t_DECIMAL &real)
+{
+    if (real.dec_pos == DEC_NULL) return "null: a host ends when it is given one";
+    if (real.dec_pos != DEC_POSITIVE && real.dec_pos != DEC_NEGATIVE)
+        return "no REAL: its sign is " + std::to_string(real.dec_pos);
+    if (real.dec_ndgts < 0 || real.dec_ndgts > DEC_DIGITS)
+        return "no REAL: it counts " + std::to_string(real.dec_ndgts) + " digits";
+    if (real.dec_exp < DEC_EXP_MIN || real.dec_exp > DEC_EXP_MAX)
+        return "no REAL: its exponent is " + std::to_string(real.dec_exp);
+    for (int i = 0; i < real.dec_ndgts; i++)
+        if (real.dec_dgts[i] >= DEC_BASE) return "no REAL: a digit is " + std::to_string(real.dec_dgts[i]);
+    if (real.dec_ndgts > 0 && real.dec_dgts[0] == 0) return "not normal: its first digit is 0";
+    return "";
+}
+
+// A REAL of whole value shows a point, so that it is not taken for an INTEGER.
+Element read_real(Bytes bytes, uint64_t offset)
+{
+    t_DECIMAL real;
+    if (!is_inside(bytes, offset, sizeof real)) return {"", "", "reaches beyond the segment"};
+    std::memcpy(&real, bytes.data + offset, sizeof real);
+    const std::string fault = fault_of(real);
+    if (!fault.empty()) return {"", "", fault};
+    char buffer[KA_REAL_TEXT];
+    const std::string text = ka_real_to_text(&real, buffer);
+    const bool whole = text.find_first_not_of("-0123456789") == std::string::npos;
+    return {whole ? text + ".0" : text, "", ""};
+}
+
+Element read_integer(Bytes bytes, uint64_t offset)
+{
+    if (!is_inside(bytes, offset, sizeof(int32_t))) return {"", "", "reaches beyond the segment"};
+    return {std::to_string(word_at(bytes, offset)), "", ""};
+}
+
+constexpr size_t shown_characters = 4096; // of a string
+
+// What there is of a string that says more than there can be is shown up to its room.
+Element read_string(Bytes bytes, uint64_t offset, int32_t room)
+{
+    if (!is_inside(bytes, offset, sizeof(int32_t))) return {"", "", "reaches beyond the segment"};
+    const int32_t length = word_at(bytes, offset);
+    const uint64_t begin = offset + sizeof length;
+    if (length < 0) return {"", "", "its length is " + std::to_string(length)};
+    Element element;
+    if (length > room)
+        element.fault = "its length is " + std::to_string(length) + ", its room " + std::to_string(room);
+    if (!is_inside(bytes, begin, static_cast<uint64_t>(length)))
+        element.fault = "its length is " + std::to_string(length) + ", which reaches beyond the segment";
+    const auto wanted = static_cast<size_t>(element.fault.empty() ? length : std::clamp(room, 0, length));
+    const size_t count = std::min({wanted, bytes.size - static_cast<size_t>(begin), shown_characters});
+    element.bytes.assign(bytes.data + begin, count);
+    element.text = quoted(element.bytes) + (count < wanted ? "..." : "");
+    return element;
+}
+
+Element read_element(Bytes bytes, const Descriptor &descriptor, uint64_t offset)
+{
+    switch (descriptor.type) {
+    case DLL_INTEGER:
+        return read_integer(bytes, offset);
+    case DLL_REAL:
+        return read_real(bytes, offset);
+    default:
+        return read_string(bytes, offset, descriptor.maxlen);
+    }
+}
+
+// ---- Descriptors -----------------------------------------------------------------------------------------------
+
+void read_elements(Bytes bytes, Descriptor &descriptor, int32_t count)
+{
+    for (int32_t k = 0; k < count; k++) {
+        const uint64_t distance = static_cast<uint32_t>(k) * static_cast<uint32_t>(descriptor.elsz) * uint32_t{4};
+        descriptor.elements.push_back(read_element(bytes, descriptor, *descriptor.offset + distance));
+        if (descriptor.elements.back().fault.starts_with("reaches beyond")) break;
+    }
+}
+
+int32_t words_of_type(int32_t type)
+{
+    return type == DLL_REAL ? static_cast<int32_t>(sizeof(t_DECIMAL) / 4) : 1;
+}
+
+void judge(Descriptor &descriptor, bool is_name)
+{
+    const auto fault = [&](const std::string &text) { descriptor.faults.push_back(text); };
+    const bool known = descriptor.type >= DLL_INTEGER && descriptor.type <= DLL_STRING;
+    if (!known) fault("there is no value type " + std::to_string(descriptor.type) + ": answered with 8");
+    if (is_name && known && descriptor.type != DLL_STRING) fault("the function name is no STRING: answered with 8");
+    if (!descriptor.offset) fault("its address " + hex(descriptor.ptr) + " is outside the segment: the host aborts");
+    if (descriptor.elcnt < 0) fault("it counts " + std::to_string(descriptor.elcnt) + " elements");
+    if (known && descriptor.elcnt > 1 && descriptor.elsz < words_of_type(descriptor.type))
+        fault("its elements overlap: they are " + std::to_string(descriptor.elsz) + " words apart");
+    if (descriptor.type == DLL_STRING && descriptor.maxlen < 0)
+        fault("its room is " + std::to_string(descriptor.maxlen));
+}
+
+Descriptor read_descriptor(Bytes bytes, const Block &block, uint64_t at, const Layout &layout)
+{
+    Descriptor descriptor{};
+    descriptor.type = word_at(bytes, at + offsetof(t_DLL_ARG32, type));
+    descriptor.ref = word_at(bytes, at + offsetof(t_DLL_ARG32, ref));
+    descriptor.ptr = unsigned_at(bytes, at + offsetof(t_DLL_ARG32, ptr));
+    descriptor.maxlen = word_at(bytes, at + layout.arg_counts);
+    descriptor.elsz = word_at(bytes, at + layout.arg_counts + 4);
+    descriptor.elcnt = word_at(bytes, at + layout.arg_counts + 8);
+    descriptor.offset = translate(block, descriptor.ptr);
+    return descriptor;
+}
+
+void read_descriptors(Bytes bytes, Block &block, const Layout &layout, const Limits &limits)
+{
+    const int32_t wished = limits.descriptors.value_or(block.argc);
+    for (int32_t i = 0; i < std::min<int32_t>(wished, DLL_MAX_ARGC); i++) {
+        const uint64_t at = layout.args + static_cast<uint64_t>(i) * layout.arg_size;
+        if (!is_inside(bytes, at, layout.arg_size)) {
+            block.faults.push_back("descriptor " + std::to_string(i) + " does not fit the segment");
+            return;
+        }
+        Descriptor descriptor = read_descriptor(bytes, block, at, layout);
+        judge(descriptor, i == 0);
+        const bool known = descriptor.type >= DLL_INTEGER && descriptor.type <= DLL_STRING;
+        // Of the function name one is read, whatever it counts: so do hosts.
+        const int32_t count = i == 0 ? 1 : std::min(descriptor.elcnt, limits.elements);
+        if (known && descriptor.offset) read_elements(bytes, descriptor, count);
+        block.descriptors.push_back(descriptor);
+    }
+}
+
+// ---- The header ------------------------------------------------------------------------------------------------
+
+void judge(Block &block, Bytes bytes)
+{
+    const auto fault = [&](const std::string &text) { block.faults.push_back(text); };
+    if (block.version != DLL_VERSION) {
+        char text[80];
+        std::snprintf(text, sizeof text, "its version is %x, hosts take %x", static_cast<unsigned>(block.version),
+                      static_cast<unsigned>(DLL_VERSION));
+        fault(text);
+    }
+    if (block.pid <= 0) fault("its pid is " + std::to_string(block.pid) + ": a host that answers it ends");
+    if (block.shmsz <= 0 || static_cast<uint64_t>(block.shmsz) > bytes.size)
+        fault("its shmsz is " + std::to_string(block.shmsz) + ", the segment has " + std::to_string(bytes.size) +
+              " bytes");
+    if (block.scratch != 0 && !block.scratch_offset)
+        fault("its scratch address " + hex(block.scratch) +
+              " is outside the segment: the host aborts when it is used");
+    if (block.argc < 0) fault("its argc is " + std::to_string(block.argc) + ": answered with 9");
+    if (block.argc > DLL_MAX_ARGC) fault("its argc is " + std::to_string(block.argc) + ": answered with 606");
+}
+
+Block read_header(Bytes bytes, const Layout &layout)
+{
+    Block block{};
+    block.version = word_at(bytes, offsetof(t_DLL_INFO32, version));
+    block.pid = word_at(bytes, offsetof(t_DLL_INFO32, pid));
+    block.base = unsigned_at(bytes, layout.base);
+    block.retcode = word_at(bytes, layout.retcode);
+    block.shmsz = word_at(bytes, layout.shmsz);
+    const uint64_t high = layout.wide_addresses ? unsigned_at(bytes, layout.scratch + 4) : 0;
+    block.scratch = high << 32 | unsigned_at(bytes, layout.scratch);
+    block.cbval = word_at(bytes, layout.cbval);
+    block.argc = word_at(bytes, layout.argc);
+    if (block.scratch != 0) block.scratch_offset = translate(block, static_cast<uint32_t>(block.scratch));
+    return block;
+}
+
+// How much speaks for a layout.
+int plausibility(Bytes bytes, int number)
+{
+    const Layout &layout = layout_of(number);
+    const Block block = decode_block(bytes, number, {std::nullopt, 0});
+    int points = 0;
+    if (block.shmsz > 0 && static_cast<uint64_t>(block.shmsz) <= bytes.size) points += 4;
+    // The size is mostly what was asked for: the system rounds nothing up in what it reports.
+    if (bytes.size - static_cast<uint64_t>(std::max(block.shmsz, 0)) < 4096) points += 4;
+    if (block.argc >= 0 && block.argc <= DLL_MAX_ARGC) points += 2;
+    if (block.scratch == 0 || block.scratch_offset) points += 2;
+    if (block.base != 0 && block.base % 4096 == 0) points += 1;
+    if (layout.wide_addresses && unsigned_at(bytes, layout.base + 4) >> 16 == 0) points += 1;
+    for (const Descriptor &descriptor : block.descriptors)
+        points += descriptor.faults.empty() ? 1 : -1;
+    return points;
+}
+
+} // namespace
+
+std::string why_no_block(Bytes bytes)
+{
+    const std::string magic(DLL_MAGIC, sizeof(t_DLL_INFO32::magic));
+    if (bytes.size < offsetof(t_DLL_INFO32, args))
+        return "it has " + std::to_string(bytes.size) + " bytes, less than a header";
+    const std::string found(bytes.data, magic.size());
+    if (found == magic) return "";
+    const size_t letters = std::strlen(DLL_MAGIC);
+    if (found.compare(0, letters, magic, 0, letters) == 0)
+        return "it begins with KA.DLL, but bytes 6 and 7 are " + hex(static_cast<unsigned char>(found[6])) + " and " +
+               hex(static_cast<unsigned char>(found[7])) + ", not 0";
+    return "it begins with " + quoted(found) + ", not with KA.DLL and two zero bytes";
+}
+
+int likely_layout(Bytes bytes)
+{
+    return plausibility(bytes, 64) > plausibility(bytes, 0) ? 64 : 0;
+}
+
+Block decode_block(Bytes bytes, int layout, const Limits &limits)
+{
+    const Layout &row = layout_of(layout);
+    Block block = read_header(bytes, row);
+    block.layout = layout;
+    judge(block, bytes);
+    read_descriptors(bytes, block, row, limits);
+    return block;
+}
+
+std::string type_name(int32_t type)
+{
+    switch (type) {
+    case DLL_INTEGER:
+        return "INTEGER";
+    case DLL_REAL:
+        return "REAL";
+    case DLL_STRING:
+        return "STRING";
+    default:
+        return "type " + std::to_string(type);
+    }
+}
