@@ -1,14 +1,29 @@
 /* SPDX-License-Identifier: MIT
  *
- * SIGUSR2 on the caller's side. It is blocked and read through a descriptor, so that one wait sees a reply, the
- * host's death and a cancellation alike. A signal is only ever a hint to look: standard signals merge, and anyone may
- * send one. */
-#include "host.h"
+ * SIGUSR2 on the caller's side, in the two ways of waiting for it.
+ *
+ * Safe: a handler for the whole process (handler.cpp), and SIGUSR2 blocked in the calling thread except inside its
+ * wait, so that no reply slips in between the look at the block and the wait. While a thread waits, its own id stands
+ * in the block: the kernel finds the process by the id of any of its threads, and prefers that thread.
+ *
+ * Fast: SIGUSR2 is blocked in the thread that opened the host, and read through a descriptor.
+ *
+ * In both a signal is only ever a hint to look: standard signals merge, and anyone may send one. */
+#include "doorbell.h"
 
+#include <errno.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
+
+#include "handler.h"
+#include "host.h"
+#include "listener.h"
+
+/* Guarded by lock: open hosts, and how they wait. */
+static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+static int32_t open_hosts;
+static int32_t way_of_waiting;
 
 /* Of this thread: hosts for which SIGUSR2 is held, and whether it was blocked before the first of them. */
 static thread_local int32_t hosts_held;
@@ -22,7 +37,9 @@ static sigset_t doorbell_set(void)
     return set;
 }
 
-void hold_doorbell(ka_host *host)
+/* ---- Fast ------------------------------------------------------------------------------------------------------ */
+
+static void hold_signal(ka_host *host)
 {
     host->doorbell_thread = gettid();
     if (hosts_held++ > 0) return;
@@ -32,21 +49,35 @@ void hold_doorbell(ka_host *host)
     was_blocked = sigismember(&before, SIGUSR2) == 1;
 }
 
+static void unblock_signal(void)
+{
+    const sigset_t set = doorbell_set();
+    if (!was_blocked) pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
 /* The host is dead by now, and its last signal drained: none can arrive unblocked. */
-void release_doorbell(ka_host *host)
+static void release_signal(ka_host *host)
 {
     const bool held_here = host->doorbell_thread == gettid();
     host->doorbell_thread = 0;
-    if (!held_here) return;
-    if (--hosts_held > 0 || was_blocked) return;
-    const sigset_t set = doorbell_set();
-    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    if (held_here && --hosts_held == 0) unblock_signal();
 }
 
-int open_doorbell(void)
+static int32_t open_fast(ka_host *host)
 {
     const sigset_t set = doorbell_set();
-    return signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    host->doorbell_fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (host->doorbell_fd == -1) return fail_system(host, errno, "cannot create a signal descriptor");
+    hold_signal(host);
+    return KA_DONE;
+}
+
+static void close_fast(ka_host *host)
+{
+    if (host->doorbell_fd == -1) return;
+    drain_doorbell(host);
+    close_fd(&host->doorbell_fd);
+    release_signal(host);
 }
 
 void drain_doorbell(const ka_host *host)
@@ -54,4 +85,118 @@ void drain_doorbell(const ka_host *host)
     struct signalfd_siginfo signal;
     while (read(host->doorbell_fd, &signal, sizeof signal) > 0)
         ;
+}
+
+/* ---- Safe ------------------------------------------------------------------------------------------------------ */
+
+static int32_t open_safe(ka_host *host)
+{
+    host->listener = claim_listener(host);
+    if (!host->listener) return fail_system(host, ENOMEM, "cannot wait for the host");
+    const int error = open_hosts == 0 ? install_handler() : 0;
+    return error == 0 ? KA_DONE : fail_system(host, error, "cannot handle SIGUSR2");
+}
+
+static void close_safe(ka_host *host)
+{
+    if (!host->listener) return;
+    release_listener(host->listener);
+    host->listener = nullptr;
+    if (open_hosts == 0) remove_handler();
+}
+
+void start_hearing(ka_host *host)
+{
+    if (!host->listener) return;
+    const sigset_t set = doorbell_set();
+    pthread_sigmask(SIG_BLOCK, &set, &host->mask_before);
+    host->mask_waiting = host->mask_before;
+    sigdelset(&host->mask_waiting, SIGUSR2);
+    store_caller(host, gettid());
+    start_listening(host->listener);
+    host->hears = true;
+}
+
+void stop_hearing(ka_host *host)
+{
+    if (!host->hears) return;
+    host->hears = false;
+    stop_listening(host->listener);
+    store_caller(host, getpid());
+    pthread_sigmask(SIG_SETMASK, &host->mask_before, nullptr);
+}
+
+/* ---- Both ------------------------------------------------------------------------------------------------------ */
+
+static void hold_for_fork(void)
+{
+    pthread_mutex_lock(&lock);
+}
+
+static void go_on_after_fork(void)
+{
+    pthread_mutex_unlock(&lock);
+}
+
+/* The child's hosts will be its own, and so is what SIGUSR2 means to it until then. */
+static void begin_anew_in_child(void)
+{
+    if (open_hosts > 0 && way_of_waiting == KA_WAIT_SAFE) {
+        forget_listeners();
+        remove_handler();
+    }
+    if (hosts_held > 0) unblock_signal();
+    hosts_held = 0;
+    open_hosts = 0;
+    pthread_mutex_unlock(&lock);
+}
+
+static int prepare_for_fork(void)
+{
+    static bool prepared;
+    if (prepared) return 0;
+    const int error = pthread_atfork(hold_for_fork, go_on_after_fork, begin_anew_in_child);
+    prepared = error == 0;
+    return error;
+}
+
+static int32_t open_locked(ka_host *host)
+{
+    const int32_t wanted = host->options.waiting;
+    if (wanted != KA_WAIT_SAFE && wanted != KA_WAIT_FAST)
+        return fail(host, KA_ARGUMENT, "there is no way of waiting %d", wanted);
+    if (open_hosts > 0 && wanted != way_of_waiting) {
+        return fail(host, KA_ARGUMENT, "waiting is %s, but open hosts of this program wait the %s way",
+                    wanted == KA_WAIT_FAST ? "KA_WAIT_FAST" : "KA_WAIT_SAFE",
+                    wanted == KA_WAIT_FAST ? "safe" : "fast");
+    }
+    const int error = prepare_for_fork();
+    if (error != 0) return fail_system(host, error, "cannot prepare for a fork");
+    if ((wanted == KA_WAIT_FAST ? open_fast(host) : open_safe(host)) != KA_DONE) {
+        close_safe(host);
+        return host->error.error_class;
+    }
+    way_of_waiting = wanted;
+    host->doorbell_open = true;
+    open_hosts++;
+    return KA_DONE;
+}
+
+int32_t open_doorbell(ka_host *host)
+{
+    pthread_mutex_lock(&lock);
+    const int32_t result = open_locked(host);
+    pthread_mutex_unlock(&lock);
+    return result;
+}
+
+void close_doorbell(ka_host *host)
+{
+    if (!host->doorbell_open) return;
+    host->doorbell_open = false;
+    pthread_mutex_lock(&lock);
+    open_hosts--;
+    close_fast(host);
+    close_safe(host);
+    pthread_mutex_unlock(&lock);
 }

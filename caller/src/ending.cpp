@@ -14,6 +14,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "doorbell.h"
+
 /* Exit statuses of a host that could not start: its own, and the loader's. */
 enum { HOST_REFUSED = 2, LOADER_REFUSED = 127 };
 
@@ -25,9 +27,7 @@ void close_fd(int *fd)
 
 void release_process(ka_host *host)
 {
-    if (host->doorbell_fd != -1) drain_doorbell(host);
-    close_fd(&host->doorbell_fd);
-    release_doorbell(host);
+    close_doorbell(host);
     close_fd(&host->pid_fd);
     close_fd(&host->status_fd);
     host->pid = 0;

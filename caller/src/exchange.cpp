@@ -23,10 +23,13 @@
 #include <signal.h>
 #include <stdio.h>
 
+#include "doorbell.h"
 #include "ka/dll_codes.h"
 
-/* First and longest pause between two looks at a host whose state has to decide. */
-enum : int64_t { FIRST_PAUSE_NS = 20000, LONGEST_PAUSE_NS = 20000000 };
+/* Between two looks at a host. After a signal that did not decide its state has to, which changes soon; before that a
+   look only finds what a lost signal would have told: the program may have replaced the handler, or ignore SIGUSR2.
+ */
+enum : int64_t { FIRST_PAUSE_NS = 20000, FIRST_QUIET_PAUSE_NS = 1000000, LONGEST_PAUSE_NS = 50000000 };
 
 enum t_EVENT {
     EVENT_NONE,
@@ -35,24 +38,29 @@ enum t_EVENT {
     EVENT_DIED,
     EVENT_CANCELLED,
     EVENT_LATE,
-    EVENT_UNKNOWABLE
+    EVENT_UNKNOWABLE,
+    EVENT_NOT_RUNG
 };
 
 struct t_REPLY {
     t_EVENT event;
-    int32_t value; /* of the call-back, or the return code */
+    int32_t value; /* of the call-back, the return code, or an errno */
 };
 
 /* ---- Ring ------------------------------------------------------------------------------------------------------ */
 
-/* 0 or an errno. argc goes last: until then a foreign signal finds no call. */
-static int ring(ka_host *host, int32_t known)
+static void prepare(ka_host *host, int32_t known)
 {
     host->mark = random_word(host);
     host->known = known;
     host->progress = {};
     store32(host, host->layout->cbval, host->mark);
     store32(host, host->layout->retcode, host->known);
+}
+
+/* 0 or an errno. argc goes last: until then a foreign signal finds no call. */
+static int ring(ka_host *host)
+{
     store32(host, host->layout->argc, host->argc);
     const int error = signal_process(host, SIGUSR2);
     if (error == 0) host->sent = true;
@@ -90,24 +98,39 @@ static t_REPLY judge(ka_host *host)
     return judge_by_rest(host);
 }
 
-/* Until the first signal there is nothing to look at. After a signal that did not decide, further looks are taken in
-   lengthening pauses, since the host need not signal again. */
+static int64_t lengthened(int64_t pause)
+{
+    return pause < LONGEST_PAUSE_NS / 2 ? pause * 2 : LONGEST_PAUSE_NS;
+}
+
+/* Looks after every signal, and in lengthening pauses, since the host need not signal again. */
 static t_REPLY await_reply(ka_host *host, int64_t deadline)
 {
-    int64_t pause = 0;
+    int64_t pause = FIRST_QUIET_PAUSE_NS;
+    bool signalled = false;
     for (;;) {
-        const int64_t look_again = pause > 0 ? now_ns() + pause : deadline;
+        const int64_t look_again = now_ns() + pause;
         const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
         if (woken & WOKEN_BY_CANCEL) return {EVENT_CANCELLED, 0};
-        if ((woken & WOKEN_BY_SIGNAL) || pause > 0) {
-            const t_REPLY reply = judge(host);
-            if (reply.event != EVENT_NONE) return reply;
-            pause = pause == 0 ? FIRST_PAUSE_NS : pause * 2;
-            if (pause > LONGEST_PAUSE_NS) pause = LONGEST_PAUSE_NS;
-        }
-        if (woken & WOKEN_BY_DEATH) return {EVENT_DIED, 0};
+        const t_REPLY reply = judge(host);
+        if ((woken & WOKEN_BY_DEATH) && reply.event != EVENT_RETURNED) return {EVENT_DIED, 0};
+        if (reply.event != EVENT_NONE) return reply;
         if (now_ns() >= deadline) return {EVENT_LATE, 0};
+        pause = (woken & WOKEN_BY_SIGNAL) && !signalled ? FIRST_PAUSE_NS : lengthened(pause);
+        signalled |= (woken & WOKEN_BY_SIGNAL) != 0;
     }
+}
+
+/* One request, or one answer to a call-back, and what comes of it. At the end of the call argc goes first. */
+static t_REPLY converse(ka_host *host, int32_t known, int64_t deadline)
+{
+    prepare(host, known);
+    start_hearing(host);
+    const int error = ring(host);
+    const t_REPLY reply = error == 0 ? await_reply(host, deadline) : t_REPLY{EVENT_NOT_RUNG, error};
+    if (reply.event == EVENT_RETURNED) store32(host, host->layout->argc, 0);
+    stop_hearing(host);
+    return reply;
 }
 
 /* ---- The call -------------------------------------------------------------------------------------------------- */
@@ -146,20 +169,19 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
     bool in_callback = false;
     int32_t known = random_word(host);
     for (;;) {
-        const int error = ring(host, known);
-        if (error != 0) return fail_ring(host, error, in_callback);
-        const t_REPLY reply = await_reply(host, deadline);
+        const t_REPLY reply = converse(host, known, deadline);
+        if (reply.event == EVENT_NOT_RUNG) return fail_ring(host, reply.value, in_callback);
         if (reply.event != EVENT_RETURNED && reply.event != EVENT_CALLBACK)
             return fail_exchange(host, reply.event, in_callback);
         host->answered = true;
         if (reply.event == EVENT_RETURNED) {
-            store32(host, host->layout->argc, 0);
             host->losses = 0;
             *return_code = reply.value;
             return KA_DONE;
         }
         in_callback = true;
         known = answer(host, reply.value);
+        if (now_ns() >= deadline) return fail_exchange(host, EVENT_LATE, in_callback);
     }
 }
 

@@ -6,6 +6,7 @@
 #ifndef KA_CALLER_HOST_H
 #define KA_CALLER_HOST_H
 
+#include <signal.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <sys/types.h>
@@ -46,12 +47,20 @@ struct t_PROGRESS {
 
 enum { SHOWN_NAME = 80 };
 
+struct t_LISTENER;
+
 struct ka_host {
     ka_error error;
     ka_options options;
     char *module;
     t_STATE state;
-    pid_t doorbell_thread; /* in which SIGUSR2 is blocked for this host; 0 for none */
+
+    bool doorbell_open;
+    pid_t doorbell_thread; /* KA_WAIT_FAST: in which SIGUSR2 is blocked for this host; 0 for none */
+    t_LISTENER *listener;  /* KA_WAIT_SAFE */
+    bool hears;            /* KA_WAIT_SAFE: this thread waits, with the two masks that follow */
+    sigset_t mask_before;
+    sigset_t mask_waiting; /* the same without SIGUSR2 */
 
     char *base; /* of the segment in this process; null when there is none */
     int32_t segment_id;
@@ -61,7 +70,7 @@ struct ka_host {
 
     pid_t pid;
     int pid_fd;
-    int doorbell_fd; /* a signalfd for SIGUSR2 */
+    int doorbell_fd; /* KA_WAIT_FAST: a signalfd for SIGUSR2 */
     int status_fd;   /* /proc/PID/status; follows the process, not the number */
     bool answered;   /* it has answered at least once */
     bool sent;       /* a request for the call that was begun has gone out */
@@ -97,6 +106,7 @@ int32_t check_sizes(ka_host *host);
 int32_t create_segment(ka_host *host);
 void remove_segment(ka_host *host);
 void write_header(ka_host *host);
+void store_caller(ka_host *host, pid_t caller); /* where the host's replies go */
 void write_descriptor(ka_host *host, int32_t index);
 int32_t load32(const ka_host *host, int32_t offset);
 void store32(ka_host *host, int32_t offset, int32_t value);
@@ -113,12 +123,6 @@ void remove_abandoned_segments(pid_t dead_creator); /* 0 for those of any dead c
 bool check_module(const char *path, char *why, size_t size);
 /* The loader that the file asks for; false when it asks for none. */
 bool read_loader(const char *path, char *loader, size_t size);
-
-/* doorbell.cpp: SIGUSR2 in this thread. */
-void hold_doorbell(ka_host *host);
-void release_doorbell(ka_host *host);
-int open_doorbell(void);
-void drain_doorbell(const ka_host *host);
 
 /* open.cpp */
 int32_t start_host(ka_host *host, int64_t deadline);

@@ -3,9 +3,10 @@
  * Opens a host: options, segment, process. */
 #include "host.h"
 
-#include <errno.h>
 #include <stdlib.h>
 #include <string.h>
+
+#include "doorbell.h"
 
 static constexpr ka_options default_options = {
     .size = sizeof(ka_options),
@@ -75,9 +76,7 @@ int32_t start_host(ka_host *host, int64_t deadline)
     host->started_ns = now_ns();
     if (!check_module(host->module, why, sizeof why))
         return fail(host, KA_START, "cannot start %.300s: %s", host->module, why);
-    hold_doorbell(host);
-    host->doorbell_fd = open_doorbell();
-    if (host->doorbell_fd == -1) return fail_system(host, errno, "cannot create a signal descriptor");
+    if (open_doorbell(host) != KA_DONE) return host->error.error_class;
     return start_process(host, deadline);
 }
 

@@ -74,13 +74,18 @@ bool still_by_reference(const ka_host *host, int32_t index)
     return load32(host, descriptor_offset(host, index) + static_cast<int32_t>(offsetof(t_DLL_ARG32, ref))) != 0;
 }
 
+void store_caller(ka_host *host, pid_t caller)
+{
+    store32(host, offsetof(t_DLL_INFO32, pid), caller);
+}
+
 /* Written again for every call, since a module can have overwritten it. argc is 0 until a call is complete. */
 void write_header(ka_host *host)
 {
     const t_LAYOUT *layout = host->layout;
     memcpy(host->base, DLL_MAGIC, sizeof(t_DLL_INFO32::magic));
     store32(host, offsetof(t_DLL_INFO32, version), DLL_VERSION);
-    store32(host, offsetof(t_DLL_INFO32, pid), getpid());
+    store_caller(host, getpid());
     store_address(host, layout->base, host->base);
     store32(host, layout->shmsz, host->segment_size);
     store_address(host, layout->scratch,

@@ -18,6 +18,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "attendant.h"
+#include "listener.h"
+
 enum { ARGUMENT_SIZE = 32 }; /* segment identifier and layout, zero-terminated */
 
 struct t_LAUNCH {
@@ -89,10 +92,33 @@ static int launch_process(ka_host *host, const t_LAUNCH *launch)
     if (error != 0) return error;
     host->pid = pid;
     host->pid_fd = pid_fd;
+    if (host->listener) host->listener->process = pid;
     char path[40];
     snprintf(path, sizeof path, "/proc/%d/status", pid);
     host->status_fd = open(path, O_RDONLY | O_CLOEXEC);
     return 0;
+}
+
+struct t_BIRTH {
+    ka_host *host;
+    const t_LAUNCH *launch;
+    int error;
+};
+
+static void attend_birth(void *argument)
+{
+    t_BIRTH *birth = static_cast<t_BIRTH *>(argument);
+    birth->error = launch_process(birth->host, birth->launch);
+}
+
+/* The kernel ends the host with the thread that started it: that is the attendant, which stays, or this thread, to
+   which a host that waits fast belongs. */
+static int launch_from_lasting_thread(ka_host *host, const t_LAUNCH *launch)
+{
+    if (host->options.waiting == KA_WAIT_FAST) return launch_process(host, launch);
+    t_BIRTH birth = {host, launch, 0};
+    const int error = attendant_run(attend_birth, &birth);
+    return error != 0 ? error : birth.error;
 }
 
 static int32_t fail_exec(ka_host *host, int error)
@@ -140,7 +166,7 @@ static int32_t send_argument(ka_host *host, const t_LAUNCH *launch)
 
 static int32_t start_child(ka_host *host, t_LAUNCH *launch, int64_t deadline)
 {
-    const int error = launch_process(host, launch);
+    const int error = launch_from_lasting_thread(host, launch);
     if (error != 0) return fail_system(host, error, "cannot create a process");
     if (!host->base && create_segment(host) != KA_DONE) return host->error.error_class;
     write_header(host);

@@ -8,6 +8,8 @@
 #include <poll.h>
 #include <time.h>
 
+#include "doorbell.h"
+
 int64_t now_ns(void)
 {
     struct timespec now;
@@ -20,15 +22,20 @@ int64_t deadline_after_ms(int32_t milliseconds)
     return now_ns() + milliseconds * NS_PER_MS;
 }
 
-/* A signal handler of the program may interrupt the wait; it then goes on for the time that is left. */
-static int poll_until(struct pollfd *fds, nfds_t count, int64_t until)
+enum { INTERRUPTED = -2 };
+
+/* A thread that hears its host opens SIGUSR2 for the wait alone, and whatever interrupts it is a hint to look. Else a
+   signal handler of the program may interrupt the wait, which then goes on for the time that is left. */
+static int poll_until(const ka_host *host, struct pollfd *fds, nfds_t count, int64_t until)
 {
+    const sigset_t *mask = host->hears ? &host->mask_waiting : nullptr;
     for (;;) {
         int64_t left = until > 0 ? until - now_ns() : 0;
         if (left < 0) left = 0;
         const struct timespec timeout = {static_cast<time_t>(left / NS_PER_S), static_cast<long>(left % NS_PER_S)};
-        const int ready = ppoll(fds, count, &timeout, nullptr);
+        const int ready = ppoll(fds, count, &timeout, mask);
         if (ready >= 0 || errno != EINTR) return ready;
+        if (mask) return INTERRUPTED;
     }
 }
 
@@ -40,7 +47,9 @@ int wait_until(const ka_host *host, int pipe_fd, int64_t until)
                            {host->options.cancel_fd, POLLIN, 0},
                            {pipe_fd, POLLIN, 0}};
     static constexpr int meaning[] = {WOKEN_BY_SIGNAL, WOKEN_BY_DEATH, WOKEN_BY_CANCEL, WOKEN_BY_PIPE};
-    if (poll_until(fds, 4, until) <= 0) return 0;
+    const int ready = poll_until(host, fds, 4, until);
+    if (ready == INTERRUPTED) return WOKEN_BY_SIGNAL;
+    if (ready <= 0) return 0;
     int woken = 0;
     for (int i = 0; i < 4; i++)
         if (fds[i].revents != 0) woken |= meaning[i];

@@ -190,7 +190,7 @@ static bool run_to_next_system_call(pid_t pid)
     return true;
 }
 
-static pid_t start_traced_caller()
+static pid_t start_traced_caller(int32_t waiting)
 {
     const pid_t caller = fork();
     if (caller == 0) {
@@ -198,7 +198,9 @@ static pid_t start_traced_caller()
         raise(SIGSTOP);
         ka_host *host;
         int32_t code;
-        ka_open(&host, tasks_module.c_str(), nullptr);
+        ka_options options = default_options();
+        options.waiting = waiting;
+        ka_open(&host, tasks_module.c_str(), &options);
         ka_begin(host, "count_call");
         ka_call(host, &code);
         ka_close(host);
@@ -233,7 +235,7 @@ static int abandon_segment(key_t key, size_t size, int mode)
 // The key and size of a segment that a caller has created and not marked yet.
 static struct shmid_ds unmarked_segment()
 {
-    const pid_t caller = start_traced_caller();
+    const pid_t caller = start_traced_caller(KA_WAIT_FAST); // one thread does it all
     struct shmid_ds found = {};
     while (found.shm_segsz == 0 && run_to_next_system_call(caller)) {
         const int last = shmctl(0, IPC_INFO, &found);
@@ -283,12 +285,12 @@ TEST(CallerDeath, removes_no_segment_that_can_be_somebody_elses)
 // ---- At every moment -------------------------------------------------------------------------------------------
 
 // Start, call and end, killed before and after each of their system calls.
-TEST(CallerDeath, at_every_system_call_leaves_no_host_and_no_segment)
+static void kill_caller_at_every_system_call(int32_t waiting)
 {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     int moments = 0;
     for (bool alive = true; alive; moments++) {
-        const pid_t caller = start_traced_caller();
+        const pid_t caller = start_traced_caller(waiting);
         for (int i = 0; i < moments && alive; i++)
             alive = run_to_next_system_call(caller);
         kill(caller, SIGKILL);
@@ -296,6 +298,16 @@ TEST(CallerDeath, at_every_system_call_leaves_no_host_and_no_segment)
         ASSERT_TRUE(segments_of_creator_vanish(caller)) << "killed at stop " << moments;
     }
     EXPECT_GT(moments, 60);
+}
+
+TEST(CallerDeath, at_every_system_call_leaves_no_host_and_no_segment)
+{
+    kill_caller_at_every_system_call(KA_WAIT_SAFE);
+}
+
+TEST(CallerDeath, at_every_system_call_leaves_nothing_of_a_host_that_waits_fast)
+{
+    kill_caller_at_every_system_call(KA_WAIT_FAST);
 }
 
 // Lets the traced caller run until it has a child, and both stand still: the child is traced from its birth on.
@@ -330,7 +342,7 @@ TEST(CallerDeath, before_its_child_runs_leaves_no_host_and_no_segment)
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     int moments = 0;
     for (bool waits = false; !waits; moments++) {
-        const pid_t caller = start_traced_caller();
+        const pid_t caller = start_traced_caller(KA_WAIT_FAST); // one thread does it all
         const pid_t child = trace_child_of(caller);
         for (int i = 0; i < moments && !waits; i++) {
             ASSERT_TRUE(run_to_next_system_call(caller));
@@ -352,7 +364,7 @@ TEST(HostKilled, at_every_system_call_leaves_no_host_and_no_segment)
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     int moments = 0;
     for (bool alive = true; alive; moments++) {
-        const pid_t caller = start_traced_caller();
+        const pid_t caller = start_traced_caller(KA_WAIT_FAST); // one thread does it all
         const pid_t host = trace_child_of(caller);
         ptrace(PTRACE_DETACH, caller, nullptr, nullptr);
         for (int i = 0; i < moments && alive; i++)
@@ -364,8 +376,10 @@ TEST(HostKilled, at_every_system_call_leaves_no_host_and_no_segment)
     EXPECT_GT(moments, 100);
 }
 
-TEST(CallerDeath, host_ends_with_the_thread_that_opened_it)
+TEST(CallerDeath, host_that_waits_fast_ends_with_the_thread_that_opened_it)
 {
+    ka_options options = default_options();
+    options.waiting = KA_WAIT_FAST;
     pid_t pid = 0;
     ka_host *host = nullptr;
     sigset_t set;
@@ -374,7 +388,7 @@ TEST(CallerDeath, host_ends_with_the_thread_that_opened_it)
     sigaddset(&set, SIGUSR2);
     sigprocmask(SIG_BLOCK, &set, &before);
     std::thread([&] {
-        ASSERT_EQ(ka_open(&host, tasks_module.c_str(), nullptr), KA_DONE);
+        ASSERT_EQ(ka_open(&host, tasks_module.c_str(), &options), KA_DONE);
         pid = ka_pid(host);
         EXPECT_EQ(call_with(host, "give_code", 1), 1);
     }).join();

@@ -228,8 +228,9 @@ TEST(StartInherits, other_ignored_signals_as_any_child_does)
     EXPECT_EQ(signal_mask(ka_pid(host), "SigCgt"), signal_bit(SIGUSR2) | signal_bit(SIGTERM));
 }
 
-TEST(StartInherits, caller_keeps_its_own_mask_and_gets_it_back)
+TEST(StartInherits, caller_that_waits_fast_keeps_its_own_mask_and_gets_it_back)
 {
+    const auto fast = [](ka_options &options) { options.waiting = KA_WAIT_FAST; };
     const Signals restored_at_end;
     for (bool blocked : {false, true}) {
         sigset_t set;
@@ -239,9 +240,9 @@ TEST(StartInherits, caller_keeps_its_own_mask_and_gets_it_back)
         if (blocked) sigaddset(&set, SIGUSR2);
         sigprocmask(SIG_SETMASK, &set, nullptr);
         {
-            Host first;
+            Host first(fast);
             {
-                Host second;
+                Host second(fast);
                 EXPECT_EQ(call_with(second, "give_code", 1), 1);
             }
             sigprocmask(SIG_SETMASK, nullptr, &now);
@@ -253,6 +254,26 @@ TEST(StartInherits, caller_keeps_its_own_mask_and_gets_it_back)
         sigprocmask(SIG_SETMASK, nullptr, &now);
         EXPECT_EQ(sigismember(&now, SIGUSR2), blocked ? 1 : 0);
         EXPECT_EQ(sigismember(&now, SIGHUP), 1);
+    }
+}
+
+TEST(StartInherits, caller_keeps_its_mask)
+{
+    const Signals restored_at_end;
+    for (bool blocked : {false, true}) {
+        sigset_t set;
+        sigset_t now;
+        sigemptyset(&set);
+        if (blocked) sigaddset(&set, SIGUSR2);
+        sigprocmask(SIG_SETMASK, &set, nullptr);
+        {
+            Host host;
+            EXPECT_EQ(call_with(host, "ask", 1), 0);
+            sigprocmask(SIG_SETMASK, nullptr, &now);
+            EXPECT_EQ(sigismember(&now, SIGUSR2), blocked ? 1 : 0);
+        }
+        sigprocmask(SIG_SETMASK, nullptr, &now);
+        EXPECT_EQ(sigismember(&now, SIGUSR2), blocked ? 1 : 0);
     }
 }
 

@@ -1,0 +1,22 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * SIGUSR2 of an open host, in the way of waiting that its options name. */
+#ifndef KA_CALLER_DOORBELL_H
+#define KA_CALLER_DOORBELL_H
+
+#include <stdint.h>
+
+struct ka_host;
+
+/* From before the host is started until after it is dead. close_doorbell may be called for any host. */
+int32_t open_doorbell(ka_host *host);
+void close_doorbell(ka_host *host);
+
+/* From before a request or an answer is sent until the reply was seen, this thread is the one that waits for it. */
+void start_hearing(ka_host *host);
+void stop_hearing(ka_host *host);
+
+/* KA_WAIT_FAST: takes what is pending. */
+void drain_doorbell(const ka_host *host);
+
+#endif

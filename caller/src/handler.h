@@ -1,0 +1,14 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The handler of SIGUSR2 in the program, and the program's own, which it stands in for. */
+#ifndef KA_CALLER_HANDLER_H
+#define KA_CALLER_HANDLER_H
+
+/* 0 or an errno. Both are called under a lock, in turn. */
+int install_handler(void);
+
+/* Restores what the program had, unless it has installed another handler since. What is pending goes where it belongs
+   first. */
+void remove_handler(void);
+
+#endif

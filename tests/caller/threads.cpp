@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: MIT
+//
+// Programs with threads: those that call, and those that only happen to be there with SIGUSR2 unblocked.
+#include "caller/hosts.h"
+
+#include <atomic>
+#include <csignal>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "caller/waiting.h"
+
+namespace {
+
+// Threads that sleep, and so are the first to whom the kernel can give a signal.
+struct Idlers {
+    explicit Idlers(int count)
+    {
+        for (int i = 0; i < count; i++)
+            threads_.emplace_back([this] {
+                while (!ended_)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            });
+    }
+    ~Idlers()
+    {
+        ended_ = true;
+        for (std::thread &thread : threads_)
+            thread.join();
+    }
+
+private:
+    std::atomic<bool> ended_{false};
+    std::vector<std::thread> threads_;
+};
+
+void adding_one(ka_options &options)
+{
+    options.callback = [](ka_host *, int32_t value, void *) { return value + 1; };
+}
+
+// Calls and call-backs, each with a result of its own.
+void call_many(ka_host *host, int32_t first, int32_t count)
+{
+    for (int32_t i = first; i < first + count; i++) {
+        ASSERT_EQ(call_with(host, "give_code", i), i);
+        ASSERT_EQ(call_with(host, "ask", i), i + 1);
+    }
+}
+
+} // namespace
+
+TEST(Threads, idle_ones_with_the_signal_unblocked_survive)
+{
+    const Idlers idlers(4);
+    Host host(adding_one);
+    call_many(host, 0, 1000);
+}
+
+// The main thread is the kernel's first choice, and here it does not call.
+TEST(Threads, main_thread_that_only_waits_survives)
+{
+    Host host(adding_one);
+    std::thread([&] { call_many(host, 0, 1000); }).join();
+}
+
+TEST(Threads, eight_call_a_host_each)
+{
+    std::vector<std::thread> threads;
+    for (int32_t i = 0; i < 8; i++)
+        threads.emplace_back([i] {
+            Host host([i](ka_options &options) {
+                adding_one(options);
+                options.layout = i % 2 ? KA_LAYOUT_64 : KA_LAYOUT_NATIVE;
+            });
+            call_many(host, 100000 * i, 1000);
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+}
+
+TEST(Threads, some_with_the_signal_blocked_call_too)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; i++)
+        threads.emplace_back([i] {
+            sigset_t set;
+            sigemptyset(&set);
+            sigaddset(&set, SIGUSR2);
+            if (i % 2) pthread_sigmask(SIG_BLOCK, &set, nullptr);
+            Host host(adding_one);
+            call_many(host, 1000 * i, 500);
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+}
+
+TEST(Threads, hosts_are_opened_and_closed_while_others_call)
+{
+    std::vector<std::thread> threads;
+    for (int32_t i = 0; i < 4; i++)
+        threads.emplace_back([i] {
+            for (int k = 0; k < 25; k++) {
+                Host host(adding_one);
+                call_many(host, 100 * i, 10);
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+}
+
+TEST(Threads, host_outlives_the_thread_that_opened_it)
+{
+    ka_host *host = nullptr;
+    std::thread([&] {
+        ASSERT_EQ(ka_open(&host, tasks_module.c_str(), nullptr), KA_DONE);
+        EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    }).join();
+    for (int32_t i = 0; i < 100; i++)
+        EXPECT_EQ(call_with(host, "give_code", i), i);
+    std::thread([&] { EXPECT_EQ(call_with(host, "give_code", 3), 3); }).join();
+    EXPECT_EQ(ka_close(host), KA_DONE);
+}
+
+TEST(Threads, host_is_handed_from_thread_to_thread)
+{
+    Host host(adding_one);
+    for (int32_t i = 0; i < 200; i++)
+        std::thread([&] { call_many(host, i, 1); }).join();
+}
+
+TEST(Threads, child_of_fork_opens_hosts_of_its_own)
+{
+    Host host;
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(30);
+        {
+            Host own(adding_one);
+            call_many(own, 7, 100);
+        }
+        // Without hosts the signal is what it was: it ends the process.
+        if (!testing::Test::HasFailure()) raise(SIGUSR2);
+        _exit(1);
+    }
+    EXPECT_EQ(call_with(host, "give_code", 2), 2);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGUSR2);
+    EXPECT_EQ(call_with(host, "give_code", 3), 3);
+}
+
+TEST(Threads, fork_while_others_call_leaves_the_child_usable)
+{
+    std::atomic<bool> ended{false};
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 2; i++)
+        callers.emplace_back([&ended] {
+            Host host(adding_one);
+            while (!ended)
+                call_many(host, 1, 1);
+        });
+    for (int i = 0; i < 20; i++) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(30);
+            {
+                Host own(adding_one);
+                call_many(own, 1, 5);
+            }
+            _exit(testing::Test::HasFailure() ? 1 : 0);
+        }
+        int status = 1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    ended = true;
+    for (std::thread &caller : callers)
+        caller.join();
+}
+
+TEST(Threads, two_ways_of_waiting_do_not_mix)
+{
+    for (int32_t first : {KA_WAIT_SAFE, KA_WAIT_FAST}) {
+        const int32_t second = first == KA_WAIT_SAFE ? KA_WAIT_FAST : KA_WAIT_SAFE;
+        Host host([&](ka_options &options) { options.waiting = first; });
+        ka_options options = default_options();
+        options.waiting = second;
+        ka_host *other;
+        EXPECT_EQ(ka_open(&other, tasks_module.c_str(), &options), KA_ARGUMENT);
+        EXPECT_EQ(error_text(other),
+                  second == KA_WAIT_FAST
+                      ? "waiting is KA_WAIT_FAST, but open hosts of this program wait the safe way"
+                      : "waiting is KA_WAIT_SAFE, but open hosts of this program wait the fast way");
+        ka_close(other);
+        EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    }
+}
+
+TEST(Threads, unknown_way_of_waiting_is_refused)
+{
+    ka_options options = default_options();
+    options.waiting = 2;
+    ka_host *host;
+    EXPECT_EQ(ka_open(&host, tasks_module.c_str(), &options), KA_ARGUMENT);
+    EXPECT_EQ(error_text(host), "there is no way of waiting 2");
+    ka_close(host);
+}
