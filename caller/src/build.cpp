@@ -225,7 +225,7 @@ int32_t ka_begin(ka_host *host, const char *function)
     if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "ka_begin inside a call-back of the same host");
     clear_error(host);
     host->build_error = KA_DONE;
-    host->sent = false;
+    host->sent = host->in_callback = false;
     host->argc = 0;
     host->cursor = VALUES_START;
     host->state = STATE_BUILDING;

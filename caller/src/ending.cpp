@@ -4,6 +4,7 @@
  * stays until the host is closed: it holds the arguments that an error is reported with, a call that was built before
  * the end, and the scratch area, for the process that may be started next. */
 #include "host.h"
+#include "inspect.h"
 
 #include <errno.h>
 #include <signal.h>
@@ -25,7 +26,27 @@ void close_fd(int *fd)
     *fd = -1;
 }
 
-void release_process(ka_host *host)
+void free_remains(t_REMAINS *remains)
+{
+    free(remains->backtrace);
+    *remains = {};
+}
+
+/* Takes the zombie, and what there is to know about it. */
+static void bury(ka_host *host, bool by_library)
+{
+    siginfo_t info = {};
+    waitid(P_PIDFD, static_cast<id_t>(host->pid_fd), &info, WEXITED | WNOHANG);
+    free_remains(&host->remains);
+    host->remains.of_error = true;
+    host->remains.by_library = by_library;
+    host->remains.pid = host->pid;
+    host->remains.how = info.si_pid != 0 ? info.si_code : 0;
+    host->remains.status = info.si_status;
+    host->remains.backtrace = finish_inspection(host);
+}
+
+static void release_process(ka_host *host)
 {
     close_doorbell(host);
     close_fd(&host->pid_fd);
@@ -33,14 +54,6 @@ void release_process(ka_host *host)
     host->pid = 0;
     host->answered = false;
     host->state = STATE_ENDED;
-}
-
-int32_t lose_host(ka_host *host)
-{
-    end_process(host);
-    release_process(host);
-    host->losses++;
-    return host->error.error_class;
 }
 
 /* Never another process that has got the number of a dead host. */
@@ -60,9 +73,8 @@ static bool dead_by(const ka_host *host, int64_t until)
 }
 
 /* SIGKILL ends a process that outlives the grace time, also a stopped one; the kernel may take a moment for it. */
-void end_process(ka_host *host)
+static void end_process(ka_host *host)
 {
-    if (host->pid_fd == -1) return;
     const int cancel_fd = host->options.cancel_fd;
     host->options.cancel_fd = -1; /* an end is not cancelled */
     signal_process(host, SIGTERM);
@@ -71,43 +83,58 @@ void end_process(ka_host *host)
         dead_by(host, deadline_after_ms(5000));
     }
     host->options.cancel_fd = cancel_fd;
-    siginfo_t info = {};
-    waitid(P_PIDFD, static_cast<id_t>(host->pid_fd), &info, WEXITED | WNOHANG);
+}
+
+void end_host(ka_host *host)
+{
+    if (host->pid_fd != -1) {
+        end_process(host);
+        bury(host, true);
+    }
+    release_process(host);
+}
+
+/* Where a host hangs is looked at before it is ended. */
+int32_t lose_host(ka_host *host)
+{
+    if (host->error.error_class == KA_DEADLINE) inspect_hanging(host);
+    end_host(host);
+    host->losses++;
+    return host->error.error_class;
 }
 
 /* ---- Found dead ------------------------------------------------------------------------------------------------ */
 
-static void describe_death(ka_host *host, const siginfo_t *info, char *text, size_t size)
+static void describe_death(ka_host *host, const t_REMAINS *remains, char *text, size_t size)
 {
-    if (info->si_pid == 0) {
+    if (remains->how == 0) {
         snprintf(text, size, "ended, how is not known (the program does not leave its children to the library)");
-    } else if (info->si_code == CLD_EXITED) {
-        host->error.exit_status = info->si_status;
-        snprintf(text, size, "ended with status %d", info->si_status);
+    } else if (remains->how == CLD_EXITED) {
+        host->error.exit_status = remains->status;
+        snprintf(text, size, "ended with status %d", remains->status);
     } else {
-        const char *name = sigabbrev_np(info->si_status);
-        const char *meaning = sigdescr_np(info->si_status);
-        host->error.signal = info->si_status;
+        const char *name = sigabbrev_np(remains->status);
+        const char *meaning = sigdescr_np(remains->status);
+        host->error.signal = remains->status;
         snprintf(text, size, "was killed by SIG%s (%s)", name ? name : "?", meaning ? meaning : "unknown");
     }
 }
 
 int32_t fail_dead(ka_host *host, const char *where)
 {
-    siginfo_t info = {};
-    waitid(P_PIDFD, static_cast<id_t>(host->pid_fd), &info, WEXITED | WNOHANG);
-    const bool exited = info.si_pid != 0 && info.si_code == CLD_EXITED;
-    const bool at_start =
-        !host->answered && exited && (info.si_status == HOST_REFUSED || info.si_status == LOADER_REFUSED);
-    if (at_start) {
-        fail(host, KA_START, "%.300s ended at start with status %d", host->module, info.si_status);
-        host->error.exit_status = info.si_status;
+    bury(host, false);
+    const t_REMAINS *remains = &host->remains;
+    const bool refused = remains->status == HOST_REFUSED || remains->status == LOADER_REFUSED;
+    if (!host->answered && remains->how == CLD_EXITED && refused) {
+        fail(host, KA_START, "%.300s ended at start with status %d", host->module, remains->status);
+        host->error.exit_status = remains->status;
     } else {
         char text[120];
         fail(host, KA_DIED, " ");
-        describe_death(host, &info, text, sizeof text);
+        describe_death(host, remains, text, sizeof text);
         snprintf(host->error.text, sizeof host->error.text, "%.200s: the host %s %s", host->module, text, where);
     }
+    host->remains.of_error = true;
     release_process(host);
     host->losses++;
     return host->error.error_class;
@@ -117,8 +144,8 @@ int32_t ka_close(ka_host *host)
 {
     if (!host) return KA_DONE;
     if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a host cannot be closed inside its call-back");
-    end_process(host);
-    release_process(host);
+    end_host(host);
+    free_remains(&host->remains);
     remove_segment(host);
     free(host->module);
     free(host);

@@ -140,9 +140,9 @@ static int32_t answer(ka_host *host, int32_t value)
     return host->options.callback ? host->options.callback(host, value, host->options.user) : 0;
 }
 
-static int32_t fail_exchange(ka_host *host, t_EVENT event, bool in_callback)
+static int32_t fail_exchange(ka_host *host, t_EVENT event)
 {
-    const char *what = in_callback ? "a call-back of" : "a call of";
+    const char *what = host->in_callback ? "a call-back of" : "a call of";
     char where[SHOWN_NAME + 32];
     snprintf(where, sizeof where, "in %s \"%s\"", what, host->function);
     if (event == EVENT_DIED) return fail_dead(host, where);
@@ -157,31 +157,29 @@ static int32_t fail_exchange(ka_host *host, t_EVENT event, bool in_callback)
     return lose_host(host);
 }
 
-static int32_t fail_ring(ka_host *host, int error, bool in_callback)
+static int32_t fail_ring(ka_host *host, int error)
 {
-    if (error == ESRCH) return fail_exchange(host, EVENT_DIED, in_callback);
+    if (error == ESRCH) return fail_exchange(host, EVENT_DIED);
     fail_system(host, error, "cannot signal the host");
     return lose_host(host);
 }
 
 static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
 {
-    bool in_callback = false;
     int32_t known = random_word(host);
     for (;;) {
         const t_REPLY reply = converse(host, known, deadline);
-        if (reply.event == EVENT_NOT_RUNG) return fail_ring(host, reply.value, in_callback);
-        if (reply.event != EVENT_RETURNED && reply.event != EVENT_CALLBACK)
-            return fail_exchange(host, reply.event, in_callback);
+        if (reply.event == EVENT_NOT_RUNG) return fail_ring(host, reply.value);
+        if (reply.event != EVENT_RETURNED && reply.event != EVENT_CALLBACK) return fail_exchange(host, reply.event);
         host->answered = true;
         if (reply.event == EVENT_RETURNED) {
             host->losses = 0;
             *return_code = reply.value;
             return KA_DONE;
         }
-        in_callback = true;
+        host->in_callback = true;
         known = answer(host, reply.value);
-        if (now_ns() >= deadline) return fail_exchange(host, EVENT_LATE, in_callback);
+        if (now_ns() >= deadline) return fail_exchange(host, EVENT_LATE);
     }
 }
 
@@ -190,7 +188,7 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
 static int32_t look_before_call(ka_host *host, int64_t deadline)
 {
     const int woken = wait_until(host, -1, 0);
-    if (woken & WOKEN_BY_CANCEL) return fail_exchange(host, EVENT_CANCELLED, false);
+    if (woken & WOKEN_BY_CANCEL) return fail_exchange(host, EVENT_CANCELLED);
     if (woken & WOKEN_BY_DEATH) fail_dead(host, host->answered ? "between calls" : "before its first call");
     if (host->pid_fd != -1) return KA_DONE;
     return can_restart(host) ? start_again(host, deadline) : host->error.error_class;
@@ -208,11 +206,13 @@ int32_t ka_call(ka_host *host, int32_t *return_code)
     if (host->state != STATE_BUILDING) return fail_out_of_turn(host);
     if (host->build_error != KA_DONE) return host->build_error;
     const int64_t deadline = deadline_after_ms(host->options.deadline_ms);
+    host->called_ns = now_ns();
     int32_t status = look_before_call(host, deadline);
     if (status == KA_DONE) {
         host->state = STATE_CALLING;
         status = exchange(host, deadline, return_code);
     }
+    host->called_ns = 0;
     if (status != KA_DONE) {
         restart_at_once(host);
         return status;

@@ -47,10 +47,30 @@ struct t_PROGRESS {
 
 enum { SHOWN_NAME = 80 };
 
+/* When the last error happened. */
+struct t_MOMENT {
+    int64_t time_ns;  /* since 1970, UTC */
+    int64_t after_ns; /* since the call began; -1 outside of calls */
+    bool in_callback; /* the call had called back before */
+};
+
+/* What is kept of a process that has ended, to be reported. */
+struct t_REMAINS {
+    bool of_error; /* the last error ended the host, or was its end */
+    bool by_library;
+    pid_t pid;
+    int32_t how;     /* CLD_EXITED, CLD_KILLED, CLD_DUMPED, or 0 when it is not known */
+    int32_t status;  /* exit status or signal */
+    char *backtrace; /* what the inspector wrote, or null */
+};
+
+struct t_INSPECTION;
 struct t_LISTENER;
 
 struct ka_host {
     ka_error error;
+    t_MOMENT moment; /* of the error */
+    t_REMAINS remains;
     ka_options options;
     char *module;
     t_STATE state;
@@ -70,10 +90,14 @@ struct ka_host {
 
     pid_t pid;
     int pid_fd;
-    int doorbell_fd; /* KA_WAIT_FAST: a signalfd for SIGUSR2 */
-    int status_fd;   /* /proc/PID/status; follows the process, not the number */
-    bool answered;   /* it has answered at least once */
-    bool sent;       /* a request for the call that was begun has gone out */
+    int doorbell_fd;          /* KA_WAIT_FAST: a signalfd for SIGUSR2 */
+    int status_fd;            /* /proc/PID/status; follows the process, not the number */
+    bool answered;            /* it has answered at least once */
+    bool sent;                /* a request for the call that was begun has gone out */
+    t_INSPECTION *inspection; /* null when nobody looks at the host's end */
+
+    int64_t called_ns; /* when ka_call began; 0 outside */
+    bool in_callback;  /* the call that was begun has called back */
 
     bool openable;      /* the options are sound: it can be started, and started again */
     int64_t started_ns; /* when it was started last */
@@ -145,9 +169,11 @@ int64_t deadline_after_ms(int32_t milliseconds);
 /* ending.cpp */
 void close_fd(int *fd);                              /* unless it is -1, which it becomes */
 int signal_process(const ka_host *host, int signal); /* 0 or an errno */
-void end_process(ka_host *host);
-void release_process(ka_host *host); /* what belongs to the process, which is dead; the segment stays */
-int32_t lose_host(ka_host *host); /* ends the process if need be, releases it; the class of the error, which stays */
+/* Ends the process, unless there is none, and releases what belongs to it. The segment stays, and the error. */
+void end_host(ka_host *host);
+/* The same for a host that has failed; the class of its error. */
+int32_t lose_host(ka_host *host);
+void free_remains(t_REMAINS *remains);
 int32_t fail_dead(ka_host *host, const char *where);
 
 /* tables.cpp: the tables in an image; null with the reason in why. The function of that name, or null. */
@@ -159,5 +185,6 @@ enum { KIND_UNREADABLE = INT32_MIN }; /* of a prototype that lies outside the mo
 /* rest.cpp */
 enum t_REST { NOT_AT_REST, AT_REST_IDLE, AT_REST_IN_CALLBACK, REST_UNKNOWABLE };
 t_REST look_for_rest(ka_host *host);
+bool read_signal_sets(int status_fd, uint64_t *caught, uint64_t *ignored); /* of the process as a whole */
 
 #endif

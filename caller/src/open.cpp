@@ -94,9 +94,8 @@ int32_t ka_restart(ka_host *host)
         return fail(host, KA_ARGUMENT, "a host cannot be restarted inside its call-back");
     if (!host->openable)
         return fail(host, KA_ARGUMENT, "%.300s was never opened: its options are wrong", host->module);
-    end_process(host);
-    release_process(host);
-    host->sent = false;
+    end_host(host);
+    host->sent = host->in_callback = false;
     host->argc = 0;
     clear_error(host);
     return open_process(host);

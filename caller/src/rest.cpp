@@ -32,6 +32,8 @@ static constexpr uint64_t bit(int signal)
 static constexpr uint64_t waiting_in_callback = bit(SIGINT) | bit(SIGIO) | bit(SIGALRM);
 static constexpr uint64_t waiting_idle = waiting_in_callback | bit(SIGUSR1);
 
+enum { STATUS_BYTES = 8192 };
+
 struct t_LOOK {
     bool asleep;
     bool pending;
@@ -45,12 +47,18 @@ static const char *field(const char *status, const char *name)
 }
 
 /* False when the process is gone, or its status cannot be had. */
-static bool look(const ka_host *host, t_LOOK *result)
+static bool read_status(int status_fd, char status[STATUS_BYTES])
 {
-    char status[8192];
-    const ssize_t length = pread(host->status_fd, status, sizeof status - 1, 0);
+    const ssize_t length = pread(status_fd, status, STATUS_BYTES - 1, 0);
     if (length <= 0) return false;
     status[length] = '\0';
+    return true;
+}
+
+static bool look(const ka_host *host, t_LOOK *result)
+{
+    char status[STATUS_BYTES];
+    if (!read_status(host->status_fd, status)) return false;
     const char *state = field(status, "\nState:\t");
     const char *own = field(status, "\nSigPnd:\t");
     const char *shared = field(status, "\nShdPnd:\t");
@@ -59,6 +67,18 @@ static bool look(const ka_host *host, t_LOOK *result)
     result->asleep = *state == 'S';
     result->pending = ((strtoull(own, nullptr, 16) | strtoull(shared, nullptr, 16)) & bit(SIGUSR2)) != 0;
     result->blocked = strtoull(blocked, nullptr, 16);
+    return true;
+}
+
+bool read_signal_sets(int status_fd, uint64_t *caught, uint64_t *ignored)
+{
+    char status[STATUS_BYTES];
+    if (!read_status(status_fd, status)) return false;
+    const char *caught_text = field(status, "\nSigCgt:\t");
+    const char *ignored_text = field(status, "\nSigIgn:\t");
+    if (!caught_text || !ignored_text) return false;
+    *caught = strtoull(caught_text, nullptr, 16);
+    *ignored = strtoull(ignored_text, nullptr, 16);
     return true;
 }
 

@@ -44,6 +44,9 @@ void restart_at_once(ka_host *host)
     if (host->options.restart != KA_RESTART_AT_ONCE || host->pid_fd != -1 || !can_restart(host)) return;
     if (pause_end(host) > now_ns()) return;
     const ka_error error = host->error;
+    const t_MOMENT moment = host->moment;
+    t_REMAINS remains = host->remains;
+    host->remains = {};
     const int cancel_fd = host->options.cancel_fd;
     host->options.cancel_fd = -1;
     if (start_host(host, deadline_after_ms(host->options.deadline_ms)) == KA_DONE)
@@ -51,5 +54,8 @@ void restart_at_once(ka_host *host)
     else
         lose_host(host);
     host->options.cancel_fd = cancel_fd;
+    free_remains(&host->remains);
     host->error = error;
+    host->moment = moment;
+    host->remains = remains;
 }

@@ -7,6 +7,7 @@
  * then sends the child the word to go on. When the caller is killed before that, the child finds the pipe at its end
  * and removes what was created; when the child is killed, the caller goes on to mark the segment. */
 #include "host.h"
+#include "inspect.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -170,6 +171,7 @@ static int32_t start_child(ka_host *host, t_LAUNCH *launch, int64_t deadline)
     if (error != 0) return fail_system(host, error, "cannot create a process");
     if (!host->base && create_segment(host) != KA_DONE) return host->error.error_class;
     write_header(host);
+    start_inspection(host);
     if (send_argument(host, launch) != KA_DONE) return host->error.error_class;
     close_fd(&launch->report[1]); /* the child's is the last */
     return await_exec(host, launch->report[0], deadline);

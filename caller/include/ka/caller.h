@@ -121,7 +121,12 @@ enum {
 
 /* Called by the library in a thread of its own while the host is stopped, right before it ends by a signal or is
    ended for its deadline: pid can be looked at with ptrace, which the thread holds already. signal is what ends it.
-   Writes lines about what it finds, a backtrace, zero-terminated, into text, which has room for size bytes. */
+   Writes lines about what it finds, a backtrace, zero-terminated, into text, which has room for size bytes; and must
+   return. Where a thread of the module fails, pid is that thread's.
+   For this a host is traced from its start on, which makes every call slower and sends the program a SIGCHLD each
+   time. The program must not wait for any child (wait, waitpid(-1)) while such a host is open: that would take the
+   stops away from the tracer, and the host would stand still until its deadline. Not called where the system forbids
+   tracing. */
 typedef void ka_inspector(int32_t pid, int32_t signal, char *text, int32_t size, void *user);
 
 /* Filled by ka_options_init. Fields may be added at the end: size tells the library which ones it was given. */

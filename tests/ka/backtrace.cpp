@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+//
+// Backtraces of a module compiled with debug information, and of the same module stripped.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <functional>
+#include <string>
+
+#include "backtrace.h"
+
+static const std::string with_lines = CRASH_MODULES "/ka_module_crash";
+static const std::string stripped = CRASH_MODULES "/ka_module_crash_stripped";
+
+struct Seen {
+    std::string text;
+    int32_t signal = 0;
+    int32_t size = 1 << 14;
+};
+
+static void look(int32_t pid, int32_t signal, char *text, int32_t size, void *user)
+{
+    auto *seen = static_cast<Seen *>(user);
+    backtrace_inspector()(pid, signal, text, std::min(size, seen->size), nullptr);
+    seen->signal = signal;
+    seen->text = text;
+}
+
+// What is seen when a function ends its host, by itself or at its deadline.
+static Seen backtrace_of(const std::string &module, const char *function, int32_t size = 1 << 14)
+{
+    Seen seen;
+    seen.size = size;
+    ka_options options;
+    ka_options_init(&options, sizeof options);
+    options.inspector = look;
+    options.user = &seen;
+    options.deadline_ms = 3000;
+    ka_host *host;
+    int32_t code;
+    EXPECT_EQ(ka_open(&host, module.c_str(), &options), KA_DONE) << ka_last_error(host)->text;
+    ka_begin(host, function);
+    EXPECT_NE(ka_call(host, &code), KA_DONE);
+    ka_close(host);
+    return seen;
+}
+
+// "crash.c:N" of the line with that comment.
+static std::string place(const std::string &comment)
+{
+    std::ifstream source(CRASH_SOURCE);
+    std::string line;
+    for (int number = 1; std::getline(source, line); number++)
+        if (line.find("/* " + comment + " */") != std::string::npos)
+            return "crash.c:" + std::to_string(number) + "\n";
+    ADD_FAILURE() << "no line with the comment " << comment;
+    return "";
+}
+
+// Whether the text has these pieces in this order.
+static testing::AssertionResult has(const std::string &text, const std::vector<std::string> &pieces)
+{
+    size_t at = 0;
+    for (const std::string &piece : pieces) {
+        at = text.find(piece, at);
+        if (at == std::string::npos)
+            return testing::AssertionFailure() << "no " << piece << " in its place:\n" << text;
+    }
+    return testing::AssertionSuccess();
+}
+
+TEST(Backtrace, shows_function_file_and_line_of_a_fault)
+{
+    const Seen seen = backtrace_of(with_lines, "crash");
+    EXPECT_EQ(seen.signal, SIGSEGV);
+    EXPECT_TRUE(has(seen.text, {"fault at address 0x10\n", "#0  write_to_nothing at ", place("the fault"),
+                                "#1  crash at ", "KaCall at ", "dll_main", "main"}));
+}
+
+TEST(Backtrace, of_a_stripped_module_shows_addresses)
+{
+    const Seen seen = backtrace_of(stripped, "crash");
+    EXPECT_TRUE(has(seen.text, {"#0  ka_module_crash_stripped+0x", "#1  ka_module_crash_stripped+0x", "dll_main"}));
+    EXPECT_EQ(seen.text.find("write_to_nothing"), std::string::npos) << seen.text;
+}
+
+TEST(Backtrace, shows_where_a_thread_of_the_module_failed)
+{
+    const Seen seen = backtrace_of(with_lines, "thread");
+    EXPECT_TRUE(has(seen.text, {"#0  write_to_nothing at ", place("the fault"), "run_thread at "}));
+}
+
+TEST(Backtrace, shows_where_a_function_hangs)
+{
+    const Seen seen = backtrace_of(with_lines, "spin");
+    EXPECT_EQ(seen.signal, SIGTERM);
+    EXPECT_TRUE(has(seen.text, {"#0  spin at ", place("the loop"), "KaCall at "}));
+}
+
+TEST(Backtrace, shows_which_line_used_a_null_real)
+{
+    const Seen seen = backtrace_of(with_lines, "null_real");
+    EXPECT_EQ(seen.signal, SIGABRT);
+    EXPECT_TRUE(has(seen.text, {"abort", "compute_with_null at ", place("the null REAL")}));
+}
+
+TEST(Backtrace, of_an_endless_recursion_ends)
+{
+    const Seen seen = backtrace_of(with_lines, "recurse");
+    EXPECT_EQ(seen.signal, SIGSEGV);
+    EXPECT_TRUE(has(seen.text, {"#0  recurse at ", "#63 recurse at "}));
+    EXPECT_EQ(seen.text.find("#64"), std::string::npos);
+}
+
+TEST(Backtrace, that_does_not_fit_is_cut_at_a_line)
+{
+    const Seen seen = backtrace_of(with_lines, "recurse", 200);
+    EXPECT_LT(seen.text.size(), 200u);
+    EXPECT_TRUE(has(seen.text, {"#0  recurse"}));
+    EXPECT_EQ(seen.text.back(), '\n');
+}
