@@ -22,7 +22,7 @@ TEST(KaExitStatus, is_1_when_the_function_returns_another_code)
 
 TEST(KaExitStatus, is_1_when_the_host_refuses_and_the_meaning_is_told)
 {
-    const Outcome outcome = call({"no_such_function"});
+    const Outcome outcome = call({"--raw", "no_such_function"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, "return code 7\n");
     EXPECT_EQ(outcome.err, "ka: a host answers 7 when the module has no function of that name\n");
@@ -36,12 +36,13 @@ TEST(KaExitStatus, is_2_for_bad_usage)
         {"unknown"},
         {"call"},
         {"call", tasks_module},
-        {"call", "--layout", "32", tasks_module, "add"},
-        {"call", "--deadline", "0", tasks_module, "add"},
-        {"call", "--deadline", "soon", tasks_module, "add"},
-        {"call", "--callback", "4.2", tasks_module, "add"},
-        {"call", "--segment", "100", tasks_module, "add"},
-        {"call", "--scratch", "-1", tasks_module, "add"},
+        {"call", "--layout", "32", tasks_module, "count_call"},
+        {"call", "--deadline", "0", tasks_module, "count_call"},
+        {"call", "--deadline", "soon", tasks_module, "count_call"},
+        {"call", "--callback", "4.2", tasks_module, "count_call"},
+        {"call", "--repeat", "0", tasks_module, "count_call"},
+        {"call", "--segment", "100", tasks_module, "count_call"},
+        {"call", "--scratch", "-1", tasks_module, "count_call"},
     };
     for (const auto &words : cases) {
         const Outcome outcome = ka(words);
@@ -56,6 +57,7 @@ TEST(KaExitStatus, is_2_for_more_than_fifty_arguments)
 {
     std::vector<std::string> words(52, "1");
     words[0] = "describe";
+    words.insert(words.begin(), "--raw");
     const Outcome outcome = call(words);
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.err, "ka: a call of \"describe\" with more than 50 arguments\n");
@@ -73,7 +75,7 @@ TEST(KaExitStatus, is_4_when_the_module_cannot_start)
         {no_loader, "its loader /nowhere/ld-linux.so.2 is missing (the 32-bit C library is not installed)"},
     };
     for (const auto &[module, why] : cases) {
-        const Outcome outcome = ka({"call", module, "add"});
+        const Outcome outcome = ka({"call", module, "count_call"});
         EXPECT_EQ(outcome.status, 4);
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(outcome.err, "ka: cannot start " + module + ": " + why + "\n");
@@ -83,7 +85,7 @@ TEST(KaExitStatus, is_4_when_the_module_cannot_start)
 TEST(KaExitStatus, is_4_when_the_module_ends_at_start)
 {
     const std::string module = CALLER_MODULES "/caller_module_no_library";
-    const Outcome outcome = ka({"call", module, "add"});
+    const Outcome outcome = ka({"call", module, "count_call"});
     EXPECT_EQ(outcome.status, 4);
     EXPECT_NE(outcome.err.find("libkahost.so.1"), std::string::npos) << "the loader's own words";
     EXPECT_NE(outcome.err.find("ka: " + module + " ended at start with status 127\n"), std::string::npos)
@@ -108,9 +110,17 @@ TEST(KaExitStatus, is_6_past_the_deadline)
     EXPECT_EQ(outcome.err, "ka: " + tasks_module + ": a call of \"hang\" took more than 1500 ms\n");
 }
 
-TEST(KaExitStatus, is_3_when_the_call_does_not_fit_and_the_size_told_is_enough)
+TEST(KaExitStatus, is_3_when_the_call_does_not_suit_the_tables_and_nothing_is_started)
 {
-    const Outcome outcome = call({"measure", "str:2000000"});
+    const Outcome outcome = ka({"call", CALLER_MODULES "/caller_module_no_loader", "add", "1", "2", "3.5"});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err, "ka: add: argument 3 (sum) is IntByReference: takes INTEGER by reference, got REAL 3.5\n");
+}
+
+TEST(KaExitStatus, is_3_when_the_call_does_not_fit_the_segment_asked_for_and_the_size_told_is_enough)
+{
+    const Outcome outcome = call({"--segment", "1048576", "measure", "str:2000000"});
     EXPECT_EQ(outcome.status, 3);
     const std::string before = "ka: the call of \"measure\" needs a segment of ";
     ASSERT_EQ(outcome.err.find(before), 0u) << outcome.err;
@@ -118,6 +128,12 @@ TEST(KaExitStatus, is_3_when_the_call_does_not_fit_and_the_size_told_is_enough)
     const int needed = std::atoi(outcome.err.c_str() + before.size());
     EXPECT_EQ(call({"--segment", std::to_string(needed), "measure", "str:2000000"}).status, 0);
     EXPECT_EQ(call({"--segment", std::to_string(needed - 1), "measure", "str:2000000"}).status, 3);
+}
+
+TEST(KaExitStatus, is_0_when_the_segment_grows_with_the_call)
+{
+    EXPECT_EQ(call({"measure", "str:2000000"}).status, 0);
+    EXPECT_EQ(call({"--scratch", "5000000", "measure", "str:2000000"}).status, 0);
 }
 
 TEST(KaExitStatus, is_2_when_the_results_cannot_be_written)

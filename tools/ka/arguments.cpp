@@ -1,146 +1,35 @@
 // SPDX-License-Identifier: MIT
 //
-// See arguments.h. An argument is read from left to right into elements; the type is decided by all of them together.
+// See arguments.h. The elements of an argument have one type; it is decided by all of them together.
 #include "arguments.h"
 
+#include <algorithm>
 #include <charconv>
-#include <string_view>
 
 #include "ka/dll_block.h"
+#include "ka/dll_module.h"
+#include "results.h"
 
 namespace {
 
-enum class Kind { integer, real, string };
+// ---- Numbers ---------------------------------------------------------------------------------------------------
 
-// One element: its characters, without quotes and escapes when it is a string.
-struct Element {
-    Kind kind;
-    std::string text;
-};
-
-// The characters not yet read.
-struct Scanner {
-    std::string_view rest;
-
-    bool accept(char wanted)
-    {
-        if (rest.empty() || rest.front() != wanted) return false;
-        rest.remove_prefix(1);
-        return true;
-    }
-    void skip_blanks()
-    {
-        while (accept(' '))
-            ;
-    }
-};
-
-int hex_digit(char c)
+bool is_whole(const std::string &text)
 {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
+    const size_t sign = text.starts_with('-') || text.starts_with('+') ? 1 : 0;
+    return text.size() > sign && text.find_first_not_of("0123456789", sign) == std::string::npos;
 }
 
-char read_hex(Scanner &scanner)
+bool read_real(const std::string &text, t_DECIMAL &value)
 {
-    if (scanner.rest.size() < 2) throw Malformed("\\x needs two hexadecimal digits");
-    const int high = hex_digit(scanner.rest[0]);
-    const int low = hex_digit(scanner.rest[1]);
-    if (high < 0 || low < 0) throw Malformed("\\x needs two hexadecimal digits");
-    scanner.rest.remove_prefix(2);
-    return static_cast<char>(high * 16 + low);
-}
-
-char read_escape(Scanner &scanner)
-{
-    if (scanner.rest.empty()) throw Malformed("a backslash at the end");
-    const char c = scanner.rest.front();
-    scanner.rest.remove_prefix(1);
-    switch (c) {
-    case '\'':
-    case '\\':
-        return c;
-    case 'n':
-        return '\n';
-    case 't':
-        return '\t';
-    case 'r':
-        return '\r';
-    case 'x':
-        return read_hex(scanner);
-    default:
-        throw Malformed(std::string("\\") + c + " is no escape; a backslash is written \\\\");
-    }
-}
-
-// Behind the opening quote.
-Element read_string(Scanner &scanner)
-{
-    Element element{Kind::string, {}};
-    while (!scanner.accept('\'')) {
-        if (scanner.rest.empty()) throw Malformed("the closing quote is missing");
-        const char c = scanner.rest.front();
-        scanner.rest.remove_prefix(1);
-        element.text += c == '\\' ? read_escape(scanner) : c;
-    }
-    return element;
-}
-
-// A number reaches to the next character that can end an element.
-Element read_number(Scanner &scanner)
-{
-    const size_t length = std::min(scanner.rest.find_first_of(", ]:"), scanner.rest.size());
-    const std::string text(scanner.rest.substr(0, length));
-    scanner.rest.remove_prefix(length);
-    if (text.empty()) throw Malformed("a value is missing");
-    t_DECIMAL value;
-    const bool is_integer =
-        text.find_first_not_of("0123456789", text[0] == '-' || text[0] == '+') == std::string::npos;
-    if (is_integer && text.size() > size_t(text[0] == '-' || text[0] == '+')) return {Kind::integer, text};
-    if (ka_real_from_text(text.data(), static_cast<int32_t>(text.size()), &value) == KA_DONE)
-        return {Kind::real, text};
-    if (text.find_first_not_of("+-.0123456789eE") == std::string::npos)
-        throw Malformed(text + " is no number, or out of a REAL's range");
-    throw Malformed(text + " is neither a number nor a quoted 'text'");
-}
-
-Element read_element(Scanner &scanner)
-{
-    return scanner.accept('\'') ? read_string(scanner) : read_number(scanner);
-}
-
-// Behind the opening bracket.
-std::vector<Element> read_array(Scanner &scanner)
-{
-    std::vector<Element> elements;
-    do {
-        scanner.skip_blanks();
-        if (scanner.rest.starts_with(']'))
-            throw Malformed(elements.empty() ? "an empty array" : "a value is missing");
-        elements.push_back(read_element(scanner));
-        scanner.skip_blanks();
-    } while (scanner.accept(','));
-    if (!scanner.accept(']')) throw Malformed("the closing bracket is missing");
-    return elements;
-}
-
-int32_t read_room(Scanner &scanner)
-{
-    int32_t room = 0;
-    const char *begin = scanner.rest.data();
-    const char *end = begin + scanner.rest.size();
-    const auto [stop, error] = std::from_chars(begin, end, room);
-    if (error != std::errc() || room < 0) throw Malformed("the room behind the colon must be a number of characters");
-    scanner.rest.remove_prefix(static_cast<size_t>(stop - begin));
-    return room;
+    return ka_real_from_text(text.data(), static_cast<int32_t>(text.size()), &value) == KA_DONE;
 }
 
 int32_t to_integer(const std::string &text)
 {
+    if (!is_whole(text)) throw Malformed(text + " is no whole number");
     int32_t value = 0;
-    const char *begin = text.data() + (text[0] == '+');
+    const char *begin = text.data() + (text.starts_with('+') ? 1 : 0);
     const auto result = std::from_chars(begin, text.data() + text.size(), value);
     if (result.ec != std::errc())
         throw Malformed(text + " does not fit an INTEGER; a REAL is written " + text + ".0");
@@ -150,66 +39,217 @@ int32_t to_integer(const std::string &text)
 t_DECIMAL to_real(const std::string &text)
 {
     t_DECIMAL value;
-    if (ka_real_from_text(text.data(), static_cast<int32_t>(text.size()), &value) != KA_DONE)
-        throw Malformed(text + " is out of a REAL's range");
+    if (!read_real(text, value)) throw Malformed(text + " is no number, or out of a REAL's range");
     return value;
 }
 
-bool any(const std::vector<Element> &elements, Kind kind)
+// The block's value type of an element by itself; 0 for a word that is no number.
+int32_t own_type(const Element &element)
 {
-    for (const Element &element : elements)
-        if (element.kind == kind) return true;
-    return false;
+    if (element.kind == Kind::string) return DLL_STRING;
+    if (element.kind == Kind::integer) return DLL_INTEGER;
+    if (element.kind == Kind::real) return DLL_REAL;
+    t_DECIMAL value;
+    if (is_whole(element.text)) return DLL_INTEGER;
+    return read_real(element.text, value) ? DLL_REAL : 0;
+}
+
+// What a word of no type is.
+std::string why_no_type(const std::string &text)
+{
+    if (!text.empty() && text.find_first_not_of("+-.0123456789eE") == std::string::npos)
+        return "is no number, or out of a REAL's range";
+    return "is neither a number nor a quoted 'text'";
+}
+
+// ---- By themselves ---------------------------------------------------------------------------------------------
+
+int32_t common_type(const std::vector<Element> &elements)
+{
+    bool strings = false;
+    bool reals = false;
+    bool integers = false;
+    for (const Element &element : elements) {
+        const int32_t type = own_type(element);
+        if (type == 0) throw Malformed(element.text + " " + why_no_type(element.text));
+        strings |= type == DLL_STRING;
+        reals |= type == DLL_REAL;
+        integers |= type == DLL_INTEGER;
+    }
+    if (strings && (reals || integers)) throw Malformed("an array holds numbers or strings, not both");
+    return strings ? DLL_STRING : reals ? DLL_REAL : DLL_INTEGER;
 }
 
 void set_elements(Argument &argument, const std::vector<Element> &elements)
 {
-    const bool strings = any(elements, Kind::string);
-    const bool reals = any(elements, Kind::real);
-    if (strings && (reals || any(elements, Kind::integer)))
-        throw Malformed("an array holds numbers or strings, not both");
-    argument.type = strings ? DLL_STRING : reals ? DLL_REAL : DLL_INTEGER;
     for (const Element &element : elements) {
-        if (strings) argument.strings.push_back(element.text);
+        if (argument.type == DLL_STRING) argument.strings.push_back(element.text);
         if (argument.type == DLL_REAL) argument.reals.push_back(to_real(element.text));
         if (argument.type == DLL_INTEGER) argument.integers.push_back(to_integer(element.text));
     }
 }
 
-void set_room(Argument &argument, int32_t room)
+int32_t longest(const Argument &argument)
 {
-    if (argument.type != DLL_STRING) throw Malformed("only strings have room");
+    size_t length = 0;
     for (const std::string &text : argument.strings)
-        if (text.size() > static_cast<size_t>(room))
-            throw Malformed("room for " + std::to_string(room) + " characters, but a string of " +
-                            std::to_string(text.size()));
-    argument.room = room;
+        length = std::max(length, text.size());
+    return static_cast<int32_t>(std::min<size_t>(length, INT32_MAX));
 }
 
-std::vector<Element> read_elements(Scanner &scanner, Argument &argument)
+void set_room(Argument &argument, const Literal &literal)
 {
-    if (scanner.accept('[')) {
-        argument.is_array = true;
-        return read_array(scanner);
+    if (!literal.room) return;
+    if (argument.type != DLL_STRING) throw Malformed("only strings have room");
+    if (longest(argument) > *literal.room)
+        throw Malformed("room for " + std::to_string(*literal.room) + " characters, but a string of " +
+                        std::to_string(longest(argument)));
+    argument.room = *literal.room;
+}
+
+Argument make_argument(const Literal &literal, int32_t type)
+{
+    Argument argument{};
+    argument.type = type;
+    argument.passing = literal.by_reference ? KA_BY_REFERENCE : KA_BY_VALUE;
+    argument.is_array = literal.is_array;
+    set_elements(argument, literal.elements);
+    set_room(argument, literal);
+    return argument;
+}
+
+// ---- By a prototype --------------------------------------------------------------------------------------------
+
+// The type in which a function gets these elements; 0 when they are of none that it takes.
+int32_t wanted_type(int32_t kind, const std::vector<Element> &elements)
+{
+    bool whole = true;
+    for (const Element &element : elements) {
+        const bool quoted = element.kind == Kind::string;
+        if (takes(kind, DLL_STRING)) {
+            if (!quoted && element.kind != Kind::word) return 0;
+            continue;
+        }
+        const int32_t type = quoted ? 0 : own_type(element);
+        if (type == 0) return 0;
+        whole &= type == DLL_INTEGER;
     }
-    if (scanner.rest.starts_with("str:")) {
-        scanner.rest.remove_prefix(3);
-        return {{Kind::string, {}}};
+    if (takes(kind, DLL_STRING)) return DLL_STRING;
+    if (whole && takes(kind, DLL_INTEGER) && kind != KA_REAL_BY_VALUE) return DLL_INTEGER;
+    return takes(kind, DLL_REAL) ? DLL_REAL : 0;
+}
+
+const char *type_name(int32_t type)
+{
+    return type == DLL_INTEGER ? "INTEGER " : type == DLL_REAL ? "REAL " : "STRING ";
+}
+
+std::string shortened(const std::string &text)
+{
+    constexpr size_t longest_shown = 60;
+    return text.size() > longest_shown ? text.substr(0, longest_shown) + "..." : text;
+}
+
+// What was given instead: its type, or why it has none.
+std::string given(const Literal &literal)
+{
+    const std::string written = shortened(literal.written.substr(literal.written.starts_with('&') ? 1 : 0));
+    for (const Element &element : literal.elements)
+        if (own_type(element) == 0) return shortened(element.text) + ", which " + why_no_type(element.text);
+    const auto differs = [&](const Element &element) { return own_type(element) != own_type(literal.elements[0]); };
+    const bool mixed = std::any_of(literal.elements.begin(), literal.elements.end(), differs);
+    return mixed ? written : type_name(own_type(literal.elements[0])) + written;
+}
+
+Argument argument_for(const Prototype &prototype, const Literal &literal)
+{
+    if (prototype.type == KA_VARARG) return argument_of(literal);
+    const int32_t type = wanted_type(prototype.type, literal.elements);
+    if (type == 0) throw Refused("takes " + taken_by(prototype) + ", got " + given(literal));
+    Argument argument = make_argument(literal, type);
+    if (!changes(prototype.type)) return argument;
+    argument.passing = KA_BY_REFERENCE;
+    if (type == DLL_STRING && !literal.room) argument.room = std::max(usual_room, longest(argument));
+    return argument;
+}
+
+void check_elements(const Prototype &prototype, const Literal &literal)
+{
+    if (!is_kind(prototype.type))
+        throw Refused("the module's own table is wrong: there is no kind " + std::to_string(prototype.type));
+    const auto count = static_cast<int64_t>(literal.elements.size());
+    if (least_elements(prototype) <= count) return;
+    throw Refused("takes at least " + std::to_string(prototype.min_elcnt) + " elements, got " +
+                  std::to_string(count));
+}
+
+std::string label(const Function &function, size_t position, const Prototype &prototype)
+{
+    return function.name + ": argument " + std::to_string(position) + " (" + prototype.name + ") is " +
+           kind_name(prototype.type) + ": ";
+}
+
+Argument argument_at(const Function &function, size_t position, const Literal &literal)
+{
+    const Prototype &prototype = *prototype_at(function, position);
+    try {
+        check_elements(prototype, literal);
+        return argument_for(prototype, literal);
+    } catch (const Refused &refused) {
+        throw Refused(label(function, position, prototype) + refused.what());
+    } catch (const Malformed &malformed) {
+        throw Malformed(label(function, position, prototype) + malformed.what());
     }
-    return {read_element(scanner)};
+}
+
+int64_t element_bytes(const Argument &argument)
+{
+    if (argument.type == DLL_INTEGER) return 4;
+    if (argument.type == DLL_REAL) return int64_t{sizeof(t_DECIMAL)};
+    return 8 + std::max<int64_t>(argument.room, longest(argument));
+}
+
+Element element_of(const t_DECIMAL &value)
+{
+    char text[KA_REAL_TEXT];
+    return {Kind::real, ka_real_to_text(&value, text)};
 }
 
 } // namespace
 
-Argument read_argument(const std::string &text)
+Argument argument_of(const Literal &literal)
 {
-    Scanner scanner{text};
-    Argument argument{};
-    argument.passing = scanner.accept('&') ? KA_BY_REFERENCE : KA_BY_VALUE;
-    set_elements(argument, read_elements(scanner, argument));
-    if (scanner.accept(':')) set_room(argument, read_room(scanner));
-    if (!scanner.rest.empty()) throw Malformed("\"" + std::string(scanner.rest) + "\" stands behind the value");
-    return argument;
+    return make_argument(literal, common_type(literal.elements));
+}
+
+Literal read_literal_for(const Function &function, size_t position, const std::string &text)
+{
+    const Prototype *prototype = prototype_at(function, position);
+    const bool is_text = prototype != nullptr && prototype->type != KA_VARARG && takes(prototype->type, DLL_STRING);
+    return read_literal(text, is_text ? Unquoted::text : Unquoted::number);
+}
+
+std::vector<Argument> arguments_for(const Function &function, const std::vector<Literal> &literals)
+{
+    check_count(function, literals.size());
+    std::vector<Argument> arguments;
+    for (const Literal &literal : literals)
+        arguments.push_back(argument_at(function, arguments.size() + 1, literal));
+    return arguments;
+}
+
+Literal literal_of(const Argument &argument)
+{
+    Literal literal;
+    literal.written = argument_text(argument);
+    literal.is_array = argument.is_array;
+    for (int32_t value : argument.integers)
+        literal.elements.push_back({Kind::integer, std::to_string(value)});
+    for (const t_DECIMAL &value : argument.reals)
+        literal.elements.push_back(element_of(value));
+    for (const std::string &text : argument.strings)
+        literal.elements.push_back({Kind::string, text});
+    return literal;
 }
 
 int32_t add_argument(ka_host *host, const Argument &argument)
@@ -226,4 +266,15 @@ int32_t add_argument(ka_host *host, const Argument &argument)
     for (const std::string &text : argument.strings)
         texts.push_back({text.data(), static_cast<int32_t>(text.size())});
     return ka_add_strings(host, texts.data(), static_cast<int32_t>(texts.size()), argument.room, argument.passing);
+}
+
+// The header and 51 descriptors have a page.
+int64_t segment_bytes_for(const std::string &function, const std::vector<Argument> &arguments, int32_t scratch_bytes)
+{
+    int64_t sum = 4096 + static_cast<int64_t>(function.size()) + int64_t{scratch_bytes};
+    for (const Argument &argument : arguments) {
+        const size_t count = argument.integers.size() + argument.reals.size() + argument.strings.size();
+        sum += 16 + static_cast<int64_t>(count) * element_bytes(argument);
+    }
+    return sum;
 }

@@ -94,7 +94,7 @@ std::string path_of(const std::string &word)
 void offer_functions(Answer &answer, const std::string &start, const std::string &module)
 {
     std::set<std::string> seen;
-    for (const Function &function : read_tables(path_of(module))) {
+    for (const Function &function : read_tables(path_of(module)).functions) {
         std::string arguments;
         for (const Prototype &prototype : function.prototypes)
             arguments += (arguments.empty() ? "" : " ") + prototype.name;

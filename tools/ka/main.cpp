@@ -5,32 +5,23 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
-#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "call.h"
+#include "command_words.h"
 #include "completion.h"
 #include "description.h"
 #include "dump.h"
 #include "exit_status.h"
 #include "explain.h"
+#include "list.h"
 #include "manual.h"
 #include "real.h"
 
 static int refuse_usage(const std::string &text)
 {
     return complain(EXIT_USAGE, text + "; ka --help tells more");
-}
-
-// In the reverse order, as the command-line library takes them. A "--" would end the subcommand real, which needs
-// none: numbers with a minus sign reach it as they are.
-static std::vector<std::string> words_of(int argc, char **argv)
-{
-    std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
-    if (!words.empty() && words[0] == "real") std::erase(words, "--");
-    std::reverse(words.begin(), words.end());
-    return words;
 }
 
 static int run(int argc, char **argv)
@@ -40,6 +31,7 @@ static int run(int argc, char **argv)
     app.formatter(std::make_shared<Help>());
     app.set_version_flag("--version", "ka " KA_VERSION);
     app.require_subcommand(0, 1);
+    add_list_command(app, exit_status);
     add_call_command(app, exit_status);
     add_real_command(app, exit_status);
     add_dump_command(app, exit_status);
@@ -53,7 +45,7 @@ static int run(int argc, char **argv)
         return EXIT_DONE;
     }
     try {
-        app.parse(words_of(argc, argv));
+        app.parse(command_words(argc, argv));
     } catch (const CLI::Success &help) {
         return app.exit(help);
     } catch (const CLI::ParseError &error) {

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "arguments.h"
+#include "literal.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <memory>
 #include <sstream>
 
-#include "arguments.h"
 #include "exit_status.h"
+#include "literal.h"
 #include "view.h"
 
 namespace {

@@ -3,15 +3,15 @@
 // See results.h.
 #include "results.h"
 
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
 #include "ka/dll_block.h"
 #include "ka/dll_codes.h"
 
 namespace {
 
-std::string show_integer(int32_t value)
-{
-    return std::to_string(value);
-}
+constexpr char hex[] = "0123456789abcdef";
 
 // A REAL of whole value shows a point, so that it is not taken for an INTEGER.
 std::string show_real(const t_DECIMAL &value)
@@ -21,11 +21,19 @@ std::string show_real(const t_DECIMAL &value)
     return text.find_first_not_of("-0123456789") == std::string::npos ? text + ".0" : text;
 }
 
+std::string show_byte(unsigned char byte)
+{
+    return {'\\', 'x', hex[byte >> 4], hex[byte & 15]};
+}
+
 // Bytes above 127 stay as they are: they are parts of characters.
+bool is_control(unsigned char byte)
+{
+    return byte < ' ' || byte == 0x7f;
+}
+
 std::string show_character(char c)
 {
-    static constexpr char hex[] = "0123456789abcdef";
-    const auto byte = static_cast<unsigned char>(c);
     switch (c) {
     case '\'':
         return "\\'";
@@ -38,10 +46,9 @@ std::string show_character(char c)
     case '\r':
         return "\\r";
     default:
-        break;
+        const auto byte = static_cast<unsigned char>(c);
+        return is_control(byte) ? show_byte(byte) : std::string(1, c);
     }
-    if (byte >= ' ' && byte != 0x7f) return {c};
-    return {'\\', 'x', hex[byte / 16], hex[byte % 16]};
 }
 
 std::string show_string(const std::string &value)
@@ -52,62 +59,94 @@ std::string show_string(const std::string &value)
     return text + "'";
 }
 
-std::vector<std::string> read_integers(ka_host *host, int32_t number, size_t count)
+std::string hex_json(const std::string &value)
 {
-    std::vector<int32_t> values(count);
-    std::vector<std::string> texts;
-    texts.reserve(count);
-    ka_get_integers(host, number, values.data(), static_cast<int32_t>(count));
-    for (int32_t value : values)
-        texts.push_back(show_integer(value));
-    return texts;
+    std::string text;
+    for (char c : value) {
+        const auto byte = static_cast<unsigned char>(c);
+        text += {hex[byte >> 4], hex[byte & 15]};
+    }
+    return "{\"hex\":\"" + text + "\"}";
 }
 
-std::vector<std::string> read_reals(ka_host *host, int32_t number, size_t count)
+std::string read_string(ka_host *host, int32_t number, int32_t element)
 {
-    std::vector<t_DECIMAL> values(count);
+    int32_t length = 0;
+    ka_get_string(host, number, element, nullptr, 0, &length);
+    std::string value(static_cast<size_t>(length), '\0');
+    ka_get_string(host, number, element, value.data(), length, &length);
+    value.resize(std::min(value.size(), static_cast<size_t>(length))); // the module may still be writing
+    return value;
+}
+
+using Show = std::string (*)(const std::string &);
+
+std::vector<std::string> element_texts(const Argument &argument, Show show)
+{
     std::vector<std::string> texts;
-    texts.reserve(count);
-    ka_get_reals(host, number, values.data(), static_cast<int32_t>(count));
-    for (const t_DECIMAL &value : values)
+    for (int32_t value : argument.integers)
+        texts.push_back(std::to_string(value));
+    for (const t_DECIMAL &value : argument.reals)
         texts.push_back(show_real(value));
+    for (const std::string &value : argument.strings)
+        texts.push_back(show(value));
     return texts;
 }
 
-std::vector<std::string> read_strings(ka_host *host, int32_t number, size_t count)
+std::string joined(const Argument &argument, Show show, const char *comma)
 {
-    std::vector<std::string> texts;
-    for (int32_t i = 0; i < static_cast<int32_t>(count); i++) {
-        int32_t length = 0;
-        ka_get_string(host, number, i, nullptr, 0, &length);
-        std::string value(static_cast<size_t>(length), '\0');
-        ka_get_string(host, number, i, value.data(), length, &length);
-        value.resize(std::min(value.size(), static_cast<size_t>(length)));
-        texts.push_back(show_string(value));
-    }
-    return texts;
-}
-
-std::vector<std::string> read_result(ka_host *host, int32_t number, const Argument &argument)
-{
-    switch (argument.type) {
-    case DLL_INTEGER:
-        return read_integers(host, number, argument.integers.size());
-    case DLL_REAL:
-        return read_reals(host, number, argument.reals.size());
-    default:
-        return read_strings(host, number, argument.strings.size());
-    }
+    std::string text;
+    for (const std::string &element : element_texts(argument, show))
+        text += (text.empty() ? "" : comma) + element;
+    return argument.is_array ? "[" + text + "]" : text;
 }
 
 } // namespace
 
-std::string show_result(ka_host *host, int32_t number, const Argument &argument)
+Argument read_back(ka_host *host, int32_t number, const Argument &sent)
 {
-    std::string text;
-    for (const std::string &element : read_result(host, number, argument))
-        text += (text.empty() ? "" : ", ") + element;
-    return argument.is_array ? "[" + text + "]" : text;
+    Argument argument = sent;
+    if (argument.type == DLL_INTEGER)
+        ka_get_integers(host, number, argument.integers.data(), static_cast<int32_t>(argument.integers.size()));
+    if (argument.type == DLL_REAL)
+        ka_get_reals(host, number, argument.reals.data(), static_cast<int32_t>(argument.reals.size()));
+    for (size_t i = 0; i < argument.strings.size(); i++)
+        argument.strings[i] = read_string(host, number, static_cast<int32_t>(i));
+    return argument;
+}
+
+std::string argument_text(const Argument &argument)
+{
+    return joined(argument, show_string, ", ");
+}
+
+std::string string_json(const std::string &text)
+{
+    try {
+        return nlohmann::json(text).dump();
+    } catch (const nlohmann::json::type_error &) { // not UTF-8
+        return hex_json(text);
+    }
+}
+
+std::string name_json(const std::string &name)
+{
+    return nlohmann::json(name).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::string argument_json(const Argument &argument)
+{
+    return joined(argument, string_json, ",");
+}
+
+std::string printable(const std::string &text)
+{
+    std::string shown;
+    for (char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        shown += is_control(byte) ? show_byte(byte) : std::string(1, c);
+    }
+    return shown;
 }
 
 std::string meaning_of_refusal(int32_t code)

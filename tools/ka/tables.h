@@ -10,21 +10,20 @@
 
 struct Prototype {
     std::string name;
-    int32_t type;
+    int32_t type; // KA_VARARG ... of ka/dll_module.h; any number when the module's table is wrong
     int32_t min_elcnt;
 };
 
 struct Function {
     std::string name;
-    std::vector<Prototype> prototypes;
+    std::vector<Prototype> prototypes; // 50 at most, as many as a call can use
 };
 
-// In table order. Empty when the file is no module or its tables cannot be made out.
-std::vector<Function> read_tables(const std::string &module);
+struct Tables {
+    std::vector<Function> functions; // in the module's order: of two with one name only the first can be called
+    std::string missing;             // what the file does not tell, and why; empty when it tells all
+};
 
-// What to call each of count arguments of a function: its prototype's name where that is known, and the position
-// where it is not or where a VarArg gives several the same name.
-std::vector<std::string> argument_names(const std::vector<Function> &tables, const std::string &function,
-                                        size_t count);
+Tables read_tables(const std::string &module);
 
 #endif

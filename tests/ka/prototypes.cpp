@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+//
+// The prototypes of the function decide what an argument is, and what is wrong with it.
+#include "ka/command.h"
+
+static std::string out_of(std::vector<std::string> words)
+{
+    const Outcome outcome = call(std::move(words));
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.status, 0);
+    return outcome.out;
+}
+
+static void expect_refused(std::vector<std::string> words, const std::string &text)
+{
+    const std::string all = testing::PrintToString(words);
+    const Outcome outcome = call(std::move(words));
+    EXPECT_EQ(outcome.status, 3) << all;
+    EXPECT_EQ(outcome.out, "") << all;
+    EXPECT_EQ(outcome.err, "ka: " + text + "\n") << all;
+}
+
+TEST(KaPrototypes, whole_number_for_a_real_is_a_real)
+{
+    EXPECT_EQ(out_of({"scale", "[1,2]", "3"}), "values = [3.0, 6.0]\nreturn code 0\n");
+    EXPECT_EQ(out_of({"scale_one", "3000000000", "1"}), "x = 3000000000.0\nreturn code 0\n");
+}
+
+TEST(KaPrototypes, what_can_change_goes_by_reference_and_a_mark_does_no_harm)
+{
+    EXPECT_EQ(out_of({"add", "2", "40", "0"}), "sum = 42\nreturn code 0\n");
+    EXPECT_EQ(out_of({"add", "2", "40", "&0"}), "sum = 42\nreturn code 0\n");
+    EXPECT_EQ(out_of({"add", "&2", "&40", "0"}), "sum = 42\nreturn code 0\n");
+    EXPECT_EQ(out_of({"double", "[1,2]"}), "values = [2, 4]\nreturn code 0\n");
+    EXPECT_EQ(out_of({"double", "21"}), "values = 42\nreturn code 0\n");
+}
+
+TEST(KaPrototypes, real_for_an_integer_by_value_is_sent_as_one)
+{
+    EXPECT_EQ(out_of({"add", "2.9", "40", "0"}), "sum = 42\nreturn code 0\n");
+}
+
+TEST(KaPrototypes, words_for_a_string_are_that_text)
+{
+    EXPECT_EQ(call({"measure", "four"}).out, "return code 4\n");
+    EXPECT_EQ(call({"measure", "42"}).out, "return code 2\n");
+    EXPECT_EQ(call({"measure", "-4.2e1"}).out, "return code 6\n");
+    EXPECT_EQ(call({"measure", "'42'"}).out, "return code 2\n");
+    EXPECT_EQ(call({"measure", R"(a\n, b: 'c' ])"}).out, "return code 13\n");
+    EXPECT_EQ(call({"measure", "--", "--json"}).out, "return code 6\n");
+    EXPECT_EQ(call({"measure", "--", "--"}).out, "return code 2\n");
+    EXPECT_EQ(call({"--", "measure", "-h"}).out, "return code 2\n");
+    EXPECT_EQ(call({"measure", "++"}).out, "return code 2\n");
+    EXPECT_EQ(call({"measure", "\x01"}).out, "return code 1\n");
+    EXPECT_EQ(call({"measure", "list"}).out, "return code 4\n");
+    EXPECT_EQ(call({"measure", "-"}).out, "return code 1\n");
+    EXPECT_EQ(call({"measure", ""}).out, "return code 0\n");
+    EXPECT_EQ(out_of({"shout", "[ a b ,12,'c,d']"}), "texts = ['a b!', '12!', 'c,d!']\nreturn code 0\n");
+}
+
+TEST(KaPrototypes, string_by_reference_has_room_for_256_characters)
+{
+    EXPECT_EQ(out_of({"greet", "x"}), "text = 'good day'\nreturn code 0\n");
+    const auto filled = [](const std::string &text) {
+        return out_of({"lie_about_length", text, "1000000"}).size() -
+               std::string("text = ''\nreturn code 0\n").size();
+    };
+    EXPECT_EQ(filled(""), 256u);
+    EXPECT_EQ(filled(std::string(255, 'a')), 256u);
+    EXPECT_EQ(filled(std::string(300, 'a')), 300u);
+    EXPECT_EQ(filled("'a':7"), 7u);
+    EXPECT_EQ(filled("str:0"), 0u);
+}
+
+TEST(KaPrototypes, vararg_takes_the_type_that_is_written)
+{
+    EXPECT_EQ(call({"describe", "1"}).out, "return code 201\n");
+    EXPECT_EQ(call({"describe", "1.0"}).out, "return code 501\n");
+    EXPECT_EQ(call({"describe", "'1'"}).out, "return code 801\n");
+    EXPECT_EQ(call({"describe"}).out, "return code 0\n");
+    const Outcome outcome = call({"describe", "1", "word"});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.err,
+              "ka: describe: argument 2 (any) is VarArg: word is neither a number nor a quoted 'text'\n");
+}
+
+TEST(KaPrototypes, refusals_name_function_argument_wanted_and_given)
+{
+    const std::string a = "add: argument 1 (a) is IntByValue: takes INTEGER or REAL, got ";
+    expect_refused({"add", "'2'", "3", "0"}, a + "STRING '2'");
+    expect_refused({"add", "two", "3", "0"}, a + "two, which is neither a number nor a quoted 'text'");
+    expect_refused({"add", "1e200", "3", "0"}, a + "1e200, which is no number, or out of a REAL's range");
+    expect_refused({"add", "[1,'a']", "3", "0"}, a + "[1,'a']");
+    expect_refused({"add", "2", "3", "&0.5"},
+                   "add: argument 3 (sum) is IntByReference: takes INTEGER by reference, got REAL 0.5");
+    expect_refused({"scale", "['a']", "1"},
+                   "scale: argument 1 (values) is RealArray: takes REAL by reference, got STRING ['a']");
+    expect_refused({"shout", "['a']"}, "shout: argument 1 (texts) is StringArray: takes at least 2 elements, got 1");
+    expect_refused({"add", "'" + std::string(100, 'x') + "'", "3", "0"},
+                   a + "STRING '" + std::string(59, 'x') + "...");
+}
+
+TEST(KaPrototypes, number_of_arguments_is_checked)
+{
+    expect_refused({"add"}, "add: takes 3 arguments (a, b, sum), got 0");
+    expect_refused({"add", "1", "2", "3", "4"}, "add: takes 3 arguments (a, b, sum), got 4");
+    expect_refused({"count_call", "1"}, "count_call: takes no arguments, got 1");
+    expect_refused({"measure"}, "measure: takes 1 argument (text), got 0");
+    std::vector<std::string> words(52, "1");
+    words[0] = "describe";
+    expect_refused(words, "describe: no call has more than 50 arguments, got 51");
+}
+
+TEST(KaPrototypes, unusable_values_are_named)
+{
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"add", "3000000000", "1", "0"},
+         "add: argument 1 (a) is IntByValue: 3000000000 does not fit an INTEGER; a REAL is written 3000000000.0"},
+        {{"add", "5:3", "1", "0"}, "add: argument 1 (a) is IntByValue: only strings have room"},
+        {{"greet", "'abc':2"}, "greet: argument 1 (text) is String: room for 2 characters, but a string of 3"},
+        {{"greet", "'abc"}, "argument 1 ('abc): the closing quote is missing"},
+        {{"shout", "[a,,b]"}, "argument 1 ([a,,b]): a value is missing; an empty string is written ''"},
+    };
+    for (const auto &[words, text] : cases) {
+        const Outcome outcome = call(words);
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_EQ(outcome.err, "ka: " + text + "\n");
+    }
+}
+
+TEST(KaPrototypes, misspelt_function_is_told_the_nearest)
+{
+    const std::pair<std::string, std::string> cases[] = {
+        {"ad", "add"},
+        {"ADD", "add"},
+        {"addd", "add"},
+        {"dad", "add"},
+        {"Scale_on", "scale_one"},
+        {"mesaure", "measure"},
+        {"hang_daef", "hang_deaf"},
+        {"scal", "scale"},
+    };
+    for (const auto &[name, nearest] : cases)
+        expect_refused({name}, "the module has no function \"" + name + "\"; did you mean \"" + nearest + "\"?");
+    expect_refused({"nothing_like_it"}, "the module has no function \"nothing_like_it\"; ka list shows what it has");
+    expect_refused({""}, "the module has no function \"\"; ka list shows what it has");
+}
+
+TEST(KaPrototypes, misspelt_option_is_no_argument)
+{
+    for (const char *word : {"--jsn", "-x", "--trase=3"}) {
+        const Outcome outcome = call({"measure", word});
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_EQ(outcome.err,
+                  std::string("ka: no option ") + word + "; an argument that begins like one stands behind --\n");
+    }
+}

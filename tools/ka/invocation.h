@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+//
+// One call of one function of a host that is open, and what came of it.
+#ifndef KA_TOOL_INVOCATION_H
+#define KA_TOOL_INVOCATION_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "arguments.h"
+
+struct Invocation {
+    std::string function;
+    std::vector<Argument> arguments;
+    std::vector<std::string> names; // of the arguments, as many
+};
+
+struct Result {
+    std::string name;
+    Argument value;
+};
+
+struct Outcome {
+    int32_t error_class; // KA_DONE; any other: the host's last error tells the rest, and what follows is empty
+    int32_t code;
+    double milliseconds; // from the request to the answer
+    std::vector<Result> results;
+};
+
+Outcome invoke(ka_host *host, const Invocation &invocation);
+
+// A line for each result, and the return code.
+std::string outcome_text(const Outcome &outcome);
+
+// Members of a JSON object: "function", "return_code", "results", "milliseconds".
+std::string outcome_members(const std::string &function, const Outcome &outcome);
+
+// Likewise: "function", "error" with class, text and retry.
+std::string error_members(const std::string &function, const ka_error &error);
+
+// A time in milliseconds as JSON has it.
+std::string milliseconds_text(double milliseconds);
+
+#endif
