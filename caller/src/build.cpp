@@ -123,6 +123,7 @@ static int32_t add_argument(ka_host *host, const t_SLOT *shape, int64_t stride_b
         *slot = *shape;
         slot->offset = static_cast<int32_t>(offset);
         slot->stride = static_cast<int32_t>(stride_bytes);
+        memset(host->base + offset, 0, 4); /* read as a length even where there is no string: by a zString */
         status = put_values(host, slot, source);
         write_descriptor(host, index);
     }
@@ -211,10 +212,10 @@ int32_t ka_add_real(ka_host *host, const char *text, int32_t passing)
 
 /* ---- The beginning --------------------------------------------------------------------------------------------- */
 
-static void keep_name(ka_host *host, const char *function)
+void show_name(char shown[SHOWN_NAME], const char *name)
 {
-    snprintf(host->function, sizeof host->function, "%s", function);
-    for (char *at = host->function; *at != '\0'; at++)
+    snprintf(shown, SHOWN_NAME, "%s", name);
+    for (char *at = shown; *at != '\0'; at++)
         if (static_cast<unsigned char>(*at) < ' ' || *at == 0x7f) *at = '?';
 }
 
@@ -229,7 +230,7 @@ int32_t ka_begin(ka_host *host, const char *function)
     host->argc = 0;
     host->cursor = VALUES_START;
     host->state = STATE_BUILDING;
-    keep_name(host, function);
+    show_name(host->function, function);
     write_header(host);
     return ka_add_string(host, function, static_cast<int32_t>(strlen(function)), 0, KA_BY_VALUE);
 }

@@ -147,6 +147,7 @@ int32_t ka_close(ka_host *host)
     end_host(host);
     free_remains(&host->remains);
     remove_segment(host);
+    forget_preparations(host);
     free(host->module);
     free(host);
     return KA_DONE;

@@ -209,6 +209,10 @@ int32_t ka_call(ka_host *host, int32_t *return_code)
     host->called_ns = now_ns();
     int32_t status = look_before_call(host, deadline);
     if (status == KA_DONE) {
+        host->state = STATE_BUILDING;
+        status = admit_call(host, deadline);
+    }
+    if (status == KA_DONE) {
         host->state = STATE_CALLING;
         status = exchange(host, deadline, return_code);
     }

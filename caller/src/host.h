@@ -103,6 +103,9 @@ struct ka_host {
     int64_t started_ns; /* when it was started last */
     int32_t losses;     /* ends and failed starts since the last call that succeeded */
 
+    bool prepared;     /* its tables were read, as far as they can be, and its trace level was set */
+    ka_tables *tables; /* null when they were not read, or cannot be */
+
     int32_t mark;  /* cbval as it was before the host was signalled */
     int32_t known; /* retcode likewise */
     uint64_t random;
@@ -182,9 +185,21 @@ ka_tables *read_image_tables(t_IMAGE *image, char *why, size_t size);
 const ka_function *look_up(const ka_tables *tables, const char *name, int32_t length);
 enum { KIND_UNREADABLE = INT32_MIN }; /* of a prototype that lies outside the module */
 
+/* prepare.cpp: what has to be done once for each process that is started, and what every call goes through before it
+   is sent. A host that dies or is late meanwhile is ended. */
+int32_t admit_call(ka_host *host, int64_t deadline);
+void forget_preparations(ka_host *host);
+
+/* check.cpp: KA_DONE, or KA_REFUSED for a call that the host would refuse by its tables. */
+int32_t check_call(ka_host *host);
+
+/* build.cpp: a name for messages: cut, and without control characters. */
+void show_name(char shown[SHOWN_NAME], const char *name);
+
 /* rest.cpp */
 enum t_REST { NOT_AT_REST, AT_REST_IDLE, AT_REST_IN_CALLBACK, REST_UNKNOWABLE };
 t_REST look_for_rest(ka_host *host);
 bool read_signal_sets(int status_fd, uint64_t *caught, uint64_t *ignored); /* of the process as a whole */
+t_REST look_for_first_rest(const ka_host *host); /* before anything was sent; never AT_REST_IN_CALLBACK */
 
 #endif

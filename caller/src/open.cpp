@@ -59,6 +59,8 @@ static int32_t take_options(ka_host *host, const ka_options *options)
     memcpy(&host->options, options, options->size < sizeof *options ? options->size : sizeof *options);
     if (host->options.deadline_ms <= 0)
         return fail(host, KA_ARGUMENT, "a deadline of %d ms", host->options.deadline_ms);
+    if (host->options.checking != KA_CHECKED && host->options.checking != KA_RAW)
+        return fail(host, KA_ARGUMENT, "there is no checking %d", host->options.checking);
     if (host->options.grace_ms < 0) return fail(host, KA_ARGUMENT, "a grace time of %d ms", host->options.grace_ms);
     return check_restart(host);
 }
@@ -76,6 +78,7 @@ int32_t start_host(ka_host *host, int64_t deadline)
     host->started_ns = now_ns();
     if (!check_module(host->module, why, sizeof why))
         return fail(host, KA_START, "cannot start %.300s: %s", host->module, why);
+    forget_preparations(host);
     if (open_doorbell(host) != KA_DONE) return host->error.error_class;
     return start_process(host, deadline);
 }

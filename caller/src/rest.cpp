@@ -94,3 +94,11 @@ t_REST look_for_rest(ka_host *host)
     if (seen.blocked == waiting_in_callback) return AT_REST_IN_CALLBACK;
     return NOT_AT_REST;
 }
+
+/* The mask of the first wait comes about in no other way, so one look is proof. */
+t_REST look_for_first_rest(const ka_host *host)
+{
+    t_LOOK seen;
+    if (!look(host, &seen)) return REST_UNKNOWABLE;
+    return !seen.pending && seen.blocked == waiting_idle ? AT_REST_IDLE : NOT_AT_REST;
+}

@@ -214,7 +214,8 @@ static uint32_t hash_of(const char *name, int32_t length)
 
 static bool has_name(const ka_function *function, const char *name, int32_t length)
 {
-    return strncmp(function->name, name, static_cast<size_t>(length)) == 0 && function->name[length] == '\0';
+    const size_t own = strlen(function->name);
+    return own == static_cast<size_t>(length) && memcmp(function->name, name, own) == 0;
 }
 
 /* The place of that name, or the free one where it would be. */

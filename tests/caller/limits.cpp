@@ -162,6 +162,20 @@ TEST(CallArguments, string_elements_outside_the_array_are_refused)
     EXPECT_EQ(ka_get_string(host, 1, 0, text, -1, &length), KA_ARGUMENT);
 }
 
+// A zString reads a length where the first element would be. What an earlier call left there must not be taken for
+// one.
+TEST_P(CallLimits, no_strings_at_all_are_an_empty_zstring)
+{
+    Host host(layout());
+    const std::vector<int32_t> garbage(100, 0x7fffffff);
+    ka_begin(host, "describe");
+    ka_add_integers(host, garbage.data(), 100, KA_BY_VALUE);
+    call(host);
+    ka_begin(host, "measure");
+    ka_add_strings(host, nullptr, 0, 0, KA_BY_VALUE);
+    EXPECT_EQ(call(host), 0);
+}
+
 // ---- A hostile module ------------------------------------------------------------------------------------------
 
 TEST_P(CallLimits, length_of_a_string_is_never_beyond_its_room)

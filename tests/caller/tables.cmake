@@ -26,6 +26,7 @@ table_module(fixed_sysv modules/tasks.c FIXED LINK -Wl,--hash-style=sysv)
 table_module(built modules/built.cpp)
 table_module(level modules/level.c)
 table_module(level_fixed modules/level.c FIXED)
+table_module(random_tables modules/random_tables.c)
 
 add_library(caller_module_apart_library SHARED modules/apart.c)
 ka_world(caller_module_apart_library 32)
@@ -37,7 +38,7 @@ target_link_libraries(caller_module_apart PRIVATE caller_module_apart_library)
 foreach(bits IN LISTS KA_WORLDS)
   ka_test(
     caller_tables ${bits}
-    SOURCES hosts.cpp tables.cpp broken_files.cpp trace.cpp
+    SOURCES broken_files.cpp equivalence.cpp hosts.cpp refusals.cpp tables.cpp trace.cpp
     LIBS kacall_static_${bits}
     LABELS caller)
   target_compile_definitions(caller_tables_${bits} PRIVATE CALLER_MODULES="${dir}" CALLER_HOST_LIBRARY="$<TARGET_FILE:kahost_32>")

@@ -27,17 +27,6 @@ TEST_P(CallValues, return_code_is_the_functions_own)
         EXPECT_EQ(call_with(host, "give_code", code), code);
 }
 
-TEST_P(CallValues, refusal_of_the_host_is_a_return_code)
-{
-    Host host(layout());
-    ka_begin(host, "no such function");
-    EXPECT_EQ(call(host), KA_NO_FUNCTION);
-    ka_begin(host, "add");
-    EXPECT_EQ(call(host), KA_WRONG_COUNT);
-    ka_begin(host, "");
-    EXPECT_EQ(call(host), KA_NO_FUNCTION);
-}
-
 TEST_P(CallValues, integer_array_comes_back_changed)
 {
     Host host(layout());

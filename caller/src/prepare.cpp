@@ -1,0 +1,126 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * What comes before the first call: a host's memory can be looked into once it waits for calls, for then its
+ * libraries are loaded and the module has set itself up. Then its tables are read and its trace level is set; later
+ * calls find that done. */
+#include "host.h"
+#include "image.h"
+
+enum : int64_t { FIRST_LOOK_NS = 50000, LONGEST_LOOK_NS = 2000000 };
+
+/* ---- Ready ----------------------------------------------------------------------------------------------------- */
+
+static int32_t fail_not_ready(ka_host *host, int woken)
+{
+    if (woken & WOKEN_BY_CANCEL)
+        fail(host, KA_CANCELLED, "%.300s: the first call was cancelled before the host was ready", host->module);
+    else
+        fail(host, KA_DEADLINE, "%.300s: the host was not ready for a call within %d ms", host->module,
+             host->options.deadline_ms);
+    return lose_host(host);
+}
+
+/* A host that has answered was ready then. Where /proc is not to be had, there is nothing to wait for. */
+static int32_t await_ready(ka_host *host, int64_t deadline)
+{
+    if (host->answered) return KA_DONE;
+    int64_t pause = FIRST_LOOK_NS;
+    while (look_for_first_rest(host) == NOT_AT_REST) {
+        const int64_t look_again = now_ns() + pause;
+        const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
+        if (woken & WOKEN_BY_DEATH) return fail_dead(host, "before its first call");
+        if ((woken & WOKEN_BY_CANCEL) || now_ns() >= deadline) return fail_not_ready(host, woken);
+        pause = pause * 2 < LONGEST_LOOK_NS ? pause * 2 : static_cast<int64_t>(LONGEST_LOOK_NS);
+    }
+    return KA_DONE;
+}
+
+/* ---- Tables ---------------------------------------------------------------------------------------------------- */
+
+/* Of the file only when the system guards the memory of processes: what the module computes as it starts is missing
+   there, and a table without any function is most likely one of that kind. */
+static ka_tables *read_from_file(const ka_host *host)
+{
+    char ignored[8];
+    ka_tables *tables = ka_read_tables(host->module, ignored, sizeof ignored);
+    if (tables && tables->function_count > 0) return tables;
+    ka_free_tables(tables);
+    return nullptr;
+}
+
+static void load_tables(ka_host *host, char *why, size_t size)
+{
+    int32_t error_class = KA_DONE;
+    t_IMAGE *image = open_process_image(host->pid, &error_class, why, size);
+    if (image) host->tables = read_image_tables(image, why, size);
+    close_image(image);
+    if (error_class == KA_SYSTEM) host->tables = read_from_file(host);
+}
+
+static int32_t fail_ended(ka_host *host)
+{
+    return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
+}
+
+const ka_tables *ka_host_tables(ka_host *host)
+{
+    char why[200] = "";
+    if (host->state == STATE_ENDED) {
+        fail_ended(host);
+        return nullptr;
+    }
+    if (wait_until(host, -1, 0) & WOKEN_BY_DEATH) {
+        fail_dead(host, host->answered ? "between calls" : "before its first call");
+        return nullptr;
+    }
+    if (host->tables) return host->tables;
+    if (await_ready(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return nullptr;
+    load_tables(host, why, sizeof why);
+    if (!host->tables) fail(host, KA_SYSTEM, "%.200s: its tables cannot be read: %s", host->module, why);
+    return host->tables;
+}
+
+/* ---- Trace level ----------------------------------------------------------------------------------------------- */
+
+static int32_t apply_trace_level(ka_host *host)
+{
+    char why[200] = "";
+    if (ka_trace_process(host->pid, &host->options.trace_level, nullptr, why, sizeof why) == KA_DONE) return KA_DONE;
+    return fail(host, KA_SYSTEM, "%.200s: its trace level cannot be set: %s", host->module, why);
+}
+
+int32_t ka_set_trace(ka_host *host, int32_t level)
+{
+    host->options.trace_level = level;
+    if (host->state == STATE_ENDED) return fail_ended(host);
+    if (await_ready(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return host->error.error_class;
+    return apply_trace_level(host);
+}
+
+/* ---- Every call ------------------------------------------------------------------------------------------------ */
+
+/* A module whose tables cannot be read is called unchecked. */
+static int32_t prepare(ka_host *host, int64_t deadline)
+{
+    char why[200];
+    const bool checked = host->options.checking == KA_CHECKED;
+    if (!checked && host->options.trace_level == 0) return KA_DONE;
+    if (await_ready(host, deadline) != KA_DONE) return host->error.error_class;
+    if (host->options.trace_level != 0 && apply_trace_level(host) != KA_DONE) return KA_SYSTEM;
+    if (checked && !host->tables) load_tables(host, why, sizeof why);
+    host->prepared = true;
+    return KA_DONE;
+}
+
+int32_t admit_call(ka_host *host, int64_t deadline)
+{
+    if (!host->prepared && prepare(host, deadline) != KA_DONE) return host->error.error_class;
+    return host->tables && host->options.checking == KA_CHECKED ? check_call(host) : KA_DONE;
+}
+
+void forget_preparations(ka_host *host)
+{
+    ka_free_tables(host->tables);
+    host->tables = nullptr;
+    host->prepared = false;
+}
