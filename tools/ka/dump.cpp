@@ -154,7 +154,7 @@ void add_dump_command(CLI::App &app, int &exit_status)
     const auto wishes = std::make_shared<Wishes>();
     CLI::App *dump = app.add_subcommand("dump", description);
     dump->footer(std::string(examples) + "\n" + exit_status_help());
-    dump->add_option("ID|PID", wishes->number, "a segment, or a process that has one attached")
+    dump->add_option("NUMBER", wishes->number, "a segment, or a process that has one attached")
         ->required()
         ->type_name("");
     dump->add_flag("--id", wishes->by_id, "the number is a segment");

@@ -18,6 +18,7 @@
 #include "list.h"
 #include "manual.h"
 #include "real.h"
+#include "trace.h"
 
 static int refuse_usage(const std::string &text)
 {
@@ -36,6 +37,7 @@ static int run(int argc, char **argv)
     add_real_command(app, exit_status);
     add_dump_command(app, exit_status);
     add_explain_command(app, exit_status);
+    add_trace_command(app, exit_status);
     add_manual_command(app, exit_status);
     add_completion_command(app, exit_status);
     app.footer(exit_status_help());
