@@ -37,6 +37,11 @@ static constexpr t_KIND kinds[] = {
 // clang-format on
 static_assert(sizeof kinds / sizeof kinds[0] == KA_STRING_ARRAY + 1);
 
+const char *kind_name(int32_t kind)
+{
+    return kind >= KA_VARARG && kind <= KA_STRING_ARRAY ? kinds[kind].name : "Unknown";
+}
+
 /* A text of limited length, put together from parts. */
 struct t_TEXT {
     char characters[400];

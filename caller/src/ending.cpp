@@ -29,6 +29,7 @@ void close_fd(int *fd)
 void free_remains(t_REMAINS *remains)
 {
     free(remains->backtrace);
+    ka_free_tables(remains->tables);
     *remains = {};
 }
 
@@ -44,6 +45,8 @@ static void bury(ka_host *host, bool by_library)
     host->remains.how = info.si_pid != 0 ? info.si_code : 0;
     host->remains.status = info.si_status;
     host->remains.backtrace = finish_inspection(host);
+    host->remains.tables = host->tables;
+    host->tables = nullptr;
 }
 
 static void release_process(ka_host *host)
@@ -146,6 +149,7 @@ int32_t ka_close(ka_host *host)
     if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a host cannot be closed inside its call-back");
     end_host(host);
     free_remains(&host->remains);
+    free(host->report);
     remove_segment(host);
     forget_preparations(host);
     free(host->module);

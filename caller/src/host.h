@@ -59,9 +59,10 @@ struct t_REMAINS {
     bool of_error; /* the last error ended the host, or was its end */
     bool by_library;
     pid_t pid;
-    int32_t how;     /* CLD_EXITED, CLD_KILLED, CLD_DUMPED, or 0 when it is not known */
-    int32_t status;  /* exit status or signal */
-    char *backtrace; /* what the inspector wrote, or null */
+    int32_t how;       /* CLD_EXITED, CLD_KILLED, CLD_DUMPED, or 0 when it is not known */
+    int32_t status;    /* exit status or signal */
+    char *backtrace;   /* what the inspector wrote, or null */
+    ka_tables *tables; /* those it had, or null */
 };
 
 struct t_INSPECTION;
@@ -71,6 +72,7 @@ struct ka_host {
     ka_error error;
     t_MOMENT moment; /* of the error */
     t_REMAINS remains;
+    char *report; /* the one that was asked for last, or null */
     ka_options options;
     char *module;
     t_STATE state;
@@ -192,9 +194,15 @@ void forget_preparations(ka_host *host);
 
 /* check.cpp: KA_DONE, or KA_REFUSED for a call that the host would refuse by its tables. */
 int32_t check_call(ka_host *host);
+const char *kind_name(int32_t kind); /* "Unknown" for a number that is none */
 
 /* build.cpp: a name for messages: cut, and without control characters. */
 void show_name(char shown[SHOWN_NAME], const char *name);
+
+/* result.cpp: elements as the block holds them, made safe. A string is copied as far as it fits; its length. */
+int32_t read_integer(const ka_host *host, const t_SLOT *slot, int32_t index);
+t_DECIMAL read_real(const ka_host *host, const t_SLOT *slot, int32_t index);
+int32_t read_string(const ka_host *host, const t_SLOT *slot, int32_t index, char *buffer, int32_t size);
 
 /* rest.cpp */
 enum t_REST { NOT_AT_REST, AT_REST_IDLE, AT_REST_IN_CALLBACK, REST_UNKNOWABLE };

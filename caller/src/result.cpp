@@ -44,6 +44,13 @@ static const char *element(const ka_host *host, const t_SLOT *slot, int32_t inde
     return host->base + slot->offset + static_cast<ptrdiff_t>(index) * slot->stride;
 }
 
+int32_t read_integer(const ka_host *host, const t_SLOT *slot, int32_t index)
+{
+    int32_t value;
+    memcpy(&value, element(host, slot, index), sizeof value);
+    return value;
+}
+
 int32_t ka_get_integers(ka_host *host, int32_t argument, int32_t *values, int32_t count)
 {
     const t_SLOT *slot = find_result(host, argument, DLL_INTEGER, count);
@@ -64,7 +71,7 @@ static bool is_sound(const t_DECIMAL *real)
     return true;
 }
 
-static t_DECIMAL read_real(const ka_host *host, const t_SLOT *slot, int32_t index)
+t_DECIMAL read_real(const ka_host *host, const t_SLOT *slot, int32_t index)
 {
     static constexpr t_DECIMAL null = {0, DEC_NULL, 0, {}};
     t_DECIMAL real;
@@ -93,17 +100,22 @@ int32_t ka_get_doubles(ka_host *host, int32_t argument, double *values, int32_t 
     return KA_DONE;
 }
 
+int32_t read_string(const ka_host *host, const t_SLOT *slot, int32_t index, char *buffer, int32_t size)
+{
+    int32_t length;
+    memcpy(&length, element(host, slot, index), sizeof length);
+    if (length < 0) length = 0;
+    if (length > slot->room) length = slot->room;
+    const int32_t copied = length < size ? length : size;
+    if (copied > 0) memcpy(buffer, element(host, slot, index) + 4, static_cast<size_t>(copied));
+    return length;
+}
+
 int32_t ka_get_string(ka_host *host, int32_t argument, int32_t index, char *buffer, int32_t size, int32_t *length)
 {
     const t_SLOT *slot = find_result(host, argument, DLL_STRING, index < INT32_MAX ? index + 1 : index);
     if (!slot) return host->error.error_class;
     if (index < 0 || size < 0) return fail(host, KA_ARGUMENT, "a negative element or size");
-    int32_t found;
-    memcpy(&found, element(host, slot, index), sizeof found);
-    if (found < 0) found = 0;
-    if (found > slot->room) found = slot->room;
-    const int32_t copied = found < size ? found : size;
-    if (copied > 0) memcpy(buffer, element(host, slot, index) + 4, static_cast<size_t>(copied));
-    *length = found;
+    *length = read_string(host, slot, index, buffer, size);
     return KA_DONE;
 }

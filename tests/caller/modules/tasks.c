@@ -232,6 +232,25 @@ static int32_t scribble_base(void **argv)
     return 0;
 }
 
+/* Gives the REAL and the string in the block impossible values, and dies. */
+static int32_t spoil_and_die(void **argv)
+{
+    (void)argv;
+    const int32_t length = INT32_MAX;
+    memset(u_get_arg(1).ptr, 0x7f, 12);
+    memcpy(u_get_arg(2).ptr, &length, 4);
+    kill(getpid(), SIGKILL);
+    return 0;
+}
+
+/* Takes anything, and dies. */
+static int32_t die_with(void **argv)
+{
+    (void)argv;
+    kill(getpid(), SIGKILL);
+    return 0;
+}
+
 /* ---- Tables ---------------------------------------------------------------------------------------------------- */
 
 /* clang-format off */
@@ -251,6 +270,7 @@ t_DLL_PROTO KaArgList[] = {
     {"descriptor", KA_INT_BY_VALUE, 0}, {"size", KA_INT_BY_VALUE, 0},                             /* 18 */
     {"descriptors", KA_INT_BY_REFERENCE, 0}, {"size", KA_INT_BY_VALUE, 0},                        /* 22 */
     {"x", KA_REAL_BY_REFERENCE, 0}, {"factor", KA_REAL_BY_VALUE, 0},                              /* 24 */
+    {"x", KA_REAL_BY_REFERENCE, 0}, {"text", KA_STRING, 0},                                       /* 26 */
 };
 
 t_DLL_FUNC KaFuncList[] = {
@@ -279,6 +299,8 @@ t_DLL_FUNC KaFuncList[] = {
     {"forge_real", 18, 4, NULL},
     {"scribble", 22, 2, NULL},
     {"scribble_base", 0, 0, NULL},
+    {"spoil_and_die", 26, 2, NULL},
+    {"die_with", 9, 1, NULL},
     {NULL, 0, 0, NULL},
 };
 
@@ -309,6 +331,8 @@ static int32_t (*const functions[])(void **) = {
     forge_real,
     scribble,
     scribble_base,
+    spoil_and_die,
+    die_with,
 };
 /* clang-format on */
 

@@ -1,0 +1,155 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The report that programs read. Every member is always there; null stands for what is not known or does not exist.
+ * REAL values are strings, since a number would be read as a double and lose digits. */
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "report.h"
+#include "writer.h"
+
+/* ---- Arguments ------------------------------------------------------------------------------------------------- */
+
+/* True when the element is shown whole. */
+static bool write_element(t_WRITER *writer, const ka_host *host, const t_SLOT *slot, int32_t index)
+{
+    if (slot->type == DLL_INTEGER) {
+        json_number(writer, nullptr, read_integer(host, slot, index));
+        return true;
+    }
+    if (slot->type == DLL_REAL) {
+        char text[KA_REAL_TEXT];
+        const t_DECIMAL value = read_real(host, slot, index);
+        json_text(writer, nullptr, value.dec_pos == DEC_NULL ? nullptr : ka_real_to_text(&value, text));
+        return true;
+    }
+    char bytes[SHOWN_CHARACTERS];
+    const int32_t length = read_string(host, slot, index, bytes, sizeof bytes);
+    const bool whole = length <= SHOWN_CHARACTERS;
+    json_string(writer, nullptr, bytes, whole ? static_cast<size_t>(length) : sizeof bytes);
+    return whole;
+}
+
+static const char *type_name(int32_t type)
+{
+    return type == DLL_INTEGER ? "INTEGER" : type == DLL_REAL ? "REAL" : "STRING";
+}
+
+static void write_argument(t_WRITER *writer, const ka_host *host, int32_t argument)
+{
+    const t_SLOT *slot = &host->slots[argument];
+    const ka_prototype *prototype = prototype_of(host, argument);
+    bool whole = slot->count <= SHOWN_ELEMENTS;
+    json_open(writer, nullptr, '{');
+    json_text(writer, "name", prototype ? prototype->name : nullptr);
+    json_text(writer, "kind", prototype ? kind_name(prototype->kind) : nullptr);
+    json_text(writer, "type", type_name(slot->type));
+    json_bool(writer, "by_reference", slot->passing == KA_BY_REFERENCE);
+    if (slot->type == DLL_STRING) json_number(writer, "room", slot->room);
+    json_number(writer, "count", slot->count);
+    json_open(writer, "values", '[');
+    for (int32_t i = 0; i < shown_elements(slot); i++)
+        if (!write_element(writer, host, slot, i)) whole = false;
+    json_close(writer, ']');
+    json_bool(writer, "cut", !whole);
+    json_close(writer, '}');
+}
+
+static void write_call(t_WRITER *writer, const ka_host *host)
+{
+    if (!concerns_call(host)) {
+        json_null(writer, "function");
+        json_null(writer, "arguments");
+        return;
+    }
+    json_text(writer, "function", host->function);
+    json_open(writer, "arguments", '[');
+    for (int32_t argument = 1; argument < host->argc; argument++)
+        write_argument(writer, host, argument);
+    json_close(writer, ']');
+}
+
+/* ---- The process ----------------------------------------------------------------------------------------------- */
+
+static void write_signal(t_WRITER *writer, int32_t signal)
+{
+    char name[16];
+    const char *short_name = sigabbrev_np(signal);
+    snprintf(name, sizeof name, "SIG%s", short_name ? short_name : "");
+    json_number(writer, "signal", signal);
+    json_text(writer, "signal_name", short_name ? name : nullptr);
+    json_text(writer, "meaning", sigdescr_np(signal));
+}
+
+static void write_process(t_WRITER *writer, const ka_host *host)
+{
+    const t_REMAINS *remains = &host->remains;
+    if (!concerns_end(host)) {
+        json_null(writer, "process");
+        return;
+    }
+    json_open(writer, "process", '{');
+    json_number(writer, "pid", remains->pid);
+    json_bool(writer, "ended_by_library", remains->by_library);
+    if (remains->how == CLD_EXITED) {
+        json_number(writer, "exit_status", remains->status);
+        json_text(writer, "meaning", exit_status_meaning(remains->status));
+    } else if (remains->how != 0) {
+        write_signal(writer, remains->status);
+    }
+    json_close(writer, '}');
+}
+
+static void write_moment(t_WRITER *writer, const ka_host *host)
+{
+    char text[TIME_TEXT];
+    write_time(host->moment.time_ns, text);
+    json_text(writer, "time", text);
+    if (host->moment.after_ns >= 0)
+        json_number(writer, "call_microseconds", host->moment.after_ns / 1000);
+    else
+        json_null(writer, "call_microseconds");
+    json_bool(writer, "called_back", host->moment.in_callback);
+}
+
+/* ---- All of it ------------------------------------------------------------------------------------------------- */
+
+static void write_lines(t_WRITER *writer, const char *name, const char *text, const char *end)
+{
+    t_LINE line;
+    json_open(writer, name, '[');
+    while (next_line(&text, end, &line))
+        json_string(writer, nullptr, line.start, line.length);
+    json_close(writer, ']');
+}
+
+static void write_outputs(t_WRITER *writer, const ka_host *host)
+{
+    const char *backtrace = concerns_end(host) && host->remains.backtrace ? host->remains.backtrace : "";
+    write_lines(writer, "backtrace", backtrace, backtrace + strlen(backtrace));
+    const char *end;
+    const char *lines = last_lines(host, &end);
+    write_lines(writer, "error_output", lines, end);
+}
+
+const char *ka_report_json(ka_host *host)
+{
+    free(host->report);
+    host->report = nullptr;
+    if (host->error.error_class == KA_DONE) return nullptr;
+    t_WRITER writer = {};
+    json_open(&writer, nullptr, '{');
+    json_text(&writer, "error", ka_error_name(host->error.error_class));
+    json_number(&writer, "error_class", host->error.error_class);
+    json_text(&writer, "text", host->error.text);
+    json_text(&writer, "retry", retry_name(host->error.retry));
+    json_text(&writer, "module", host->module);
+    write_process(&writer, host);
+    write_moment(&writer, host);
+    write_call(&writer, host);
+    write_outputs(&writer, host);
+    json_close(&writer, '}');
+    return host->report = finish_writing(&writer);
+}

@@ -1,0 +1,171 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The report that people read: the error, then what is known about it, one line for each thing under a label. */
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "report.h"
+#include "writer.h"
+
+/* Begins a line; the label is only shown with the first of several. */
+static void begin_line(t_WRITER *writer, const char *label)
+{
+    write_text(writer, "  %-11s", label);
+}
+
+/* ---- Arguments ------------------------------------------------------------------------------------------------- */
+
+static void write_string(t_WRITER *writer, const ka_host *host, const t_SLOT *slot, int32_t index)
+{
+    char bytes[SHOWN_CHARACTERS];
+    const int32_t length = read_string(host, slot, index, bytes, sizeof bytes);
+    write_bytes(writer, "\"", 1);
+    for (int32_t i = 0; i < length && i < SHOWN_CHARACTERS; i++)
+        write_escaped(writer, bytes[i]);
+    write_bytes(writer, "\"", 1);
+    if (length > SHOWN_CHARACTERS) write_text(writer, "... (%d characters)", length);
+}
+
+static void write_element(t_WRITER *writer, const ka_host *host, const t_SLOT *slot, int32_t index)
+{
+    if (slot->type == DLL_INTEGER) {
+        write_text(writer, "%d", read_integer(host, slot, index));
+    } else if (slot->type == DLL_REAL) {
+        char text[KA_REAL_TEXT];
+        const t_DECIMAL value = read_real(host, slot, index);
+        write_text(writer, "%s", ka_real_to_text(&value, text));
+    } else {
+        write_string(writer, host, slot, index);
+    }
+}
+
+static void write_elements(t_WRITER *writer, const ka_host *host, const t_SLOT *slot)
+{
+    const int32_t shown = shown_elements(slot);
+    if (slot->count != 1) write_bytes(writer, "[", 1);
+    for (int32_t i = 0; i < shown; i++) {
+        if (i > 0) write_bytes(writer, ", ", 2);
+        write_element(writer, host, slot, i);
+    }
+    if (slot->count > shown) write_text(writer, ", ... (%d elements)", slot->count);
+    if (slot->count != 1) write_bytes(writer, "]", 1);
+}
+
+static void write_argument(t_WRITER *writer, const ka_host *host, int32_t argument)
+{
+    const t_SLOT *slot = &host->slots[argument];
+    const ka_prototype *prototype = prototype_of(host, argument);
+    begin_line(writer, argument == 1 ? "arguments" : "");
+    write_text(writer, "%d", argument);
+    if (prototype && prototype->name) write_text(writer, " %s", prototype->name);
+    write_bytes(writer, " = ", 3);
+    write_elements(writer, host, slot);
+    if (slot->passing == KA_BY_REFERENCE) write_text(writer, ", by reference");
+    if (slot->passing == KA_BY_REFERENCE && slot->type == DLL_STRING) write_text(writer, ", room for %d", slot->room);
+    write_bytes(writer, "\n", 1);
+}
+
+static void write_call(t_WRITER *writer, const ka_host *host)
+{
+    begin_line(writer, "function");
+    write_text(writer, "%s\n", host->function);
+    for (int32_t argument = 1; argument < host->argc; argument++)
+        write_argument(writer, host, argument);
+}
+
+/* ---- The process ----------------------------------------------------------------------------------------------- */
+
+static void write_exit(t_WRITER *writer, int32_t status)
+{
+    const char *meaning = exit_status_meaning(status);
+    write_text(writer, "exit status %d", status);
+    if (meaning) write_text(writer, " (%s)", meaning);
+}
+
+static void write_signal(t_WRITER *writer, int32_t signal)
+{
+    const char *name = sigabbrev_np(signal);
+    const char *meaning = sigdescr_np(signal);
+    write_text(writer, "signal %d", signal);
+    if (name) write_text(writer, ", SIG%s", name);
+    if (meaning) write_text(writer, " (%s)", meaning);
+}
+
+static void write_process(t_WRITER *writer, const ka_host *host)
+{
+    const t_REMAINS *remains = &host->remains;
+    begin_line(writer, "process");
+    write_text(writer, "%d, %s: ", remains->pid, remains->by_library ? "ended by the library" : "ended");
+    if (remains->how == 0)
+        write_text(writer, "how is not known");
+    else if (remains->how == CLD_EXITED)
+        write_exit(writer, remains->status);
+    else
+        write_signal(writer, remains->status);
+    write_bytes(writer, "\n", 1);
+}
+
+static void write_moment(t_WRITER *writer, const ka_host *host)
+{
+    char text[TIME_TEXT];
+    write_time(host->moment.time_ns, text);
+    begin_line(writer, "when");
+    write_text(writer, "%s", text);
+    if (host->moment.after_ns >= 0) {
+        const double ms = static_cast<double>(host->moment.after_ns) / static_cast<double>(NS_PER_MS);
+        write_text(writer, ", %.1f ms after the call began", ms);
+    }
+    if (host->moment.in_callback) write_text(writer, ", which had called back");
+    write_bytes(writer, "\n", 1);
+}
+
+/* ---- All of it ------------------------------------------------------------------------------------------------- */
+
+static void write_lines(t_WRITER *writer, const char *label, const char *text, const char *end)
+{
+    t_LINE line;
+    while (next_line(&text, end, &line)) {
+        begin_line(writer, label);
+        for (size_t i = 0; i < line.length; i++)
+            if (line.start[i] == '\t')
+                write_bytes(writer, " ", 1);
+            else if (line.start[i] == '"' || line.start[i] == '\\')
+                write_bytes(writer, &line.start[i], 1);
+            else
+                write_escaped(writer, line.start[i]);
+        write_bytes(writer, "\n", 1);
+        label = "";
+    }
+}
+
+static void write_retry(t_WRITER *writer, int32_t retry)
+{
+    static constexpr const char *meanings[] = {"no: it would fail again", "yes: the function was not called",
+                                               "unsure: the function may have been called, and have had effects"};
+    begin_line(writer, "try again");
+    write_text(writer, "%s\n", meanings[retry]);
+}
+
+const char *ka_report_text(ka_host *host)
+{
+    free(host->report);
+    host->report = nullptr;
+    if (host->error.error_class == KA_DONE) return nullptr;
+    t_WRITER writer = {};
+    write_text(&writer, "%s\n", host->error.text);
+    begin_line(&writer, "module");
+    write_text(&writer, "%s\n", host->module);
+    if (concerns_end(host)) write_process(&writer, host);
+    write_moment(&writer, host);
+    if (concerns_call(host)) write_call(&writer, host);
+    write_retry(&writer, host->error.retry);
+    if (concerns_end(host) && host->remains.backtrace) {
+        const char *backtrace = host->remains.backtrace;
+        write_lines(&writer, "backtrace", backtrace, backtrace + strlen(backtrace));
+    }
+    const char *end;
+    const char *lines = last_lines(host, &end);
+    write_lines(&writer, "stderr", lines, end);
+    return host->report = finish_writing(&writer);
+}
