@@ -97,7 +97,7 @@ TEST(KaDumpHostile, decoding_a_spoilt_call_reads_nothing_outside)
         spoil(bytes, page, random);
         for (const int layout : {0, 64}) {
             const Block block = decode_block({bytes, page}, layout, {std::nullopt, 1000});
-            for (const Descriptor &descriptor : block.descriptors)
+            for (const BlockDescriptor &descriptor : block.descriptors)
                 ASSERT_LE(descriptor.elements.size(), 1000u) << "seed " << seed;
         }
     }

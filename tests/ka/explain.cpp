@@ -205,8 +205,13 @@ TEST(KaExplain, knows_what_is_really_said)
         const std::string said = call(words).err;
         EXPECT_FALSE(explained(said).empty()) << said;
     }
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"add"}, {"nobody"}, {"add", "x", "1", "2"}}) {
+        const std::string said = call(words).err;
+        EXPECT_TRUE(has(explained(said), "KA_REFUSED", 2)) << said;
+    }
     const std::string missing = CALLER_MODULES "/caller_module_no_library";
-    EXPECT_TRUE(has(explained(ka({"call", missing, "add"}).err), "", 127));
+    EXPECT_TRUE(has(explained(ka({"call", missing, "count_call"}).err), "", 127));
     FILE *pipe = popen((tasks_module + " 2>&1").c_str(), "r");
     char line[1000] = "";
     EXPECT_NE(fgets(line, sizeof line, pipe), nullptr);

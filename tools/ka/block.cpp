@@ -101,7 +101,7 @@ std::string fault_of(const t_DECIMAL &real)
 }
 
 // A REAL of whole value shows a point, so that it is not taken for an INTEGER.
-Element read_real(Bytes bytes, uint64_t offset)
+BlockElement read_real(Bytes bytes, uint64_t offset)
 {
     t_DECIMAL real;
     if (!is_inside(bytes, offset, sizeof real)) return {"", "", "reaches beyond the segment"};
@@ -114,7 +114,7 @@ Element read_real(Bytes bytes, uint64_t offset)
     return {whole ? text + ".0" : text, "", ""};
 }
 
-Element read_integer(Bytes bytes, uint64_t offset)
+BlockElement read_integer(Bytes bytes, uint64_t offset)
 {
     if (!is_inside(bytes, offset, sizeof(int32_t))) return {"", "", "reaches beyond the segment"};
     return {std::to_string(word_at(bytes, offset)), "", ""};
@@ -123,13 +123,13 @@ Element read_integer(Bytes bytes, uint64_t offset)
 constexpr size_t shown_characters = 4096; // of a string
 
 // What there is of a string that says more than there can be is shown up to its room.
-Element read_string(Bytes bytes, uint64_t offset, int32_t room)
+BlockElement read_string(Bytes bytes, uint64_t offset, int32_t room)
 {
     if (!is_inside(bytes, offset, sizeof(int32_t))) return {"", "", "reaches beyond the segment"};
     const int32_t length = word_at(bytes, offset);
     const uint64_t begin = offset + sizeof length;
     if (length < 0) return {"", "", "its length is " + std::to_string(length)};
-    Element element;
+    BlockElement element;
     if (length > room)
         element.fault = "its length is " + std::to_string(length) + ", its room " + std::to_string(room);
     if (!is_inside(bytes, begin, static_cast<uint64_t>(length)))
@@ -141,7 +141,7 @@ Element read_string(Bytes bytes, uint64_t offset, int32_t room)
     return element;
 }
 
-Element read_element(Bytes bytes, const Descriptor &descriptor, uint64_t offset)
+BlockElement read_element(Bytes bytes, const BlockDescriptor &descriptor, uint64_t offset)
 {
     switch (descriptor.type) {
     case DLL_INTEGER:
@@ -155,7 +155,7 @@ Element read_element(Bytes bytes, const Descriptor &descriptor, uint64_t offset)
 
 // ---- Descriptors -----------------------------------------------------------------------------------------------
 
-void read_elements(Bytes bytes, Descriptor &descriptor, int32_t count)
+void read_elements(Bytes bytes, BlockDescriptor &descriptor, int32_t count)
 {
     for (int32_t k = 0; k < count; k++) {
         const uint64_t distance = static_cast<uint32_t>(k) * static_cast<uint32_t>(descriptor.elsz) * uint32_t{4};
@@ -169,7 +169,7 @@ int32_t words_of_type(int32_t type)
     return type == DLL_REAL ? static_cast<int32_t>(sizeof(t_DECIMAL) / 4) : 1;
 }
 
-void judge(Descriptor &descriptor, bool is_name)
+void judge(BlockDescriptor &descriptor, bool is_name)
 {
     const auto fault = [&](const std::string &text) { descriptor.faults.push_back(text); };
     const bool known = descriptor.type >= DLL_INTEGER && descriptor.type <= DLL_STRING;
@@ -183,9 +183,9 @@ void judge(Descriptor &descriptor, bool is_name)
         fault("its room is " + std::to_string(descriptor.maxlen));
 }
 
-Descriptor read_descriptor(Bytes bytes, const Block &block, uint64_t at, const Layout &layout)
+BlockDescriptor read_descriptor(Bytes bytes, const Block &block, uint64_t at, const Layout &layout)
 {
-    Descriptor descriptor{};
+    BlockDescriptor descriptor{};
     descriptor.type = word_at(bytes, at + offsetof(t_DLL_ARG32, type));
     descriptor.ref = word_at(bytes, at + offsetof(t_DLL_ARG32, ref));
     descriptor.ptr = unsigned_at(bytes, at + offsetof(t_DLL_ARG32, ptr));
@@ -205,7 +205,7 @@ void read_descriptors(Bytes bytes, Block &block, const Layout &layout, const Lim
             block.faults.push_back("descriptor " + std::to_string(i) + " does not fit the segment");
             return;
         }
-        Descriptor descriptor = read_descriptor(bytes, block, at, layout);
+        BlockDescriptor descriptor = read_descriptor(bytes, block, at, layout);
         judge(descriptor, i == 0);
         const bool known = descriptor.type >= DLL_INTEGER && descriptor.type <= DLL_STRING;
         // Of the function name one is read, whatever it counts: so do hosts.
@@ -266,7 +266,7 @@ int plausibility(Bytes bytes, int number)
     if (block.scratch == 0 || block.scratch_offset) points += 2;
     if (block.base != 0 && block.base % 4096 == 0) points += 1;
     if (layout.wide_addresses && unsigned_at(bytes, layout.base + 4) >> 16 == 0) points += 1;
-    for (const Descriptor &descriptor : block.descriptors)
+    for (const BlockDescriptor &descriptor : block.descriptors)
         points += descriptor.faults.empty() ? 1 : -1;
     return points;
 }

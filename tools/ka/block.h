@@ -17,17 +17,17 @@ struct Bytes {
     size_t size;
 };
 
-struct Element {
+struct BlockElement {
     std::string text;  // as an argument of ka call is written; empty where there is none to be read
     std::string bytes; // of a string
     std::string fault; // what is wrong with it, or empty
 };
 
-struct Descriptor {
+struct BlockDescriptor {
     int32_t type, ref, maxlen, elsz, elcnt;
     uint32_t ptr;
-    std::optional<uint32_t> offset; // of the value in the segment, when it lies inside
-    std::vector<Element> elements;  // as many as were wished
+    std::optional<uint32_t> offset;     // of the value in the segment, when it lies inside
+    std::vector<BlockElement> elements; // as many as were wished
     std::vector<std::string> faults;
 };
 
@@ -37,7 +37,7 @@ struct Block {
     uint32_t base;
     uint64_t scratch;
     std::optional<uint32_t> scratch_offset;
-    std::vector<Descriptor> descriptors;
+    std::vector<BlockDescriptor> descriptors;
     std::vector<std::string> faults;
 };
 

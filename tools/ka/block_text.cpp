@@ -74,10 +74,10 @@ std::string show_header(const Dump &dump)
     return text;
 }
 
-std::string values_text(const Descriptor &descriptor, bool is_name)
+std::string values_text(const BlockDescriptor &descriptor, bool is_name)
 {
     std::string text;
-    for (const Element &element : descriptor.elements)
+    for (const BlockElement &element : descriptor.elements)
         text += (text.empty() ? "" : ", ") + (element.text.empty() ? "?" : element.text);
     const auto shown = static_cast<int32_t>(descriptor.elements.size());
     if (is_name) return text;
@@ -85,7 +85,7 @@ std::string values_text(const Descriptor &descriptor, bool is_name)
     return descriptor.elcnt == 1 ? text : "[" + text + "]";
 }
 
-std::string title_of(const Descriptor &descriptor, size_t index)
+std::string title_of(const BlockDescriptor &descriptor, size_t index)
 {
     std::string text = index == 0 ? "function name" : "argument " + std::to_string(index);
     text = painted(text, Paint::name, STDOUT_FILENO) + ": " + type_name(descriptor.type);
@@ -98,7 +98,7 @@ std::string title_of(const Descriptor &descriptor, size_t index)
     return text + "\n";
 }
 
-std::string show_descriptor(const Descriptor &descriptor, size_t index)
+std::string show_descriptor(const BlockDescriptor &descriptor, size_t index)
 {
     std::string text = title_of(descriptor, index);
     if (descriptor.offset) text += line("value", values_text(descriptor, index == 0));
@@ -137,7 +137,7 @@ std::string hex_of(const std::string &bytes)
 }
 
 // Of a string the bytes too: a JSON text cannot tell those that are no UTF-8.
-ordered_json element_json(const Element &element, bool is_string)
+ordered_json element_json(const BlockElement &element, bool is_string)
 {
     ordered_json json;
     json["text"] = element.text.empty() ? ordered_json() : ordered_json(element.text);
@@ -146,7 +146,7 @@ ordered_json element_json(const Element &element, bool is_string)
     return json;
 }
 
-ordered_json descriptor_json(const Descriptor &descriptor)
+ordered_json descriptor_json(const BlockDescriptor &descriptor)
 {
     ordered_json json;
     json["type"] = descriptor.type;
@@ -158,7 +158,7 @@ ordered_json descriptor_json(const Descriptor &descriptor)
     json["elsz"] = descriptor.elsz;
     json["elcnt"] = descriptor.elcnt;
     json["values"] = ordered_json::array();
-    for (const Element &element : descriptor.elements)
+    for (const BlockElement &element : descriptor.elements)
         json["values"].push_back(element_json(element, descriptor.type == DLL_STRING));
     json["wrong"] = descriptor.faults;
     return json;
@@ -182,7 +182,7 @@ ordered_json block_json(const Dump &dump)
     json["argc"] = block.argc;
     json["wrong"] = block.faults;
     json["descriptors"] = ordered_json::array();
-    for (const Descriptor &descriptor : block.descriptors)
+    for (const BlockDescriptor &descriptor : block.descriptors)
         json["descriptors"].push_back(descriptor_json(descriptor));
     return json;
 }

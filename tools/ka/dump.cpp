@@ -108,8 +108,8 @@ Dump take_dump(const Wishes &wishes, const Segment &segment, Bytes bytes)
 bool is_sound(const Dump &dump)
 {
     if (!dump.no_block.empty() || !dump.block->faults.empty()) return false;
-    for (const Descriptor &descriptor : dump.block->descriptors) {
-        const auto has_fault = [](const Element &element) { return !element.fault.empty(); };
+    for (const BlockDescriptor &descriptor : dump.block->descriptors) {
+        const auto has_fault = [](const BlockElement &element) { return !element.fault.empty(); };
         const auto &elements = descriptor.elements;
         if (!descriptor.faults.empty() || std::any_of(elements.begin(), elements.end(), has_fault)) return false;
     }

@@ -96,7 +96,10 @@ constexpr Explanation rows[] = {
     {error, KA_START, "KA_START", "cannot start %s: %s\n%s ended at start with status %d",
      "the module could not be started, or ended at start", "the text says what the system or the module answered",
      "ka check MODULE tells what is missing"},
-    {error, KA_REFUSED, "KA_REFUSED", "", "the call does not suit the module's tables; nothing was sent",
+    {error, KA_REFUSED, "KA_REFUSED",
+     "the module has no function \"%s\"\ntakes %s, got %s\n(%s) is %s: takes %s, got %s\nthe module's own table is "
+     "wrong: %s",
+     "the call does not suit the module's tables; nothing was sent",
      "a wrong name, or a wrong count, type or length of arguments; the text names the argument",
      "compare the call with ka list MODULE; the host can be used further"},
     {error, KA_DIED, "KA_DIED", "the host ended with status %d\nthe host was killed by %s",
