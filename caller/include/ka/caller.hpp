@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: MIT
+//
+// The caller's side for C++17: ka/caller.h with hosts that close themselves, calls in one line, and exceptions.
+//
+//     ka::Host host("./adder");
+//     std::int32_t sum = 0;
+//     const std::int32_t code = host.call("add", 2, 40, ka::ref(sum));
+//
+// What holds for ka/caller.h holds here. In C++ an argument is written as
+//
+//     INTEGER  int and narrower integers
+//     REAL     double, float, t_DECIMAL, ka::Decimal("19.99")
+//     STRING   std::string, std::string_view, "text"; ka::in(text, room) for one with room
+//     array    std::vector, std::array, or whatever has data() and size(), of std::int32_t, double, t_DECIMAL,
+//              ka::Decimal or text
+//
+// and goes by value; ka::ref(variable) passes it by reference, and the variable has the result after the call.
+// Strings are told how long they may become: ka::ref(text, room).
+//
+// What fails throws ka::Error. The functions named try_... do not: they give the class of the error back, and
+// Host::error has the rest. Without exceptions (-fno-exceptions) those are to be used; the others end the program.
+#ifndef KA_CALLER_HPP
+#define KA_CALLER_HPP
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "ka/caller_arguments.hpp"
+#include "ka/caller_tables.hpp"
+
+namespace ka {
+
+// Defaults to begin with; the fields are those of ka_options.
+struct Options : ka_options {
+    Options() { ka_options_init(this, sizeof(ka_options)); }
+};
+
+// See ka_trace_process: sets *level, unless it is null; the level before.
+inline std::int32_t trace_process(std::int32_t pid, const std::int32_t *level = nullptr)
+{
+    char why[256] = "";
+    std::int32_t old = 0;
+    const std::int32_t status = ka_trace_process(pid, level, &old, why, sizeof why);
+    if (status != KA_DONE) detail::raise(status, why);
+    return old;
+}
+
+// The class of the error, or KA_DONE and the return code.
+struct Result {
+    std::int32_t error_class;
+    std::int32_t code;
+    explicit operator bool() const noexcept { return error_class == KA_DONE; }
+};
+
+struct Scratch {
+    void *data; // null when there is none
+    std::int32_t size;
+};
+
+// A module and its process, which ends with this object; not inside its own call-back, where that ends the program.
+// One that was moved from may only be assigned to and destroyed.
+class Host {
+public:
+    using Callback = std::function<std::int32_t(std::int32_t value)>;
+
+    explicit Host(const std::string &module, const ka_options &options = Options()) : Host(try_open(module, options))
+    {
+        if (error().error_class != KA_DONE) fail();
+    }
+
+    // The start may have failed: see error.
+    static Host try_open(const std::string &module, const ka_options &options = Options())
+    {
+        Host host(std::make_unique<State>());
+        host.state_->open(module, options);
+        return host;
+    }
+
+    // Answers the call-backs from the next call on, in place of ka_options.callback. When it throws, this and all
+    // further call-backs of that call are answered with on_exception; once the call is over, its results are in place
+    // and the exception comes out of the function that made it, the try_ ones included.
+    void on_callback(Callback callback, std::int32_t on_exception = 0)
+    {
+        state_->callback = std::move(callback);
+        state_->on_exception = on_exception;
+    }
+
+    // The return code of the function.
+    template <typename... Arguments>
+    std::int32_t call(std::string_view function, const Arguments &...arguments)
+    {
+        return value_of(try_call(function, arguments...));
+    }
+
+    template <typename... Arguments>
+    Result try_call(std::string_view function, const Arguments &...arguments)
+    {
+        begin(function);
+        (add(arguments), ...);
+        Result result = exchange();
+        [[maybe_unused]] auto take_next = [&, number = std::int32_t{0}](const auto &argument) mutable {
+            if (result) result.error_class = detail::take_if_referred(get(), ++number, argument);
+        };
+        (take_next(arguments), ...);
+        state_->rethrow();
+        return result;
+    }
+
+    // The same step by step, for calls whose arguments are not known when the program is compiled. What is wrong with
+    // an argument comes out of send. take stores what goes back, and leaves the variable alone where nothing does.
+    void begin(std::string_view function) { ka_begin(get(), detail::without_zeros(function).c_str()); }
+
+    template <typename T>
+    void add(const T &argument)
+    {
+        detail::add(get(), argument, 0, KA_BY_VALUE);
+    }
+
+    std::int32_t send() { return value_of(try_send()); }
+
+    Result try_send()
+    {
+        const Result result = exchange();
+        state_->rethrow();
+        return result;
+    }
+
+    bool gives_back(std::int32_t argument) const { return ka_gives_back(get(), argument) != 0; }
+
+    template <typename T>
+    void take(std::int32_t argument, T &variable)
+    {
+        static_assert(detail::is_one_of<detail::Element<T>, std::int32_t, double, t_DECIMAL, Decimal, std::string>,
+                      "results are stored in std::int32_t, double, t_DECIMAL, ka::Decimal or std::string");
+        check(detail::take_if_referred(get(), argument, Ref<T>{variable, 0}));
+    }
+
+    // Of the last function that was used; valid until the next is.
+    const ka_error &error() const noexcept { return *ka_last_error(get()); }
+    std::string report() { return text_or_empty(ka_report_text(get())); }
+    std::string report_json() { return text_or_empty(ka_report_json(get())); }
+
+    void restart() { check(ka_restart(get())); }
+    void set_deadline(std::int32_t milliseconds) { check(ka_set_deadline(get(), milliseconds)); }
+    void set_trace(std::int32_t level) { check(ka_set_trace(get(), level)); }
+    std::int32_t pid() const noexcept { return ka_pid(get()); }
+
+    Scratch scratch() const noexcept
+    {
+        std::int32_t size = 0;
+        void *const data = ka_scratch(get(), &size);
+        return {data, size};
+    }
+
+    // Valid until the process ends.
+    Tables tables()
+    {
+        const ka_tables *const tables = ka_host_tables(get());
+        if (!tables) fail();
+        return Tables(std::shared_ptr<const ka_tables>(tables, [](const ka_tables *) {}));
+    }
+
+    // For the functions of ka/caller.h; still owned by this object.
+    ka_host *get() const noexcept { return state_->host; }
+
+private:
+    // What the library's functions come back to, at an address that moving the Host does not change.
+    struct State {
+        ka_host *host = nullptr;
+        ka_options given{};
+        Callback callback;
+        std::int32_t on_exception = 0;
+        std::exception_ptr thrown;
+
+        State() = default;
+        State(const State &) = delete;
+        State &operator=(const State &) = delete;
+        ~State()
+        {
+            if (ka_close(host) != KA_DONE) std::terminate();
+        }
+
+        void open(const std::string &module, const ka_options &options)
+        {
+            given = options;
+            ka_options used = options;
+            used.user = this;
+            used.callback = [](ka_host *, std::int32_t value, void *user) noexcept {
+                return static_cast<State *>(user)->answer(value);
+            };
+            if (given.inspector) {
+                used.inspector = [](std::int32_t pid, std::int32_t signal, char *text, std::int32_t size,
+                                    void *user) {
+                    const ka_options &options_given = static_cast<State *>(user)->given;
+                    options_given.inspector(pid, signal, text, size, options_given.user);
+                };
+            }
+            ka_open(&host, module.c_str(), &used);
+        }
+
+        std::int32_t ask(std::int32_t value)
+        {
+            if (callback) return callback(value);
+            return given.callback ? given.callback(host, value, given.user) : 0;
+        }
+
+        // The frames between a call and its call-backs are those of C, which no exception may cross.
+        std::int32_t answer(std::int32_t value) noexcept
+        {
+            if (thrown) return on_exception;
+#ifdef __cpp_exceptions
+            try {
+                return ask(value);
+            } catch (...) {
+                thrown = std::current_exception();
+                return on_exception;
+            }
+#else
+            return ask(value);
+#endif
+        }
+
+        void rethrow()
+        {
+            if (thrown) std::rethrow_exception(std::exchange(thrown, nullptr));
+        }
+    };
+
+    explicit Host(std::unique_ptr<State> state) : state_(std::move(state)) {}
+
+    Result exchange()
+    {
+        std::int32_t code = 0;
+        const std::int32_t status = ka_call(get(), &code);
+        return {status, code};
+    }
+
+    [[noreturn]] void fail()
+    {
+        const ka_error record = error();
+        const std::string text = report();
+        detail::raise(Error(record, text.c_str(), report_json().c_str()));
+    }
+
+    void check(std::int32_t status)
+    {
+        if (status != KA_DONE) fail();
+    }
+
+    std::int32_t value_of(const Result &result)
+    {
+        check(result.error_class);
+        return result.code;
+    }
+
+    static std::string text_or_empty(const char *text)
+    {
+        return text ? text : "";
+    }
+
+    std::unique_ptr<State> state_;
+};
+
+} // namespace ka
+
+#endif

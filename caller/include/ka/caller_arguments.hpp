@@ -1,0 +1,248 @@
+// SPDX-License-Identifier: MIT
+//
+// Arguments of ka/caller.hpp, which includes this: which C++ type is which value, how it goes into a call and how
+// it comes back. What a program writes is Decimal, in and ref; the rest is for Host.
+#ifndef KA_CALLER_ARGUMENTS_HPP
+#define KA_CALLER_ARGUMENTS_HPP
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "ka/caller_error.hpp"
+
+namespace ka {
+
+namespace detail {
+
+// Lengths above are too big for any segment, and are refused as such.
+inline std::int32_t length(std::size_t size)
+{
+    return static_cast<std::int32_t>(std::min(size, std::size_t{INT32_MAX}));
+}
+
+} // namespace detail
+
+// A REAL as decimal text, exactly: no binary fraction comes between. "null" is the text of a null REAL.
+struct Decimal {
+    std::string text = "0";
+
+    Decimal() = default;
+    explicit Decimal(std::string_view number) : text(number) {}
+    explicit Decimal(const t_DECIMAL &value)
+    {
+        char buffer[KA_REAL_TEXT];
+        text = ka_real_to_text(&value, buffer);
+    }
+    // Throws KA_ARGUMENT when the text is no REAL; see ka_real_from_text.
+    t_DECIMAL value() const
+    {
+        t_DECIMAL real;
+        if (ka_real_from_text(text.data(), detail::length(text.size()), &real) != KA_DONE)
+            detail::raise(KA_ARGUMENT, ('"' + text + "\" is not a REAL").c_str());
+        return real;
+    }
+};
+
+// ---- How arguments are passed ------------------------------------------------------------------------------------
+
+template <typename T>
+struct In {
+    const T &value;
+    std::int32_t room;
+};
+
+template <typename T>
+struct Ref {
+    T &value;
+    std::int32_t room;
+};
+
+namespace detail {
+
+template <typename T, typename... Others>
+inline constexpr bool is_one_of = (std::is_same_v<T, Others> || ...);
+template <typename T>
+inline constexpr bool is_integer = is_one_of<T, bool, signed char, unsigned char, short, unsigned short, int>;
+template <typename T>
+inline constexpr bool is_text = std::is_convertible_v<const T &, std::string_view>;
+
+template <typename T, typename = void>
+struct ElementOf {
+    using type = std::remove_const_t<T>;
+    static constexpr bool in_array = false;
+};
+template <typename T>
+struct ElementOf<T, std::enable_if_t<!is_text<T>, std::void_t<decltype(std::data(std::declval<T &>())),
+                                                              decltype(std::size(std::declval<T &>()))>>> {
+    using type = std::remove_cv_t<std::remove_pointer_t<decltype(std::data(std::declval<T &>()))>>;
+    static constexpr bool in_array = true;
+};
+template <typename T>
+using Element = typename ElementOf<T>::type;
+
+// The elements of an array, or the value itself, which is an array of one.
+template <typename T>
+auto elements(T &value)
+{
+    if constexpr (ElementOf<std::remove_const_t<T>>::in_array)
+        return std::pair(std::data(value), length(std::size(value)));
+    else
+        return std::pair(&value, std::int32_t{1});
+}
+
+// ---- Into the call; errors are kept by the host until ka_call ----------------------------------------------------
+
+inline void add_decimals(ka_host *host, const Decimal *values, std::int32_t count, std::int32_t passing)
+{
+    std::vector<t_DECIMAL> reals(static_cast<std::size_t>(count));
+    for (std::size_t i = 0; i < reals.size(); i++) {
+        const std::string &text = values[i].text;
+        if (ka_real_from_text(text.data(), length(text.size()), &reals[i]) == KA_DONE) continue;
+        ka_add_real(host, without_zeros(text).c_str(), passing); // is refused, and the text named
+        return;
+    }
+    ka_add_reals(host, reals.data(), count, passing);
+}
+
+template <typename Text>
+void add_texts(ka_host *host, const Text *values, std::int32_t count, std::int32_t room, std::int32_t passing)
+{
+    std::vector<ka_text> texts;
+    texts.reserve(static_cast<std::size_t>(count));
+    for (std::int32_t i = 0; i < count; i++) {
+        const std::string_view text(values[i]);
+        texts.push_back({text.data(), length(text.size())});
+    }
+    ka_add_strings(host, texts.data(), count, room, passing);
+}
+
+template <typename T>
+void add(ka_host *host, const T &value, std::int32_t room, std::int32_t passing)
+{
+    using E = Element<const T>;
+    static_assert(is_integer<E> || is_one_of<E, float, double, t_DECIMAL, Decimal> || is_text<E>,
+                  "no INTEGER, REAL or STRING: convert it, wide integers to std::int32_t");
+    static_assert(!ElementOf<const T>::in_array || !(is_integer<E> || std::is_same_v<E, float>) ||
+                      std::is_same_v<E, std::int32_t>,
+                  "arrays of numbers are of std::int32_t, double, t_DECIMAL or ka::Decimal");
+    if constexpr (is_text<T>) {
+        const std::string_view text(value);
+        ka_add_string(host, text.data(), length(text.size()), room, passing);
+    } else if constexpr (is_integer<E> && !std::is_same_v<E, std::int32_t>) {
+        ka_add_integer(host, value, passing);
+    } else if constexpr (std::is_same_v<E, float>) {
+        ka_add_double(host, static_cast<double>(value), passing);
+    } else {
+        const auto [first, count] = elements(value);
+        if constexpr (is_integer<E>) ka_add_integers(host, first, count, passing);
+        if constexpr (std::is_same_v<E, double>) ka_add_doubles(host, first, count, passing);
+        if constexpr (std::is_same_v<E, t_DECIMAL>) ka_add_reals(host, first, count, passing);
+        if constexpr (std::is_same_v<E, Decimal>) add_decimals(host, first, count, passing);
+        if constexpr (is_text<E>) add_texts(host, first, count, room, passing);
+    }
+}
+
+template <typename T>
+void add(ka_host *host, const In<T> &argument, std::int32_t, std::int32_t)
+{
+    add(host, argument.value, argument.room, KA_BY_VALUE);
+}
+
+template <typename T>
+void add(ka_host *host, const Ref<T> &argument, std::int32_t, std::int32_t)
+{
+    add(host, std::as_const(argument.value), argument.room, KA_BY_REFERENCE);
+}
+
+// ---- Out of it; the class of an error, which only a variable that changed its size during the call brings --------
+
+inline std::int32_t take_decimals(ka_host *host, std::int32_t argument, Decimal *values, std::int32_t count)
+{
+    std::vector<t_DECIMAL> reals(static_cast<std::size_t>(count));
+    const std::int32_t status = ka_get_reals(host, argument, reals.data(), count);
+    if (status == KA_DONE)
+        std::transform(reals.begin(), reals.end(), values, [](auto &real) { return Decimal(real); });
+    return status;
+}
+
+// The length may shrink between the two looks, when the module goes on writing.
+inline std::int32_t take_text(ka_host *host, std::int32_t argument, std::int32_t element, std::string &text)
+{
+    std::int32_t found = 0;
+    std::int32_t status = ka_get_string(host, argument, element, nullptr, 0, &found);
+    if (status != KA_DONE) return status;
+    text.resize(static_cast<std::size_t>(found));
+    status = ka_get_string(host, argument, element, text.data(), detail::length(text.size()), &found);
+    if (static_cast<std::size_t>(found) < text.size()) text.resize(static_cast<std::size_t>(found));
+    return status;
+}
+
+template <typename T>
+std::int32_t take(ka_host *host, std::int32_t argument, T &value)
+{
+    using E = Element<T>;
+    const auto [first, count] = elements(value);
+    std::int32_t status = KA_DONE;
+    if constexpr (std::is_same_v<E, std::int32_t>) status = ka_get_integers(host, argument, first, count);
+    if constexpr (std::is_same_v<E, double>) status = ka_get_doubles(host, argument, first, count);
+    if constexpr (std::is_same_v<E, t_DECIMAL>) status = ka_get_reals(host, argument, first, count);
+    if constexpr (std::is_same_v<E, Decimal>) status = take_decimals(host, argument, first, count);
+    if constexpr (std::is_same_v<E, std::string>) {
+        for (std::int32_t i = 0; i < count && status == KA_DONE; i++)
+            status = take_text(host, argument, i, first[i]);
+    }
+    return status;
+}
+
+template <typename T>
+std::int32_t take_if_referred(ka_host *, std::int32_t, const T &)
+{
+    return KA_DONE;
+}
+
+template <typename T>
+std::int32_t take_if_referred(ka_host *host, std::int32_t argument, const Ref<T> &referred)
+{
+    return ka_gives_back(host, argument) ? take(host, argument, referred.value) : KA_DONE;
+}
+
+} // namespace detail
+
+// By value, with room for room characters in each string, where the function is to lengthen its own copy.
+template <typename T>
+In<T> in(const T &text, std::int32_t room)
+{
+    static_assert(detail::is_text<detail::Element<const T>>, "only strings have room");
+    return {text, room};
+}
+
+// By reference. The variable must live until the call is over.
+template <typename T>
+Ref<T> ref(T &variable)
+{
+    using E = detail::Element<T>;
+    static_assert(!detail::is_text<E>, "say how long a string may become: ka::ref(text, 80); 0: as long as it is");
+    static_assert(detail::is_one_of<E, std::int32_t, double, t_DECIMAL, Decimal>,
+                  "results are stored in std::int32_t, double, t_DECIMAL, ka::Decimal or std::string");
+    static_assert(std::is_same_v<decltype(detail::elements(variable).first), E *>, "results are stored in variables");
+    return {variable, 0};
+}
+
+template <typename T>
+Ref<T> ref(T &text, std::int32_t room)
+{
+    static_assert(std::is_same_v<decltype(detail::elements(text).first), std::string *>,
+                  "text is given back in std::string");
+    return {text, room};
+}
+
+} // namespace ka
+
+#endif

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+//
+// The exception of ka/caller.hpp, which includes this.
+#ifndef KA_CALLER_ERROR_HPP
+#define KA_CALLER_ERROR_HPP
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "ka/caller.h"
+
+namespace ka {
+
+// What ka_last_error and the two reports said when something failed; what() is the error's text.
+class Error : public std::runtime_error {
+public:
+    // report and json may be null.
+    explicit Error(const ka_error &record, const char *report = nullptr, const char *json = nullptr)
+        : std::runtime_error(record.text),
+          details_(std::make_shared<const Details>(Details{record, report ? report : "", json ? json : ""}))
+    {
+    }
+    const ka_error &record() const noexcept { return details_->record; }
+    std::int32_t error_class() const noexcept { return details_->record.error_class; }
+    const char *class_name() const noexcept { return ka_error_name(error_class()); }
+    std::int32_t retry() const noexcept { return details_->record.retry; }
+    const std::string &report() const noexcept { return details_->report; }
+    const std::string &report_json() const noexcept { return details_->json; }
+
+private:
+    struct Details {
+        ka_error record;
+        std::string report;
+        std::string json;
+    };
+    std::shared_ptr<const Details> details_; // exceptions are copied, and that must not fail
+};
+
+namespace detail {
+
+[[noreturn]] inline void raise(const Error &error)
+{
+#ifdef __cpp_exceptions
+    throw error;
+#else
+    std::fprintf(stderr, "ka: %s\n", error.what());
+    std::abort();
+#endif
+}
+
+[[noreturn]] inline void raise(std::int32_t error_class, const char *text)
+{
+    ka_error record = {};
+    record.error_class = error_class;
+    record.exit_status = -1;
+    std::snprintf(record.text, sizeof record.text, "%s", text);
+    raise(Error(record));
+}
+
+// For functions that take a zero-terminated text: one with a zero inside must not pass for its first half.
+inline std::string without_zeros(std::string_view text)
+{
+    std::string copy(text);
+    std::replace(copy.begin(), copy.end(), '\0', '?');
+    return copy;
+}
+
+} // namespace detail
+
+} // namespace ka
+
+#endif

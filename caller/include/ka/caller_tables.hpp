@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+//
+// A module's tables as ranges; ka/caller.hpp includes this.
+#ifndef KA_CALLER_TABLES_HPP
+#define KA_CALLER_TABLES_HPP
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "ka/caller_error.hpp"
+
+namespace ka {
+
+// The functions of a module, as a range of ka_function, in the module's order.
+class Tables {
+public:
+    explicit Tables(std::shared_ptr<const ka_tables> tables) : tables_(std::move(tables)) {}
+    const ka_function *begin() const noexcept { return tables_->functions; }
+    const ka_function *end() const noexcept { return begin() + tables_->function_count; }
+    std::size_t size() const noexcept { return static_cast<std::size_t>(tables_->function_count); }
+    // Null when there is none of that name.
+    const ka_function *find(std::string_view name) const
+    {
+        return ka_find_function(tables_.get(), detail::without_zeros(name).c_str());
+    }
+
+private:
+    std::shared_ptr<const ka_tables> tables_;
+};
+
+// The prototypes of a function, as a range of ka_prototype.
+struct Prototypes {
+    const ka_function &function;
+    const ka_prototype *begin() const noexcept { return function.prototypes; }
+    const ka_prototype *end() const noexcept { return begin() + function.prototype_count; }
+    std::size_t size() const noexcept { return static_cast<std::size_t>(function.prototype_count); }
+};
+
+// See ka_read_tables. Throws KA_ARGUMENT with the reason.
+inline Tables read_tables(const std::string &module)
+{
+    char why[256] = "";
+    ka_tables *const tables = ka_read_tables(module.c_str(), why, sizeof why);
+    if (!tables) detail::raise(KA_ARGUMENT, why);
+    return Tables(std::shared_ptr<const ka_tables>(tables, [](ka_tables *owned) { ka_free_tables(owned); }));
+}
+
+} // namespace ka
+
+#endif
