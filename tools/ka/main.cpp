@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "call.h"
+#include "check.h"
 #include "command_words.h"
 #include "completion.h"
 #include "description.h"
@@ -35,6 +36,7 @@ static int run(int argc, char **argv)
     add_list_command(app, exit_status);
     add_call_command(app, exit_status);
     add_real_command(app, exit_status);
+    add_check_command(app, exit_status);
     add_dump_command(app, exit_status);
     add_explain_command(app, exit_status);
     add_trace_command(app, exit_status);

@@ -1,0 +1,235 @@
+// SPDX-License-Identifier: MIT
+//
+// ka check of files, loaders, libraries, symbols and starts.
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <sys/stat.h>
+
+#include "caller/waiting.h"
+#include "ka/built_module.h"
+#include "ka/command.h"
+#include "ka/help_examples.h"
+#include "libraries.h"
+
+namespace {
+
+Outcome check(const std::string &path, std::vector<std::string> options = {})
+{
+    options.insert(options.begin(), "check");
+    options.push_back(path);
+    return ka(options);
+}
+
+void expect_finding(const std::string &path, const std::string &severity, const std::string &text, int status)
+{
+    const Outcome outcome = check(path);
+    EXPECT_EQ(outcome.status, status) << outcome.out;
+    EXPECT_EQ(outcome.err, "");
+    const std::string line = severity + ": " + path + ": " + text;
+    EXPECT_NE(outcome.out.find(line), std::string::npos) << line << " not in\n" << outcome.out;
+}
+
+const std::string two_bytes_of_another_machine = {'\x28', '\0'};
+
+} // namespace
+
+TEST(KaCheck, finds_a_sound_module_good_and_starts_it)
+{
+    for (const char *name : {"caller_module_tasks", "caller_module_fixed"}) {
+        const std::string path = std::string(CALLER_MODULES "/") + name;
+        const Outcome outcome = check(path);
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_EQ(outcome.out, path + ": good\n");
+        EXPECT_EQ(outcome.err, "");
+    }
+}
+
+TEST(KaCheck, says_what_is_no_module)
+{
+    const BuiltModule module(sound_tables);
+    const std::string folder = module.folder();
+    expect_finding("/no/such/module", "error", "", 4);
+    expect_finding(folder, "error", "a directory\n", 4);
+    expect_finding(folder + "/module.c", "error", "not executable\n", 4);
+    expect_finding(folder + "/module.c", "error", "not an ELF file\n", 4);
+    expect_finding(KA_COMMAND, "error", "a 64-bit program\n", 4);
+    module.build("object", "int x;", "-c");
+    chmod((folder + "/object").c_str(), 0755);
+    expect_finding(folder + "/object", "error", "an ELF file but no program\n", 4);
+    std::ofstream(folder + "/short") << "\177ELF\1";
+    chmod((folder + "/short").c_str(), 0755);
+    expect_finding(folder + "/short", "error", "a damaged ELF file\n", 4);
+    expect_finding(KA_BUILD "/lib/libkahost.so.1", "error", "it names no loader: a shared library, not a program\n",
+                   4);
+    module.put(0x12, two_bytes_of_another_machine);
+    expect_finding(module.path(), "error", "for another processor (ELF machine 40)\n", 4);
+}
+
+TEST(KaCheck, says_what_the_loader_would_miss)
+{
+    expect_finding(CALLER_MODULES "/caller_module_no_loader", "error",
+                   "its loader /nowhere/ld-linux.so.2 is missing\n", 4);
+    const std::string no_library = CALLER_MODULES "/caller_module_no_library";
+    expect_finding(no_library, "error", "the library libkahost.so.1 is missing, which " + no_library + " needs\n", 4);
+}
+
+TEST(KaCheck, follows_libraries_of_libraries)
+{
+    const BuiltModule module(sound_tables);
+    const std::string folder = module.folder();
+    module.build("libfar.so", "int far_away(void) { return 1; }", "-shared -fPIC");
+    module.build("libmiddle.so", "int far_away(void); int middle(void) { return far_away(); }",
+                 "-shared -fPIC -L" + folder + " -lfar");
+    module.build("user",
+                 "#include \"ka/dll_module.h\"\nint middle(void);\n" + sound_tables +
+                     "int32_t KaCall(int32_t i, void **a) { return middle(); }",
+                 "-L" + folder + " -lmiddle -Wl,-rpath-link," + folder +
+                     " -L" KA_BUILD "/lib -lkahost -Wl,-rpath," KA_BUILD "/lib:'$ORIGIN'");
+    const std::string user = folder + "/user";
+    // The path of the program is not that of its libraries, unless it is an RPATH.
+    expect_finding(user, "error", "the library libfar.so is missing, which " + folder + "/libmiddle.so needs\n", 4);
+    setenv("LD_LIBRARY_PATH", folder.c_str(), 1);
+    EXPECT_EQ(check(user).status, 0) << check(user).out;
+    unsetenv("LD_LIBRARY_PATH");
+    module.build("libmiddle.so", "int middle(void) { return 1; }", "-shared -fPIC");
+    EXPECT_EQ(check(user).status, 0) << check(user).out;
+    std::filesystem::copy_file(KA_COMMAND, folder + "/libmiddle.so",
+                               std::filesystem::copy_options::overwrite_existing);
+    expect_finding(user, "error",
+                   "the library libmiddle.so is missing, which " + user + " needs (" + folder +
+                       "/libmiddle.so: a 64-bit program)\n",
+                   4);
+}
+
+// The dynamic linker itself tells what it would load.
+TEST(KaCheck, finds_the_libraries_that_the_loader_finds)
+{
+    std::string why;
+    const auto program = read_elf(tasks_module, why);
+    ASSERT_TRUE(program) << why;
+    const Libraries libraries = find_libraries(*program);
+    EXPECT_TRUE(libraries.missing.empty());
+    EXPECT_GE(libraries.loaded.size(), 2u);
+    FILE *pipe = popen(("LD_TRACE_LOADED_OBJECTS=1 " + tasks_module).c_str(), "r");
+    char line[1000];
+    size_t count = 0;
+    while (fgets(line, sizeof line, pipe) != nullptr) {
+        const std::string text = line;
+        const size_t path = text.find('/');
+        if (path == std::string::npos) continue; // the kernel's own
+        const std::string told = text.substr(path, text.find(" (", path) - path);
+        const auto is_it = [&](const ElfFile &file) { return std::filesystem::equivalent(file.path, told); };
+        EXPECT_TRUE(std::any_of(libraries.loaded.begin(), libraries.loaded.end(), is_it)) << told;
+        count++;
+    }
+    pclose(pipe);
+    EXPECT_EQ(count, libraries.loaded.size());
+}
+
+TEST(KaCheck, says_which_symbols_are_missing)
+{
+    const std::string ignore = "-Wl,--unresolved-symbols=ignore-all -Wl,-z,lazy";
+    const BuiltModule no_call(sound_tables, "-DOWN_KACALL " + ignore);
+    expect_finding(no_call.path(), "error", "it does not define KaCall\n", 4);
+    const BuiltModule no_tables("", ignore);
+    expect_finding(no_tables.path(), "error", "it does not define KaFuncList\n", 4);
+    expect_finding(no_tables.path(), "error", "it does not define KaArgList\n", 4);
+    const BuiltModule no_list("int32_t KaArgList_unused; t_DLL_PROTO KaArgList[] = {{\"a\", 1, 0}};", ignore);
+    expect_finding(no_list.path(), "error", "it does not define KaFuncList\n", 4);
+}
+
+// With lazy binding it starts all the same.
+TEST(KaCheck, says_which_symbol_a_library_has_no_longer)
+{
+    const BuiltModule module(sound_tables);
+    module.build("libstub.so", "int nowhere(void) { return 0; }", "-shared -fPIC");
+    module.build("user",
+                 "#include \"ka/dll_module.h\"\nint nowhere(void);\n" + sound_tables +
+                     "int32_t KaCall(int32_t i, void **a) { return nowhere(); }",
+                 "-L" + module.folder() +
+                     " -lstub -L" KA_BUILD "/lib -lkahost -Wl,-z,lazy -Wl,-rpath," KA_BUILD "/lib:'$ORIGIN'");
+    module.build("libstub.so", "int elsewhere(void) { return 0; }", "-shared -fPIC");
+    const std::string user = module.folder() + "/user";
+    expect_finding(user, "error", "nothing provides the symbol nowhere, which " + user + " uses\n", 1);
+}
+
+TEST(KaCheck, says_which_version_is_missing)
+{
+    const BuiltModule module(sound_tables + "void g(void) { puts(\"\"); }");
+    module.replace("GLIBC_2.34", "GLIBC_9.99");
+    const Outcome outcome = check(module.path());
+    EXPECT_EQ(outcome.status, 4);
+    EXPECT_NE(outcome.out.find("libc.so.6 has no version GLIBC_9.99, which " + module.path() + " needs\n"),
+              std::string::npos)
+        << outcome.out;
+}
+
+TEST(KaCheck, says_when_the_call_host_is_not_in_charge)
+{
+    const BuiltModule own_main("#include \"ka/dll_host.h\"\n" + sound_tables +
+                               "int main(void) { return u_get_argc(); }");
+    expect_finding(own_main.path(), "error", "it has a main of its own, so that of the call host never runs\n", 1);
+    const BuiltModule no_host(sound_tables + "int main(void) { return 0; }", "-DNO_HOST");
+    expect_finding(no_host.path(), "error", "it is not linked with the call host: it would never answer\n", 1);
+}
+
+TEST(KaCheck, starts_the_module_once_and_says_how_that_went)
+{
+    const BuiltModule ends(sound_tables + "void dll_setup(void) { fputs(\"no licence\\n\", stderr); _exit(3); }");
+    expect_finding(ends.path(), "error", "it does not start: " + ends.path(), 4);
+    EXPECT_NE(check(ends.path()).out.find("; it wrote: no licence\n"), std::string::npos);
+    EXPECT_EQ(check(ends.path(), {"--no-start"}).out, ends.path() + ": good\n");
+    const BuiltModule dies(sound_tables + "void dll_setup(void) { abort(); }");
+    expect_finding(dies.path(), "error", "it does not start: " + dies.path(), 4);
+    const BuiltModule hangs(sound_tables + "void dll_setup(void) { for (;;) pause(); }");
+    const Outcome hung = check(hangs.path(), {"--deadline", "0.5"});
+    EXPECT_EQ(hung.status, 4);
+    EXPECT_NE(hung.out.find("500 ms"), std::string::npos) << hung.out;
+    const BuiltModule writes(sound_tables + "void dll_cleanup(void) { fputs(\"bye\\n\", stderr); }");
+    expect_finding(writes.path(), "warning", "it writes on standard error as it starts or ends: bye\n", 1);
+}
+
+// Libraries, RUNPATH and tables of a damaged file are read too, and never beyond it.
+TEST(KaCheck, survives_damaged_files)
+{
+    const BuiltModule module(sound_tables);
+    const std::string sound = read_file(module.path());
+    unsigned seed = std::random_device{}();
+    std::mt19937 random(seed);
+    for (int round = 0; round < 60; round++) {
+        std::string bytes = sound;
+        for (int i = 0; i < 30; i++) // headers and dynamic section are the interesting ones
+            bytes[random() % (i < 10 ? 0x400 : bytes.size())] = static_cast<char>(random());
+        bytes.replace(0, 5, sound, 0, 5);
+        if (random() % 4 == 0) bytes.resize(random() % bytes.size());
+        std::ofstream(module.path(), std::ios::binary) << bytes;
+        const Outcome outcome = check(module.path(), {"--no-start"});
+        EXPECT_TRUE(outcome.status == 0 || outcome.status == 1 || outcome.status == 4)
+            << outcome.status << ", seed " << seed << outcome.err;
+    }
+}
+
+TEST(KaCheck, has_the_same_as_json)
+{
+    const BuiltModule module("t_DLL_PROTO KaArgList[] = {{\"a\", 10, 0}};"
+                             "t_DLL_FUNC KaFuncList[] = {{\"f\", 0, 1, 0}, {0, 0, 0, 0}};");
+    const auto json = nlohmann::json::parse(check(module.path(), {"--json"}).out);
+    EXPECT_EQ(json["module"], module.path());
+    EXPECT_EQ(json["startable"], true);
+    ASSERT_EQ(json["findings"].size(), 1u);
+    EXPECT_EQ(json["findings"][0]["severity"], "error");
+    EXPECT_NE(json["findings"][0]["remedy"], "");
+}
+
+TEST(KaCheckHelp, examples_work)
+{
+    const BuiltModule module(sound_tables);
+    std::filesystem::copy_file(module.path(), module.folder() + "/adder");
+    for (const std::string &example : help_examples("check"))
+        EXPECT_EQ(run_example(example, module.folder()).status, 0) << example;
+    EXPECT_EQ(ka({"check"}).status, 2);
+    EXPECT_EQ(ka({"check", "--deadline", "0", tasks_module}).status, 2);
+}

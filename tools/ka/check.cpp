@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: MIT
+//
+// See check.h.
+#include "check.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include "exit_status.h"
+#include "finding.h"
+#include "terminal.h"
+
+namespace {
+
+struct Wishes {
+    std::string module;
+    double deadline_s = 10;
+    bool no_start = false;
+    bool json = false;
+};
+
+constexpr const char *description = R"(Looks for what would go wrong with a module, before it does.
+
+The file is read: its format, loader, libraries, symbols and tables. Then the module is started once and asked for a
+function that it does not have; of its own code only dll_setup and dll_cleanup run.
+Each finding is an error, a warning or a note, with what to do. Status 0: nothing worse than notes; 1: errors or
+warnings; 4: the module cannot be started.)";
+
+constexpr const char *examples = R"(Examples:
+  ka check ./adder
+  ka check --no-start ./adder
+  ka check --json ./adder
+)";
+
+const char *name_of(Severity severity)
+{
+    switch (severity) {
+    case Severity::note:
+        return "note";
+    case Severity::warning:
+        return "warning";
+    default:
+        return "error";
+    }
+}
+
+Severity worst_of(const Findings &findings)
+{
+    Severity worst = Severity::note;
+    for (const Finding &finding : findings)
+        worst = std::max(worst, finding.severity);
+    return worst;
+}
+
+ExitStatus status_of(const Findings &findings)
+{
+    switch (worst_of(findings)) {
+    case Severity::note:
+        return EXIT_DONE;
+    case Severity::fatal:
+        return EXIT_NOT_STARTED;
+    default:
+        return EXIT_NONZERO;
+    }
+}
+
+std::string show(const std::string &module, const Findings &findings)
+{
+    std::string text;
+    for (const Finding &finding : findings) {
+        const Paint paint = finding.severity >= Severity::error     ? Paint::error
+                            : finding.severity == Severity::warning ? Paint::warning
+                                                                    : Paint::faint;
+        text += painted(name_of(finding.severity), paint, STDOUT_FILENO) + ": " + module + ": " + finding.text + "\n";
+        if (!finding.remedy.empty()) text += "  " + finding.remedy + "\n";
+    }
+    return text.empty() ? module + ": " + painted("good", Paint::good, STDOUT_FILENO) + "\n" : text;
+}
+
+std::string json_of(const std::string &module, const Findings &findings)
+{
+    nlohmann::ordered_json json;
+    json["module"] = module;
+    json["startable"] = worst_of(findings) != Severity::fatal;
+    json["findings"] = nlohmann::ordered_json::array();
+    for (const Finding &finding : findings)
+        json["findings"].push_back(
+            {{"severity", name_of(finding.severity)}, {"text", finding.text}, {"remedy", finding.remedy}});
+    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+// What the file already shows to fail is not started: the answer would be a second one to the same question.
+Findings find_all(const Wishes &wishes)
+{
+    Findings findings;
+    const auto program = check_program(wishes.module, findings);
+    if (program) check_tables(*program, findings);
+    const bool can_start = program && worst_of(findings) != Severity::fatal;
+    const auto is_hostless = [](const Finding &each) { return each.text.find("call host") != std::string::npos; };
+    const bool would_answer = std::none_of(findings.begin(), findings.end(), is_hostless);
+    if (can_start && would_answer && !wishes.no_start) {
+        const Progress progress("starting " + wishes.module);
+        check_start(wishes.module, static_cast<int>(wishes.deadline_s * 1000), findings);
+    }
+    return findings;
+}
+
+int run_check(const Wishes &wishes)
+{
+    const Findings findings = find_all(wishes);
+    std::cout << (wishes.json ? json_of : show)(wishes.module, findings) << std::flush;
+    return std::cout ? status_of(findings) : complain(EXIT_USAGE, "the results could not be written");
+}
+
+} // namespace
+
+void add_check_command(CLI::App &app, int &exit_status)
+{
+    const auto wishes = std::make_shared<Wishes>();
+    CLI::App *check = app.add_subcommand("check", description);
+    check->footer(std::string(examples) + "\n" + exit_status_help());
+    check->add_option("MODULE", wishes->module, "path of the module")->required()->type_name("");
+    check->add_option("--deadline", wishes->deadline_s, "seconds to wait for the start")
+        ->check(CLI::Range(0.001, 2000000.0).description(""))
+        ->capture_default_str()
+        ->type_name("SECONDS");
+    check->add_flag("--no-start", wishes->no_start, "reads the file only, and runs nothing");
+    check->add_flag("--json", wishes->json, "shows one JSON object");
+    check->callback([wishes, &exit_status] { exit_status = run_check(*wishes); });
+}

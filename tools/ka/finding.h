@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+//
+// What ka check finds in a module, and the parts of the check.
+#ifndef KA_TOOL_FINDING_H
+#define KA_TOOL_FINDING_H
+
+#include <string>
+#include <vector>
+
+#include "elf_file.h"
+
+// fatal: the module does not start. error: something in it cannot work. warning: it works otherwise than it looks.
+enum class Severity { note, warning, error, fatal };
+
+struct Finding {
+    Severity severity;
+    std::string text;
+    std::string remedy;
+};
+
+using Findings = std::vector<Finding>;
+
+// check_program.cpp: the file, its loader, libraries and symbols. Null when there is nothing more to be looked at.
+std::optional<ElfFile> check_program(const std::string &module, Findings &findings);
+
+// check_tables.cpp: KaFuncList and KaArgList as the file has them.
+void check_tables(const ElfFile &program, Findings &findings);
+
+// check_start.cpp: starts the module, asks for a function that it does not have, and ends it.
+void check_start(const std::string &module, int deadline_ms, Findings &findings);
+
+#endif
