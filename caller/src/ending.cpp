@@ -5,6 +5,7 @@
  * the end, and the scratch area, for the process that may be started next. */
 #include "host.h"
 #include "inspect.h"
+#include "ring.h"
 
 #include <errno.h>
 #include <signal.h>
@@ -30,7 +31,17 @@ void free_remains(t_REMAINS *remains)
 {
     free(remains->backtrace);
     ka_free_tables(remains->tables);
+    free(remains->output);
     *remains = {};
+}
+
+/* The process is dead: all it wrote stands in the pipe or in the ring. */
+static void keep_output(ka_host *host)
+{
+    if (!host->ring) return;
+    host->remains.output = static_cast<char *>(malloc(static_cast<size_t>(host->options.ring_bytes)));
+    if (!host->remains.output) return;
+    host->remains.output_length = read_ring(host->ring, host->remains.output, host->options.ring_bytes);
 }
 
 /* Takes the zombie, and what there is to know about it. */
@@ -47,11 +58,14 @@ static void bury(ka_host *host, bool by_library)
     host->remains.backtrace = finish_inspection(host);
     host->remains.tables = host->tables;
     host->tables = nullptr;
+    keep_output(host);
 }
 
 static void release_process(ka_host *host)
 {
     close_doorbell(host);
+    close_ring(host->ring);
+    host->ring = nullptr;
     close_fd(&host->pid_fd);
     close_fd(&host->status_fd);
     host->pid = 0;
@@ -149,6 +163,7 @@ int32_t ka_close(ka_host *host)
     if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a host cannot be closed inside its call-back");
     end_host(host);
     free_remains(&host->remains);
+    close_fd(&host->error_fd);
     free(host->report);
     remove_segment(host);
     forget_preparations(host);

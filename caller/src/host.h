@@ -63,9 +63,12 @@ struct t_REMAINS {
     int32_t status;    /* exit status or signal */
     char *backtrace;   /* what the inspector wrote, or null */
     ka_tables *tables; /* those it had, or null */
+    char *output;      /* the last bytes of its standard error; null when there is no ring */
+    int32_t output_length;
 };
 
 struct t_INSPECTION;
+struct t_RING;
 struct t_LISTENER;
 
 struct ka_host {
@@ -97,6 +100,9 @@ struct ka_host {
     bool answered;            /* it has answered at least once */
     bool sent;                /* a request for the call that was begun has gone out */
     t_INSPECTION *inspection; /* null when nobody looks at the host's end */
+
+    int error_fd; /* KA_STDERR_FILE: a copy of the program's; else -1 */
+    t_RING *ring; /* KA_STDERR_RING: while there is a process; else null */
 
     int64_t called_ns; /* when ka_call began; 0 outside */
     bool in_callback;  /* the call that was begun has called back */

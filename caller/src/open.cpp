@@ -3,8 +3,11 @@
  * Opens a host: options, segment, process. */
 #include "host.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "doorbell.h"
 
@@ -37,6 +40,21 @@ void ka_options_init(ka_options *options, uint32_t size)
     options->size = size;
 }
 
+/* The copy is numbered above the standard descriptors, one of which the program may have closed. */
+static int32_t take_error_output(ka_host *host)
+{
+    const ka_options *options = &host->options;
+    if (options->error_output < KA_STDERR_INHERIT || options->error_output > KA_STDERR_RING)
+        return fail(host, KA_ARGUMENT, "there is no error output %d", options->error_output);
+    if (options->error_output == KA_STDERR_RING && options->ring_bytes <= 0)
+        return fail(host, KA_ARGUMENT, "a ring of %d bytes for standard error", options->ring_bytes);
+    if (options->error_output != KA_STDERR_FILE) return KA_DONE;
+    host->error_fd = fcntl(options->error_fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (host->error_fd != -1) return KA_DONE;
+    if (errno != EBADF) return fail_system(host, errno, "cannot copy error_fd");
+    return fail(host, KA_ARGUMENT, "error_fd %d is not open", options->error_fd);
+}
+
 static int32_t check_restart(ka_host *host)
 {
     const ka_options *options = &host->options;
@@ -62,7 +80,8 @@ static int32_t take_options(ka_host *host, const ka_options *options)
     if (host->options.checking != KA_CHECKED && host->options.checking != KA_RAW)
         return fail(host, KA_ARGUMENT, "there is no checking %d", host->options.checking);
     if (host->options.grace_ms < 0) return fail(host, KA_ARGUMENT, "a grace time of %d ms", host->options.grace_ms);
-    return check_restart(host);
+    if (check_restart(host) != KA_DONE) return KA_ARGUMENT;
+    return take_error_output(host);
 }
 
 int32_t ka_set_deadline(ka_host *host, int32_t deadline_ms)
@@ -110,7 +129,7 @@ int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
     *result = host;
     if (!host) return KA_SYSTEM;
     clear_error(host);
-    host->pid_fd = host->doorbell_fd = host->status_fd = -1;
+    host->pid_fd = host->doorbell_fd = host->status_fd = host->error_fd = -1;
     seed_random(host);
     host->module = strdup(module);
     if (!host->module) {

@@ -2,6 +2,7 @@
  *
  * See report.h. */
 #include "report.h"
+#include "ring.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -80,8 +81,26 @@ bool next_line(const char **text, const char *end, t_LINE *line)
     return true;
 }
 
-const char *last_lines(const ka_host *, const char **end)
+/* From behind the line end before the last lines. */
+const char *last_lines(const ka_host *host, const char **end)
 {
-    *end = nullptr;
-    return nullptr;
+    const t_REMAINS *remains = &host->remains;
+    const bool there = concerns_end(host) && remains->output;
+    const char *start = there ? remains->output : nullptr;
+    *end = there ? start + remains->output_length : nullptr;
+    const char *at = *end;
+    for (int lines = 0; at > start; at--)
+        if (at[-1] == '\n' && at < *end && ++lines == SHOWN_LINES) break;
+    return at;
+}
+
+int32_t ka_error_output(ka_host *host, char *buffer, int32_t size)
+{
+    const t_REMAINS *remains = &host->remains;
+    if (size <= 0) return 0;
+    if (host->ring && !remains->of_error) return read_ring(host->ring, buffer, size);
+    if (!remains->output) return 0;
+    const int32_t count = size < remains->output_length ? size : remains->output_length;
+    memcpy(buffer, remains->output + remains->output_length - count, static_cast<size_t>(count));
+    return count;
 }

@@ -8,6 +8,7 @@
  * and removes what was created; when the child is killed, the caller goes on to mark the segment. */
 #include "host.h"
 #include "inspect.h"
+#include "ring.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -28,6 +29,7 @@ struct t_LAUNCH {
     const char *module;
     pid_t parent;
     int go[2];     /* pipe: the host's argument goes to the child when the segment is safe */
+    int error_fd;  /* becomes its standard error, unless it is -1 */
     int report[2]; /* pipe: errno comes back when the module cannot be executed; closed by a successful exec */
 };
 
@@ -64,6 +66,7 @@ __attribute__((noreturn)) static void become_host(const t_LAUNCH *launch)
     /* A parent that died before the first line sends no signal any more. */
     if (getppid() != launch->parent) _exit(127);
     reset_signals();
+    if (launch->error_fd != -1) dup2(launch->error_fd, STDERR_FILENO);
     char *const arguments[] = {const_cast<char *>(launch->module), argument, nullptr};
     execve(launch->module, arguments, environ);
     const int error = errno;
@@ -177,15 +180,26 @@ static int32_t start_child(ka_host *host, t_LAUNCH *launch, int64_t deadline)
     return await_exec(host, launch->report[0], deadline);
 }
 
+static int32_t start_with_pipes(ka_host *host, t_LAUNCH *launch, int64_t deadline)
+{
+    int error = 0;
+    if (pipe2(launch->go, O_CLOEXEC) != 0 || pipe2(launch->report, O_CLOEXEC) != 0)
+        return fail_system(host, errno, "cannot create a pipe");
+    if (host->options.error_output != KA_STDERR_RING) {
+        launch->error_fd = host->error_fd;
+        return start_child(host, launch, deadline);
+    }
+    host->ring = open_ring(host->options.ring_bytes, &launch->error_fd, &error);
+    if (!host->ring) return fail_system(host, error, "cannot collect the host's standard error");
+    const int32_t result = start_child(host, launch, deadline);
+    close_fd(&launch->error_fd);
+    return result;
+}
+
 int32_t start_process(ka_host *host, int64_t deadline)
 {
-    t_LAUNCH launch = {host->module, getpid(), {-1, -1}, {-1, -1}};
-    int32_t result = KA_DONE;
-    if (pipe2(launch.go, O_CLOEXEC) != 0 || pipe2(launch.report, O_CLOEXEC) != 0) {
-        result = fail_system(host, errno, "cannot create a pipe");
-    } else {
-        result = start_child(host, &launch, deadline);
-    }
+    t_LAUNCH launch = {host->module, getpid(), {-1, -1}, -1, {-1, -1}};
+    const int32_t result = start_with_pipes(host, &launch, deadline);
     close_fd(&launch.go[0]);
     close_fd(&launch.go[1]);
     close_fd(&launch.report[0]);

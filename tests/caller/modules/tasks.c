@@ -5,7 +5,9 @@
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -188,6 +190,54 @@ static int32_t ring_and_die(void **argv)
     return 0;
 }
 
+/* ---- Standard error -------------------------------------------------------------------------------------------- */
+
+/* So many bytes in pieces of uneven size: a running number in each eight of them. */
+static int32_t write_errors(void **argv)
+{
+    const int32_t bytes = *(int32_t *)argv[0];
+    char piece[8 * 1001 + 1];
+    int32_t number = 0;
+    for (int32_t written = 0; written < bytes;) {
+        int32_t length = 0;
+        while (length < (int32_t)sizeof piece - 1 && written + length < bytes)
+            length += snprintf(piece + length, 9, "%07d\n", number++ % 10000000);
+        for (int32_t done = 0; done < length;) {
+            const ssize_t step = write(2, piece + done, (size_t)(length - done));
+            if (step <= 0) return errno;
+            done += (int32_t)step;
+        }
+        written += length;
+    }
+    return 0;
+}
+
+static void *write_in_thread(void *bytes)
+{
+    void *argv[] = {bytes};
+    write_errors(argv);
+    return NULL;
+}
+
+/* From a thread, which goes on after the call. */
+static int32_t write_errors_later(void **argv)
+{
+    static int32_t bytes;
+    pthread_t thread;
+    bytes = *(int32_t *)argv[0];
+    if (pthread_create(&thread, NULL, write_in_thread, &bytes) != 0) return 1;
+    return pthread_detach(thread);
+}
+
+/* The bytes of a string, and dies. */
+static int32_t cry_and_die(void **argv)
+{
+    KaStr *text = argv[0];
+    if (write(2, text->data, (size_t)text->len) != text->len) return 1;
+    kill(getpid(), SIGKILL);
+    return 0;
+}
+
 /* ---- A hostile module ------------------------------------------------------------------------------------------ */
 
 static int32_t lie_about_length(void **argv)
@@ -301,6 +351,9 @@ t_DLL_FUNC KaFuncList[] = {
     {"scribble_base", 0, 0, NULL},
     {"spoil_and_die", 26, 2, NULL},
     {"die_with", 9, 1, NULL},
+    {"write_errors", 10, 1, NULL},
+    {"write_errors_later", 10, 1, NULL},
+    {"cry_and_die", 6, 1, NULL},
     {NULL, 0, 0, NULL},
 };
 
@@ -333,6 +386,9 @@ static int32_t (*const functions[])(void **) = {
     scribble_base,
     spoil_and_die,
     die_with,
+    write_errors,
+    write_errors_later,
+    cry_and_die,
 };
 /* clang-format on */
 
@@ -341,7 +397,8 @@ int32_t KaCall(int32_t index, void **argv)
     return functions[index](argv);
 }
 
-/* KA_TEST_SETUP: exitN ends with status N, killN by signal N, napN sleeps N milliseconds. */
+/* KA_TEST_SETUP: exitN ends with status N, killN by signal N, napsN sleeps N milliseconds,
+   errsN writes N bytes to standard error. */
 void dll_setup(void)
 {
     const char *wish = getenv("KA_TEST_SETUP");
@@ -351,12 +408,17 @@ void dll_setup(void)
     if (strncmp(wish, "exit", 4) == 0) leave(argv);
     if (strncmp(wish, "kill", 4) == 0) die_by(argv);
     if (strncmp(wish, "naps", 4) == 0) nap(argv);
+    if (strncmp(wish, "errs", 4) == 0) write_errors(argv);
 }
 
-/* KA_TEST_CLEANUP: a file that is made after a while. */
+/* KA_TEST_CLEANUP: a file that is made after a while. KA_TEST_LAST_ERRORS: bytes for standard error, before that. */
 void dll_cleanup(void)
 {
     const char *path = getenv("KA_TEST_CLEANUP");
+    const char *bytes = getenv("KA_TEST_LAST_ERRORS");
+    int32_t number = bytes ? atoi(bytes) : 0;
+    void *errors[] = {&number};
+    write_errors(errors);
     if (!path) return;
     int32_t ms = 200;
     void *argv[] = {&ms};
