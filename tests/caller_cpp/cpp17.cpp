@@ -31,7 +31,7 @@ static std::int32_t look_around(ka::Host &host)
     ka::Result result = host.try_send();
     result.code += host.send() + (host.gives_back(1) ? 1 : 0);
     host.take(1, level);
-    const std::string texts = host.report() + host.report_json() + host.error().text;
+    const std::string texts = host.report() + host.report_json() + host.error_output() + host.error().text;
     const ka::Error error(host.error());
     return static_cast<std::int32_t>(texts.size()) + count + (add ? 1 : 0) + host.scratch().size +
            error.error_class() + error.retry() + error.class_name()[0] +

@@ -109,6 +109,21 @@ TEST(CppHost, deadline_is_set_between_calls)
     EXPECT_THROW(host.set_deadline(0), ka::Error);
 }
 
+TEST(CppHost, keeps_the_end_of_standard_error)
+{
+    ka::Options options;
+    options.error_output = KA_STDERR_RING;
+    options.trace_level = 1;
+    ka::Host host(tasks_module, options);
+    EXPECT_EQ(host.call("give_code", 3), 3);
+    EXPECT_EQ(host.error_output(), "\ncalling give_code, argc = 1\nreturn code is 3\n");
+    EXPECT_EQ(host.error_output(8), "de is 3\n");
+    EXPECT_EQ(host.error_output(0), "");
+    host.set_trace(0);
+    host.call("give_code", 4);
+    EXPECT_EQ(host.error_output(8), "de is 3\n");
+}
+
 TEST(CppHost, trace_level_is_seen_from_outside)
 {
     ka::Host host(tasks_module);

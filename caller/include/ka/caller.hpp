@@ -147,6 +147,14 @@ public:
     std::string report() { return text_or_empty(ka_report_text(get())); }
     std::string report_json() { return text_or_empty(ka_report_json(get())); }
 
+    // The last characters of the host's standard error; see KA_STDERR_RING.
+    std::string error_output(std::int32_t size = 4096)
+    {
+        std::string text(static_cast<std::size_t>(std::max(size, 0)), '\0');
+        text.resize(static_cast<std::size_t>(ka_error_output(get(), text.data(), detail::length(text.size()))));
+        return text;
+    }
+
     void restart() { check(ka_restart(get())); }
     void set_deadline(std::int32_t milliseconds) { check(ka_set_deadline(get(), milliseconds)); }
     void set_trace(std::int32_t level) { check(ka_set_trace(get(), level)); }
