@@ -80,44 +80,41 @@ struct ka_host {
     char *module;
     t_STATE state;
 
-    bool doorbell_open;
     pid_t doorbell_thread; /* KA_WAIT_FAST: in which SIGUSR2 is blocked for this host; 0 for none */
     t_LISTENER *listener;  /* KA_WAIT_SAFE */
-    bool hears;            /* KA_WAIT_SAFE: this thread waits, with the two masks that follow */
+    bool doorbell_open;
+    bool hears;          /* KA_WAIT_SAFE: this thread waits, with the two masks that follow */
+    bool openable;       /* the options are sound: it can be started, and started again */
+    bool prepared;       /* its tables were read, as far as they can be, and its trace level was set */
+    bool answered;       /* this process has answered at least once */
+    bool sent;           /* a request for the call that was begun has gone out */
+    bool in_callback;    /* the call that was begun has called back */
+    t_PROGRESS progress; /* since the host was last signalled */
     sigset_t mask_before;
     sigset_t mask_waiting; /* the same without SIGUSR2 */
 
     char *base; /* of the segment in this process; null when there is none */
+    const t_LAYOUT *layout;
     int32_t segment_id;
     int32_t segment_size;   /* as the block says, which may be a little less than was allocated */
     int32_t scratch_offset; /* the scratch area, or the end of the segment when there is none */
-    const t_LAYOUT *layout;
 
     pid_t pid;
     int pid_fd;
     int doorbell_fd;          /* KA_WAIT_FAST: a signalfd for SIGUSR2 */
     int status_fd;            /* /proc/PID/status; follows the process, not the number */
-    bool answered;            /* it has answered at least once */
-    bool sent;                /* a request for the call that was begun has gone out */
+    int error_fd;             /* KA_STDERR_FILE: a copy of the program's; else -1 */
+    t_RING *ring;             /* KA_STDERR_RING: while there is a process; else null */
     t_INSPECTION *inspection; /* null when nobody looks at the host's end */
+    ka_tables *tables;        /* null when they were not read, or cannot be */
 
-    int error_fd; /* KA_STDERR_FILE: a copy of the program's; else -1 */
-    t_RING *ring; /* KA_STDERR_RING: while there is a process; else null */
-
-    int64_t called_ns; /* when ka_call began; 0 outside */
-    bool in_callback;  /* the call that was begun has called back */
-
-    bool openable;      /* the options are sound: it can be started, and started again */
+    int64_t called_ns;  /* when ka_call began; 0 outside */
     int64_t started_ns; /* when it was started last */
     int32_t losses;     /* ends and failed starts since the last call that succeeded */
-
-    bool prepared;     /* its tables were read, as far as they can be, and its trace level was set */
-    ka_tables *tables; /* null when they were not read, or cannot be */
 
     int32_t mark;  /* cbval as it was before the host was signalled */
     int32_t known; /* retcode likewise */
     uint64_t random;
-    t_PROGRESS progress;
 
     int32_t build_error; /* the first error since ka_begin, or KA_DONE */
     int32_t argc;

@@ -131,3 +131,26 @@ TEST_P(Kills, of_the_host_leave_nothing_and_are_told)
     EXPECT_TRUE(all_children_end());
     EXPECT_TRUE(segments_of_creator_vanish(getpid()));
 }
+
+// Both at once, so that neither can clean up after the other: what they left unmarked goes with the next start.
+TEST_P(Kills, of_caller_and_host_together_leave_nothing_that_the_next_start_does_not_remove)
+{
+    const int32_t count = rounds(50);
+    const Timed timed("kills of both", count);
+    for (int32_t i = 0; i < count; i++) {
+        const pid_t caller = fork();
+        if (caller == 0) {
+            setpgid(0, 0); // its hosts belong to the same group
+            live(options());
+        }
+        setpgid(caller, caller);
+        std::this_thread::sleep_for(moment());
+        kill(-caller, SIGKILL);
+        ASSERT_TRUE(all_children_end()) << "kill " << i << ", KA_SEED=" << seed;
+        const ka_options used = options();
+        ka_host *host;
+        ASSERT_EQ(ka_open(&host, tasks_module.c_str(), &used), KA_DONE);
+        ka_close(host);
+        ASSERT_TRUE(segments_of_creator_vanish(caller)) << "kill " << i << ", KA_SEED=" << seed;
+    }
+}
