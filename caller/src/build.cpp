@@ -32,6 +32,7 @@ static int32_t fail_value(ka_host *host, int32_t element, const char *what)
 {
     if (host->build_error != KA_DONE) return host->build_error;
     fail(host, KA_ARGUMENT, "argument %d of \"%s\", element %d: %s", host->argc, host->function, element, what);
+    host->error.argument = host->argc;
     return host->build_error = KA_ARGUMENT;
 }
 
@@ -98,6 +99,7 @@ static int32_t check_turn(ka_host *host)
     if (host->build_error == KA_ARGUMENT) return KA_ARGUMENT;
     if (host->argc <= DLL_MAX_ARGS) return KA_DONE;
     fail(host, KA_ARGUMENT, "a call of \"%s\" with more than %d arguments", host->function, DLL_MAX_ARGS);
+    host->error.argument = host->argc;
     return host->build_error = KA_ARGUMENT;
 }
 
@@ -135,7 +137,7 @@ static int32_t add_numbers(ka_host *host, int32_t type, size_t size, int32_t cou
                            const t_SOURCE *source)
 {
     if (check_turn(host) != KA_DONE) return host->error.error_class;
-    const t_SLOT shape = {type, passing, 0, 0, 0, count};
+    const t_SLOT shape = {type, passing, 0, 0, 0, count, false};
     return add_argument(host, &shape, static_cast<int64_t>(size), source);
 }
 
@@ -178,7 +180,7 @@ int32_t ka_add_strings(ka_host *host, const ka_text *values, int32_t count, int3
     if (room < 0) return fail_value(host, 0, "a negative room");
     const int32_t longest = longest_of(host, values, count, room);
     if (longest < 0) return host->build_error;
-    const t_SLOT shape = {DLL_STRING, passing, 0, room > 0 ? room : longest, 0, count};
+    const t_SLOT shape = {DLL_STRING, passing, 0, room > 0 ? room : longest, 0, count, false};
     const t_SOURCE source = {.strings = values};
     return add_argument(host, &shape, (int64_t{4} + shape.room + 3) / 4 * 4, &source);
 }
@@ -228,6 +230,7 @@ int32_t ka_begin(ka_host *host, const char *function)
     host->build_error = KA_DONE;
     host->sent = host->in_callback = false;
     host->argc = 0;
+    host->argc_is_given = false;
     host->cursor = VALUES_START;
     host->state = STATE_BUILDING;
     show_name(host->function, function);

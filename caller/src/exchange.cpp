@@ -61,7 +61,7 @@ static void prepare(ka_host *host, int32_t known)
 /* 0 or an errno. argc goes last: until then a foreign signal finds no call. */
 static int ring(ka_host *host)
 {
-    store32(host, host->layout->argc, host->argc);
+    store32(host, host->layout->argc, host->argc_is_given ? host->given_argc : host->argc);
     const int error = signal_process(host, SIGUSR2);
     if (error == 0) host->sent = true;
     return error;
@@ -221,6 +221,7 @@ int32_t ka_call(ka_host *host, int32_t *return_code)
         restart_at_once(host);
         return status;
     }
+    take_results(host);
     host->state = STATE_CALLED;
     host->sent = false;
     return KA_DONE;

@@ -29,6 +29,7 @@ struct t_SLOT {
     int32_t room;   /* for characters of a string */
     int32_t stride; /* from element to element, bytes */
     int32_t count;
+    bool gives_back; /* after a call: passed by reference, and not withdrawn by the module */
 };
 
 enum t_STATE {
@@ -118,6 +119,8 @@ struct ka_host {
 
     int32_t build_error; /* the first error since ka_begin, or KA_DONE */
     int32_t argc;
+    int32_t given_argc; /* is sent instead, if argc_is_given */
+    bool argc_is_given;
     int64_t cursor;            /* end of the values so far; beyond the room when the call is too big */
     char function[SHOWN_NAME]; /* for messages: cut, and without control characters */
     t_SLOT slots[DLL_MAX_ARGC];
@@ -140,6 +143,7 @@ void remove_segment(ka_host *host);
 void write_header(ka_host *host);
 void store_caller(ka_host *host, pid_t caller); /* where the host's replies go */
 void write_descriptor(ka_host *host, int32_t index);
+int32_t descriptor_offset(const ka_host *host, int32_t index);
 int32_t load32(const ka_host *host, int32_t offset);
 void store32(ka_host *host, int32_t offset, int32_t value);
 bool still_by_reference(const ka_host *host, int32_t index);
@@ -206,6 +210,9 @@ void show_name(char shown[SHOWN_NAME], const char *name);
 int32_t read_integer(const ka_host *host, const t_SLOT *slot, int32_t index);
 t_DECIMAL read_real(const ka_host *host, const t_SLOT *slot, int32_t index);
 int32_t read_string(const ka_host *host, const t_SLOT *slot, int32_t index, char *buffer, int32_t size);
+
+/* result.cpp: keeps of the block what decides about results. */
+void take_results(ka_host *host);
 
 /* rest.cpp */
 enum t_REST { NOT_AT_REST, AT_REST_IDLE, AT_REST_IN_CALLBACK, REST_UNKNOWABLE };

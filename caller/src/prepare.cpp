@@ -57,22 +57,18 @@ static void load_tables(ka_host *host, char *why, size_t size)
     if (error_class == KA_SYSTEM) host->tables = read_from_file(host);
 }
 
-static int32_t fail_ended(ka_host *host)
+/* In a call-back the exchange that goes on looks after the host. */
+static int32_t check_alive(ka_host *host)
 {
-    return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
+    if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
+    if (host->state == STATE_CALLING || (wait_until(host, -1, 0) & WOKEN_BY_DEATH) == 0) return KA_DONE;
+    return fail_dead(host, host->answered ? "between calls" : "before its first call");
 }
 
 const ka_tables *ka_host_tables(ka_host *host)
 {
     char why[200] = "";
-    if (host->state == STATE_ENDED) {
-        fail_ended(host);
-        return nullptr;
-    }
-    if (wait_until(host, -1, 0) & WOKEN_BY_DEATH) {
-        fail_dead(host, host->answered ? "between calls" : "before its first call");
-        return nullptr;
-    }
+    if (check_alive(host) != KA_DONE) return nullptr;
     if (host->tables) return host->tables;
     if (await_ready(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return nullptr;
     load_tables(host, why, sizeof why);
@@ -92,7 +88,7 @@ static int32_t apply_trace_level(ka_host *host)
 int32_t ka_set_trace(ka_host *host, int32_t level)
 {
     host->options.trace_level = level;
-    if (host->state == STATE_ENDED) return fail_ended(host);
+    if (check_alive(host) != KA_DONE) return host->error.error_class;
     if (await_ready(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return host->error.error_class;
     return apply_trace_level(host);
 }

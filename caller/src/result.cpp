@@ -13,8 +13,15 @@ static bool is_argument(const ka_host *host, int32_t argument)
 
 int32_t ka_gives_back(const ka_host *host, int32_t argument)
 {
-    if (!is_argument(host, argument) || host->slots[argument].passing != KA_BY_REFERENCE) return 0;
-    return still_by_reference(host, argument) ? 1 : 0;
+    return is_argument(host, argument) && host->slots[argument].gives_back ? 1 : 0;
+}
+
+void take_results(ka_host *host)
+{
+    for (int32_t i = 1; i < host->argc; i++) {
+        t_SLOT *slot = &host->slots[i];
+        slot->gives_back = slot->passing == KA_BY_REFERENCE && still_by_reference(host, i);
+    }
 }
 
 /* The argument's slot, or null with the error stored. */
@@ -36,6 +43,7 @@ static const t_SLOT *find_result(ka_host *host, int32_t argument, int32_t type, 
     } else {
         return &host->slots[argument];
     }
+    if (host->error.error_class == KA_ARGUMENT) host->error.argument = argument;
     return nullptr;
 }
 

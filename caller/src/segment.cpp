@@ -51,7 +51,7 @@ static void store_address(ka_host *host, int32_t offset, const char *address)
     memcpy(host->base + offset, &wide, static_cast<size_t>(host->layout->address_bytes));
 }
 
-static int32_t descriptor_offset(const ka_host *host, int32_t index)
+int32_t descriptor_offset(const ka_host *host, int32_t index)
 {
     return host->layout->args + index * host->layout->arg_size;
 }

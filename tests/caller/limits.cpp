@@ -73,6 +73,7 @@ TEST_P(CallLimits, fifty_first_argument_is_refused)
     EXPECT_EQ(ka_add_integer(host, 50, KA_BY_VALUE), KA_ARGUMENT);
     EXPECT_EQ(call_fails(host), KA_ARGUMENT);
     EXPECT_EQ(error_text(host), "a call of \"describe\" with more than 50 arguments");
+    EXPECT_EQ(ka_last_error(host)->argument, 51);
 }
 
 TEST(CallArguments, first_error_is_kept_until_the_call)
@@ -85,6 +86,7 @@ TEST(CallArguments, first_error_is_kept_until_the_call)
     EXPECT_EQ(ka_add_string(host, "long", 4, 2, KA_BY_VALUE), KA_ARGUMENT);
     EXPECT_EQ(call_fails(host), KA_ARGUMENT);
     EXPECT_EQ(error_text(host), "argument 2 of \"add\", element 0: \"4,2\" is not a REAL");
+    EXPECT_EQ(ka_last_error(host)->argument, 2);
     EXPECT_EQ(call_with(host, "give_code", 1), 1);
 }
 
@@ -140,6 +142,7 @@ TEST(CallArguments, results_must_be_asked_for_as_what_they_are)
     EXPECT_EQ(ka_get_integers(host, 0, &value, 1), KA_ARGUMENT);
     EXPECT_EQ(ka_get_integers(host, 2, &value, 1), KA_ARGUMENT);
     EXPECT_EQ(error_text(host), "\"double\" was called without an argument 2");
+    EXPECT_EQ(ka_last_error(host)->argument, 2);
     EXPECT_EQ(ka_get_integers(host, 1, &value, 2), KA_ARGUMENT);
     EXPECT_EQ(error_text(host), "argument 1 of \"double\" has 1 elements, not 2");
     EXPECT_EQ(ka_get_doubles(host, 1, &real, 1), KA_ARGUMENT);

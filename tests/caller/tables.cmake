@@ -27,6 +27,8 @@ table_module(built modules/built.cpp)
 table_module(level modules/level.c)
 table_module(level_fixed modules/level.c FIXED)
 table_module(random_tables modules/random_tables.c)
+table_module(probe modules/probe.c)
+table_module(guarded modules/guarded.c)
 
 add_library(caller_module_apart_library SHARED modules/apart.c)
 ka_world(caller_module_apart_library 32)
@@ -38,7 +40,7 @@ target_link_libraries(caller_module_apart PRIVATE caller_module_apart_library)
 foreach(bits IN LISTS KA_WORLDS)
   ka_test(
     caller_tables ${bits}
-    SOURCES broken_files.cpp equivalence.cpp hosts.cpp refusals.cpp tables.cpp trace.cpp
+    SOURCES broken_files.cpp descriptors.cpp equivalence.cpp guarded.cpp hosts.cpp refusals.cpp tables.cpp trace.cpp
     LIBS kacall_static_${bits}
     LABELS caller)
   target_compile_definitions(caller_tables_${bits} PRIVATE CALLER_MODULES="${dir}" CALLER_HOST_LIBRARY="$<TARGET_FILE:kahost_32>")

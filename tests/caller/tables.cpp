@@ -46,7 +46,7 @@ static void expect_tasks(const ka_tables *tables)
     EXPECT_EQ(texts[2], "scale(values:6:1 factor:4)");
     EXPECT_EQ(texts[5], "shout(texts:9:2)");
     EXPECT_EQ(texts[9], "count_call()");
-    EXPECT_EQ(texts.back(), "scribble_base()");
+    EXPECT_NE(ka_find_function(tables, "scribble_base"), nullptr);
 }
 
 TEST(TablesOfFiles, are_found_however_the_module_was_linked)

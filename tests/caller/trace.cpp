@@ -145,3 +145,110 @@ TEST(TraceOfProcess, process_of_another_user_is_left_alone)
     close(report[0]);
     close(report[1]);
 }
+
+// ---- The library's own hosts -----------------------------------------------------------------------------------
+
+// Standard error of this process and of the hosts that it starts meanwhile goes to a file.
+struct CaughtErrors {
+    CaughtErrors() : file("", 0600), before(dup(2))
+    {
+        const int fd = open(file.path.c_str(), O_WRONLY | O_APPEND);
+        dup2(fd, 2);
+        close(fd);
+    }
+    ~CaughtErrors()
+    {
+        dup2(before, 2);
+        close(before);
+    }
+    CaughtErrors(const CaughtErrors &) = delete;
+    CaughtErrors &operator=(const CaughtErrors &) = delete;
+    std::string text() const { return read_file(file.path); }
+    bool becomes(const std::string &wanted) const
+    {
+        return becomes_true([&] { return text() == wanted; });
+    }
+    File file;
+    int before;
+};
+
+static const std::string traced_call = "\ncalling give_code, argc = 1\nreturn code is 5\n";
+
+TEST(TraceLevel, of_the_options_is_set_before_the_first_call)
+{
+    const CaughtErrors errors;
+    for (int32_t checking : {KA_CHECKED, KA_RAW}) {
+        Host host([checking](ka_options &options) {
+            options.trace_level = 1;
+            options.checking = checking;
+        });
+        EXPECT_EQ(call_with(host, "give_code", 5), 5);
+    }
+    EXPECT_EQ(errors.text(), traced_call + traced_call);
+}
+
+TEST(TraceLevel, is_set_between_calls_and_before_the_first)
+{
+    const CaughtErrors errors;
+    Host host;
+    EXPECT_EQ(ka_set_trace(host, 1), KA_DONE) << error_text(host);
+    EXPECT_EQ(call_with(host, "give_code", 5), 5);
+    EXPECT_EQ(ka_set_trace(host, 0), KA_DONE);
+    EXPECT_EQ(call_with(host, "give_code", 6), 6);
+    EXPECT_EQ(ka_set_trace(host, -3), KA_DONE);
+    EXPECT_EQ(call_with(host, "give_code", 5), 5);
+    EXPECT_EQ(set_level(ka_pid(host), nullptr).old, -3);
+    EXPECT_EQ(errors.text(), traced_call + traced_call);
+}
+
+TEST(TraceLevel, set_in_a_callback_counts_for_the_rest_of_the_call)
+{
+    const CaughtErrors errors;
+    Host host([](ka_options &options) {
+        options.callback = [](ka_host *own, int32_t, void *) { return 100 + ka_set_trace(own, 1); };
+    });
+    EXPECT_EQ(call_with(host, "ask", 1), 100);
+    EXPECT_EQ(errors.text(), "return code is 100\n");
+}
+
+TEST(TraceLevel, set_from_outside_counts_for_the_rest_of_the_call)
+{
+    const CaughtErrors errors;
+    Host host;
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    std::thread outside([pid = ka_pid(host)] {
+        const bool napping = becomes_true([pid] { // SIGUSR2 is blocked while a function runs
+            const bool asleep =
+                read_file("/proc/" + std::to_string(pid) + "/status").find("\nState:\tS") != std::string::npos;
+            return asleep && (signal_mask(pid, "SigBlk") & signal_bit(SIGUSR2)) != 0;
+        });
+        EXPECT_TRUE(napping);
+        EXPECT_EQ(set_level(pid, 1).error_class, KA_DONE);
+    });
+    EXPECT_EQ(call_with(host, "nap", 3000), 0);
+    outside.join();
+    EXPECT_EQ(errors.text(), "return code is 0\n");
+}
+
+TEST(TraceLevel, is_remembered_for_a_new_start)
+{
+    const CaughtErrors errors;
+    Host host([](ka_options &options) { options.restart = KA_RESTART_NEXT_CALL; });
+    EXPECT_EQ(ka_set_trace(host, 1), KA_DONE);
+    kill(ka_pid(host), SIGKILL);
+    ASSERT_TRUE(ends(ka_pid(host)));
+    EXPECT_EQ(call_with(host, "give_code", 5), 5);
+    EXPECT_EQ(errors.text(), traced_call);
+}
+
+TEST(TraceLevel, of_a_host_that_has_ended_is_not_set)
+{
+    for (bool called : {false, true}) {
+        Host host;
+        if (called) call_with(host, "give_code", 1);
+        kill(ka_pid(host), SIGKILL);
+        ASSERT_TRUE(ends(ka_pid(host)));
+        EXPECT_EQ(ka_set_trace(host, 1), KA_DIED);
+        EXPECT_EQ(ka_set_trace(host, 1), KA_CLOSED);
+    }
+}

@@ -86,7 +86,8 @@ typedef struct ka_error {
 /* Layout of the shared block; every module serves both, and both serve 32- and 64-bit callers. */
 enum { KA_LAYOUT_NATIVE = 0, KA_LAYOUT_64 = 64 };
 
-/* Called for each call-back; returns the answer. It may use ka_scratch, nothing else of the host, and must return. */
+/* Called for each call-back; returns the answer. It may use ka_scratch and
+   ka_set_trace, nothing else of the host, and must return. */
 typedef int32_t ka_callback(ka_host *host, int32_t value, void *user);
 
 /* ka_options.checking */
@@ -182,7 +183,8 @@ KA_API int32_t ka_error_output(ka_host *host, char *buffer, int32_t size);
 KA_API int32_t ka_restart(ka_host *host);
 
 /* Sets dll_debug in the running host, between calls or from a call-back; takes effect at once. Also remembered for
-   restarts. KA_SYSTEM when the host's memory cannot be written. */
+   restarts. KA_SYSTEM when the host's memory cannot be written: the host goes on. A ka_options.trace_level that
+   cannot be set is told in the same way, by the first call, which is not sent. */
 KA_API int32_t ka_set_trace(ka_host *host, int32_t level);
 
 /* Sets deadline_ms for the calls and starts that follow. KA_ARGUMENT unless it is above 0. */
@@ -269,7 +271,7 @@ typedef struct ka_prototype {
 
 typedef struct ka_function {
     const char *name;
-    int32_t prototype_count;
+    int32_t prototype_count; /* at most 51: one more than a call can use; negative when the module's table is wrong */
     const ka_prototype *prototypes;
 } ka_function;
 
@@ -279,7 +281,8 @@ typedef struct ka_tables {
 } ka_tables;
 
 /* The tables of the running host, as they stand in its memory once it has started; waits for that, within the
-   deadline. Owned by the host, valid until it ends. Null, with ka_last_error set, when they cannot be read. */
+   deadline. Where the system guards that memory, those of its file. Owned by the host, valid until it ends. Null,
+   with ka_last_error set, when they cannot be read. */
 KA_API const ka_tables *ka_host_tables(ka_host *host);
 
 /* The tables in a module's file, which is not run: pointers and counts that the module computes as it starts are
@@ -287,7 +290,7 @@ KA_API const ka_tables *ka_host_tables(ka_host *host);
 KA_API ka_tables *ka_read_tables(const char *module, char *why, int32_t size);
 KA_API void ka_free_tables(ka_tables *tables); /* of ka_read_tables; may be null */
 
-/* The function of that name, or null. */
+/* The function of that name in tables that this library has read, or null. */
 KA_API const ka_function *ka_find_function(const ka_tables *tables, const char *name);
 
 /* Reads dll_debug of any running host into *old, unless it is null, and sets it to *level, unless it is null.
