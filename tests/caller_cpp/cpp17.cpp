@@ -28,6 +28,8 @@ static std::int32_t look_around(ka::Host &host)
             count += prototype.kind;
     host.begin("add");
     host.add(1);
+    host.set_descriptor(1, host.descriptor(1));
+    host.set_argc(2);
     ka::Result result = host.try_send();
     result.code += host.send() + (host.gives_back(1) ? 1 : 0);
     host.take(1, level);

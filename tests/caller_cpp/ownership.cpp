@@ -124,6 +124,25 @@ TEST(CppHost, keeps_the_end_of_standard_error)
     EXPECT_EQ(host.error_output(8), "de is 3\n");
 }
 
+TEST(CppHost, raw_descriptors_can_be_set)
+{
+    ka::Options options;
+    options.checking = KA_RAW;
+    ka::Host host(tasks_module, options);
+    host.begin("give_code");
+    host.add(5);
+    ka_descriptor descriptor = host.descriptor(1);
+    EXPECT_EQ(descriptor.type, DLL_INTEGER);
+    descriptor.type = DLL_STRING;
+    host.set_descriptor(1, descriptor);
+    EXPECT_EQ(host.send(), KA_WRONG_TYPE);
+    host.begin("give_code");
+    host.add(5);
+    host.set_argc(1);
+    EXPECT_EQ(host.send(), KA_WRONG_COUNT);
+    EXPECT_THROW(host.descriptor(9), ka::Error);
+}
+
 TEST(CppHost, trace_level_is_seen_from_outside)
 {
     ka::Host host(tasks_module);

@@ -175,6 +175,19 @@ public:
         return Tables(std::shared_ptr<const ka_tables>(tables, [](const ka_tables *) {}));
     }
 
+    // With KA_RAW, between begin and send.
+    ka_descriptor descriptor(std::int32_t argument)
+    {
+        ka_descriptor found;
+        check(ka_get_descriptor(get(), argument, &found));
+        return found;
+    }
+    void set_descriptor(std::int32_t argument, const ka_descriptor &wanted)
+    {
+        check(ka_set_descriptor(get(), argument, &wanted));
+    }
+    void set_argc(std::int32_t argc) { check(ka_set_argc(get(), argc)); }
+
     // For the functions of ka/caller.h; still owned by this object.
     ka_host *get() const noexcept { return state_->host; }
 
