@@ -158,8 +158,9 @@ BlockElement read_element(Bytes bytes, const BlockDescriptor &descriptor, uint64
 void read_elements(Bytes bytes, BlockDescriptor &descriptor, int32_t count)
 {
     for (int32_t k = 0; k < count; k++) {
-        const uint64_t distance = static_cast<uint32_t>(k) * static_cast<uint32_t>(descriptor.elsz) * uint32_t{4};
-        descriptor.elements.push_back(read_element(bytes, descriptor, *descriptor.offset + distance));
+        // It wraps at 32 bits, as in the host.
+        const uint32_t distance = static_cast<uint32_t>(k) * static_cast<uint32_t>(descriptor.elsz) * uint32_t{4};
+        descriptor.elements.push_back(read_element(bytes, descriptor, uint64_t{*descriptor.offset} + distance));
         if (descriptor.elements.back().fault.starts_with("reaches beyond")) break;
     }
 }

@@ -38,12 +38,13 @@ bool check_file(const std::string &module, Findings &findings)
 
 void check_loader(const ElfFile &program, Findings &findings)
 {
+    std::error_code unreachable; // counts as missing
     const bool is_static = program.needed.empty() && program.loader.empty();
     if (is_static) return;
     if (program.loader.empty()) {
         findings.push_back({Severity::fatal, "it names no loader: a shared library, not a program",
                             "link it as an executable, without -shared"});
-    } else if (!std::filesystem::exists(program.loader)) {
+    } else if (!std::filesystem::exists(program.loader, unreachable)) {
         findings.push_back({Severity::fatal, "its loader " + program.loader + " is missing", missing_32_bit});
     }
 }

@@ -110,14 +110,14 @@ Paths candidates(const std::vector<Node> &nodes, int asking, const std::string &
     if (name.find('/') != std::string::npos) return {expanded(name, nodes[static_cast<size_t>(asking)].file)};
     Paths paths;
     for (const std::string &folder : folders_before_cache(nodes, asking))
-        paths.push_back(folder + "/" + name);
+        paths.push_back(std::filesystem::path(folder) / name);
     static const std::multimap<std::string, std::string> cache = read_cache();
     const auto [begin, end] = cache.equal_range(name);
     for (auto entry = begin; entry != end; ++entry)
         paths.push_back(entry->second);
     for (const char *folder :
          {"/lib/i386-linux-gnu", "/usr/lib/i386-linux-gnu", "/lib32", "/usr/lib32", "/lib", "/usr/lib"})
-        paths.push_back(std::string(folder) + "/" + name);
+        paths.push_back(std::filesystem::path(folder) / name);
     return paths;
 }
 
@@ -125,11 +125,12 @@ Paths candidates(const std::vector<Node> &nodes, int asking, const std::string &
 std::optional<ElfFile> search(const std::vector<Node> &nodes, int asking, const std::string &name, std::string &met)
 {
     for (const std::string &path : candidates(nodes, asking, name)) {
-        if (!std::filesystem::is_regular_file(path)) continue;
+        std::error_code unreachable; // counts as missing
+        if (!std::filesystem::is_regular_file(path, unreachable)) continue;
         std::string why;
         auto file = read_elf(path, why);
         if (file) return file;
-        if (met.empty()) met = path + ": " + why;
+        if (met.empty()) met.append(path).append(": ").append(why);
     }
     return std::nullopt;
 }
