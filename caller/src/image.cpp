@@ -30,11 +30,12 @@ static int read_page(t_IMAGE *image, uint32_t address, uint8_t *bytes)
     return image->pid != 0 ? read_process_page(image, address, bytes) : read_file_page(image, address, bytes);
 }
 
-/* The page that begins at the address, or null. */
+/* The page that begins at the address, or null. It takes the place of the one that was read longest ago. */
 static const t_PAGE *page_at(t_IMAGE *image, uint32_t address)
 {
-    t_PAGE *page = &image->pages[address / PAGE_BYTES % PAGES_KEPT];
-    if (page->filled && page->address == address) return page;
+    for (const t_PAGE &kept : image->pages)
+        if (kept.filled && kept.address == address) return &kept;
+    t_PAGE *page = &image->pages[image->pages_read % PAGES_KEPT];
     const int error = read_page(image, address, page->bytes);
     page->address = address;
     page->filled = error == 0;
@@ -60,11 +61,19 @@ bool read_image(t_IMAGE *image, uint32_t address, void *to, size_t size)
     return true;
 }
 
+/* Page by page: a table has many names, and each page is looked up once for a name. */
 int32_t read_image_text(t_IMAGE *image, uint32_t address, char *buffer, int32_t size)
 {
-    for (int32_t length = 0; length < size; length++) {
-        if (!read_image(image, address + static_cast<uint32_t>(length), buffer + length, 1)) return TEXT_UNREADABLE;
-        if (buffer[length] == '\0') return length;
+    for (int32_t length = 0; length < size;) {
+        const uint32_t at = address + static_cast<uint32_t>(length);
+        const uint32_t inside = at % PAGE_BYTES;
+        const t_PAGE *page = page_at(image, at - inside);
+        if (!page) return TEXT_UNREADABLE;
+        const int32_t left = PAGE_BYTES - static_cast<int32_t>(inside);
+        const int32_t part = size - length < left ? size - length : left;
+        const void *copied = memccpy(buffer + length, page->bytes + inside, '\0', static_cast<size_t>(part));
+        if (copied) return static_cast<int32_t>(static_cast<const char *>(copied) - buffer) - 1;
+        length += part;
     }
     return TEXT_TOO_LONG;
 }

@@ -19,7 +19,6 @@ enum {
     OBJECTS_MAX = 256       /* the program and its libraries */
 };
 
-/* A page that was read; its number modulo PAGES_KEPT says where it is kept. */
 struct t_PAGE {
     uint32_t address;
     bool filled;

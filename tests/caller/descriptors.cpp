@@ -204,8 +204,9 @@ TEST_P(ScrambledBlock, is_whole_again_at_the_next_call)
     }
 }
 
-// A forged call-back is answered, and the answer makes the host read what it has scrambled.
-TEST_P(ScrambledBlock, with_a_forged_callback_harms_but_the_module)
+// A forged call-back is answered, and the answer makes the host read what it has scrambled; a forged end puts the
+// module's answers out of step. Neither harms the caller.
+TEST_P(ScrambledBlock, with_a_forged_callback_or_end_harms_but_the_module)
 {
     for (int round = 0; round < 30; round++) {
         Host host(
@@ -214,16 +215,12 @@ TEST_P(ScrambledBlock, with_a_forged_callback_harms_but_the_module)
                 options.error_output = KA_STDERR_RING;
             },
             CALLER_MODULES "/caller_module_probe");
-        int32_t code = 0;
-        for (int i = 0; i < round % 5; i++) {
-            ka_begin(host, "scramble");
-            ASSERT_EQ(call(host), 77);
+        int32_t status = KA_DONE;
+        for (int i = 0; i < 4 && status == KA_DONE; i++) {
+            int32_t code = 0;
+            ka_begin(host, i == round % 3 ? "scramble_all" : "scramble");
+            status = ka_call(host, &code);
         }
-        ka_begin(host, "scramble_all");
-        const int32_t status = ka_call(host, &code);
-        ASSERT_TRUE(status == KA_DONE || status == KA_DIED) << error_text(host);
-        if (status == KA_DIED) continue;
-        ka_begin(host, "show_argc");
-        ASSERT_EQ(call(host), 1);
+        EXPECT_TRUE(status == KA_DONE || status == KA_DIED) << error_text(host);
     }
 }

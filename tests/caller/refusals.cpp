@@ -300,6 +300,20 @@ TEST(HostTables, are_found_however_the_module_was_linked)
     }
 }
 
+// The program itself is found without the list; a library that the list hides is not.
+TEST(HostTables, are_found_in_a_process_that_forges_its_list_of_libraries)
+{
+    Host host({}, CALLER_MODULES "/caller_module_circular");
+    EXPECT_EQ(call_with(host, "same", 8), 8);
+    begin(host, "same", 2);
+    EXPECT_EQ(refused(host).text, "same: takes 1 argument (number), got 2");
+    EXPECT_EQ(ka_set_trace(host, 1), KA_SYSTEM);
+    EXPECT_EQ(error_text(host),
+              std::string(CALLER_MODULES "/caller_module_circular: its trace level cannot be set: process ") +
+                  std::to_string(ka_pid(host)) + " is no host: it has no dll_debug");
+    EXPECT_EQ(call_with(host, "same", 9), 9);
+}
+
 TEST(HostTables, of_a_host_that_has_ended_are_none)
 {
     Host host;

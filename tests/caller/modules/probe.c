@@ -34,24 +34,20 @@ static void scramble_bytes(int32_t from, int32_t to)
     }
 }
 
-/* Everything before the values of either layout, but the caller's process id, for a signal of the host to anyone else
-   could do harm, and the word at each of two offsets that lie in the headers of both layouts. */
-static void scramble_around(int32_t first, int32_t second)
-{
-    scramble_bytes(0, offsetof(t_DLL_INFO32, pid));
-    scramble_bytes(offsetof(t_DLL_INFO32, base), first);
-    scramble_bytes(first + 4, second);
-    scramble_bytes(second + 4, sizeof(t_DLL_INFO64));
-}
-
-/* A changed cbval would be a call-back. */
+/* Everything before the values of either layout, but for the caller's process id, for a signal of the host to anyone
+   else could do harm, and for retcode and cbval, by which a module speaks for the host. */
 static int32_t scramble(void **argv)
 {
     (void)argv;
-    scramble_around(offsetof(t_DLL_INFO32, cbval), offsetof(t_DLL_INFO64, cbval));
+    scramble_bytes(0, offsetof(t_DLL_INFO32, pid));
+    scramble_bytes(offsetof(t_DLL_INFO32, base), offsetof(t_DLL_INFO32, retcode));
+    scramble_bytes(offsetof(t_DLL_INFO64, shmsz), offsetof(t_DLL_INFO32, cbval));
+    scramble_bytes(offsetof(t_DLL_INFO32, argc), offsetof(t_DLL_INFO64, cbval));
+    scramble_bytes(offsetof(t_DLL_INFO64, argc), sizeof(t_DLL_INFO64));
     return 77;
 }
 
+/* These two as well: a false call-back, and a false end. */
 static int32_t scramble_all(void **argv)
 {
     (void)argv;
