@@ -1,0 +1,368 @@
+// SPDX-License-Identifier: MIT
+//
+// Programs that handle SIGUSR2 themselves: what is not a host's reaches their handler, what is a host's never does.
+#include "caller/hosts.h"
+
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "caller/waiting.h"
+
+namespace {
+
+// What the program's handler has seen; written in the handler.
+struct Seen {
+    std::atomic<int> count;
+    std::atomic<int> last_value;
+    std::atomic<int> last_sender;
+    std::atomic<int> out_of_order;    // of values that should have come as 1, 2, 3..., with repetitions
+    std::atomic<int> expected_sender; // 0 for any
+    std::atomic<int> mask_missing;    // SIGHUP was not blocked although the handler asks for it
+    std::atomic<int> answer_fd;       // each signal is acknowledged here, unless -1
+};
+Seen seen;
+
+void (*chained)(int, siginfo_t *, void *);
+
+void on_detailed(int, siginfo_t *info, void *context)
+{
+    seen.last_sender = info->si_pid;
+    const int value = info->si_value.sival_int;
+    if (seen.expected_sender != 0 && info->si_pid != seen.expected_sender) seen.out_of_order++;
+    if (info->si_code == SI_QUEUE && value != seen.last_value && value != seen.last_value + 1) seen.out_of_order++;
+    seen.last_value = value;
+    sigset_t now;
+    sigprocmask(SIG_BLOCK, nullptr, &now);
+    if (sigismember(&now, SIGHUP) == 0 || !context) seen.mask_missing++;
+    seen.count++;
+    if (seen.answer_fd != -1 && write(seen.answer_fd, "a", 1) != 1) seen.out_of_order++;
+}
+
+void on_plain(int)
+{
+    seen.count++;
+}
+
+void on_chained(int number, siginfo_t *info, void *context)
+{
+    seen.count++;
+    if (chained) chained(number, info, context);
+}
+
+struct sigaction detailed_action()
+{
+    struct sigaction action = {};
+    action.sa_sigaction = on_detailed;
+    action.sa_flags = SA_SIGINFO | SA_RESTART;
+    sigaddset(&action.sa_mask, SIGHUP);
+    return action;
+}
+
+struct sigaction plain_action(void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    return action;
+}
+
+// The action for SIGUSR2 and the mask, as they were, come back with the end of the test.
+class Handlers : public testing::Test {
+protected:
+    Handlers()
+    {
+        sigaction(SIGUSR2, nullptr, &before_);
+        pthread_sigmask(SIG_SETMASK, nullptr, &mask_);
+        seen.count = seen.last_value = seen.last_sender = seen.out_of_order = seen.mask_missing = 0;
+        seen.answer_fd = -1;
+        seen.expected_sender = 0;
+        chained = nullptr;
+    }
+    ~Handlers() override
+    {
+        sigaction(SIGUSR2, &before_, nullptr);
+        pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
+    }
+    static void set(const struct sigaction &action) { sigaction(SIGUSR2, &action, nullptr); }
+    static struct sigaction present()
+    {
+        struct sigaction action;
+        sigaction(SIGUSR2, nullptr, &action);
+        return action;
+    }
+
+private:
+    struct sigaction before_;
+    sigset_t mask_;
+};
+
+void adding_one(ka_options &options)
+{
+    options.callback = [](ka_host *, int32_t value, void *) { return value + 1; };
+}
+
+void call_many(ka_host *host, int32_t count)
+{
+    for (int32_t i = 0; i < count; i++) {
+        ASSERT_EQ(call_with(host, "give_code", i), i);
+        ASSERT_EQ(call_with(host, "ask", i), i + 1);
+    }
+}
+
+// A process that sends 1, 2, 3... up to the count, each when the one before was acknowledged. One that is sent while
+// a reply is pending is lost in the kernel, as standard signals are; it is sent again.
+class Sender {
+public:
+    explicit Sender(int count)
+    {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        seen.answer_fd = ends[1];
+        const pid_t parent = getpid();
+        pid_ = fork();
+        if (pid_ == 0) send(parent, ends[0], count);
+        close(ends[0]);
+        seen.expected_sender = pid_;
+    }
+    ~Sender()
+    {
+        kill(pid_, SIGKILL);
+        if (!over_) waitpid(pid_, nullptr, 0);
+        seen.expected_sender = 0;
+        close(seen.answer_fd.exchange(-1));
+    }
+    // True once everything was acknowledged.
+    bool is_over()
+    {
+        over_ = over_ || waitpid(pid_, nullptr, WNOHANG) == pid_;
+        return over_;
+    }
+    pid_t pid() const { return pid_; }
+
+private:
+    [[noreturn]] static void send(pid_t target, int answers, int count)
+    {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        char answer;
+        for (int i = 1; i <= count; i++) {
+            sigval value = {};
+            value.sival_int = i;
+            struct pollfd answered = {answers, POLLIN, 0};
+            do
+                sigqueue(target, SIGUSR2, value);
+            while (poll(&answered, 1, 20) == 0);
+            if (read(answers, &answer, 1) != 1) _exit(1);
+        }
+        _exit(0);
+    }
+    pid_t pid_;
+    bool over_ = false;
+};
+
+void call_until_over(Sender &sender, ka_host *host)
+{
+    for (int i = 0; i < 100000 && !sender.is_over(); i++)
+        call_many(host, 1);
+    EXPECT_TRUE(sender.is_over());
+}
+
+} // namespace
+
+TEST_F(Handlers, one_from_before_gets_every_foreign_signal_with_its_value)
+{
+    set(detailed_action());
+    Host host(adding_one);
+    Sender sender(300);
+    call_until_over(sender, host);
+    EXPECT_EQ(seen.last_value, 300);
+    EXPECT_EQ(seen.out_of_order, 0);
+    EXPECT_EQ(seen.last_sender, sender.pid());
+    EXPECT_EQ(seen.mask_missing, 0);
+}
+
+TEST_F(Handlers, one_from_before_gets_them_while_threads_call)
+{
+    set(detailed_action());
+    Sender sender(300);
+    std::vector<std::thread> threads;
+    std::atomic<bool> ended{false};
+    for (int i = 0; i < 4; i++)
+        threads.emplace_back([&ended] {
+            Host host(adding_one);
+            while (!ended)
+                call_many(host, 1);
+        });
+    EXPECT_TRUE(becomes_true([&] { return sender.is_over(); }));
+    ended = true;
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(seen.last_value, 300);
+    EXPECT_EQ(seen.out_of_order, 0);
+}
+
+// The handler changes hands twice for each host.
+TEST_F(Handlers, foreign_signals_come_through_while_hosts_come_and_go)
+{
+    set(detailed_action());
+    Sender sender(500);
+    for (int i = 0; i < 20000 && !sender.is_over(); i++) {
+        Host host(adding_one);
+        call_many(host, 1);
+    }
+    EXPECT_TRUE(sender.is_over());
+    EXPECT_EQ(seen.last_value, 500);
+    EXPECT_EQ(seen.out_of_order, 0);
+}
+
+TEST_F(Handlers, plain_one_from_before_gets_foreign_signals_only)
+{
+    set(plain_action(on_plain));
+    Host host(adding_one);
+    call_many(host, 500);
+    EXPECT_EQ(seen.count, 0);
+    raise(SIGUSR2);
+    kill(getpid(), SIGUSR2);
+    EXPECT_EQ(seen.count, 2);
+}
+
+TEST_F(Handlers, one_from_before_is_back_after_the_last_close)
+{
+    set(detailed_action());
+    {
+        Host first;
+        Host second;
+        EXPECT_NE(present().sa_sigaction, on_detailed);
+        EXPECT_EQ(call_with(second, "give_code", 1), 1);
+    }
+    EXPECT_EQ(present().sa_sigaction, on_detailed);
+    const sigset_t mask = present().sa_mask;
+    EXPECT_EQ(sigismember(&mask, SIGHUP), 1);
+    raise(SIGUSR2);
+    EXPECT_EQ(seen.count, 1);
+}
+
+TEST_F(Handlers, without_one_foreign_signals_are_dropped)
+{
+    for (auto none : {SIG_DFL, SIG_IGN}) {
+        set(plain_action(none));
+        {
+            Host host(adding_one);
+            raise(SIGUSR2);
+            call_many(host, 10);
+        }
+        EXPECT_EQ(present().sa_handler, none);
+    }
+}
+
+TEST_F(Handlers, foreign_signal_that_is_pending_at_the_last_close_stays_pending)
+{
+    set(detailed_action());
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    {
+        Host host(adding_one);
+        call_many(host, 10);
+        sigval value = {};
+        value.sival_int = 1;
+        sigqueue(getpid(), SIGUSR2, value);
+    }
+    EXPECT_EQ(seen.count, 0);
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    EXPECT_EQ(seen.count, 1);
+    EXPECT_EQ(seen.last_value, 1);
+    EXPECT_EQ(seen.last_sender, getpid());
+}
+
+// The host dies in the end, and what it sent last is still pending.
+TEST_F(Handlers, reply_that_is_pending_at_the_last_close_does_not_reach_the_program)
+{
+    set(detailed_action());
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    for (int i = 0; i < 50; i++) {
+        Host host;
+        ka_begin(host, "ring_and_die");
+        EXPECT_EQ(call_fails(host), KA_DIED);
+    }
+    for (int i = 0; i < 50; i++) {
+        Host host;
+        EXPECT_EQ(call_with(host, "give_code", 1), 1);
+        kill(ka_pid(host), SIGUSR2); // answered by a refusal, if it comes to that
+    }
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    EXPECT_EQ(seen.count, 0);
+}
+
+TEST_F(Handlers, one_that_replaces_ours_harms_no_call_and_stays)
+{
+    {
+        Host host(adding_one);
+        call_many(host, 1);
+        set(plain_action(on_plain));
+        call_many(host, 200);
+    }
+    EXPECT_EQ(present().sa_handler, on_plain);
+}
+
+// Then no signal arrives at all.
+TEST_F(Handlers, program_that_ignores_the_signal_gets_its_answers)
+{
+    Host host(adding_one);
+    set(plain_action(SIG_IGN));
+    call_many(host, 50);
+    ka_begin(host, "ask_many");
+    ka_add_integer(host, 50, KA_BY_VALUE);
+    ka_add_integer(host, 0, KA_BY_REFERENCE);
+    EXPECT_EQ(call(host), 0);
+    EXPECT_EQ(integers(host, 2, 1), std::vector<int32_t>({50 * 51 / 2}));
+    EXPECT_EQ(call_with(host, "nap", 300), 0);
+}
+
+TEST_F(Handlers, one_that_calls_the_one_it_replaced_makes_no_circle)
+{
+    for (int round = 1; round <= 3; round++) {
+        Host host(adding_one);
+        const struct sigaction ours = present();
+        chained = ours.sa_sigaction;
+        struct sigaction action = {};
+        action.sa_sigaction = on_chained;
+        action.sa_flags = SA_SIGINFO;
+        if (round == 1) set(action);
+        call_many(host, 10);
+    }
+    Host host(adding_one);
+    seen.count = 0;
+    raise(SIGUSR2);
+    EXPECT_EQ(seen.count, 1);
+    call_many(host, 10);
+}
+
+TEST_F(Handlers, system_calls_of_other_threads_go_on)
+{
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    std::thread reader([&] {
+        char byte = 0;
+        EXPECT_EQ(read(ends[0], &byte, 1), 1);
+        EXPECT_EQ(byte, 'x');
+    });
+    {
+        Host host(adding_one);
+        call_many(host, 500);
+        for (int i = 0; i < 100; i++)
+            pthread_kill(reader.native_handle(), SIGUSR2);
+    }
+    EXPECT_EQ(write(ends[1], "x", 1), 1);
+    reader.join();
+    close(ends[0]);
+    close(ends[1]);
+}
