@@ -5,7 +5,7 @@
 
 #include <climits>
 
-class CallBacks : public BothLayouts {
+class CallBacks : public EveryWay {
 protected:
     // Answers each call-back with the function given.
     std::function<void(ka_options &)> answering(std::function<int32_t(int32_t)> answer)
@@ -26,7 +26,7 @@ protected:
 private:
     std::function<int32_t(int32_t)> answer_;
 };
-IN_BOTH_LAYOUTS(CallBacks);
+IN_EVERY_WAY(CallBacks);
 
 TEST_P(CallBacks, value_arrives_and_answer_returns)
 {

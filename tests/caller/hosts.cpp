@@ -216,27 +216,32 @@ File::~File()
 
 // ---- Layouts ---------------------------------------------------------------------------------------------------
 
-std::function<void(ka_options &)> BothLayouts::layout() const
+std::function<void(ka_options &)> LayoutTest::layout() const
 {
-    return [wanted = GetParam()](ka_options &options) { options.layout = wanted; };
+    return [wanted = layout_in_use()](ka_options &options) { options.layout = wanted; };
 }
 
-int32_t BothLayouts::offset_of_cbval() const
+std::function<void(ka_options &)> EveryWay::layout() const
 {
-    return GetParam() == KA_LAYOUT_64 ? offsetof(t_DLL_INFO64, cbval) : offsetof(t_DLL_INFO32, cbval);
+    return [way = GetParam()](ka_options &options) { std::tie(options.layout, options.waiting) = way; };
 }
 
-int32_t BothLayouts::offset_of_retcode() const
+int32_t LayoutTest::offset_of_cbval() const
 {
-    return GetParam() == KA_LAYOUT_64 ? offsetof(t_DLL_INFO64, retcode) : offsetof(t_DLL_INFO32, retcode);
+    return layout_in_use() == KA_LAYOUT_64 ? offsetof(t_DLL_INFO64, cbval) : offsetof(t_DLL_INFO32, cbval);
 }
 
-int32_t BothLayouts::offset_of_descriptors() const
+int32_t LayoutTest::offset_of_retcode() const
 {
-    return GetParam() == KA_LAYOUT_64 ? offsetof(t_DLL_INFO64, args) : offsetof(t_DLL_INFO32, args);
+    return layout_in_use() == KA_LAYOUT_64 ? offsetof(t_DLL_INFO64, retcode) : offsetof(t_DLL_INFO32, retcode);
 }
 
-int32_t BothLayouts::descriptor_size() const
+int32_t LayoutTest::offset_of_descriptors() const
 {
-    return GetParam() == KA_LAYOUT_64 ? sizeof(t_DLL_ARG64) : sizeof(t_DLL_ARG32);
+    return layout_in_use() == KA_LAYOUT_64 ? offsetof(t_DLL_INFO64, args) : offsetof(t_DLL_INFO32, args);
+}
+
+int32_t LayoutTest::descriptor_size() const
+{
+    return layout_in_use() == KA_LAYOUT_64 ? sizeof(t_DLL_ARG64) : sizeof(t_DLL_ARG32);
 }

@@ -10,6 +10,7 @@
 #include <functional>
 #include <string>
 #include <sys/types.h>
+#include <tuple>
 #include <vector>
 
 #include "ka/caller.h"
@@ -80,9 +81,10 @@ struct File {
     std::string path;
 };
 
-// Every test of a suite derived from this runs in both layouts.
-class BothLayouts : public testing::TestWithParam<int32_t> {
+// What depends on the layout.
+class LayoutTest : public testing::Test {
 protected:
+    virtual int32_t layout_in_use() const = 0;
     std::function<void(ka_options &)> layout() const;
     int32_t offset_of_cbval() const;
     int32_t offset_of_retcode() const;
@@ -90,9 +92,33 @@ protected:
     int32_t descriptor_size() const;
 };
 
+// Every test of a suite derived from this runs in both layouts.
+class BothLayouts : public LayoutTest, public testing::WithParamInterface<int32_t> {
+    int32_t layout_in_use() const override { return GetParam(); }
+};
+
+// Every test of a suite derived from this runs in both layouts and in both ways of waiting.
+class EveryWay : public LayoutTest, public testing::WithParamInterface<std::tuple<int32_t, int32_t>> {
+protected:
+    std::function<void(ka_options &)> layout() const;
+
+private:
+    int32_t layout_in_use() const override { return std::get<0>(GetParam()); }
+};
+
 #define IN_BOTH_LAYOUTS(suite)                                           \
     INSTANTIATE_TEST_SUITE_P(                                            \
         Layouts, suite, testing::Values(KA_LAYOUT_NATIVE, KA_LAYOUT_64), \
         [](const auto &layout_info) { return layout_info.param == KA_LAYOUT_64 ? "layout_64" : "native"; })
+
+#define IN_EVERY_WAY(suite)                                                                              \
+    INSTANTIATE_TEST_SUITE_P(Ways, suite,                                                                \
+                             testing::Combine(testing::Values(KA_LAYOUT_NATIVE, KA_LAYOUT_64),           \
+                                              testing::Values(KA_WAIT_SAFE, KA_WAIT_FAST)),              \
+                             [](const auto &way) {                                                       \
+                                 return std::string(std::get<0>(way.param) == KA_LAYOUT_64 ? "layout_64" \
+                                                                                           : "native") + \
+                                        (std::get<1>(way.param) == KA_WAIT_SAFE ? "_safe" : "_fast");    \
+                             })
 
 #endif

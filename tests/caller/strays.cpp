@@ -6,13 +6,12 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
-class Strays : public BothLayouts {};
-IN_BOTH_LAYOUTS(Strays);
+#include "caller/storm.h"
+
+class Strays : public EveryWay {};
+IN_EVERY_WAY(Strays);
 
 TEST_P(Strays, at_the_caller_before_a_call_change_nothing)
 {
@@ -29,26 +28,6 @@ TEST_P(Strays, at_the_caller_after_the_last_call_do_not_kill_it)
     EXPECT_EQ(call_with(host, "give_code", 1), 1);
     raise(SIGUSR2);
 }
-
-// A process that signals its parent as often as it can while it lives.
-struct Storm {
-    explicit Storm(pid_t target)
-    {
-        pid = fork();
-        if (pid != 0) return;
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        for (;;) {
-            kill(target, SIGUSR2);
-            usleep(20);
-        }
-    }
-    ~Storm()
-    {
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-    }
-    pid_t pid;
-};
 
 TEST_P(Strays, at_the_caller_in_every_exchange_cause_no_wrong_verdict)
 {

@@ -22,10 +22,20 @@
 #include "caller/hosts.h"
 #include "caller/waiting.h"
 
-int32_t rounds(int32_t by_default)
+static int32_t chosen(int32_t by_default, int32_t in_long_mode)
 {
     if (const char *given = getenv("KA_ROUNDS")) return std::atoi(given);
-    return getenv("KA_FOR") ? 10000 : by_default;
+    return getenv("KA_FOR") ? in_long_mode : by_default;
+}
+
+int32_t rounds(int32_t by_default)
+{
+    return chosen(by_default, 10000);
+}
+
+int32_t of_a_million(int32_t by_default)
+{
+    return chosen(by_default, 1000000);
 }
 
 // ---- Load ------------------------------------------------------------------------------------------------------

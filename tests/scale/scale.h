@@ -13,6 +13,9 @@
 // As many rounds as its default; 10,000 in the long mode (KA_FOR, whatever it says); KA_ROUNDS=N sets another number.
 int32_t rounds(int32_t by_default);
 
+// The same for what is quick: 1,000,000 in the long mode.
+int32_t of_a_million(int32_t by_default);
+
 // Processes that compute, as many for each processor as told, for as long as this record lives.
 class Load {
 public:

@@ -134,6 +134,22 @@ static int32_t ask_unseen(void **argv)
     return block_word(*(int32_t *)argv[1]);
 }
 
+/* argv: kinds, values, answers, offsets of cbval and retcode. Calls back once for each element but the last, and
+   returns the last: a value as given, or for kind 1 what stands in cbval at that moment, for kind 2 what stands in
+   retcode. The values taken and the answers are given back. */
+static int32_t play(void **argv)
+{
+    const int32_t *kinds = argv[0];
+    int32_t *values = argv[1];
+    int32_t *answers = argv[2];
+    const int32_t last = elements(argv[0]) - 1;
+    for (int32_t i = 0; i <= last; i++) {
+        if (kinds[i] != 0) values[i] = block_word(*(int32_t *)argv[kinds[i] == 1 ? 3 : 4]);
+        if (i < last) answers[i] = dll_callback(values[i]);
+    }
+    return values[last];
+}
+
 /* ---- Time and death -------------------------------------------------------------------------------------------- */
 
 static int32_t nap(void **argv)
@@ -321,6 +337,8 @@ t_DLL_PROTO KaArgList[] = {
     {"descriptors", KA_INT_BY_REFERENCE, 0}, {"size", KA_INT_BY_VALUE, 0},                        /* 22 */
     {"x", KA_REAL_BY_REFERENCE, 0}, {"factor", KA_REAL_BY_VALUE, 0},                              /* 24 */
     {"x", KA_REAL_BY_REFERENCE, 0}, {"text", KA_STRING, 0},                                       /* 26 */
+    {"kinds", KA_INT_ARRAY, 1}, {"values", KA_INT_ARRAY, 1}, {"answers", KA_INT_ARRAY, 1},
+    {"cbval", KA_INT_BY_VALUE, 0}, {"retcode", KA_INT_BY_VALUE, 0},                               /* 28 */
 };
 
 t_DLL_FUNC KaFuncList[] = {
@@ -354,6 +372,7 @@ t_DLL_FUNC KaFuncList[] = {
     {"write_errors", 10, 1, NULL},
     {"write_errors_later", 10, 1, NULL},
     {"cry_and_die", 6, 1, NULL},
+    {"play", 28, 5, NULL},
     {NULL, 0, 0, NULL},
 };
 
@@ -389,6 +408,7 @@ static int32_t (*const functions[])(void **) = {
     write_errors,
     write_errors_later,
     cry_and_die,
+    play,
 };
 /* clang-format on */
 
