@@ -2,43 +2,15 @@
 //
 // What a call costs, beside the least that two processes can do: a ping-pong of SIGUSR2 with sigwaitinfo and nothing
 // else. Then what each converted element adds. usage: calls PATH-OF-ECHO-MODULE
-#include <csignal>
 #include <cstdlib>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "ka/caller.h"
+#include "ping_pong.h"
 #include "timing.h"
 
 namespace {
 
 constexpr int32_t elements = 4096;
-
-double ping_pong()
-{
-    sigset_t signals, before;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGUSR2);
-    sigprocmask(SIG_BLOCK, &signals, &before);
-    const pid_t caller = getpid();
-    const pid_t child = fork();
-    if (child == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        for (;;) {
-            sigwaitinfo(&signals, nullptr);
-            kill(caller, SIGUSR2);
-        }
-    }
-    const double ns = bench::nanoseconds([&](long) {
-        kill(child, SIGUSR2);
-        sigwaitinfo(&signals, nullptr);
-    });
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    sigprocmask(SIG_SETMASK, &before, nullptr);
-    return ns;
-}
 
 class Host {
 public:
@@ -88,7 +60,7 @@ int main(int argc, char **argv)
     Host native(argv[1], KA_LAYOUT_NATIVE), wide(argv[1], KA_LAYOUT_64);
 
     bench::Table trips("round trip (ratio to the bare ping-pong)");
-    const double bare = ping_pong();
+    const double bare = bench::ping_pong();
     trips.row("bare ping-pong of two processes", bare);
     trips.row("call without arguments, native layout", native.call("nothing"));
     trips.row("call without arguments, 64 layout", wide.call("nothing"));

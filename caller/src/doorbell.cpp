@@ -28,6 +28,7 @@ static int32_t way_of_waiting;
 /* Of this thread: hosts for which SIGUSR2 is held, and whether it was blocked before the first of them. */
 static thread_local int32_t hosts_held;
 static thread_local bool was_blocked;
+static thread_local pid_t thread_id; /* of this thread, 0 before it is asked for */
 
 static sigset_t doorbell_set(void)
 {
@@ -82,9 +83,8 @@ static void close_fast(ka_host *host)
 
 void drain_doorbell(const ka_host *host)
 {
-    struct signalfd_siginfo signal;
-    while (read(host->doorbell_fd, &signal, sizeof signal) > 0)
-        ;
+    struct signalfd_siginfo signals[2]; /* the most that can be pending: one for the thread, one for the process */
+    if (read(host->doorbell_fd, signals, sizeof signals) < 0) return; /* none */
 }
 
 /* ---- Safe ------------------------------------------------------------------------------------------------------ */
@@ -105,6 +105,13 @@ static void close_safe(ka_host *host)
     if (open_hosts == 0) remove_handler();
 }
 
+/* Asking the kernel each time would be a tenth of what the wait costs. */
+static pid_t own_thread(void)
+{
+    if (thread_id == 0) thread_id = gettid();
+    return thread_id;
+}
+
 void start_hearing(ka_host *host)
 {
     if (!host->listener) return;
@@ -112,8 +119,8 @@ void start_hearing(ka_host *host)
     pthread_sigmask(SIG_BLOCK, &set, &host->mask_before);
     host->mask_waiting = host->mask_before;
     sigdelset(&host->mask_waiting, SIGUSR2);
-    store_caller(host, gettid());
-    start_listening(host->listener);
+    store_caller(host, own_thread());
+    start_listening(host->listener, own_thread());
     host->hears = true;
 }
 
@@ -122,7 +129,7 @@ void stop_hearing(ka_host *host)
     if (!host->hears) return;
     host->hears = false;
     stop_listening(host->listener);
-    store_caller(host, getpid());
+    store_caller(host, host->caller);
     pthread_sigmask(SIG_SETMASK, &host->mask_before, nullptr);
 }
 
@@ -147,6 +154,7 @@ static void begin_anew_in_child(void)
     }
     if (hosts_held > 0) unblock_signal();
     hosts_held = 0;
+    thread_id = 0;
     open_hosts = 0;
     pthread_mutex_unlock(&lock);
 }
@@ -177,6 +185,7 @@ static int32_t open_locked(ka_host *host)
         return host->error.error_class;
     }
     way_of_waiting = wanted;
+    host->caller = getpid();
     host->doorbell_open = true;
     open_hosts++;
     return KA_DONE;

@@ -100,10 +100,12 @@ static t_REPLY judge(ka_host *host)
 
 static int64_t lengthened(int64_t pause)
 {
+    if (pause < FIRST_PAUSE_NS) return FIRST_PAUSE_NS;
     return pause < LONGEST_PAUSE_NS / 2 ? pause * 2 : LONGEST_PAUSE_NS;
 }
 
-/* Looks after every signal, and in lengthening pauses, since the host need not signal again. */
+/* Looks after every signal, and in lengthening pauses, since the host need not signal again. The second look after
+   the first signal comes without a pause: by then most hosts are at rest, and their state can be proved. */
 static t_REPLY await_reply(ka_host *host, int64_t deadline)
 {
     int64_t pause = FIRST_QUIET_PAUSE_NS;
@@ -116,7 +118,7 @@ static t_REPLY await_reply(ka_host *host, int64_t deadline)
         if ((woken & WOKEN_BY_DEATH) && reply.event != EVENT_RETURNED) return {EVENT_DIED, 0};
         if (reply.event != EVENT_NONE) return reply;
         if (now_ns() >= deadline) return {EVENT_LATE, 0};
-        pause = (woken & WOKEN_BY_SIGNAL) && !signalled ? FIRST_PAUSE_NS : lengthened(pause);
+        pause = (woken & WOKEN_BY_SIGNAL) && !signalled ? 0 : lengthened(pause);
         signalled |= (woken & WOKEN_BY_SIGNAL) != 0;
     }
 }

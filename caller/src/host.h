@@ -81,10 +81,11 @@ struct ka_host {
     char *module;
     t_STATE state;
 
+    pid_t caller;          /* this process */
     pid_t doorbell_thread; /* KA_WAIT_FAST: in which SIGUSR2 is blocked for this host; 0 for none */
     t_LISTENER *listener;  /* KA_WAIT_SAFE */
     bool doorbell_open;
-    bool hears;          /* KA_WAIT_SAFE: this thread waits, with the two masks that follow */
+    bool hears;          /* KA_WAIT_SAFE: this thread waits, with the two masks below */
     bool openable;       /* the options are sound: it can be started, and started again */
     bool prepared;       /* its tables were read, as far as they can be, and its trace level was set */
     bool answered;       /* this process has answered at least once */

@@ -206,9 +206,9 @@ static void take_rousing(const t_LISTENER *listener)
     if (is_foreign) put_back(&foreign);
 }
 
-void start_listening(t_LISTENER *listener)
+void start_listening(t_LISTENER *listener, pid_t own_thread)
 {
-    listener->thread = gettid();
+    listener->thread = own_thread;
     listener->arrived = false;
     listener->state = LISTENER_WAITING;
 }

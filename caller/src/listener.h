@@ -36,7 +36,7 @@ void release_listener(t_LISTENER *listener);
 
 /* This thread waits from the one to the other, with SIGUSR2 blocked but for where it waits. No signal of ours is left
    when it ends. */
-void start_listening(t_LISTENER *listener);
+void start_listening(t_LISTENER *listener, pid_t own_thread);
 void stop_listening(t_LISTENER *listener);
 
 /* What a signal means to those who wait. True when it is a host's, or one of ours; else it is for the program.

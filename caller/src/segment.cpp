@@ -85,7 +85,7 @@ void write_header(ka_host *host)
     const t_LAYOUT *layout = host->layout;
     memcpy(host->base, DLL_MAGIC, sizeof(t_DLL_INFO32::magic));
     store32(host, offsetof(t_DLL_INFO32, version), DLL_VERSION);
-    store_caller(host, getpid());
+    store_caller(host, host->caller);
     store_address(host, layout->base, host->base);
     store32(host, layout->shmsz, host->segment_size);
     store_address(host, layout->scratch,

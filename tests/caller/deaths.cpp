@@ -30,8 +30,8 @@ static std::string died(const std::string &how)
     return tasks_module + ": the host " + how;
 }
 
-class HostDeath : public BothLayouts {};
-IN_BOTH_LAYOUTS(HostDeath);
+class HostDeath : public EveryWay {};
+IN_EVERY_WAY(HostDeath);
 
 TEST_P(HostDeath, by_signal_in_a_call_is_told)
 {
@@ -231,6 +231,25 @@ TEST(CleanUpOfTheModule, runs_after_a_passed_deadline)
 }
 
 // ---- Deadlines and cancellation --------------------------------------------------------------------------------
+
+// The program's own function took the time: the call is over before its answer is sent.
+TEST_P(HostDeath, is_what_a_late_answer_to_a_callback_costs)
+{
+    Host host([this](ka_options &options) {
+        layout()(options);
+        options.deadline_ms = 500;
+        options.callback = [](ka_host *, int32_t value, void *) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(600));
+            return value;
+        };
+    });
+    const Remains remains(host);
+    ka_begin(host, "ask");
+    ka_add_integer(host, 1, KA_BY_VALUE);
+    EXPECT_EQ(call_fails(host), KA_DEADLINE);
+    EXPECT_EQ(error_text(host), tasks_module + ": a call-back of \"ask\" took more than 500 ms");
+    remains.expect_none();
+}
 
 TEST_P(HostDeath, is_what_a_passed_deadline_costs)
 {

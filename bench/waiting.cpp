@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: MIT
+//
+// What each way of waiting costs: beside a ping-pong of SIGUSR2 between two bare processes, in programs with other
+// threads, and when something goes wrong. usage: waiting PATH-OF-ECHO-MODULE
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "ka/caller.h"
+#include "ping_pong.h"
+#include "timing.h"
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+const char *module_path;
+
+class Host {
+public:
+    explicit Host(int32_t waiting, int32_t deadline_ms = 30000)
+    {
+        ka_options options;
+        ka_options_init(&options, sizeof options);
+        options.waiting = waiting;
+        options.deadline_ms = deadline_ms;
+        if (ka_open(&host_, module_path, &options) == KA_DONE) return;
+        std::fprintf(stderr, "waiting: %s\n", ka_last_error(host_)->text);
+        std::exit(1);
+    }
+    ~Host() { ka_close(host_); }
+    operator ka_host *() const { return host_; }
+    int32_t call(const char *function) const
+    {
+        int32_t code;
+        ka_begin(host_, function);
+        return ka_call(host_, &code);
+    }
+    double nanoseconds(const char *function) const
+    {
+        return bench::nanoseconds([&](long) { call(function); });
+    }
+
+private:
+    ka_host *host_ = nullptr;
+};
+
+class IdleThreads {
+public:
+    explicit IdleThreads(int count)
+    {
+        for (int i = 0; i < count; i++)
+            threads_.emplace_back([this] {
+                while (!ended_)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            });
+    }
+    ~IdleThreads()
+    {
+        ended_ = true;
+        for (std::thread &thread : threads_)
+            thread.join();
+    }
+
+private:
+    std::atomic<bool> ended_{false};
+    std::vector<std::thread> threads_;
+};
+
+// Time from one call to the next of the whole program, with as many threads calling a host each.
+double in_threads(int count)
+{
+    std::atomic<long> calls{0};
+    std::atomic<bool> ended{false};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; i++)
+        threads.emplace_back([&] {
+            const Host host(KA_WAIT_SAFE);
+            for (; !ended; calls++)
+                host.call("nothing");
+        });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    const long before = calls;
+    const auto start = clock_type::now();
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    const double ns = std::chrono::duration<double, std::nano>(clock_type::now() - start).count();
+    const long done = calls - before;
+    ended = true;
+    for (std::thread &thread : threads)
+        thread.join();
+    return ns / static_cast<double>(done);
+}
+
+double median(std::vector<double> values)
+{
+    std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2), values.end());
+    return values[values.size() / 2];
+}
+
+double since(clock_type::time_point start)
+{
+    return std::chrono::duration<double, std::nano>(clock_type::now() - start).count();
+}
+
+// From the kill to the return of ka_call.
+double death_noticed(int32_t waiting)
+{
+    std::vector<double> times;
+    for (int i = 0; i < 51; i++) {
+        const Host host(waiting);
+        host.call("nothing");
+        std::atomic<clock_type::rep> killed{0};
+        std::thread killer([&, pid = ka_pid(host)] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            killed = clock_type::now().time_since_epoch().count();
+            kill(pid, SIGKILL);
+        });
+        host.call("hang");
+        times.push_back(static_cast<double>(clock_type::now().time_since_epoch().count() - killed));
+        killer.join();
+    }
+    return median(times);
+}
+
+// By how much a call is late that runs into its deadline; the end of the host is part of it.
+double deadline_overrun(int32_t waiting)
+{
+    std::vector<double> times;
+    for (int i = 0; i < 21; i++) {
+        const Host host(waiting, 50);
+        host.call("nothing");
+        const auto start = clock_type::now();
+        host.call("hang");
+        times.push_back(since(start) - 50e6);
+    }
+    return median(times);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: waiting MODULE\n");
+        return 2;
+    }
+    module_path = argv[1];
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGUSR2);
+
+    bench::Table trips("round trip (ratio to the bare ping-pong)");
+    trips.row("bare ping-pong of two processes", bench::ping_pong());
+    trips.row("fast: call without arguments", Host(KA_WAIT_FAST).nanoseconds("nothing"));
+    trips.row("safe: call without arguments", Host(KA_WAIT_SAFE).nanoseconds("nothing"));
+    trips.row("fast: call with a call-back", Host(KA_WAIT_FAST).nanoseconds("ask"));
+    trips.row("safe: call with a call-back", Host(KA_WAIT_SAFE).nanoseconds("ask"));
+    trips.row("fast: the same, answer returned unchanged", Host(KA_WAIT_FAST).nanoseconds("agree"));
+    trips.row("safe: the same, answer returned unchanged", Host(KA_WAIT_SAFE).nanoseconds("agree"));
+    {
+        const IdleThreads idlers(4);
+        trips.row("safe: beside 4 idle threads", Host(KA_WAIT_SAFE).nanoseconds("nothing"));
+        double ns = 0;
+        std::thread([&] { ns = Host(KA_WAIT_SAFE).nanoseconds("nothing"); }).join();
+        trips.row("safe: the same, not in the main thread", ns);
+    }
+    for (int count : {1, 2, 4, 8})
+        trips.row("safe: " + std::to_string(count) + " threads, a host each, per call", in_threads(count));
+
+    std::printf("\n");
+    bench::Table ends("when something goes wrong");
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr); // the killer's thread, too, for the fast way
+    ends.row("fast: host killed, until ka_call returns", death_noticed(KA_WAIT_FAST));
+    ends.row("safe: host killed, until ka_call returns", death_noticed(KA_WAIT_SAFE));
+    ends.row("fast: overrun of a deadline of 50 ms", deadline_overrun(KA_WAIT_FAST));
+    ends.row("safe: overrun of a deadline of 50 ms", deadline_overrun(KA_WAIT_SAFE));
+}
