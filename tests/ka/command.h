@@ -27,7 +27,8 @@ struct Running {
     int err;
 };
 
-Running start_ka(const std::vector<std::string> &words);
+// input: its standard input; -1 for that of the tests.
+Running start_ka(const std::vector<std::string> &words, int input = -1);
 Outcome await_ka(const Running &running);
 Outcome ka(const std::vector<std::string> &words);
 

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <initializer_list>
 #include <sys/signalfd.h>
+#include <unistd.h>
 
 int interruption_descriptor()
 {
@@ -16,7 +17,14 @@ int interruption_descriptor()
         sigaction(signal, nullptr, &action);
         if (action.sa_handler != SIG_IGN) sigaddset(&set, signal);
     }
-    const int fd = signalfd(-1, &set, SFD_CLOEXEC);
+    const int fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
     if (fd != -1) sigprocmask(SIG_BLOCK, &set, nullptr);
     return fd;
+}
+
+int take_interruption(int descriptor)
+{
+    struct signalfd_siginfo signal;
+    const bool has_come = descriptor != -1 && read(descriptor, &signal, sizeof signal) == sizeof signal;
+    return has_come ? static_cast<int>(signal.ssi_signo) : 0;
 }

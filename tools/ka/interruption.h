@@ -8,4 +8,7 @@
 // descriptor to be had: then the signals end the command at once, and the kernel ends the host.
 int interruption_descriptor();
 
+// Takes one signal from the descriptor; its number, 0 when none has come.
+int take_interruption(int descriptor);
+
 #endif

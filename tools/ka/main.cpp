@@ -5,6 +5,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,7 @@
 #include "list.h"
 #include "manual.h"
 #include "real.h"
+#include "shell.h"
 #include "trace.h"
 
 static int refuse_usage(const std::string &text)
@@ -35,6 +37,7 @@ static int run(int argc, char **argv)
     app.require_subcommand(0, 1);
     add_list_command(app, exit_status);
     add_call_command(app, exit_status);
+    add_shell_command(app, exit_status);
     add_real_command(app, exit_status);
     add_check_command(app, exit_status);
     add_dump_command(app, exit_status);

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+//
+// See host_options.h.
+#include "host_options.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <iostream>
+
+#include "callback.h"
+#include "literal.h"
+
+namespace {
+
+void add_block_options(CLI::App *command, HostWishes &wishes, const std::string &right_size)
+{
+    command->add_option("--layout", wishes.layout, "layout of the shared block")
+        ->check(CLI::IsMember({"native", "64"}))
+        ->capture_default_str()
+        ->type_name("LAYOUT");
+    command->add_option("--segment", wishes.segment_bytes, "size of the shared segment; 0: " + right_size)
+        ->check(CLI::Range(0, INT32_MAX).description(""))
+        ->capture_default_str()
+        ->type_name("BYTES");
+    command->add_option("--scratch", wishes.scratch_bytes, "size of the scratch area at its end")
+        ->capture_default_str()
+        ->type_name("BYTES");
+}
+
+int32_t answer_callback(ka_host *, int32_t value, void *user)
+{
+    const Answer answer = answer_to(static_cast<const HostWishes *>(user)->callback, value);
+    std::cerr << "ka: call-back " << value << ", answered " << answer.value
+              << (answer.divides_by_zero ? ", since something is divided by zero\n" : "\n");
+    return answer.value;
+}
+
+} // namespace
+
+void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &right_size)
+{
+    command->add_flag("--raw", wishes.raw, "sends the arguments as written, unchecked");
+    command->add_option("--deadline", wishes.deadline_s, "seconds to wait for the answer")
+        ->check(CLI::Range(0.001, 2000000.0).description(""))
+        ->capture_default_str()
+        ->type_name("SECONDS");
+    command
+        ->add_option("--callback", wishes.callback,
+                     "answer to every call-back: const:N, or arithmetic over value with + - * / % and parentheses, "
+                     "in 32 bits that wrap around; 0 when it divides by zero")
+        ->capture_default_str()
+        ->type_name("RULE");
+    command->add_option("--trace", wishes.trace_level, "trace of the calls on standard error: 1 to 4")
+        ->capture_default_str()
+        ->type_name("N");
+    add_block_options(command, wishes, right_size);
+}
+
+void check_callback_rule(const std::string &rule)
+{
+    try {
+        answer_to(rule, 0);
+    } catch (const Malformed &malformed) {
+        throw Malformed("call-back rule " + rule + ": " + malformed.what());
+    }
+}
+
+ka_options host_options(HostWishes &wishes, int32_t right_size, int cancel_fd)
+{
+    ka_options options;
+    ka_options_init(&options, sizeof options);
+    options.layout = wishes.layout == "64" ? KA_LAYOUT_64 : KA_LAYOUT_NATIVE;
+    options.segment_bytes = wishes.segment_bytes != 0 ? wishes.segment_bytes : right_size;
+    options.scratch_bytes = wishes.scratch_bytes;
+    options.deadline_ms = static_cast<int32_t>(wishes.deadline_s * 1000);
+    options.cancel_fd = cancel_fd;
+    options.checking = wishes.raw ? KA_RAW : KA_CHECKED;
+    options.trace_level = wishes.trace_level;
+    options.callback = answer_callback;
+    options.user = &wishes;
+    return options;
+}

@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: MIT
+//
+// The orders of ka shell: lines that begin with a colon.
+#include <charconv>
+#include <cmath>
+#include <iostream>
+
+#include "exit_status.h"
+#include "list.h"
+#include "literal.h"
+#include "prototypes.h"
+#include "results.h"
+#include "shell_session.h"
+
+struct Session::Order {
+    const char *name;
+    const char *argument; // in brackets when it can be left out; empty for none
+    const char *text;
+    int (Session::*run)(const Words &);
+};
+
+const Session::Order Session::orders[] = {
+    {":list", "[FUNCTION]", "lists the functions of the module, or one of them", &Session::list},
+    {":vars", "", "lists the variables", &Session::vars},
+    {":trace", "N", "sets the level of the host's trace on standard error: 0 to 4", &Session::trace},
+    {":deadline", "SECONDS", "sets the time that a call may take", &Session::deadline},
+    {":callback", "RULE", "sets the answer to every call-back: const:N, or arithmetic over value",
+     &Session::callback},
+    {":restart", "", "ends the host and starts a new one", &Session::restart},
+    {":help", "", "shows this", &Session::help},
+    {":quit", "", "ends the session; so does ctrl-D", &Session::quit},
+};
+
+std::vector<std::string> order_names()
+{
+    std::vector<std::string> names;
+    for (const Session::Order &order : Session::orders)
+        names.emplace_back(order.name);
+    return names;
+}
+
+std::string order_help(const std::string &indentation)
+{
+    const auto line = [&](std::string usage, const std::string &text) {
+        usage.resize(23, ' ');
+        return indentation + usage + text + "\n";
+    };
+    std::string text = line("FUNCTION ARGUMENT...", "calls a function; arguments are written as for ka call") +
+                       line("NAME = VALUE", "sets a variable: sum = 42, names = ['a','b']");
+    for (const Session::Order &order : Session::orders)
+        text += line(std::string(order.name) + " " + order.argument, order.text);
+    return text + line("# ...", "a comment, also behind a line");
+}
+
+// The beginning of a name stands for it when it is that of no other.
+int Session::run_order(const Words &words)
+{
+    const Order *found = nullptr;
+    for (const Order &order : orders) {
+        if (!std::string_view(order.name).starts_with(words[0])) continue;
+        if (found != nullptr) return fail(EXIT_USAGE, words[0] + " could be " + found->name + " or " + order.name);
+        found = &order;
+    }
+    if (found == nullptr) return fail(EXIT_USAGE, "there is no " + words[0] + "; :help lists what there is");
+    const std::string argument = found->argument;
+    const size_t most = argument.empty() ? 1 : 2;
+    const size_t least = argument.empty() || argument.starts_with('[') ? 1 : 2;
+    if (words.size() < least || words.size() > most)
+        return fail(EXIT_USAGE, "usage: " + std::string(found->name) + (argument.empty() ? "" : " " + argument));
+    return (this->*found->run)(words);
+}
+
+int Session::help(const Words &)
+{
+    return show(order_help(""), EXIT_DONE);
+}
+
+int Session::list(const Words &words)
+{
+    const auto text = wishes_.json ? functions_json : functions_text;
+    const std::string end = wishes_.json ? "\n" : "";
+    try {
+        if (words.size() == 2) return show(text({find_function(functions_, words[1])}) + end, EXIT_DONE);
+        return show(text(functions_) + end, EXIT_DONE);
+    } catch (const Refused &refused) {
+        return fail(EXIT_REFUSED, refused.what());
+    }
+}
+
+int Session::vars(const Words &)
+{
+    std::string text;
+    for (const auto &[name, value] : variables_) {
+        if (wishes_.json)
+            text += (text.empty() ? "" : ",") + name_json(name) + ":" + name_json(value);
+        else
+            text += name + " = " + value + "\n";
+    }
+    return show(wishes_.json ? "{" + text + "}\n" : text, EXIT_DONE);
+}
+
+int Session::trace(const Words &words)
+{
+    int32_t level = 0;
+    const char *end = words[1].data() + words[1].size();
+    const auto [stop, error] = std::from_chars(words[1].data(), end, level);
+    if (error != std::errc() || stop != end) return fail(EXIT_USAGE, ":trace takes a number, not " + words[1]);
+    wishes_.host.trace_level = level;
+    return ka_set_trace(host_, level) == KA_DONE ? EXIT_DONE : show_error("", *ka_last_error(host_));
+}
+
+int Session::deadline(const Words &words)
+{
+    double seconds = 0;
+    const char *end = words[1].data() + words[1].size();
+    const auto [stop, error] = std::from_chars(words[1].data(), end, seconds);
+    if (error != std::errc() || stop != end || !(seconds >= 0.001 && seconds <= 2000000))
+        return fail(EXIT_USAGE, ":deadline takes seconds, 0.001 to 2000000, not " + words[1]);
+    ka_set_deadline(host_, static_cast<int32_t>(seconds * 1000));
+    return EXIT_DONE;
+}
+
+int Session::callback(const Words &words)
+{
+    check_callback_rule(words[1]);
+    wishes_.host.callback = words[1];
+    return EXIT_DONE;
+}
+
+int Session::restart(const Words &)
+{
+    const int32_t error_class = ka_restart(host_);
+    tell_restart();
+    if (error_class == KA_DONE) learn_tables();
+    return error_class == KA_DONE ? EXIT_DONE : show_error("", *ka_last_error(host_));
+}
+
+int Session::quit(const Words &)
+{
+    is_over_ = true;
+    return EXIT_DONE;
+}

@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: MIT
+//
+// See shell_session.h; the orders, which begin with a colon, are in shell_orders.cpp.
+#include "shell_session.h"
+
+#include <csignal>
+#include <iostream>
+
+#include "exit_status.h"
+#include "interruption.h"
+#include "prototypes.h"
+#include "results.h"
+
+Session::~Session()
+{
+    ka_close(host_);
+}
+
+int Session::open()
+{
+    ka_options options = host_options(wishes_.host, roomy_segment_bytes, interruption_);
+    options.restart = KA_RESTART_NEXT_CALL;
+    options.restart_pause_ms = 0; // who types has paused
+    const int32_t error_class = ka_open(&host_, wishes_.module.c_str(), &options);
+    if (error_class != KA_DONE) return show_error("", *ka_last_error(host_));
+    learn_tables();
+    pid_ = ka_pid(host_);
+    return EXIT_DONE;
+}
+
+// Those of the running host: a module can compute them when it starts.
+void Session::learn_tables()
+{
+    const ka_tables *tables = ka_host_tables(host_);
+    if (tables == nullptr) {
+        functions_ = read_tables(wishes_.module).functions;
+        return;
+    }
+    functions_.clear();
+    for (int32_t i = 0; i < tables->function_count; i++) {
+        const ka_function &function = tables->functions[i];
+        functions_.push_back({function.name, {}});
+        for (int32_t j = 0; j < function.prototype_count; j++) {
+            const ka_prototype &prototype = function.prototypes[j];
+            functions_.back().prototypes.push_back({prototype.name, prototype.kind, prototype.element_count});
+        }
+    }
+}
+
+// ---- Showing ---------------------------------------------------------------------------------------------------
+
+int Session::fail(int status, const std::string &text) const
+{
+    return complain(static_cast<ExitStatus>(status), place_ + text);
+}
+
+int Session::show(const std::string &text, int status) const
+{
+    std::cout << text << std::flush;
+    return std::cout ? status : fail(EXIT_USAGE, "the results could not be written");
+}
+
+int Session::show_error(const std::string &function, const ka_error &error)
+{
+    const std::string remedy = error.error_class == KA_TOO_BIG ? " (--segment)" : "";
+    const int status = fail(exit_status_of(error.error_class), error.text + remedy);
+    return wishes_.json ? show("{" + error_members(function, error) + "}\n", status) : status;
+}
+
+int Session::refuse(const std::string &function, const std::string &text)
+{
+    ka_error error{};
+    error.error_class = KA_REFUSED;
+    error.retry = KA_RETRY_NO;
+    text.copy(error.text, sizeof error.text - 1);
+    return show_error(function, error);
+}
+
+// ---- A call ----------------------------------------------------------------------------------------------------
+
+// The words behind the function are arguments, resolved as those of ka call.
+Invocation Session::prepare(const Words &words) const
+{
+    Invocation invocation{words[0], {}, {}};
+    const Function *function = nullptr;
+    for (const Function &own : functions_)
+        if (function == nullptr && own.name == words[0]) function = &own;
+    if (!wishes_.host.raw) function = &find_function(functions_, words[0]);
+    std::vector<Literal> literals;
+    for (size_t i = 1; i < words.size(); i++) {
+        try {
+            literals.push_back(wishes_.host.raw ? read_literal(words[i], Unquoted::number)
+                                                : read_literal_for(*function, i, words[i]));
+            if (wishes_.host.raw) invocation.arguments.push_back(argument_of(literals.back()));
+        } catch (const Malformed &malformed) {
+            throw Malformed("argument " + std::to_string(i) + " (" + words[i] + "): " + malformed.what());
+        }
+    }
+    if (!wishes_.host.raw) invocation.arguments = arguments_for(*function, literals);
+    invocation.names = argument_names(function, literals.size());
+    return invocation;
+}
+
+int Session::call_function(const Words &words)
+{
+    try {
+        const Invocation invocation = prepare(words);
+        const Outcome outcome = invoke(host_, invocation);
+        tell_restart();
+        const int status = outcome.error_class == KA_DONE ? show_call(outcome, words[0])
+                                                          : show_error(words[0], *ka_last_error(host_));
+        take_interruptions();
+        return status;
+    } catch (const Refused &refused) {
+        return refuse(words[0], refused.what());
+    }
+}
+
+int Session::show_call(const Outcome &outcome, const std::string &function)
+{
+    keep_results(outcome);
+    last_call_ = outcome.code == 0 ? EXIT_DONE : EXIT_NONZERO;
+    const std::string refusal = wishes_.host.raw ? meaning_of_refusal(outcome.code) : "";
+    if (!refusal.empty()) fail(EXIT_NONZERO, "a host answers " + std::to_string(outcome.code) + " when " + refusal);
+    return show(wishes_.json ? "{" + outcome_members(function, outcome) + "}\n" : outcome_text(outcome), last_call_);
+}
+
+void Session::keep_results(const Outcome &outcome)
+{
+    for (const Result &result : outcome.results)
+        variables_[variable_name(result.name)] = argument_text(result.value);
+}
+
+// What came while the call was under way has ended it, or has come too late to end anything.
+void Session::take_interruptions()
+{
+    for (int signal; (signal = take_interruption(interruption_)) != 0;)
+        is_terminated_ |= signal == SIGTERM;
+}
+
+void Session::tell_restart()
+{
+    const int32_t pid = ka_pid(host_);
+    if (pid != 0 && pid != pid_)
+        std::cerr << "ka: the module was started again, its memory is new (process " << pid << ")\n";
+    if (pid != 0) pid_ = pid;
+}
+
+// ---- A line ----------------------------------------------------------------------------------------------------
+
+// NAME = VALUE, the blanks being optional.
+static bool is_assignment(const std::vector<std::string> &words)
+{
+    const size_t begin = words[0].starts_with('$') ? 1 : 0;
+    size_t end = begin;
+    while (end < words[0].size() && is_name_character(words[0][end]))
+        end++;
+    if (end == begin) return false;
+    return end < words[0].size() ? words[0][end] == '=' : words.size() > 1 && words[1].starts_with('=');
+}
+
+int Session::set_variable(const Words &words)
+{
+    std::string line;
+    for (const std::string &word : words)
+        line += (line.empty() ? "" : " ") + word;
+    const size_t equals = line.find('=');
+    const size_t begin = line.find_first_not_of(' ', equals + 1);
+    const std::string name = line.substr(0, line.find_first_of(" =", 1));
+    const std::string value = begin == std::string::npos ? "" : line.substr(begin);
+    argument_of(read_literal(value, Unquoted::number)); // throws when it is none
+    variables_[name.substr(name.starts_with('$') ? 1 : 0)] = value;
+    return EXIT_DONE;
+}
+
+int Session::run_words(const Words &words)
+{
+    if (words.empty()) return EXIT_DONE;
+    if (words[0].starts_with(':')) return run_order(words);
+    return is_assignment(words) ? set_variable(words) : call_function(words);
+}
+
+int Session::run(const std::string &line)
+{
+    try {
+        return run_words(words_of_line(line, variables_));
+    } catch (const Malformed &malformed) {
+        return fail(EXIT_USAGE, malformed.what());
+    }
+}
