@@ -7,13 +7,18 @@
 #include <chrono>
 #include <fstream>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <thread>
 
+// Empty when there is no such file. A file of a process that ends meanwhile cannot be read any more: iterators over the
+// stream would throw then.
 inline std::string read_file(const std::string &path)
 {
     std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
 }
 
 // Looks every millisecond, for at least ten seconds.

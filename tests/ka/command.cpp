@@ -4,6 +4,7 @@
 #include "ka/command.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <poll.h>
@@ -11,7 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-Running start_ka(const std::vector<std::string> &words, int input)
+Running start_ka(const std::vector<std::string> &words)
 {
     int out[2];
     int err[2];
@@ -23,7 +24,6 @@ Running start_ka(const std::vector<std::string> &words, int input)
         for (const std::string &word : words)
             arguments.push_back(const_cast<char *>(word.c_str()));
         arguments.push_back(nullptr);
-        if (input != -1) dup2(input, 0);
         dup2(out[1], 1);
         dup2(err[1], 2);
         for (int fd : {out[0], out[1], err[0], err[1]})
@@ -122,11 +122,13 @@ bool ends(pid_t pid)
 int segment_of(pid_t host)
 {
     std::string words;
+    size_t argument = 0;
     becomes_true([&] {
         words = read_file("/proc/" + std::to_string(host) + "/cmdline");
-        return words.starts_with(tasks_module); // before that it is still a copy of ka
+        argument = words.find('\0') + 1; // before there is one, it is still a copy of ka, or about to be the host
+        return words.starts_with(tasks_module) && argument > 0 && argument < words.size();
     });
-    return std::stoi(words.substr(words.find('\0') + 1));
+    return std::atoi(words.c_str() + argument);
 }
 
 bool segment_exists(int segment_id)
