@@ -12,7 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-Running start_ka(const std::vector<std::string> &words)
+Running start_ka(const std::vector<std::string> &words, int input)
 {
     int out[2];
     int err[2];
@@ -24,6 +24,7 @@ Running start_ka(const std::vector<std::string> &words)
         for (const std::string &word : words)
             arguments.push_back(const_cast<char *>(word.c_str()));
         arguments.push_back(nullptr);
+        if (input != -1) dup2(input, 0);
         dup2(out[1], 1);
         dup2(err[1], 2);
         for (int fd : {out[0], out[1], err[0], err[1]})

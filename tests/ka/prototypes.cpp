@@ -86,7 +86,7 @@ TEST(KaPrototypes, vararg_takes_the_type_that_is_written)
 
 TEST(KaPrototypes, refusals_name_function_argument_wanted_and_given)
 {
-    const std::string a = "add: argument 1 (a) is IntByValue: takes INTEGER or REAL, got ";
+    const std::string a = "add: argument 1 (a) is IntByValue: takes INTEGER or REAL by value, got ";
     expect_refused({"add", "'2'", "3", "0"}, a + "STRING '2'");
     expect_refused({"add", "two", "3", "0"}, a + "two, which is neither a number nor a quoted 'text'");
     expect_refused({"add", "1e200", "3", "0"}, a + "1e200, which is no number, or out of a REAL's range");
@@ -126,6 +126,21 @@ TEST(KaPrototypes, unusable_values_are_named)
         EXPECT_EQ(outcome.status, 2);
         EXPECT_EQ(outcome.err, "ka: " + text + "\n");
     }
+}
+
+// The file does not tell them, so the host is asked.
+TEST(KaPrototypes, count_when_the_module_fills_its_tables_at_start)
+{
+    const std::string module = CALLER_MODULES "/ka_module_late";
+    EXPECT_EQ(ka({"call", module, "twice", "[1,2,3]", "4"}).out,
+              "same (argument 1) = [1, 2, 3]\nsame (argument 2) = 4\nreturn code 0\n");
+    EXPECT_EQ(ka({"call", module, "red\x1b[31m", std::string(100000, 'x')}).status, 0);
+    EXPECT_EQ(ka({"call", module, "red\x1b[31m", "str:2000000"}).status, 0);
+    const Outcome refused = ka({"call", module, "twice", "[1,2]", "4"});
+    EXPECT_EQ(refused.status, 3);
+    EXPECT_EQ(refused.err, "ka: twice: argument 1 (same) is IntArray: takes at least 3 elements, got 2\n");
+    EXPECT_EQ(ka({"call", module, "no_kind", "1"}).err,
+              "ka: no_kind: argument 1 (first) is kind 12: the module's own table is wrong: there is no kind 12\n");
 }
 
 TEST(KaPrototypes, misspelt_function_is_told_the_nearest)

@@ -1,47 +1,17 @@
 // SPDX-License-Identifier: MIT
 //
-// See call.h.
+// See call.h. How a call is made stands in calling.cpp.
 #include "call.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
-#include <algorithm>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 #include <memory>
-#include <poll.h>
 
-#include "callback.h"
-#include "command_words.h"
+#include "calling.h"
 #include "exit_status.h"
-#include "interruption.h"
-#include "invocation.h"
-#include "json_arguments.h"
-#include "repeat.h"
-#include "results.h"
-#include "terminal.h"
 
 namespace {
-
-struct Wishes {
-    std::string module;
-    std::string function;
-    std::vector<std::string> arguments;
-    std::string arguments_file;
-    std::string layout = "native";
-    double deadline_s = 30;
-    std::string callback = "const:0";
-    int32_t segment_bytes = 0; // 0: as many as the call needs
-    int32_t scratch_bytes = 1 << 16;
-    int32_t trace_level = 0;
-    size_t repeat = 0; // 0: one call, without timing
-    bool raw = false;
-    bool json = false;
-};
-
-constexpr int32_t usual_segment_bytes = 1 << 20;
 
 constexpr const char *description = R"(Calls a function of a module and shows what comes back.
 
@@ -62,8 +32,13 @@ are REALs, 'text' is a STRING, and &... goes by reference.
   {"string":"text","room":20}         with room; "by_reference":true may stand in every object
   {"integer":3} {"real":"1.5"} {"hex":"00ff"}
 
-Results go to standard output, everything else to standard error. With --json standard output gets one object:
-"function", "return_code", "results" by name, "milliseconds"; or "function" and "error" with class, text and retry.)";
+When the module dies or does not answer in time, standard error tells the function, its arguments, how the module
+ended, and where it stood (not with --repeat).
+
+Results go to standard output, everything else to standard error. With --json standard output gets one object, of an
+error too. A call: "function", "return_code", "results" by name, "milliseconds"; with --repeat "calls",
+"nonzero_calls", "calls_per_second", "min_ms", "median_ms", "p99_ms", "max_ms". An error: "error", "text", "retry",
+"function", and whatever else is known.)";
 
 constexpr const char *examples = R"(Examples:
   ka call ./adder add 2 40 0
@@ -82,224 +57,7 @@ struct CallHelp : CLI::Formatter {
     }
 };
 
-// ---- What is to be called --------------------------------------------------------------------------------------
-
-std::string read_all(const std::string &path)
-{
-    std::ifstream file;
-    if (path != "-") file.open(path);
-    std::istream &input = path == "-" ? std::cin : file;
-    const std::string text{std::istreambuf_iterator<char>(input), {}};
-    if (path != "-" && !file.is_open()) throw Malformed(path + ": cannot be read");
-    return text;
-}
-
-// function is null when the arguments stand for themselves.
-std::vector<Literal> read_literals(const Wishes &wishes, const Function *function)
-{
-    if (!wishes.arguments_file.empty()) return read_json_arguments(read_all(wishes.arguments_file));
-    std::vector<Literal> literals;
-    for (const std::string &text : wishes.arguments) {
-        const size_t position = literals.size() + 1;
-        try {
-            literals.push_back(function != nullptr ? read_literal_for(*function, position, text)
-                                                   : read_literal(text, Unquoted::number));
-        } catch (const Malformed &malformed) {
-            throw Malformed("argument " + std::to_string(position) + " (" + text + "): " + malformed.what());
-        }
-    }
-    return literals;
-}
-
-std::vector<Argument> raw_arguments(const std::vector<Literal> &literals)
-{
-    std::vector<Argument> arguments;
-    for (const Literal &literal : literals) {
-        try {
-            arguments.push_back(argument_of(literal));
-        } catch (const Malformed &malformed) {
-            throw Malformed("argument " + std::to_string(arguments.size() + 1) + " (" + literal.written +
-                            "): " + malformed.what());
-        }
-    }
-    return arguments;
-}
-
-Invocation prepare(const Wishes &wishes)
-{
-    const Tables tables = read_tables(wishes.module);
-    Invocation invocation{wishes.function, {}, {}};
-    const Function *function = nullptr;
-    if (wishes.raw || !tables.missing.empty()) {
-        invocation.arguments = raw_arguments(read_literals(wishes, nullptr));
-        for (const Function &own : tables.functions)
-            if (function == nullptr && own.name == wishes.function) function = &own;
-    } else {
-        function = &find_function(tables.functions, wishes.function);
-        invocation.arguments = arguments_for(*function, read_literals(wishes, function));
-    }
-    invocation.names = argument_names(function, invocation.arguments.size());
-    return invocation;
-}
-
-// ---- The host --------------------------------------------------------------------------------------------------
-
-int32_t answer_callback(ka_host *, int32_t value, void *user)
-{
-    const Answer answer = answer_to(static_cast<const Wishes *>(user)->callback, value);
-    std::cerr << "ka: call-back " << value << ", answered " << answer.value
-              << (answer.divides_by_zero ? ", since something is divided by zero\n" : "\n");
-    return answer.value;
-}
-
-ka_options options_of(Wishes &wishes, const Invocation &invocation, int cancel_fd)
-{
-    const int64_t needed = segment_bytes_for(invocation.function, invocation.arguments, wishes.scratch_bytes);
-    ka_options options;
-    ka_options_init(&options, sizeof options);
-    options.layout = wishes.layout == "64" ? KA_LAYOUT_64 : KA_LAYOUT_NATIVE;
-    options.segment_bytes = static_cast<int32_t>(std::clamp<int64_t>(needed, usual_segment_bytes, INT32_MAX));
-    if (wishes.segment_bytes != 0) options.segment_bytes = wishes.segment_bytes;
-    options.scratch_bytes = wishes.scratch_bytes;
-    options.deadline_ms = static_cast<int32_t>(wishes.deadline_s * 1000);
-    options.cancel_fd = cancel_fd;
-    options.checking = wishes.raw ? KA_RAW : KA_CHECKED;
-    options.trace_level = wishes.trace_level;
-    options.callback = answer_callback;
-    options.user = &wishes;
-    return options;
-}
-
-// ---- What is shown ---------------------------------------------------------------------------------------------
-
-int show(const std::string &text, int status)
-{
-    std::cout << text << std::flush;
-    return std::cout ? status : complain(EXIT_USAGE, "the results could not be written");
-}
-
-int show_error(const Wishes &wishes, const ka_error &error)
-{
-    const std::string remedy = error.error_class == KA_TOO_BIG && wishes.segment_bytes != 0 ? " (--segment)" : "";
-    const int status = complain(exit_status_of(error.error_class), error.text + remedy);
-    return wishes.json ? show("{" + error_members(wishes.function, error) + "}\n", status) : status;
-}
-
-int show_refusal(const Wishes &wishes, const char *text)
-{
-    ka_error error{};
-    error.error_class = KA_REFUSED;
-    error.retry = KA_RETRY_NO;
-    std::string(text).copy(error.text, sizeof error.text - 1);
-    return show_error(wishes, error);
-}
-
-int show_outcome(const Wishes &wishes, const Outcome &outcome, const Timing &timing)
-{
-    const bool timed = wishes.repeat > 0;
-    const int status = timing.nonzero_calls() == 0 ? EXIT_DONE : EXIT_NONZERO;
-    const std::string refusal = wishes.raw ? meaning_of_refusal(outcome.code) : "";
-    if (!refusal.empty())
-        complain(EXIT_NONZERO, "a host answers " + std::to_string(outcome.code) + " when " + refusal);
-    if (!wishes.json) return show(outcome_text(outcome) + (timed ? timing.text() : ""), status);
-    return show("{" + outcome_members(wishes.function, outcome) + (timed ? "," + timing.members() : "") + "}\n",
-                status);
-}
-
-// ---- The call --------------------------------------------------------------------------------------------------
-
-bool is_interrupted(int fd)
-{
-    pollfd readable{fd, POLLIN, 0};
-    return fd != -1 && poll(&readable, 1, 0) == 1;
-}
-
-struct Calls {
-    Outcome last{};
-    Timing timing; // of those that were answered
-    bool interrupted = false;
-};
-
-// Every call begins with the arguments as they were given.
-Calls make_calls(ka_host *host, const Wishes &wishes, const Invocation &invocation, int cancel_fd)
-{
-    const size_t wanted = std::max<size_t>(wishes.repeat, 1);
-    Calls calls;
-    Progress progress("calling " + wishes.function, static_cast<int64_t>(wishes.repeat));
-    while (calls.timing.calls() < wanted && !calls.interrupted) {
-        calls.last = invoke(host, invocation);
-        if (calls.last.error_class != KA_DONE) break;
-        calls.timing.add(calls.last.milliseconds, calls.last.code);
-        progress.advance();
-        calls.interrupted = calls.timing.calls() < wanted && is_interrupted(cancel_fd);
-    }
-    return calls;
-}
-
-int call_and_show(ka_host *host, const Wishes &wishes, const Invocation &invocation, int cancel_fd)
-{
-    const Calls calls = make_calls(host, wishes, invocation, cancel_fd);
-    const std::string after = "after " + std::to_string(calls.timing.calls()) + " calls";
-    if (calls.last.error_class != KA_DONE) {
-        if (wishes.repeat > 0) complain(EXIT_NONZERO, after + ":");
-        return show_error(wishes, *ka_last_error(host));
-    }
-    const int status = show_outcome(wishes, calls.last, calls.timing);
-    return calls.interrupted ? complain(EXIT_INTERRUPTED, "interrupted " + after) : status;
-}
-
-int run_host(Wishes &wishes, const Invocation &invocation)
-{
-    const int cancel_fd = interruption_descriptor();
-    const ka_options options = options_of(wishes, invocation, cancel_fd);
-    ka_host *host = nullptr;
-    const int32_t error_class = ka_open(&host, wishes.module.c_str(), &options);
-    const int status = error_class == KA_DONE ? call_and_show(host, wishes, invocation, cancel_fd)
-                                              : show_error(wishes, *ka_last_error(host));
-    ka_close(host);
-    return status;
-}
-
-// The option that a word was meant to be: an argument that begins like one stands behind "--". Throws Malformed.
-void unmark_words(Wishes &wishes)
-{
-    take_mark(wishes.module);
-    take_mark(wishes.function);
-    for (std::string &word : wishes.arguments) {
-        const bool is_marked = take_mark(word);
-        const bool is_number = word.find_first_of("0123456789.") == 1;
-        if (!is_marked && word.size() > 1 && word[0] == '-' && !is_number)
-            throw Malformed("no option " + word + "; an argument that begins like one stands behind --");
-    }
-}
-
-void check_wishes(const Wishes &wishes)
-{
-    try {
-        answer_to(wishes.callback, 0);
-    } catch (const Malformed &malformed) {
-        throw Malformed("--callback " + wishes.callback + ": " + malformed.what());
-    }
-    if (!wishes.arguments_file.empty() && !wishes.arguments.empty())
-        throw Malformed("arguments are given twice: with --args, and behind the function");
-}
-
-int run_call(Wishes &wishes)
-{
-    try {
-        unmark_words(wishes);
-        check_wishes(wishes);
-        return run_host(wishes, prepare(wishes));
-    } catch (const Malformed &malformed) {
-        return complain(EXIT_USAGE, malformed.what());
-    } catch (const Refused &refused) {
-        return show_refusal(wishes, refused.what());
-    }
-}
-
-// ---- The command line ------------------------------------------------------------------------------------------
-
-void add_block_options(CLI::App *call, Wishes &wishes)
+void add_block_options(CLI::App *call, CallWishes &wishes)
 {
     call->add_option("--layout", wishes.layout, "layout of the shared block")
         ->check(CLI::IsMember({"native", "64"}))
@@ -314,7 +72,7 @@ void add_block_options(CLI::App *call, Wishes &wishes)
         ->type_name("BYTES");
 }
 
-void add_call_options(CLI::App *call, Wishes &wishes)
+void add_call_options(CLI::App *call, CallWishes &wishes)
 {
     call->add_flag("--json", wishes.json, "shows one JSON object");
     call->add_flag("--raw", wishes.raw, "sends the arguments as written, unchecked");
@@ -341,7 +99,7 @@ void add_call_options(CLI::App *call, Wishes &wishes)
 
 void add_call_command(CLI::App &app, int &exit_status)
 {
-    const auto wishes = std::make_shared<Wishes>();
+    const auto wishes = std::make_shared<CallWishes>();
     CLI::App *call = app.add_subcommand("call", description);
     call->formatter(std::make_shared<CallHelp>());
     // Arguments are taken as they stand: to the command-line library, brackets and minus signs have meanings of their

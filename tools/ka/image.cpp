@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <gelf.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 Image::Image(const std::string &path)
@@ -29,6 +30,9 @@ std::string Image::open_file(const std::string &path)
     // Neither a pipe nor a device makes this wait.
     fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd_ < 0) return errno == ENOENT ? "no such file" : std::strerror(errno);
+    struct stat status {};
+    fstat(fd_, &status);
+    if (!S_ISREG(status.st_mode)) return S_ISDIR(status.st_mode) ? "a directory" : "not a regular file";
     elf_ = elf_begin(fd_, ELF_C_READ, nullptr);
     if (elf_ == nullptr || elf_kind(elf_) != ELF_K_ELF) return "not an ELF file";
     GElf_Ehdr header;

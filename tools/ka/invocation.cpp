@@ -71,7 +71,7 @@ static const char *retry_text(int32_t retry)
 
 std::string error_members(const std::string &function, const ka_error &error)
 {
-    return "\"function\":" + name_json(function) +
-           ",\"error\":{\"class\":" + name_json(ka_error_name(error.error_class)) +
-           ",\"text\":" + name_json(error.text) + ",\"retry\":\"" + retry_text(error.retry) + "\"}";
+    return "\"error\":" + name_json(ka_error_name(error.error_class)) +
+           ",\"error_class\":" + std::to_string(error.error_class) + ",\"text\":" + name_json(error.text) +
+           ",\"retry\":\"" + retry_text(error.retry) + "\",\"function\":" + name_json(function);
 }

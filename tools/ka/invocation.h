@@ -36,7 +36,7 @@ std::string outcome_text(const Outcome &outcome);
 // Members of a JSON object: "function", "return_code", "results", "milliseconds".
 std::string outcome_members(const std::string &function, const Outcome &outcome);
 
-// Likewise: "function", "error" with class, text and retry.
+// Likewise: those members of a report (ka_report_json) that tell what the error is.
 std::string error_members(const std::string &function, const ka_error &error);
 
 // A time in milliseconds as JSON has it.

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "exit_status.h"
+#include "interruption.h"
 #include "ka/dll_block.h"
 #include "prototypes.h"
 #include "results.h"
@@ -24,12 +25,13 @@ namespace {
 struct Wishes {
     std::string module;
     std::string function;
+    bool start = false;
     bool json = false;
 };
 
 constexpr const char *description = R"(Lists the functions of a module, with the names and kinds of their arguments.
 
-The module's file is read, not run.)";
+The module's file is read, not run. A module that fills its tables when it starts can be listed with --start.)";
 
 constexpr const char *examples = R"(Examples:
   ka list ./adder
@@ -55,12 +57,20 @@ std::string least_text(const Prototype &prototype)
     return least > 0 ? std::to_string(least) : "";
 }
 
+std::string takes_text(const Function &function, const Prototype &prototype)
+{
+    const auto position = static_cast<size_t>(&prototype - function.prototypes.data());
+    if (position >= used_prototypes(function)) return "nothing: it stands behind a VarArg";
+    return is_kind(prototype.type) ? taken_by(prototype) : "nothing: there is no such kind";
+}
+
 std::vector<Row> rows_of(const Function &function, bool is_hidden)
 {
     std::vector<Row> rows;
     for (const Prototype &prototype : function.prototypes) {
-        const std::string takes = is_kind(prototype.type) ? taken_by(prototype) : "nothing: there is no such kind";
-        rows.push_back({"", printable(prototype.name), kind_name(prototype.type), takes, least_text(prototype)});
+        const std::string takes = takes_text(function, prototype);
+        const std::string name = prototype.name.empty() ? "(unnamed)" : printable(prototype.name);
+        rows.push_back({"", name, kind_name(prototype.type), takes, least_text(prototype)});
     }
     if (rows.empty()) rows.push_back({"", "-", "", "", ""});
     rows[0][0] = printable(function.name);
@@ -74,13 +84,13 @@ size_t width_of(const std::string &text)
     return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
 }
 
-// The columns of a remark are not counted.
+// A remark, which has no kind, is not counted.
 std::array<size_t, columns> widths_of(const std::vector<Row> &rows)
 {
     std::array<size_t, columns> widths{};
     for (const Row &row : rows)
         for (size_t i = 0; i < columns; i++)
-            if (!row[1].starts_with('(')) widths[i] = std::max(widths[i], width_of(row[i]));
+            if (!row[2].empty()) widths[i] = std::max(widths[i], width_of(row[i]));
     return widths;
 }
 
@@ -98,11 +108,11 @@ std::string line_of(const Row &row, const std::array<size_t, columns> &widths, P
 
 // ---- The command -----------------------------------------------------------------------------------------------
 
-std::string prototype_json(const Prototype &prototype)
+std::string prototype_json(const Function &function, const Prototype &prototype)
 {
     const std::string least = least_text(prototype);
     return "{\"name\":" + name_json(prototype.name) + ",\"kind\":" + name_json(kind_name(prototype.type)) +
-           ",\"takes\":" + name_json(is_kind(prototype.type) ? taken_by(prototype) : "nothing") +
+           ",\"takes\":" + name_json(takes_text(function, prototype)) +
            (least.empty() ? "" : ",\"least_elements\":" + least) + "}";
 }
 
@@ -118,16 +128,37 @@ int show(const Wishes &wishes, const std::vector<Function> &functions)
     return std::cout ? EXIT_DONE : complain(EXIT_USAGE, "the results could not be written");
 }
 
-int run_list(const Wishes &wishes)
+int show_wanted(const Wishes &wishes, const std::vector<Function> &functions)
 {
-    const Tables tables = read_tables(wishes.module);
-    if (!tables.missing.empty()) return complain(EXIT_NOT_STARTED, wishes.module + ": " + tables.missing);
-    if (wishes.function.empty()) return show(wishes, tables.functions);
+    if (wishes.function.empty()) return show(wishes, functions);
     try {
-        return show(wishes, {find_function(tables.functions, wishes.function)});
+        return show(wishes, {find_function(functions, wishes.function)});
     } catch (const Refused &refused) {
         return complain(EXIT_REFUSED, refused.what());
     }
+}
+
+int list_file(const Wishes &wishes)
+{
+    const Tables tables = read_tables(wishes.module);
+    if (tables.missing.empty()) return show_wanted(wishes, tables.functions);
+    const std::string remedy = tables.missing.ends_with("starts") ? "; --start reads it then" : "";
+    return complain(EXIT_NOT_STARTED, wishes.module + ": " + tables.missing + remedy);
+}
+
+int list_host(const Wishes &wishes)
+{
+    ka_options options;
+    ka_options_init(&options, sizeof options);
+    options.cancel_fd = interruption_descriptor();
+    ka_host *host = nullptr;
+    const ka_tables *tables = nullptr;
+    if (ka_open(&host, wishes.module.c_str(), &options) == KA_DONE) tables = ka_host_tables(host);
+    const ka_error *error = ka_last_error(host);
+    const int status = tables != nullptr ? show_wanted(wishes, functions_of(*tables))
+                                         : complain(exit_status_of(error->error_class), error->text);
+    ka_close(host);
+    return status;
 }
 
 } // namespace
@@ -153,7 +184,7 @@ std::string functions_json(const std::vector<Function> &functions)
     for (const Function &function : functions) {
         std::string arguments;
         for (const Prototype &prototype : function.prototypes)
-            arguments += (arguments.empty() ? "" : ",") + prototype_json(prototype);
+            arguments += (arguments.empty() ? "" : ",") + prototype_json(function, prototype);
         list += (list.empty() ? "" : ",") + ("{\"name\":" + name_json(function.name));
         list += ",\"arguments\":[" + arguments + "]}";
     }
@@ -168,6 +199,7 @@ void add_list_command(CLI::App &app, int &exit_status)
     list->footer(std::string(examples) + "\n" + exit_status_help());
     list->add_option("MODULE", wishes->module, "path of the module")->required()->type_name("");
     list->add_option("FUNCTION", wishes->function, "only this function")->type_name("");
+    list->add_flag("--start", wishes->start, "starts the module, and reads the tables that it has then");
     list->add_flag("--json", wishes->json, "shows one JSON object");
-    list->callback([wishes, &exit_status] { exit_status = run_list(*wishes); });
+    list->callback([wishes, &exit_status] { exit_status = wishes->start ? list_host(*wishes) : list_file(*wishes); });
 }

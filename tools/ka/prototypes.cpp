@@ -72,7 +72,7 @@ std::string taken_by(const Prototype &prototype)
     if (prototype.type == KA_VARARG) return "anything";
     const KindRow &row = row_of(prototype.type);
     std::string text = row.integers ? row.reals ? "INTEGER or REAL" : "INTEGER" : row.reals ? "REAL" : "STRING";
-    return row.changes ? text + " by reference" : text;
+    return text + (row.changes ? " by reference" : " by value");
 }
 
 // ---- The function that is meant --------------------------------------------------------------------------------
@@ -134,9 +134,6 @@ const Function &find_function(const std::vector<Function> &functions, const std:
 
 // ---- Arguments -------------------------------------------------------------------------------------------------
 
-namespace {
-
-// Prototypes up to the first VarArg: those behind it are never used.
 size_t used_prototypes(const Function &function)
 {
     const auto is_vararg = [](const Prototype &prototype) { return prototype.type == KA_VARARG; };
@@ -144,6 +141,8 @@ size_t used_prototypes(const Function &function)
     const auto used = static_cast<size_t>(vararg - function.prototypes.begin());
     return vararg == function.prototypes.end() ? used : used + 1;
 }
+
+namespace {
 
 bool ends_with_vararg(const Function &function)
 {

@@ -40,6 +40,9 @@ const Function &find_function(const std::vector<Function> &functions, const std:
 // than the function takes.
 const Prototype *prototype_at(const Function &function, size_t position);
 
+// How many of the prototypes count: those behind a VarArg are never used.
+size_t used_prototypes(const Function &function);
+
 // "a, b, sum"
 std::string argument_list(const Function &function);
 

@@ -83,3 +83,19 @@ Tables read_tables(const std::string &module)
     }
     return tables;
 }
+
+std::vector<Function> functions_of(const ka_tables &tables)
+{
+    std::vector<Function> functions;
+    for (int32_t i = 0; i < tables.function_count; i++) {
+        const ka_function &own = tables.functions[i];
+        Function function{own.name != nullptr ? own.name : "", {}};
+        for (int32_t k = 0; k < own.prototype_count && k < DLL_MAX_ARGS; k++) {
+            const ka_prototype &prototype = own.prototypes[k];
+            const char *name = prototype.name != nullptr ? prototype.name : "";
+            function.prototypes.push_back({name, prototype.kind, prototype.element_count});
+        }
+        functions.push_back(std::move(function));
+    }
+    return functions;
+}

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 //
-// The tables of a module, read from its file without running it: functions and their prototypes.
+// The tables of a module: functions and their prototypes. Read from its file without running it, or from a host.
 #ifndef KA_TOOL_TABLES_H
 #define KA_TOOL_TABLES_H
 
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "ka/caller.h"
 
 struct Prototype {
     std::string name;
@@ -25,5 +27,8 @@ struct Tables {
 };
 
 Tables read_tables(const std::string &module);
+
+// The tables of a running host, as its library gives them.
+std::vector<Function> functions_of(const ka_tables &tables);
 
 #endif
