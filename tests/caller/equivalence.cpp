@@ -4,6 +4,7 @@
 // and unsound, and random calls, each made checked and unchecked.
 #include "caller/hosts.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <random>
@@ -106,7 +107,7 @@ RandomCall random_call(Dice &dice, const RandomTables &tables)
     const RandomFunction &function =
         tables.functions[static_cast<size_t>(dice.below(static_cast<int32_t>(tables.functions.size())))];
     RandomCall call = {function.name, {}};
-    int32_t count = function.count + (dice.percent(25) ? dice.below(4) - 1 : 0);
+    int32_t count = std::max(function.count, 0) + (dice.percent(25) ? dice.below(4) - 1 : 0);
     if (dice.percent(3)) count = 50;
     for (int32_t i = 0; i < count && i < 50; i++) {
         const auto at = static_cast<size_t>(function.first + i);
