@@ -169,7 +169,7 @@ bool take_signal(const siginfo_t *info)
     const pid_t own_thread = gettid();
     for (t_LISTENER *one = listeners; one; one = one->next)
         rouse(one, info->si_pid, own_thread);
-    return is_host(info->si_pid);
+    return info->si_code == SI_USER && is_host(info->si_pid); /* a timer's signal has something else in that place */
 }
 
 /* ---- Listening ------------------------------------------------------------------------------------------------- */

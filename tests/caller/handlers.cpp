@@ -8,6 +8,7 @@
 #include <cstring>
 #include <poll.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -183,6 +184,20 @@ TEST_F(Handlers, one_from_before_gets_every_foreign_signal_with_its_value)
     EXPECT_EQ(seen.out_of_order, 0);
     EXPECT_EQ(seen.last_sender, sender.pid());
     EXPECT_EQ(seen.mask_missing, 0);
+}
+
+// What stands in the place of the sender's number in the signal of a timer can be the number of a host.
+TEST_F(Handlers, one_from_before_gets_signals_that_no_process_has_sent)
+{
+    set(detailed_action());
+    Host host(adding_one);
+    const int before = seen.count;
+    siginfo_t info = {};
+    info.si_code = SI_TIMER;
+    info.si_pid = ka_pid(host);
+    EXPECT_EQ(syscall(SYS_rt_sigqueueinfo, getpid(), SIGUSR2, &info), 0);
+    EXPECT_EQ(seen.count, before + 1);
+    call_many(host, 10);
 }
 
 TEST_F(Handlers, one_from_before_gets_them_while_threads_call)
