@@ -79,6 +79,8 @@ static int32_t take_options(ka_host *host, const ka_options *options)
         return fail(host, KA_ARGUMENT, "a deadline of %d ms", host->options.deadline_ms);
     if (host->options.checking != KA_CHECKED && host->options.checking != KA_RAW)
         return fail(host, KA_ARGUMENT, "there is no checking %d", host->options.checking);
+    if (host->options.cancel_fd >= 0 && fcntl(host->options.cancel_fd, F_GETFD) == -1)
+        return fail(host, KA_ARGUMENT, "cancel_fd %d is not open", host->options.cancel_fd);
     if (host->options.grace_ms < 0) return fail(host, KA_ARGUMENT, "a grace time of %d ms", host->options.grace_ms);
     if (check_restart(host) != KA_DONE) return KA_ARGUMENT;
     return take_error_output(host);

@@ -77,6 +77,7 @@ TEST(Options, bad_values_are_named)
     EXPECT_EQ(refusal([](ka_options &o) { o.layout = 32; }), "there is no layout 32");
     EXPECT_EQ(refusal([](ka_options &o) { o.deadline_ms = 0; }), "a deadline of 0 ms");
     EXPECT_EQ(refusal([](ka_options &o) { o.grace_ms = -1; }), "a grace time of -1 ms");
+    EXPECT_EQ(refusal([](ka_options &o) { o.cancel_fd = 12345; }), "cancel_fd 12345 is not open");
     EXPECT_EQ(refusal([](ka_options &o) { o.scratch_bytes = -1; }), "a scratch area of -1 bytes");
     EXPECT_EQ(refusal([](ka_options &o) { o.segment_bytes = -5; }),
               "a segment of -5 bytes has no room for the block and a scratch area of 65536 bytes");
