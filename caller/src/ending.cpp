@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "doorbell.h"
+#include "forked.h"
 
 /* Exit statuses of a host that could not start: its own, and the loader's. */
 enum { HOST_REFUSED = 2, LOADER_REFUSED = 127 };
@@ -161,6 +162,7 @@ int32_t ka_close(ka_host *host)
 {
     if (!host) return KA_DONE;
     if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a host cannot be closed inside its call-back");
+    leave_host(host);
     end_host(host);
     free_remains(&host->remains);
     close_fd(&host->error_fd);

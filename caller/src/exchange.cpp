@@ -166,6 +166,13 @@ static int32_t fail_ring(ka_host *host, int error)
     return lose_host(host);
 }
 
+static int32_t fail_out_of_turn(ka_host *host)
+{
+    if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
+    if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a call inside a call-back of the same host");
+    return fail(host, KA_ARGUMENT, "ka_call without ka_begin");
+}
+
 static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
 {
     int32_t known = random_word(host);
@@ -181,6 +188,7 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
         }
         host->in_callback = true;
         known = answer(host, reply.value);
+        if (host->state != STATE_CALLING) return fail_out_of_turn(host); /* the child of a fork in the call-back */
         if (now_ns() >= deadline) return fail_exchange(host, EVENT_LATE);
     }
 }
@@ -194,13 +202,6 @@ static int32_t look_before_call(ka_host *host, int64_t deadline)
     if (woken & WOKEN_BY_DEATH) fail_dead(host, host->answered ? "between calls" : "before its first call");
     if (host->pid_fd != -1) return KA_DONE;
     return can_restart(host) ? start_again(host, deadline) : host->error.error_class;
-}
-
-static int32_t fail_out_of_turn(ka_host *host)
-{
-    if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
-    if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a call inside a call-back of the same host");
-    return fail(host, KA_ARGUMENT, "ka_call without ka_begin");
 }
 
 int32_t ka_call(ka_host *host, int32_t *return_code)

@@ -68,6 +68,12 @@ struct t_REMAINS {
     int32_t output_length;
 };
 
+/* Of a start that is under way; -1 otherwise. */
+struct t_PIPES {
+    int go[2];     /* the host's argument goes to the child when the segment is safe */
+    int report[2]; /* errno comes back when the module cannot be executed; closed by a successful exec */
+};
+
 struct t_INSPECTION;
 struct t_RING;
 struct t_LISTENER;
@@ -80,6 +86,10 @@ struct ka_host {
     ka_options options;
     char *module;
     t_STATE state;
+
+    ka_host *next;  /* of all hosts of this process; see forked.cpp */
+    ka_host **link; /* what points to this one */
+    t_PIPES pipes;
 
     pid_t caller;          /* this process */
     pid_t doorbell_thread; /* KA_WAIT_FAST: in which SIGUSR2 is blocked for this host; 0 for none */

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "doorbell.h"
+#include "forked.h"
 
 static constexpr ka_options default_options = {
     .size = sizeof(ka_options),
@@ -132,9 +133,11 @@ int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
     if (!host) return KA_SYSTEM;
     clear_error(host);
     host->pid_fd = host->doorbell_fd = host->status_fd = host->error_fd = -1;
+    host->pipes = {{-1, -1}, {-1, -1}};
     seed_random(host);
     host->module = strdup(module);
-    if (!host->module) {
+    if (!host->module || enter_host(host) != 0) {
+        free(host->module);
         free(host);
         *result = nullptr;
         return KA_SYSTEM;

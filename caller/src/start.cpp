@@ -4,14 +4,15 @@
  * SIGUSR2 blocked, so a call that is sent before the host waits for one stays pending until it does.
  *
  * The child is there before the segment, and guards it: the caller creates the segment, marks it for removal, and
- * then sends the child the word to go on. When the caller is killed before that, the child finds the pipe at its end
- * and removes what was created; when the child is killed, the caller goes on to mark the segment. */
+ * then sends the child the word to go on. When the caller is killed before that, the child removes what was created;
+ * when the child is killed, the caller goes on to mark the segment. */
 #include "host.h"
 #include "inspect.h"
 #include "ring.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <stdio.h>
@@ -21,6 +22,7 @@
 #include <unistd.h>
 
 #include "attendant.h"
+#include "forked.h"
 #include "listener.h"
 
 enum { ARGUMENT_SIZE = 32 }; /* segment identifier and layout, zero-terminated */
@@ -28,9 +30,8 @@ enum { ARGUMENT_SIZE = 32 }; /* segment identifier and layout, zero-terminated *
 struct t_LAUNCH {
     const char *module;
     pid_t parent;
-    int go[2];     /* pipe: the host's argument goes to the child when the segment is safe */
-    int error_fd;  /* becomes its standard error, unless it is -1 */
-    int report[2]; /* pipe: errno comes back when the module cannot be executed; closed by a successful exec */
+    const t_PIPES *pipes;
+    int error_fd; /* becomes its standard error, unless it is -1 */
 };
 
 /* ---- In the child, where only async-signal-safe functions may be called ---------------------------------------- */
@@ -54,15 +55,38 @@ static void reset_signals(void)
     sigprocmask(SIG_SETMASK, &set, nullptr);
 }
 
+static void await_any(struct pollfd *fds, nfds_t count)
+{
+    while (poll(fds, count, -1) == -1 && errno == EINTR)
+        ;
+}
+
+/* Reads the host's argument, or ends with what the caller has left. The end of the pipe is no sign that the caller
+   dies: children of other starts, born meanwhile, hold copies of it, and wait as this one does. So the caller is
+   watched as well. And a caller that dies closes the pipe before it is dead; one that lives always sends a word, and
+   looks after its segments itself. */
+static void await_argument(const t_LAUNCH *launch, char argument[ARGUMENT_SIZE])
+{
+    const int parent_fd = static_cast<int>(syscall(SYS_pidfd_open, launch->parent, 0));
+    struct pollfd fds[] = {{parent_fd, POLLIN, 0}, {launch->pipes->go[0], POLLIN, 0}};
+    if (getppid() == launch->parent) {
+        await_any(fds, 2);
+        if (fds[1].revents & POLLIN) {
+            if (read(launch->pipes->go[0], argument, ARGUMENT_SIZE) == ARGUMENT_SIZE) return;
+            _exit(127);
+        }
+        if (parent_fd != -1) await_any(fds, 1);
+    }
+    remove_abandoned_segments(launch->parent);
+    _exit(127);
+}
+
 __attribute__((noreturn)) static void become_host(const t_LAUNCH *launch)
 {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
-    close(launch->go[1]);
+    close(launch->pipes->go[1]);
     char argument[ARGUMENT_SIZE];
-    if (read(launch->go[0], argument, sizeof argument) != sizeof argument) {
-        remove_abandoned_segments(launch->parent);
-        _exit(127);
-    }
+    await_argument(launch, argument);
     /* A parent that died before the first line sends no signal any more. */
     if (getppid() != launch->parent) _exit(127);
     reset_signals();
@@ -70,7 +94,7 @@ __attribute__((noreturn)) static void become_host(const t_LAUNCH *launch)
     char *const arguments[] = {const_cast<char *>(launch->module), argument, nullptr};
     execve(launch->module, arguments, environ);
     const int error = errno;
-    if (write(launch->report[1], &error, sizeof error) != sizeof error) _exit(126);
+    if (write(launch->pipes->report[1], &error, sizeof error) != sizeof error) _exit(126);
     _exit(127);
 }
 
@@ -159,32 +183,37 @@ static int32_t await_exec(ka_host *host, int report_fd, int64_t deadline)
 
 /* The child reads until the last writing end is closed, and must not find its reading end the only one when the
    caller writes: that would raise SIGPIPE. So this end stays open until the word is sent. */
-static int32_t send_argument(ka_host *host, const t_LAUNCH *launch)
+static int32_t send_argument(ka_host *host)
 {
     char argument[ARGUMENT_SIZE] = {};
     snprintf(argument, sizeof argument, host->options.layout == KA_LAYOUT_64 ? "%d:64" : "%d", host->segment_id);
-    if (write(launch->go[1], argument, sizeof argument) != sizeof argument)
+    if (write(host->pipes.go[1], argument, sizeof argument) != sizeof argument)
         return fail_system(host, errno, "cannot write to a pipe");
     return KA_DONE;
 }
 
-static int32_t start_child(ka_host *host, t_LAUNCH *launch, int64_t deadline)
+/* Without the argument the child ends. */
+static void send_refusal(const ka_host *host)
+{
+    if (write(host->pipes.go[1], "", 1) != 1) return; /* it was never born */
+}
+
+static int32_t start_child(ka_host *host, const t_LAUNCH *launch, int64_t deadline)
 {
     const int error = launch_from_lasting_thread(host, launch);
     if (error != 0) return fail_system(host, error, "cannot create a process");
     if (!host->base && create_segment(host) != KA_DONE) return host->error.error_class;
     write_header(host);
     start_inspection(host);
-    if (send_argument(host, launch) != KA_DONE) return host->error.error_class;
-    close_fd(&launch->report[1]); /* the child's is the last */
-    return await_exec(host, launch->report[0], deadline);
+    if (send_argument(host) != KA_DONE) return host->error.error_class;
+    close_pipe_end(&host->pipes.report[1]); /* the child's is the last */
+    return await_exec(host, host->pipes.report[0], deadline);
 }
 
 static int32_t start_with_pipes(ka_host *host, t_LAUNCH *launch, int64_t deadline)
 {
-    int error = 0;
-    if (pipe2(launch->go, O_CLOEXEC) != 0 || pipe2(launch->report, O_CLOEXEC) != 0)
-        return fail_system(host, errno, "cannot create a pipe");
+    int error = open_pipes(host);
+    if (error != 0) return fail_system(host, error, "cannot create a pipe");
     if (host->options.error_output != KA_STDERR_RING) {
         launch->error_fd = host->error_fd;
         return start_child(host, launch, deadline);
@@ -198,11 +227,9 @@ static int32_t start_with_pipes(ka_host *host, t_LAUNCH *launch, int64_t deadlin
 
 int32_t start_process(ka_host *host, int64_t deadline)
 {
-    t_LAUNCH launch = {host->module, getpid(), {-1, -1}, -1, {-1, -1}};
+    t_LAUNCH launch = {host->module, getpid(), &host->pipes, -1};
     const int32_t result = start_with_pipes(host, &launch, deadline);
-    close_fd(&launch.go[0]);
-    close_fd(&launch.go[1]);
-    close_fd(&launch.report[0]);
-    close_fd(&launch.report[1]);
+    if (result != KA_DONE) send_refusal(host);
+    close_pipes(host);
     return result;
 }

@@ -13,6 +13,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include "caller/waiting.h"
+
 TEST(Leftovers, many_hosts_in_a_row_leave_no_process_segment_or_descriptor)
 {
     {
@@ -172,6 +174,38 @@ TEST(CallerDeath, at_random_moments_of_a_start_leaves_no_host_and_no_segment)
         kill(caller, SIGKILL);
         EXPECT_EQ(waitpid(caller, nullptr, 0), caller);
         await_children();
+        ASSERT_TRUE(segments_of_creator_vanish(caller));
+    }
+}
+
+static bool no_child_is_left()
+{
+    while (waitpid(-1, nullptr, WNOHANG) > 0)
+        ;
+    return errno == ECHILD;
+}
+
+// Their children are born while others wait, and hold copies of what the others wait for.
+TEST(CallerDeath, in_starts_of_many_threads_leaves_no_host)
+{
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    for (int round = 0; round < 100; round++) {
+        const pid_t caller = fork();
+        if (caller == 0) {
+            std::vector<std::thread> threads;
+            for (int i = 0; i < 8; i++)
+                threads.emplace_back([] {
+                    for (;;) {
+                        ka_host *host;
+                        ka_open(&host, tasks_module.c_str(), nullptr);
+                        ka_close(host);
+                    }
+                });
+            pause();
+        }
+        usleep(static_cast<useconds_t>(2000 + round * 211));
+        kill(caller, SIGKILL);
+        ASSERT_TRUE(becomes_true(no_child_is_left)) << "in round " << round;
         ASSERT_TRUE(segments_of_creator_vanish(caller));
     }
 }

@@ -21,7 +21,8 @@
  *  - Arguments are counted from 1, elements from 0. Lengths and sizes are bytes. Pointers must not be null unless it
  *    is said; the data they point to is copied before the function returns.
  *  - A host is used by one thread at a time, not always the same; different hosts by different threads at the same
- *    time. A child that the program forks must not use its parent's hosts, and may open its own.
+ *    time. In a child that the program forks, the hosts of its parent have ended: it may close them, which does not
+ *    touch the parent's, and open its own.
  *  - A call is checked against the module's tables before it is sent (KA_REFUSED), so the return code is the
  *    function's own. Two codes can still be the host's: 2, no memory for the arguments, and -1, a value that the
  *    function left in its arguments could not be given back. See ka_options.checking.
@@ -54,7 +55,7 @@ enum {
     KA_DIED = 3,     /* the host ended by itself, or was killed */
     KA_DEADLINE = 4, /* no answer in time; the host was ended */
     KA_TOO_BIG = 5,  /* the call does not fit the segment; needed_bytes says what would */
-    KA_CLOSED = 6,   /* the host has ended earlier */
+    KA_CLOSED = 6,   /* the host has ended earlier, or belongs to the parent process */
     KA_SYSTEM = 7,   /* the system refused something; sys_errno says why */
     KA_ARGUMENT = 8, /* a bad argument, or a function out of turn */
     KA_CANCELLED = 9 /* cancel_fd became readable; the host was ended */
