@@ -58,7 +58,9 @@ static void write_argument(t_WRITER *writer, const ka_host *host, int32_t argume
     const ka_prototype *prototype = prototype_of(host, argument);
     begin_line(writer, argument == 1 ? "arguments" : "");
     write_text(writer, "%d", argument);
-    if (prototype && prototype->name) write_text(writer, " %s", prototype->name);
+    char name[SHOWN_NAME] = "";
+    if (prototype) show_name(name, prototype->name);
+    if (name[0] != '\0') write_text(writer, " %s", name);
     write_bytes(writer, " = ", 3);
     write_elements(writer, host, slot);
     if (slot->passing == KA_BY_REFERENCE) write_text(writer, ", by reference");

@@ -130,6 +130,15 @@ TEST_P(Report, names_arguments_by_their_prototypes)
         << text;
 }
 
+TEST_P(Report, shows_no_control_characters_of_a_module)
+{
+    Host host(layout());
+    ka_begin(host, "die_oddly");
+    ka_add_integer(host, 1, KA_BY_VALUE);
+    EXPECT_EQ(call_fails(host), KA_DIED);
+    EXPECT_NE(report_text(host).find("\n  arguments  1 odd?[31m?name = 1\n"), std::string::npos) << report_text(host);
+}
+
 TEST_P(Report, of_a_raw_call_knows_no_names)
 {
     Host host([this](ka_options &options) {
