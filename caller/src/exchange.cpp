@@ -89,8 +89,10 @@ static bool can_be_of_a_foreign_signal(int32_t code)
     return code == KA_WRONG_COUNT || code == KA_WRONG_TYPE;
 }
 
-static t_REPLY judge(ka_host *host)
+/* Without a signal a changed block is no reply yet: a module can have written there. */
+static t_REPLY judge(ka_host *host, bool replied)
 {
+    if (!replied) return judge_by_rest(host);
     const int32_t value = load32(host, host->layout->cbval);
     if (value != host->mark) return {EVENT_CALLBACK, value};
     const int32_t code = load32(host, host->layout->retcode);
@@ -114,12 +116,13 @@ static t_REPLY await_reply(ka_host *host, int64_t deadline)
         const int64_t look_again = now_ns() + pause;
         const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
         if (woken & WOKEN_BY_CANCEL) return {EVENT_CANCELLED, 0};
-        const t_REPLY reply = judge(host);
+        const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !signalled;
+        signalled |= first_signal;
+        const t_REPLY reply = judge(host, signalled || (woken & WOKEN_BY_DEATH));
         if ((woken & WOKEN_BY_DEATH) && reply.event != EVENT_RETURNED) return {EVENT_DIED, 0};
         if (reply.event != EVENT_NONE) return reply;
         if (now_ns() >= deadline) return {EVENT_LATE, 0};
-        pause = (woken & WOKEN_BY_SIGNAL) && !signalled ? 0 : lengthened(pause);
-        signalled |= (woken & WOKEN_BY_SIGNAL) != 0;
+        pause = first_signal ? 0 : lengthened(pause);
     }
 }
 

@@ -14,6 +14,9 @@
  *     the function (which may sleep) or already in its next wait.
  *  3. The mask is that of a wait, and no signal is pending. The function runs with SIGUSR2 blocked, so the host is in
  *     its next wait, and the mask says which.
+ * A module that makes its process ignore SIGUSR2 spoils the first: the signal is dropped, not taken. Such a host is
+ * never seen at rest.
+ *
  * The kernel writes the process state before the signal sets, and the sets together under one lock; so one text of
  * /proc/PID/status can serve as 2 and 3, but 1 needs one of its own before. */
 #include "host.h"
@@ -37,6 +40,7 @@ enum { STATUS_BYTES = 8192 };
 struct t_LOOK {
     bool asleep;
     bool pending;
+    bool caught; /* SIGUSR2 has a handler */
     uint64_t blocked;
 };
 
@@ -63,9 +67,11 @@ static bool look(const ka_host *host, t_LOOK *result)
     const char *own = field(status, "\nSigPnd:\t");
     const char *shared = field(status, "\nShdPnd:\t");
     const char *blocked = field(status, "\nSigBlk:\t");
-    if (!state || !own || !shared || !blocked) return false;
+    const char *caught = field(status, "\nSigCgt:\t");
+    if (!state || !own || !shared || !blocked || !caught) return false;
     result->asleep = *state == 'S';
     result->pending = ((strtoull(own, nullptr, 16) | strtoull(shared, nullptr, 16)) & bit(SIGUSR2)) != 0;
+    result->caught = (strtoull(caught, nullptr, 16) & bit(SIGUSR2)) != 0;
     result->blocked = strtoull(blocked, nullptr, 16);
     return true;
 }
@@ -89,7 +95,7 @@ t_REST look_for_rest(ka_host *host)
     if (!look(host, &seen)) return REST_UNKNOWABLE;
     if (host->progress.taken && seen.asleep) host->progress.asleep = true;
     if (!seen.pending) host->progress.taken = true;
-    if (!host->progress.asleep || seen.pending) return NOT_AT_REST;
+    if (!host->progress.asleep || seen.pending || !seen.caught) return NOT_AT_REST;
     if (seen.blocked == waiting_idle) return AT_REST_IDLE;
     if (seen.blocked == waiting_in_callback) return AT_REST_IN_CALLBACK;
     return NOT_AT_REST;

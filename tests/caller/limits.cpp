@@ -231,3 +231,23 @@ TEST_P(CallLimits, header_that_was_scribbled_over_is_whole_again_at_the_next_cal
     EXPECT_EQ(call(host), 0);
     EXPECT_EQ(call_with(host, "give_code", 6), 6);
 }
+
+TEST_P(CallLimits, return_code_that_the_function_wrote_itself_is_none)
+{
+    Host host(layout());
+    for (int32_t i = 0; i < 3; i++) {
+        EXPECT_EQ(call_with(host, "pretend", offset_of_retcode()), 78);
+        EXPECT_EQ(call_with(host, "give_code", i), i);
+    }
+}
+
+TEST_P(CallLimits, host_that_was_made_to_ignore_calls_is_late)
+{
+    Host host(layout());
+    ka_begin(host, "ignore_calls");
+    EXPECT_EQ(call(host), 0);
+    ka_set_deadline(host, 300);
+    ka_begin(host, "give_code");
+    ka_add_integer(host, 6, KA_BY_VALUE);
+    EXPECT_EQ(call_fails(host), KA_DEADLINE);
+}

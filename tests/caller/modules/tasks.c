@@ -309,6 +309,25 @@ static int32_t spoil_and_die(void **argv)
     return 0;
 }
 
+/* Writes a return code into the block, at the offset in argument 1, long before it returns another. */
+static int32_t pretend(void **argv)
+{
+    int32_t code = 77;
+    int32_t ms = 100;
+    void *nap_argv[] = {&ms};
+    memcpy((char *)u_get_baseptr() + *(int32_t *)argv[0], &code, 4);
+    nap(nap_argv);
+    return 78;
+}
+
+/* From then on calls are dropped by the kernel. */
+static int32_t ignore_calls(void **argv)
+{
+    (void)argv;
+    signal(SIGUSR2, SIG_IGN);
+    return 0;
+}
+
 /* Takes anything, and dies. */
 static int32_t die_with(void **argv)
 {
@@ -339,6 +358,7 @@ t_DLL_PROTO KaArgList[] = {
     {"x", KA_REAL_BY_REFERENCE, 0}, {"text", KA_STRING, 0},                                       /* 26 */
     {"kinds", KA_INT_ARRAY, 1}, {"values", KA_INT_ARRAY, 1}, {"answers", KA_INT_ARRAY, 1},
     {"cbval", KA_INT_BY_VALUE, 0}, {"retcode", KA_INT_BY_VALUE, 0},                               /* 28 */
+    {"odd\033[31m\nname", KA_INT_BY_VALUE, 0},                                                     /* 33 */
 };
 
 t_DLL_FUNC KaFuncList[] = {
@@ -373,6 +393,9 @@ t_DLL_FUNC KaFuncList[] = {
     {"write_errors_later", 10, 1, NULL},
     {"cry_and_die", 6, 1, NULL},
     {"play", 28, 5, NULL},
+    {"pretend", 10, 1, NULL},
+    {"ignore_calls", 0, 0, NULL},
+    {"die_oddly", 33, 1, NULL},
     {NULL, 0, 0, NULL},
 };
 
@@ -409,6 +432,9 @@ static int32_t (*const functions[])(void **) = {
     write_errors_later,
     cry_and_die,
     play,
+    pretend,
+    ignore_calls,
+    die_with,
 };
 /* clang-format on */
 
