@@ -150,7 +150,7 @@ static void begin_anew_in_child(void)
 {
     if (open_hosts > 0 && way_of_waiting == KA_WAIT_SAFE) {
         forget_listeners();
-        remove_handler();
+        remove_handler_in_child();
     }
     if (hosts_held > 0) unblock_signal();
     hosts_held = 0;

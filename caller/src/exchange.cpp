@@ -9,14 +9,15 @@
  * state decides (rest.cpp).
  *
  * A signal makes the library look, and is never counted: replies and signals of others merge, and one that arrives
- * late finds the block unchanged, which again is left to the host's state.
+ * late finds the block unchanged, which again is left to the host's state. Nor does it prove anything that the host
+ * itself is the sender: it can be its late reply to a foreign signal. So a signal is never asked where it comes from.
  *
  * A SIGUSR2 that anyone else sends to a waiting host makes it do what the block says. Therefore argc, without which
  * there is no call, is written last and taken back at the end: such a signal then costs a refusal with
  * KA_WRONG_COUNT, or with KA_WRONG_TYPE when argc is taken back under the host's eyes. The refusal can fall into the
  * next call, before the host has seen its request; so these two codes are believed only when the host has taken the
- * request and is at rest. What remains: a foreign signal in the moment between argc and our own makes the host
- * perform the call twice. */
+ * request and is at rest. What remains: a foreign signal from the moment of argc to the end of the call makes the
+ * host perform the call twice, or go on from a call-back without its answer. */
 #include "host.h"
 
 #include <errno.h>

@@ -98,10 +98,20 @@ static bool take_pending(const sigset_t *set, siginfo_t *foreign)
     }
 }
 
-void remove_handler(void)
+static bool is_installed(void)
 {
     struct sigaction present;
-    if (sigaction(SIGUSR2, nullptr, &present) != 0 || !is_ours(&present)) return;
+    return sigaction(SIGUSR2, nullptr, &present) == 0 && is_ours(&present);
+}
+
+void remove_handler_in_child(void)
+{
+    if (is_installed()) sigaction(SIGUSR2, &earlier, nullptr);
+}
+
+void remove_handler(void)
+{
+    if (!is_installed()) return;
     sigset_t set;
     sigset_t before;
     siginfo_t foreign;

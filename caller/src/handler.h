@@ -11,4 +11,7 @@ int install_handler(void);
    first. */
 void remove_handler(void);
 
+/* The same in a child of fork: what is pending there was sent to the child, and stays. */
+void remove_handler_in_child(void);
+
 #endif

@@ -153,6 +153,29 @@ TEST(Threads, child_of_fork_opens_hosts_of_its_own)
     EXPECT_EQ(call_with(host, "give_code", 3), 3);
 }
 
+// Sent at once, it may come before the child has set its signals in order.
+TEST(Threads, child_of_fork_keeps_a_signal_that_is_meant_for_it)
+{
+    sigset_t set;
+    sigset_t before;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &set, &before);
+    const Host host;
+    for (int i = 0; i < 100; i++) {
+        const pid_t child = fork();
+        if (child == 0) {
+            const struct timespec ten_seconds = {10, 0};
+            _exit(sigtimedwait(&set, nullptr, &ten_seconds) == SIGUSR2 ? 0 : 1);
+        }
+        kill(child, SIGUSR2);
+        int status = 1;
+        waitpid(child, &status, 0);
+        ASSERT_EQ(status, 0);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
 TEST(Threads, fork_while_others_call_leaves_the_child_usable)
 {
     std::atomic<bool> ended{false};
