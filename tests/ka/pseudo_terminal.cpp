@@ -58,7 +58,6 @@ bool PseudoTerminal::shows(const std::string &text)
     size_t at;
     while ((at = output_.find(text, found_)) == std::string::npos)
         if (!read_more()) return false;
-    passed_ = output_.substr(found_, at - found_);
     found_ = at + text.size();
     return true;
 }

@@ -28,9 +28,6 @@ public:
     // Everything written so far.
     const std::string &output() const { return output_; }
 
-    // What stands between the text found last and the one before that.
-    const std::string &passed() const { return passed_; }
-
     pid_t pid() const { return pid_; }
 
 private:
@@ -40,7 +37,6 @@ private:
     int fd_;
     size_t found_ = 0;
     std::string output_;
-    std::string passed_;
 };
 
 #endif

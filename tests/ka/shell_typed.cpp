@@ -262,6 +262,8 @@ TEST_F(KaShell, a_crash_is_told_and_the_session_goes_on)
     const auto terminal = start();
     expect(*terminal, "add 2 40 0", "sum = 42\r\n");
     expect(*terminal, "die_by 11", "SIGSEGV");
+    EXPECT_NE(terminal->output().find("1 number = 11"), std::string::npos) << terminal->output();
+    EXPECT_NE(terminal->output().find("backtrace"), std::string::npos) << terminal->output();
     expect(*terminal, "give_code $sum", "return code 42\r\n");
     expect(*terminal, "leave 3", "3");
     expect(*terminal, "count_call", "return code 1\r\n");

@@ -57,42 +57,15 @@ struct CallHelp : CLI::Formatter {
     }
 };
 
-void add_block_options(CLI::App *call, CallWishes &wishes)
-{
-    call->add_option("--layout", wishes.layout, "layout of the shared block")
-        ->check(CLI::IsMember({"native", "64"}))
-        ->capture_default_str()
-        ->type_name("LAYOUT");
-    call->add_option("--segment", wishes.segment_bytes, "size of the shared segment; 0: as big as the call needs")
-        ->check(CLI::Range(0, INT32_MAX).description(""))
-        ->capture_default_str()
-        ->type_name("BYTES");
-    call->add_option("--scratch", wishes.scratch_bytes, "size of the scratch area at its end")
-        ->capture_default_str()
-        ->type_name("BYTES");
-}
-
 void add_call_options(CLI::App *call, CallWishes &wishes)
 {
     call->add_flag("--json", wishes.json, "shows one JSON object");
-    call->add_flag("--raw", wishes.raw, "sends the arguments as written, unchecked");
     call->add_option("--args", wishes.arguments_file, "reads the arguments from a JSON file; -: standard input")
         ->type_name("FILE");
-    call->add_option("--deadline", wishes.deadline_s, "seconds to wait for the answer")
-        ->check(CLI::Range(0.001, 2000000.0).description(""))
-        ->capture_default_str()
-        ->type_name("SECONDS");
-    call->add_option("--callback", wishes.callback,
-                     "answer to every call-back: const:N, or arithmetic over value with + - * / % and parentheses, "
-                     "in 32 bits that wrap around; 0 when it divides by zero")
-        ->capture_default_str()
-        ->type_name("RULE");
-    call->add_option("--trace", wishes.trace_level, "trace of the call on standard error: 1 to 4")
-        ->capture_default_str()
-        ->type_name("N");
     call->add_option("--repeat", wishes.repeat, "calls N times on one host, and tells the times")
         ->check(CLI::Range(1, 10000000).description(""))
         ->type_name("N");
+    add_host_options(call, wishes, "as big as the call needs");
 }
 
 } // namespace
@@ -109,7 +82,6 @@ void add_call_command(CLI::App &app, int &exit_status)
     call->add_option("MODULE", wishes->module, "path of the module")->required()->type_name("");
     call->add_option("FUNCTION", wishes->function, "name of the function")->required()->type_name("");
     add_call_options(call, *wishes);
-    add_block_options(call, *wishes);
     call->callback([wishes, call, &exit_status] {
         wishes->arguments = call->remaining();
         exit_status = run_call(*wishes);

@@ -8,12 +8,11 @@
 #include <poll.h>
 
 #include "backtrace.h"
-#include "callback.h"
 #include "command_words.h"
 #include "exit_status.h"
+#include "failure.h"
 #include "interruption.h"
 #include "invocation.h"
-#include "preparation.h"
 #include "repeat.h"
 #include "results.h"
 #include "terminal.h"
@@ -24,28 +23,10 @@ constexpr int32_t usual_segment_bytes = 1 << 20;
 
 // ---- The host --------------------------------------------------------------------------------------------------
 
-int32_t answer_callback(ka_host *, int32_t value, void *user)
-{
-    const Answer answer = answer_to(static_cast<const CallWishes *>(user)->callback, value);
-    std::cerr << "ka: call-back " << value << ", answered " << answer.value
-              << (answer.divides_by_zero ? ", since something is divided by zero\n" : "\n");
-    return answer.value;
-}
-
 ka_options options_of(CallWishes &wishes)
 {
-    ka_options options;
-    ka_options_init(&options, sizeof options);
-    options.layout = wishes.layout == "64" ? KA_LAYOUT_64 : KA_LAYOUT_NATIVE;
-    options.segment_bytes = wishes.segment_bytes != 0 ? wishes.segment_bytes : usual_segment_bytes;
-    options.scratch_bytes = wishes.scratch_bytes;
-    options.deadline_ms = static_cast<int32_t>(wishes.deadline_s * 1000);
-    options.cancel_fd = interruption_descriptor();
-    options.checking = wishes.raw ? KA_RAW : KA_CHECKED;
-    options.trace_level = wishes.trace_level;
+    ka_options options = host_options(wishes, usual_segment_bytes, interruption_descriptor());
     if (wishes.repeat == 0) options.inspector = backtrace_inspector(); // which costs time in every call
-    options.callback = answer_callback;
-    options.user = &wishes;
     return options;
 }
 
@@ -66,48 +47,23 @@ int show(const std::string &text, int status)
     return std::cout ? status : complain(EXIT_USAGE, "the results could not be written");
 }
 
-// What killed a host, or kept it busy, is worth more than a line; then there is a report of it, else none.
-const char *report_of(ka_host *host, const char *(*write)(ka_host *))
-{
-    const int32_t error_class = ka_last_error(host)->error_class;
-    return error_class == KA_DIED || error_class == KA_DEADLINE ? write(host) : nullptr;
-}
-
-std::string error_text(ka_host *host, const CallWishes &wishes)
-{
-    const ka_error &error = *ka_last_error(host);
-    const char *report = report_of(host, ka_report_text);
-    const bool can_help = error.error_class == KA_TOO_BIG && wishes.segment_bytes != 0;
-    std::string text = report != nullptr ? report : error.text;
-    while (text.ends_with('\n'))
-        text.pop_back();
-    return can_help ? text + " (--segment)" : text;
-}
-
-std::string error_json(ka_host *host, const CallWishes &wishes)
-{
-    const char *report = report_of(host, ka_report_json);
-    return report != nullptr ? report : "{" + error_members(wishes.function, *ka_last_error(host)) + "}";
-}
-
 int show_error(ka_host *host, const CallWishes &wishes)
 {
-    const int status = complain(exit_status_of(ka_last_error(host)->error_class), error_text(host, wishes));
-    return wishes.json ? show(error_json(host, wishes) + "\n", status) : status;
+    const ka_error &error = *ka_last_error(host);
+    const bool can_help = error.error_class == KA_TOO_BIG && wishes.segment_bytes != 0;
+    const int status = exit_status_of(error.error_class);
+    complain(static_cast<ExitStatus>(status), failure_text(host) + (can_help ? " (--segment)" : ""));
+    return wishes.json ? show(failure_json(host, wishes.function) + "\n", status) : status;
 }
 
 // What the tables refuse is refused before there is a host.
 int show_refusal(const CallWishes &wishes, const char *text)
 {
-    ka_error error{};
-    error.error_class = KA_REFUSED;
-    error.retry = KA_RETRY_NO;
-    std::string(text).copy(error.text, sizeof error.text - 1);
     const int status = complain(EXIT_REFUSED, text);
-    return wishes.json ? show("{" + error_members(wishes.function, error) + "}\n", status) : status;
+    return wishes.json ? show(refusal_json(wishes.function, text) + "\n", status) : status;
 }
 
-int show_outcome(const CallWishes &wishes, const Outcome &outcome, const Timing &timing)
+int show_outcome(const CallWishes &wishes, const CallOutcome &outcome, const Timing &timing)
 {
     const bool timed = wishes.repeat > 0;
     const int status = timing.nonzero_calls() == 0 ? EXIT_DONE : EXIT_NONZERO;
@@ -128,7 +84,7 @@ bool is_interrupted(int fd)
 }
 
 struct Calls {
-    Outcome last{};
+    CallOutcome last{};
     Timing timing; // of those that were answered
     bool interrupted = false;
 };
@@ -227,11 +183,7 @@ void unmark_words(CallWishes &wishes)
 
 void check_wishes(const CallWishes &wishes)
 {
-    try {
-        answer_to(wishes.callback, 0);
-    } catch (const Malformed &malformed) {
-        throw Malformed("--callback " + wishes.callback + ": " + malformed.what());
-    }
+    check_callback_rule("--callback", wishes.callback);
     if (!wishes.arguments_file.empty() && !wishes.arguments.empty())
         throw Malformed("arguments are given twice: with --args, and behind the function");
 }

@@ -57,12 +57,12 @@ void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &
     add_block_options(command, wishes, right_size);
 }
 
-void check_callback_rule(const std::string &rule)
+void check_callback_rule(const std::string &option, const std::string &rule)
 {
     try {
         answer_to(rule, 0);
     } catch (const Malformed &malformed) {
-        throw Malformed("call-back rule " + rule + ": " + malformed.what());
+        throw Malformed(option + " " + rule + ": " + malformed.what());
     }
 }
 

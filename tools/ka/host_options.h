@@ -26,8 +26,8 @@ struct HostWishes {
 // right_size says what a segment of 0 bytes stands for.
 void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &right_size);
 
-// Throws Malformed (literal.h).
-void check_callback_rule(const std::string &rule);
+// Throws Malformed (literal.h); option says where the rule was given.
+void check_callback_rule(const std::string &option, const std::string &rule);
 
 // wishes answers the call-backs, and must live as long as the host.
 ka_options host_options(HostWishes &wishes, int32_t right_size, int cancel_fd);

@@ -19,9 +19,9 @@ static std::vector<Result> read_results(ka_host *host, const Invocation &invocat
     return results;
 }
 
-Outcome invoke(ka_host *host, const Invocation &invocation)
+CallOutcome invoke(ka_host *host, const Invocation &invocation)
 {
-    Outcome outcome{};
+    CallOutcome outcome{};
     ka_begin(host, invocation.function.c_str());
     for (const Argument &argument : invocation.arguments)
         add_argument(host, argument);
@@ -40,7 +40,7 @@ std::string milliseconds_text(double milliseconds)
     return text;
 }
 
-std::string outcome_text(const Outcome &outcome)
+std::string outcome_text(const CallOutcome &outcome)
 {
     std::string text;
     for (const Result &result : outcome.results)
@@ -48,7 +48,7 @@ std::string outcome_text(const Outcome &outcome)
     return text + "return code " + std::to_string(outcome.code) + "\n";
 }
 
-std::string outcome_members(const std::string &function, const Outcome &outcome)
+std::string outcome_members(const std::string &function, const CallOutcome &outcome)
 {
     std::string results;
     for (const Result &result : outcome.results)

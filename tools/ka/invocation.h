@@ -21,20 +21,20 @@ struct Result {
     Argument value;
 };
 
-struct Outcome {
+struct CallOutcome {
     int32_t error_class; // KA_DONE; any other: the host's last error tells the rest, and what follows is empty
     int32_t code;
     double milliseconds; // from the request to the answer
     std::vector<Result> results;
 };
 
-Outcome invoke(ka_host *host, const Invocation &invocation);
+CallOutcome invoke(ka_host *host, const Invocation &invocation);
 
 // A line for each result, and the return code.
-std::string outcome_text(const Outcome &outcome);
+std::string outcome_text(const CallOutcome &outcome);
 
 // Members of a JSON object: "function", "return_code", "results", "milliseconds".
-std::string outcome_members(const std::string &function, const Outcome &outcome);
+std::string outcome_members(const std::string &function, const CallOutcome &outcome);
 
 // Likewise: those members of a report (ka_report_json) that tell what the error is.
 std::string error_members(const std::string &function, const ka_error &error);

@@ -23,11 +23,11 @@ std::string read_all(const std::string &path)
 }
 
 // function is null when the arguments stand for themselves.
-std::vector<Literal> read_literals(const CallWishes &wishes, const Function *function)
+std::vector<Literal> read_literals(const Request &request, const Function *function)
 {
-    if (!wishes.arguments_file.empty()) return read_json_arguments(read_all(wishes.arguments_file));
+    if (!request.arguments_file.empty()) return read_json_arguments(read_all(request.arguments_file));
     std::vector<Literal> literals;
-    for (const std::string &text : wishes.arguments) {
+    for (const std::string &text : request.arguments) {
         const size_t position = literals.size() + 1;
         try {
             literals.push_back(function != nullptr ? read_literal_for(*function, position, text)
@@ -55,18 +55,18 @@ std::vector<Argument> raw_arguments(const std::vector<Literal> &literals)
 
 } // namespace
 
-Invocation prepare(const CallWishes &wishes, const std::vector<Function> &functions)
+Invocation prepare(const Request &request, const std::vector<Function> &functions)
 {
-    const Function &function = find_function(functions, wishes.function);
-    const std::vector<Argument> arguments = arguments_for(function, read_literals(wishes, &function));
-    return {wishes.function, arguments, argument_names(&function, arguments.size())};
+    const Function &function = find_function(functions, request.function);
+    const std::vector<Argument> arguments = arguments_for(function, read_literals(request, &function));
+    return {request.function, arguments, argument_names(&function, arguments.size())};
 }
 
-Invocation prepare_raw(const CallWishes &wishes, const std::vector<Function> &functions)
+Invocation prepare_raw(const Request &request, const std::vector<Function> &functions)
 {
-    const auto is_wanted = [&](const Function &function) { return function.name == wishes.function; };
+    const auto is_wanted = [&](const Function &function) { return function.name == request.function; };
     const auto found = std::find_if(functions.begin(), functions.end(), is_wanted);
-    const std::vector<Argument> arguments = raw_arguments(read_literals(wishes, nullptr));
-    return {wishes.function, arguments,
+    const std::vector<Argument> arguments = raw_arguments(read_literals(request, nullptr));
+    return {request.function, arguments,
             argument_names(found != functions.end() ? &*found : nullptr, arguments.size())};
 }

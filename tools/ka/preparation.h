@@ -4,16 +4,22 @@
 #ifndef KA_TOOL_PREPARATION_H
 #define KA_TOOL_PREPARATION_H
 
+#include <string>
 #include <vector>
 
-#include "calling.h"
 #include "invocation.h"
 #include "tables.h"
 
+struct Request {
+    std::string function;
+    std::vector<std::string> arguments;
+    std::string arguments_file; // of JSON, instead of arguments; empty for none
+};
+
 // The functions' prototypes decide what an argument is.
-Invocation prepare(const CallWishes &wishes, const std::vector<Function> &functions);
+Invocation prepare(const Request &request, const std::vector<Function> &functions);
 
 // The arguments stand for themselves; prototypes only name what comes back.
-Invocation prepare_raw(const CallWishes &wishes, const std::vector<Function> &functions);
+Invocation prepare_raw(const Request &request, const std::vector<Function> &functions);
 
 #endif

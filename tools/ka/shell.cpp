@@ -86,7 +86,7 @@ int run_script(Session &session, const SessionWishes &wishes, int interruption)
 int run_shell(SessionWishes &wishes)
 {
     try {
-        check_callback_rule(wishes.host.callback);
+        check_callback_rule("--callback", wishes.host.callback);
     } catch (const Malformed &malformed) {
         return complain(EXIT_USAGE, malformed.what());
     }

@@ -48,7 +48,7 @@ std::string order_help(const std::string &indentation)
     std::string text = line("FUNCTION ARGUMENT...", "calls a function; arguments are written as for ka call") +
                        line("NAME = VALUE", "sets a variable: sum = 42, names = ['a','b']");
     for (const Session::Order &order : Session::orders)
-        text += line(std::string(order.name) + " " + order.argument, order.text);
+        text += line(order.name + (" " + std::string(order.argument)), order.text);
     return text + line("# ...", "a comment, also behind a line");
 }
 
@@ -94,7 +94,7 @@ int Session::vars(const Words &)
         if (wishes_.json)
             text += (text.empty() ? "" : ",") + name_json(name) + ":" + name_json(value);
         else
-            text += name + " = " + value + "\n";
+            text.append(name).append(" = ").append(value).append("\n");
     }
     return show(wishes_.json ? "{" + text + "}\n" : text, EXIT_DONE);
 }
@@ -106,7 +106,7 @@ int Session::trace(const Words &words)
     const auto [stop, error] = std::from_chars(words[1].data(), end, level);
     if (error != std::errc() || stop != end) return fail(EXIT_USAGE, ":trace takes a number, not " + words[1]);
     wishes_.host.trace_level = level;
-    return ka_set_trace(host_, level) == KA_DONE ? EXIT_DONE : show_error("", *ka_last_error(host_));
+    return ka_set_trace(host_, level) == KA_DONE ? EXIT_DONE : show_error("");
 }
 
 int Session::deadline(const Words &words)
@@ -122,7 +122,7 @@ int Session::deadline(const Words &words)
 
 int Session::callback(const Words &words)
 {
-    check_callback_rule(words[1]);
+    check_callback_rule(":callback", words[1]);
     wishes_.host.callback = words[1];
     return EXIT_DONE;
 }
@@ -132,7 +132,7 @@ int Session::restart(const Words &)
     const int32_t error_class = ka_restart(host_);
     tell_restart();
     if (error_class == KA_DONE) learn_tables();
-    return error_class == KA_DONE ? EXIT_DONE : show_error("", *ka_last_error(host_));
+    return error_class == KA_DONE ? EXIT_DONE : show_error("");
 }
 
 int Session::quit(const Words &)

@@ -6,9 +6,11 @@
 #include <csignal>
 #include <iostream>
 
+#include "backtrace.h"
 #include "exit_status.h"
+#include "failure.h"
 #include "interruption.h"
-#include "prototypes.h"
+#include "preparation.h"
 #include "results.h"
 
 Session::~Session()
@@ -21,8 +23,9 @@ int Session::open()
     ka_options options = host_options(wishes_.host, roomy_segment_bytes, interruption_);
     options.restart = KA_RESTART_NEXT_CALL;
     options.restart_pause_ms = 0; // who types has paused
+    options.inspector = backtrace_inspector();
     const int32_t error_class = ka_open(&host_, wishes_.module.c_str(), &options);
-    if (error_class != KA_DONE) return show_error("", *ka_last_error(host_));
+    if (error_class != KA_DONE) return show_error("");
     learn_tables();
     pid_ = ka_pid(host_);
     return EXIT_DONE;
@@ -32,19 +35,7 @@ int Session::open()
 void Session::learn_tables()
 {
     const ka_tables *tables = ka_host_tables(host_);
-    if (tables == nullptr) {
-        functions_ = read_tables(wishes_.module).functions;
-        return;
-    }
-    functions_.clear();
-    for (int32_t i = 0; i < tables->function_count; i++) {
-        const ka_function &function = tables->functions[i];
-        functions_.push_back({function.name, {}});
-        for (int32_t j = 0; j < function.prototype_count; j++) {
-            const ka_prototype &prototype = function.prototypes[j];
-            functions_.back().prototypes.push_back({prototype.name, prototype.kind, prototype.element_count});
-        }
-    }
+    functions_ = tables != nullptr ? functions_of(*tables) : read_tables(wishes_.module).functions;
 }
 
 // ---- Showing ---------------------------------------------------------------------------------------------------
@@ -60,55 +51,29 @@ int Session::show(const std::string &text, int status) const
     return std::cout ? status : fail(EXIT_USAGE, "the results could not be written");
 }
 
-int Session::show_error(const std::string &function, const ka_error &error)
+int Session::show_error(const std::string &function)
 {
-    const std::string remedy = error.error_class == KA_TOO_BIG ? " (--segment)" : "";
-    const int status = fail(exit_status_of(error.error_class), error.text + remedy);
-    return wishes_.json ? show("{" + error_members(function, error) + "}\n", status) : status;
+    const int32_t error_class = ka_last_error(host_)->error_class;
+    const std::string remedy = error_class == KA_TOO_BIG ? " (--segment)" : "";
+    const int status = fail(exit_status_of(error_class), failure_text(host_) + remedy);
+    return wishes_.json ? show(failure_json(host_, function) + "\n", status) : status;
 }
 
 int Session::refuse(const std::string &function, const std::string &text)
 {
-    ka_error error{};
-    error.error_class = KA_REFUSED;
-    error.retry = KA_RETRY_NO;
-    text.copy(error.text, sizeof error.text - 1);
-    return show_error(function, error);
+    const int status = fail(EXIT_REFUSED, text);
+    return wishes_.json ? show(refusal_json(function, text) + "\n", status) : status;
 }
 
 // ---- A call ----------------------------------------------------------------------------------------------------
 
-// The words behind the function are arguments, resolved as those of ka call.
-Invocation Session::prepare(const Words &words) const
-{
-    Invocation invocation{words[0], {}, {}};
-    const Function *function = nullptr;
-    for (const Function &own : functions_)
-        if (function == nullptr && own.name == words[0]) function = &own;
-    if (!wishes_.host.raw) function = &find_function(functions_, words[0]);
-    std::vector<Literal> literals;
-    for (size_t i = 1; i < words.size(); i++) {
-        try {
-            literals.push_back(wishes_.host.raw ? read_literal(words[i], Unquoted::number)
-                                                : read_literal_for(*function, i, words[i]));
-            if (wishes_.host.raw) invocation.arguments.push_back(argument_of(literals.back()));
-        } catch (const Malformed &malformed) {
-            throw Malformed("argument " + std::to_string(i) + " (" + words[i] + "): " + malformed.what());
-        }
-    }
-    if (!wishes_.host.raw) invocation.arguments = arguments_for(*function, literals);
-    invocation.names = argument_names(function, literals.size());
-    return invocation;
-}
-
 int Session::call_function(const Words &words)
 {
     try {
-        const Invocation invocation = prepare(words);
-        const Outcome outcome = invoke(host_, invocation);
+        const Request request{words[0], {words.begin() + 1, words.end()}, ""};
+        const CallOutcome outcome = invoke(host_, (wishes_.host.raw ? prepare_raw : prepare)(request, functions_));
         tell_restart();
-        const int status = outcome.error_class == KA_DONE ? show_call(outcome, words[0])
-                                                          : show_error(words[0], *ka_last_error(host_));
+        const int status = outcome.error_class == KA_DONE ? show_call(outcome, words[0]) : show_error(words[0]);
         take_interruptions();
         return status;
     } catch (const Refused &refused) {
@@ -116,7 +81,7 @@ int Session::call_function(const Words &words)
     }
 }
 
-int Session::show_call(const Outcome &outcome, const std::string &function)
+int Session::show_call(const CallOutcome &outcome, const std::string &function)
 {
     keep_results(outcome);
     last_call_ = outcome.code == 0 ? EXIT_DONE : EXIT_NONZERO;
@@ -125,7 +90,7 @@ int Session::show_call(const Outcome &outcome, const std::string &function)
     return show(wishes_.json ? "{" + outcome_members(function, outcome) + "}\n" : outcome_text(outcome), last_call_);
 }
 
-void Session::keep_results(const Outcome &outcome)
+void Session::keep_results(const CallOutcome &outcome)
 {
     for (const Result &result : outcome.results)
         variables_[variable_name(result.name)] = argument_text(result.value);

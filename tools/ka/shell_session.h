@@ -59,13 +59,12 @@ private:
     int run_words(const Words &words);
     int set_variable(const Words &words);
     int call_function(const Words &words);
-    int show_call(const Outcome &outcome, const std::string &function);
-    void keep_results(const Outcome &outcome);
-    int show_error(const std::string &function, const ka_error &error);
+    int show_call(const CallOutcome &outcome, const std::string &function);
+    void keep_results(const CallOutcome &outcome);
+    int show_error(const std::string &function);
     int refuse(const std::string &function, const std::string &text);
     int fail(int status, const std::string &text) const;
     int show(const std::string &text, int status) const;
-    Invocation prepare(const Words &words) const;
     void take_interruptions();
     void learn_tables();
     void tell_restart();

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+//
+// See failure.h.
+#include "failure.h"
+
+#include "invocation.h"
+
+// What killed a host, or kept it busy, is worth more than a line; then there is a report of it, else none.
+static const char *report_of(ka_host *host, const char *(*write)(ka_host *))
+{
+    const int32_t error_class = ka_last_error(host)->error_class;
+    return error_class == KA_DIED || error_class == KA_DEADLINE ? write(host) : nullptr;
+}
+
+std::string failure_text(ka_host *host)
+{
+    const char *report = report_of(host, ka_report_text);
+    std::string text = report != nullptr ? report : ka_last_error(host)->text;
+    while (text.ends_with('\n'))
+        text.pop_back();
+    return text;
+}
+
+std::string failure_json(ka_host *host, const std::string &function)
+{
+    const char *report = report_of(host, ka_report_json);
+    return report != nullptr ? report : "{" + error_members(function, *ka_last_error(host)) + "}";
+}
+
+std::string refusal_json(const std::string &function, const std::string &text)
+{
+    ka_error error{};
+    error.error_class = KA_REFUSED;
+    error.retry = KA_RETRY_NO;
+    text.copy(error.text, sizeof error.text - 1);
+    return "{" + error_members(function, error) + "}";
+}

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+//
+// What is told of a call, or a start, that failed.
+#ifndef KA_TOOL_FAILURE_H
+#define KA_TOOL_FAILURE_H
+
+#include <string>
+
+#include "ka/caller.h"
+
+// The host's last error without a line end: its report when the host died or hung, else the one line.
+std::string failure_text(ka_host *host);
+
+// The same as a JSON object.
+std::string failure_json(ka_host *host, const std::string &function);
+
+// Of a call that the tables refuse before it is made.
+std::string refusal_json(const std::string &function, const std::string &text);
+
+#endif
