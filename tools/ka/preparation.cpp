@@ -17,7 +17,7 @@ std::string read_all(const std::string &path)
     std::ifstream file;
     if (path != "-") file.open(path);
     std::istream &input = path == "-" ? std::cin : file;
-    const std::string text{std::istreambuf_iterator<char>(input), {}};
+    std::string text{std::istreambuf_iterator<char>(input), {}};
     if (path != "-" && !file.is_open()) throw Malformed(path + ": cannot be read");
     return text;
 }
