@@ -24,8 +24,10 @@ struct Seen {
     std::atomic<int> last_sender;
     std::atomic<int> out_of_order;    // of values that should have come as 1, 2, 3..., with repetitions
     std::atomic<int> expected_sender; // 0 for any
-    std::atomic<int> mask_missing;    // SIGHUP was not blocked although the handler asks for it
-    std::atomic<int> answer_fd;       // each signal is acknowledged here, unless -1
+    std::atomic<int> strangers;       // signals of another sender
+    std::atomic<int> unanswered;
+    std::atomic<int> mask_missing; // SIGHUP was not blocked although the handler asks for it
+    std::atomic<int> answer_fd;    // each signal is acknowledged here, unless -1
 };
 Seen seen;
 
@@ -35,14 +37,14 @@ void on_detailed(int, siginfo_t *info, void *context)
 {
     seen.last_sender = info->si_pid;
     const int value = info->si_value.sival_int;
-    if (seen.expected_sender != 0 && info->si_pid != seen.expected_sender) seen.out_of_order++;
+    if (seen.expected_sender != 0 && info->si_pid != seen.expected_sender) seen.strangers++;
     if (info->si_code == SI_QUEUE && value != seen.last_value && value != seen.last_value + 1) seen.out_of_order++;
     seen.last_value = value;
     sigset_t now;
     sigprocmask(SIG_BLOCK, nullptr, &now);
     if (sigismember(&now, SIGHUP) == 0 || !context) seen.mask_missing++;
     seen.count++;
-    if (seen.answer_fd != -1 && write(seen.answer_fd, "a", 1) != 1) seen.out_of_order++;
+    if (seen.answer_fd != -1 && write(seen.answer_fd, &value, sizeof value) != sizeof value) seen.unanswered++;
 }
 
 void on_plain(int)
@@ -81,7 +83,7 @@ protected:
         pthread_sigmask(SIG_SETMASK, nullptr, &mask_);
         seen.count = seen.last_value = seen.last_sender = seen.out_of_order = seen.mask_missing = 0;
         seen.answer_fd = -1;
-        seen.expected_sender = 0;
+        seen.expected_sender = seen.strangers = seen.unanswered = 0;
         chained = nullptr;
     }
     ~Handlers() override
@@ -146,18 +148,26 @@ public:
     pid_t pid() const { return pid_; }
 
 private:
+    // Within a while; one that was sent again may be acknowledged again, later.
+    static bool is_acknowledged(int answers, int value)
+    {
+        struct pollfd answered = {answers, POLLIN, 0};
+        int answer = 0;
+        while (answer != value) {
+            if (poll(&answered, 1, 20) == 0) return false;
+            if (read(answers, &answer, sizeof answer) != sizeof answer) _exit(1);
+        }
+        return true;
+    }
     [[noreturn]] static void send(pid_t target, int answers, int count)
     {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        char answer;
         for (int i = 1; i <= count; i++) {
             sigval value = {};
             value.sival_int = i;
-            struct pollfd answered = {answers, POLLIN, 0};
             do
                 sigqueue(target, SIGUSR2, value);
-            while (poll(&answered, 1, 20) == 0);
-            if (read(answers, &answer, 1) != 1) _exit(1);
+            while (!is_acknowledged(answers, i));
         }
         _exit(0);
     }
@@ -182,6 +192,8 @@ TEST_F(Handlers, one_from_before_gets_every_foreign_signal_with_its_value)
     call_until_over(sender, host);
     EXPECT_EQ(seen.last_value, 300);
     EXPECT_EQ(seen.out_of_order, 0);
+    EXPECT_EQ(seen.strangers, 0);
+    EXPECT_EQ(seen.unanswered, 0);
     EXPECT_EQ(seen.last_sender, sender.pid());
     EXPECT_EQ(seen.mask_missing, 0);
 }
@@ -218,6 +230,8 @@ TEST_F(Handlers, one_from_before_gets_them_while_threads_call)
         thread.join();
     EXPECT_EQ(seen.last_value, 300);
     EXPECT_EQ(seen.out_of_order, 0);
+    EXPECT_EQ(seen.strangers, 0);
+    EXPECT_EQ(seen.unanswered, 0);
 }
 
 // The handler changes hands twice for each host.
@@ -232,6 +246,8 @@ TEST_F(Handlers, foreign_signals_come_through_while_hosts_come_and_go)
     EXPECT_TRUE(sender.is_over());
     EXPECT_EQ(seen.last_value, 500);
     EXPECT_EQ(seen.out_of_order, 0);
+    EXPECT_EQ(seen.strangers, 0);
+    EXPECT_EQ(seen.unanswered, 0);
 }
 
 TEST_F(Handlers, plain_one_from_before_gets_foreign_signals_only)
