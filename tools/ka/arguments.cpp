@@ -233,6 +233,7 @@ std::vector<Argument> arguments_for(const Function &function, const std::vector<
 {
     check_count(function, literals.size());
     std::vector<Argument> arguments;
+    arguments.reserve(literals.size());
     for (const Literal &literal : literals)
         arguments.push_back(argument_at(function, arguments.size() + 1, literal));
     return arguments;

@@ -27,7 +27,7 @@ struct Scanner {
     }
     std::string take(size_t length)
     {
-        const std::string text(rest.substr(0, length));
+        std::string text(rest.substr(0, length));
         rest.remove_prefix(text.size());
         return text;
     }
