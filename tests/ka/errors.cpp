@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <sys/wait.h>
 
 TEST(KaExitStatus, is_0_when_the_function_returns_0)
 {
@@ -173,4 +174,16 @@ TEST(KaHelp, is_a_result_and_holds_the_table_of_exit_statuses)
     for (const char *word : {"--layout", "--deadline", "--callback", "--segment", "--scratch", "str:20",
                              "MODULE FUNCTION [ARGUMENT...]"})
         EXPECT_NE(help.find(word), std::string::npos) << word;
+}
+
+TEST(KaExitStatus, is_2_when_the_help_cannot_be_written)
+{
+    for (const char *words : {"--help", "call --help", "--version"}) {
+        for (const char *output : {">/dev/full", ">&-"}) {
+            const std::string command = KA_COMMAND " " + std::string(words) + " " + output + " 2>/dev/null";
+            const int status = std::system(command.c_str());
+            ASSERT_TRUE(WIFEXITED(status));
+            EXPECT_EQ(WEXITSTATUS(status), 2) << words << " " << output;
+        }
+    }
 }

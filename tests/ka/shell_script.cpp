@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "ka/command.h"
@@ -184,4 +185,20 @@ TEST(KaShellScript, examples_of_the_help_work)
         EXPECT_EQ(std::system(command.c_str()), 0) << line;
     }
     EXPECT_EQ(count, 3);
+}
+
+TEST(KaShellScript, takes_lines_that_end_with_a_carriage_return_too)
+{
+    const Outcome outcome = script("add 2 40 0\r\n\r\nadd $sum 1 0\r\n");
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "sum = 42\nreturn code 0\nsum = 43\nreturn code 0\n");
+    EXPECT_EQ(outcome.err, "");
+}
+
+TEST(KaShellScript, is_empty_when_standard_input_is_closed)
+{
+    const std::string command = "timeout -k 1 60 " KA_COMMAND " shell " + tasks_module + " <&-";
+    const int status = std::system(command.c_str());
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "124: waits for ever";
 }

@@ -154,6 +154,7 @@ TEST(KaTrace, refuses_bad_usage)
         EXPECT_EQ(outcome.status, 2);
         EXPECT_EQ(outcome.err.find("ka: "), 0u) << outcome.err;
     }
+    EXPECT_NE(ka({"trace", "0"}).err.find("0 not in range 1 to 2147483647"), std::string::npos);
 }
 
 TEST(KaTraceHelp, examples_work)

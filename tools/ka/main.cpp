@@ -5,8 +5,10 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <fcntl.h>
 #include <iostream>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "call.h"
@@ -26,6 +28,20 @@
 static int refuse_usage(const std::string &text)
 {
     return complain(EXIT_USAGE, text + "; ka --help tells more");
+}
+
+// A descriptor that is closed would be given to the next thing opened, which would then be read for input, or written
+// to as results. These are at their end when read, and fail when written.
+static void hold_standard_descriptors()
+{
+    for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDONLY) != fd) return;
+}
+
+static int show_help(const CLI::App &app, const CLI::Success &help)
+{
+    const int status = app.exit(help);
+    return std::cout.flush() ? status : complain(EXIT_USAGE, "the help could not be written");
 }
 
 static int run(int argc, char **argv)
@@ -54,7 +70,7 @@ static int run(int argc, char **argv)
     try {
         app.parse(command_words(argc, argv));
     } catch (const CLI::Success &help) {
-        return app.exit(help);
+        return show_help(app, help);
     } catch (const CLI::ParseError &error) {
         return refuse_usage(error.what());
     }
@@ -63,6 +79,7 @@ static int run(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    hold_standard_descriptors();
     try {
         return run(argc, argv);
     } catch (const std::exception &error) { // no memory, for one

@@ -29,5 +29,6 @@ Got Script::next(std::string &line)
     if (unread_.empty()) return Got::end;
     line = unread_.substr(0, end);
     unread_.erase(0, end == std::string::npos ? end : end + 1);
+    if (line.ends_with('\r')) line.pop_back(); // lines may end as on other systems
     return Got::line;
 }

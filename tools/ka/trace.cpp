@@ -189,7 +189,7 @@ void add_trace_command(CLI::App &app, int &exit_status)
     trace->footer(std::string(examples) + "\n" + exit_status_help());
     trace->add_option("PID", wishes->pid, "process of a host")
         ->required()
-        ->check(CLI::PositiveNumber.description(""))
+        ->check(CLI::Range(1, INT32_MAX).description(""))
         ->type_name("");
     CLI::Option *level = trace->add_option("--level", wishes->level, "the level to set")->type_name("N");
     trace->add_option("--for", wishes->duration, "how long: 10s, 500ms, 2m; otherwise until interrupted")
