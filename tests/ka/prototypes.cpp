@@ -170,3 +170,15 @@ TEST(KaPrototypes, misspelt_option_is_no_argument)
                   std::string("ka: no option ") + word + "; an argument that begins like one stands behind --\n");
     }
 }
+
+// The host's own standard error is that of ka.
+TEST(KaTraceOption, shows_the_call_on_standard_error)
+{
+    const Outcome one = call({"--trace", "1", "add", "2", "40", "0"});
+    EXPECT_EQ(one.err, "\ncalling add, argc = 3\nreturn code is 0\n");
+    EXPECT_EQ(one.out, "sum = 42\nreturn code 0\n");
+    const Outcome three = call({"--trace=3", "--raw", "add", "2"});
+    EXPECT_NE(three.err.find("add: wrong number of arguments\n"), std::string::npos) << three.err;
+    EXPECT_EQ(three.out, "return code 9\n");
+    EXPECT_EQ(call({"--trace", "0", "add", "2", "40", "0"}).err, "");
+}
