@@ -18,13 +18,20 @@ struct t_SOURCE {
 
 /* ---- Errors ---------------------------------------------------------------------------------------------------- */
 
+/* Kept for ka_call: another function may fail before it. */
+static int32_t keep_error(ka_host *host)
+{
+    host->build_failure = host->error;
+    return host->build_error = host->error.error_class;
+}
+
 static int32_t fail_too_big(ka_host *host)
 {
     const int64_t needed = host->cursor + host->options.scratch_bytes;
     fail(host, KA_TOO_BIG, "the call of \"%s\" needs a segment of %lld bytes, this one has %d", host->function,
          static_cast<long long>(needed), host->options.segment_bytes);
     host->error.needed_bytes = needed;
-    return host->build_error = KA_TOO_BIG;
+    return keep_error(host);
 }
 
 /* The first error of a call is kept. */
@@ -33,7 +40,7 @@ static int32_t fail_value(ka_host *host, int32_t element, const char *what)
     if (host->build_error != KA_DONE) return host->build_error;
     fail(host, KA_ARGUMENT, "argument %d of \"%s\", element %d: %s", host->argc, host->function, element, what);
     host->error.argument = host->argc;
-    return host->build_error = KA_ARGUMENT;
+    return keep_error(host);
 }
 
 /* ---- Elements -------------------------------------------------------------------------------------------------- */
@@ -100,7 +107,7 @@ static int32_t check_turn(ka_host *host)
     if (host->argc <= DLL_MAX_ARGS) return KA_DONE;
     fail(host, KA_ARGUMENT, "a call of \"%s\" with more than %d arguments", host->function, DLL_MAX_ARGS);
     host->error.argument = host->argc;
-    return host->build_error = KA_ARGUMENT;
+    return keep_error(host);
 }
 
 /* An argument of no elements still gets a word of its own: its address must lie inside the segment. The sum stops

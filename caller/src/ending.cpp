@@ -90,12 +90,13 @@ static bool dead_by(const ka_host *host, int64_t until)
     return woken != 0;
 }
 
-/* SIGKILL ends a process that outlives the grace time, also a stopped one; the kernel may take a moment for it. */
+/* SIGKILL ends a process that outlives the grace time; the kernel may take a moment for it. */
 static void end_process(ka_host *host)
 {
     const int cancel_fd = host->options.cancel_fd;
     host->options.cancel_fd = -1; /* an end is not cancelled */
     signal_process(host, SIGTERM);
+    signal_process(host, SIGCONT); /* a stopped host takes SIGTERM when it goes on */
     if (!dead_by(host, deadline_after_ms(host->options.grace_ms))) {
         signal_process(host, SIGKILL);
         dead_by(host, deadline_after_ms(5000));

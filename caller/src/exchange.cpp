@@ -211,7 +211,10 @@ static int32_t look_before_call(ka_host *host, int64_t deadline)
 int32_t ka_call(ka_host *host, int32_t *return_code)
 {
     if (host->state != STATE_BUILDING) return fail_out_of_turn(host);
-    if (host->build_error != KA_DONE) return host->build_error;
+    if (host->build_error != KA_DONE) {
+        host->error = host->build_failure;
+        return host->build_error;
+    }
     const int64_t deadline = deadline_after_ms(host->options.deadline_ms);
     host->called_ns = now_ns();
     int32_t status = look_before_call(host, deadline);

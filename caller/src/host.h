@@ -128,7 +128,8 @@ struct ka_host {
     int32_t known; /* retcode likewise */
     uint64_t random;
 
-    int32_t build_error; /* the first error since ka_begin, or KA_DONE */
+    int32_t build_error;    /* the first error since ka_begin, or KA_DONE */
+    ka_error build_failure; /* its record */
     int32_t argc;
     int32_t given_argc; /* is sent instead, if argc_is_given */
     bool argc_is_given;

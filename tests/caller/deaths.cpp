@@ -217,6 +217,17 @@ TEST(CleanUpOfTheModule, is_waited_for_at_close_whatever_interrupts)
     EXPECT_TRUE(clean_up.done());
 }
 
+TEST(CleanUpOfTheModule, runs_in_a_host_that_was_stopped)
+{
+    const CleanUp clean_up;
+    {
+        Host host([](ka_options &options) { options.grace_ms = 60000; });
+        EXPECT_EQ(call_with(host, "give_code", 1), 1);
+        kill(ka_pid(host), SIGSTOP);
+    }
+    EXPECT_TRUE(clean_up.done());
+}
+
 TEST(CleanUpOfTheModule, runs_after_a_passed_deadline)
 {
     const CleanUp clean_up;
@@ -327,19 +338,21 @@ TEST(Cancellation, before_the_call_keeps_the_function_from_running)
     close(event);
 }
 
-TEST(Close, ends_a_deaf_host_after_the_grace_time)
+// Its clean-up takes longer.
+TEST(Close, ends_the_host_after_the_grace_time)
 {
+    const CleanUp clean_up;
     int32_t pid = 0;
     {
         Host host([](ka_options &options) {
-            options.grace_ms = 50;
+            options.grace_ms = 0;
             options.deadline_ms = 20000;
         });
         pid = ka_pid(host);
         EXPECT_EQ(call_with(host, "give_code", 1), 1);
-        kill(pid, SIGSTOP);
     }
     EXPECT_EQ(kill(pid, 0), -1);
+    EXPECT_FALSE(clean_up.done());
 }
 
 TEST(Close, frees_the_segment_of_a_host_that_has_died)

@@ -84,6 +84,8 @@ TEST(CallArguments, first_error_is_kept_until_the_call)
     EXPECT_EQ(ka_add_real(host, "4,2", KA_BY_VALUE), KA_ARGUMENT);
     EXPECT_EQ(ka_add_integer(host, 2, KA_BY_VALUE), KA_ARGUMENT);
     EXPECT_EQ(ka_add_string(host, "long", 4, 2, KA_BY_VALUE), KA_ARGUMENT);
+    int32_t value = 0;
+    EXPECT_EQ(ka_get_integers(host, 1, &value, 1), KA_ARGUMENT);
     EXPECT_EQ(call_fails(host), KA_ARGUMENT);
     EXPECT_EQ(error_text(host), "argument 2 of \"add\", element 0: \"4,2\" is not a REAL");
     EXPECT_EQ(ka_last_error(host)->argument, 2);
