@@ -183,5 +183,7 @@ TEST(KaJsonResults, errors_are_objects_too)
         EXPECT_NE(outcome.err.find("ka: " + json["text"].get<std::string>()), std::string::npos);
     }
     EXPECT_EQ(Json::parse(ka({"call", "--json", "/no/such", "f"}).out)["error"], "not started");
-    EXPECT_EQ(call({"--json", "measure", "'a"}).out, "") << "bad usage has no result";
+    const Json malformed = Json::parse(call({"--json", "measure", "'a"}).out);
+    EXPECT_EQ(malformed["error"], "argument");
+    EXPECT_EQ(malformed["text"], "measure: argument 1 (text) is zString: the closing quote is missing, got \"'a\"");
 }

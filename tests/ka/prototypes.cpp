@@ -118,8 +118,10 @@ TEST(KaPrototypes, unusable_values_are_named)
          "add: argument 1 (a) is IntByValue: 3000000000 does not fit an INTEGER; a REAL is written 3000000000.0"},
         {{"add", "5:3", "1", "0"}, "add: argument 1 (a) is IntByValue: only strings have room"},
         {{"greet", "'abc':2"}, "greet: argument 1 (text) is String: room for 2 characters, but a string of 3"},
-        {{"greet", "'abc"}, "argument 1 ('abc): the closing quote is missing"},
-        {{"shout", "[a,,b]"}, "argument 1 ([a,,b]): a value is missing; an empty string is written ''"},
+        {{"greet", "'abc"}, "greet: argument 1 (text) is String: the closing quote is missing, got \"'abc\""},
+        {{"shout", "[a,,b]"},
+         "shout: argument 1 (texts) is StringArray: a value is missing; an empty string is written '', got "
+         "\"[a,,b]\""},
     };
     for (const auto &[words, text] : cases) {
         const Outcome outcome = call(words);

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <regex>
 
+#include "caller/waiting.h"
 #include "ka/command.h"
 
 TEST(KaRepeat, calls_one_host_again_and_tells_the_times)
@@ -45,10 +46,21 @@ TEST(KaRepeat, ends_with_the_first_call_that_fails)
     EXPECT_EQ(outcome.err.find("ka: after 0 calls:\nka: "), 0u) << outcome.err;
 }
 
+// Each call lets the processor go: once to nap, and once to wait for the next.
+static int naps_of(pid_t host)
+{
+    const std::string status = read_file("/proc/" + std::to_string(host) + "/status");
+    const std::string field = "\nvoluntary_ctxt_switches:";
+    const size_t at = status.find(field);
+    return at == std::string::npos ? 0 : std::stoi(status.substr(at + field.size()));
+}
+
 TEST(KaRepeat, can_be_interrupted)
 {
     const Running running = start_ka({"call", "--repeat", "10000000", tasks_module, "nap", "1"});
-    EXPECT_NE(host_of(running.pid), 0);
+    const pid_t host = host_of(running.pid);
+    ASSERT_NE(host, 0);
+    EXPECT_TRUE(becomes_true([host] { return naps_of(host) > 100; }));
     kill(running.pid, SIGINT);
     const Outcome outcome = await_ka(running);
     EXPECT_EQ(outcome.status, 130);

@@ -147,7 +147,7 @@ const char *type_name(int32_t type)
 std::string shortened(const std::string &text)
 {
     constexpr size_t longest_shown = 60;
-    return text.size() > longest_shown ? text.substr(0, longest_shown) + "..." : text;
+    return printable(text.size() > longest_shown ? text.substr(0, longest_shown) + "..." : text);
 }
 
 // What was given instead: its type, or why it has none.
@@ -183,10 +183,12 @@ void check_elements(const Prototype &prototype, const Literal &literal)
                   std::to_string(count));
 }
 
-std::string label(const Function &function, size_t position, const Prototype &prototype)
+// prototype is null when the function has none for it.
+std::string label(const Function &function, size_t position, const Prototype *prototype)
 {
-    return function.name + ": argument " + std::to_string(position) + " (" + prototype.name + ") is " +
-           kind_name(prototype.type) + ": ";
+    const std::string number = function.name + ": argument " + std::to_string(position);
+    if (prototype == nullptr) return number + ": ";
+    return number + " (" + prototype->name + ") is " + kind_name(prototype->type) + ": ";
 }
 
 Argument argument_at(const Function &function, size_t position, const Literal &literal)
@@ -196,9 +198,9 @@ Argument argument_at(const Function &function, size_t position, const Literal &l
         check_elements(prototype, literal);
         return argument_for(prototype, literal);
     } catch (const Refused &refused) {
-        throw Refused(label(function, position, prototype) + refused.what());
+        throw Refused(label(function, position, &prototype) + refused.what());
     } catch (const Malformed &malformed) {
-        throw Malformed(label(function, position, prototype) + malformed.what());
+        throw Malformed(label(function, position, &prototype) + malformed.what());
     }
 }
 
@@ -226,7 +228,12 @@ Literal read_literal_for(const Function &function, size_t position, const std::s
 {
     const Prototype *prototype = prototype_at(function, position);
     const bool is_text = prototype != nullptr && prototype->type != KA_VARARG && takes(prototype->type, DLL_STRING);
-    return read_literal(text, is_text ? Unquoted::text : Unquoted::number);
+    try {
+        return read_literal(text, is_text ? Unquoted::text : Unquoted::number);
+    } catch (const Malformed &malformed) {
+        throw Malformed(label(function, position, prototype) + malformed.what() + ", got \"" + shortened(text) +
+                        "\"");
+    }
 }
 
 std::vector<Argument> arguments_for(const Function &function, const std::vector<Literal> &literals)

@@ -56,11 +56,11 @@ int show_error(ka_host *host, const CallWishes &wishes)
     return wishes.json ? show(failure_json(host, wishes.function) + "\n", status) : status;
 }
 
-// What the tables refuse is refused before there is a host.
-int show_refusal(const CallWishes &wishes, const char *text)
+// Before there is a host.
+int show_unmade_call(const CallWishes &wishes, int32_t error_class, const char *text)
 {
-    const int status = complain(EXIT_REFUSED, text);
-    return wishes.json ? show(refusal_json(wishes.function, text) + "\n", status) : status;
+    const int status = complain(exit_status_of(error_class), text);
+    return wishes.json ? show(unmade_call_json(wishes.function, error_class, text) + "\n", status) : status;
 }
 
 int show_outcome(const CallWishes &wishes, const CallOutcome &outcome, const Timing &timing)
@@ -197,8 +197,8 @@ int run_call(CallWishes &wishes)
         check_wishes(wishes);
         return run_host(wishes);
     } catch (const Malformed &malformed) {
-        return complain(EXIT_USAGE, malformed.what());
+        return show_unmade_call(wishes, KA_ARGUMENT, malformed.what());
     } catch (const Refused &refused) {
-        return show_refusal(wishes, refused.what());
+        return show_unmade_call(wishes, KA_REFUSED, refused.what());
     }
 }

@@ -14,6 +14,7 @@
 
 #include "exit_status.h"
 #include "finding.h"
+#include "host_options.h"
 #include "terminal.h"
 
 namespace {
@@ -126,10 +127,7 @@ void add_check_command(CLI::App &app, int &exit_status)
     CLI::App *check = app.add_subcommand("check", description);
     check->footer(std::string(examples) + "\n" + exit_status_help());
     check->add_option("MODULE", wishes->module, "path of the module")->required()->type_name("");
-    check->add_option("--deadline", wishes->deadline_s, "seconds to wait for the start")
-        ->check(CLI::Range(0.001, 2000000.0).description(""))
-        ->capture_default_str()
-        ->type_name("SECONDS");
+    add_deadline_option(check, wishes->deadline_s, "seconds to wait for the start");
     check->add_flag("--no-start", wishes->no_start, "reads the file only, and runs nothing");
     check->add_flag("--json", wishes->json, "shows one JSON object");
     check->callback([wishes, &exit_status] { exit_status = run_check(*wishes); });

@@ -27,10 +27,10 @@ std::string failure_json(ka_host *host, const std::string &function)
     return report != nullptr ? report : "{" + error_members(function, *ka_last_error(host)) + "}";
 }
 
-std::string refusal_json(const std::string &function, const std::string &text)
+std::string unmade_call_json(const std::string &function, int32_t error_class, const std::string &text)
 {
     ka_error error{};
-    error.error_class = KA_REFUSED;
+    error.error_class = error_class;
     error.retry = KA_RETRY_NO;
     text.copy(error.text, sizeof error.text - 1);
     return "{" + error_members(function, error) + "}";

@@ -14,7 +14,7 @@ std::string failure_text(ka_host *host);
 // The same as a JSON object.
 std::string failure_json(ka_host *host, const std::string &function);
 
-// Of a call that the tables refuse before it is made.
-std::string refusal_json(const std::string &function, const std::string &text);
+// Of a call that is not made: error_class is KA_REFUSED for what the tables refuse, KA_ARGUMENT for malformed words.
+std::string unmade_call_json(const std::string &function, int32_t error_class, const std::string &text);
 
 #endif

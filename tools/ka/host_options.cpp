@@ -6,6 +6,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <charconv>
 #include <iostream>
 
 #include "callback.h"
@@ -28,6 +29,16 @@ void add_block_options(CLI::App *command, HostWishes &wishes, const std::string 
         ->type_name("BYTES");
 }
 
+// Empty when the text is good. A nan is within every range, if one only asks what is outside.
+std::string refuse_seconds(const std::string &text)
+{
+    double seconds = 0;
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    const bool is_number = error == std::errc() && stop == text.data() + text.size();
+    if (is_number && seconds >= 0.001 && seconds <= 2000000) return "";
+    return "takes seconds, 0.001 to 2000000, not \"" + text + "\"";
+}
+
 int32_t answer_callback(ka_host *, int32_t value, void *user)
 {
     const Answer answer = answer_to(static_cast<const HostWishes *>(user)->callback, value);
@@ -38,13 +49,18 @@ int32_t answer_callback(ka_host *, int32_t value, void *user)
 
 } // namespace
 
+void add_deadline_option(CLI::App *command, double &seconds, const std::string &purpose)
+{
+    command->add_option("--deadline", seconds, purpose)
+        ->check(refuse_seconds)
+        ->capture_default_str()
+        ->type_name("SECONDS");
+}
+
 void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &right_size)
 {
     command->add_flag("--raw", wishes.raw, "sends the arguments as written, unchecked");
-    command->add_option("--deadline", wishes.deadline_s, "seconds to wait for the answer")
-        ->check(CLI::Range(0.001, 2000000.0).description(""))
-        ->capture_default_str()
-        ->type_name("SECONDS");
+    add_deadline_option(command, wishes.deadline_s, "seconds to wait for the answer");
     command
         ->add_option("--callback", wishes.callback,
                      "answer to every call-back: const:N, or arithmetic over value with + - * / % and parentheses, "
@@ -52,6 +68,7 @@ void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &
         ->capture_default_str()
         ->type_name("RULE");
     command->add_option("--trace", wishes.trace_level, "trace of the calls on standard error: 1 to 4")
+        ->check(CLI::Range(0, 4).description(""))
         ->capture_default_str()
         ->type_name("N");
     add_block_options(command, wishes, right_size);

@@ -23,6 +23,8 @@ struct HostWishes {
     bool raw = false;
 };
 
+void add_deadline_option(CLI::App *command, double &seconds, const std::string &purpose);
+
 // right_size says what a segment of 0 bytes stands for.
 void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &right_size);
 

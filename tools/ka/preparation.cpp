@@ -22,6 +22,15 @@ std::string read_all(const std::string &path)
     return text;
 }
 
+Literal read_raw_literal(size_t position, const std::string &text)
+{
+    try {
+        return read_literal(text, Unquoted::number);
+    } catch (const Malformed &malformed) {
+        throw Malformed("argument " + std::to_string(position) + " (" + text + "): " + malformed.what());
+    }
+}
+
 // function is null when the arguments stand for themselves.
 std::vector<Literal> read_literals(const Request &request, const Function *function)
 {
@@ -29,12 +38,8 @@ std::vector<Literal> read_literals(const Request &request, const Function *funct
     std::vector<Literal> literals;
     for (const std::string &text : request.arguments) {
         const size_t position = literals.size() + 1;
-        try {
-            literals.push_back(function != nullptr ? read_literal_for(*function, position, text)
-                                                   : read_literal(text, Unquoted::number));
-        } catch (const Malformed &malformed) {
-            throw Malformed("argument " + std::to_string(position) + " (" + text + "): " + malformed.what());
-        }
+        literals.push_back(function != nullptr ? read_literal_for(*function, position, text)
+                                               : read_raw_literal(position, text));
     }
     return literals;
 }

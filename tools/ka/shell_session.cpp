@@ -59,10 +59,10 @@ int Session::show_error(const std::string &function)
     return wishes_.json ? show(failure_json(host_, function) + "\n", status) : status;
 }
 
-int Session::refuse(const std::string &function, const std::string &text)
+int Session::fail_unmade(const std::string &function, int32_t error_class, const std::string &text)
 {
-    const int status = fail(EXIT_REFUSED, text);
-    return wishes_.json ? show(refusal_json(function, text) + "\n", status) : status;
+    const int status = fail(exit_status_of(error_class), text);
+    return wishes_.json ? show(unmade_call_json(function, error_class, text) + "\n", status) : status;
 }
 
 // ---- A call ----------------------------------------------------------------------------------------------------
@@ -76,8 +76,10 @@ int Session::call_function(const Words &words)
         const int status = outcome.error_class == KA_DONE ? show_call(outcome, words[0]) : show_error(words[0]);
         take_interruptions();
         return status;
+    } catch (const Malformed &malformed) {
+        return fail_unmade(words[0], KA_ARGUMENT, malformed.what());
     } catch (const Refused &refused) {
-        return refuse(words[0], refused.what());
+        return fail_unmade(words[0], KA_REFUSED, refused.what());
     }
 }
 

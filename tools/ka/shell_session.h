@@ -62,7 +62,7 @@ private:
     int show_call(const CallOutcome &outcome, const std::string &function);
     void keep_results(const CallOutcome &outcome);
     int show_error(const std::string &function);
-    int refuse(const std::string &function, const std::string &text);
+    int fail_unmade(const std::string &function, int32_t error_class, const std::string &text);
     int fail(int status, const std::string &text) const;
     int show(const std::string &text, int status) const;
     void take_interruptions();
