@@ -47,7 +47,7 @@ extern "C" {
 typedef struct ka_host ka_host;
 
 /* Classes of errors. After KA_REFUSED, KA_TOO_BIG and KA_ARGUMENT the host can be used further, after the others it
-   has ended; see ka_options.restart. */
+   has ended; see ka_options.restart. A trace level that cannot be set is KA_SYSTEM too, and ends nothing. */
 enum {
     KA_DONE = 0,
     KA_START = 1,    /* the module could not be started, or ended at start */
@@ -56,7 +56,7 @@ enum {
     KA_DEADLINE = 4, /* no answer in time; the host was ended */
     KA_TOO_BIG = 5,  /* the call does not fit the segment; needed_bytes says what would */
     KA_CLOSED = 6,   /* the host has ended earlier, or belongs to the parent process */
-    KA_SYSTEM = 7,   /* the system refused something; sys_errno says why. A trace level that cannot be set ends nothing */
+    KA_SYSTEM = 7,   /* the system refused something; sys_errno says why */
     KA_ARGUMENT = 8, /* a bad argument, or a function out of turn */
     KA_CANCELLED = 9 /* cancel_fd became readable; the host was ended */
 };
