@@ -189,6 +189,13 @@ bool is_setting_up(pid_t pid)
     });
 }
 
+void start_library_thread()
+{
+    ka_host *host = nullptr;
+    EXPECT_EQ(ka_open(&host, no_loader_module.c_str(), nullptr), KA_START);
+    ka_close(host);
+}
+
 int open_descriptors()
 {
     int count = 0;

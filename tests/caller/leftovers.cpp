@@ -40,6 +40,7 @@ TEST(Leftovers, many_hosts_in_a_row_leave_no_process_segment_or_descriptor)
 
 TEST(Leftovers, failed_starts_leave_no_descriptor_and_no_child)
 {
+    start_library_thread();
     const int before = open_descriptors();
     for (const std::string &module : {no_loader_module, std::string("/no/such/file"), std::string("/tmp")}) {
         for (int i = 0; i < 10; i++) {

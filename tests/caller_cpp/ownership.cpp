@@ -18,6 +18,7 @@ TEST(CppHost, ends_with_its_object)
 {
     pid_t pid;
     int segment;
+    start_library_thread();
     const int before = open_descriptors();
     {
         ka::Host host(tasks_module);
@@ -45,6 +46,7 @@ TEST(CppHost, ends_when_an_exception_passes)
 
 TEST(CppHost, failed_start_leaves_nothing)
 {
+    start_library_thread();
     const int before = open_descriptors();
     EXPECT_THROW(ka::Host("/no/such/module"), ka::Error);
     EXPECT_THROW(ka::Host{no_loader_module}, ka::Error);
