@@ -85,7 +85,7 @@ static int open_descriptors(void)
 }
 
 /* A thread is born with the signal mask of its creator. */
-static int create_thread(void)
+int create_quiet_thread(pthread_t *created, size_t stack_bytes, void *(*run)(void *), void *argument)
 {
     sigset_t all;
     sigset_t before;
@@ -93,12 +93,18 @@ static int create_thread(void)
     sigfillset(&all);
     int error = pthread_attr_init(&attributes);
     if (error != 0) return error;
-    pthread_attr_setstacksize(&attributes, STACK_BYTES);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_attr_setstacksize(&attributes, stack_bytes);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    error = pthread_create(&thread, &attributes, attend, nullptr);
+    error = pthread_create(created, &attributes, run, argument);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     pthread_attr_destroy(&attributes);
+    return error;
+}
+
+static int create_attendant(void)
+{
+    const int error = create_quiet_thread(&thread, STACK_BYTES, attend, nullptr);
+    if (error == 0) pthread_detach(thread);
     return error;
 }
 
@@ -131,7 +137,7 @@ static int ensure_running(void)
         prepared_for_fork = true;
     }
     int error = open_descriptors();
-    if (error == 0) error = create_thread();
+    if (error == 0) error = create_attendant();
     running = error == 0;
     if (!running) close_descriptors();
     return error;

@@ -6,9 +6,15 @@
 #ifndef KA_CALLER_ATTENDANT_H
 #define KA_CALLER_ATTENDANT_H
 
+#include <pthread.h>
+#include <stddef.h>
+
 /* Runs work in the attendant and waits until it has returned. Work must not take long: everything else waits for it.
    0, or an errno when there is no attendant; then nothing was run. */
 int attendant_run(void (*work)(void *argument), void *argument);
+
+/* Creates a thread that blocks every signal, which the attendant is not the only one to need. 0 or an errno. */
+int create_quiet_thread(pthread_t *created, size_t stack_bytes, void *(*run)(void *), void *argument);
 
 /* A descriptor that the attendant waits for. The record is the caller's, and stays unchanged while it is watched. */
 struct t_WATCH {

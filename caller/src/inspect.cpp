@@ -16,6 +16,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "attendant.h"
+
 enum {
     TEXT_BYTES = 1 << 14,
     STACK_BYTES = 1 << 21, /* for the inspector, which may read debug information */
@@ -149,22 +151,6 @@ static void *trace(void *argument)
 
 /* ---- The caller's threads -------------------------------------------------------------------------------------- */
 
-static int create_tracer(t_INSPECTION *inspection)
-{
-    sigset_t all;
-    sigset_t before;
-    pthread_attr_t attributes;
-    sigfillset(&all);
-    int error = pthread_attr_init(&attributes);
-    if (error != 0) return error;
-    pthread_attr_setstacksize(&attributes, STACK_BYTES);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    error = pthread_create(&inspection->thread, &attributes, trace, inspection);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    pthread_attr_destroy(&attributes);
-    return error;
-}
-
 /* Waits until the flag is set, tracing has ended, or the time is over. */
 static void await_flag(t_INSPECTION *inspection, const bool *flag)
 {
@@ -189,7 +175,7 @@ void start_inspection(ka_host *host)
     inspection->status_fd = host->status_fd;
     inspection->inspector = host->options.inspector;
     inspection->user = host->options.user;
-    if (create_tracer(inspection) != 0) {
+    if (create_quiet_thread(&inspection->thread, STACK_BYTES, trace, inspection) != 0) {
         free(inspection);
         return;
     }
