@@ -108,34 +108,9 @@ static int create_attendant(void)
     return error;
 }
 
-static void hold_for_fork(void)
-{
-    pthread_mutex_lock(&lock);
-}
-
-static void go_on_after_fork(void)
-{
-    pthread_mutex_unlock(&lock);
-}
-
-static void begin_anew_in_child(void)
-{
-    running = false;
-    jobs = nullptr;
-    close_descriptors();
-    pthread_cond_init(&round_is_over, nullptr);
-    pthread_mutex_unlock(&lock);
-}
-
 static int ensure_running(void)
 {
-    static bool prepared_for_fork;
     if (running) return 0;
-    if (!prepared_for_fork) {
-        const int error = pthread_atfork(hold_for_fork, go_on_after_fork, begin_anew_in_child);
-        if (error != 0) return error;
-        prepared_for_fork = true;
-    }
     int error = open_descriptors();
     if (error == 0) error = create_attendant();
     running = error == 0;
@@ -189,4 +164,24 @@ void attendant_forget(const t_WATCH *watch)
             pthread_cond_wait(&round_is_over, &lock);
     }
     pthread_mutex_unlock(&lock);
+}
+
+/* ---- At a fork ------------------------------------------------------------------------------------------------- */
+
+void hold_attendant(void)
+{
+    pthread_mutex_lock(&lock);
+}
+
+void release_attendant(void)
+{
+    pthread_mutex_unlock(&lock);
+}
+
+void begin_attendant_anew(void)
+{
+    running = false;
+    jobs = nullptr;
+    close_descriptors();
+    pthread_cond_init(&round_is_over, nullptr);
 }

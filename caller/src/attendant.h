@@ -30,4 +30,9 @@ int attendant_watch(t_WATCH *watch);
    inside work; fd must still be open. */
 void attendant_forget(const t_WATCH *watch);
 
+/* For forked.cpp. */
+void hold_attendant(void);
+void release_attendant(void);
+void begin_attendant_anew(void); /* in the child, while it is held */
+
 #endif

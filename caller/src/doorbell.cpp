@@ -135,39 +135,6 @@ void stop_hearing(ka_host *host)
 
 /* ---- Both ------------------------------------------------------------------------------------------------------ */
 
-static void hold_for_fork(void)
-{
-    pthread_mutex_lock(&lock);
-}
-
-static void go_on_after_fork(void)
-{
-    pthread_mutex_unlock(&lock);
-}
-
-/* The child's hosts will be its own, and so is what SIGUSR2 means to it until then. */
-static void begin_anew_in_child(void)
-{
-    if (open_hosts > 0 && way_of_waiting == KA_WAIT_SAFE) {
-        forget_listeners();
-        remove_handler_in_child();
-    }
-    if (hosts_held > 0) unblock_signal();
-    hosts_held = 0;
-    thread_id = 0;
-    open_hosts = 0;
-    pthread_mutex_unlock(&lock);
-}
-
-static int prepare_for_fork(void)
-{
-    static bool prepared;
-    if (prepared) return 0;
-    const int error = pthread_atfork(hold_for_fork, go_on_after_fork, begin_anew_in_child);
-    prepared = error == 0;
-    return error;
-}
-
 static int32_t open_locked(ka_host *host)
 {
     const int32_t wanted = host->options.waiting;
@@ -178,8 +145,6 @@ static int32_t open_locked(ka_host *host)
                     wanted == KA_WAIT_FAST ? "KA_WAIT_FAST" : "KA_WAIT_SAFE",
                     wanted == KA_WAIT_FAST ? "safe" : "fast");
     }
-    const int error = prepare_for_fork();
-    if (error != 0) return fail_system(host, error, "cannot prepare for a fork");
     if ((wanted == KA_WAIT_FAST ? open_fast(host) : open_safe(host)) != KA_DONE) {
         close_safe(host);
         return host->error.error_class;
@@ -208,4 +173,29 @@ void close_doorbell(ka_host *host)
     close_fast(host);
     close_safe(host);
     pthread_mutex_unlock(&lock);
+}
+
+/* ---- At a fork ------------------------------------------------------------------------------------------------- */
+
+void hold_doorbells(void)
+{
+    pthread_mutex_lock(&lock);
+}
+
+void release_doorbells(void)
+{
+    pthread_mutex_unlock(&lock);
+}
+
+/* The child's hosts will be its own, and so is what SIGUSR2 means to it until then. */
+void begin_doorbells_anew(void)
+{
+    if (open_hosts > 0 && way_of_waiting == KA_WAIT_SAFE) {
+        forget_listeners();
+        remove_handler_in_child();
+    }
+    if (hosts_held > 0) unblock_signal();
+    hosts_held = 0;
+    thread_id = 0;
+    open_hosts = 0;
 }

@@ -19,4 +19,9 @@ void stop_hearing(ka_host *host);
 /* KA_WAIT_FAST: takes what is pending. */
 void drain_doorbell(const ka_host *host);
 
+/* For forked.cpp. */
+void hold_doorbells(void);
+void release_doorbells(void);
+void begin_doorbells_anew(void); /* in the child, while they are held */
+
 #endif

@@ -10,11 +10,15 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include "attendant.h"
+#include "doorbell.h"
 #include "host.h"
 
 /* Guards the list, and the pipes of all hosts. */
 static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 static ka_host *hosts;
+
+static int fork_error; /* why forks are not prepared for, or 0 */
 
 static void close_all_pipes(t_PIPES *pipes)
 {
@@ -26,13 +30,18 @@ static void close_all_pipes(t_PIPES *pipes)
 
 /* ---- At a fork ------------------------------------------------------------------------------------------------- */
 
+/* No code of ours takes one of these locks while it has another; any order would do. */
 static void hold_for_fork(void)
 {
     pthread_mutex_lock(&lock);
+    hold_doorbells();
+    hold_attendant();
 }
 
 static void go_on_after_fork(void)
 {
+    release_attendant();
+    release_doorbells();
     pthread_mutex_unlock(&lock);
 }
 
@@ -56,34 +65,32 @@ static void forget_process(ka_host *host)
 
 static void begin_anew_in_child(void)
 {
+    begin_attendant_anew();
+    begin_doorbells_anew();
     for (ka_host *host = hosts; host; host = host->next)
         forget_process(host);
-    pthread_mutex_unlock(&lock);
+    go_on_after_fork();
 }
 
-static int prepare_for_fork(void)
+/* Before anything of ours can hold a lock. Done at first use, beside a fork in another thread that has begun already,
+   it would come too late for that fork: its child would find the lock of the first use held for ever. */
+__attribute__((constructor)) static void prepare_for_forks(void)
 {
-    static bool prepared;
-    if (prepared) return 0;
-    const int error = pthread_atfork(hold_for_fork, go_on_after_fork, begin_anew_in_child);
-    prepared = error == 0;
-    return error;
+    fork_error = pthread_atfork(hold_for_fork, go_on_after_fork, begin_anew_in_child);
 }
 
 /* ---- Hosts ----------------------------------------------------------------------------------------------------- */
 
 int enter_host(ka_host *host)
 {
+    if (fork_error != 0) return fork_error;
     pthread_mutex_lock(&lock);
-    const int error = prepare_for_fork();
-    if (error == 0) {
-        host->next = hosts;
-        host->link = &hosts;
-        if (hosts) hosts->link = &host->next;
-        hosts = host;
-    }
+    host->next = hosts;
+    host->link = &hosts;
+    if (hosts) hosts->link = &host->next;
+    hosts = host;
     pthread_mutex_unlock(&lock);
-    return error;
+    return 0;
 }
 
 void leave_host(ka_host *host)

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -113,4 +114,34 @@ TEST(Fork, children_that_stay_hold_no_start_back)
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
     }
+}
+
+// The library's first work in a process falls into a fork that has begun in another thread. It is the first only
+// where this case runs alone, as ctest does it. The fork is held up by a handler of the test's own, which it runs
+// first.
+TEST(Fork, first_host_opened_beside_a_fork_leaves_the_child_usable)
+{
+    static std::atomic<bool> holds_up;
+    static std::atomic<bool> in_fork;
+    pthread_atfork(
+        [] {
+            if (!holds_up) return;
+            in_fork = true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        },
+        nullptr, nullptr);
+    holds_up = true;
+    std::thread opening([] {
+        while (!in_fork)
+            std::this_thread::yield();
+        Host host;
+        EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    });
+    const int status = in_child([] {
+        Host own;
+        return call_with(own, "give_code", 2) == 2;
+    });
+    EXPECT_EQ(status, 0);
+    holds_up = false;
+    opening.join();
 }
