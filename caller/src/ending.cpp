@@ -69,6 +69,7 @@ static void release_process(ka_host *host)
     host->ring = nullptr;
     close_fd(&host->pid_fd);
     close_fd(&host->status_fd);
+    close_fd(&host->syscall_fd);
     host->pid = 0;
     host->answered = false;
     host->state = STATE_ENDED;

@@ -16,11 +16,16 @@
  * there is no call, is written last and taken back at the end: such a signal then costs a refusal with
  * KA_WRONG_COUNT, or with KA_WRONG_TYPE when argc is taken back under the host's eyes. The refusal can fall into the
  * next call, before the host has seen its request; so these two codes are believed only when the host has taken the
- * request and is at rest. What remains: a foreign signal from the moment of argc to the end of the call makes the
- * host perform the call twice, or go on from a call-back without its answer. */
+ * request and is at rest.
+ *
+ * A foreign signal from the moment of argc to the end of the call makes the host perform the call twice, or go on
+ * from a call-back without its answer: that nobody can prevent. But the end of the second performance must not be
+ * taken for the reply to the next call, nor may its results get into that call's arguments. So a call is over only
+ * when the host has been seen idle after argc was taken back: what is performed after that is a refusal. */
 #include "host.h"
 
 #include <errno.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdio.h>
 
@@ -177,6 +182,34 @@ static int32_t fail_out_of_turn(ka_host *host)
     return fail(host, KA_ARGUMENT, "ka_call without ka_begin");
 }
 
+static int32_t fail_settling(ka_host *host)
+{
+    fail(host, KA_DEADLINE, "%.300s: \"%s\" was made to run again by a foreign SIGUSR2, and took more than %d ms",
+         host->module, host->function, host->options.deadline_ms);
+    return lose_host(host);
+}
+
+/* Nearly every host is idle before its reply has waked this thread, and the others will be in a moment: so at first
+   they are only given the processor. A host that dies now has replied, and the next call will report it. */
+static int32_t settle(ka_host *host, int64_t deadline)
+{
+    enum { QUICK_LOOKS = 20 };
+    int64_t pause = 0;
+    for (int looks = 1; !is_idle_again(host, looks > QUICK_LOOKS); looks++) {
+        if (looks <= QUICK_LOOKS) {
+            sched_yield();
+            continue;
+        }
+        pause = lengthened(pause);
+        const int64_t look_again = now_ns() + pause;
+        const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
+        if (woken & WOKEN_BY_CANCEL) return fail_exchange(host, EVENT_CANCELLED);
+        if (woken & WOKEN_BY_DEATH) return KA_DONE;
+        if (now_ns() >= deadline) return fail_settling(host);
+    }
+    return KA_DONE;
+}
+
 static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
 {
     int32_t known = random_word(host);
@@ -188,7 +221,7 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
         if (reply.event == EVENT_RETURNED) {
             host->losses = 0;
             *return_code = reply.value;
-            return KA_DONE;
+            return settle(host, deadline);
         }
         host->in_callback = true;
         known = answer(host, reply.value);

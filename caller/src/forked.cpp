@@ -51,7 +51,7 @@ static void forget_process(ka_host *host)
     close_all_pipes(&host->pipes);
     host->state = STATE_ENDED;
     host->pid = 0;
-    host->pid_fd = host->status_fd = host->doorbell_fd = -1;
+    host->pid_fd = host->status_fd = host->syscall_fd = host->doorbell_fd = -1;
     host->base = nullptr;
     host->listener = nullptr;
     host->doorbell_open = host->hears = false;

@@ -74,6 +74,12 @@ struct t_PIPES {
     int report[2]; /* errno comes back when the module cannot be executed; closed by a successful exec */
 };
 
+/* Where a sleeping process is: the text of /proc/PID/syscall. */
+struct t_WHEREABOUTS {
+    int32_t length;
+    char text[180];
+};
+
 struct t_INSPECTION;
 struct t_RING;
 struct t_LISTENER;
@@ -115,6 +121,8 @@ struct ka_host {
     int pid_fd;
     int doorbell_fd;          /* KA_WAIT_FAST: a signalfd for SIGUSR2 */
     int status_fd;            /* /proc/PID/status; follows the process, not the number */
+    int syscall_fd;           /* /proc/PID/syscall likewise; -1 where it may not be read */
+    t_WHEREABOUTS idle;       /* what it says of the idle host; empty when that is not known */
     int error_fd;             /* KA_STDERR_FILE: a copy of the program's; else -1 */
     t_RING *ring;             /* KA_STDERR_RING: while there is a process; else null */
     t_INSPECTION *inspection; /* null when nobody looks at the host's end */
@@ -229,6 +237,7 @@ void take_results(ka_host *host);
 /* rest.cpp */
 enum t_REST { NOT_AT_REST, AT_REST_IDLE, AT_REST_IN_CALLBACK, REST_UNKNOWABLE };
 t_REST look_for_rest(ka_host *host);
+bool is_idle_again(ka_host *host, bool thoroughly); /* after an answer; true where that cannot be known */
 bool read_signal_sets(int status_fd, uint64_t *caught, uint64_t *ignored); /* of the process as a whole */
 t_REST look_for_first_rest(const ka_host *host); /* before anything was sent; never AT_REST_IN_CALLBACK */
 

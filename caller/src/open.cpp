@@ -132,7 +132,7 @@ int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
     *result = host;
     if (!host) return KA_SYSTEM;
     clear_error(host);
-    host->pid_fd = host->doorbell_fd = host->status_fd = host->error_fd = -1;
+    host->pid_fd = host->doorbell_fd = host->status_fd = host->syscall_fd = host->error_fd = -1;
     host->pipes = {{-1, -1}, {-1, -1}};
     seed_random(host);
     host->module = strdup(module);

@@ -108,3 +108,45 @@ t_REST look_for_first_rest(const ka_host *host)
     if (!look(host, &seen)) return REST_UNKNOWABLE;
     return !seen.pending && seen.blocked == waiting_idle ? AT_REST_IDLE : NOT_AT_REST;
 }
+
+/* ---- Idle again ------------------------------------------------------------------------------------------------ */
+
+/* Empty when the process runs. False when this cannot be read, or not by this user. */
+static bool read_whereabouts(const ka_host *host, t_WHEREABOUTS *result)
+{
+    const ssize_t length =
+        host->syscall_fd == -1 ? -1 : pread(host->syscall_fd, result->text, sizeof result->text, 0);
+    if (length <= 0) return false;
+    const bool runs = result->text[0] == 'r'; /* "running" */
+    result->length = runs ? 0 : static_cast<int32_t>(length);
+    return true;
+}
+
+static bool same_place(const t_WHEREABOUTS *one, const t_WHEREABOUTS *other)
+{
+    return one->length > 0 && one->length == other->length &&
+           memcmp(one->text, other->text, static_cast<size_t>(one->length)) == 0;
+}
+
+/* It is nowhere else before and after the look at its signals, so that look is of this place. */
+static bool learn_idle_place(ka_host *host, const t_WHEREABOUTS *before)
+{
+    t_LOOK seen;
+    t_WHEREABOUTS after;
+    if (!look(host, &seen) || !seen.asleep || seen.pending || seen.blocked != waiting_idle) return false;
+    if (!read_whereabouts(host, &after) || !same_place(before, &after)) return false;
+    host->idle = after;
+    return true;
+}
+
+/* A process that a signal has reached does not sleep any more. So one that sleeps in the system call, and at the
+   place, in which the idle host once slept, is idle, and whatever came before this look is done. That costs a tenth
+   of the look at the signals, from which the place is learnt. */
+bool is_idle_again(ka_host *host, bool thoroughly)
+{
+    t_WHEREABOUTS now;
+    if (!read_whereabouts(host, &now)) return true;
+    if (same_place(&now, &host->idle)) return true;
+    if (now.length == 0 || (host->idle.length > 0 && !thoroughly)) return false;
+    return learn_idle_place(host, &now);
+}

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <thread>
 #include <unistd.h>
 
 #include "caller/storm.h"
@@ -85,6 +86,22 @@ TEST_P(Strays, at_a_host_that_is_being_called_give_no_wrong_answer)
         for (int32_t spin = 0; spin < i % 100 * 50; spin++)
             asm volatile("");
         ASSERT_EQ(call_with(host, "give_code", 4711), 4711);
+    }
+}
+
+// The host performs the call again. Neither its second reply nor its second result may get into the next call.
+TEST_P(Strays, at_a_host_inside_a_function_do_not_reach_the_next_call)
+{
+    Host host(layout());
+    for (int32_t i = 0; i < 10; i++) {
+        std::thread stray([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            kill(ka_pid(host), SIGUSR2);
+        });
+        EXPECT_EQ(call_with(host, "nap", 20), 0);
+        EXPECT_EQ(call_with(host, "give_code", 4711 + i), 4711 + i);
+        stray.join();
+        if (HasFailure()) return;
     }
 }
 
