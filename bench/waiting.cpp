@@ -5,6 +5,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
@@ -22,12 +23,12 @@ const char *module_path;
 
 class Host {
 public:
-    explicit Host(int32_t waiting, int32_t deadline_ms = 30000)
+    explicit Host(int32_t waiting, const std::function<void(ka_options &)> &change = {})
     {
         ka_options options;
         ka_options_init(&options, sizeof options);
         options.waiting = waiting;
-        options.deadline_ms = deadline_ms;
+        if (change) change(options);
         if (ka_open(&host_, module_path, &options) == KA_DONE) return;
         std::fprintf(stderr, "waiting: %s\n", ka_last_error(host_)->text);
         std::exit(1);
@@ -106,6 +107,27 @@ double since(clock_type::time_point start)
     return std::chrono::duration<double, std::nano>(clock_type::now() - start).count();
 }
 
+// A host's first call waits until it is ready; checked, its tables are read then.
+double first_call(int32_t checking)
+{
+    std::vector<double> times;
+    for (int i = 0; i < 51; i++) {
+        const Host host(KA_WAIT_SAFE, [&](ka_options &options) { options.checking = checking; });
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        const auto start = clock_type::now();
+        host.call("nothing");
+        times.push_back(since(start));
+    }
+    return median(times);
+}
+
+double inspected(void)
+{
+    return Host(KA_WAIT_SAFE,
+                [](ka_options &options) { options.inspector = [](int32_t, int32_t, char *, int32_t, void *) {}; })
+        .nanoseconds("nothing");
+}
+
 // From the kill to the return of ka_call.
 double death_noticed(int32_t waiting)
 {
@@ -131,7 +153,7 @@ double deadline_overrun(int32_t waiting)
 {
     std::vector<double> times;
     for (int i = 0; i < 21; i++) {
-        const Host host(waiting, 50);
+        const Host host(waiting, [](ka_options &options) { options.deadline_ms = 50; });
         host.call("nothing");
         const auto start = clock_type::now();
         host.call("hang");
@@ -168,6 +190,9 @@ int main(int argc, char **argv)
         std::thread([&] { ns = Host(KA_WAIT_SAFE).nanoseconds("nothing"); }).join();
         trips.row("safe: the same, not in the main thread", ns);
     }
+    trips.row("safe: with an inspector", inspected());
+    trips.row("safe: the first call, checked", first_call(KA_CHECKED));
+    trips.row("safe: the first call, raw", first_call(KA_RAW));
     for (int count : {1, 2, 4, 8})
         trips.row("safe: " + std::to_string(count) + " threads, a host each, per call", in_threads(count));
 
