@@ -40,6 +40,7 @@ TEST(KaExitStatus, is_2_for_bad_usage)
         {"call", "--layout", "32", tasks_module, "count_call"},
         {"call", "--deadline", "0", tasks_module, "count_call"},
         {"call", "--deadline", "soon", tasks_module, "count_call"},
+        {"call", "--deadline", "501h", tasks_module, "count_call"},
         {"call", "--deadline", "nan", tasks_module, "count_call"},
         {"check", "--deadline", "nan", tasks_module},
         {"call", "--trace", "5", tasks_module, "count_call"},

@@ -61,7 +61,7 @@ TEST(KaShellScript, ends_at_the_first_line_that_fails)
     EXPECT_EQ(refused.status, 3);
     EXPECT_EQ(refused.err.substr(0, 18), "ka: line 2: add: t") << refused.err;
     EXPECT_EQ(script("die_by 9\n").status, 5);
-    EXPECT_EQ(script("hang\n", {"--deadline", "0.2"}).status, 6);
+    EXPECT_EQ(script("hang\n", {"--deadline", "200ms"}).status, 6);
     EXPECT_EQ(script(":nothing\n").status, 2);
 }
 

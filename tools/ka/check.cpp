@@ -21,7 +21,7 @@ namespace {
 
 struct Wishes {
     std::string module;
-    double deadline_s = 10;
+    std::string deadline = "10s";
     bool no_start = false;
     bool json = false;
 };
@@ -107,7 +107,7 @@ Findings find_all(const Wishes &wishes)
     const bool would_answer = std::none_of(findings.begin(), findings.end(), is_hostless);
     if (can_start && would_answer && !wishes.no_start) {
         const Progress progress("starting " + wishes.module);
-        check_start(wishes.module, static_cast<int>(wishes.deadline_s * 1000), findings);
+        check_start(wishes.module, deadline_ms(wishes.deadline), findings);
     }
     return findings;
 }
@@ -127,7 +127,7 @@ void add_check_command(CLI::App &app, int &exit_status)
     CLI::App *check = app.add_subcommand("check", description);
     check->footer(std::string(examples) + "\n" + exit_status_help());
     check->add_option("MODULE", wishes->module, "path of the module")->required()->type_name("");
-    add_deadline_option(check, wishes->deadline_s, "seconds to wait for the start");
+    add_deadline_option(check, wishes->deadline, "how long to wait for the start");
     check->add_flag("--no-start", wishes->no_start, "reads the file only, and runs nothing");
     check->add_flag("--json", wishes->json, "shows one JSON object");
     check->callback([wishes, &exit_status] { exit_status = run_check(*wishes); });

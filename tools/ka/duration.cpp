@@ -19,8 +19,13 @@ std::optional<std::chrono::milliseconds> read_duration(const std::string &text)
     for (const Unit &unit : units) {
         if (std::string(read.ptr, end) != unit.name) continue;
         const double milliseconds = number * unit.milliseconds;
-        if (!(milliseconds >= 1 && milliseconds <= 10000 * 3600e3)) return std::nullopt;
+        if (!(milliseconds >= 1 && milliseconds <= 500 * 3600e3)) return std::nullopt;
         return std::chrono::milliseconds(static_cast<int64_t>(milliseconds));
     }
     return std::nullopt;
+}
+
+std::string refuse_duration(const std::string &text)
+{
+    return read_duration(text) ? "" : "takes a time from 1ms to 500h, such as 10s, not \"" + text + "\"";
 }

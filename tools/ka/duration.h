@@ -8,7 +8,10 @@
 #include <optional>
 #include <string>
 
-// Nothing when it is no time, or one below a millisecond or above ten thousand hours.
+// Nothing when it is no time, or one below a millisecond or above 500 hours, which fit an int32_t of milliseconds.
 std::optional<std::chrono::milliseconds> read_duration(const std::string &text);
+
+// What is wrong with it, for a message that begins with what takes it; empty when nothing is.
+std::string refuse_duration(const std::string &text);
 
 #endif

@@ -149,7 +149,7 @@ constexpr Explanation rows[] = {
     {ka_exit, EXIT_DIED, "EXIT_DIED", "", "the module died in the call", "a crash, an exit, a kill",
      "explain the signal or status that standard error names"},
     {ka_exit, EXIT_DEADLINE, "EXIT_DEADLINE", "", "no answer within the deadline", "the function hangs or is slow",
-     "--deadline SECONDS"},
+     "--deadline TIME"},
     {ka_exit, EXIT_INTERRUPTED, "EXIT_INTERRUPTED", "", "interrupted by SIGINT or SIGTERM",
      "somebody pressed ctrl-C, or ended ka", "nothing to do: the host was ended too"},
     {host_exit, 0, "", "", "the host ended in order", "it was told to by SIGTERM, or its caller is gone",

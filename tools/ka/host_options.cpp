@@ -6,10 +6,10 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
-#include <charconv>
 #include <iostream>
 
 #include "callback.h"
+#include "duration.h"
 #include "literal.h"
 
 namespace {
@@ -29,16 +29,6 @@ void add_block_options(CLI::App *command, HostWishes &wishes, const std::string 
         ->type_name("BYTES");
 }
 
-// Empty when the text is good. A nan is within every range, if one only asks what is outside.
-std::string refuse_seconds(const std::string &text)
-{
-    double seconds = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-    const bool is_number = error == std::errc() && stop == text.data() + text.size();
-    if (is_number && seconds >= 0.001 && seconds <= 2000000) return "";
-    return "takes seconds, 0.001 to 2000000, not \"" + text + "\"";
-}
-
 int32_t answer_callback(ka_host *, int32_t value, void *user)
 {
     const Answer answer = answer_to(static_cast<const HostWishes *>(user)->callback, value);
@@ -49,18 +39,23 @@ int32_t answer_callback(ka_host *, int32_t value, void *user)
 
 } // namespace
 
-void add_deadline_option(CLI::App *command, double &seconds, const std::string &purpose)
+void add_deadline_option(CLI::App *command, std::string &deadline, const std::string &purpose)
 {
-    command->add_option("--deadline", seconds, purpose)
-        ->check(refuse_seconds)
+    command->add_option("--deadline", deadline, purpose + ": 10s, 500ms, 2m, 1h; a number alone is seconds")
+        ->check(refuse_duration)
         ->capture_default_str()
-        ->type_name("SECONDS");
+        ->type_name("TIME");
+}
+
+int32_t deadline_ms(const std::string &deadline)
+{
+    return static_cast<int32_t>(read_duration(deadline).value().count());
 }
 
 void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &right_size)
 {
     command->add_flag("--raw", wishes.raw, "sends the arguments as written, unchecked");
-    add_deadline_option(command, wishes.deadline_s, "seconds to wait for the answer");
+    add_deadline_option(command, wishes.deadline, "how long to wait for the answer");
     command
         ->add_option("--callback", wishes.callback,
                      "answer to every call-back: const:N, or arithmetic over value with + - * / % and parentheses, "
@@ -90,7 +85,7 @@ ka_options host_options(HostWishes &wishes, int32_t right_size, int cancel_fd)
     options.layout = wishes.layout == "64" ? KA_LAYOUT_64 : KA_LAYOUT_NATIVE;
     options.segment_bytes = wishes.segment_bytes != 0 ? wishes.segment_bytes : right_size;
     options.scratch_bytes = wishes.scratch_bytes;
-    options.deadline_ms = static_cast<int32_t>(wishes.deadline_s * 1000);
+    options.deadline_ms = deadline_ms(wishes.deadline);
     options.cancel_fd = cancel_fd;
     options.checking = wishes.raw ? KA_RAW : KA_CHECKED;
     options.trace_level = wishes.trace_level;

@@ -15,7 +15,7 @@ class App;
 
 struct HostWishes {
     std::string layout = "native";
-    double deadline_s = 30;
+    std::string deadline = "30s";
     std::string callback = "const:0";
     int32_t segment_bytes = 0; // 0: what the subcommand finds right
     int32_t scratch_bytes = 1 << 16;
@@ -23,7 +23,9 @@ struct HostWishes {
     bool raw = false;
 };
 
-void add_deadline_option(CLI::App *command, double &seconds, const std::string &purpose);
+// A text that can be read as a time.
+void add_deadline_option(CLI::App *command, std::string &deadline, const std::string &purpose);
+int32_t deadline_ms(const std::string &deadline);
 
 // right_size says what a segment of 0 bytes stands for.
 void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &right_size);

@@ -2,9 +2,9 @@
 //
 // The orders of ka shell: lines that begin with a colon.
 #include <charconv>
-#include <cmath>
 #include <iostream>
 
+#include "duration.h"
 #include "exit_status.h"
 #include "list.h"
 #include "literal.h"
@@ -23,7 +23,7 @@ const Session::Order Session::orders[] = {
     {":list", "[FUNCTION]", "lists the functions of the module, or one of them", &Session::list},
     {":vars", "", "lists the variables", &Session::vars},
     {":trace", "N", "sets the level of the host's trace on standard error: 0 to 4", &Session::trace},
-    {":deadline", "SECONDS", "sets the time that a call may take", &Session::deadline},
+    {":deadline", "TIME", "sets the time that a call may take", &Session::deadline},
     {":callback", "RULE", "sets the answer to every call-back: const:N, or arithmetic over value",
      &Session::callback},
     {":restart", "", "ends the host and starts a new one", &Session::restart},
@@ -111,12 +111,9 @@ int Session::trace(const Words &words)
 
 int Session::deadline(const Words &words)
 {
-    double seconds = 0;
-    const char *end = words[1].data() + words[1].size();
-    const auto [stop, error] = std::from_chars(words[1].data(), end, seconds);
-    if (error != std::errc() || stop != end || !(seconds >= 0.001 && seconds <= 2000000))
-        return fail(EXIT_USAGE, ":deadline takes seconds, 0.001 to 2000000, not " + words[1]);
-    ka_set_deadline(host_, static_cast<int32_t>(seconds * 1000));
+    const std::string refusal = refuse_duration(words[1]);
+    if (!refusal.empty()) return fail(EXIT_USAGE, ":deadline " + refusal);
+    ka_set_deadline(host_, deadline_ms(words[1]));
     return EXIT_DONE;
 }
 

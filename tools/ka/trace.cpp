@@ -166,8 +166,6 @@ int open_process(int32_t pid)
 int run_trace(const Wishes &wishes)
 {
     const auto duration = read_duration(wishes.duration);
-    if (!wishes.duration.empty() && !duration)
-        return complain(EXIT_USAGE, "--for " + wishes.duration + " is no time such as 10s, 500ms or 2m");
     if (!wishes.has_level && (duration || wishes.keep))
         return complain(EXIT_USAGE, "--for and --keep need a --level");
     if (wishes.keep && duration) return complain(EXIT_USAGE, "--for and --keep exclude each other");
@@ -193,6 +191,7 @@ void add_trace_command(CLI::App &app, int &exit_status)
         ->type_name("");
     CLI::Option *level = trace->add_option("--level", wishes->level, "the level to set")->type_name("N");
     trace->add_option("--for", wishes->duration, "how long: 10s, 500ms, 2m; otherwise until interrupted")
+        ->check(refuse_duration)
         ->type_name("TIME");
     trace->add_flag("--keep", wishes->keep, "leaves the level set, and ends at once");
     trace->add_flag("--json", wishes->json, "shows one JSON object");
