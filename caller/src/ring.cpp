@@ -12,9 +12,10 @@
 
 #include "attendant.h"
 
-/* The pipe is made as large as an unprivileged program may have it, so that the host waits for a busy attendant as
-   seldom as can be. One look takes no more than that, and leaves the attendant to others then. */
-enum { PIPE_BYTES = 1 << 20 };
+/* Larger than usual, so that the host seldom waits for a busy attendant; and small enough for hundreds of hosts,
+   since all pipes of a user together may have 64 MiB. One look takes no more than that, and leaves the attendant to
+   others then. */
+enum { PIPE_BYTES = 1 << 18 };
 
 struct t_RING {
     t_WATCH watch; /* of the reading end */
