@@ -3,13 +3,11 @@
 // See call.h. How a call is made stands in calling.cpp.
 #include "call.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <memory>
 
 #include "calling.h"
 #include "exit_status.h"
+#include "subcommand.h"
 
 namespace {
 
@@ -50,21 +48,18 @@ constexpr const char *examples = R"(Examples:
   ka call --raw ./adder add 2 40 '&0'
 )";
 
-struct CallHelp : CLI::Formatter {
-    std::string make_usage(const CLI::App *, std::string) const override
-    {
-        return "\nUsage: ka call [OPTIONS] MODULE FUNCTION [ARGUMENT...]\n";
-    }
-};
-
 void add_call_options(CLI::App *call, CallWishes &wishes)
 {
-    call->add_flag("--json", wishes.json, "shows one JSON object");
-    call->add_option("--args", wishes.arguments_file, "reads the arguments from a JSON file; -: standard input")
-        ->type_name("FILE");
-    call->add_option("--repeat", wishes.repeat, "calls N times on one host, and tells the times")
-        ->check(CLI::Range(1, 10000000).description(""))
-        ->type_name("N");
+    add_flag(call, "--json", wishes.json, "shows one JSON object");
+    add_option(call,
+               {.name = "--args", .value = "FILE", .text = "reads the arguments from a JSON file; -: standard input"},
+               wishes.arguments_file);
+    add_option(call,
+               {.name = "--repeat",
+                .value = "N",
+                .text = "calls N times on one host, and tells the times",
+                .range = Range{1, 10000000}},
+               wishes.repeat);
     add_host_options(call, wishes, "as big as the call needs");
 }
 
@@ -73,17 +68,15 @@ void add_call_options(CLI::App *call, CallWishes &wishes)
 void add_call_command(CLI::App &app, int &exit_status)
 {
     const auto wishes = std::make_shared<CallWishes>();
-    CLI::App *call = app.add_subcommand("call", description);
-    call->formatter(std::make_shared<CallHelp>());
+    CLI::App *call = add_subcommand(app, {"call", description, examples, "[OPTIONS] MODULE FUNCTION [ARGUMENT...]"});
     // Arguments are taken as they stand: to the command-line library, brackets and minus signs have meanings of their
     // own.
-    call->allow_extras();
-    call->footer(std::string(examples) + "\n" + exit_status_help());
-    call->add_option("MODULE", wishes->module, "path of the module")->required()->type_name("");
-    call->add_option("FUNCTION", wishes->function, "name of the function")->required()->type_name("");
+    take_extra_words(call);
+    add_option(call, {.name = "MODULE", .text = "path of the module", .is_required = true}, wishes->module);
+    add_option(call, {.name = "FUNCTION", .text = "name of the function", .is_required = true}, wishes->function);
     add_call_options(call, *wishes);
-    call->callback([wishes, call, &exit_status] {
-        wishes->arguments = call->remaining();
-        exit_status = run_call(*wishes);
+    when_chosen(call, exit_status, [wishes, call] {
+        wishes->arguments = extra_words(call);
+        return run_call(*wishes);
     });
 }

@@ -3,9 +3,6 @@
 // See check.h.
 #include "check.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <iostream>
 #include <memory>
@@ -15,6 +12,7 @@
 #include "exit_status.h"
 #include "finding.h"
 #include "host_options.h"
+#include "subcommand.h"
 #include "terminal.h"
 
 namespace {
@@ -124,11 +122,10 @@ int run_check(const Wishes &wishes)
 void add_check_command(CLI::App &app, int &exit_status)
 {
     const auto wishes = std::make_shared<Wishes>();
-    CLI::App *check = app.add_subcommand("check", description);
-    check->footer(std::string(examples) + "\n" + exit_status_help());
-    check->add_option("MODULE", wishes->module, "path of the module")->required()->type_name("");
+    CLI::App *check = add_subcommand(app, {"check", description, examples});
+    add_option(check, {.name = "MODULE", .text = "path of the module", .is_required = true}, wishes->module);
     add_deadline_option(check, wishes->deadline, "how long to wait for the start");
-    check->add_flag("--no-start", wishes->no_start, "reads the file only, and runs nothing");
-    check->add_flag("--json", wishes->json, "shows one JSON object");
-    check->callback([wishes, &exit_status] { exit_status = run_check(*wishes); });
+    add_flag(check, "--no-start", wishes->no_start, "reads the file only, and runs nothing");
+    add_flag(check, "--json", wishes->json, "shows one JSON object");
+    when_chosen(check, exit_status, [wishes] { return run_check(*wishes); });
 }

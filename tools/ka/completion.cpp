@@ -13,6 +13,7 @@
 #include "completion_scripts.h"
 #include "description.h"
 #include "exit_status.h"
+#include "subcommand.h"
 #include "tables.h"
 
 namespace {
@@ -170,14 +171,13 @@ std::string completion_answer(const CLI::App &app, const std::vector<std::string
 void add_completion_command(CLI::App &app, int &exit_status)
 {
     const auto shell = std::make_shared<std::string>();
-    CLI::App *completion = app.add_subcommand("completion", description);
-    completion->footer(std::string(examples) + "\n" + exit_status_help());
-    completion->add_option("SHELL", *shell, "the shell to write for")
-        ->required()
-        ->type_name("")
-        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
-    completion->callback([shell, &exit_status] {
+    CLI::App *completion = add_subcommand(app, {"completion", description, examples});
+    add_option(
+        completion,
+        {.name = "SHELL", .text = "the shell to write for", .is_required = true, .choices = {"bash", "zsh", "fish"}},
+        *shell);
+    when_chosen(completion, exit_status, [shell] {
         std::cout << completion_script(*shell) << std::flush;
-        exit_status = std::cout ? EXIT_DONE : EXIT_USAGE;
+        return std::cout ? EXIT_DONE : EXIT_USAGE;
     });
 }

@@ -3,6 +3,9 @@
 // See description.h.
 #include "description.h"
 
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 #include <sstream>
 
 namespace {
@@ -80,6 +83,17 @@ Command command_of(const CLI::App &app, const std::string &full_name)
     return command;
 }
 
+// The list of subcommands has one line for each.
+struct Help : CLI::Formatter {
+    std::string make_subcommand(const CLI::App *command) const override
+    {
+        std::ostringstream out;
+        CLI::detail::format_help(out, command->get_display_name(true), first_line(command->get_description()),
+                                 get_column_width());
+        return out.str();
+    }
+};
+
 } // namespace
 
 std::vector<Command> commands_of(const CLI::App &app)
@@ -91,12 +105,9 @@ std::vector<Command> commands_of(const CLI::App &app)
     return commands;
 }
 
-std::string Help::make_subcommand(const CLI::App *command) const
+void shorten_help(CLI::App &app)
 {
-    std::ostringstream out;
-    CLI::detail::format_help(out, command->get_display_name(true), first_line(command->get_description()),
-                             get_column_width());
-    return out.str();
+    app.formatter(std::make_shared<Help>());
 }
 
 std::vector<std::string> lines_of(const std::string &text)

@@ -5,11 +5,12 @@
 #ifndef KA_TOOL_DESCRIPTION_H
 #define KA_TOOL_DESCRIPTION_H
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 // An option, or an argument that is known by its place: its one name is then the word that stands for it.
 struct Entry {
@@ -35,10 +36,8 @@ struct Command {
 // ka itself first, then every subcommand.
 std::vector<Command> commands_of(const CLI::App &app);
 
-// --help, with one line for each subcommand in the list of them.
-struct Help : CLI::Formatter {
-    std::string make_subcommand(const CLI::App *command) const override;
-};
+// Lets the help of app and its subcommands-to-be show one line for each subcommand.
+void shorten_help(CLI::App &app);
 
 // The lines of a text without their ends.
 std::vector<std::string> lines_of(const std::string &text);

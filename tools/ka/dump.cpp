@@ -3,9 +3,6 @@
 // See dump.h.
 #include "dump.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -15,6 +12,7 @@
 
 #include "block_text.h"
 #include "exit_status.h"
+#include "subcommand.h"
 
 namespace {
 
@@ -147,28 +145,38 @@ int run_dump(const Wishes &wishes)
     return found.ids.empty() ? complain(EXIT_USAGE, found.why) : dump_segments(wishes, found.ids);
 }
 
+std::string refuse_layout(const std::string &text)
+{
+    return text == "native" || text == "64" ? "" : "takes native or 64, not \"" + text + "\"";
+}
+
 } // namespace
 
 void add_dump_command(CLI::App &app, int &exit_status)
 {
     const auto wishes = std::make_shared<Wishes>();
-    CLI::App *dump = app.add_subcommand("dump", description);
-    dump->footer(std::string(examples) + "\n" + exit_status_help());
-    dump->add_option("NUMBER", wishes->number, "a segment, or a process that has one attached")
-        ->required()
-        ->type_name("");
-    dump->add_flag("--id", wishes->by_id, "the number is a segment");
-    dump->add_flag("--pid", wishes->by_pid, "the number is a process");
-    dump->add_option("--layout", wishes->layout, "layout of the block: native or 64; otherwise it is found out")
-        ->check(CLI::IsMember({"native", "64"}).description(""))
-        ->type_name("LAYOUT");
-    dump->add_option("--elements", wishes->elements, "elements shown of each array")
-        ->check(CLI::Range(0, 1000000).description(""))
-        ->capture_default_str()
-        ->type_name("N");
-    dump->add_option("--descriptors", wishes->descriptors, "descriptors shown, instead of argc")
-        ->check(CLI::Range(0, 51).description(""))
-        ->type_name("N");
-    dump->add_flag("--json", wishes->json, "shows one JSON array, with an object for each segment");
-    dump->callback([wishes, &exit_status] { exit_status = run_dump(*wishes); });
+    CLI::App *dump = add_subcommand(app, {"dump", description, examples});
+    add_option(dump, {.name = "NUMBER", .text = "a segment, or a process that has one attached", .is_required = true},
+               wishes->number);
+    add_flag(dump, "--id", wishes->by_id, "the number is a segment");
+    add_flag(dump, "--pid", wishes->by_pid, "the number is a process");
+    add_option(dump,
+               {.name = "--layout",
+                .value = "LAYOUT",
+                .text = "layout of the block: native or 64; otherwise it is found out",
+                .fault = refuse_layout},
+               wishes->layout);
+    add_option(dump,
+               {.name = "--elements",
+                .value = "N",
+                .text = "elements shown of each array",
+                .shows_default = true,
+                .range = Range{0, 1000000}},
+               wishes->elements);
+    add_option(
+        dump,
+        {.name = "--descriptors", .value = "N", .text = "descriptors shown, instead of argc", .range = Range{0, 51}},
+        wishes->descriptors);
+    add_flag(dump, "--json", wishes->json, "shows one JSON array, with an object for each segment");
+    when_chosen(dump, exit_status, [wishes] { return run_dump(*wishes); });
 }

@@ -3,9 +3,6 @@
 // See explain.h.
 #include "explain.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <iostream>
 #include <memory>
@@ -15,6 +12,7 @@
 
 #include "exit_status.h"
 #include "explanations.h"
+#include "subcommand.h"
 #include "terminal.h"
 
 namespace {
@@ -42,13 +40,6 @@ constexpr const char *examples = R"(Examples:
   ka explain --json 17
   ka explain --all
 )";
-
-struct ExplainHelp : CLI::Formatter {
-    std::string make_usage(const CLI::App *, std::string) const override
-    {
-        return "\nUsage: ka explain [OPTIONS] NUMBER | NAME | MESSAGE... | -\n";
-    }
-};
 
 // ---- Finding ---------------------------------------------------------------------------------------------------
 
@@ -161,15 +152,14 @@ int run_explain(const Wishes &wishes)
 void add_explain_command(CLI::App &app, int &exit_status)
 {
     const auto wishes = std::make_shared<Wishes>();
-    CLI::App *explain = app.add_subcommand("explain", description);
-    explain->formatter(std::make_shared<ExplainHelp>());
-    explain->allow_extras(); // a number may begin with a minus sign
-    explain->footer(std::string(examples) + "\n" + exit_status_help());
-    explain->add_flag("--all", wishes->all, "shows all that is known");
-    explain->add_flag("--json", wishes->json, "shows one JSON array");
-    explain->callback([wishes, explain, &exit_status] {
-        for (const std::string &word : explain->remaining())
+    CLI::App *explain =
+        add_subcommand(app, {"explain", description, examples, "[OPTIONS] NUMBER | NAME | MESSAGE... | -"});
+    take_extra_words(explain); // a number may begin with a minus sign
+    add_flag(explain, "--all", wishes->all, "shows all that is known");
+    add_flag(explain, "--json", wishes->json, "shows one JSON array");
+    when_chosen(explain, exit_status, [wishes, explain] {
+        for (const std::string &word : extra_words(explain))
             if (word != "--") wishes->text += (wishes->text.empty() ? "" : " ") + word;
-        exit_status = run_explain(*wishes);
+        return run_explain(*wishes);
     });
 }

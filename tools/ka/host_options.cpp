@@ -3,30 +3,35 @@
 // See host_options.h.
 #include "host_options.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <iostream>
 
 #include "callback.h"
 #include "duration.h"
 #include "literal.h"
+#include "subcommand.h"
 
 namespace {
 
 void add_block_options(CLI::App *command, HostWishes &wishes, const std::string &right_size)
 {
-    command->add_option("--layout", wishes.layout, "layout of the shared block")
-        ->check(CLI::IsMember({"native", "64"}))
-        ->capture_default_str()
-        ->type_name("LAYOUT");
-    command->add_option("--segment", wishes.segment_bytes, "size of the shared segment; 0: " + right_size)
-        ->check(CLI::Range(0, INT32_MAX).description(""))
-        ->capture_default_str()
-        ->type_name("BYTES");
-    command->add_option("--scratch", wishes.scratch_bytes, "size of the scratch area at its end")
-        ->capture_default_str()
-        ->type_name("BYTES");
+    add_option(command,
+               {.name = "--layout",
+                .value = "LAYOUT",
+                .text = "layout of the shared block",
+                .shows_default = true,
+                .choices = {"native", "64"}},
+               wishes.layout);
+    add_option(command,
+               {.name = "--segment",
+                .value = "BYTES",
+                .text = "size of the shared segment; 0: " + right_size,
+                .shows_default = true,
+                .range = Range{0, INT32_MAX}},
+               wishes.segment_bytes);
+    add_option(
+        command,
+        {.name = "--scratch", .value = "BYTES", .text = "size of the scratch area at its end", .shows_default = true},
+        wishes.scratch_bytes);
 }
 
 int32_t answer_callback(ka_host *, int32_t value, void *user)
@@ -41,10 +46,13 @@ int32_t answer_callback(ka_host *, int32_t value, void *user)
 
 void add_deadline_option(CLI::App *command, std::string &deadline, const std::string &purpose)
 {
-    command->add_option("--deadline", deadline, purpose + ": 10s, 500ms, 2m, 1h; a number alone is seconds")
-        ->check(refuse_duration)
-        ->capture_default_str()
-        ->type_name("TIME");
+    add_option(command,
+               {.name = "--deadline",
+                .value = "TIME",
+                .text = purpose + ": 10s, 500ms, 2m, 1h; a number alone is seconds",
+                .shows_default = true,
+                .fault = refuse_duration},
+               deadline);
 }
 
 int32_t deadline_ms(const std::string &deadline)
@@ -54,18 +62,23 @@ int32_t deadline_ms(const std::string &deadline)
 
 void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &right_size)
 {
-    command->add_flag("--raw", wishes.raw, "sends the arguments as written, unchecked");
+    add_flag(command, "--raw", wishes.raw, "sends the arguments as written, unchecked");
     add_deadline_option(command, wishes.deadline, "how long to wait for the answer");
-    command
-        ->add_option("--callback", wishes.callback,
-                     "answer to every call-back: const:N, or arithmetic over value with + - * / % and parentheses, "
-                     "in 32 bits that wrap around; 0 when it divides by zero")
-        ->capture_default_str()
-        ->type_name("RULE");
-    command->add_option("--trace", wishes.trace_level, "trace of the calls on standard error: 1 to 4")
-        ->check(CLI::Range(0, 4).description(""))
-        ->capture_default_str()
-        ->type_name("N");
+    add_option(command,
+               {.name = "--callback",
+                .value = "RULE",
+                .text =
+                    "answer to every call-back: const:N, or arithmetic over value with + - * / % and parentheses, "
+                    "in 32 bits that wrap around; 0 when it divides by zero",
+                .shows_default = true},
+               wishes.callback);
+    add_option(command,
+               {.name = "--trace",
+                .value = "N",
+                .text = "trace of the calls on standard error: 1 to 4",
+                .shows_default = true,
+                .range = Range{0, 4}},
+               wishes.trace_level);
     add_block_options(command, wishes, right_size);
 }
 

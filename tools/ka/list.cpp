@@ -3,9 +3,6 @@
 // See list.h.
 #include "list.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <array>
 #include <iostream>
@@ -18,6 +15,7 @@
 #include "ka/dll_block.h"
 #include "prototypes.h"
 #include "results.h"
+#include "subcommand.h"
 #include "terminal.h"
 
 namespace {
@@ -38,13 +36,6 @@ constexpr const char *examples = R"(Examples:
   ka list ./tour scale
   ka list --json ./tour
 )";
-
-struct ListHelp : CLI::Formatter {
-    std::string make_usage(const CLI::App *, std::string) const override
-    {
-        return "\nUsage: ka list [OPTIONS] MODULE [FUNCTION]\n";
-    }
-};
 
 // ---- As a table ------------------------------------------------------------------------------------------------
 
@@ -194,12 +185,10 @@ std::string functions_json(const std::vector<Function> &functions)
 void add_list_command(CLI::App &app, int &exit_status)
 {
     const auto wishes = std::make_shared<Wishes>();
-    CLI::App *list = app.add_subcommand("list", description);
-    list->formatter(std::make_shared<ListHelp>());
-    list->footer(std::string(examples) + "\n" + exit_status_help());
-    list->add_option("MODULE", wishes->module, "path of the module")->required()->type_name("");
-    list->add_option("FUNCTION", wishes->function, "only this function")->type_name("");
-    list->add_flag("--start", wishes->start, "starts the module, and reads the tables that it has then");
-    list->add_flag("--json", wishes->json, "shows one JSON object");
-    list->callback([wishes, &exit_status] { exit_status = wishes->start ? list_host(*wishes) : list_file(*wishes); });
+    CLI::App *list = add_subcommand(app, {"list", description, examples, "[OPTIONS] MODULE [FUNCTION]"});
+    add_option(list, {.name = "MODULE", .text = "path of the module", .is_required = true}, wishes->module);
+    add_option(list, {.name = "FUNCTION", .text = "only this function"}, wishes->function);
+    add_flag(list, "--start", wishes->start, "starts the module, and reads the tables that it has then");
+    add_flag(list, "--json", wishes->json, "shows one JSON object");
+    when_chosen(list, exit_status, [wishes] { return wishes->start ? list_host(*wishes) : list_file(*wishes); });
 }

@@ -48,7 +48,7 @@ static int run(int argc, char **argv)
 {
     CLI::App app("Calls functions of modules, each in a process of its own, and looks at REALs.", "ka");
     int exit_status = EXIT_DONE;
-    app.formatter(std::make_shared<Help>());
+    shorten_help(app);
     app.set_version_flag("--version", "ka " KA_VERSION);
     app.require_subcommand(0, 1);
     add_list_command(app, exit_status);

@@ -11,6 +11,7 @@
 
 #include "description.h"
 #include "exit_status.h"
+#include "subcommand.h"
 
 namespace {
 
@@ -184,10 +185,9 @@ std::string page(const CLI::App &app)
 
 void add_manual_command(CLI::App &app, int &exit_status)
 {
-    CLI::App *manual = app.add_subcommand("manual", description);
-    manual->footer(std::string(examples) + "\n" + exit_status_help());
-    manual->callback([&app, &exit_status] {
+    CLI::App *manual = add_subcommand(app, {"manual", description, examples});
+    when_chosen(manual, exit_status, [&app] {
         std::cout << page(app) << std::flush;
-        exit_status = std::cout ? EXIT_DONE : EXIT_USAGE;
+        return std::cout ? EXIT_DONE : EXIT_USAGE;
     });
 }

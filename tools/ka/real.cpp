@@ -3,9 +3,6 @@
 // See real.h.
 #include "real.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cstring>
 #include <iostream>
@@ -14,6 +11,7 @@
 
 #include "exit_status.h"
 #include "literal.h"
+#include "subcommand.h"
 #include "view.h"
 
 namespace {
@@ -49,13 +47,6 @@ constexpr const char *examples = R"(Examples:
   ka real --length 3 12.345
   ka real --json double 0.1
 )";
-
-struct RealHelp : CLI::Formatter {
-    std::string make_usage(const CLI::App *, std::string) const override
-    {
-        return "\nUsage: ka real [OPTIONS] NUMBER | A OPERATION B | VERB ...\n";
-    }
-};
 
 // ---- Operations ------------------------------------------------------------------------------------------------
 
@@ -226,17 +217,19 @@ int run_real(const Wishes &wishes)
 void add_real_command(CLI::App &app, int &exit_status)
 {
     const auto wishes = std::make_shared<Wishes>();
-    CLI::App *real = app.add_subcommand("real", description);
-    real->formatter(std::make_shared<RealHelp>());
-    real->allow_extras(); // a number may begin with a minus sign
-    real->footer(std::string(examples) + "\n" + exit_status_help());
-    real->add_option("--length", wishes->packed_length, "bytes of the packed form shown")
-        ->check(CLI::Range(2, 64).description(""))
-        ->capture_default_str()
-        ->type_name("N");
-    real->add_flag("--json", wishes->json, "shows one JSON object");
-    real->callback([wishes, real, &exit_status] {
-        wishes->words = words_of(real->remaining());
-        exit_status = run_real(*wishes);
+    CLI::App *real =
+        add_subcommand(app, {"real", description, examples, "[OPTIONS] NUMBER | A OPERATION B | VERB ..."});
+    take_extra_words(real); // a number may begin with a minus sign
+    add_option(real,
+               {.name = "--length",
+                .value = "N",
+                .text = "bytes of the packed form shown",
+                .shows_default = true,
+                .range = Range{2, 64}},
+               wishes->packed_length);
+    add_flag(real, "--json", wishes->json, "shows one JSON object");
+    when_chosen(real, exit_status, [wishes, real] {
+        wishes->words = words_of(extra_words(real));
+        return run_real(*wishes);
     });
 }

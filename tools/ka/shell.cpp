@@ -3,9 +3,6 @@
 // See shell.h.
 #include "shell.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -17,6 +14,7 @@
 #include "shell_completion.h"
 #include "shell_editor.h"
 #include "shell_session.h"
+#include "subcommand.h"
 
 namespace {
 
@@ -103,11 +101,10 @@ int run_shell(SessionWishes &wishes)
 void add_shell_command(CLI::App &app, int &exit_status)
 {
     const auto wishes = std::make_shared<SessionWishes>();
-    CLI::App *shell = app.add_subcommand("shell", beginning + order_help("  ") + details);
-    shell->footer(std::string(examples) + "\n" + exit_status_help());
-    shell->add_option("MODULE", wishes->module, "path of the module")->required()->type_name("");
-    shell->add_flag("--json", wishes->json, "shows one JSON object for each call");
-    shell->add_flag("--keep-going", wishes->keep_going, "does not end a script at a line that fails");
+    CLI::App *shell = add_subcommand(app, {"shell", beginning + order_help("  ") + details, examples});
+    add_option(shell, {.name = "MODULE", .text = "path of the module", .is_required = true}, wishes->module);
+    add_flag(shell, "--json", wishes->json, "shows one JSON object for each call");
+    add_flag(shell, "--keep-going", wishes->keep_going, "does not end a script at a line that fails");
     add_host_options(shell, wishes->host, std::to_string(roomy_segment_bytes));
-    shell->callback([wishes, &exit_status] { exit_status = run_shell(*wishes); });
+    when_chosen(shell, exit_status, [wishes] { return run_shell(*wishes); });
 }

@@ -3,9 +3,6 @@
 // See trace.h.
 #include "trace.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <cerrno>
 #include <chrono>
 #include <iostream>
@@ -20,6 +17,7 @@
 #include "exit_status.h"
 #include "interruption.h"
 #include "ka/caller.h"
+#include "subcommand.h"
 
 namespace {
 
@@ -183,20 +181,20 @@ int run_trace(const Wishes &wishes)
 void add_trace_command(CLI::App &app, int &exit_status)
 {
     const auto wishes = std::make_shared<Wishes>();
-    CLI::App *trace = app.add_subcommand("trace", description);
-    trace->footer(std::string(examples) + "\n" + exit_status_help());
-    trace->add_option("PID", wishes->pid, "process of a host")
-        ->required()
-        ->check(CLI::Range(1, INT32_MAX).description(""))
-        ->type_name("");
-    CLI::Option *level = trace->add_option("--level", wishes->level, "the level to set")->type_name("N");
-    trace->add_option("--for", wishes->duration, "how long: 10s, 500ms, 2m; otherwise until interrupted")
-        ->check(refuse_duration)
-        ->type_name("TIME");
-    trace->add_flag("--keep", wishes->keep, "leaves the level set, and ends at once");
-    trace->add_flag("--json", wishes->json, "shows one JSON object");
-    trace->callback([wishes, level, &exit_status] {
-        wishes->has_level = level->count() > 0;
-        exit_status = run_trace(*wishes);
+    CLI::App *trace = add_subcommand(app, {"trace", description, examples});
+    add_option(trace, {.name = "PID", .text = "process of a host", .is_required = true, .range = Range{1, INT32_MAX}},
+               wishes->pid);
+    add_option(trace, {.name = "--level", .value = "N", .text = "the level to set"}, wishes->level);
+    add_option(trace,
+               {.name = "--for",
+                .value = "TIME",
+                .text = "how long: 10s, 500ms, 2m; otherwise until interrupted",
+                .fault = refuse_duration},
+               wishes->duration);
+    add_flag(trace, "--keep", wishes->keep, "leaves the level set, and ends at once");
+    add_flag(trace, "--json", wishes->json, "shows one JSON object");
+    when_chosen(trace, exit_status, [wishes, trace] {
+        wishes->has_level = is_given(trace, "--level");
+        return run_trace(*wishes);
     });
 }
