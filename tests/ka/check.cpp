@@ -2,6 +2,7 @@
 //
 // ka check of files, loaders, libraries, symbols and starts.
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -232,4 +233,33 @@ TEST(KaCheckHelp, examples_work)
         EXPECT_EQ(run_example(example, module.folder()).status, 0) << example;
     EXPECT_EQ(ka({"check"}).status, 2);
     EXPECT_EQ(ka({"check", "--deadline", "0", tasks_module}).status, 2);
+}
+
+TEST(KaCheck, interrupted_start_gives_130_and_what_was_found_before)
+{
+    const BuiltModule module("t_DLL_PROTO KaArgList[] = {{\"a\", 1, 0}};"
+                             "t_DLL_FUNC KaFuncList[] = {{\"f\", 0, 1, 0}, {\"f\", 0, 1, 0}, {0, 0, 0, 0}};"
+                             "void dll_setup(void) { for (;;) pause(); }");
+    for (const int signal : {SIGINT, SIGTERM}) {
+        const Running running = start_ka({"check", module.path()});
+        const pid_t host = host_of(running.pid);
+        kill(running.pid, signal);
+        const Outcome outcome = await_ka(running);
+        EXPECT_EQ(outcome.status, 130);
+        EXPECT_NE(outcome.out.find("two functions are named f"), std::string::npos) << outcome.out;
+        EXPECT_EQ(outcome.out.find("start"), std::string::npos) << outcome.out;
+        EXPECT_NE(outcome.err.find(" was cancelled\n"), std::string::npos) << outcome.err;
+        EXPECT_TRUE(ends(host));
+    }
+}
+
+TEST(KaCheck, interrupted_start_is_an_object_where_json_is_asked_for)
+{
+    const BuiltModule module(std::string(sound_tables) + "void dll_setup(void) { for (;;) pause(); }");
+    const Running running = start_ka({"check", "--json", module.path()});
+    host_of(running.pid);
+    kill(running.pid, SIGINT);
+    const Outcome outcome = await_ka(running);
+    EXPECT_EQ(outcome.status, 130);
+    EXPECT_EQ(nlohmann::json::parse(outcome.out)["error"], "cancelled");
 }

@@ -13,10 +13,15 @@ namespace {
 
 using Json = nlohmann::json;
 
+std::string arguments_file()
+{
+    return CALLER_MODULES "/arguments." + std::to_string(getpid());
+}
+
 // ka call with these arguments in a file.
 Outcome call_with(const std::string &arguments, std::vector<std::string> words)
 {
-    const std::string path = CALLER_MODULES "/arguments." + std::to_string(getpid());
+    const std::string path = arguments_file();
     std::ofstream(path) << arguments;
     words.insert(words.begin(), {"--args", path});
     const Outcome outcome = call(std::move(words));
@@ -103,23 +108,37 @@ TEST(KaJsonArguments, malformed_ones_are_named)
         {R"([{"hex":"abc"}])", R"(argument 1 ({"hex":"abc"}): "hex" holds pairs of hexadecimal digits)"},
         {R"([{"integer":4.5}])", R"(argument 1 ({"integer":4.5}): 4.5 is no whole number)"},
         {R"([{"real":"x"}])", R"(argument 1 ({"real":"x"}): x is no number, or out of a REAL's range)"},
+        {R"([{"string":"a","room":3,"room":40}])",
+         R"(argument 1 ({"string":"a","room":3,"room":40}): "room" is given twice)"},
+        {R"([1,{"by_reference":true,"integer":1,"by_reference":false}])",
+         R"(argument 2 ({"by_reference":true,"integer":1,"by_reference":false}): "by_reference" is given twice)"},
+        {R"([{"integer":1,"integer":2}])", R"(argument 1 ({"integer":1,"integer":2}): "integer" is given twice)"},
         {"[[[[[[1]]]]]]", "nested too deeply"},
+        {"1e999", "1e999 is out of a REAL's range"},
+        {"[1e999]", "argument 1: 1e999 is out of a REAL's range"},
+        {"[1,[2,-1e999]]", "argument 2: -1e999 is out of a REAL's range"},
+        {R"([1,2,{"real":1e999}])", "argument 3: 1e999 is out of a REAL's range"},
+        {"[1e127]", "argument 1 (1e127): 1e127 is no number, or out of a REAL's range"},
     };
     for (const auto &[arguments, reason] : cases) {
         const Outcome outcome = call_with(arguments, {"--raw", "describe"});
         EXPECT_EQ(outcome.status, 2) << arguments;
-        EXPECT_EQ(outcome.err, "ka: " + reason + "\n");
+        EXPECT_EQ(outcome.err, "ka: --args " + arguments_file() + ": " + reason + "\n");
     }
-    for (const char *arguments : {"", "[1", "[1,]", "[1] 2", "\xff", "[1e999]"}) {
+    for (const char *arguments : {"", "[1", "[1,]", "[1] 2", "\xff"}) {
         const Outcome outcome = call_with(arguments, {"describe"});
         EXPECT_EQ(outcome.status, 2) << arguments;
         EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(outcome.err.find("ka: --args " + arguments_file() + ": parse error at line 1, column "), 0u)
+            << outcome.err;
     }
 }
 
 TEST(KaJsonArguments, cannot_be_read_or_are_given_twice)
 {
-    EXPECT_EQ(call({"--args", "/no/such/file", "add"}).err, "ka: /no/such/file: cannot be read\n");
+    EXPECT_EQ(call({"--args", "/no/such/file", "add"}).err,
+              "ka: --args /no/such/file: cannot be read: No such file or directory\n");
+    EXPECT_EQ(call({"--args", "/tmp", "add"}).err, "ka: --args /tmp: cannot be read: Is a directory\n");
     EXPECT_EQ(call_with("[1]", {"add", "1"}).err,
               "ka: arguments are given twice: with --args, and behind the function\n");
 }

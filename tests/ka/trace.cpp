@@ -146,6 +146,8 @@ TEST(KaTrace, refuses_bad_usage)
                                                   {"trace", "0"},
                                                   {"trace", "-5"},
                                                   {"trace", own, "--level", "much"},
+                                                  {"trace", own, "--level", ""},
+                                                  {"trace", own, "--level", "1", "--for", ""},
                                                   {"trace", own, "--for", "10s"},
                                                   {"trace", own, "--keep"},
                                                   {"trace", own, "--level", "1", "--for", "soon"},
@@ -154,7 +156,7 @@ TEST(KaTrace, refuses_bad_usage)
         EXPECT_EQ(outcome.status, 2);
         EXPECT_EQ(outcome.err.find("ka: "), 0u) << outcome.err;
     }
-    EXPECT_NE(ka({"trace", "0"}).err.find("0 not in range 1 to 2147483647"), std::string::npos);
+    EXPECT_NE(ka({"trace", "0"}).err.find("PID: takes 1 to 2147483647, not \"0\""), std::string::npos);
 }
 
 TEST(KaTraceHelp, examples_work)

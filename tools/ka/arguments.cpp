@@ -144,12 +144,6 @@ const char *type_name(int32_t type)
     return type == DLL_INTEGER ? "INTEGER " : type == DLL_REAL ? "REAL " : "STRING ";
 }
 
-std::string shortened(const std::string &text)
-{
-    constexpr size_t longest_shown = 60;
-    return printable(text.size() > longest_shown ? text.substr(0, longest_shown) + "..." : text);
-}
-
 // What was given instead: its type, or why it has none.
 std::string given(const Literal &literal)
 {

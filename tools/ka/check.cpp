@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "exit_status.h"
+#include "failure.h"
 #include "finding.h"
 #include "host_options.h"
 #include "subcommand.h"
@@ -22,6 +23,13 @@ struct Wishes {
     std::string deadline = "10s";
     bool no_start = false;
     bool json = false;
+
+    Form form() const { return json ? Form::json : Form::text; }
+};
+
+struct Checked {
+    Findings findings;
+    std::optional<std::string> interruption; // the start was interrupted, and showed nothing
 };
 
 constexpr const char *description = R"(Looks for what would go wrong with a module, before it does.
@@ -95,9 +103,10 @@ std::string json_of(const std::string &module, const Findings &findings)
 }
 
 // What the file already shows to fail is not started: the answer would be a second one to the same question.
-Findings find_all(const Wishes &wishes)
+Checked check_all(const Wishes &wishes)
 {
-    Findings findings;
+    Checked checked;
+    Findings &findings = checked.findings;
     const auto program = check_program(wishes.module, findings);
     if (program) check_tables(*program, findings);
     const bool can_start = program && worst_of(findings) != Severity::fatal;
@@ -105,16 +114,24 @@ Findings find_all(const Wishes &wishes)
     const bool would_answer = std::none_of(findings.begin(), findings.end(), is_hostless);
     if (can_start && would_answer && !wishes.no_start) {
         const Progress progress("starting " + wishes.module);
-        check_start(wishes.module, deadline_ms(wishes.deadline), findings);
+        checked.interruption = check_start(wishes.module, deadline_ms(wishes.deadline), findings);
     }
-    return findings;
+    return checked;
+}
+
+// What was found before is good to know; that nothing was found would say that the module is good.
+int show_interrupted(const Wishes &wishes, const Checked &checked)
+{
+    if (!wishes.json && !checked.findings.empty()) std::cout << show(wishes.module, checked.findings) << std::flush;
+    return tell_failure(KA_CANCELLED, *checked.interruption, wishes.form());
 }
 
 int run_check(const Wishes &wishes)
 {
-    const Findings findings = find_all(wishes);
-    std::cout << (wishes.json ? json_of : show)(wishes.module, findings) << std::flush;
-    return std::cout ? status_of(findings) : complain(EXIT_USAGE, "the results could not be written");
+    const Checked checked = check_all(wishes);
+    if (checked.interruption) return show_interrupted(wishes, checked);
+    std::cout << (wishes.json ? json_of : show)(wishes.module, checked.findings) << std::flush;
+    return std::cout ? status_of(checked.findings) : complain(EXIT_USAGE, "the results could not be written");
 }
 
 } // namespace

@@ -77,25 +77,21 @@ Trial try_module(const std::string &module, int deadline_ms)
 
 std::string remedy_of(const Trial &trial)
 {
-    switch (trial.error_class) {
-    case KA_DEADLINE:
-        return "dll_setup takes too long, or the host never waits for calls; --deadline gives it longer";
-    case KA_CANCELLED:
-        return "interrupted: check it again";
-    default:
-        return "look at dll_setup and at what was written; ka explain knows statuses and signals";
-    }
+    return trial.error_class == KA_DEADLINE
+               ? "dll_setup takes too long, or the host never waits for calls; --deadline gives it longer"
+               : "look at dll_setup and at what was written; ka explain knows statuses and signals";
 }
 
 } // namespace
 
-void check_start(const std::string &module, int deadline_ms, Findings &findings)
+std::optional<std::string> check_start(const std::string &module, int deadline_ms, Findings &findings)
 {
     const Trial trial = try_module(module, deadline_ms);
     const std::string written = trial.written.empty() ? "" : "; it wrote: " + trial.written;
+    if (trial.error_class == KA_CANCELLED) return trial.error + written;
     if (trial.error_class != KA_DONE) {
         findings.push_back({Severity::fatal, "it does not start: " + trial.error + written, remedy_of(trial)});
-        return;
+        return std::nullopt;
     }
     if (trial.code != KA_NO_FUNCTION)
         findings.push_back(
@@ -105,4 +101,5 @@ void check_start(const std::string &module, int deadline_ms, Findings &findings)
     if (!trial.written.empty())
         findings.push_back({Severity::warning, "it writes on standard error as it starts or ends: " + trial.written,
                             "its callers see that too, mixed with their own"});
+    return std::nullopt;
 }

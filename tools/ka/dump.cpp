@@ -12,6 +12,7 @@
 
 #include "block_text.h"
 #include "exit_status.h"
+#include "failure.h"
 #include "subcommand.h"
 
 namespace {
@@ -24,6 +25,8 @@ struct Wishes {
     int32_t elements = 20;
     int32_t descriptors = -1;
     bool json = false;
+
+    Form form() const { return json ? Form::json : Form::text; }
 };
 
 constexpr const char *description = R"(Shows the shared block of a segment, or of a running host or caller.
@@ -123,10 +126,11 @@ int dump_segments(const Wishes &wishes, const std::vector<int> &ids)
     for (const int id : ids) {
         std::string why;
         const auto segment = find_segment(id, why);
-        if (!segment) return complain(EXIT_USAGE, why);
+        if (!segment) return tell_failure(KA_ARGUMENT, why, wishes.form());
         const Attachment attachment(id);
         if (attachment.data() == nullptr)
-            return complain(EXIT_USAGE, "segment " + std::to_string(id) + ": " + std::strerror(errno));
+            return tell_failure(KA_ARGUMENT, "segment " + std::to_string(id) + ": " + std::strerror(errno),
+                                wishes.form());
         const Dump dump = take_dump(wishes, *segment, {attachment.data(), segment->size});
         if (!is_sound(dump)) status = EXIT_NONZERO;
         if (wishes.json) list.push_back(dump_json(dump));
@@ -140,9 +144,10 @@ int dump_segments(const Wishes &wishes, const std::vector<int> &ids)
 
 int run_dump(const Wishes &wishes)
 {
-    if (wishes.by_id && wishes.by_pid) return complain(EXIT_USAGE, "the number is --id or --pid, not both");
+    if (wishes.by_id && wishes.by_pid)
+        return tell_failure(KA_ARGUMENT, "the number is --id or --pid, not both", wishes.form());
     const Found found = find(wishes);
-    return found.ids.empty() ? complain(EXIT_USAGE, found.why) : dump_segments(wishes, found.ids);
+    return found.ids.empty() ? tell_failure(KA_ARGUMENT, found.why, wishes.form()) : dump_segments(wishes, found.ids);
 }
 
 std::string refuse_layout(const std::string &text)
@@ -156,7 +161,11 @@ void add_dump_command(CLI::App &app, int &exit_status)
 {
     const auto wishes = std::make_shared<Wishes>();
     CLI::App *dump = add_subcommand(app, {"dump", description, examples});
-    add_option(dump, {.name = "NUMBER", .text = "a segment, or a process that has one attached", .is_required = true},
+    add_option(dump,
+               {.name = "NUMBER",
+                .text = "a segment, or a process that has one attached",
+                .is_required = true,
+                .range = Range{0, INT32_MAX}},
                wishes->number);
     add_flag(dump, "--id", wishes->by_id, "the number is a segment");
     add_flag(dump, "--pid", wishes->by_pid, "the number is a process");

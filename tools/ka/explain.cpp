@@ -12,6 +12,8 @@
 
 #include "exit_status.h"
 #include "explanations.h"
+#include "failure.h"
+#include "results.h"
 #include "subcommand.h"
 #include "terminal.h"
 
@@ -21,6 +23,8 @@ struct Wishes {
     std::string text;
     bool all = false;
     bool json = false;
+
+    Form form() const { return json ? Form::json : Form::text; }
 };
 
 using Rows = std::vector<const Explanation *>;
@@ -135,13 +139,14 @@ std::string json_of(const Rows &rows)
 
 int run_explain(const Wishes &wishes)
 {
-    if (wishes.text.empty() && !wishes.all) return complain(EXIT_USAGE, "a number, a name or a message is missing");
+    if (wishes.text.empty() && !wishes.all)
+        return tell_failure(KA_ARGUMENT, "a number, a name or a message is missing", wishes.form());
     const Rows rows = find_wished(wishes);
     if (rows.empty()) {
         const bool may_be_own = is_number(wishes.text);
-        return complain(EXIT_USAGE,
-                        "nothing is known about '" + wishes.text + "'" +
-                            (may_be_own ? "; as the return code of a call it is the function's own" : ""));
+        const std::string remedy = may_be_own ? "; as the return code of a call it is the function's own" : "";
+        return tell_failure(KA_ARGUMENT, "nothing is known about '" + shortened(wishes.text) + "'" + remedy,
+                            wishes.form());
     }
     std::cout << (wishes.json ? json_of(rows) : show(rows)) << std::flush;
     return std::cout ? EXIT_DONE : complain(EXIT_USAGE, "the results could not be written");

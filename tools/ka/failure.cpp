@@ -3,6 +3,9 @@
 // See failure.h.
 #include "failure.h"
 
+#include <iostream>
+
+#include "exit_status.h"
 #include "invocation.h"
 
 // What killed a host, or kept it busy, is worth more than a line; then there is a report of it, else none.
@@ -27,11 +30,24 @@ std::string failure_json(ka_host *host, const std::string &function)
     return report != nullptr ? report : "{" + error_members(function, *ka_last_error(host)) + "}";
 }
 
-std::string unmade_call_json(const std::string &function, int32_t error_class, const std::string &text)
+static ka_error error_of(int32_t error_class, const std::string &text)
 {
     ka_error error{};
     error.error_class = error_class;
     error.retry = KA_RETRY_NO;
     text.copy(error.text, sizeof error.text - 1);
-    return "{" + error_members(function, error) + "}";
+    return error;
+}
+
+std::string unmade_call_json(const std::string &function, int32_t error_class, const std::string &text)
+{
+    return "{" + error_members(function, error_of(error_class, text)) + "}";
+}
+
+int tell_failure(int32_t error_class, const std::string &text, Form form)
+{
+    const int status = complain(exit_status_of(error_class), text);
+    if (form == Form::text) return status;
+    std::cout << "{" << error_members(error_of(error_class, text)) << "}" << std::endl;
+    return std::cout ? status : complain(EXIT_USAGE, "the results could not be written");
 }

@@ -17,4 +17,9 @@ std::string failure_json(ka_host *host, const std::string &function);
 // Of a call that is not made: error_class is KA_REFUSED for what the tables refuse, KA_ARGUMENT for malformed words.
 std::string unmade_call_json(const std::string &function, int32_t error_class, const std::string &text);
 
+// Tells of a failure that belongs to no call: a line on standard error and, when JSON is asked for, an object on
+// standard output. Returns the exit status of its class.
+enum class Form { text, json };
+int tell_failure(int32_t error_class, const std::string &text, Form form);
+
 #endif

@@ -4,6 +4,7 @@
 #ifndef KA_TOOL_FINDING_H
 #define KA_TOOL_FINDING_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,7 +27,8 @@ std::optional<ElfFile> check_program(const std::string &module, Findings &findin
 // check_tables.cpp: KaFuncList and KaArgList as the file has them.
 void check_tables(const ElfFile &program, Findings &findings);
 
-// check_start.cpp: starts the module, asks for a function that it does not have, and ends it.
-void check_start(const std::string &module, int deadline_ms, Findings &findings);
+// check_start.cpp: starts the module, asks for a function that it does not have, and ends it. When it was interrupted
+// meanwhile, what that has ended; nothing is found then.
+std::optional<std::string> check_start(const std::string &module, int deadline_ms, Findings &findings);
 
 #endif

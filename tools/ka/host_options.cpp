@@ -28,10 +28,13 @@ void add_block_options(CLI::App *command, HostWishes &wishes, const std::string 
                 .shows_default = true,
                 .range = Range{0, INT32_MAX}},
                wishes.segment_bytes);
-    add_option(
-        command,
-        {.name = "--scratch", .value = "BYTES", .text = "size of the scratch area at its end", .shows_default = true},
-        wishes.scratch_bytes);
+    add_option(command,
+               {.name = "--scratch",
+                .value = "BYTES",
+                .text = "size of the scratch area at its end",
+                .shows_default = true,
+                .range = Range{0, INT32_MAX}},
+               wishes.scratch_bytes);
 }
 
 int32_t answer_callback(ka_host *, int32_t value, void *user)

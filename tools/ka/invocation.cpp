@@ -69,9 +69,14 @@ static const char *retry_text(int32_t retry)
     }
 }
 
-std::string error_members(const std::string &function, const ka_error &error)
+std::string error_members(const ka_error &error)
 {
     return "\"error\":" + name_json(ka_error_name(error.error_class)) +
            ",\"error_class\":" + std::to_string(error.error_class) + ",\"text\":" + name_json(error.text) +
-           ",\"retry\":\"" + retry_text(error.retry) + "\",\"function\":" + name_json(function);
+           ",\"retry\":\"" + retry_text(error.retry) + "\"";
+}
+
+std::string error_members(const std::string &function, const ka_error &error)
+{
+    return error_members(error) + ",\"function\":" + name_json(function);
 }

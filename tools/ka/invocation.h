@@ -36,7 +36,8 @@ std::string outcome_text(const CallOutcome &outcome);
 // Members of a JSON object: "function", "return_code", "results", "milliseconds".
 std::string outcome_members(const std::string &function, const CallOutcome &outcome);
 
-// Likewise: those members of a report (ka_report_json) that tell what the error is.
+// Likewise: those members of a report (ka_report_json) that tell what the error is; of a call with its function.
+std::string error_members(const ka_error &error);
 std::string error_members(const std::string &function, const ka_error &error);
 
 // A time in milliseconds as JSON has it.

@@ -46,14 +46,23 @@ public:
         open_.back()->keys.push_back(name);
         return true;
     }
-    bool parse_error(std::size_t, const std::string &, const nlohmann::detail::exception &error) override
+    bool parse_error(std::size_t, const std::string &token, const nlohmann::detail::exception &error) override
     {
         const std::string text = error.what();
         fault = text.substr(std::min(text.find("] ") + 2, text.size())); // behind the exception's own name
+        // A number that the parser finds too large for a double.
+        if (dynamic_cast<const Json::out_of_range *>(&error) != nullptr) fault = number_fault(token);
         return false;
     }
 
 private:
+    std::string number_fault(const std::string &number) const
+    {
+        const bool is_argument = !open_.empty() && root.type == Type::array;
+        const std::string place =
+            is_argument ? "argument " + std::to_string(root.items.size() + (open_.size() > 1 ? 0 : 1)) + ": " : "";
+        return place + shortened(number) + " is out of a REAL's range";
+    }
     bool add_number(const std::string &text) { return add({Type::number, text, {}, {}}); }
     bool add(Node node)
     {
@@ -187,8 +196,12 @@ Literal literal_from(const Node &node)
         set_elements(literal, node, element_of);
         return literal;
     }
-    for (size_t i = 0; i < node.items.size(); i++)
-        set_member(literal, node.keys[i], node.items[i]);
+    for (size_t i = 0; i < node.items.size(); i++) {
+        const std::string &key = node.keys[i];
+        const auto known = node.keys.begin() + static_cast<std::ptrdiff_t>(i);
+        if (std::find(node.keys.begin(), known, key) != known) throw Malformed("\"" + key + "\" is given twice");
+        set_member(literal, key, node.items[i]);
+    }
     if (literal.elements.empty()) throw Malformed("a value is missing: integer, real, string or hex");
     return literal;
 }

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "exit_status.h"
+#include "failure.h"
 #include "interruption.h"
 #include "ka/dll_block.h"
 #include "prototypes.h"
@@ -25,6 +26,8 @@ struct Wishes {
     std::string function;
     bool start = false;
     bool json = false;
+
+    Form form() const { return json ? Form::json : Form::text; }
 };
 
 constexpr const char *description = R"(Lists the functions of a module, with the names and kinds of their arguments.
@@ -125,7 +128,7 @@ int show_wanted(const Wishes &wishes, const std::vector<Function> &functions)
     try {
         return show(wishes, {find_function(functions, wishes.function)});
     } catch (const Refused &refused) {
-        return complain(EXIT_REFUSED, refused.what());
+        return tell_failure(KA_REFUSED, refused.what(), wishes.form());
     }
 }
 
@@ -134,7 +137,7 @@ int list_file(const Wishes &wishes)
     const Tables tables = read_tables(wishes.module);
     if (tables.missing.empty()) return show_wanted(wishes, tables.functions);
     const std::string remedy = tables.missing.ends_with("starts") ? "; --start reads it then" : "";
-    return complain(EXIT_NOT_STARTED, wishes.module + ": " + tables.missing + remedy);
+    return tell_failure(KA_START, wishes.module + ": " + tables.missing + remedy, wishes.form());
 }
 
 int list_host(const Wishes &wishes)
@@ -147,7 +150,7 @@ int list_host(const Wishes &wishes)
     if (ka_open(&host, wishes.module.c_str(), &options) == KA_DONE) tables = ka_host_tables(host);
     const ka_error *error = ka_last_error(host);
     const int status = tables != nullptr ? show_wanted(wishes, functions_of(*tables))
-                                         : complain(exit_status_of(error->error_class), error->text);
+                                         : tell_failure(error->error_class, error->text, wishes.form());
     ka_close(host);
     return status;
 }

@@ -24,11 +24,7 @@
 #include "real.h"
 #include "shell.h"
 #include "trace.h"
-
-static int refuse_usage(const std::string &text)
-{
-    return complain(EXIT_USAGE, text + "; ka --help tells more");
-}
+#include "usage.h"
 
 // A descriptor that is closed would be given to the next thing opened, which would then be read for input, or written
 // to as results. These are at their end when read, and fail when written.
@@ -72,9 +68,10 @@ static int run(int argc, char **argv)
     } catch (const CLI::Success &help) {
         return show_help(app, help);
     } catch (const CLI::ParseError &error) {
-        return refuse_usage(error.what());
+        return refuse_usage(app, error, {argv + 1, argv + argc});
     }
-    return app.get_subcommands().empty() ? refuse_usage("a subcommand is missing") : exit_status;
+    return app.get_subcommands().empty() ? complain(EXIT_USAGE, "a subcommand is missing; ka --help tells more")
+                                         : exit_status;
 }
 
 int main(int argc, char **argv)

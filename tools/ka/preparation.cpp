@@ -4,22 +4,41 @@
 #include "preparation.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iostream>
-#include <iterator>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "json_arguments.h"
 
 namespace {
 
+// The streams of the standard library do not tell a file that cannot be read from an empty one.
+bool append_all(int fd, std::string &text)
+{
+    char buffer[1 << 16];
+    ssize_t length;
+    while ((length = read(fd, buffer, sizeof buffer)) > 0)
+        text.append(buffer, static_cast<size_t>(length));
+    return length == 0;
+}
+
 std::string read_all(const std::string &path)
 {
-    std::ifstream file;
-    if (path != "-") file.open(path);
-    std::istream &input = path == "-" ? std::cin : file;
-    std::string text{std::istreambuf_iterator<char>(input), {}};
-    if (path != "-" && !file.is_open()) throw Malformed(path + ": cannot be read");
+    const bool is_input = path == "-";
+    const int fd = is_input ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    std::string text;
+    const bool is_read = fd != -1 && append_all(fd, text);
+    const std::string why = std::strerror(errno);
+    if (fd != -1 && !is_input) close(fd);
+    if (!is_read) throw Malformed("cannot be read: " + why);
     return text;
+}
+
+// Where a malformed argument stands.
+std::string place_of(const Request &request)
+{
+    return request.arguments_file.empty() ? "" : "--args " + request.arguments_file + ": ";
 }
 
 Literal read_raw_literal(size_t position, const std::string &text)
@@ -58,12 +77,30 @@ std::vector<Argument> raw_arguments(const std::vector<Literal> &literals)
     return arguments;
 }
 
+std::vector<Argument> arguments_of(const Request &request, const Function &function)
+{
+    try {
+        return arguments_for(function, read_literals(request, &function));
+    } catch (const Malformed &malformed) {
+        throw Malformed(place_of(request) + malformed.what());
+    }
+}
+
+std::vector<Argument> raw_arguments_of(const Request &request)
+{
+    try {
+        return raw_arguments(read_literals(request, nullptr));
+    } catch (const Malformed &malformed) {
+        throw Malformed(place_of(request) + malformed.what());
+    }
+}
+
 } // namespace
 
 Invocation prepare(const Request &request, const std::vector<Function> &functions)
 {
     const Function &function = find_function(functions, request.function);
-    const std::vector<Argument> arguments = arguments_for(function, read_literals(request, &function));
+    const std::vector<Argument> arguments = arguments_of(request, function);
     return {request.function, arguments, argument_names(&function, arguments.size())};
 }
 
@@ -71,7 +108,7 @@ Invocation prepare_raw(const Request &request, const std::vector<Function> &func
 {
     const auto is_wanted = [&](const Function &function) { return function.name == request.function; };
     const auto found = std::find_if(functions.begin(), functions.end(), is_wanted);
-    const std::vector<Argument> arguments = raw_arguments(read_literals(request, nullptr));
+    const std::vector<Argument> arguments = raw_arguments_of(request);
     return {request.function, arguments,
             argument_names(found != functions.end() ? &*found : nullptr, arguments.size())};
 }

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "exit_status.h"
+#include "failure.h"
 #include "literal.h"
 #include "subcommand.h"
 #include "view.h"
@@ -20,6 +21,8 @@ struct Wishes {
     std::vector<std::string> words;
     int packed_length = DEC_DIGITS + 1;
     bool json = false;
+
+    Form form() const { return json ? Form::json : Form::text; }
 };
 
 using Words = std::vector<std::string>;
@@ -208,7 +211,7 @@ int run_real(const Wishes &wishes)
     try {
         return show(wishes);
     } catch (const Malformed &malformed) {
-        return complain(EXIT_USAGE, malformed.what());
+        return tell_failure(KA_ARGUMENT, malformed.what(), wishes.form());
     }
 }
 

@@ -149,6 +149,12 @@ std::string printable(const std::string &text)
     return shown;
 }
 
+std::string shortened(const std::string &text)
+{
+    constexpr size_t longest_shown = 60;
+    return printable(text.size() > longest_shown ? text.substr(0, longest_shown) + "..." : text);
+}
+
 std::string meaning_of_refusal(int32_t code)
 {
     switch (code) {

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "exit_status.h"
+#include "failure.h"
 #include "interruption.h"
 #include "literal.h"
 #include "shell_completion.h"
@@ -86,7 +87,7 @@ int run_shell(SessionWishes &wishes)
     try {
         check_callback_rule("--callback", wishes.host.callback);
     } catch (const Malformed &malformed) {
-        return complain(EXIT_USAGE, malformed.what());
+        return tell_failure(KA_ARGUMENT, malformed.what(), wishes.json ? Form::json : Form::text);
     }
     const int interruption = interruption_descriptor();
     Session session(wishes, interruption);

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "exit_status.h"
+#include "usage.h"
 
 namespace {
 
@@ -20,13 +21,26 @@ private:
     std::string usage_;
 };
 
+CLI::Validator one_of(const std::vector<std::string> &choices)
+{
+    std::string description;
+    for (const std::string &choice : choices)
+        description += (description.empty() ? "{" : ",") + choice;
+    return {[choices](const std::string &text) { return fault_of_choice(text, choices); }, description + "}"};
+}
+
+CLI::Validator within(Range range)
+{
+    return {[range](const std::string &text) { return fault_of_number(text, range); }, ""};
+}
+
 // A description would follow the value's name in --help: choices do, a range does not.
 template <typename Value>
 void add(CLI::App *command, const Option &option, Value &value)
 {
     CLI::Option *added = command->add_option(option.name, value, option.text);
-    if (!option.choices.empty()) added->check(CLI::IsMember(option.choices));
-    if (option.range) added->check(CLI::Range(option.range->least, option.range->most).description(""));
+    if (!option.choices.empty()) added->check(one_of(option.choices));
+    if (option.range) added->check(within(*option.range));
     if (option.fault != nullptr) added->check(option.fault);
     if (option.shows_default) added->capture_default_str();
     added->required(option.is_required)->type_name(option.value);
@@ -45,7 +59,7 @@ CLI::App *add_subcommand(CLI::App &app, const Subcommand &subcommand)
 
 void add_flag(CLI::App *command, const std::string &name, bool &value, const std::string &text)
 {
-    command->add_flag(name, value, text);
+    command->add_flag(name, value, text)->disable_flag_override(); // else --json=no would be taken
 }
 
 void add_option(CLI::App *command, const Option &option, std::string &value)
@@ -55,7 +69,9 @@ void add_option(CLI::App *command, const Option &option, std::string &value)
 
 void add_option(CLI::App *command, const Option &option, int32_t &value)
 {
-    add(command, option, value);
+    Option number = option;
+    if (!number.range) number.range = Range{INT32_MIN, INT32_MAX};
+    add(command, number, value);
 }
 
 void add_option(CLI::App *command, const Option &option, size_t &value)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Subcommands and their options, declared as plain records. The command-line library stands behind these functions,
-// so that only three sources include its headers: they cost a compiler several seconds each time.
+// so that only four sources include its headers: they cost a compiler several seconds each time.
 #ifndef KA_TOOL_SUBCOMMAND_H
 #define KA_TOOL_SUBCOMMAND_H
 

@@ -15,6 +15,7 @@
 
 #include "duration.h"
 #include "exit_status.h"
+#include "failure.h"
 #include "interruption.h"
 #include "ka/caller.h"
 #include "subcommand.h"
@@ -31,6 +32,8 @@ struct Wishes {
     std::string duration;
     bool keep = false;
     bool json = false;
+
+    Form form() const { return json ? Form::json : Form::text; }
 };
 
 constexpr const char *description = R"(Switches the trace of a running host.
@@ -58,11 +61,11 @@ void tell(const std::string &text)
 // ---- The level -------------------------------------------------------------------------------------------------
 
 // What is wrong has been told when the status is not EXIT_DONE.
-int access_level(int32_t pid, const int32_t *level, int32_t *old)
+int access_level(const Wishes &wishes, const int32_t *level, int32_t *old, Form form)
 {
     char why[512] = "";
-    const int32_t error_class = ka_trace_process(pid, level, old, why, sizeof why);
-    return error_class == KA_DONE ? EXIT_DONE : complain(exit_status_of(error_class), why);
+    const int32_t error_class = ka_trace_process(wishes.pid, level, old, why, sizeof why);
+    return error_class == KA_DONE ? EXIT_DONE : tell_failure(error_class, why, form);
 }
 
 // ---- Waiting ---------------------------------------------------------------------------------------------------
@@ -115,18 +118,19 @@ int show_levels(const Wishes &wishes, int32_t old)
     return std::cout ? EXIT_DONE : complain(EXIT_USAGE, "the results could not be written");
 }
 
-// Where a module sets its own level meanwhile, that one is left alone.
+// Where a module sets its own level meanwhile, that one is left alone. The object on standard output has been
+// written.
 int restore_level(const Wishes &wishes, int32_t old)
 {
     int32_t present = 0;
-    const int status = access_level(wishes.pid, nullptr, &present);
+    const int status = access_level(wishes, nullptr, &present, Form::text);
     if (status != EXIT_DONE) return status;
     if (present != wishes.level) {
         tell("the level has become " + std::to_string(present) + " meanwhile, and is left so");
         return EXIT_DONE;
     }
     tell("level " + std::to_string(old) + " again");
-    return access_level(wishes.pid, &old, nullptr);
+    return access_level(wishes, &old, nullptr, Form::text);
 }
 
 int hold_level(const Wishes &wishes, int32_t old, int host_fd, int interruption_fd,
@@ -147,7 +151,7 @@ int hold_level(const Wishes &wishes, int32_t old, int host_fd, int interruption_
 int switch_level(const Wishes &wishes, int host_fd, int interruption_fd, const std::optional<milliseconds> &duration)
 {
     int32_t old = 0;
-    int status = access_level(wishes.pid, wishes.has_level ? &wishes.level : nullptr, &old);
+    int status = access_level(wishes, wishes.has_level ? &wishes.level : nullptr, &old, wishes.form());
     if (status != EXIT_DONE) return status;
     status = show_levels(wishes, old);
     if (!wishes.has_level || wishes.keep) return status;
@@ -165,12 +169,14 @@ int run_trace(const Wishes &wishes)
 {
     const auto duration = read_duration(wishes.duration);
     if (!wishes.has_level && (duration || wishes.keep))
-        return complain(EXIT_USAGE, "--for and --keep need a --level");
-    if (wishes.keep && duration) return complain(EXIT_USAGE, "--for and --keep exclude each other");
+        return tell_failure(KA_ARGUMENT, "--for and --keep need a --level", wishes.form());
+    if (wishes.keep && duration)
+        return tell_failure(KA_ARGUMENT, "--for and --keep exclude each other", wishes.form());
     // From here on an interruption waits until the level is restored.
     const int interruption_fd = wishes.has_level ? interruption_descriptor() : -1;
     const int host_fd = open_process(wishes.pid);
-    if (host_fd == -1) return complain(EXIT_USAGE, "there is no process " + std::to_string(wishes.pid));
+    if (host_fd == -1)
+        return tell_failure(KA_ARGUMENT, "there is no process " + std::to_string(wishes.pid), wishes.form());
     const int status = switch_level(wishes, host_fd, interruption_fd, duration);
     close(host_fd);
     return status;
