@@ -50,7 +50,7 @@ nlohmann::json explained(const std::string &text)
 {
     const Outcome outcome = ka({"explain", "--json", text});
     EXPECT_EQ(outcome.status, 0) << text << ": " << outcome.err;
-    return nlohmann::json::parse(outcome.out, nullptr, false);
+    return outcome.status == 0 ? nlohmann::json::parse(outcome.out, nullptr, false) : nlohmann::json::array();
 }
 
 bool has(const nlohmann::json &list, const std::string &name, int number)
@@ -63,7 +63,7 @@ bool has(const nlohmann::json &list, const std::string &name, int number)
 std::string with_values(std::string form)
 {
     const std::pair<const char *, const char *> steps[] = {
-        {R"(\\[rn])", ""},      {R"(\\")", "\""},    {R"(%-?[0-9*.]*s)", "nobody's"}, {R"(%d)", "-12"},
+        {R"(\\[rn])", ""},      {R"(\\")", "\""},    {R"(%-?[0-9*.]*s)", "nobody's"}, {R"(%(d|lld|u))", "-12"},
         {R"(%[0-9]*x)", "1f0"}, {R"(%p)", "0xf7a0"}, {R"(%[0-9.]*g)", "1.5"},
     };
     for (const auto &[pattern, value] : steps)
@@ -110,12 +110,54 @@ const std::set<std::string> no_messages = {"C",
                                            "%s%.14se%d",
                                            "E%+03d"};
 
+// Of the caller's library: what is written otherwise than as messages.
+const std::set<std::string> no_message_files = {"handler.cpp", "report.cpp", "report_json.cpp", "report_text.cpp",
+                                                "rest.cpp",    "text.cpp",   "writer.cpp",      "check.cpp"};
+const std::set<std::string> no_library_messages = {"KA_WAIT_FAST",
+                                                   "KA_WAIT_SAFE",
+                                                   "safe",
+                                                   "fast", // of a message's values
+                                                   "in %s \\\"%s\\\"",
+                                                   "a call of",
+                                                   "a call-back of",
+                                                   "before its first call",
+                                                   "between calls", // when a host died
+                                                   "%.200s: the host %s %s",
+                                                   "ended with status %d",
+                                                   "was killed by SIG%s (%s)",
+                                                   "unknown", // how it died: below
+                                                   "done",
+                                                   "not started",
+                                                   "refused",
+                                                   "died",
+                                                   "closed",
+                                                   "argument",
+                                                   "cancelled",
+                                                   "unknown error",
+                                                   "KaArgList",
+                                                   "KaFuncList",
+                                                   "dll_debug",
+                                                   "auxv",
+                                                   "exe",
+                                                   "/proc/%d/%s",
+                                                   "process %d %s",
+                                                   "status",
+                                                   "syscall",
+                                                   "/proc/%d/status",
+                                                   "%d:64"};
+
+bool is_message_file(const std::filesystem::path &path)
+{
+    return path.extension() == ".cpp" && !no_message_files.contains(path.filename());
+}
+
 std::vector<std::string> messages_of(const std::string &folder)
 {
     std::vector<std::string> found;
     for (const auto &file : std::filesystem::directory_iterator(KA_SOURCES "/" + folder)) {
-        if (file.path().extension() != ".cpp") continue;
-        const std::string text = without_comments(read_file(file.path()));
+        if (!is_message_file(file.path())) continue;
+        const std::string text =
+            std::regex_replace(without_comments(read_file(file.path())), std::regex(R"re("\s*\n\s*")re"), "");
         for (const std::string &literal : all_matches(text, std::regex(R"re("((?:[^"\\\n]|\\.)*)")re"))) {
             const std::string without_values = std::regex_replace(literal, std::regex("%[-0-9.*]*[a-z]|\\\\."), "");
             const bool says_something = std::any_of(without_values.begin(), without_values.end(),
@@ -157,6 +199,19 @@ TEST(KaExplain, knows_every_message_of_the_host)
         }
     }
     EXPECT_GT(count, 30u) << "the messages were not found in the sources";
+}
+
+TEST(KaExplain, knows_every_message_of_the_callers_library)
+{
+    size_t count = 0;
+    for (const std::string &message : messages_of("caller/src")) {
+        if (no_library_messages.contains(message)) continue;
+        const nlohmann::json list = explained(with_values(message));
+        const auto is_of_library = [](const auto &row) { return row.value("layer", "") == "error of libkacall"; };
+        EXPECT_TRUE(std::any_of(list.begin(), list.end(), is_of_library)) << message;
+        count++;
+    }
+    EXPECT_GT(count, 80u) << "the messages were not found in the sources";
 }
 
 TEST(KaExplain, says_meaning_cause_and_remedy_of_everything)

@@ -7,7 +7,6 @@
 #include <csignal>
 
 #include "exit_status.h"
-#include "ka/caller.h"
 #include "ka/dll_codes.h"
 #include "ka/kastring.h"
 #include "ka/real.h"
@@ -18,7 +17,6 @@ constexpr const char *call = "return code of a call";
 constexpr const char *string = "return code of a string function";
 constexpr const char *real = "status of a REAL operation";
 constexpr const char *decimal = "result of the decimal library";
-constexpr const char *error = "error of libkacall";
 constexpr const char *ka_exit = "exit status of ka";
 constexpr const char *host_exit = "exit status of a host";
 constexpr const char *death = "signal";
@@ -90,49 +88,6 @@ constexpr Explanation rows[] = {
      "check the text"},
     {decimal, DEC_BAD_EXPONENT, "DEC_BAD_EXPONENT", "", "the exponent in the text is above 999",
      "a number that no REAL can hold", "check the text"},
-
-    // ---- Errors of the caller's library
-    {error, KA_DONE, "KA_DONE", "", "no error", "none", "nothing to do"},
-    {error, KA_START, "KA_START", "cannot start %s: %s\n%s ended at start with status %d",
-     "the module could not be started, or ended at start", "the text says what the system or the module answered",
-     "ka check MODULE tells what is missing"},
-    {error, KA_REFUSED, "KA_REFUSED",
-     "the module has no function \"%s\"\ntakes %s, got %s\n(%s) is %s: takes %s, got %s\nthe module's own table is "
-     "wrong: %s",
-     "the call does not suit the module's tables; nothing was sent",
-     "a wrong name, or a wrong count, type or length of arguments; the text names the argument",
-     "compare the call with ka list MODULE; the host can be used further"},
-    {error, KA_DIED, "KA_DIED", "the host ended with status %d\nthe host was killed by %s",
-     "the host ended by itself, or was killed", "a crash or an exit inside the function, or a kill from outside",
-     "look at the report: the signal, the arguments, the last lines of standard error; explain the signal "
-     "too"},
-    {error, KA_DEADLINE, "KA_DEADLINE", "took more than %d ms\ndid not start within %d ms",
-     "no answer in time; the host was ended", "the function hangs, waits, or works longer than the deadline allows",
-     "give it longer (--deadline), or find out where it waits"},
-    {error, KA_TOO_BIG, "KA_TOO_BIG", "needs a segment of %d bytes, this one has %d",
-     "the call does not fit the shared segment", "the arguments together are larger than the segment",
-     "open the host with a segment of the size that the error names (--segment)"},
-    {error, KA_CLOSED, "KA_CLOSED", "the host has ended", "the host ended earlier",
-     "an earlier call killed it, ran out of time or was cancelled", "open it again, or choose a restart policy"},
-    {error, KA_SYSTEM, "KA_SYSTEM", "", "the system refused something",
-     "no memory, no right, or a limit of processes, descriptors or shared segments",
-     "the text and errno name it; ulimit -a and ipcs -l show the limits"},
-    {error, KA_ARGUMENT, "KA_ARGUMENT", "", "a bad argument, or a function out of turn",
-     "the program gave the library something impossible; the text says what", "mend the program"},
-    {error, KA_CANCELLED, "KA_CANCELLED", "was cancelled", "the program's cancel descriptor ended a start or a call",
-     "an interruption, SIGINT or SIGTERM in the case of ka", "nothing to do; the host was ended"},
-    {error, NO_NUMBER, "", "its loader %s is missing (the 32-bit C library is not installed)",
-     "this machine lacks what every 32-bit program needs", "the 32-bit C library is not installed",
-     "on Debian: dpkg --add-architecture i386, apt-get update, apt-get install libc6:i386"},
-    {error, NO_NUMBER, "", "a 64-bit program, and modules are 32-bit programs", "the module was built for 64 bits",
-     "it was compiled without -m32", "build it with -m32"},
-    {error, NO_NUMBER, "", "not executable", "the file may not be run", "its mode has no x bit for this user",
-     "chmod +x"},
-    {error, NO_NUMBER, "", "not an ELF file\na cut off ELF file\nan ELF file but no program",
-     "the file is no executable", "a script, a text, a damaged copy or an object file was given",
-     "give the path of the linked module"},
-    {error, NO_NUMBER, "", "this system does not run 32-bit programs", "the kernel refused the file's format",
-     "the kernel is built or started without 32-bit emulation", "enable IA32 emulation (ia32_emulation=1)"},
 
     // ---- Exit statuses
     {ka_exit, EXIT_DONE, "EXIT_DONE", "", "done", "none", "nothing to do"},
@@ -351,5 +306,11 @@ constexpr Explanation rows[] = {
 
 std::span<const Explanation> explanations()
 {
-    return rows;
+    static const std::vector<Explanation> all = [] {
+        const std::span<const Explanation> of_library = library_explanations();
+        std::vector<Explanation> both(std::begin(rows), std::end(rows));
+        both.insert(both.end(), of_library.begin(), of_library.end());
+        return both;
+    }();
+    return all;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What every number, name and message means that hosts, modules, the libraries and ka produce: one table.
+// What every number, name and message means that hosts, modules, the libraries and ka produce.
 #ifndef KA_TOOL_EXPLANATIONS_H
 #define KA_TOOL_EXPLANATIONS_H
 
@@ -22,8 +22,9 @@ struct Explanation {
     const char *remedy;
 };
 
-// In an order that suits a reader.
+// In an order that suits a reader. The second are those of the first that the caller's library says.
 std::span<const Explanation> explanations();
+std::span<const Explanation> library_explanations();
 
 // lookup.cpp: what explains a line: a number, a name, or a message with whatever stands around it. What says most
 // comes first.

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+//
+// See explanations.h: what the caller's library says. The tests compare this table with the messages in its sources.
+#include "explanations.h"
+#include "ka/caller.h"
+
+namespace {
+
+constexpr const char *error = "error of libkacall";
+
+constexpr Explanation rows[] = {
+    // ---- Errors of the caller's library
+    {error, KA_DONE, "KA_DONE", "", "no error", "none", "nothing to do"},
+    {error, KA_START, "KA_START", "cannot start %s: %s\n%s ended at start with status %d",
+     "the module could not be started, or ended at start", "the text says what the system or the module answered",
+     "ka check MODULE tells what is missing"},
+    {error, KA_REFUSED, "KA_REFUSED",
+     "the module has no function \"%s\"\ntakes %s, got %s\ntakes no arguments\n(%s) is %s: takes %s, got %s\nthe "
+     "module's own table is "
+     "wrong: %s",
+     "the call does not suit the module's tables; nothing was sent",
+     "a wrong name, or a wrong count, type or length of arguments; the text names the argument",
+     "compare the call with ka list MODULE; the host can be used further"},
+    {error, KA_DIED, "KA_DIED", "the host ended with status %d\nthe host was killed by %s",
+     "the host ended by itself, or was killed", "a crash or an exit inside the function, or a kill from outside",
+     "look at the report: the signal, the arguments, the last lines of standard error; explain the signal "
+     "too"},
+    {error, KA_DEADLINE, "KA_DEADLINE", "took more than %d ms\ndid not start within %d ms",
+     "no answer in time; the host was ended", "the function hangs, waits, or works longer than the deadline allows",
+     "give it longer (--deadline), or find out where it waits"},
+    {error, KA_TOO_BIG, "KA_TOO_BIG", "needs a segment of %d bytes, this one has %d",
+     "the call does not fit the shared segment", "the arguments together are larger than the segment",
+     "open the host with a segment of the size that the error names (--segment)"},
+    {error, KA_CLOSED, "KA_CLOSED", "the host has ended", "the host ended earlier",
+     "an earlier call killed it, ran out of time or was cancelled", "open it again, or choose a restart policy"},
+    {error, KA_SYSTEM, "KA_SYSTEM", "", "the system refused something",
+     "no memory, no right, or a limit of processes, descriptors or shared segments",
+     "the text and errno name it; ulimit -a and ipcs -l show the limits"},
+    {error, KA_ARGUMENT, "KA_ARGUMENT", "", "a bad argument, or a function out of turn",
+     "the program gave the library something impossible; the text says what", "mend the program"},
+    {error, KA_CANCELLED, "KA_CANCELLED", "was cancelled", "the program's cancel descriptor ended a start or a call",
+     "an interruption, SIGINT or SIGTERM in the case of ka", "nothing to do; the host was ended"},
+    {error, NO_NUMBER, "", "its loader %s is missing (the 32-bit C library is not installed)",
+     "this machine lacks what every 32-bit program needs", "the 32-bit C library is not installed",
+     "on Debian: dpkg --add-architecture i386, apt-get update, apt-get install libc6:i386"},
+    {error, NO_NUMBER, "", "a 64-bit program, and modules are 32-bit programs", "the module was built for 64 bits",
+     "it was compiled without -m32", "build it with -m32"},
+    {error, NO_NUMBER, "", "not executable", "the file may not be run", "its mode has no x bit for this user",
+     "chmod +x"},
+    {error, NO_NUMBER, "", "not an ELF file\na cut off ELF file\nan ELF file but no program",
+     "the file is no executable", "a script, a text, a damaged copy or an object file was given",
+     "give the path of the linked module"},
+    {error, NO_NUMBER, "", "this system does not run 32-bit programs", "the kernel refused the file's format",
+     "the kernel is built or started without 32-bit emulation", "enable IA32 emulation (ia32_emulation=1)"},
+    {error, NO_NUMBER, "",
+     "an argument without ka_begin\nka_call without ka_begin\na call inside a call-back of the same host\nka_begin "
+     "inside a call-back of the same host\na host cannot be closed inside its call-back\na host cannot be restarted "
+     "inside its call-back\na result is asked for before the call is made\na descriptor outside the building of a "
+     "call\n%s was never opened: its options are wrong",
+     "a function of the library was called when it could do nothing",
+     "the order is ka_open, then for each call ka_begin, ka_add_..., ka_call, ka_get_...; a call-back answers, and "
+     "calls "
+     "nothing of its own host",
+     "put the calls in order; for a second call inside a call-back open a second host"},
+    {error, NO_NUMBER, "",
+     "a call of %s with more than %d arguments\nargument %d of %s, element %d: %s\na null REAL\n%s cannot be held by "
+     "a "
+     "REAL\na negative count\npassed neither by value nor by reference\na negative length\na string longer than its "
+     "room\na negative room\n%s is not a REAL",
+     "an argument that no call can have; nothing was sent",
+     "the program gave ka_add_... a wrong count, length, room or passing, or a number that no REAL holds",
+     "mend the argument that the text names"},
+    {error, NO_NUMBER, "",
+     "%s was called without an argument %d\n%s gives nothing back in argument %d\nargument %d of %s has another "
+     "type\nargument %d of %s has %d elements, not %d\na negative element or size",
+     "a result was asked for that the call does not have",
+     "ka_get_... names an argument by number, from 1; only what goes by reference comes back, in the type and the "
+     "count "
+     "that was sent",
+     "ask ka_gives_back first"},
+    {error, NO_NUMBER, "", "descriptors are open to hosts with KA_RAW alone\n%s has no argument %d yet",
+     "a descriptor of the block cannot be set", "ka_set_descriptor changes an argument that was added to a raw call",
+     "open the host with checking KA_RAW, and add the argument before"},
+    {error, NO_NUMBER, "",
+     "there is no error output %d\na ring of %d bytes for standard error\nerror_fd %d is not open\ncancel_fd %d is "
+     "not "
+     "open\nthere is no restart policy %d\na pause of %d to %d ms before a restart\noptions of %d bytes were not "
+     "filled "
+     "by ka_options_init\na deadline of %d ms\nthere is no checking %d\na grace time of %d ms\nthere is no layout "
+     "%d\na scratch area of %d bytes\na segment of %d bytes has no room for the block\na segment of %d bytes is too "
+     "large\nthere is no way of waiting %d",
+     "an option of a host has an impossible value",
+     "ka_options was not filled by ka_options_init, or a field is wrong",
+     "give the field a value that ka/caller.h allows"},
+    {error, NO_NUMBER, "", "waiting is %s, but open hosts of this program wait the %s way",
+     "a program waits in one way for all its hosts", "two parts of the program open hosts with different waiting",
+     "give both the same; KA_WAIT_SAFE suits every program"},
+    {error, NO_NUMBER, "",
+     "cannot create a signal descriptor\ncannot wait for the host\ncannot handle SIGUSR2\ncannot read the host's "
+     "state "
+     "from /proc\ncannot signal the host\ncannot copy error_fd\ncannot create a shared segment of %d bytes\ncannot "
+     "write "
+     "to a pipe\ncannot create a process\ncannot create a pipe\ncannot collect the host's standard error",
+     "the system refused what a host needs; its own reason follows the colon",
+     "a limit of processes, descriptors, pipes or shared segments; a /proc that is not mounted; or a sandbox",
+     "ulimit -a, ipcs -l and /proc/sys/kernel/shm* show the limits; close hosts that are not used"},
+    {error, NO_NUMBER, "", "there is no memory for another host\nno memory", "the program has no memory left",
+     "ulimit -v, a limit of the container, or a 32-bit program that is full", "raise the limit, or close hosts"},
+    {error, NO_NUMBER, "", "ended, how is not known",
+     "the host has ended, and somebody else has collected its exit status",
+     "the program ignores SIGCHLD, or waits for any child",
+     "leave the hosts to the library: wait for own children only"},
+    {error, NO_NUMBER, "", "the host was not ready for a call within %d ms",
+     "the first call could not be sent: the module was still starting", "dll_setup takes long, or never returns",
+     "a longer deadline; ka check MODULE starts it alone"},
+    {error, NO_NUMBER, "", "after %d ends in a row the host is not started again within %d ms",
+     "the restart policy waits before the next start", "the module ends again and again, at start or in every call",
+     "find out why it ends: ka check MODULE, its standard error, the report; a longer deadline covers the pause"},
+    {error, NO_NUMBER, "",
+     "its tables cannot be read: %s\nfunction %d has a name outside the module\nfunction %d has a name of more than "
+     "%d "
+     "bytes\nKaFuncList has no end within 100000 functions\nthe tables take more than 64 MiB\nKaFuncList runs out of "
+     "the "
+     "module\nno module: KaFuncList is missing\nno module: KaArgList is missing",
+     "the module's tables are not to be had, or damaged",
+     "the program is no module, KaFuncList does not end with a null name, or the tables are built at start",
+     "ka check MODULE tells where; ka list --start reads the tables of the running module"},
+    {error, NO_NUMBER, "",
+     "an ELF file with impossible program headers\na program without dynamic symbols\na program for another "
+     "processor "
+     "(ELF machine %d)\nno such file\na directory\nnot a regular file",
+     "the path does not lead to a module",
+     "a wrong path, a damaged copy, or a program that was built for something else",
+     "give the path of the linked module; ka check MODULE says more"},
+    {error, NO_NUMBER, "",
+     "is no host: it has no dll_debug\nis no host: it has no KaFuncList\ndoes not let its dll_debug "
+     "be "
+     "read\ndoes not let its dll_debug be written\nhas ended\nno permission to look into process %d: be its user or "
+     "root, "
+     "and see /proc/sys/kernel/yama/ptrace_scope\ncannot look into process %d: %s\nthere is no process %d\nprocess "
+     "%d has "
+     "no program: it has ended, or belongs to the kernel\nprocess %d is a 64-bit program, and hosts are 32-bit "
+     "programs\nprocess %d runs a program without dynamic symbols\nits trace level cannot be set: %s",
+     "a process that was named as a host cannot be read or written",
+     "it is no host (its caller, perhaps), it has ended, or it belongs to somebody else",
+     "ps -ef shows hosts as children of their caller; be their user or root"},
+};
+
+} // namespace
+
+std::span<const Explanation> library_explanations()
+{
+    return rows;
+}
