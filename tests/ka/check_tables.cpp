@@ -70,6 +70,22 @@ TEST(KaCheckTables, names_each_fault)
     }
 }
 
+TEST(KaCheckTables, that_are_filled_at_start_are_those_of_the_host)
+{
+    const BuiltModule module(
+        "t_DLL_PROTO KaArgList[2]; t_DLL_FUNC KaFuncList[4]; void dll_setup(void) {"
+        "KaArgList[0].name = \"v\"; KaArgList[1].name = \"b\"; KaArgList[1].type = 12;"
+        "KaFuncList[0].name = KaFuncList[1].name = \"f\"; KaFuncList[0].arg_cnt = 2; KaFuncList[2].name = \"g\";"
+        "KaFuncList[2].arg_cnt = -1; KaFuncList[1].arg_idx = 90000000; KaFuncList[1].arg_cnt = 1; }");
+    const Outcome outcome = ka({"check", module.path()});
+    EXPECT_EQ(outcome.status, 1);
+    for (const char *finding :
+         {"two functions are named f: only", "f: argument 2 (b) is of kind 12: calls", "prototypes behind v (VarArg)",
+          "g: counts -1 prototypes", "f: argument 1 lies outside the module"})
+        EXPECT_NE(outcome.out.find(finding), std::string::npos) << finding << " not in\n" << outcome.out;
+    EXPECT_EQ(outcome.out.find("were not looked at"), std::string::npos) << outcome.out;
+}
+
 TEST(KaCheckTables, finds_nothing_where_nothing_is_wrong)
 {
     const std::string list = "t_DLL_FUNC KaFuncList[] = {{\"f\", 0, ";

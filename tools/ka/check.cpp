@@ -108,13 +108,15 @@ Checked check_all(const Wishes &wishes)
     Checked checked;
     Findings &findings = checked.findings;
     const auto program = check_program(wishes.module, findings);
-    if (program) check_tables(*program, findings);
+    const bool tables_come_later = program && !check_tables(*program, findings);
     const bool can_start = program && worst_of(findings) != Severity::fatal;
     const auto is_hostless = [](const Finding &each) { return each.text.find("call host") != std::string::npos; };
     const bool would_answer = std::none_of(findings.begin(), findings.end(), is_hostless);
     if (can_start && would_answer && !wishes.no_start) {
         const Progress progress("starting " + wishes.module);
-        checked.interruption = check_start(wishes.module, deadline_ms(wishes.deadline), findings);
+        checked.interruption = check_start(wishes.module, deadline_ms(wishes.deadline), tables_come_later, findings);
+    } else if (tables_come_later) {
+        findings.push_back({Severity::note, "its tables are filled as it starts, and were not looked at", ""});
     }
     return checked;
 }

@@ -54,7 +54,14 @@ struct Trial {
     std::string written;
 };
 
-Trial try_module(const std::string &module, int deadline_ms)
+// Tables that cannot be read are no finding: calls go unchecked then, and work.
+void check_host_tables(ka_host *host, Findings &findings)
+{
+    const ka_tables *tables = ka_host_tables(host);
+    if (tables != nullptr) check_tables(*tables, findings);
+}
+
+Trial try_module(const std::string &module, int deadline_ms, bool with_tables, Findings &findings)
 {
     const CaughtErrors caught;
     ka_options options;
@@ -68,6 +75,7 @@ Trial try_module(const std::string &module, int deadline_ms)
     if (trial.error_class == KA_DONE) {
         ka_begin(host, nobody);
         trial.error_class = ka_call(host, &trial.code);
+        if (trial.error_class == KA_DONE && with_tables) check_host_tables(host, findings);
     }
     trial.error = ka_last_error(host)->text;
     ka_close(host);
@@ -84,9 +92,10 @@ std::string remedy_of(const Trial &trial)
 
 } // namespace
 
-std::optional<std::string> check_start(const std::string &module, int deadline_ms, Findings &findings)
+std::optional<std::string> check_start(const std::string &module, int deadline_ms, bool with_tables,
+                                       Findings &findings)
 {
-    const Trial trial = try_module(module, deadline_ms);
+    const Trial trial = try_module(module, deadline_ms, with_tables, findings);
     const std::string written = trial.written.empty() ? "" : "; it wrote: " + trial.written;
     if (trial.error_class == KA_CANCELLED) return trial.error + written;
     if (trial.error_class != KA_DONE) {

@@ -86,7 +86,10 @@ void check_prototype(const std::string &where, const Prototype &prototype, Findi
 {
     if (!prototype.has_name)
         findings.push_back({Severity::warning, where + " has no name", "name it: traces and errors show the name"});
-    if (prototype.type < KA_VARARG || prototype.type > KA_STRING_ARRAY)
+    if (prototype.type == INT32_MIN)
+        findings.push_back({Severity::error, where + " lies outside the module: it cannot be called",
+                            "arg_idx counts records of KaArgList from 0: look at it and at arg_cnt"});
+    else if (prototype.type < KA_VARARG || prototype.type > KA_STRING_ARRAY)
         findings.push_back({Severity::error,
                             where + " is of kind " + std::to_string(prototype.type) + ": calls are answered with -1",
                             "use a kind of ka/dll_module.h, 0 to 9"});
@@ -136,17 +139,21 @@ void check_names(const std::string &name, const std::vector<Prototype> &prototyp
                                 "give them different names: results are shown by them"});
 }
 
+bool check_count(const std::string &name, int32_t count, Findings &findings)
+{
+    if (count >= 0) return true;
+    findings.push_back({Severity::error,
+                        name + ": counts " + std::to_string(count) + " prototypes: it cannot be called",
+                        "arg_cnt is the number of its prototypes"});
+    return false;
+}
+
 // False when the prototypes are not all inside the table.
 bool check_place(const Tables &tables, const Function &function, Findings &findings)
 {
     const std::string name = function.name;
     const int64_t end = int64_t{function.first} + function.count;
-    if (function.count < 0) {
-        findings.push_back({Severity::error,
-                            name + ": counts " + std::to_string(function.count) + " prototypes: it cannot be called",
-                            "arg_cnt is the number of its prototypes"});
-        return false;
-    }
+    if (!check_count(name, function.count, findings)) return false;
     if (function.count == 0) return true;
     if (function.first >= 0 && (!tables.has_size || end <= static_cast<int64_t>(tables.prototypes.size())))
         return tables.has_size;
@@ -158,31 +165,40 @@ bool check_place(const Tables &tables, const Function &function, Findings &findi
     return false;
 }
 
-void check_function(const Tables &tables, const Function &function, Findings &findings)
+void check_prototypes(const std::string &name, const std::vector<Prototype> &prototypes, Findings &findings)
 {
-    if (function.name.empty())
-        findings.push_back({Severity::warning, "a function has the empty name", "name it, or end the table before"});
-    if (!check_place(tables, function, findings)) return;
-    const auto begin = tables.prototypes.begin() + (function.count == 0 ? 0 : function.first);
-    const std::vector<Prototype> prototypes(begin, begin + function.count);
     for (size_t i = 0; i < prototypes.size(); i++) {
         const std::string shown = prototypes[i].has_name ? " (" + prototypes[i].name + ")" : "";
-        check_prototype(function.name + ": argument " + std::to_string(i + 1) + shown, prototypes[i], findings);
+        check_prototype(name + ": argument " + std::to_string(i + 1) + shown, prototypes[i], findings);
     }
-    check_reach(function.name, prototypes, findings);
-    check_names(function.name, prototypes, findings);
+    check_reach(name, prototypes, findings);
+    check_names(name, prototypes, findings);
+}
+
+void check_function(const Tables &tables, const Function &function, Findings &findings)
+{
+    if (!check_place(tables, function, findings)) return;
+    const auto begin = tables.prototypes.begin() + (function.count == 0 ? 0 : function.first);
+    check_prototypes(function.name, {begin, begin + function.count}, findings);
 }
 
 // ---- All -------------------------------------------------------------------------------------------------------
 
-void check_duplicates(const Tables &tables, Findings &findings)
+void check_functions(const std::vector<Function> &functions, Findings &findings)
 {
+    if (functions.empty())
+        findings.push_back({Severity::warning, "it has no functions: every call is answered with 7",
+                            "list the functions in KaFuncList"});
     std::map<std::string, int> seen;
-    for (const Function &function : tables.functions)
+    for (const Function &function : functions) {
+        if (function.name.empty())
+            findings.push_back(
+                {Severity::warning, "a function has the empty name", "name it, or end the table before"});
         if (function.name != "?" && seen[function.name]++ == 1)
             findings.push_back({Severity::warning,
                                 "two functions are named " + function.name + ": only the first can be called",
                                 "rename one of them"});
+    }
 }
 
 void check_unused(const Tables &tables, Findings &findings)
@@ -201,25 +217,38 @@ void check_unused(const Tables &tables, Findings &findings)
 
 } // namespace
 
-void check_tables(const ElfFile &program, Findings &findings)
+bool check_tables(const ElfFile &program, Findings &findings)
 {
     const ElfSymbol *functions = find_defined(program, "KaFuncList");
     const ElfSymbol *prototypes = find_defined(program, "KaArgList");
-    if (functions == nullptr || prototypes == nullptr) return;
+    if (functions == nullptr || prototypes == nullptr) return true;
     const Tables tables = read_tables(program, *functions, *prototypes);
     const bool is_filled_later = functions->size > function_size && tables.functions.empty() && tables.ends;
-    if (is_filled_later) {
-        findings.push_back({Severity::note, "its tables are filled as it starts, and were not looked at", ""});
-        return;
-    }
+    if (is_filled_later) return false;
     if (!tables.ends)
         findings.push_back({Severity::error, "KaFuncList does not end: a name that is not found ends the host",
                             "end it with a record whose name is null"});
-    if (tables.functions.empty())
-        findings.push_back({Severity::warning, "it has no functions: every call is answered with 7",
-                            "list the functions in KaFuncList"});
-    check_duplicates(tables, findings);
+    check_functions(tables.functions, findings);
     for (const Function &function : tables.functions)
         check_function(tables, function, findings);
     check_unused(tables, findings);
+    return true;
+}
+
+void check_tables(const ka_tables &tables, Findings &findings)
+{
+    std::vector<Function> functions;
+    for (int32_t i = 0; i < tables.function_count; i++)
+        functions.push_back({tables.functions[i].name, 0, tables.functions[i].prototype_count});
+    check_functions(functions, findings);
+    for (int32_t i = 0; i < tables.function_count; i++) {
+        const ka_function &function = tables.functions[i];
+        if (!check_count(function.name, function.prototype_count, findings)) continue;
+        std::vector<Prototype> prototypes;
+        for (int32_t k = 0; k < function.prototype_count; k++) {
+            const ka_prototype &each = function.prototypes[k];
+            prototypes.push_back({each.name[0] != '\0', each.name, each.kind, each.element_count});
+        }
+        check_prototypes(function.name, prototypes, findings);
+    }
 }

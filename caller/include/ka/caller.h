@@ -266,7 +266,8 @@ KA_API int32_t ka_get_string(ka_host *host, int32_t argument, int32_t element, c
 
 typedef struct ka_prototype {
     const char *name;
-    int32_t kind;          /* KA_VARARG ... of ka/dll_module.h; any number when the module's table is wrong */
+    int32_t kind;          /* KA_VARARG ... of ka/dll_module.h; any number when the module's table is wrong, and
+                              INT32_MIN of a prototype that lies outside the module */
     int32_t element_count; /* array kinds: the least number of elements */
 } ka_prototype;
 
