@@ -46,6 +46,15 @@ if(KA_COVERAGE)
   target_link_options(ka_options INTERFACE --coverage)
 endif()
 
+# For modules that a caller may trace.
+function(ka_traced_module)
+  if(KA_SANITIZE)
+    foreach(target IN LISTS ARGN)
+      target_sources(${target} PRIVATE ${CMAKE_SOURCE_DIR}/cmake/traced_module.c)
+    endforeach()
+  endif()
+endfunction()
+
 function(ka_world target bits)
   target_link_libraries(${target} PRIVATE ka_world_${bits})
 endfunction()

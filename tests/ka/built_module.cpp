@@ -23,7 +23,8 @@ BuiltModule::BuiltModule(const std::string &source, const std::string &flags)
     EXPECT_NE(mkdtemp(folder.data()), nullptr);
     folder_ = folder;
     const std::string host = flags.find("-DNO_HOST") != std::string::npos ? "" : " -lkahost";
-    build("module", frame + source, "-L" KA_BUILD "/lib" + host + " -Wl,-rpath," KA_BUILD "/lib " + flags);
+    build("module", frame + source,
+          "-L" KA_BUILD "/lib" + host + " -Wl,-rpath," KA_BUILD "/lib " KA_MODULE_FLAGS " " + flags);
 }
 
 BuiltModule::~BuiltModule()

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+//
+// ka list and ka check read files that are damaged: in the headers, in what the dynamic linker reads, in the tables.
+// Whatever stands there, they end with a status of the table and say what is wrong. KA_SEED repeats a run.
+#include <cstring>
+#include <elf.h>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <unistd.h>
+
+#include "ka/command.h"
+
+namespace {
+
+struct Part {
+    size_t offset, size;
+};
+
+template <typename Record>
+Record record_at(const std::string &bytes, size_t offset)
+{
+    Record record;
+    std::memcpy(&record, bytes.data() + offset, sizeof record);
+    return record;
+}
+
+// The ELF, program and section headers, and each section that is no code and has bytes in the file.
+std::vector<Part> parts_of(const std::string &module)
+{
+    const auto header = record_at<Elf32_Ehdr>(module, 0);
+    std::vector<Part> parts = {{0, sizeof header},
+                               {header.e_phoff, header.e_phnum * sizeof(Elf32_Phdr)},
+                               {header.e_shoff, header.e_shnum * sizeof(Elf32_Shdr)}};
+    for (size_t i = 0; i < header.e_shnum; i++) {
+        const auto section = record_at<Elf32_Shdr>(module, header.e_shoff + i * sizeof(Elf32_Shdr));
+        const bool is_code = (section.sh_flags & SHF_EXECINSTR) != 0;
+        const bool is_mapped = (section.sh_flags & SHF_ALLOC) != 0;
+        if (section.sh_type != SHT_NOBITS && is_mapped && !is_code)
+            parts.push_back({section.sh_offset, section.sh_size});
+    }
+    return parts;
+}
+
+// A byte with another bit, or a word that does harm where it is trusted.
+void damage(std::string &module, const std::vector<Part> &parts, std::mt19937 &random)
+{
+    static constexpr uint32_t words[] = {0, 1, 2, 0xffff, 0x1000, 0x7fffffff, 0x80000000, 0xfffffff0, 0xffffffff};
+    const Part &part = parts[random() % parts.size()];
+    const size_t at = std::min(part.offset + random() % (part.size + 1), module.size() - sizeof(uint32_t));
+    const auto any = static_cast<uint32_t>(random());
+    switch (random() % 3) {
+    case 0:
+        module[at] = static_cast<char>(module[at] ^ (1 << random() % 8));
+        break;
+    case 1:
+        std::memcpy(&module[at / 4 * 4], &words[random() % std::size(words)], sizeof(uint32_t));
+        break;
+    default:
+        std::memcpy(&module[at / 4 * 4], &any, sizeof any);
+    }
+}
+
+unsigned seed_of_run()
+{
+    const char *given = std::getenv("KA_SEED");
+    return given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
+}
+
+void expect_listed_or_refused(const std::string &path)
+{
+    const Outcome list = ka({"list", "--json", path});
+    EXPECT_TRUE(list.status == 0 || list.status == 4) << list.status << list.err;
+    EXPECT_TRUE(nlohmann::json::accept(list.out)) << list.out;
+    EXPECT_EQ(list.err.empty(), list.status == 0) << list.err;
+}
+
+void expect_checked(const std::string &path)
+{
+    const Outcome check = ka({"check", "--no-start", "--json", path});
+    EXPECT_TRUE(check.status == 0 || check.status == 1 || check.status == 4) << check.status << check.err;
+    ASSERT_TRUE(nlohmann::json::accept(check.out)) << check.out;
+    const auto findings = nlohmann::json::parse(check.out)["findings"];
+    EXPECT_TRUE(check.status == 0 || !findings.empty()) << check.out;
+    EXPECT_EQ(check.err, "");
+}
+
+} // namespace
+
+TEST(KaModuleHostile, damaged_modules_are_read_to_an_end)
+{
+    const unsigned seed = seed_of_run();
+    std::mt19937 random(seed);
+    const std::string sound = read_file(tasks_module);
+    const std::vector<Part> parts = parts_of(sound);
+    const std::string path = CALLER_MODULES "/damaged." + std::to_string(getpid());
+    for (int round = 0; round < 200 && !HasFailure(); round++) {
+        std::string module = sound;
+        for (unsigned n = 1u << random() % 5; n > 0; n--)
+            damage(module, parts, random);
+        if (random() % 12 == 0) module.resize(random() % module.size());
+        std::ofstream(path, std::ios::binary) << module;
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+        expect_listed_or_refused(path);
+        if (round % 4 == 0) expect_checked(path); // which reads all libraries too
+        EXPECT_FALSE(HasFailure()) << "KA_SEED=" << seed << ", round " << round << "; the module is left: " << path;
+    }
+    if (!HasFailure()) std::filesystem::remove(path);
+}
