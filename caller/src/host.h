@@ -91,7 +91,6 @@ struct ka_host {
     char *report; /* the one that was asked for last, or null */
     ka_options options;
     char *module;
-    t_STATE state;
 
     ka_host *next;  /* of all hosts of this process; see forked.cpp */
     ka_host **link; /* what points to this one */
@@ -107,7 +106,9 @@ struct ka_host {
     bool answered;       /* this process has answered at least once */
     bool sent;           /* a request for the call that was begun has gone out */
     bool in_callback;    /* the call that was begun has called back */
+    bool argc_is_given;  /* given_argc is sent instead of argc */
     t_PROGRESS progress; /* since the host was last signalled */
+    t_STATE state;
     sigset_t mask_before;
     sigset_t mask_waiting; /* the same without SIGUSR2 */
 
@@ -139,8 +140,7 @@ struct ka_host {
     int32_t build_error;    /* the first error since ka_begin, or KA_DONE */
     ka_error build_failure; /* its record */
     int32_t argc;
-    int32_t given_argc; /* is sent instead, if argc_is_given */
-    bool argc_is_given;
+    int32_t given_argc;
     int64_t cursor;            /* end of the values so far; beyond the room when the call is too big */
     char function[SHOWN_NAME]; /* for messages: cut, and without control characters */
     t_SLOT slots[DLL_MAX_ARGC];

@@ -101,9 +101,10 @@ void starts_again(int32_t waiting)
         options.restart = KA_RESTART_NEXT_CALL;
         options.restart_pause_ms = 0;
     });
-    kill(ka_pid(host), SIGKILL);
-    ka_begin(host, "count_call");
-    call_fails(host);
+    // In a call: one that is dead before a call is started again by that call.
+    ka_begin(host, "die_by");
+    ka_add_integer(host, SIGKILL, KA_BY_VALUE);
+    ASSERT_EQ(call_fails(host), KA_DIED);
     ka_begin(host, "count_call");
     ASSERT_EQ(call(host), 1);
 }
