@@ -5,8 +5,10 @@
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <sys/stat.h>
+#include <thread>
 
 #include "ka/command.h"
 #include "ka/pseudo_terminal.h"
@@ -51,6 +53,16 @@ protected:
 
     std::string home_;
 };
+
+bool becomes_stopped(pid_t pid)
+{
+    for (int i = 0; i < 1000; i++, std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
+        std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+        std::string number, name, state;
+        if (stat >> number >> name >> state && state == "T") return true;
+    }
+    return false;
+}
 
 // Types a line and waits for what must come of it, and for the next prompt.
 void expect(PseudoTerminal &terminal, const std::string &keys, const std::string &result)
@@ -310,4 +322,20 @@ TEST_F(KaShell, standard_output_has_the_results_alone)
     terminal->type(ctrl_d);
     expect_end(*terminal, 0);
     EXPECT_TRUE(read_file(file).starts_with("{\"function\":\"give_code\",\"return_code\":3,")) << read_file(file);
+}
+
+// Whatever wrote to the terminal meanwhile: the line is there again, and can be typed on.
+TEST_F(KaShell, line_is_shown_again_after_a_stop)
+{
+    const auto terminal = start();
+    terminal->type("give_co");
+    EXPECT_TRUE(terminal->shows("give_co"));
+    for (int i = 0; i < 2; i++) {
+        kill(terminal->pid(), SIGSTOP);
+        EXPECT_TRUE(becomes_stopped(terminal->pid()));
+        kill(terminal->pid(), SIGCONT);
+        EXPECT_TRUE(terminal->shows(prompt)) << terminal->output();
+        EXPECT_TRUE(terminal->shows("give_co")) << terminal->output();
+    }
+    expect(*terminal, "de 0", "return code 0");
 }

@@ -42,6 +42,25 @@ void list_words(const std::vector<std::string> &words)
     }
 }
 
+// The editing library handles the first of these signals in a line, and leaves the next to the program, which must be
+// waked by it too.
+void wake_by_stops_and_windows()
+{
+    struct sigaction waking = {};
+    waking.sa_handler = [](int) {};
+    sigaction(SIGCONT, &waking, nullptr);
+    sigaction(SIGWINCH, &waking, nullptr);
+}
+
+// After a stop others have written to the terminal and set its mode; after a change of the window the line lies
+// elsewhere.
+void show_again(EditLine *line)
+{
+    el_set(line, EL_PREP_TERM, 1);
+    el_resize(line);
+    el_set(line, EL_REFRESH);
+}
+
 } // namespace
 
 Editor::Editor(std::string prompt, Completer completer, int interruption)
@@ -49,6 +68,7 @@ Editor::Editor(std::string prompt, Completer completer, int interruption)
       history_file_(history_file()), history_(history_init()), line_(el_init("ka", stdin, stderr, stderr))
 {
     std::setlocale(LC_CTYPE, "");
+    wake_by_stops_and_windows();
     el_set(line_, EL_CLIENTDATA, this);
     el_set(line_, EL_PROMPT, prompt_of);
     el_set(line_, EL_EDITOR, "emacs");
@@ -115,7 +135,8 @@ int Editor::read_key(EditLine *line, wchar_t *key)
 {
     Editor &editor = of(line);
     for (;;) {
-        if (editor.typed_ahead_.empty()) editor.signal_ = await_input(editor.interruption_);
+        if (editor.typed_ahead_.empty())
+            editor.signal_ = await_input(editor.interruption_, [line] { show_again(line); });
         if (editor.signal_ != 0) {
             errno = EINTR;
             return -1;

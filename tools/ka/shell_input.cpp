@@ -8,11 +8,11 @@
 
 #include "interruption.h"
 
-int await_input(int interruption)
+int await_input(int interruption, const std::function<void()> &meanwhile)
 {
     struct pollfd waiting[] = {{STDIN_FILENO, POLLIN, 0}, {interruption, POLLIN, 0}};
     while (poll(waiting, 2, -1) < 0)
-        ; // a signal that has a handler, such as a change of the window
+        meanwhile();
     return waiting[1].revents != 0 ? take_interruption(interruption) : 0;
 }
 

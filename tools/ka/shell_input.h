@@ -4,6 +4,7 @@
 #ifndef KA_TOOL_SHELL_INPUT_H
 #define KA_TOOL_SHELL_INPUT_H
 
+#include <functional>
 #include <string>
 
 enum class Got {
@@ -30,7 +31,9 @@ private:
     bool at_end_ = false;
 };
 
-// Waits until standard input can be read or a signal has come; the signal, or 0.
-int await_input(int interruption);
+// Waits until standard input can be read or an interruption has come; its signal, or 0. A signal that has a handler,
+// such as a new size of the window or the end of a stop, is none: after it, meanwhile is called.
+int await_input(
+    int interruption, const std::function<void()> &meanwhile = [] {});
 
 #endif
