@@ -4,6 +4,7 @@
 // compare this table with the constants of the public headers and the messages in the sources.
 #include "explanations.h"
 
+#include <algorithm>
 #include <csignal>
 
 #include "exit_status.h"
@@ -92,8 +93,7 @@ constexpr Explanation rows[] = {
     // ---- Exit statuses
     {ka_exit, EXIT_DONE, "EXIT_DONE", "", "done", "none", "nothing to do"},
     {ka_exit, EXIT_NONZERO, "EXIT_NONZERO", "", "the function returned another code than 0",
-     "the function's own verdict; or the status of a REAL is not 0; or ka check or ka dump found something "
-     "wrong",
+     "the function's own verdict; or the status of a REAL is not 0; or ka check or ka dump found something wrong",
      "look at what was printed"},
     {ka_exit, EXIT_USAGE, "EXIT_USAGE", "", "bad usage, or results that could not be written",
      "an unknown option, a malformed argument, a full disk", "read the line on standard error; ka --help"},
@@ -114,8 +114,9 @@ constexpr Explanation rows[] = {
      "explain the line that it wrote; modules are started by a caller: ka call MODULE FUNCTION"},
     {host_exit, 126, "", "", "the file was found and could not be run", "no right, or no program", "ka check MODULE"},
     {host_exit, 127, "",
-     "error while loading shared libraries: %s\nsymbol lookup error: %s\nversion `%s' not found (required by "
-     "%s)",
+     "error while loading shared libraries: %s\n"
+     "symbol lookup error: %s\n"
+     "version `%s' not found (required by %s)",
      "the dynamic linker could not put the program together",
      "a shared library, a version of one, or a symbol is missing; the line on standard error names it",
      "ka check MODULE lists all that is missing; install it, or set the module's RUNPATH or LD_LIBRARY_PATH"},
@@ -137,8 +138,7 @@ constexpr Explanation rows[] = {
     {death, SIGTRAP, "SIGTRAP", "Trace/breakpoint trap", "a breakpoint without a debugger",
      "a compiled-in trap, or a debugger that left one behind", "look at the backtrace"},
     {death, SIGKILL, "SIGKILL", "Killed", "the process was killed without a chance to end in order",
-     "a kill -9, the kernel's memory killer (see dmesg), or the library after a grace time that SIGTERM did "
-     "not end",
+     "a kill -9, the kernel's memory killer (see dmesg), or the library after a grace time that SIGTERM did not end",
      "give it more memory, or longer; dll_cleanup did not run"},
     {death, SIGTERM, "SIGTERM", "Terminated", "ends a host in order: dll_cleanup runs and the status is 0",
      "the caller closed the host, or ended itself: the kernel then sends it",
@@ -199,8 +199,7 @@ constexpr Explanation rows[] = {
      "the identifier is wrong, the segment is gone, or belongs to another user",
      "ipcs -m lists the segments; caller and host must be of one user and one IPC namespace"},
     {start, NO_NUMBER, "", "Bad DLL_MAGIC", "the segment holds no block of this kind",
-     "its first 8 bytes are not \"KA.DLL\" and two zero bytes: a wrong identifier, or the caller wrote no "
-     "header",
+     "its first 8 bytes are not \"KA.DLL\" and two zero bytes: a wrong identifier, or the caller wrote no header",
      "ka dump SEGMENT shows what is there"},
     {start, NO_NUMBER, "", "Unsupported DLL_VERSION %x", "the block is of another version",
      "the caller writes another version than 101 (hexadecimal)", "use a caller and a host of the same version"},
@@ -235,10 +234,14 @@ constexpr Explanation rows[] = {
      "level 3: the function was found; its arguments follow", "dll_debug is 3 or more",
      "when no 'calling' line follows, the argument shown last was refused"},
     {trace, NO_NUMBER, "",
-     "arg = %s, %s, CALL = %s, elcnt = %d (%s)\narg = %s\n, CALL = %s\n, elcnt = "
-     "%d\n(%s)\n(ByRef)\n(ByValue)",
-     "level 3: an argument: its prototype's name and kind, then the type, the number of elements and the way "
-     "passed",
+     "arg = %s, %s, CALL = %s, elcnt = %d (%s)\n"
+     "arg = %s\n"
+     ", CALL = %s\n"
+     ", elcnt = %d\n"
+     "(%s)\n"
+     "(ByRef)\n"
+     "(ByValue)",
+     "level 3: an argument: its prototype's name and kind, then the type, the number of elements and the way passed",
      "dll_debug is 3 or more", "when it is the last line of a call, this argument was refused (8, 17 or -1)"},
     {trace, NO_NUMBER, "", "dll base = %s", "level 4: the block dump begins, with the host's address of the block",
      "dll_debug is 4 or more", "ka dump PID shows the same with values decoded"},
@@ -267,36 +270,23 @@ constexpr Explanation rows[] = {
      "explain the number; the line is the place in the REAL layer; the backtrace shows who called it"},
     {fatal, NO_NUMBER, "",
      OUTSIDE_THE_SEGMENT("dll_info") "\n" OUTSIDE_THE_SEGMENT("((t_DLL_INFO32 *)dll_info)") "\n" OUTSIDE_THE_SEGMENT(
-         "((t_DLL_INFO64 *)dll_info)") "\n" BARE_RANGE("dll_info") "\n" BARE_RANGE("((t_DLL_INFO32 "
-                                                                                   "*)dll_info)") "\n" BARE_RANGE("(("
-                                                                                                                  "t_"
-                                                                                                                  "DL"
-                                                                                                                  "L_"
-                                                                                                                  "IN"
-                                                                                                                  "FO"
-                                                                                                                  "64"
-                                                                                                                  " *"
-                                                                                                                  ")d"
-                                                                                                                  "ll"
-                                                                                                                  "_i"
-                                                                                                                  "nf"
-                                                                                                                  "o"
-                                                                                                                  ")"),
+         "((t_DLL_INFO64 *)dll_info)") "\n" BARE_RANGE("dll_info") "\n" BARE_RANGE("((t_DLL_INFO32 *)dll_info)") "\n" BARE_RANGE("((t_DLL_INFO64 *)dll_info)"),
      "an address in the block lies outside the segment; the host aborted",
-     "u_get__arg: the ptr of an argument; dll_scratch: the scratch field. Or base or shmsz is wrong, or the "
-     "layout is "
+     "u_get__arg: the ptr of an argument; dll_scratch: the scratch field. Or base or shmsz is wrong, or the layout "
+     "is "
      "not the one that the host was started with",
-     "mend the caller: addresses are its own, from base to base + shmsz - 1; ka dump names the one that is "
-     "outside"},
+     "mend the caller: addresses are its own, from base to base + shmsz - 1; ka dump names the one that is outside"},
     {fatal, NO_NUMBER, "",
-     "Assertion `s->dec_ndgts >= 0 && s->dec_ndgts <= ACCSIZE' failed\ns->dec_ndgts >= 0 && s->dec_ndgts <= "
-     "ACCSIZE",
+     "Assertion `s->dec_ndgts >= 0 && s->dec_ndgts <= ACCSIZE' failed\n"
+     "s->dec_ndgts >= 0 && s->dec_ndgts <= ACCSIZE",
      "a number with an impossible count of digits; the host aborted", "a REAL that was never set, or was overwritten",
      "look for the function that writes past its arguments"},
     {fatal, NO_NUMBER, "",
-     "double free or corruption\nfree(): invalid pointer\nmalloc(): %s\ncorrupted size vs. prev_size%s\n*** "
-     "stack "
-     "smashing detected ***",
+     "double free or corruption\n"
+     "free(): invalid pointer\n"
+     "malloc(): %s\n"
+     "corrupted size vs. prev_size%s\n"
+     "*** stack smashing detected ***",
      "the C library found its memory damaged; the process aborted",
      "the function wrote past a buffer: beyond elcnt elements, or beyond a string's maxlen",
      "build the module with -fsanitize=address and call it again"},
@@ -309,7 +299,8 @@ std::span<const Explanation> explanations()
     static const std::vector<Explanation> all = [] {
         const std::span<const Explanation> of_library = library_explanations();
         std::vector<Explanation> both(std::begin(rows), std::end(rows));
-        both.insert(both.end(), of_library.begin(), of_library.end());
+        const auto is_exit = [](const Explanation &row) { return row.layer == ka_exit; };
+        both.insert(std::find_if(both.begin(), both.end(), is_exit), of_library.begin(), of_library.end());
         return both;
     }();
     return all;

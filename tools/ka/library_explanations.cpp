@@ -15,16 +15,17 @@ constexpr Explanation rows[] = {
      "the module could not be started, or ended at start", "the text says what the system or the module answered",
      "ka check MODULE tells what is missing"},
     {error, KA_REFUSED, "KA_REFUSED",
-     "the module has no function \"%s\"\ntakes %s, got %s\ntakes no arguments\n(%s) is %s: takes %s, got %s\nthe "
-     "module's own table is "
-     "wrong: %s",
+     "the module has no function \"%s\"\n"
+     "takes %s, got %s\n"
+     "takes no arguments\n"
+     "(%s) is %s: takes %s, got %s\n"
+     "the module's own table is wrong: %s",
      "the call does not suit the module's tables; nothing was sent",
      "a wrong name, or a wrong count, type or length of arguments; the text names the argument",
      "compare the call with ka list MODULE; the host can be used further"},
     {error, KA_DIED, "KA_DIED", "the host ended with status %d\nthe host was killed by %s",
      "the host ended by itself, or was killed", "a crash or an exit inside the function, or a kill from outside",
-     "look at the report: the signal, the arguments, the last lines of standard error; explain the signal "
-     "too"},
+     "look at the report: the signal, the arguments, the last lines of standard error; explain the signal too"},
     {error, KA_DEADLINE, "KA_DEADLINE", "took more than %d ms\ndid not start within %d ms",
      "no answer in time; the host was ended", "the function hangs, waits, or works longer than the deadline allows",
      "give it longer (--deadline), or find out where it waits"},
@@ -53,42 +54,62 @@ constexpr Explanation rows[] = {
     {error, NO_NUMBER, "", "this system does not run 32-bit programs", "the kernel refused the file's format",
      "the kernel is built or started without 32-bit emulation", "enable IA32 emulation (ia32_emulation=1)"},
     {error, NO_NUMBER, "",
-     "an argument without ka_begin\nka_call without ka_begin\na call inside a call-back of the same host\nka_begin "
-     "inside a call-back of the same host\na host cannot be closed inside its call-back\na host cannot be restarted "
-     "inside its call-back\na result is asked for before the call is made\na descriptor outside the building of a "
-     "call\n%s was never opened: its options are wrong",
+     "an argument without ka_begin\n"
+     "ka_call without ka_begin\n"
+     "a call inside a call-back of the same host\n"
+     "ka_begin inside a call-back of the same host\n"
+     "a host cannot be closed inside its call-back\n"
+     "a host cannot be restarted inside its call-back\n"
+     "a result is asked for before the call is made\n"
+     "a descriptor outside the building of a call\n"
+     "%s was never opened: its options are wrong",
      "a function of the library was called when it could do nothing",
      "the order is ka_open, then for each call ka_begin, ka_add_..., ka_call, ka_get_...; a call-back answers, and "
-     "calls "
-     "nothing of its own host",
+     "calls nothing of its own host",
      "put the calls in order; for a second call inside a call-back open a second host"},
     {error, NO_NUMBER, "",
-     "a call of %s with more than %d arguments\nargument %d of %s, element %d: %s\na null REAL\n%s cannot be held by "
-     "a "
-     "REAL\na negative count\npassed neither by value nor by reference\na negative length\na string longer than its "
-     "room\na negative room\n%s is not a REAL",
+     "a call of %s with more than %d arguments\n"
+     "argument %d of %s, element %d: %s\n"
+     "a null REAL\n"
+     "%s cannot be held by a REAL\n"
+     "a negative count\n"
+     "passed neither by value nor by reference\n"
+     "a negative length\n"
+     "a string longer than its room\n"
+     "a negative room\n"
+     "%s is not a REAL",
      "an argument that no call can have; nothing was sent",
      "the program gave ka_add_... a wrong count, length, room or passing, or a number that no REAL holds",
      "mend the argument that the text names"},
     {error, NO_NUMBER, "",
-     "%s was called without an argument %d\n%s gives nothing back in argument %d\nargument %d of %s has another "
-     "type\nargument %d of %s has %d elements, not %d\na negative element or size",
+     "%s was called without an argument %d\n"
+     "%s gives nothing back in argument %d\n"
+     "argument %d of %s has another type\n"
+     "argument %d of %s has %d elements, not %d\n"
+     "a negative element or size",
      "a result was asked for that the call does not have",
      "ka_get_... names an argument by number, from 1; only what goes by reference comes back, in the type and the "
-     "count "
-     "that was sent",
+     "count that was sent",
      "ask ka_gives_back first"},
     {error, NO_NUMBER, "", "descriptors are open to hosts with KA_RAW alone\n%s has no argument %d yet",
      "a descriptor of the block cannot be set", "ka_set_descriptor changes an argument that was added to a raw call",
      "open the host with checking KA_RAW, and add the argument before"},
     {error, NO_NUMBER, "",
-     "there is no error output %d\na ring of %d bytes for standard error\nerror_fd %d is not open\ncancel_fd %d is "
-     "not "
-     "open\nthere is no restart policy %d\na pause of %d to %d ms before a restart\noptions of %d bytes were not "
-     "filled "
-     "by ka_options_init\na deadline of %d ms\nthere is no checking %d\na grace time of %d ms\nthere is no layout "
-     "%d\na scratch area of %d bytes\na segment of %d bytes has no room for the block\na segment of %d bytes is too "
-     "large\nthere is no way of waiting %d",
+     "there is no error output %d\n"
+     "a ring of %d bytes for standard error\n"
+     "error_fd %d is not open\n"
+     "cancel_fd %d is not open\n"
+     "there is no restart policy %d\n"
+     "a pause of %d to %d ms before a restart\n"
+     "options of %d bytes were not filled by ka_options_init\n"
+     "a deadline of %d ms\n"
+     "there is no checking %d\n"
+     "a grace time of %d ms\n"
+     "there is no layout %d\n"
+     "a scratch area of %d bytes\n"
+     "a segment of %d bytes has no room for the block\n"
+     "a segment of %d bytes is too large\n"
+     "there is no way of waiting %d",
      "an option of a host has an impossible value",
      "ka_options was not filled by ka_options_init, or a field is wrong",
      "give the field a value that ka/caller.h allows"},
@@ -96,11 +117,17 @@ constexpr Explanation rows[] = {
      "a program waits in one way for all its hosts", "two parts of the program open hosts with different waiting",
      "give both the same; KA_WAIT_SAFE suits every program"},
     {error, NO_NUMBER, "",
-     "cannot create a signal descriptor\ncannot wait for the host\ncannot handle SIGUSR2\ncannot read the host's "
-     "state "
-     "from /proc\ncannot signal the host\ncannot copy error_fd\ncannot create a shared segment of %d bytes\ncannot "
-     "write "
-     "to a pipe\ncannot create a process\ncannot create a pipe\ncannot collect the host's standard error",
+     "cannot create a signal descriptor\n"
+     "cannot wait for the host\n"
+     "cannot handle SIGUSR2\n"
+     "cannot read the host's state from /proc\n"
+     "cannot signal the host\n"
+     "cannot copy error_fd\n"
+     "cannot create a shared segment of %d bytes\n"
+     "cannot write to a pipe\n"
+     "cannot create a process\n"
+     "cannot create a pipe\n"
+     "cannot collect the host's standard error",
      "the system refused what a host needs; its own reason follows the colon",
      "a limit of processes, descriptors, pipes or shared segments; a /proc that is not mounted; or a sandbox",
      "ulimit -a, ipcs -l and /proc/sys/kernel/shm* show the limits; close hosts that are not used"},
@@ -117,30 +144,40 @@ constexpr Explanation rows[] = {
      "the restart policy waits before the next start", "the module ends again and again, at start or in every call",
      "find out why it ends: ka check MODULE, its standard error, the report; a longer deadline covers the pause"},
     {error, NO_NUMBER, "",
-     "its tables cannot be read: %s\nfunction %d has a name outside the module\nfunction %d has a name of more than "
-     "%d "
-     "bytes\nKaFuncList has no end within 100000 functions\nthe tables take more than 64 MiB\nKaFuncList runs out of "
-     "the "
-     "module\nno module: KaFuncList is missing\nno module: KaArgList is missing",
+     "its tables cannot be read: %s\n"
+     "function %d has a name outside the module\n"
+     "function %d has a name of more than %d bytes\n"
+     "KaFuncList has no end within 100000 functions\n"
+     "the tables take more than 64 MiB\n"
+     "KaFuncList runs out of the module\n"
+     "no module: KaFuncList is missing\n"
+     "no module: KaArgList is missing",
      "the module's tables are not to be had, or damaged",
      "the program is no module, KaFuncList does not end with a null name, or the tables are built at start",
      "ka check MODULE tells where; ka list --start reads the tables of the running module"},
     {error, NO_NUMBER, "",
-     "an ELF file with impossible program headers\na program without dynamic symbols\na program for another "
-     "processor "
-     "(ELF machine %d)\nno such file\na directory\nnot a regular file",
+     "an ELF file with impossible program headers\n"
+     "a program without dynamic symbols\n"
+     "a program for another processor (ELF machine %d)\n"
+     "no such file\n"
+     "a directory\n"
+     "not a regular file",
      "the path does not lead to a module",
      "a wrong path, a damaged copy, or a program that was built for something else",
      "give the path of the linked module; ka check MODULE says more"},
     {error, NO_NUMBER, "",
-     "is no host: it has no dll_debug\nis no host: it has no KaFuncList\ndoes not let its dll_debug "
-     "be "
-     "read\ndoes not let its dll_debug be written\nhas ended\nno permission to look into process %d: be its user or "
-     "root, "
-     "and see /proc/sys/kernel/yama/ptrace_scope\ncannot look into process %d: %s\nthere is no process %d\nprocess "
-     "%d has "
-     "no program: it has ended, or belongs to the kernel\nprocess %d is a 64-bit program, and hosts are 32-bit "
-     "programs\nprocess %d runs a program without dynamic symbols\nits trace level cannot be set: %s",
+     "is no host: it has no dll_debug\n"
+     "is no host: it has no KaFuncList\n"
+     "does not let its dll_debug be read\n"
+     "does not let its dll_debug be written\n"
+     "has ended\n"
+     "no permission to look into process %d: be its user or root, and see /proc/sys/kernel/yama/ptrace_scope\n"
+     "cannot look into process %d: %s\n"
+     "there is no process %d\n"
+     "process %d has no program: it has ended, or belongs to the kernel\n"
+     "process %d is a 64-bit program, and hosts are 32-bit programs\n"
+     "process %d runs a program without dynamic symbols\n"
+     "its trace level cannot be set: %s",
      "a process that was named as a host cannot be read or written",
      "it is no host (its caller, perhaps), it has ended, or it belongs to somebody else",
      "ps -ef shows hosts as children of their caller; be their user or root"},
