@@ -5,14 +5,15 @@
 #include "image.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include "host.h"
+#include "proc.h"
 
 int read_process_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes)
 {
@@ -28,10 +29,13 @@ int read_process_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes)
 /* An errno, with nothing read, when the process cannot be looked into. */
 static int read_proc_file(pid_t pid, const char *name, void *bytes, size_t size, ssize_t *length)
 {
-    char path[40];
-    snprintf(path, sizeof path, "/proc/%d/%s", pid, name);
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd == -1) return errno;
+    const int pid_fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    if (pid_fd == -1) return errno;
+    const pid_t number = number_in_proc(pid_fd);
+    const int fd = number != 0 ? open_proc_file(number, name) : -1;
+    const int open_error = errno;
+    close(pid_fd);
+    if (fd == -1) return open_error;
     *length = read(fd, bytes, size);
     const int error = *length < 0 ? errno : 0;
     close(fd);

@@ -24,6 +24,7 @@
 #include "attendant.h"
 #include "forked.h"
 #include "listener.h"
+#include "proc.h"
 
 enum { ARGUMENT_SIZE = 32 }; /* segment identifier and layout, zero-terminated */
 
@@ -106,13 +107,6 @@ static pid_t fork_with_descriptor(int *pid_fd)
     return static_cast<pid_t>(syscall(SYS_clone, CLONE_PIDFD | SIGCHLD, nullptr, pid_fd, nullptr, nullptr));
 }
 
-static int open_proc_file(pid_t pid, const char *name)
-{
-    char path[40];
-    snprintf(path, sizeof path, "/proc/%d/%s", pid, name);
-    return open(path, O_RDONLY | O_CLOEXEC);
-}
-
 static int launch_process(ka_host *host, const t_LAUNCH *launch)
 {
     sigset_t all;
@@ -128,8 +122,9 @@ static int launch_process(ka_host *host, const t_LAUNCH *launch)
     host->pid = pid;
     host->pid_fd = pid_fd;
     if (host->listener) host->listener->process = pid;
-    host->status_fd = open_proc_file(pid, "status");
-    host->syscall_fd = open_proc_file(pid, "syscall");
+    const pid_t number = number_in_proc(pid_fd);
+    host->status_fd = open_proc_file(number, "status");
+    host->syscall_fd = open_proc_file(number, "syscall");
     host->idle = {};
     return 0;
 }
