@@ -65,9 +65,9 @@ static void prepare(ka_host *host, int32_t known)
 }
 
 /* 0 or an errno. argc goes last: until then a foreign signal finds no call. */
-static int ring(ka_host *host)
+static int ring(ka_host *host, int32_t argc)
 {
-    store32(host, host->layout->argc, host->argc_is_given ? host->given_argc : host->argc);
+    store32(host, host->layout->argc, argc);
     const int error = signal_process(host, SIGUSR2);
     if (error == 0) host->sent = true;
     return error;
@@ -133,11 +133,11 @@ static t_REPLY await_reply(ka_host *host, int64_t deadline)
 }
 
 /* One request, or one answer to a call-back, and what comes of it. At the end of the call argc goes first. */
-static t_REPLY converse(ka_host *host, int32_t known, int64_t deadline)
+static t_REPLY converse(ka_host *host, int32_t known, int32_t argc, int64_t deadline)
 {
     prepare(host, known);
     start_hearing(host);
-    const int error = ring(host);
+    const int error = ring(host, argc);
     const t_REPLY reply = error == 0 ? await_reply(host, deadline) : t_REPLY{EVENT_NOT_RUNG, error};
     if (reply.event == EVENT_RETURNED) store32(host, host->layout->argc, 0);
     stop_hearing(host);
@@ -182,11 +182,29 @@ static int32_t fail_out_of_turn(ka_host *host)
     return fail(host, KA_ARGUMENT, "ka_call without ka_begin");
 }
 
+static int32_t fail_unheard(ka_host *host)
+{
+    fail(host, KA_DEADLINE, "%.300s: a call of \"%s\" was not heard: the module handles SIGUSR2 itself", host->module,
+         host->function);
+    return lose_host(host);
+}
+
 static int32_t fail_settling(ka_host *host)
 {
     fail(host, KA_DEADLINE, "%.300s: \"%s\" was made to run again by a foreign SIGUSR2, and took more than %d ms",
          host->module, host->function, host->options.deadline_ms);
     return lose_host(host);
+}
+
+/* A function that is performed again may call back again, and that is answered like the first time. argc stays 0. */
+static int32_t answer_again(ka_host *host)
+{
+    host->in_callback = true;
+    const int32_t known = answer(host, load32(host, host->layout->cbval));
+    if (host->state != STATE_CALLING) return fail_out_of_turn(host);
+    prepare(host, known);
+    signal_process(host, SIGUSR2); /* a host that has died is found so */
+    return KA_DONE;
 }
 
 /* Nearly every host is idle before its reply has waked this thread, and the others will be in a moment: so at first
@@ -206,17 +224,34 @@ static int32_t settle(ka_host *host, int64_t deadline)
         if (woken & WOKEN_BY_CANCEL) return fail_exchange(host, EVENT_CANCELLED);
         if (woken & WOKEN_BY_DEATH) return KA_DONE;
         if (now_ns() >= deadline) return fail_settling(host);
+        if (look_for_rest(host) != AT_REST_IN_CALLBACK) continue;
+        if (answer_again(host) != KA_DONE) return host->error.error_class;
+        pause = 0;
     }
     return KA_DONE;
 }
 
+/* A host that was signalled and rests, with the random word in its place that was put there, has either performed a
+   function that returned that very word, or nothing at all, since the module has a handler of its own. One more
+   signal tells, for without argc it brings a refusal. True also when the host dies or is late meanwhile, which is
+   found after that. */
+static bool hears_calls(ka_host *host, int64_t deadline)
+{
+    const int32_t known = random_word(host);
+    const t_REPLY reply = converse(host, known, 0, deadline);
+    return reply.event != EVENT_RETURNED || reply.value != known;
+}
+
 static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
 {
+    const int32_t argc = host->argc_is_given ? host->given_argc : host->argc;
     int32_t known = random_word(host);
     for (;;) {
-        const t_REPLY reply = converse(host, known, deadline);
+        const t_REPLY reply = converse(host, known, argc, deadline);
         if (reply.event == EVENT_NOT_RUNG) return fail_ring(host, reply.value);
         if (reply.event != EVENT_RETURNED && reply.event != EVENT_CALLBACK) return fail_exchange(host, reply.event);
+        const bool unchanged = reply.event == EVENT_RETURNED && reply.value == known;
+        if (unchanged && !host->in_callback && !hears_calls(host, deadline)) return fail_unheard(host);
         host->answered = true;
         if (reply.event == EVENT_RETURNED) {
             host->losses = 0;

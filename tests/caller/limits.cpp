@@ -243,6 +243,18 @@ TEST_P(CallLimits, return_code_that_the_function_wrote_itself_is_none)
     }
 }
 
+TEST_P(CallLimits, host_whose_module_took_its_calls_is_told)
+{
+    Host host(layout());
+    ka_begin(host, "take_calls");
+    EXPECT_EQ(call(host), 0);
+    ka_begin(host, "give_code");
+    ka_add_integer(host, 6, KA_BY_VALUE);
+    EXPECT_EQ(call_fails(host), KA_DEADLINE);
+    EXPECT_EQ(error_text(host),
+              tasks_module + ": a call of \"give_code\" was not heard: the module handles SIGUSR2 itself");
+}
+
 TEST_P(CallLimits, host_that_was_made_to_ignore_calls_is_late)
 {
     Host host(layout());

@@ -161,6 +161,19 @@ static int32_t nap(void **argv)
     return 0;
 }
 
+/* Calls back after some time, and returns one more than the answer. The first performance sends its own process a
+   SIGUSR2, as anybody could, and so asks for a second one. */
+static int32_t ask_again(void **argv)
+{
+    static int32_t performances;
+    int32_t ms = 20;
+    void *nap_argv[] = {&ms};
+    nap(nap_argv);
+    const int32_t answer = dll_callback(*(int32_t *)argv[0]);
+    if (++performances == 1) kill(getpid(), SIGUSR2);
+    return answer + 1;
+}
+
 static int32_t hang(void **argv)
 {
     (void)argv;
@@ -328,6 +341,19 @@ static int32_t ignore_calls(void **argv)
     return 0;
 }
 
+static void nothing(int signal)
+{
+    (void)signal;
+}
+
+/* From then on calls come to a handler of the module's. */
+static int32_t take_calls(void **argv)
+{
+    (void)argv;
+    signal(SIGUSR2, nothing);
+    return 0;
+}
+
 /* Takes anything, and dies. */
 static int32_t die_with(void **argv)
 {
@@ -396,6 +422,8 @@ t_DLL_FUNC KaFuncList[] = {
     {"pretend", 10, 1, NULL},
     {"ignore_calls", 0, 0, NULL},
     {"die_oddly", 33, 1, NULL},
+    {"ask_again", 10, 1, NULL},
+    {"take_calls", 0, 0, NULL},
     {NULL, 0, 0, NULL},
 };
 
@@ -435,6 +463,8 @@ static int32_t (*const functions[])(void **) = {
     pretend,
     ignore_calls,
     die_with,
+    ask_again,
+    take_calls,
 };
 /* clang-format on */
 
