@@ -18,6 +18,7 @@
 
 #include "doorbell.h"
 #include "forked.h"
+#include "uncancelled.h"
 
 /* Exit statuses of a host that could not start: its own, and the loader's. */
 enum { HOST_REFUSED = 2, LOADER_REFUSED = 127 };
@@ -162,6 +163,7 @@ int32_t fail_dead(ka_host *host, const char *where)
 
 int32_t ka_close(ka_host *host)
 {
+    HOLD_CANCELLATION;
     if (!host) return KA_DONE;
     if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a host cannot be closed inside its call-back");
     leave_host(host);

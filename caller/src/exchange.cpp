@@ -31,6 +31,7 @@
 
 #include "doorbell.h"
 #include "ka/dll_codes.h"
+#include "uncancelled.h"
 
 /* Between two looks at a host. After a signal that did not decide its state has to, which changes soon; before that a
    look only finds what a lost signal would have told: the program may have replaced the handler, or ignore SIGUSR2.
@@ -278,6 +279,7 @@ static int32_t look_before_call(ka_host *host, int64_t deadline)
 
 int32_t ka_call(ka_host *host, int32_t *return_code)
 {
+    HOLD_CANCELLATION;
     if (host->state != STATE_BUILDING) return fail_out_of_turn(host);
     if (host->build_error != KA_DONE) {
         host->error = host->build_failure;

@@ -11,6 +11,7 @@
 
 #include "doorbell.h"
 #include "forked.h"
+#include "uncancelled.h"
 
 static constexpr ka_options default_options = {
     .size = sizeof(ka_options),
@@ -115,6 +116,7 @@ static int32_t open_process(ka_host *host)
 
 int32_t ka_restart(ka_host *host)
 {
+    HOLD_CANCELLATION;
     if (host->state == STATE_CALLING)
         return fail(host, KA_ARGUMENT, "a host cannot be restarted inside its call-back");
     if (!host->openable)
@@ -128,6 +130,7 @@ int32_t ka_restart(ka_host *host)
 
 int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
 {
+    HOLD_CANCELLATION;
     ka_host *host = static_cast<ka_host *>(calloc(1, sizeof *host));
     *result = host;
     if (!host) return KA_SYSTEM;

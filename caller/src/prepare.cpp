@@ -5,6 +5,7 @@
  * calls find that done. */
 #include "host.h"
 #include "image.h"
+#include "uncancelled.h"
 
 enum : int64_t { FIRST_LOOK_NS = 50000, LONGEST_LOOK_NS = 2000000 };
 
@@ -67,6 +68,7 @@ static int32_t check_alive(ka_host *host)
 
 const ka_tables *ka_host_tables(ka_host *host)
 {
+    HOLD_CANCELLATION;
     char why[200] = "";
     if (check_alive(host) != KA_DONE) return nullptr;
     if (host->tables) return host->tables;
@@ -87,6 +89,7 @@ static int32_t apply_trace_level(ka_host *host)
 
 int32_t ka_set_trace(ka_host *host, int32_t level)
 {
+    HOLD_CANCELLATION;
     host->options.trace_level = level;
     if (check_alive(host) != KA_DONE) return host->error.error_class;
     if (await_ready(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return host->error.error_class;

@@ -9,6 +9,7 @@
 #include <time.h>
 
 #include "ka/dll_module.h"
+#include "uncancelled.h"
 
 bool concerns_call(const ka_host *host)
 {
@@ -96,6 +97,7 @@ const char *last_lines(const ka_host *host, const char **end)
 
 int32_t ka_error_output(ka_host *host, char *buffer, int32_t size)
 {
+    HOLD_CANCELLATION;
     const t_REMAINS *remains = &host->remains;
     if (size <= 0) return 0;
     if (host->ring && !remains->of_error) return read_ring(host->ring, buffer, size);

@@ -8,6 +8,7 @@
 #include <string.h>
 
 #include "report.h"
+#include "uncancelled.h"
 #include "writer.h"
 
 /* ---- Arguments ------------------------------------------------------------------------------------------------- */
@@ -136,6 +137,7 @@ static void write_outputs(t_WRITER *writer, const ka_host *host)
 
 const char *ka_report_json(ka_host *host)
 {
+    HOLD_CANCELLATION;
     free(host->report);
     host->report = nullptr;
     if (host->error.error_class == KA_DONE) return nullptr;

@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "report.h"
+#include "uncancelled.h"
 #include "writer.h"
 
 /* Begins a line; the label is only shown with the first of several. */
@@ -151,6 +152,7 @@ static void write_retry(t_WRITER *writer, int32_t retry)
 
 const char *ka_report_text(ka_host *host)
 {
+    HOLD_CANCELLATION;
     free(host->report);
     host->report = nullptr;
     if (host->error.error_class == KA_DONE) return nullptr;

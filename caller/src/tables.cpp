@@ -10,6 +10,7 @@
 #include "host.h"
 #include "image.h"
 #include "ka/dll_module.h"
+#include "uncancelled.h"
 
 enum {
     FUNCTIONS_MAX = 100000,         /* a table without an end is no table */
@@ -285,6 +286,7 @@ ka_tables *read_image_tables(t_IMAGE *image, char *why, size_t size)
 
 ka_tables *ka_read_tables(const char *module, char *why, int32_t size)
 {
+    HOLD_CANCELLATION;
     t_IMAGE *image = open_file_image(module, why, static_cast<size_t>(size));
     ka_tables *tables = image ? read_image_tables(image, why, static_cast<size_t>(size)) : nullptr;
     close_image(image);

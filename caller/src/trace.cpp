@@ -8,6 +8,7 @@
 
 #include "host.h"
 #include "image.h"
+#include "uncancelled.h"
 
 static int32_t refuse(int32_t error_class, char *why, size_t size, pid_t pid, const char *reason)
 {
@@ -49,6 +50,7 @@ static int32_t access_level(t_IMAGE *image, const int32_t *level, int32_t *old, 
 
 int32_t ka_trace_process(int32_t pid, const int32_t *level, int32_t *old, char *why, int32_t size)
 {
+    HOLD_CANCELLATION;
     int32_t error_class = KA_DONE;
     t_IMAGE *image = open_process_image(pid, &error_class, why, static_cast<size_t>(size));
     if (!image) return error_class;

@@ -205,6 +205,56 @@ TEST(Threads, fork_while_others_call_leaves_the_child_usable)
         caller.join();
 }
 
+// What cancels a thread waits until the function that the thread is in returns.
+TEST(Threads, cancelled_in_a_call_finish_it)
+{
+    static int32_t status;
+    pthread_t thread;
+    Host host;
+    pthread_create(
+        &thread, nullptr,
+        [](void *used) -> void * {
+            int32_t code = 0;
+            ka_host *own = static_cast<ka_host *>(used);
+            ka_begin(own, "nap");
+            ka_add_integer(own, 300, KA_BY_VALUE);
+            status = ka_call(own, &code);
+            pthread_testcancel();
+            return used;
+        },
+        host.host);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    pthread_cancel(thread);
+    void *result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_EQ(status, KA_DONE);
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+}
+
+TEST(Threads, cancelled_in_a_start_hold_no_other_up)
+{
+    for (int i = 0; i < 100; i++) {
+        pthread_t thread;
+        pthread_create(
+            &thread, nullptr,
+            [](void *) -> void * {
+                for (;;) {
+                    ka_host *host;
+                    ka_open(&host, tasks_module.c_str(), nullptr);
+                    ka_close(host);
+                    pthread_testcancel();
+                }
+            },
+            nullptr);
+        std::this_thread::sleep_for(std::chrono::microseconds(3000 + 10 * i));
+        pthread_cancel(thread);
+        pthread_join(thread, nullptr);
+    }
+    Host host;
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+}
+
 TEST(Threads, two_ways_of_waiting_do_not_mix)
 {
     for (int32_t first : {KA_WAIT_SAFE, KA_WAIT_FAST}) {

@@ -23,6 +23,7 @@
  *  - A host is used by one thread at a time, not always the same; different hosts by different threads at the same
  *    time. In a child that the program forks, the hosts of its parent have ended: it may close them, which does not
  *    touch the parent's, and open its own.
+ *  - A thread that is cancelled (pthread_cancel) inside a function of this library ends after it, not inside it.
  *  - A call is checked against the module's tables before it is sent (KA_REFUSED), so the return code is the
  *    function's own. Two codes can still be the host's: 2, no memory for the arguments, and -1, a value that the
  *    function left in its arguments could not be given back. See ka_options.checking.
