@@ -31,6 +31,24 @@ TEST(CppCallback, is_any_function)
     EXPECT_EQ(host.call("ask", 5), 0);
 }
 
+TEST(CppCallback, may_set_the_one_of_the_next_call)
+{
+    ka::Host host(tasks_module);
+    const std::string kept(100, 'k');
+    int whole = 0;
+    host.on_callback([&host, &whole, kept](std::int32_t value) {
+        if (value == 0) host.on_callback([](std::int32_t) { return 1000; });
+        EXPECT_EQ(host.try_call("ask", 1).error_class, KA_ARGUMENT);
+        if (kept == std::string(100, 'k')) whole++;
+        return value;
+    });
+    std::int32_t sum = 0;
+    host.call("ask_many", 3, ka::ref(sum));
+    EXPECT_EQ(sum, 0 + 1 + 2);
+    EXPECT_EQ(whole, 3);
+    EXPECT_EQ(host.call("ask", 5), 1000);
+}
+
 TEST(CppCallback, one_of_the_options_serves_until_another_is_set)
 {
     std::int32_t base = 100;

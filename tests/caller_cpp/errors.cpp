@@ -111,6 +111,13 @@ TEST(CppError, function_name_is_taken_whole)
     EXPECT_NE(std::string(error.what()).find("count_call?x"), std::string::npos) << error.what();
 }
 
+TEST(CppError, path_is_taken_whole)
+{
+    const std::string path = tasks_module + std::string("\0.old", 5);
+    EXPECT_THROW(ka::Host{path}, ka::Error);
+    EXPECT_THROW(ka::read_tables(path), ka::Error);
+}
+
 TEST(CppError, failing_step_changes_nothing_in_the_steps_after_it)
 {
     ka::Host host(tasks_module);

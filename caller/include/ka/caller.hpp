@@ -88,8 +88,7 @@ public:
     // and the exception comes out of the function that made it, the try_ ones included.
     void on_callback(Callback callback, std::int32_t on_exception = 0)
     {
-        state_->callback = std::move(callback);
-        state_->on_exception = on_exception;
+        state_->next = std::make_shared<const Answers>(Answers{std::move(callback), on_exception});
     }
 
     // The return code of the function.
@@ -192,12 +191,17 @@ public:
     ka_host *get() const noexcept { return state_->host; }
 
 private:
+    struct Answers {
+        Callback callback;
+        std::int32_t on_exception = 0;
+    };
+
     // What the library's functions come back to, at an address that moving the Host does not change.
     struct State {
         ka_host *host = nullptr;
         ka_options given{};
-        Callback callback;
-        std::int32_t on_exception = 0;
+        std::shared_ptr<const Answers> next = std::make_shared<const Answers>();
+        std::shared_ptr<const Answers> used; // by the call that is under way
         std::exception_ptr thrown;
 
         State() = default;
@@ -211,37 +215,37 @@ private:
         void open(const std::string &module, const ka_options &options)
         {
             given = options;
-            ka_options used = options;
-            used.user = this;
-            used.callback = [](ka_host *, std::int32_t value, void *user) noexcept {
+            ka_options changed = options;
+            changed.user = this;
+            changed.callback = [](ka_host *, std::int32_t value, void *user) noexcept {
                 return static_cast<State *>(user)->answer(value);
             };
             if (given.inspector) {
-                used.inspector = [](std::int32_t pid, std::int32_t signal, char *text, std::int32_t size,
-                                    void *user) {
+                changed.inspector = [](std::int32_t pid, std::int32_t signal, char *text, std::int32_t size,
+                                       void *user) {
                     const ka_options &options_given = static_cast<State *>(user)->given;
                     options_given.inspector(pid, signal, text, size, options_given.user);
                 };
             }
-            ka_open(&host, module.c_str(), &used);
+            ka_open(&host, detail::without_zeros(module).c_str(), &changed);
         }
 
         std::int32_t ask(std::int32_t value)
         {
-            if (callback) return callback(value);
+            if (used->callback) return used->callback(value);
             return given.callback ? given.callback(host, value, given.user) : 0;
         }
 
         // The frames between a call and its call-backs are those of C, which no exception may cross.
         std::int32_t answer(std::int32_t value) noexcept
         {
-            if (thrown) return on_exception;
+            if (thrown) return used->on_exception;
 #ifdef __cpp_exceptions
             try {
                 return ask(value);
             } catch (...) {
                 thrown = std::current_exception();
-                return on_exception;
+                return used->on_exception;
             }
 #else
             return ask(value);
@@ -259,7 +263,9 @@ private:
     Result exchange()
     {
         std::int32_t code = 0;
+        auto before = std::exchange(state_->used, state_->next); // not null in a call-back, where this call fails
         const std::int32_t status = ka_call(get(), &code);
+        state_->used = std::move(before);
         return {status, code};
     }
 

@@ -43,7 +43,7 @@ struct Prototypes {
 inline Tables read_tables(const std::string &module)
 {
     char why[256] = "";
-    ka_tables *const tables = ka_read_tables(module.c_str(), why, sizeof why);
+    ka_tables *const tables = ka_read_tables(detail::without_zeros(module).c_str(), why, sizeof why);
     if (!tables) detail::raise(KA_ARGUMENT, why);
     return Tables(std::shared_ptr<const ka_tables>(tables, [](ka_tables *owned) { ka_free_tables(owned); }));
 }
