@@ -7,9 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <elf.h>
-#include <sched.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 static std::string start_error(const std::string &module)
@@ -137,40 +135,6 @@ TEST(Start, call_sent_while_the_module_still_sets_up_is_not_lost)
         Host host([layout](ka_options &options) { options.layout = layout; });
         EXPECT_EQ(call_with(host, "give_code", 4), 4);
     }
-}
-
-// As in a container that was given the /proc of the system around it, where every process has another number.
-TEST(Start, in_a_pid_namespace_with_a_foreign_proc_is_like_any)
-{
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(60);
-        const bool alone = unshare(geteuid() == 0 ? CLONE_NEWPID : CLONE_NEWPID | CLONE_NEWUSER) == 0;
-        const pid_t first = alone ? fork() : -1;
-        if (first > 0) {
-            int status = 1;
-            waitpid(first, &status, 0);
-            _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
-        }
-        if (first == -1) _exit(77);
-        for (int32_t layout : {KA_LAYOUT_NATIVE, KA_LAYOUT_64}) {
-            Host host([layout](ka_options &options) {
-                options.layout = layout;
-                options.deadline_ms = 5000;
-                options.trace_level = 0;
-                options.callback = [](ka_host *, int32_t value, void *) { return value; };
-            });
-            EXPECT_EQ(call_with(host, "give_code", 4), 4);
-            EXPECT_EQ(call_with(host, "ask", 4), 4);
-            EXPECT_TRUE(ka_host_tables(host));
-            EXPECT_EQ(ka_set_trace(host, 0), KA_DONE);
-        }
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = 1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    if (status == 77 << 8) GTEST_SKIP() << "this system gives nobody a pid namespace";
-    EXPECT_EQ(status, 0);
 }
 
 TEST(Start, first_calls_right_after_the_start_are_never_lost)
