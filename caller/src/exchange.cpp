@@ -113,6 +113,13 @@ static int64_t lengthened(int64_t pause)
     return pause < LONGEST_PAUSE_NS / 2 ? pause * 2 : LONGEST_PAUSE_NS;
 }
 
+/* A wait that finds the host dead does not take its last signal, which a thread that hears has blocked again. */
+static bool signal_is_pending(void)
+{
+    sigset_t pending;
+    return sigpending(&pending) == 0 && sigismember(&pending, SIGUSR2) == 1;
+}
+
 /* Looks after every signal, and in lengthening pauses, since the host need not signal again. The second look after
    the first signal comes without a pause: by then most hosts are at rest, and their state can be proved. */
 static t_REPLY await_reply(ka_host *host, int64_t deadline)
@@ -125,7 +132,8 @@ static t_REPLY await_reply(ka_host *host, int64_t deadline)
         if (woken & WOKEN_BY_CANCEL) return {EVENT_CANCELLED, 0};
         const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !signalled;
         signalled |= first_signal;
-        const t_REPLY reply = judge(host, signalled || (woken & WOKEN_BY_DEATH));
+        if (woken & WOKEN_BY_DEATH) signalled |= signal_is_pending();
+        const t_REPLY reply = judge(host, signalled);
         if ((woken & WOKEN_BY_DEATH) && reply.event != EVENT_RETURNED) return {EVENT_DIED, 0};
         if (reply.event != EVENT_NONE) return reply;
         if (now_ns() >= deadline) return {EVENT_LATE, 0};

@@ -243,6 +243,16 @@ TEST_P(CallLimits, return_code_that_the_function_wrote_itself_is_none)
     }
 }
 
+TEST_P(CallLimits, return_code_that_the_function_wrote_before_it_died_is_none)
+{
+    for (int32_t i = 0; i < 20; i++) {
+        Host host(layout());
+        ka_begin(host, "pretend_and_die");
+        ka_add_integer(host, offset_of_retcode(), KA_BY_VALUE);
+        EXPECT_EQ(call_fails(host), KA_DIED);
+    }
+}
+
 TEST_P(CallLimits, host_whose_module_took_its_calls_is_told)
 {
     Host host(layout());

@@ -333,6 +333,15 @@ static int32_t pretend(void **argv)
     return 78;
 }
 
+/* Writes a return code into the block, at the offset in argument 1, and dies before it returns any. */
+static int32_t pretend_and_die(void **argv)
+{
+    int32_t code = 77;
+    memcpy((char *)u_get_baseptr() + *(int32_t *)argv[0], &code, 4);
+    kill(getpid(), SIGKILL);
+    return 0;
+}
+
 /* From then on calls are dropped by the kernel. */
 static int32_t ignore_calls(void **argv)
 {
@@ -424,6 +433,7 @@ t_DLL_FUNC KaFuncList[] = {
     {"die_oddly", 33, 1, NULL},
     {"ask_again", 10, 1, NULL},
     {"take_calls", 0, 0, NULL},
+    {"pretend_and_die", 10, 1, NULL},
     {NULL, 0, 0, NULL},
 };
 
@@ -465,6 +475,7 @@ static int32_t (*const functions[])(void **) = {
     die_with,
     ask_again,
     take_calls,
+    pretend_and_die,
 };
 /* clang-format on */
 
