@@ -22,7 +22,7 @@
 
 static int32_t add(void **argv)
 {
-    *(int32_t *)argv[2] = *(int32_t *)argv[0] + *(int32_t *)argv[1];
+    *(uint32_t *)argv[2] = *(uint32_t *)argv[0] + *(uint32_t *)argv[1];
     return 0;
 }
 
