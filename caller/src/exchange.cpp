@@ -1,22 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * One call: the request, the host's replies, the answers to its call-backs.
- *
- * A call-back and the end of a call arrive as the same signal; the host writes cbval before the one and retcode
- * before the other. So before the host is signalled both fields are given known values: cbval a fresh random mark,
- * retcode another, or, for an answer, the answer itself. Then a changed cbval means a call-back and a changed retcode
- * the end; no value is reserved. Where the host writes the very value that stood there, nothing changes, and its
- * state decides (rest.cpp).
- *
- * A signal makes the library look, and is never counted: replies and signals of others merge, and one that arrives
- * late finds the block unchanged, which again is left to the host's state. Nor does it prove anything that the host
- * itself is the sender: it can be its late reply to a foreign signal. So a signal is never asked where it comes from.
- *
- * A SIGUSR2 that anyone else sends to a waiting host makes it do what the block says. Therefore argc, without which
- * there is no call, is written last and taken back at the end: such a signal then costs a refusal with
- * KA_WRONG_COUNT, or with KA_WRONG_TYPE when argc is taken back under the host's eyes. The refusal can fall into the
- * next call, before the host has seen its request; so these two codes are believed only when the host has taken the
- * request and is at rest.
+ * One call: the request, the answers to its call-backs, and its end. How the replies are told apart stands in
+ * reply.cpp.
  *
  * A foreign signal from the moment of argc to the end of the call makes the host perform the call twice, or go on
  * from a call-back without its answer: that nobody can prevent. But the end of the second performance must not be
@@ -29,136 +14,16 @@
 #include <signal.h>
 #include <stdio.h>
 
-#include "doorbell.h"
-#include "ka/dll_codes.h"
+#include "reply.h"
 #include "uncancelled.h"
-
-/* Between two looks at a host. After a signal that did not decide its state has to, which changes soon; before that a
-   look only finds what a lost signal would have told: the program may have replaced the handler, or ignore SIGUSR2.
- */
-enum : int64_t { FIRST_PAUSE_NS = 20000, FIRST_QUIET_PAUSE_NS = 1000000, LONGEST_PAUSE_NS = 50000000 };
-
-enum t_EVENT {
-    EVENT_NONE,
-    EVENT_CALLBACK,
-    EVENT_RETURNED,
-    EVENT_DIED,
-    EVENT_CANCELLED,
-    EVENT_LATE,
-    EVENT_UNKNOWABLE,
-    EVENT_NOT_RUNG
-};
-
-struct t_REPLY {
-    t_EVENT event;
-    int32_t value; /* of the call-back, the return code, or an errno */
-};
-
-/* ---- Ring ------------------------------------------------------------------------------------------------------ */
-
-static void prepare(ka_host *host, int32_t known)
-{
-    host->mark = random_word(host);
-    host->known = known;
-    host->progress = {};
-    store32(host, host->layout->cbval, host->mark);
-    store32(host, host->layout->retcode, host->known);
-}
-
-/* 0 or an errno. argc goes last: until then a foreign signal finds no call. */
-static int ring(ka_host *host, int32_t argc)
-{
-    store32(host, host->layout->argc, argc);
-    const int error = signal_process(host, SIGUSR2);
-    if (error == 0) host->sent = true;
-    return error;
-}
-
-/* ---- The verdict ----------------------------------------------------------------------------------------------- */
-
-static t_REPLY judge_by_rest(ka_host *host)
-{
-    switch (look_for_rest(host)) {
-    case AT_REST_IDLE:
-        return {EVENT_RETURNED, load32(host, host->layout->retcode)};
-    case AT_REST_IN_CALLBACK:
-        return {EVENT_CALLBACK, load32(host, host->layout->cbval)};
-    case REST_UNKNOWABLE:
-        return {wait_until(host, -1, 0) & WOKEN_BY_DEATH ? EVENT_DIED : EVENT_UNKNOWABLE, 0};
-    case NOT_AT_REST:
-        break;
-    }
-    return {EVENT_NONE, 0};
-}
-
-static bool can_be_of_a_foreign_signal(int32_t code)
-{
-    return code == KA_WRONG_COUNT || code == KA_WRONG_TYPE;
-}
-
-/* Without a signal a changed block is no reply yet: a module can have written there. */
-static t_REPLY judge(ka_host *host, bool replied)
-{
-    if (!replied) return judge_by_rest(host);
-    const int32_t value = load32(host, host->layout->cbval);
-    if (value != host->mark) return {EVENT_CALLBACK, value};
-    const int32_t code = load32(host, host->layout->retcode);
-    if (code != host->known && !can_be_of_a_foreign_signal(code)) return {EVENT_RETURNED, code};
-    return judge_by_rest(host);
-}
-
-static int64_t lengthened(int64_t pause)
-{
-    if (pause < FIRST_PAUSE_NS) return FIRST_PAUSE_NS;
-    return pause < LONGEST_PAUSE_NS / 2 ? pause * 2 : LONGEST_PAUSE_NS;
-}
-
-/* A wait that finds the host dead does not take its last signal, which a thread that hears has blocked again. */
-static bool signal_is_pending(void)
-{
-    sigset_t pending;
-    return sigpending(&pending) == 0 && sigismember(&pending, SIGUSR2) == 1;
-}
-
-/* Looks after every signal, and in lengthening pauses, since the host need not signal again. The second look after
-   the first signal comes without a pause: by then most hosts are at rest, and their state can be proved. */
-static t_REPLY await_reply(ka_host *host, int64_t deadline)
-{
-    int64_t pause = FIRST_QUIET_PAUSE_NS;
-    bool signalled = false;
-    for (;;) {
-        const int64_t look_again = now_ns() + pause;
-        const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
-        if (woken & WOKEN_BY_CANCEL) return {EVENT_CANCELLED, 0};
-        const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !signalled;
-        signalled |= first_signal;
-        if (woken & WOKEN_BY_DEATH) signalled |= signal_is_pending();
-        const t_REPLY reply = judge(host, signalled);
-        if ((woken & WOKEN_BY_DEATH) && reply.event != EVENT_RETURNED) return {EVENT_DIED, 0};
-        if (reply.event != EVENT_NONE) return reply;
-        if (now_ns() >= deadline) return {EVENT_LATE, 0};
-        pause = first_signal ? 0 : lengthened(pause);
-    }
-}
-
-/* One request, or one answer to a call-back, and what comes of it. At the end of the call argc goes first. */
-static t_REPLY converse(ka_host *host, int32_t known, int32_t argc, int64_t deadline)
-{
-    prepare(host, known);
-    start_hearing(host);
-    const int error = ring(host, argc);
-    const t_REPLY reply = error == 0 ? await_reply(host, deadline) : t_REPLY{EVENT_NOT_RUNG, error};
-    if (reply.event == EVENT_RETURNED) store32(host, host->layout->argc, 0);
-    stop_hearing(host);
-    return reply;
-}
-
-/* ---- The call -------------------------------------------------------------------------------------------------- */
 
 static int32_t answer(ka_host *host, int32_t value)
 {
     return host->options.callback ? host->options.callback(host, value, host->options.user) : 0;
 }
+
+/* ---- What can go wrong -------------------------------------------------------------------------------------------
+ */
 
 static int32_t fail_exchange(ka_host *host, t_EVENT event)
 {
@@ -205,13 +70,16 @@ static int32_t fail_settling(ka_host *host)
     return lose_host(host);
 }
 
+/* ---- The end of a call -------------------------------------------------------------------------------------------
+ */
+
 /* A function that is performed again may call back again, and that is answered like the first time. argc stays 0. */
 static int32_t answer_again(ka_host *host)
 {
     host->in_callback = true;
     const int32_t known = answer(host, load32(host, host->layout->cbval));
     if (host->state != STATE_CALLING) return fail_out_of_turn(host);
-    prepare(host, known);
+    prepare_reply(host, known);
     signal_process(host, SIGUSR2); /* a host that has died is found so */
     return KA_DONE;
 }
@@ -239,6 +107,9 @@ static int32_t settle(ka_host *host, int64_t deadline)
     }
     return KA_DONE;
 }
+
+/* ---- The call ----------------------------------------------------------------------------------------------------
+ */
 
 /* A host that was signalled and rests, with the random word in its place that was put there, has either performed a
    function that returned that very word, or nothing at all, since the module has a handler of its own. One more

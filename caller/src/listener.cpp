@@ -7,7 +7,7 @@
  *
  * A thread is roused once in a wait at most, and takes that signal before it goes on: none can reach it later, when
  * the program's own handler, or none, is in place. What a handler misses the thread finds by looking at the block
- * from time to time (exchange.cpp). */
+ * from time to time (reply.cpp). */
 #include "listener.h"
 
 #include <errno.h>

@@ -1,0 +1,37 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The host's reply to a request, or to the answer to a call-back: what it is, and the value that came with it. */
+#ifndef KA_CALLER_REPLY_H
+#define KA_CALLER_REPLY_H
+
+#include <stdint.h>
+
+struct ka_host;
+
+enum t_EVENT {
+    EVENT_NONE,
+    EVENT_CALLBACK,
+    EVENT_RETURNED,
+    EVENT_DIED,
+    EVENT_CANCELLED,
+    EVENT_LATE,
+    EVENT_UNKNOWABLE,
+    EVENT_NOT_RUNG
+};
+
+struct t_REPLY {
+    t_EVENT event;
+    int32_t value; /* of the call-back, the return code, or an errno */
+};
+
+/* One request, or one answer to a call-back, and what comes of it. known, the answer or a random word, stands in
+   retcode until the host writes there; argc makes it a call, or with 0 a request that is refused. */
+t_REPLY converse(ka_host *host, int32_t known, int32_t argc, int64_t deadline);
+
+/* Puts the values into the block by whose change a reply is known. */
+void prepare_reply(ka_host *host, int32_t known);
+
+/* The pause between two looks at a host that follows this one; the first follows 0. */
+int64_t lengthened(int64_t pause);
+
+#endif
