@@ -106,7 +106,7 @@ struct Segment {
     pid_t creator;
 };
 
-static std::vector<Segment> all_segments()
+static std::vector<Segment> read_segments()
 {
     std::istringstream lines(read_file("/proc/sysvipc/shm"));
     std::vector<Segment> segments;
@@ -119,6 +119,19 @@ static std::vector<Segment> all_segments()
         Segment segment;
         if (fields >> key >> segment.id >> mode >> size >> segment.creator) segments.push_back(segment);
     }
+    return segments;
+}
+
+// What is there before this program is not of its making, whoever had the number of its creator then.
+static const std::vector<Segment> earlier_segments = read_segments();
+
+static std::vector<Segment> all_segments()
+{
+    std::vector<Segment> segments = read_segments();
+    std::erase_if(segments, [](const Segment &segment) {
+        const auto is_same = [&](const Segment &earlier) { return earlier.id == segment.id; };
+        return std::any_of(earlier_segments.begin(), earlier_segments.end(), is_same);
+    });
     return segments;
 }
 
