@@ -5,11 +5,10 @@
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <sys/stat.h>
-#include <thread>
 
+#include "caller/waiting.h"
 #include "ka/command.h"
 #include "ka/pseudo_terminal.h"
 
@@ -56,12 +55,8 @@ protected:
 
 bool becomes_stopped(pid_t pid)
 {
-    for (int i = 0; i < 1000; i++, std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
-        std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-        std::string number, name, state;
-        if (stat >> number >> name >> state && state == "T") return true;
-    }
-    return false;
+    const std::string status = "/proc/" + std::to_string(pid) + "/status";
+    return becomes_true([&] { return read_file(status).find("\nState:\tT") != std::string::npos; });
 }
 
 // Types a line and waits for what must come of it, and for the next prompt.

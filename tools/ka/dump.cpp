@@ -14,6 +14,7 @@
 #include "exit_status.h"
 #include "failure.h"
 #include "subcommand.h"
+#include "usage.h"
 
 namespace {
 
@@ -152,7 +153,7 @@ int run_dump(const Wishes &wishes)
 
 std::string refuse_layout(const std::string &text)
 {
-    return text == "native" || text == "64" ? "" : "takes native or 64, not \"" + text + "\"";
+    return fault_of_choice(text, {"native", "64"});
 }
 
 } // namespace
