@@ -17,12 +17,14 @@
 /* Only pages that are touched cost memory; but in a 32-bit caller the usual 8 MiB of addresses are a lot. */
 enum { STACK_BYTES = 1 << 20 };
 
+namespace {
 struct t_JOB {
     void (*work)(void *argument);
     void *argument;
     bool done;
     t_JOB *next;
 };
+} // namespace
 
 /* Everything here is guarded by lock. */
 static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;

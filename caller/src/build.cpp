@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <string.h>
 
+namespace {
 /* Where the values of an argument are; one of the pointers is used. */
 struct t_SOURCE {
     const int32_t *integers = nullptr;
@@ -15,6 +16,7 @@ struct t_SOURCE {
     const double *doubles = nullptr;
     const ka_text *strings = nullptr;
 };
+} // namespace
 
 /* ---- Errors ---------------------------------------------------------------------------------------------------- */
 

@@ -13,12 +13,14 @@
 /* Value types as bits. */
 enum { INTEGER = 1 << DLL_INTEGER, REAL = 1 << DLL_REAL, STRING = 1 << DLL_STRING };
 
+namespace {
 struct t_KIND {
     const char *name;
     int32_t accepted;
     bool array; /* has a least number of elements */
     const char *takes;
 };
+} // namespace
 
 /* ORDER KIND: the row number is the prototype's kind. */
 // clang-format off
@@ -42,11 +44,13 @@ const char *kind_name(int32_t kind)
     return kind >= KA_VARARG && kind <= KA_STRING_ARRAY ? kinds[kind].name : "Unknown";
 }
 
+namespace {
 /* A text of limited length, put together from parts. */
 struct t_TEXT {
     char characters[400];
     size_t length;
 };
+} // namespace
 
 __attribute__((format(printf, 2, 3))) static void append(t_TEXT *text, const char *format, ...)
 {

@@ -42,10 +42,12 @@ static int read_proc_file(pid_t pid, const char *name, void *bytes, size_t size,
     return error;
 }
 
+namespace {
 struct t_START {
     uint32_t headers; /* address of the program headers */
     int32_t header_count;
 };
+} // namespace
 
 static int read_start(pid_t pid, t_START *start)
 {
@@ -82,6 +84,8 @@ static bool find_program(t_IMAGE *image, const t_START *start)
 
 /* ---- Its libraries --------------------------------------------------------------------------------------------- */
 
+namespace {
+
 /* The loader's records, as far as others may rely on them. Both are made of words. */
 struct t_LOADED {
     uint32_t version;
@@ -94,6 +98,8 @@ struct t_LINK {
     uint32_t dynamic;
     uint32_t next;
 };
+
+} // namespace
 
 /* The list begins with the program. It ends at the first record that cannot be read; and it may go in circles. */
 static void find_libraries(t_IMAGE *image)

@@ -26,10 +26,12 @@ static std::atomic<t_LISTENER *> listeners; /* only ever grows */
 
 enum : uint32_t { DEPARTED = 64, REMEMBERED_S = 10 };
 
+namespace {
 struct t_DEPARTED {
     std::atomic<pid_t> process;
     std::atomic<uint32_t> until_s;
 };
+} // namespace
 static t_DEPARTED departed[DEPARTED];
 static std::atomic<uint32_t> departures;
 

@@ -37,12 +37,14 @@ static constexpr uint64_t waiting_idle = waiting_in_callback | bit(SIGUSR1);
 
 enum { STATUS_BYTES = 8192 };
 
+namespace {
 struct t_LOOK {
     bool asleep;
     bool pending;
     bool caught; /* SIGUSR2 has a handler */
     uint64_t blocked;
 };
+} // namespace
 
 static const char *field(const char *status, const char *name)
 {

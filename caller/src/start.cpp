@@ -28,12 +28,14 @@
 
 enum { ARGUMENT_SIZE = 32 }; /* segment identifier and layout, zero-terminated */
 
+namespace {
 struct t_LAUNCH {
     const char *module;
     pid_t parent;
     const t_PIPES *pipes;
     int error_fd; /* becomes its standard error, unless it is -1 */
 };
+} // namespace
 
 /* ---- In the child, where only async-signal-safe functions may be called ---------------------------------------- */
 
@@ -129,11 +131,13 @@ static int launch_process(ka_host *host, const t_LAUNCH *launch)
     return 0;
 }
 
+namespace {
 struct t_BIRTH {
     ka_host *host;
     const t_LAUNCH *launch;
     int error;
 };
+} // namespace
 
 static void attend_birth(void *argument)
 {

@@ -36,6 +36,7 @@ static bool find_table(t_IMAGE *image, const t_OBJECT *object, int32_t tag, uint
     return true;
 }
 
+namespace {
 struct t_SYMBOLS {
     t_IMAGE *image;
     const t_OBJECT *object;
@@ -43,6 +44,7 @@ struct t_SYMBOLS {
     uint32_t table;
     uint32_t strings;
 };
+} // namespace
 
 static bool read_word(t_IMAGE *image, uint32_t table, uint32_t index, uint32_t *word)
 {

@@ -20,6 +20,8 @@ enum {
     PIECE_BYTES = 64 << 10
 };
 
+namespace {
+
 /* The records as a module holds them. */
 struct t_FUNCTION_WORDS {
     uint32_t name;
@@ -50,6 +52,8 @@ struct t_TABLES {
     int32_t *index; /* by hash value of the name: a position in functions + 1, or 0 */
     uint32_t index_size;
 };
+
+} // namespace
 
 static const t_TABLES *behind(const ka_tables *tables)
 {
@@ -108,6 +112,7 @@ void ka_free_tables(ka_tables *shown)
 
 /* ---- Reading --------------------------------------------------------------------------------------------------- */
 
+namespace {
 struct t_READER {
     t_IMAGE *image;
     t_TABLES *tables;
@@ -116,6 +121,7 @@ struct t_READER {
     char *why;
     size_t why_size;
 };
+} // namespace
 
 static const char *keep_text(t_TABLES *tables, const char *text, int32_t length)
 {

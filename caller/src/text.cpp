@@ -11,10 +11,12 @@
 /* Significant decimals of the longest REAL: all of them are shown. */
 enum { ALL_DECIMALS = 2 * DEC_DIGITS };
 
+namespace {
 struct t_SCAN {
     const char *at;
     const char *end;
 };
+} // namespace
 
 static bool accept(t_SCAN *scan, char a, char b)
 {

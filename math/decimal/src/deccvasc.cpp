@@ -6,6 +6,7 @@
 static constexpr int decimals_max = 2 * ACCSIZE; // significant decimals that the accumulator takes
 static constexpr int exponent_max = 999;
 
+namespace {
 struct t_READER {
     const char *at;
     const char *end;
@@ -14,6 +15,7 @@ struct t_READER {
     int places; // decimals read after the point, zeros in front of the first stored one included
     int exponent;
 };
+} // namespace
 
 static bool is_decimal(char c)
 {

@@ -6,12 +6,14 @@
 
 #include "dec_int.h"
 
+namespace {
 /* A field, or the part of one that is left, written from the left; characters that do not fit are dropped. */
 struct t_FIELD {
     char *chars;
     int length;
     int used;
 };
+} // namespace
 
 static void put(t_FIELD *field, char c)
 {
