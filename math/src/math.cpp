@@ -176,7 +176,7 @@ int mkprec(t_DECIMAL *x, int ndigits)
     x->dec_exp = 0;
     x->dec_pos = DEC_POSITIVE;
     settle(decround(x, places), false, x);
-    if (x->dec_ndgts == 0) return m_zero(x);
+    if (x->dec_ndgts == 0) return REAL_OK; /* the header is that of zero already; no digit byte changes for it */
     scale(x, &original);
     if (x->dec_exp <= DEC_EXP_MAX) return REAL_OK;
 

@@ -121,6 +121,21 @@ TEST(Mkprec, digits_behind_a_null_that_round_to_nothing_leave_zero)
     EXPECT_EQ(show(x), "0:+:");
 }
 
+// As with every operation that ends in a header only.
+TEST(Mkprec, zero_is_a_header_and_the_digit_bytes_stay)
+{
+    t_DECIMAL x = record(2, DEC_NEGATIVE, {49, 1, 2, 3, 4, 5, 6, 7});
+    EXPECT_EQ(mkprec(&x, 0), REAL_OK);
+    EXPECT_EQ(show_raw(x), "exp 0 pos 1 ndgts 0 bytes 49,1,2,3,4,5,6,7");
+    x.dec_exp = -3;
+    x.dec_pos = DEC_NEGATIVE;
+    EXPECT_EQ(mkprec(&x, 5), REAL_OK);
+    EXPECT_EQ(show_raw(x), "exp 0 pos 1 ndgts 0 bytes 49,1,2,3,4,5,6,7");
+    x.dec_pos = DEC_NULL;
+    EXPECT_EQ(mkprec(&x, 5), REAL_OK);
+    EXPECT_EQ(show_raw(x), "exp 0 pos 1 ndgts 0 bytes 49,1,2,3,4,5,6,7");
+}
+
 TEST(Mkprec, digits_that_are_not_cut_stay_as_they_are)
 {
     t_DECIMAL x = read_record("5:-:12,34");
