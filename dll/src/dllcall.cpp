@@ -7,6 +7,7 @@
 
 #include <string.h>
 
+#include "arithmetic.h"
 #include "block.h"
 #include "trace.h"
 
@@ -166,6 +167,8 @@ int32_t dll_main(void)
     if (code != KA_OK) return code; /* what was converted is released by the next call */
     trace_call();
     const int32_t result = KaCall(static_cast<int32_t>(KaFunc - KaFuncList), KaAv);
+    /* However the function has left it: its results are converted as ever. Its next call begins with the defaults. */
+    reset_arithmetic();
     trace_result(result);
     code = give_back_results();
     return code == KA_OK ? result : code;

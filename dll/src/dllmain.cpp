@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "always_assert.h"
+#include "arithmetic.h"
 #include "block.h"
 #include "call.h"
 #include "ka/dll_codes.h"
@@ -185,7 +186,8 @@ void install(int signal, void (*handler)(int), struct sigaction *previous)
  */
 int32_t dll_callback(int32_t value)
 {
-    struct sigaction previous; /* not changed after the jump point is set, so the jump does not lose it */
+    struct sigaction previous;             /* not changed after the jump point is set, so the jump does not lose it */
+    const t_ARITHMETIC own = arithmetic(); /* the handler that is left by the jump began with the defaults */
     store32(at(layout().cbval), value);
     install(SIGUSR2, dll_callback_handler, &previous);
     if (!signal_caller()) raise(SIGTERM);
@@ -200,6 +202,7 @@ int32_t dll_callback(int32_t value)
         sigaddset(&blocked, SIGALRM);
         wait_for_signals(&blocked);
     }
+    set_arithmetic(&own);
     sigaction(SIGUSR2, &previous, nullptr);
     return load32(at(layout().retcode));
 }

@@ -1,0 +1,39 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * How the processor computes: rounding, precision, traps, in its two units. The C library converts numbers with both,
+ * and gives doubles back on the x87 stack. A signal handler, and so every call, begins with the defaults. */
+#ifndef KA_ARITHMETIC_H
+#define KA_ARITHMETIC_H
+
+#include <stdint.h>
+
+struct t_ARITHMETIC {
+    uint16_t x87;
+    uint32_t sse;
+};
+
+inline t_ARITHMETIC arithmetic(void)
+{
+    t_ARITHMETIC now;
+    __asm__ volatile("fnstcw %0; stmxcsr %1" : "=m"(now.x87), "=m"(now.sse));
+    return now;
+}
+
+inline void set_arithmetic(const t_ARITHMETIC *wanted)
+{
+    __asm__ volatile("fldcw %0; ldmxcsr %1" : : "m"(wanted->x87), "m"(wanted->sse));
+}
+
+/* Whatever state it is in: a pending trap is dropped, or the next instruction would raise it, and the x87 stack,
+   which unfinished MMX code leaves full, is emptied. In a fraction of the time that fninit takes. */
+inline void reset_arithmetic(void)
+{
+    static const t_ARITHMETIC defaults = {0x037f, 0x1f80}; /* to nearest, full precision, no traps */
+    uint16_t status;
+    __asm__ volatile("fnstsw %0" : "=m"(status));
+    if ((status & 0x80) != 0) __asm__ volatile("fnclex");
+    __asm__ volatile("emms");
+    set_arithmetic(&defaults);
+}
+
+#endif
