@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * One thread that waits in epoll for its control descriptor and for what it watches. It takes one event a round, and
- * counts the rounds: whoever forgets a watch waits until the round is over that may have taken its event already.
+ * One thread that takes jobs from a list. It is woken by a condition alone: a descriptor could be closed by a program
+ * that closes all that it does not know, and its number could be that of a file of the program's then.
  *
  * A fork copies the records of the attendant, but not the thread: the child begins anew. */
 #include "attendant.h"
@@ -9,82 +9,50 @@
 #include <errno.h>
 #include <pthread.h>
 #include <signal.h>
-#include <stdint.h>
-#include <sys/epoll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
+#include <time.h>
+
+#include "host.h"
 
 /* Only pages that are touched cost memory; but in a 32-bit caller the usual 8 MiB of addresses are a lot. */
 enum { STACK_BYTES = 1 << 20 };
 
 namespace {
+enum t_PROGRESS_OF_JOB { JOB_WAITS, JOB_RUNS, JOB_DONE };
+
 struct t_JOB {
     void (*work)(void *argument);
     void *argument;
-    bool done;
+    t_PROGRESS_OF_JOB progress;
     t_JOB *next;
 };
 } // namespace
 
 /* Everything here is guarded by lock. */
 static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-static pthread_cond_t round_is_over = PTHREAD_COND_INITIALIZER;
+static pthread_cond_t changed = PTHREAD_COND_INITIALIZER; /* the list, or a job in it */
 static bool running;
-static pthread_t thread;
-static int control_fd = -1; /* an eventfd: makes the attendant finish a round */
-static int epoll_fd = -1;
-static uint32_t rounds;
 static t_JOB *jobs;
 
 /* ---- The thread ------------------------------------------------------------------------------------------------ */
 
-static void run_jobs(void)
+static void *attend(void *)
 {
-    while (jobs) {
+    pthread_mutex_lock(&lock);
+    for (;;) {
+        while (!jobs)
+            pthread_cond_wait(&changed, &lock);
         t_JOB *job = jobs;
         jobs = job->next;
+        job->progress = JOB_RUNS;
         pthread_mutex_unlock(&lock);
         job->work(job->argument);
         pthread_mutex_lock(&lock);
-        job->done = true;
-    }
-}
-
-/* The descriptors cannot be replaced while this runs: only a child of fork does so, where it does not run. */
-static void *attend(void *)
-{
-    for (;;) {
-        struct epoll_event event;
-        if (epoll_wait(epoll_fd, &event, 1, -1) != 1) continue;
-        const t_WATCH *watch = static_cast<const t_WATCH *>(event.data.ptr);
-        if (watch) watch->on_readable(watch->argument);
-        uint64_t count;
-        if (!watch && read(control_fd, &count, sizeof count) != sizeof count) continue;
-        pthread_mutex_lock(&lock);
-        run_jobs();
-        rounds++;
-        pthread_cond_broadcast(&round_is_over);
-        pthread_mutex_unlock(&lock);
+        job->progress = JOB_DONE;
+        pthread_cond_broadcast(&changed);
     }
 }
 
 /* ---- Start; in all of this lock is held ------------------------------------------------------------------------ */
-
-static void close_descriptors(void)
-{
-    if (control_fd != -1) close(control_fd);
-    if (epoll_fd != -1) close(epoll_fd);
-    control_fd = epoll_fd = -1;
-}
-
-static int open_descriptors(void)
-{
-    control_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    epoll_fd = epoll_create1(EPOLL_CLOEXEC);
-    if (control_fd == -1 || epoll_fd == -1) return errno;
-    struct epoll_event event = {EPOLLIN, {nullptr}};
-    return epoll_ctl(epoll_fd, EPOLL_CTL_ADD, control_fd, &event) == 0 ? 0 : errno;
-}
 
 /* A thread is born with the signal mask of its creator. */
 int create_quiet_thread(pthread_t *created, size_t stack_bytes, void *(*run)(void *), void *argument)
@@ -103,69 +71,64 @@ int create_quiet_thread(pthread_t *created, size_t stack_bytes, void *(*run)(voi
     return error;
 }
 
-static int create_attendant(void)
-{
-    const int error = create_quiet_thread(&thread, STACK_BYTES, attend, nullptr);
-    if (error == 0) pthread_detach(thread);
-    return error;
-}
-
 static int ensure_running(void)
 {
     if (running) return 0;
-    int error = open_descriptors();
-    if (error == 0) error = create_attendant();
-    running = error == 0;
-    if (!running) close_descriptors();
-    return error;
+    pthread_t thread;
+    const int error = create_quiet_thread(&thread, STACK_BYTES, attend, nullptr);
+    if (error != 0) return error;
+    pthread_detach(thread);
+    running = true;
+    return 0;
 }
 
-/* ---- Services -------------------------------------------------------------------------------------------------- */
+/* ---- Jobs; lock is held ---------------------------------------------------------------------------------------- */
 
-static void kick(void)
+static void add_job(t_JOB *job)
 {
-    const uint64_t one = 1;
-    if (write(control_fd, &one, sizeof one) != sizeof one) return; /* full: it is kicked already */
+    t_JOB **end = &jobs;
+    while (*end)
+        end = &(*end)->next;
+    *end = job;
+    pthread_cond_broadcast(&changed);
 }
 
-int attendant_run(void (*work)(void *argument), void *argument)
+static void withdraw_job(const t_JOB *job)
 {
-    t_JOB job = {work, argument, false, nullptr};
-    pthread_mutex_lock(&lock);
-    const int error = ensure_running();
-    if (error == 0) {
-        job.next = jobs;
-        jobs = &job;
-        kick();
-        while (!job.done)
-            pthread_cond_wait(&round_is_over, &lock);
+    t_JOB **link = &jobs;
+    while (*link != job)
+        link = &(*link)->next;
+    *link = job->next;
+}
+
+/* A job that has begun uses the caller's memory, so its end is awaited: it waits for nothing. */
+static int await_job(t_JOB *job, int64_t deadline)
+{
+    const struct timespec until = {static_cast<time_t>(deadline / NS_PER_S), static_cast<long>(deadline % NS_PER_S)};
+    int error = 0;
+    while (job->progress != JOB_DONE) {
+        if (error == 0)
+            error = pthread_cond_clockwait(&changed, &lock, CLOCK_MONOTONIC, &until);
+        else
+            pthread_cond_wait(&changed, &lock);
+        if (error == 0 || job->progress != JOB_WAITS) continue;
+        withdraw_job(job);
+        return error;
     }
-    pthread_mutex_unlock(&lock);
-    return error;
+    return 0;
 }
 
-int attendant_watch(t_WATCH *watch)
+int attendant_run(void (*work)(void *argument), void *argument, int64_t deadline)
 {
+    t_JOB job = {work, argument, JOB_WAITS, nullptr};
     pthread_mutex_lock(&lock);
     int error = ensure_running();
-    struct epoll_event event = {EPOLLIN, {watch}};
-    if (error == 0 && epoll_ctl(epoll_fd, EPOLL_CTL_ADD, watch->fd, &event) != 0) error = errno;
-    pthread_mutex_unlock(&lock);
-    return error;
-}
-
-/* In a child of fork there is nothing to forget: the watches are its parent's. */
-void attendant_forget(const t_WATCH *watch)
-{
-    pthread_mutex_lock(&lock);
-    if (running) {
-        epoll_ctl(epoll_fd, EPOLL_CTL_DEL, watch->fd, nullptr);
-        const uint32_t round = rounds;
-        kick();
-        while (round == rounds && !pthread_equal(thread, pthread_self()))
-            pthread_cond_wait(&round_is_over, &lock);
+    if (error == 0) {
+        add_job(&job);
+        error = await_job(&job, deadline);
     }
     pthread_mutex_unlock(&lock);
+    return error;
 }
 
 /* ---- At a fork ------------------------------------------------------------------------------------------------- */
@@ -184,6 +147,5 @@ void begin_attendant_anew(void)
 {
     running = false;
     jobs = nullptr;
-    close_descriptors();
-    pthread_cond_init(&round_is_over, nullptr);
+    pthread_cond_init(&changed, nullptr);
 }

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * The end of what a host has written on its standard error. The attendant reads the pipe as long as the process
- * lives, so the host never waits for anybody; what is older than the room is dropped. */
+ * The end of what a host has written on its standard error. A thread reads the pipe as long as the ring is open, so
+ * the host never waits for anybody; what is older than the room is dropped. */
 #ifndef KA_CALLER_RING_H
 #define KA_CALLER_RING_H
 
@@ -10,7 +10,7 @@
 struct t_RING;
 
 /* Null, with an errno in *error, when there is no memory, descriptor or thread. *writing_end is the caller's, to be
-   given to the host and closed. */
+   given to the host and closed: the ring itself has no descriptor in this process's table. */
 t_RING *open_ring(int32_t room, int *writing_end, int *error);
 
 /* The last bytes, at most size of them; how many. What the pipe still holds is read before. */

@@ -147,11 +147,11 @@ static void attend_birth(void *argument)
 
 /* The kernel ends the host with the thread that started it: that is the attendant, which stays, or this thread, to
    which a host that waits fast belongs. */
-static int launch_from_lasting_thread(ka_host *host, const t_LAUNCH *launch)
+static int launch_from_lasting_thread(ka_host *host, const t_LAUNCH *launch, int64_t deadline)
 {
     if (host->options.waiting == KA_WAIT_FAST) return launch_process(host, launch);
     t_BIRTH birth = {host, launch, 0};
-    const int error = attendant_run(attend_birth, &birth);
+    const int error = attendant_run(attend_birth, &birth, deadline);
     return error != 0 ? error : birth.error;
 }
 
@@ -206,7 +206,7 @@ static void send_refusal(const ka_host *host)
 
 static int32_t start_child(ka_host *host, const t_LAUNCH *launch, int64_t deadline)
 {
-    const int error = launch_from_lasting_thread(host, launch);
+    const int error = launch_from_lasting_thread(host, launch, deadline);
     if (error != 0) return fail_system(host, error, "cannot create a process");
     if (!host->base && create_segment(host) != KA_DONE) return host->error.error_class;
     write_header(host);

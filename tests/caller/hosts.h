@@ -74,8 +74,7 @@ bool is_setting_up(pid_t pid);
 // Descriptors that this process has open.
 int open_descriptors();
 
-// The library's own thread lives, with its two descriptors, from the first start to the end of the program: this
-// makes sure that it is there.
+// The library's own thread lives from the first start to the end of the program: this makes sure that it is there.
 void start_library_thread();
 
 // A file that is removed with the record.

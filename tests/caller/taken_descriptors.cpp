@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: MIT
+//
+// Programs that close descriptors which they do not know, as daemons do with closefrom(3), and open others under the
+// same numbers. The library goes on, and leaves what the program has opened alone.
+#include "caller/hosts.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <memory>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/signalfd.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "caller/waiting.h"
+
+namespace {
+
+constexpr int first_number = 3; // the standard descriptors stay
+constexpr int last_number = 40; // more than the library ever has
+
+// A process that dies of the first signal that is sent to it.
+struct Bystander {
+    Bystander() : pid(fork())
+    {
+        if (pid != 0) return;
+        alarm(60);
+        for (;;)
+            pause();
+    }
+    ~Bystander()
+    {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+    bool lives() const { return waitpid(pid, nullptr, WNOHANG) == 0; }
+    pid_t pid;
+};
+
+int open_kind(int kind, pid_t bystander)
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGHUP);
+    switch (kind) {
+    case 0:
+        return memfd_create("file", 0);
+    case 1:
+        return eventfd(1, EFD_NONBLOCK);
+    case 2:
+        return epoll_create1(0);
+    case 3:
+        return signalfd(-1, &set, 0);
+    default:
+        return static_cast<int>(syscall(SYS_pidfd_open, bystander, 0));
+    }
+}
+constexpr int kinds = 5;
+
+std::string described(int fd)
+{
+    struct stat status = {};
+    if (fstat(fd, &status) != 0) return "closed";
+    return std::to_string(status.st_dev) + " " + std::to_string(status.st_ino) + " " +
+           std::to_string(status.st_size) + "\n" + read_file("/proc/self/fdinfo/" + std::to_string(fd));
+}
+
+// What a program has opened under all numbers that the library may have had before.
+class OwnDescriptors {
+public:
+    OwnDescriptors(int turn, pid_t bystander)
+    {
+        closefrom(first_number);
+        for (int fd = first_number; fd <= last_number; fd++) {
+            if (open_kind((fd + turn) % kinds, bystander) != fd) _exit(20);
+            before_.push_back(described(fd));
+        }
+    }
+    bool are_untouched() const
+    {
+        for (int fd = first_number; fd <= last_number; fd++) {
+            const std::string &before = before_[static_cast<size_t>(fd - first_number)];
+            if (described(fd) == before) continue;
+            fprintf(stderr, "descriptor %d was:\n%sand is:\n%s\n", fd, before.c_str(), described(fd).c_str());
+            return false;
+        }
+        return true;
+    }
+
+private:
+    std::vector<std::string> before_;
+};
+
+enum Output { TO_FILE, TO_RING, INHERITED };
+
+// In a process of its own, for each turn of the kinds.
+class TakenDescriptors : public testing::TestWithParam<std::tuple<int32_t, Output>> {
+protected:
+    // Steps answer 0, or a number that names what went wrong.
+    static void in_child(const std::function<int(int turn, pid_t bystander)> &steps)
+    {
+        const Bystander bystander;
+        for (int turn = 0; turn < kinds; turn++) {
+            const pid_t child = fork();
+            if (child == 0) {
+                alarm(30);
+                _exit(steps(turn, bystander.pid));
+            }
+            int status = -1;
+            EXPECT_EQ(waitpid(child, &status, 0), child);
+            EXPECT_EQ(status, 0) << "turn " << turn << ": step " << WEXITSTATUS(status);
+            EXPECT_TRUE(bystander.lives());
+        }
+    }
+    static ka_host *open_host()
+    {
+        ka_options options = default_options();
+        options.waiting = std::get<0>(GetParam());
+        options.deadline_ms = 5000;
+        options.error_fd = memfd_create("errors", 0);
+        const Output output = std::get<1>(GetParam());
+        if (output == TO_RING) options.error_output = KA_STDERR_RING;
+        if (output == TO_FILE) options.error_output = KA_STDERR_FILE;
+        ka_host *host = nullptr;
+        const int32_t status = ka_open(&host, tasks_module.c_str(), &options);
+        if (status != KA_DONE) fprintf(stderr, "%s\n", host ? ka_last_error(host)->text : "no host");
+        close(options.error_fd);
+        return host;
+    }
+    static bool answers(ka_host *host, int32_t number)
+    {
+        int32_t code = 0;
+        ka_begin(host, "give_code");
+        ka_add_integer(host, number, KA_BY_VALUE);
+        const int32_t status = ka_call(host, &code);
+        if (status != KA_DONE) fprintf(stderr, "%s\n", ka_last_error(host)->text);
+        return status == KA_DONE && code == number;
+    }
+};
+
+std::string way_name(const testing::TestParamInfo<std::tuple<int32_t, Output>> &way)
+{
+    static const char *const outputs[] = {"_file", "_ring", "_inherited"};
+    return std::string(std::get<0>(way.param) == KA_WAIT_SAFE ? "safe" : "fast") + outputs[std::get<1>(way.param)];
+}
+INSTANTIATE_TEST_SUITE_P(Ways, TakenDescriptors,
+                         testing::Combine(testing::Values(KA_WAIT_SAFE, KA_WAIT_FAST),
+                                          testing::Values(TO_FILE, TO_RING, INHERITED)),
+                         way_name);
+
+} // namespace
+
+TEST_P(TakenDescriptors, between_two_hosts_are_left_alone)
+{
+    in_child([](int turn, pid_t bystander) {
+        ka_host *first = open_host();
+        if (!answers(first, 1)) return 1;
+        ka_close(first);
+        const OwnDescriptors own(turn, bystander);
+        ka_host *second = open_host();
+        if (!answers(second, 2)) return 2;
+        if (ka_close(second) != KA_DONE) return 3;
+        return own.are_untouched() ? 0 : 4;
+    });
+}
