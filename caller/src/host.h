@@ -182,6 +182,7 @@ bool read_loader(const char *path, char *loader, size_t size);
 
 /* open.cpp */
 int32_t start_host(ka_host *host, int64_t deadline);
+int32_t check_trace_level(ka_host *host, int32_t level);
 
 /* restart.cpp */
 bool can_restart(const ka_host *host);

@@ -57,6 +57,12 @@ static int32_t take_error_output(ka_host *host)
     return fail(host, KA_ARGUMENT, "error_fd %d is not open", options->error_fd);
 }
 
+int32_t check_trace_level(ka_host *host, int32_t level)
+{
+    if (level >= 0 && level <= KA_TRACE_MAX) return KA_DONE;
+    return fail(host, KA_ARGUMENT, "trace_level is %d; it must be 0 to %d", level, KA_TRACE_MAX);
+}
+
 static int32_t check_restart(ka_host *host)
 {
     const ka_options *options = &host->options;
@@ -85,6 +91,7 @@ static int32_t take_options(ka_host *host, const ka_options *options)
         return fail(host, KA_ARGUMENT, "cancel_fd %d is not open", host->options.cancel_fd);
     if (host->options.grace_ms < 0) return fail(host, KA_ARGUMENT, "a grace time of %d ms", host->options.grace_ms);
     if (check_restart(host) != KA_DONE) return KA_ARGUMENT;
+    if (check_trace_level(host, host->options.trace_level) != KA_DONE) return KA_ARGUMENT;
     return take_error_output(host);
 }
 

@@ -90,6 +90,7 @@ static int32_t apply_trace_level(ka_host *host)
 int32_t ka_set_trace(ka_host *host, int32_t level)
 {
     HOLD_CANCELLATION;
+    if (check_trace_level(host, level) != KA_DONE) return KA_ARGUMENT;
     host->options.trace_level = level;
     if (check_alive(host) != KA_DONE) return host->error.error_class;
     if (await_ready(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return host->error.error_class;

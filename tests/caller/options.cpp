@@ -85,6 +85,8 @@ TEST(Options, bad_values_are_named)
               "a segment of 65536 bytes has no room for the block and a scratch area of 65536 bytes");
     EXPECT_EQ(refusal([](ka_options &o) { o.segment_bytes = INT32_MAX; }),
               "a segment of 2147483647 bytes is too large");
+    EXPECT_EQ(refusal([](ka_options &o) { o.trace_level = -1; }), "trace_level is -1; it must be 0 to 4");
+    EXPECT_EQ(refusal([](ka_options &o) { o.trace_level = 5; }), "trace_level is 5; it must be 0 to 4");
 }
 
 TEST(Options, segment_of_any_size_serves)

@@ -195,10 +195,22 @@ TEST(TraceLevel, is_set_between_calls_and_before_the_first)
     EXPECT_EQ(call_with(host, "give_code", 5), 5);
     EXPECT_EQ(ka_set_trace(host, 0), KA_DONE);
     EXPECT_EQ(call_with(host, "give_code", 6), 6);
-    EXPECT_EQ(ka_set_trace(host, -3), KA_DONE);
+    EXPECT_EQ(ka_set_trace(host, 1), KA_DONE);
     EXPECT_EQ(call_with(host, "give_code", 5), 5);
-    EXPECT_EQ(set_level(ka_pid(host), nullptr).old, -3);
+    EXPECT_EQ(set_level(ka_pid(host), nullptr).old, 1);
     EXPECT_EQ(errors.text(), traced_call + traced_call);
+}
+
+TEST(TraceLevel, that_does_not_exist_is_refused_and_nothing_is_changed)
+{
+    Host host;
+    EXPECT_EQ(call_with(host, "give_code", 6), 6);
+    for (int32_t level : {-1, 5, INT32_MIN, INT32_MAX}) {
+        EXPECT_EQ(ka_set_trace(host, level), KA_ARGUMENT);
+        EXPECT_EQ(error_text(host), "trace_level is " + std::to_string(level) + "; it must be 0 to 4");
+    }
+    EXPECT_EQ(set_level(ka_pid(host), nullptr).old, 0);
+    EXPECT_EQ(call_with(host, "give_code", 6), 6);
 }
 
 TEST(TraceLevel, set_in_a_callback_counts_for_the_rest_of_the_call)

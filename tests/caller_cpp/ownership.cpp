@@ -151,8 +151,9 @@ TEST(CppHost, trace_level_is_seen_from_outside)
     host.call("give_code", 0);
     const std::int32_t level = 0;
     EXPECT_EQ(ka::trace_process(host.pid()), 0);
-    host.set_trace(-7);
-    EXPECT_EQ(ka::trace_process(host.pid(), &level), -7);
+    host.set_trace(3);
+    EXPECT_EQ(ka::trace_process(host.pid(), &level), 3);
+    EXPECT_THROW(host.set_trace(-7), ka::Error);
     EXPECT_EQ(ka::trace_process(host.pid()), 0);
     EXPECT_THROW(ka::trace_process(getpid()), ka::Error);
 }

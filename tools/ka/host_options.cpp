@@ -78,9 +78,9 @@ void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &
     add_option(command,
                {.name = "--trace",
                 .value = "N",
-                .text = "trace of the calls on standard error: 1 to 4",
+                .text = "trace of the calls on standard error: 0 (none) to 4",
                 .shows_default = true,
-                .range = Range{0, 4}},
+                .range = Range{0, KA_TRACE_MAX}},
                wishes.trace_level);
     add_block_options(command, wishes, right_size);
 }

@@ -103,6 +103,7 @@ constexpr Explanation rows[] = {
      "a pause of %d to %d ms before a restart\n"
      "options of %d bytes were not filled by ka_options_init\n"
      "a deadline of %d ms\n"
+     "trace_level is %d; it must be 0 to %d\n"
      "there is no checking %d\n"
      "a grace time of %d ms\n"
      "there is no layout %d\n"

@@ -115,6 +115,9 @@ enum {
     KA_RESTART_AT_ONCE = 2    /* the call that fails starts it again, unless that would be too soon; else the next */
 };
 
+/* Trace levels of a host: 0 for none to KA_TRACE_MAX for everything. */
+enum { KA_TRACE_MAX = 4 };
+
 /* ka_options.error_output: where standard error of the host goes. */
 enum {
     KA_STDERR_INHERIT = 0, /* where the program's own goes; who reads that slowly slows the host */
@@ -122,10 +125,10 @@ enum {
     KA_STDERR_RING = 2 /* into memory of the library, which keeps the last ring_bytes and never makes the host wait */
 };
 
-/* Called by the library in a thread of its own while the host is stopped, right before it ends by a signal or is
-   ended for its deadline: pid can be looked at with ptrace, which the thread holds already. signal is what ends it.
-   Writes lines about what it finds, a backtrace, zero-terminated, into text, which has room for size bytes; and must
-   return. Where a thread of the module fails, pid is that thread's.
+/* Called by the library in a thread of its own while the host is stopped, right before it ends by a signal, or is
+   ended for its deadline or a cancellation: pid can be looked at with ptrace, which the thread holds already. signal
+   is what ends it. Writes lines about what it finds, a backtrace, zero-terminated, into text, which has room for size
+   bytes; and must return. Where a thread of the module fails, pid is that thread's.
    For this a host is traced from its start on, which makes every call slower and sends the program a SIGCHLD each
    time. The program must not wait for any child (wait, waitpid(-1)) while such a host is open: that would take the
    stops away from the tracer, and the host would stand still until its deadline. Not called where the system forbids
@@ -185,8 +188,9 @@ KA_API int32_t ka_error_output(ka_host *host, char *buffer, int32_t size);
 KA_API int32_t ka_restart(ka_host *host);
 
 /* Sets dll_debug in the running host, between calls or from a call-back; takes effect at once. Also remembered for
-   restarts. KA_SYSTEM when the host's memory cannot be written: the host goes on. A ka_options.trace_level that
-   cannot be set is told in the same way, by the first call, which is not sent. */
+   restarts. KA_ARGUMENT for a level that does not exist, and nothing is changed. KA_SYSTEM when the host's memory
+   cannot be written: the host goes on. A ka_options.trace_level that cannot be set is told in the same way, by the
+   first call, which is not sent. */
 KA_API int32_t ka_set_trace(ka_host *host, int32_t level);
 
 /* Sets deadline_ms for the calls and starts that follow. KA_ARGUMENT unless it is above 0. */
@@ -296,7 +300,8 @@ KA_API void ka_free_tables(ka_tables *tables); /* of ka_read_tables; may be null
 /* The function of that name in tables that this library has read, or null. */
 KA_API const ka_function *ka_find_function(const ka_tables *tables, const char *name);
 
-/* Reads dll_debug of any running host into *old, unless it is null, and sets it to *level, unless it is null.
+/* Reads dll_debug of any running host into *old, unless it is null, and sets it to *level, unless it is null: to any
+   number, so that what a module has set can be put back.
    KA_DONE, KA_ARGUMENT when the process is no host, KA_SYSTEM; then why, which has room for size bytes, says what was
    wrong. */
 KA_API int32_t ka_trace_process(int32_t pid, const int32_t *level, int32_t *old, char *why, int32_t size);
