@@ -115,10 +115,11 @@ void end_host(ka_host *host)
     release_process(host);
 }
 
-/* Where a host hangs is looked at before it is ended. */
+/* A host that is late, or that nobody wants to wait for any longer, is inspected before it is ended. */
 int32_t lose_host(ka_host *host)
 {
-    if (host->error.error_class == KA_DEADLINE) inspect_hanging(host);
+    const int32_t error_class = host->error.error_class;
+    if (error_class == KA_DEADLINE || error_class == KA_CANCELLED) inspect_hanging(host);
     end_host(host);
     host->losses++;
     return host->error.error_class;

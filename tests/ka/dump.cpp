@@ -234,12 +234,17 @@ TEST(KaDump, shows_a_running_call_by_any_of_its_numbers)
 TEST(KaDump, refuses_what_is_neither_segment_nor_process)
 {
     const Outcome gone = ka({"dump", "2147483647"});
-    EXPECT_EQ(gone.status, 2);
+    EXPECT_EQ(gone.status, 4);
     EXPECT_EQ(gone.out, "");
     EXPECT_EQ(gone.err, "ka: there is no segment 2147483647, and there is no process 2147483647\n");
     EXPECT_EQ(ka({"dump", "--id", "2147483647"}).err, "ka: there is no segment 2147483647\n");
     const std::string own = std::to_string(getpid());
     EXPECT_EQ(ka({"dump", "--pid", own}).err, "ka: process " + own + " has no shared segment attached\n");
+    for (const std::vector<std::string> &words : {std::vector<std::string>{"dump", "--id", "2147483647"},
+                                                  {"dump", "--pid", "2147483647"},
+                                                  {"dump", "--json", "2147483647"},
+                                                  {"dump", "--pid", own}})
+        EXPECT_EQ(ka(words).status, 4);
     for (const std::vector<std::string> &words : {std::vector<std::string>{"dump"},
                                                   {"dump", "x"},
                                                   {"dump", "--id", "--pid", "1"},

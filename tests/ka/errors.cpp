@@ -164,7 +164,7 @@ TEST(KaHelp, is_a_result_and_holds_the_table_of_exit_statuses)
         "  1    the function returned another code, the REAL has a status, something was found\n"
         "  2    bad usage or a malformed argument, or the results could not be written\n"
         "  3    refused: the call does not suit the module's tables, or is too big\n"
-        "  4    no module, or it could not be started\n"
+        "  4    no such module, process or segment, or the module could not be started\n"
         "  5    the module died\n"
         "  6    no answer within the deadline\n"
         "  130  interrupted by SIGINT or SIGTERM\n";

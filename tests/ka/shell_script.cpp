@@ -74,6 +74,23 @@ TEST(KaShellScript, goes_on_when_told_to)
     EXPECT_NE(outcome.err.find("ka: line 4: "), std::string::npos) << outcome.err;
 }
 
+TEST(KaShellScript, tells_of_a_new_start_also_when_its_call_ends_the_module_too)
+{
+    const std::string again = "ka: the module was started again, its memory is new (process ";
+    const auto count_of = [](const std::string &text, const std::string &part) {
+        size_t count = 0;
+        for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at++)
+            count++;
+        return count;
+    };
+    const std::string died = script("die_by 9\ndie_by 9\ndie_by 9\n", {"--keep-going"}).err;
+    EXPECT_EQ(count_of(died, again), 2u) << died;
+    const std::string late = script("die_by 9\nhang\ncount_call\n", {"--keep-going", "--deadline", "300ms"}).err;
+    EXPECT_EQ(count_of(late, again), 2u) << late;
+    const std::string refused = script("die_by 9\nadd 1\ncount_call\n", {"--keep-going"}).err;
+    EXPECT_EQ(count_of(refused, again), 1u) << refused;
+}
+
 TEST(KaShellScript, does_not_run_what_is_no_module)
 {
     const Outcome outcome = ka({"shell", "/nowhere/module"});
@@ -135,7 +152,11 @@ TEST(KaShellScript, orders_are_listed_and_may_be_cut)
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.err, "ka: line 1: : could be :list or :vars\n");
     EXPECT_EQ(script(":trace\n").err, "ka: line 1: usage: :trace N\n");
-    EXPECT_EQ(script(":trace x\n").status, 2);
+    for (const char *level : {"x", "-1", "5", "99999999999"}) {
+        const Outcome bad = script(":trace " + std::string(level) + "\n");
+        EXPECT_EQ(bad.status, 2);
+        EXPECT_EQ(bad.err, "ka: line 1: :trace takes 0 to 4, not \"" + std::string(level) + "\"\n");
+    }
     EXPECT_EQ(script(":vars x\n").status, 2);
     const std::string list = script(":list add\n").out;
     EXPECT_NE(list.find("IntByReference"), std::string::npos) << list;

@@ -196,6 +196,8 @@ TEST_F(KaShell, ctrl_c_ends_the_call_and_the_session_goes_on)
     EXPECT_TRUE(sleeps_in_a_call(host));
     terminal->type(ctrl_c);
     EXPECT_TRUE(terminal->shows("a call of \"hang\" was cancelled")) << terminal->output();
+    EXPECT_TRUE(terminal->shows("  function   hang\r\n")) << terminal->output();
+    EXPECT_TRUE(terminal->shows("  backtrace  #0 ")) << terminal->output();
     EXPECT_TRUE(terminal->shows(prompt)) << terminal->output();
     EXPECT_TRUE(ends(host));
     expect(*terminal, "count_call", "return code 1\r\n");

@@ -10,6 +10,7 @@
 
 #include "caller/waiting.h"
 #include "duration.h"
+#include "ka/caller.h"
 #include "ka/help_examples.h"
 
 namespace {
@@ -113,13 +114,24 @@ TEST(KaTrace, leaves_a_level_alone_that_somebody_else_has_set)
     const Call call = start_call({"nap", "600000"});
     const Running trace = start_ka({"trace", call.pid, "--level", "1"});
     EXPECT_TRUE(becomes_true([&] { return level_of(call.pid) == 1; }));
-    EXPECT_EQ(ka({"trace", call.pid, "--level", "-2", "--keep", "--json"}).out,
-              "{\"pid\":" + call.pid + ",\"was\":1,\"is\":-2}\n");
+    EXPECT_EQ(ka({"trace", call.pid, "--level", "2", "--keep", "--json"}).out,
+              "{\"pid\":" + call.pid + ",\"was\":1,\"is\":2}\n");
     kill(trace.pid, SIGINT);
     const Outcome outcome = await_ka(trace);
     EXPECT_EQ(outcome.status, 130);
-    EXPECT_NE(outcome.err.find("ka: the level has become -2 meanwhile, and is left so\n"), std::string::npos);
-    EXPECT_EQ(level_of(call.pid), -2);
+    EXPECT_NE(outcome.err.find("ka: the level has become 2 meanwhile, and is left so\n"), std::string::npos);
+    EXPECT_EQ(level_of(call.pid), 2);
+    end_call(call);
+}
+
+TEST(KaTrace, restores_a_level_that_no_option_takes)
+{
+    const Call call = start_call({"nap", "600000"});
+    const int32_t own = -2; // as a module can set it
+    char why[200] = "";
+    ASSERT_EQ(ka_trace_process(call.host, &own, nullptr, why, sizeof why), KA_DONE) << why;
+    EXPECT_EQ(ka({"trace", call.pid, "--level", "1", "--for", "10ms"}).status, 0);
+    EXPECT_EQ(level_of(call.pid), own);
     end_call(call);
 }
 
@@ -129,11 +141,11 @@ TEST(KaTrace, refuses_what_is_no_host)
     if (child == 0) _exit(0);
     waitpid(child, nullptr, 0);
     const Outcome gone = ka({"trace", std::to_string(child), "--level", "1"});
-    EXPECT_EQ(gone.status, 2);
+    EXPECT_EQ(gone.status, 4);
     EXPECT_EQ(gone.err, "ka: there is no process " + std::to_string(child) + "\n");
     const Call call = start_call({"nap", "600000"});
     const Outcome caller = ka({"trace", std::to_string(call.running.pid), "--level", "1"});
-    EXPECT_EQ(caller.status, 2);
+    EXPECT_EQ(caller.status, 4);
     EXPECT_EQ(caller.out, "");
     EXPECT_NE(caller.err.find("process " + std::to_string(call.running.pid)), std::string::npos) << caller.err;
     end_call(call);
@@ -146,6 +158,8 @@ TEST(KaTrace, refuses_bad_usage)
                                                   {"trace", "0"},
                                                   {"trace", "-5"},
                                                   {"trace", own, "--level", "much"},
+                                                  {"trace", own, "--level", "-1"},
+                                                  {"trace", own, "--level", "5"},
                                                   {"trace", own, "--level", ""},
                                                   {"trace", own, "--level", "1", "--for", ""},
                                                   {"trace", own, "--for", "10s"},
@@ -157,6 +171,10 @@ TEST(KaTrace, refuses_bad_usage)
         EXPECT_EQ(outcome.err.find("ka: "), 0u) << outcome.err;
     }
     EXPECT_NE(ka({"trace", "0"}).err.find("PID: takes 1 to 2147483647, not \"0\""), std::string::npos);
+    EXPECT_EQ(ka({"trace", own, "--level", "5"}).err,
+              "ka: --level: takes 0 to 4, not \"5\"; ka trace --help tells more\n");
+    EXPECT_EQ(ka({"call", "--trace", "5", tasks_module, "give_code"}).err,
+              "ka: --trace: takes 0 to 4, not \"5\"; ka call --help tells more\n");
 }
 
 TEST(KaTraceHelp, examples_work)

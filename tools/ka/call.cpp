@@ -30,8 +30,8 @@ are REALs, 'text' is a STRING, and &... goes by reference.
   {"string":"text","room":20}         with room; "by_reference":true may stand in every object
   {"integer":3} {"real":"1.5"} {"hex":"00ff"}
 
-When the module dies or does not answer in time, standard error tells the function, its arguments, how the module
-ended, and where it stood (not with --repeat).
+When the module dies, does not answer in time or is interrupted (ctrl-C), standard error tells the function, its
+arguments, how the module ended, and where it stood (not with --repeat).
 
 Results go to standard output, everything else to standard error. With --json standard output gets one object, of an
 error too. A call: "function", "return_code", "results" by name, "milliseconds"; with --repeat "calls",

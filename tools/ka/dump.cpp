@@ -46,6 +46,7 @@ constexpr const char *examples = R"(Examples:
 struct Found {
     std::vector<int> ids;
     std::string why; // there are none
+    bool is_ambiguous = false;
 };
 
 Found find_by_pid(int32_t pid)
@@ -68,7 +69,7 @@ Found find(const Wishes &wishes)
     const Found by_pid = find_by_pid(wishes.number);
     const std::string number = std::to_string(wishes.number);
     if (is_segment && !by_pid.ids.empty())
-        return {{}, number + " is a segment, and a process that has one attached: say --id or --pid"};
+        return {{}, number + " is a segment, and a process that has one attached: say --id or --pid", true};
     if (is_segment) return {{wishes.number}, ""};
     return by_pid.ids.empty() ? Found{{}, why + ", and " + by_pid.why} : by_pid;
 }
@@ -127,11 +128,11 @@ int dump_segments(const Wishes &wishes, const std::vector<int> &ids)
     for (const int id : ids) {
         std::string why;
         const auto segment = find_segment(id, why);
-        if (!segment) return tell_failure(KA_ARGUMENT, why, wishes.form());
+        if (!segment) return tell_unreachable(KA_ARGUMENT, why, wishes.form());
         const Attachment attachment(id);
         if (attachment.data() == nullptr)
-            return tell_failure(KA_ARGUMENT, "segment " + std::to_string(id) + ": " + std::strerror(errno),
-                                wishes.form());
+            return tell_unreachable(KA_ARGUMENT, "segment " + std::to_string(id) + ": " + std::strerror(errno),
+                                    wishes.form());
         const Dump dump = take_dump(wishes, *segment, {attachment.data(), segment->size});
         if (!is_sound(dump)) status = EXIT_NONZERO;
         if (wishes.json) list.push_back(dump_json(dump));
@@ -148,7 +149,9 @@ int run_dump(const Wishes &wishes)
     if (wishes.by_id && wishes.by_pid)
         return tell_failure(KA_ARGUMENT, "the number is --id or --pid, not both", wishes.form());
     const Found found = find(wishes);
-    return found.ids.empty() ? tell_failure(KA_ARGUMENT, found.why, wishes.form()) : dump_segments(wishes, found.ids);
+    if (found.is_ambiguous) return tell_failure(KA_ARGUMENT, found.why, wishes.form());
+    return found.ids.empty() ? tell_unreachable(KA_ARGUMENT, found.why, wishes.form())
+                             : dump_segments(wishes, found.ids);
 }
 
 std::string refuse_layout(const std::string &text)

@@ -19,7 +19,7 @@ static constexpr Row rows[] = {
     {EXIT_NONZERO, "the function returned another code, the REAL has a status, something was found"},
     {EXIT_USAGE, "bad usage or a malformed argument, or the results could not be written"},
     {EXIT_REFUSED, "refused: the call does not suit the module's tables, or is too big"},
-    {EXIT_NOT_STARTED, "no module, or it could not be started"},
+    {EXIT_NOT_STARTED, "no such module, process or segment, or the module could not be started"},
     {EXIT_DIED, "the module died"},
     {EXIT_DEADLINE, "no answer within the deadline"},
     {EXIT_INTERRUPTED, "interrupted by SIGINT or SIGTERM"},

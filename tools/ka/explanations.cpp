@@ -99,8 +99,11 @@ constexpr Explanation rows[] = {
      "an unknown option, a malformed argument, a full disk", "read the line on standard error; ka --help"},
     {ka_exit, EXIT_REFUSED, "EXIT_REFUSED", "", "refused: the call does not suit the module's tables, or is too big",
      "a wrong name, or a wrong count, type or length of arguments", "compare the call with ka list MODULE"},
-    {ka_exit, EXIT_NOT_STARTED, "EXIT_NOT_STARTED", "", "the module could not be started",
-     "no such file, no program, something missing, or it ended at start", "ka check MODULE"},
+    {ka_exit, EXIT_NOT_STARTED, "EXIT_NOT_STARTED", "",
+     "there is no such module, process or segment, or the module could not be started",
+     "no such file, no program, something missing, or it ended at start; for ka trace and ka dump: the process has "
+     "ended, is no host, has no segment, or may not be looked into",
+     "ka check MODULE; ipcs -m lists segments, ps -ef shows hosts as children of their caller"},
     {ka_exit, EXIT_DIED, "EXIT_DIED", "", "the module died in the call", "a crash, an exit, a kill",
      "explain the signal or status that standard error names"},
     {ka_exit, EXIT_DEADLINE, "EXIT_DEADLINE", "", "no answer within the deadline", "the function hangs or is slow",

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
 // The orders of ka shell: lines that begin with a colon.
-#include <charconv>
 #include <iostream>
 
 #include "duration.h"
@@ -11,6 +10,8 @@
 #include "prototypes.h"
 #include "results.h"
 #include "shell_session.h"
+#include "subcommand.h"
+#include "usage.h"
 
 struct Session::Order {
     const char *name;
@@ -101,12 +102,10 @@ int Session::vars(const Words &)
 
 int Session::trace(const Words &words)
 {
-    int32_t level = 0;
-    const char *end = words[1].data() + words[1].size();
-    const auto [stop, error] = std::from_chars(words[1].data(), end, level);
-    if (error != std::errc() || stop != end) return fail(EXIT_USAGE, ":trace takes a number, not " + words[1]);
-    wishes_.host.trace_level = level;
-    return ka_set_trace(host_, level) == KA_DONE ? EXIT_DONE : show_error("");
+    const std::string refusal = fault_of_number(words[1], {0, KA_TRACE_MAX});
+    if (!refusal.empty()) return fail(EXIT_USAGE, ":trace " + refusal);
+    wishes_.host.trace_level = std::stoi(words[1]);
+    return ka_set_trace(host_, wishes_.host.trace_level) == KA_DONE ? EXIT_DONE : show_error("");
 }
 
 int Session::deadline(const Words &words)
@@ -127,7 +126,7 @@ int Session::callback(const Words &words)
 int Session::restart(const Words &)
 {
     const int32_t error_class = ka_restart(host_);
-    tell_restart();
+    tell_restart(ka_pid(host_));
     if (error_class == KA_DONE) learn_tables();
     return error_class == KA_DONE ? EXIT_DONE : show_error("");
 }

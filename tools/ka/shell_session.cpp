@@ -72,7 +72,7 @@ int Session::call_function(const Words &words)
     try {
         const Request request{words[0], {words.begin() + 1, words.end()}, ""};
         const CallOutcome outcome = invoke(host_, (wishes_.host.raw ? prepare_raw : prepare)(request, functions_));
-        tell_restart();
+        tell_restart(outcome.error_class == KA_DONE ? ka_pid(host_) : pid_of_failure(host_));
         const int status = outcome.error_class == KA_DONE ? show_call(outcome, words[0]) : show_error(words[0]);
         take_interruptions();
         return status;
@@ -105,9 +105,9 @@ void Session::take_interruptions()
         is_terminated_ |= signal == SIGTERM;
 }
 
-void Session::tell_restart()
+// pid: of the host that was called, 0 when none was.
+void Session::tell_restart(int32_t pid)
 {
-    const int32_t pid = ka_pid(host_);
     if (pid != 0 && pid != pid_)
         std::cerr << "ka: the module was started again, its memory is new (process " << pid << ")\n";
     if (pid != 0) pid_ = pid;

@@ -67,7 +67,7 @@ private:
     int show(const std::string &text, int status) const;
     void take_interruptions();
     void learn_tables();
-    void tell_restart();
+    void tell_restart(int32_t pid);
 
     int run_order(const Words &words);
     int help(const Words &words);

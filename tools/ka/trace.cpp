@@ -65,7 +65,7 @@ int access_level(const Wishes &wishes, const int32_t *level, int32_t *old, Form 
 {
     char why[512] = "";
     const int32_t error_class = ka_trace_process(wishes.pid, level, old, why, sizeof why);
-    return error_class == KA_DONE ? EXIT_DONE : tell_failure(error_class, why, form);
+    return error_class == KA_DONE ? EXIT_DONE : tell_unreachable(error_class, why, form);
 }
 
 // ---- Waiting ---------------------------------------------------------------------------------------------------
@@ -176,7 +176,7 @@ int run_trace(const Wishes &wishes)
     const int interruption_fd = wishes.has_level ? interruption_descriptor() : -1;
     const int host_fd = open_process(wishes.pid);
     if (host_fd == -1)
-        return tell_failure(KA_ARGUMENT, "there is no process " + std::to_string(wishes.pid), wishes.form());
+        return tell_unreachable(KA_ARGUMENT, "there is no process " + std::to_string(wishes.pid), wishes.form());
     const int status = switch_level(wishes, host_fd, interruption_fd, duration);
     close(host_fd);
     return status;
@@ -190,7 +190,9 @@ void add_trace_command(CLI::App &app, int &exit_status)
     CLI::App *trace = add_subcommand(app, {"trace", description, examples});
     add_option(trace, {.name = "PID", .text = "process of a host", .is_required = true, .range = Range{1, INT32_MAX}},
                wishes->pid);
-    add_option(trace, {.name = "--level", .value = "N", .text = "the level to set"}, wishes->level);
+    add_option(trace,
+               {.name = "--level", .value = "N", .text = "the level to set: 0 to 4", .range = Range{0, KA_TRACE_MAX}},
+               wishes->level);
     add_option(trace,
                {.name = "--for",
                 .value = "TIME",
