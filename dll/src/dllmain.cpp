@@ -17,6 +17,7 @@
 #include "arithmetic.h"
 #include "block.h"
 #include "call.h"
+#include "inherited.h"
 #include "ka/dll_codes.h"
 #include "ka/dll_module.h"
 
@@ -273,23 +274,6 @@ void reset_signals(void)
         sigemptyset(&action.sa_mask);
         sigaction(signal, &action, nullptr);
     }
-}
-
-void close_descriptors(int first, int last)
-{
-    if (first > last) return;
-    /* One system call where the kernel has it: the limit can be 2^30. */
-    if (close_range(static_cast<unsigned>(first), static_cast<unsigned>(last), 0) == 0) return;
-    for (int fd = first; fd <= last; fd++)
-        close(fd);
-}
-
-/* Only standard error stays, and what was opened above a limit that was lowered since. */
-void close_inherited(void)
-{
-    const int last = static_cast<int>(sysconf(_SC_OPEN_MAX)) - 1;
-    close_descriptors(0, last < 1 ? last : 1);
-    close_descriptors(3, last);
 }
 
 void attach_block(void)

@@ -29,12 +29,10 @@ Set kept_under_limit(const char *limit, std::vector<sock_filter> filter)
                          .filter = std::move(filter)});
 }
 
-class Descriptors : public testing::TestWithParam<bool> {
+// By the means that the kernel leaves: a range in one call, one by one as listed in /proc, one by one.
+class Descriptors : public testing::TestWithParam<std::vector<sock_filter>> {
 protected:
-    static std::vector<sock_filter> filter()
-    {
-        return GetParam() ? without_close_range() : std::vector<sock_filter>{};
-    }
+    static std::vector<sock_filter> filter() { return GetParam(); }
 };
 
 TEST_P(Descriptors, all_but_standard_error_are_closed)
@@ -64,8 +62,9 @@ TEST_P(Descriptors, small_limits_close_what_is_below_them)
     EXPECT_EQ(kept_under_limit("5", filter()), (Set{2, 5}));
 }
 
-INSTANTIATE_TEST_SUITE_P(CloseRange, Descriptors, testing::Values(false));
-INSTANTIATE_TEST_SUITE_P(CloseOneByOne, Descriptors, testing::Values(true));
+INSTANTIATE_TEST_SUITE_P(CloseRange, Descriptors, testing::Values(std::vector<sock_filter>{}));
+INSTANTIATE_TEST_SUITE_P(Listed, Descriptors, testing::Values(without_close_range(), refused_close_range()));
+INSTANTIATE_TEST_SUITE_P(Unlisted, Descriptors, testing::Values(without_folders()));
 
 TEST(Output, a_function_can_write_on_standard_error_only)
 {

@@ -23,11 +23,13 @@ namespace harness {
 namespace {
 
 // System call numbers of the 32-bit world, whatever this program's own are.
-enum { I386_KILL = 37, I386_CLOSE_RANGE = 436 };
+enum { I386_KILL = 37, I386_OPENAT = 295, I386_CLOSE_RANGE = 436 };
+enum : uint32_t { I386_DIRECTORY = 0200000 }; // O_DIRECTORY
 
 constexpr uint32_t at_number = offsetof(seccomp_data, nr);
 constexpr uint32_t at_arch = offsetof(seccomp_data, arch);
 constexpr uint32_t at_arg0 = offsetof(seccomp_data, args);
+constexpr uint32_t at_arg2 = at_arg0 + 2 * sizeof(uint64_t); // the low half
 
 sock_filter load(uint32_t offset)
 {
@@ -97,6 +99,7 @@ bool set_descriptors(const Start &how, int errors)
 {
     close_all_on_exec();
     if (dup2(errors, STDERR_FILENO) == -1) return false;
+    if (how.output != -1 && dup2(how.output, STDOUT_FILENO) == -1) return false;
     for (const int wanted : how.descriptors) {
         const int opened = open("/dev/null", O_RDWR);
         if (opened == -1) return false;
@@ -171,13 +174,41 @@ struct Pipe {
 
 } // namespace
 
-std::vector<sock_filter> without_close_range()
+namespace {
+
+std::vector<sock_filter> close_range_fails_with(uint32_t error)
 {
     return {load(at_arch),
             skip_unless(AUDIT_ARCH_I386, 3),
             load(at_number),
             skip_unless(I386_CLOSE_RANGE, 1),
+            verdict(SECCOMP_RET_ERRNO | error),
+            verdict(SECCOMP_RET_ALLOW)};
+}
+
+} // namespace
+
+std::vector<sock_filter> without_close_range()
+{
+    return close_range_fails_with(ENOSYS);
+}
+
+std::vector<sock_filter> refused_close_range()
+{
+    return close_range_fails_with(EPERM);
+}
+
+std::vector<sock_filter> without_folders()
+{
+    return {load(at_arch),
+            skip_unless(AUDIT_ARCH_I386, 7),
+            load(at_number),
+            skip_unless(I386_CLOSE_RANGE, 1),
             verdict(SECCOMP_RET_ERRNO | ENOSYS),
+            skip_unless(I386_OPENAT, 3),
+            load(at_arg2),
+            BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, I386_DIRECTORY, 0, 1),
+            verdict(SECCOMP_RET_ERRNO | ENOENT),
             verdict(SECCOMP_RET_ALLOW)};
 }
 

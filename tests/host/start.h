@@ -28,11 +28,14 @@ struct Start {
     std::vector<int> descriptors = {};    // these numbers, below 200, are open on /dev/null, besides 0, 1 and 2
     std::optional<rlim_t> open_max = {};  // soft limit on descriptors, set after those were opened
     std::vector<sock_filter> filter = {}; // see below
+    int output = -1;                      // standard output; -1: the test's own
     bool dies_with_test = true;           // SIGKILL when the process that started it ends
 };
 
 // Filters of the 32-bit host's system calls.
-std::vector<sock_filter> without_close_range();     // the call is unknown, as on an old kernel
+std::vector<sock_filter> without_close_range(); // the call is unknown, as on an old kernel
+std::vector<sock_filter> refused_close_range(); // the call is not allowed, as in some containers
+std::vector<sock_filter> without_folders();     // no folder can be listed, as without /proc; no close_range either
 std::vector<sock_filter> killed_by_group_signals(); // kill() of a process id of 0 or below ends the host by SIGSYS
 
 // The file of a module made with ka_module; a name with a slash is taken as it is.
