@@ -13,7 +13,9 @@
 
 #include <errno.h>
 #include <pthread.h>
+#include <signal.h>
 #include <sys/signalfd.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "handler.h"
@@ -64,10 +66,21 @@ static void release_signal(ka_host *host)
     if (held_here && --hosts_held == 0) unblock_signal();
 }
 
-static int32_t open_fast(ka_host *host)
+static void open_descriptor(ka_host *host)
 {
     const sigset_t set = doorbell_set();
     host->doorbell_fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    note_owned(host, OWNED_DOORBELL);
+}
+
+void reopen_doorbell(ka_host *host)
+{
+    if (host->doorbell_thread != 0 && host->doorbell_fd == -1) open_descriptor(host);
+}
+
+static int32_t open_fast(ka_host *host)
+{
+    open_descriptor(host);
     if (host->doorbell_fd == -1) return fail_system(host, errno, "cannot create a signal descriptor");
     hold_signal(host);
     return KA_DONE;
@@ -75,16 +88,21 @@ static int32_t open_fast(ka_host *host)
 
 static void close_fast(ka_host *host)
 {
-    if (host->doorbell_fd == -1) return;
+    if (host->doorbell_thread == 0) return;
+    drain_doorbell(host); /* two can be pending: one for the thread, one for the process */
     drain_doorbell(host);
     close_fd(&host->doorbell_fd);
     release_signal(host);
 }
 
+/* Not by the descriptor, which is only waited for: the program may have lost it. */
 void drain_doorbell(const ka_host *host)
 {
-    struct signalfd_siginfo signals[2]; /* the most that can be pending: one for the thread, one for the process */
-    if (read(host->doorbell_fd, signals, sizeof signals) < 0) return; /* none */
+    constexpr struct timespec no_time = {};
+    const sigset_t set = doorbell_set();
+    if (host->doorbell_thread == 0) return;
+    while (sigtimedwait(&set, nullptr, &no_time) == -1 && errno == EINTR)
+        ;
 }
 
 /* ---- Safe ------------------------------------------------------------------------------------------------------ */

@@ -65,6 +65,7 @@ static void bury(ka_host *host, bool by_library)
 
 static void release_process(ka_host *host)
 {
+    disown_lost(host);
     close_doorbell(host);
     close_ring(host->ring);
     host->ring = nullptr;
@@ -108,6 +109,7 @@ static void end_process(ka_host *host)
 
 void end_host(ka_host *host)
 {
+    regain_process(host);
     if (host->pid_fd != -1) {
         end_process(host);
         bury(host, true);
@@ -142,8 +144,16 @@ static void describe_death(ka_host *host, const t_REMAINS *remains, char *text, 
     }
 }
 
+/* What was found is not the death of the process, but that its descriptor is gone. */
+static int32_t fail_lost(ka_host *host)
+{
+    fail(host, KA_SYSTEM, "%.300s: the program closed descriptors of the library during a call", host->module);
+    return lose_host(host);
+}
+
 int32_t fail_dead(ka_host *host, const char *where)
 {
+    if (host->pid_fd != -1 && !owns_process(host)) return fail_lost(host);
     bury(host, false);
     const t_REMAINS *remains = &host->remains;
     const bool refused = remains->status == HOST_REFUSED || remains->status == LOADER_REFUSED;

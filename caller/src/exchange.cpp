@@ -79,6 +79,7 @@ static int32_t answer_again(ka_host *host)
     host->in_callback = true;
     const int32_t known = answer(host, load32(host, host->layout->cbval));
     if (host->state != STATE_CALLING) return fail_out_of_turn(host);
+    if (!regain_process(host)) return fail_exchange(host, EVENT_DIED);
     prepare_reply(host, known);
     signal_process(host, SIGUSR2); /* a host that has died is found so */
     return KA_DONE;
@@ -141,6 +142,7 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
         host->in_callback = true;
         known = answer(host, reply.value);
         if (host->state != STATE_CALLING) return fail_out_of_turn(host); /* the child of a fork in the call-back */
+        if (!regain_process(host)) return fail_exchange(host, EVENT_DIED);
         if (now_ns() >= deadline) return fail_exchange(host, EVENT_LATE);
     }
 }
@@ -149,6 +151,7 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
    be started again. */
 static int32_t look_before_call(ka_host *host, int64_t deadline)
 {
+    if (!regain_process(host)) return fail_dead(host, "between calls");
     const int woken = wait_until(host, -1, 0);
     if (woken & WOKEN_BY_CANCEL) return fail_exchange(host, EVENT_CANCELLED);
     if (woken & WOKEN_BY_DEATH) fail_dead(host, host->answered ? "between calls" : "before its first call");

@@ -80,6 +80,13 @@ struct t_WHEREABOUTS {
     char text[180];
 };
 
+/* Descriptors that are kept from call to call, in the order of owned.cpp, and by which file each is known. */
+enum t_OWNED { OWNED_PROCESS, OWNED_DOORBELL, OWNED_STATUS, OWNED_SYSCALL, OWNED_ERRORS, OWNED };
+struct t_FILE {
+    uint64_t device;
+    uint64_t inode;
+};
+
 struct t_INSPECTION;
 struct t_RING;
 struct t_LISTENER;
@@ -125,6 +132,7 @@ struct ka_host {
     int syscall_fd;           /* /proc/PID/syscall likewise; -1 where it may not be read */
     t_WHEREABOUTS idle;       /* what it says of the idle host; empty when that is not known */
     int error_fd;             /* KA_STDERR_FILE: a copy of the program's; else -1 */
+    t_FILE owned[OWNED];      /* what these descriptors are, the doorbell's among them */
     t_RING *ring;             /* KA_STDERR_RING: while there is a process; else null */
     t_INSPECTION *inspection; /* null when nobody looks at the host's end */
     ka_tables *tables;        /* null when they were not read, or cannot be */
@@ -191,6 +199,16 @@ void restart_at_once(ka_host *host);                  /* when policy and pause a
 
 /* start.cpp */
 int32_t start_process(ka_host *host, int64_t deadline);
+
+/* owned.cpp: the program may have closed our descriptors, and opened others under their numbers. note_owned follows
+   each opening; open_views opens what shows the process. disown_lost forgets what is not ours any more, without
+   closing it. regain_process, asked once a call and a call-back, opens all anew where the process is lost; false when
+   it cannot be found again. */
+void note_owned(ka_host *host, t_OWNED which);
+void open_views(ka_host *host);
+bool owns_process(ka_host *host);
+void disown_lost(ka_host *host);
+bool regain_process(ka_host *host);
 
 /* wait.cpp: waits for the first of these things; more than one bit can be set, none when the time is over. */
 enum { WOKEN_BY_SIGNAL = 1, WOKEN_BY_DEATH = 2, WOKEN_BY_CANCEL = 4, WOKEN_BY_PIPE = 8 };

@@ -52,6 +52,7 @@ static int32_t take_error_output(ka_host *host)
         return fail(host, KA_ARGUMENT, "a ring of %d bytes for standard error", options->ring_bytes);
     if (options->error_output != KA_STDERR_FILE) return KA_DONE;
     host->error_fd = fcntl(options->error_fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    note_owned(host, OWNED_ERRORS);
     if (host->error_fd != -1) return KA_DONE;
     if (errno != EBADF) return fail_system(host, errno, "cannot copy error_fd");
     return fail(host, KA_ARGUMENT, "error_fd %d is not open", options->error_fd);

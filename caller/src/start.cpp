@@ -24,7 +24,6 @@
 #include "attendant.h"
 #include "forked.h"
 #include "listener.h"
-#include "proc.h"
 
 enum { ARGUMENT_SIZE = 32 }; /* segment identifier and layout, zero-terminated */
 
@@ -124,9 +123,7 @@ static int launch_process(ka_host *host, const t_LAUNCH *launch)
     host->pid = pid;
     host->pid_fd = pid_fd;
     if (host->listener) host->listener->process = pid;
-    const pid_t number = number_in_proc(pid_fd);
-    host->status_fd = open_proc_file(number, "status");
-    host->syscall_fd = open_proc_file(number, "syscall");
+    open_views(host);
     host->idle = {};
     return 0;
 }
@@ -220,6 +217,9 @@ static int32_t start_with_pipes(ka_host *host, t_LAUNCH *launch, int64_t deadlin
 {
     int error = open_pipes(host);
     if (error != 0) return fail_system(host, error, "cannot create a pipe");
+    disown_lost(host); /* error_fd is kept from process to process */
+    if (host->options.error_output == KA_STDERR_FILE && host->error_fd == -1)
+        return fail_system(host, EBADF, "the program has closed the library's copy of error_fd");
     if (host->options.error_output != KA_STDERR_RING) {
         launch->error_fd = host->error_fd;
         return start_child(host, launch, deadline);

@@ -116,11 +116,13 @@ protected:
             EXPECT_TRUE(bystander.lives());
         }
     }
-    static ka_host *open_host()
+    static ka_host *open_host(ka_callback *callback = nullptr, void *user = nullptr)
     {
         ka_options options = default_options();
         options.waiting = std::get<0>(GetParam());
         options.deadline_ms = 5000;
+        options.callback = callback;
+        options.user = user;
         options.error_fd = memfd_create("errors", 0);
         const Output output = std::get<1>(GetParam());
         if (output == TO_RING) options.error_output = KA_STDERR_RING;
@@ -131,10 +133,10 @@ protected:
         close(options.error_fd);
         return host;
     }
-    static bool answers(ka_host *host, int32_t number)
+    static bool answers(ka_host *host, int32_t number, const char *function = "give_code")
     {
         int32_t code = 0;
-        ka_begin(host, "give_code");
+        ka_begin(host, function);
         ka_add_integer(host, number, KA_BY_VALUE);
         const int32_t status = ka_call(host, &code);
         if (status != KA_DONE) fprintf(stderr, "%s\n", ka_last_error(host)->text);
@@ -164,6 +166,69 @@ TEST_P(TakenDescriptors, between_two_hosts_are_left_alone)
         ka_host *second = open_host();
         if (!answers(second, 2)) return 2;
         if (ka_close(second) != KA_DONE) return 3;
+        return own.are_untouched() ? 0 : 4;
+    });
+}
+
+TEST_P(TakenDescriptors, while_a_host_is_open_are_left_alone_and_it_answers_on)
+{
+    in_child([](int turn, pid_t bystander) {
+        ka_host *host = open_host();
+        const pid_t pid = ka_pid(host);
+        if (!answers(host, 1)) return 1;
+        const OwnDescriptors own(turn, bystander);
+        for (int32_t i = 0; i < 10; i++)
+            if (!answers(host, i)) return 2;
+        if (ka_pid(host) != pid) return 3;
+        if (ka_close(host) != KA_DONE) return 4;
+        if (!own.are_untouched()) return 5;
+        return kill(pid, 0) == 0 ? 6 : 0;
+    });
+}
+
+TEST_P(TakenDescriptors, before_the_close_are_left_alone_and_the_host_ends)
+{
+    in_child([](int turn, pid_t bystander) {
+        ka_host *host = open_host();
+        const pid_t pid = ka_pid(host);
+        if (!answers(host, 1)) return 1;
+        const OwnDescriptors own(turn, bystander);
+        if (ka_close(host) != KA_DONE) return 2;
+        if (!own.are_untouched()) return 3;
+        return kill(pid, 0) == 0 ? 4 : 0;
+    });
+}
+
+TEST_P(TakenDescriptors, in_a_callback_are_left_alone_and_its_answer_arrives)
+{
+    in_child([](int turn, pid_t bystander) {
+        struct Wish {
+            int turn;
+            pid_t bystander;
+            std::unique_ptr<OwnDescriptors> own;
+        } wish{turn, bystander, nullptr};
+        ka_callback *const take = [](ka_host *, int32_t value, void *user) {
+            auto *self = static_cast<Wish *>(user);
+            self->own = std::make_unique<OwnDescriptors>(self->turn, self->bystander);
+            return value;
+        };
+        ka_host *host = open_host(take, &wish);
+        if (!answers(host, 7, "ask")) return 1;
+        if (ka_close(host) != KA_DONE) return 2;
+        return wish.own->are_untouched() ? 0 : 3;
+    });
+}
+
+// The one descriptor that cannot be opened again.
+TEST_P(TakenDescriptors, before_a_restart_are_never_the_hosts_standard_error)
+{
+    in_child([](int turn, pid_t bystander) {
+        ka_host *host = open_host();
+        const OwnDescriptors own(turn, bystander);
+        const int32_t expected = std::get<1>(GetParam()) == TO_FILE ? KA_SYSTEM : KA_DONE;
+        if (ka_restart(host) != expected) return 1;
+        if (expected == KA_DONE && !answers(host, 1)) return 2;
+        if (ka_close(host) != KA_DONE) return 3;
         return own.are_untouched() ? 0 : 4;
     });
 }

@@ -1,0 +1,111 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Descriptors that the library keeps from call to call. A program that closes all that it does not know takes them
+ * away, and what it opens then gets their numbers: so each is known by its file, and one that is another file by now
+ * is neither used nor closed. The process itself is found again by its number as long as it is an unreaped child. */
+#include "host.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "doorbell.h"
+#include "proc.h"
+
+/* What /proc says of a file that shares its inode with all others which have no name: descriptors of signals, and, of
+   older kernels, of processes. */
+static constexpr const char *descriptions[OWNED] = {"\nPid:\t", "\nsigmask:\t0000000000000800\n", "", "", ""};
+static_assert(SIGUSR2 == 12, "the set of signals above is that of this number alone");
+
+static int *number_of(ka_host *host, t_OWNED which)
+{
+    int *const numbers[OWNED] = {&host->pid_fd, &host->doorbell_fd, &host->status_fd, &host->syscall_fd,
+                                 &host->error_fd};
+    return numbers[which];
+}
+
+void note_owned(ka_host *host, t_OWNED which)
+{
+    struct stat status = {};
+    fstat(*number_of(host, which), &status); /* of -1 nothing is known, and nothing asked */
+    host->owned[which] = {status.st_dev, status.st_ino};
+}
+
+/* nameless becomes true of a file whose inode says nothing. */
+static bool is_noted_file(ka_host *host, t_OWNED which, bool *nameless)
+{
+    struct stat status;
+    const t_FILE *noted = &host->owned[which];
+    if (fstat(*number_of(host, which), &status) != 0) return false;
+    *nameless = (status.st_mode & S_IFMT) == 0;
+    return status.st_dev == noted->device && status.st_ino == noted->inode;
+}
+
+static bool is_described(int fd, const char *description)
+{
+    char path[48];
+    char text[512];
+    snprintf(path, sizeof path, "/proc/thread-self/fdinfo/%d", fd);
+    const int info_fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (info_fd == -1) return false;
+    const ssize_t length = read(info_fd, text, sizeof text - 1);
+    close(info_fd);
+    text[length > 0 ? length : 0] = '\0';
+    return strstr(text, description) != nullptr;
+}
+
+void disown_lost(ka_host *host)
+{
+    for (int i = 0; i < OWNED; i++) {
+        const t_OWNED which = static_cast<t_OWNED>(i);
+        int *fd = number_of(host, which);
+        bool nameless = false;
+        if (*fd == -1) continue;
+        if (!is_noted_file(host, which, &nameless) || (nameless && !is_described(*fd, descriptions[i]))) *fd = -1;
+    }
+}
+
+/* ---- The process ----------------------------------------------------------------------------------------------- */
+
+/* -1 when it is no child of this program any more. */
+static int reopen_process(pid_t pid)
+{
+    siginfo_t info;
+    if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0) return -1;
+    return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+}
+
+void open_views(ka_host *host)
+{
+    const pid_t number = number_in_proc(host->pid_fd);
+    host->status_fd = open_proc_file(number, "status");
+    host->syscall_fd = open_proc_file(number, "syscall");
+    note_owned(host, OWNED_PROCESS);
+    note_owned(host, OWNED_STATUS);
+    note_owned(host, OWNED_SYSCALL);
+}
+
+bool owns_process(ka_host *host)
+{
+    bool nameless = false;
+    return is_noted_file(host, OWNED_PROCESS, &nameless);
+}
+
+bool regain_process(ka_host *host)
+{
+    if (host->pid_fd == -1 || owns_process(host)) return true;
+    disown_lost(host);
+    host->pid_fd = reopen_process(host->pid);
+    if (host->pid_fd == -1) return false;
+    close_fd(&host->status_fd);
+    close_fd(&host->syscall_fd);
+    open_views(host);
+    reopen_doorbell(host);
+    return true;
+}
