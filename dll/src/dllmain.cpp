@@ -1,10 +1,11 @@
 /* SPDX-License-Identifier: MIT
  *
  * The host process: start, the wait for signals, the handler that performs a call and answers the caller, the end.
- * And the only code that knows the block's layouts: argument access, scratch area and call-back. One thread;
- * every call runs to its end inside the handler of SIGUSR2. */
+ * And the only code that knows the block's layouts: argument access, scratch area and call-back. Every call runs to
+ * its end inside the handler of SIGUSR2, on the main thread; a module may have threads of its own. */
 #include <dlfcn.h>
 #include <errno.h>
+#include <pthread.h>
 #include <setjmp.h>
 #include <signal.h>
 #include <stdio.h>
@@ -153,15 +154,58 @@ bool signal_caller(void)
     return pid > 0 && kill(pid, SIGUSR2) == 0;
 }
 
-sigjmp_buf dll_callback_jmp; /* valid while dll_callback waits */
+pthread_t main_thread;     /* set when main begins */
+pthread_t callback_thread; /* the one in dll_callback; the main thread while nobody is */
+bool ending;               /* the block is going, or gone */
 
-/* An answer can arrive just after SIGTERM, on top of the handler that ends the host: a jump would lose the end. The
-   wait itself never blocks SIGTERM, so where it is blocked, that is the case. */
-void dll_callback_handler(int)
+/* The kernel delivers a signal of the process to any thread that lets it in. True: this was the wrong one, and the
+   right one has the signal now. (After a fork in a thread there is no right one: then the thread at hand acts.) */
+bool passed_on(int signal, pthread_t owner)
 {
+    return pthread_equal(pthread_self(), owner) == 0 && pthread_kill(owner, signal) == 0;
+}
+
+/* What the kernel puts above the return address of a handler installed without SA_SIGINFO; interrupted.oldmask holds
+   signals 1 to 32 of the mask that comes into force when the handler returns. (On 64-bit x86 it is a ucontext_t.) */
+struct t_FRAME {
+    int signal;
+    struct sigcontext interrupted;
+};
+
+/* The frame of the handler that says this. Two rules keep it the kernel's: the handler itself has no local variable
+   that needs an address (the compiler may realign the stack for one, and then points elsewhere), and one argument
+   (the compiler may use an argument's place for its own ends, and never touches what lies behind the last one). */
+#define THIS_FRAME static_cast<const t_FRAME *>(__builtin_dwarf_cfa())
+
+/* Whether SIGTERM is blocked in a handler of SIGUSR2, which no wait does: the handler is then on top of another one.
+   For a handler that interrupts the wait itself the frame has the mask from before the wait. So without SIGTERM in
+   the frame there is none, and no system call is spent on the question; with it, a module may have blocked it itself.
+ */
+[[gnu::noinline]] bool sigterm_is_blocked(const t_FRAME *frame)
+{
+    if ((frame->interrupted.oldmask >> (SIGTERM - 1) & 1) == 0) return false;
     sigset_t now;
     sigprocmask(SIG_BLOCK, nullptr, &now);
-    if (sigismember(&now, SIGTERM) == 1) return;
+    return sigismember(&now, SIGTERM) == 1;
+}
+
+bool put_off; /* a SIGUSR2 waits until the handler that it interrupted has returned */
+
+/* On top of a handler that blocks SIGTERM a signal is not acted upon. If it is the host's own, the end goes on; if it
+   is one of the module's, it comes back to the wait, which raises the signal anew. */
+bool must_wait(const t_FRAME *frame)
+{
+    if (!sigterm_is_blocked(frame)) return false;
+    __atomic_store_n(&put_off, true, __ATOMIC_RELAXED);
+    return true;
+}
+
+sigjmp_buf dll_callback_jmp; /* valid while dll_callback waits */
+
+void dll_callback_handler(int signal)
+{
+    if (passed_on(signal, callback_thread)) return;
+    if (__atomic_load_n(&ending, __ATOMIC_RELAXED) || must_wait(THIS_FRAME)) return;
     siglongjmp(dll_callback_jmp, 0);
 }
 
@@ -177,8 +221,10 @@ void install(int signal, void (*handler)(int), struct sigaction *previous)
 /* Lets signals in, except those of blocked, for as long as it takes. */
 [[noreturn]] void wait_for_signals(const sigset_t *blocked)
 {
-    for (;;)
+    for (;;) {
         sigsuspend(blocked);
+        if (__atomic_exchange_n(&put_off, false, __ATOMIC_RELAXED)) raise(SIGUSR2);
+    }
 }
 
 } // namespace
@@ -190,6 +236,7 @@ int32_t dll_callback(int32_t value)
     struct sigaction previous;             /* not changed after the jump point is set, so the jump does not lose it */
     const t_ARITHMETIC own = arithmetic(); /* the handler that is left by the jump began with the defaults */
     store32(at(layout().cbval), value);
+    callback_thread = pthread_self();
     install(SIGUSR2, dll_callback_handler, &previous);
     if (!signal_caller()) raise(SIGTERM);
 
@@ -205,6 +252,7 @@ int32_t dll_callback(int32_t value)
     }
     set_arithmetic(&own);
     sigaction(SIGUSR2, &previous, nullptr);
+    callback_thread = main_thread;
     return load32(at(layout().retcode));
 }
 
@@ -297,8 +345,9 @@ void attach_block(void)
 /* ---- Calls and the end ------------------------------------------------------------------------------------------
  */
 
-[[noreturn]] void end_host(void)
+[[noreturn, gnu::noinline]] void end_host(void)
 {
+    __atomic_store_n(&ending, true, __ATOMIC_RELAXED);
     /* The block goes away: a call signal that comes now must not find it gone. */
     sigset_t calls;
     sigemptyset(&calls);
@@ -310,19 +359,26 @@ void attach_block(void)
     exit(0);
 }
 
-/* SIGTERM is never blocked: the end can come nested inside a call. */
-void signal_handler(int signal)
+[[gnu::noinline]] void perform_call(void)
 {
-    if (signal == SIGTERM) end_host();
     const int32_t code = dll_main();
     store32(at(layout().retcode), code);
     if (!signal_caller()) raise(SIGTERM);
+}
+
+/* SIGTERM is never blocked: the end can come nested inside a call. */
+void signal_handler(int signal)
+{
+    if (passed_on(signal, main_thread)) return;
+    if (signal == SIGTERM) end_host();
+    if (!must_wait(THIS_FRAME)) perform_call();
 }
 
 } // namespace
 
 KA_API int main(int argc, char **argv)
 {
+    main_thread = callback_thread = pthread_self();
     read_arguments(argc, argv);
 
     sigset_t blocked;

@@ -31,6 +31,11 @@ int doorbell()
     return fd;
 }
 
+End end_of(int status)
+{
+    return WIFSIGNALED(status) ? killed(WTERMSIG(status)) : exited(WEXITSTATUS(status));
+}
+
 } // namespace
 
 HostProcess::HostProcess(Block &block, Start how) : block_(block), signal_fd_(doorbell())
@@ -75,6 +80,23 @@ void HostProcess::ring(int signal)
 {
     if (end_) fail("signal " + std::to_string(signal) + " to a host that has ended");
     if (kill(pid_, signal) == -1) throw std::system_error(errno, std::generic_category(), "kill");
+}
+
+void HostProcess::ring_thread(pid_t thread, int signal)
+{
+    if (end_) fail("signal " + std::to_string(signal) + " to a thread of a host that has ended");
+    if (syscall(SYS_tgkill, pid_, thread, signal) == -1)
+        throw std::system_error(errno, std::generic_category(), "tgkill");
+}
+
+void HostProcess::stop()
+{
+    ring(SIGSTOP);
+    int status = 0;
+    if (waitpid(pid_, &status, WUNTRACED) == -1) throw std::system_error(errno, std::generic_category(), "waitpid");
+    if (WIFSTOPPED(status)) return;
+    end_ = end_of(status);
+    fail("the host does not stop");
 }
 
 void HostProcess::answer(int32_t value)
@@ -170,7 +192,7 @@ void HostProcess::look(int timeout_ms)
     }
     int status = 0;
     waitpid(pid_, &status, 0);
-    end_ = WIFSIGNALED(status) ? killed(WTERMSIG(status)) : exited(WEXITSTATUS(status));
+    end_ = end_of(status);
     drain();
 }
 

@@ -42,9 +42,10 @@ public:
 
     // The same in steps.
     void ring(int signal = SIGUSR2);
-    void await_signal();        // a SIGUSR2 from the host: call-back or reply
-    void answer(int32_t value); // to a call-back: retcode and doorbell
-    bool has_signalled();       // a SIGUSR2 from the host has come; takes it
+    void await_signal();                        // a SIGUSR2 from the host: call-back or reply
+    void answer(int32_t value);                 // to a call-back: retcode and doorbell
+    void ring_thread(pid_t thread, int signal); // one of the host's threads
+    bool has_signalled();                       // a SIGUSR2 from the host has come; takes it
 
     // Until the host waits in sigsuspend, for a call or for the answer to a call-back.
     void await_idle();
@@ -54,6 +55,11 @@ public:
     // The end: by itself, or asked for by SIGTERM.
     End await_end();
     End terminate();
+
+    // Stops the host, and lets it go on; signals sent in between arrive at once, the lower numbers first, but those
+    // to a thread before those to the process. Each comes on top of the handler of the one before it.
+    void stop();
+    void resume() { ring(SIGCONT); }
 
     // What the host has written on standard error; all of it once it has ended.
     const std::string &errors();

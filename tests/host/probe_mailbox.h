@@ -31,7 +31,11 @@ enum {
     PROBE_HANDLE = 15,    // signal          installs a handler of the module's own that counts
     PROBE_HANDLED = 16,   // -               signals counted so far
     PROBE_KILL = 17,      // process id      kill with signal 0, which reaches nobody
-    PROBE_WRITE_MUCH = 18 // count           writes so many characters on standard error
+    PROBE_WRITE_MUCH = 18, // count          writes so many characters on standard error
+    PROBE_MASK = 19,       // signal          a handler that is installed from now on blocks it too while it runs
+    PROBE_DEFAULT = 20,    // signal          1: its action is the default with empty mask and no flags, 0: it is not
+    PROBE_FORK = 21,       // exit status     exit status of a child that the function forks and waits for
+    PROBE_CALLBACK_IN_THREAD = 22 // value   dll_callback on a thread that begins and ends in this command
 };
 
 struct Mailbox {
@@ -39,6 +43,7 @@ struct Mailbox {
     int32_t command;
     int32_t value;
     int32_t out[7];
+    int32_t handled; // signals counted so far, to be read at any time
 };
 
 #endif

@@ -41,6 +41,16 @@ std::set<int> descriptors(pid_t pid)
     return found;
 }
 
+std::set<pid_t> other_threads(pid_t pid)
+{
+    std::set<pid_t> found;
+    for (const auto &entry : std::filesystem::directory_iterator(place(pid, "task"))) {
+        found.insert(std::stoi(entry.path().filename()));
+    }
+    found.erase(pid);
+    return found;
+}
+
 std::set<uint64_t> segment_addresses(pid_t pid)
 {
     std::ifstream maps(place(pid, "maps"));

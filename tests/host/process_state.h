@@ -13,11 +13,15 @@
 
 namespace harness {
 
-// A line of signals in /proc/PID/status: "SigBlk", "SigIgn", "SigCgt", "ShdPnd" (sent, not yet delivered).
+// A line of signals in /proc/PID/status: "SigBlk", "SigIgn", "SigCgt", "ShdPnd" (sent, not yet delivered),
+// "SigPnd" (the same, to the main thread alone). Masks are those of the main thread.
 std::set<int> signals(pid_t pid, const std::string &line);
 
 // The numbers of its open descriptors.
 std::set<int> descriptors(pid_t pid);
+
+// Its threads, without the main one.
+std::set<pid_t> other_threads(pid_t pid);
 
 // Where it has System V segments attached.
 std::set<uint64_t> segment_addresses(pid_t pid);

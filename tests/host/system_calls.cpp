@@ -29,7 +29,8 @@ enum {
     I386_TGKILL = 270,
     I386_SHMAT = 397,
     I386_SHMDT = 398,
-    I386_CLOSE_RANGE = 436
+    I386_CLOSE_RANGE = 436,
+    I386_SIGALTSTACK = 186
 };
 enum { IPC_SHMAT = 21, IPC_SHMDT = 22 };
 
@@ -213,6 +214,26 @@ Life watch(const Start &how, const std::string &argument)
     alarm(0);
     life.end = host.end();
     return life;
+}
+
+int system_calls_until_next_wait(pid_t host)
+{
+    if (ptrace(PTRACE_SEIZE, host, nullptr, PTRACE_O_TRACESYSGOOD) == -1) fail("ptrace");
+    kill(host, SIGUSR2);
+    int count = 0;
+    for (;;) {
+        int status = 0;
+        if (waitpid(host, &status, 0) == -1 || !WIFSTOPPED(status)) fail("waitpid");
+        const bool call = WSTOPSIG(status) == (SIGTRAP | 0x80);
+        __ptrace_syscall_info info = {};
+        if (call && ptrace(PTRACE_GET_SYSCALL_INFO, host, sizeof info, &info) == -1) fail("ptrace");
+        const bool entered = call && info.op == PTRACE_SYSCALL_INFO_ENTRY;
+        if (entered && info.entry.nr == I386_RT_SIGSUSPEND) break;
+        if (entered && info.entry.nr != I386_SIGALTSTACK) count++; // which the address sanitizer asks at a jump
+        if (ptrace(PTRACE_SYSCALL, host, nullptr, call ? 0 : WSTOPSIG(status)) == -1) fail("ptrace");
+    }
+    if (ptrace(PTRACE_DETACH, host, nullptr, nullptr) == -1) fail("ptrace");
+    return count;
 }
 
 } // namespace harness

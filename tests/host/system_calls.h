@@ -31,6 +31,10 @@ struct Life {
     End end;
 };
 
+// What a host asks of the kernel from the end of one sigsuspend to the beginning of the next, everything included.
+// The host is idle, or waits for the answer to a call-back; it gets a SIGUSR2 and is left running as it was before.
+int system_calls_until_next_wait(pid_t host);
+
 // Runs the module; when it waits for the first time it gets a SIGTERM.
 Life watch(const Start &how, const std::string &argument);
 

@@ -32,8 +32,9 @@ KA_API int32_t u_unref_arg(int32_t i);
    share as they agree. */
 KA_API void *dll_scratch(int32_t size);
 
-/* Hands value to the caller, waits for its answer and returns it. Ends the host when the caller is gone. From the
-   first call-back of a call on until that call ends, SIGUSR1 is no longer blocked. */
+/* Hands value to the caller, waits for its answer and returns it; in a call or in dll_setup, on any thread, one at a
+   time. Ends the host when the caller is gone. From the first call-back of a call on until that call ends, SIGUSR1 is
+   no longer blocked in the thread that called back. */
 KA_API int32_t dll_callback(int32_t value);
 
 typedef struct t_DLL_FUNCINFO {

@@ -57,7 +57,8 @@ KA_API extern t_DLL_FUNC KaFuncList[];
 KA_API extern t_DLL_PROTO KaArgList[];
 
 /* Runs function index (its position in KaFuncList) with its arguments in argv. Returns the call's return code. Runs
-   inside a signal handler, with SIGUSR2 blocked; SIGTERM can end the process at any moment of it. */
+   on the main thread, inside a signal handler, with SIGUSR2 blocked; SIGTERM can end the process at any moment of it.
+ */
 KA_API int32_t KaCall(int32_t index, void **argv);
 
 /* Optional. dll_setup runs once at start, before the first call; dll_cleanup once after SIGTERM, when the block is

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Start and end hooks that tell on standard error what they find. With HOOKS_AWAIT_CALL set, dll_cleanup returns only
-// when a call signal is pending.
+// when a call signal is pending; with HOOKS_BLOCK=n dll_setup blocks signal n; with HOOKS_CALLBACK=n it hands n to
+// the caller and tells the answer.
 #include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
@@ -38,6 +39,14 @@ int has_handler(int signal)
     return action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN ? 1 : 0;
 }
 
+void block(int signal)
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signal);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+}
+
 void await_call_signal()
 {
     sigset_t pending;
@@ -54,6 +63,8 @@ void dll_setup(void)
 {
     block_address = static_cast<unsigned long>(reinterpret_cast<uintptr_t>(u_get_baseptr()));
     fprintf(stderr, "setup: handlers %d %d, attached %d\n", has_handler(SIGTERM), has_handler(SIGUSR2), attached());
+    if (const char *signal = getenv("HOOKS_BLOCK")) block(atoi(signal));
+    if (const char *value = getenv("HOOKS_CALLBACK")) fprintf(stderr, "answer: %d\n", dll_callback(atoi(value)));
 }
 
 void dll_cleanup(void)

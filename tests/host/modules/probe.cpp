@@ -4,10 +4,12 @@
 // performs commands that the test leaves in a mailbox in the segment (tests/host/probe.h), until one ends the call
 // with a return code. So the caller can change the block between two accesses, which no ordinary call allows.
 #include <errno.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -75,16 +77,22 @@ int32_t action_now()
 
 volatile sig_atomic_t handled;
 
+// Takes some microseconds, so that other signals have a chance to arrive inside.
 void counting_handler(int)
 {
+    for (int i = 0; i < 5000; i++)
+        __asm__ volatile("");
     handled = handled + 1;
+    __atomic_store_n(&mailbox()->handled, handled, __ATOMIC_RELEASE);
 }
+
+sigset_t handler_mask; // all zero: empty
 
 int32_t set_handler(int signal, void (*handler)(int))
 {
     struct sigaction action = {};
     action.sa_handler = handler;
-    sigemptyset(&action.sa_mask);
+    action.sa_mask = handler_mask;
     return sigaction(signal, &action, nullptr);
 }
 
@@ -94,6 +102,42 @@ int32_t block(int signal)
     sigemptyset(&set);
     sigaddset(&set, signal);
     return sigprocmask(SIG_BLOCK, &set, nullptr);
+}
+
+// Leaves out the flag that the C library uses for itself.
+int32_t is_default(int signal)
+{
+    struct sigaction now = {};
+    sigaction(signal, nullptr, &now);
+    int members = 0;
+    for (int other = 1; other <= 64; other++) {
+        if (sigismember(&now.sa_mask, other) == 1) members++;
+    }
+    return now.sa_handler == SIG_DFL && members == 0 && (now.sa_flags & ~0x04000000) == 0 ? 1 : 0;
+}
+
+int32_t status_of_child(int status)
+{
+    const pid_t child = fork();
+    if (child == 0) _exit(status);
+    int ended = 0;
+    if (waitpid(child, &ended, 0) != child || !WIFEXITED(ended)) return -1;
+    return WEXITSTATUS(ended);
+}
+
+void *callback_of_thread(void *value)
+{
+    int32_t *const number = static_cast<int32_t *>(value);
+    *number = dll_callback(*number);
+    return nullptr;
+}
+
+int32_t callback_in_thread(int32_t value)
+{
+    pthread_t thread;
+    if (pthread_create(&thread, nullptr, callback_of_thread, &value) != 0) return -1;
+    pthread_join(thread, nullptr);
+    return value;
 }
 
 int32_t write_to(int descriptor, const char *character)
@@ -155,6 +199,14 @@ int32_t perform(int32_t command, int32_t value, int32_t *out)
         return set_handler(value, counting_handler);
     case PROBE_HANDLED:
         return handled;
+    case PROBE_MASK:
+        return sigaddset(&handler_mask, value);
+    case PROBE_DEFAULT:
+        return is_default(value);
+    case PROBE_FORK:
+        return status_of_child(value);
+    case PROBE_CALLBACK_IN_THREAD:
+        return callback_in_thread(value);
     case PROBE_KILL:
         return kill(value, 0);
 #ifdef PROBE_SETS_LAYOUT
@@ -193,6 +245,18 @@ __attribute__((constructor)) void lower_limit()
     getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = strtoul(text, nullptr, 10);
     setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+// Before main: PROBE_HANDLES=n installs a handler for signal n, with a mask and flags.
+__attribute__((constructor)) void install_early()
+{
+    const char *text = getenv("PROBE_HANDLES");
+    if (text == nullptr) return;
+    struct sigaction action = {};
+    action.sa_handler = counting_handler;
+    action.sa_flags = SA_NODEFER | SA_ONSTACK;
+    sigaddset(&action.sa_mask, SIGWINCH);
+    sigaction(static_cast<int>(strtol(text, nullptr, 10)), &action, nullptr);
 }
 
 } // namespace
