@@ -182,6 +182,21 @@ TEST(Callback, other_signals_are_handled_and_the_wait_goes_on)
     EXPECT_EQ(host.leave(2), 2);
 }
 
+TEST(Callback, works_in_setup_and_the_host_starts_afterwards)
+{
+    Block block;
+    HostProcess host(block, Start{.module = "hooks", .environment = {"HOOKS_CALLBACK=5"}});
+    host.await_signal();
+    EXPECT_EQ(block.get(Head::cbval), 5);
+    host.answer(50);
+    host.await([&] { return host.errors().ends_with("answer: 50\n"); }, "the answer");
+    host.await_idle();
+    EXPECT_EQ(host.signals("SigBlk"), (std::set<int>{SIGINT, SIGUSR1, SIGIO, SIGALRM}));
+    place(block, "unknown");
+    EXPECT_EQ(host.call(), 7);
+    EXPECT_EQ(host.terminate(), exited(0));
+}
+
 TEST(Callback, the_caller_is_the_one_that_the_block_names_at_that_moment)
 {
     Block block;

@@ -3,7 +3,8 @@
 // What a host makes of the signal actions that it inherits: seen in /proc, and felt.
 #include <gtest/gtest.h>
 
-#include "host/host_process.h"
+#include "host/probe.h"
+#include "host/probe_mailbox.h"
 
 namespace {
 
@@ -64,6 +65,19 @@ TEST(Dispositions, all_signals_inherited_as_ignored_at_once)
         if (!faults.contains(signal) && !handled.contains(signal)) expected.insert(signal);
     }
     EXPECT_EQ(actions_of_host_inheriting(ignorable()), (Seen{expected, handled}));
+}
+
+// The handler that a static constructor installs comes with a mask and flags.
+TEST(Dispositions, a_handler_of_a_static_constructor_becomes_the_plain_default)
+{
+    for (const int signal : {SIGHUP, SIGSEGV, 64}) {
+        SCOPED_TRACE(signal);
+        Block block;
+        Probe host(block, {}, Start{.module = "probe", .environment = {"PROBE_HANDLES=" + std::to_string(signal)}});
+        EXPECT_EQ(host.ask(PROBE_DEFAULT, signal), 1);
+        host.leave();
+        EXPECT_EQ(host.signals("SigCgt"), handled);
+    }
 }
 
 TEST(Dispositions, a_default_signal_ends_the_host)

@@ -62,6 +62,22 @@ TEST(Hooks, what_a_module_left_for_its_exit_runs_after_cleanup)
     EXPECT_EQ(host.errors(), "cleanup\nat exit\n");
 }
 
+TEST(Fork, of_a_function_leaves_the_call_to_the_host)
+{
+    Block block;
+    Probe host(block, {}, with_hooks);
+    EXPECT_EQ(host.ask(PROBE_FORK, 17), 17);
+    EXPECT_FALSE(host.has_signalled());
+    EXPECT_EQ(host.callback(1, 2), 2);
+    EXPECT_EQ(host.ask(PROBE_FORK, 18), 18);
+    EXPECT_EQ(host.leave(3), 3);
+    host.enter();
+    EXPECT_EQ(host.leave(4), 4);
+    EXPECT_FALSE(host.has_signalled());
+    EXPECT_EQ(host.terminate(), exited(0));
+    EXPECT_EQ(host.errors(), both_lines);
+}
+
 class Ending : public testing::TestWithParam<Layout> {};
 
 // SIGTERM to a host in the state that it is in: it ends well, has written nothing more to the block, and is silent.
@@ -184,6 +200,21 @@ TEST(CallerGone, the_reply_fails_and_the_host_ends_well)
         EXPECT_EQ(block.get(Head::retcode), 77); // stored before the doorbell
         EXPECT_EQ(host.errors(), both_lines);
     }
+}
+
+TEST(CallerGone, the_reply_that_fails_reaches_the_modules_own_action_of_sigterm)
+{
+    Block block;
+    Probe host(block);
+    const int64_t caller = block.get(Head::pid);
+    host.ask(PROBE_HANDLE, SIGTERM);
+    block.set(Head::pid, ended_process());
+    host.begin(PROBE_RETURN, 5);
+    host.await_idle();
+    block.set(Head::pid, caller);
+    host.enter();
+    EXPECT_EQ(host.ask(PROBE_HANDLED), 1);
+    EXPECT_EQ(host.leave(6), 6);
 }
 
 TEST(CallerGone, a_refused_call_ends_the_host_as_well)
