@@ -89,20 +89,23 @@ static int32_t open_fast(ka_host *host)
 static void close_fast(ka_host *host)
 {
     if (host->doorbell_thread == 0) return;
-    drain_doorbell(host); /* two can be pending: one for the thread, one for the process */
-    drain_doorbell(host);
+    while (drain_doorbell(host))
+        ;
     close_fd(&host->doorbell_fd);
     release_signal(host);
 }
 
 /* Not by the descriptor, which is only waited for: the program may have lost it. */
-void drain_doorbell(const ka_host *host)
+bool drain_doorbell(const ka_host *host)
 {
     constexpr struct timespec no_time = {};
     const sigset_t set = doorbell_set();
-    if (host->doorbell_thread == 0) return;
-    while (sigtimedwait(&set, nullptr, &no_time) == -1 && errno == EINTR)
-        ;
+    if (host->doorbell_thread == 0) return false;
+    int taken = 0;
+    do
+        taken = sigtimedwait(&set, nullptr, &no_time);
+    while (taken == -1 && errno == EINTR);
+    return taken != -1;
 }
 
 /* ---- Safe ------------------------------------------------------------------------------------------------------ */

@@ -16,8 +16,8 @@ void close_doorbell(ka_host *host);
 void start_hearing(ka_host *host);
 void stop_hearing(ka_host *host);
 
-/* KA_WAIT_FAST: takes a signal that is pending. */
-void drain_doorbell(const ka_host *host);
+/* KA_WAIT_FAST: takes a signal that is pending; false when there is none. */
+bool drain_doorbell(const ka_host *host);
 
 /* KA_WAIT_FAST: after its descriptor was lost. */
 void reopen_doorbell(ka_host *host);

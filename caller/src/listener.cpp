@@ -185,22 +185,27 @@ static void put_back(siginfo_t *info)
         syscall(SYS_rt_sigqueueinfo, getpid(), SIGUSR2, info);
 }
 
+/* A pending SIGUSR2, or false. By the system call itself: the C library's function makes a signal to the thread look
+   like one to the process. */
+static bool take_pending(siginfo_t *info)
+{
+    static constexpr uint64_t set = uint64_t{1} << (SIGUSR2 - 1);
+    static constexpr int64_t no_time[2] = {}; /* in any width */
+    long number = 0;
+    do
+        number = syscall(SYS_rt_sigtimedwait, &set, info, no_time, sizeof set);
+    while (number == -1 && errno == EINTR);
+    return number != -1;
+}
+
 /* Ours has been sent: it has arrived in the handler, or is pending. Signals to a thread come before those to the
    process; where one was pending already ours was merged into it, and the queue is found empty. */
 static void take_rousing(const t_LISTENER *listener)
 {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGUSR2);
-    constexpr struct timespec no_time = {};
     siginfo_t foreign;
+    siginfo_t info;
     bool is_foreign = false;
-    while (!listener->arrived) {
-        siginfo_t info;
-        if (sigtimedwait(&set, &info, &no_time) == -1) {
-            if (errno == EINTR) continue;
-            break;
-        }
+    while (!listener->arrived && take_pending(&info)) {
         if (take_signal(&info)) continue;
         foreign = info;
         is_foreign = true;

@@ -37,6 +37,23 @@ TEST(Fork, child_may_close_a_host_of_its_parent)
     }
 }
 
+TEST(Fork, child_of_a_program_with_two_hosts_has_none_of_them)
+{
+    for (int32_t waiting : {KA_WAIT_SAFE, KA_WAIT_FAST}) {
+        const auto adjust = [&](ka_options &options) { options.waiting = waiting; };
+        Host first(adjust);
+        Host second(adjust);
+        const int status = in_child([&] {
+            const bool ended = ka_pid(first) == 0 && ka_pid(second) == 0 && ka_begin(first, "add") == KA_CLOSED &&
+                               ka_begin(second, "add") == KA_CLOSED;
+            return ended && ka_close(first) == KA_DONE && ka_close(second) == KA_DONE;
+        });
+        EXPECT_EQ(status, 0);
+        EXPECT_EQ(call_with(first, "give_code", 1), 1);
+        EXPECT_EQ(call_with(second, "give_code", 2), 2);
+    }
+}
+
 TEST(Fork, hosts_of_its_parent_have_ended_for_a_child)
 {
     Host host([](ka_options &options) { options.restart = KA_RESTART_NEXT_CALL; });

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include "caller/storm.h"
 
@@ -28,6 +29,25 @@ TEST_P(Strays, at_the_caller_after_the_last_call_do_not_kill_it)
     Host host(layout());
     EXPECT_EQ(call_with(host, "give_code", 1), 1);
     raise(SIGUSR2);
+}
+
+// The host is dead, so that the wait for its end takes one of the two at most.
+TEST_P(Strays, at_the_caller_beside_the_last_reply_do_not_kill_it)
+{
+    Host host(layout());
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    const pid_t pid = ka_pid(host);
+    kill(pid, SIGKILL);
+    ASSERT_TRUE(ends(pid));
+    sigset_t set;
+    sigset_t before;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    if (std::get<1>(GetParam()) == KA_WAIT_SAFE) pthread_sigmask(SIG_BLOCK, &set, &before);
+    pthread_kill(pthread_self(), SIGUSR2);
+    kill(getpid(), SIGUSR2);
+    EXPECT_EQ(ka_close(std::exchange(host.host, nullptr)), KA_DONE);
+    if (std::get<1>(GetParam()) == KA_WAIT_SAFE) pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 TEST_P(Strays, at_the_caller_in_every_exchange_cause_no_wrong_verdict)
@@ -125,6 +145,41 @@ TEST_P(Strays, at_a_host_inside_a_function_that_calls_back_hold_nobody_up)
         if (HasFailure()) return;
     }
     EXPECT_TRUE(came_in_time);
+}
+
+static void begin_early_reply(ka_host *host, int32_t offset_of_retcode, int32_t ms)
+{
+    ka_begin(host, "reply_early");
+    ka_add_integer(host, offset_of_retcode, KA_BY_VALUE);
+    ka_add_integer(host, ms, KA_BY_VALUE);
+}
+
+// As with a second performance that a foreign signal has asked for: the call has its answer, and the host is not
+// idle.
+TEST_P(Strays, at_a_host_that_never_comes_to_rest_again_end_the_call_at_its_deadline)
+{
+    Host host([this](ka_options &options) {
+        layout()(options);
+        options.deadline_ms = 300;
+        options.grace_ms = 10;
+    });
+    begin_early_reply(host, offset_of_retcode(), 0);
+    EXPECT_EQ(call_fails(host), KA_DEADLINE);
+    EXPECT_NE(error_text(host).find("was made to run again by a foreign SIGUSR2"), std::string::npos)
+        << error_text(host);
+}
+
+TEST_P(Strays, at_a_host_that_dies_after_its_answer_leave_the_answer)
+{
+    Host host([this](ka_options &options) {
+        layout()(options);
+        options.deadline_ms = 10000;
+    });
+    begin_early_reply(host, offset_of_retcode(), 100);
+    EXPECT_EQ(call(host), 77);
+    ka_begin(host, "count_call");
+    EXPECT_EQ(call_fails(host), KA_DIED);
+    EXPECT_EQ(ka_last_error(host)->signal, SIGKILL);
 }
 
 TEST_P(Strays, refusal_of_a_call_is_believed_when_it_is_the_calls_own)

@@ -342,6 +342,19 @@ static int32_t pretend_and_die(void **argv)
     return 0;
 }
 
+/* Replies before its end, with 77 as the return code, whose offset is in argument 1. Then it hangs, or for an
+   argument 2 other than 0 dies after so many milliseconds. */
+static int32_t reply_early(void **argv)
+{
+    int32_t code = 77;
+    memcpy((char *)u_get_baseptr() + *(int32_t *)argv[0], &code, 4);
+    kill(getppid(), SIGUSR2);
+    if (*(int32_t *)argv[1] == 0) return hang(argv);
+    nap(argv + 1);
+    kill(getpid(), SIGKILL);
+    return 0;
+}
+
 /* From then on calls are dropped by the kernel. */
 static int32_t ignore_calls(void **argv)
 {
@@ -394,6 +407,7 @@ t_DLL_PROTO KaArgList[] = {
     {"kinds", KA_INT_ARRAY, 1}, {"values", KA_INT_ARRAY, 1}, {"answers", KA_INT_ARRAY, 1},
     {"cbval", KA_INT_BY_VALUE, 0}, {"retcode", KA_INT_BY_VALUE, 0},                               /* 28 */
     {"odd\033[31m\nname", KA_INT_BY_VALUE, 0},                                                     /* 33 */
+    {"retcode", KA_INT_BY_VALUE, 0}, {"ms", KA_INT_BY_VALUE, 0},                                  /* 34 */
 };
 
 t_DLL_FUNC KaFuncList[] = {
@@ -434,6 +448,7 @@ t_DLL_FUNC KaFuncList[] = {
     {"ask_again", 10, 1, NULL},
     {"take_calls", 0, 0, NULL},
     {"pretend_and_die", 10, 1, NULL},
+    {"reply_early", 34, 2, NULL},
     {NULL, 0, 0, NULL},
 };
 
@@ -476,6 +491,7 @@ static int32_t (*const functions[])(void **) = {
     ask_again,
     take_calls,
     pretend_and_die,
+    reply_early,
 };
 /* clang-format on */
 
