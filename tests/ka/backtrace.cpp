@@ -3,6 +3,7 @@
 // Backtraces of a module compiled with debug information, and of the same module stripped.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <string>
@@ -104,12 +105,38 @@ TEST(Backtrace, shows_which_line_used_a_null_real)
     EXPECT_TRUE(has(seen.text, {"abort", "compute_with_null at ", place("the null REAL")}));
 }
 
-TEST(Backtrace, of_an_endless_recursion_ends)
+TEST(Backtrace, of_an_endless_recursion_is_folded_and_shows_where_it_began)
 {
-    const Seen seen = backtrace_of(with_lines, "recurse");
-    EXPECT_EQ(seen.signal, SIGSEGV);
-    EXPECT_TRUE(has(seen.text, {"#0  recurse at ", "#63 recurse at "}));
-    EXPECT_EQ(seen.text.find("#64"), std::string::npos);
+    for (const char *function : {"recurse", "thread_recurse"}) {
+        const Seen seen = backtrace_of(with_lines, function);
+        EXPECT_EQ(seen.signal, SIGSEGV);
+        EXPECT_TRUE(seen.text.starts_with("stack overflow: fault at address 0x")) << seen.text;
+        EXPECT_TRUE(has(seen.text, {"#0  recurse at ", "\n    ... ", " more of recurse\n", " recurse at "}));
+        EXPECT_LT(std::count(seen.text.begin(), seen.text.end(), '\n'), 25) << seen.text;
+    }
+    EXPECT_TRUE(
+        has(backtrace_of(with_lines, "recurse").text, {" more of recurse\n", "KaCall at ", "dll_main", "main"}));
+    EXPECT_TRUE(has(backtrace_of(with_lines, "thread_recurse").text, {" more of recurse\n", "run_recursion at "}));
+}
+
+// Hundreds of thousands of the smallest frames.
+TEST(Backtrace, of_functions_that_call_each_other_without_end_names_them)
+{
+    const Seen seen = backtrace_of(with_lines, "turns");
+    EXPECT_TRUE(seen.text.starts_with("stack overflow: fault at address 0x")) << seen.text;
+    const bool starts_even = seen.text.find(" more of ask_even, ask_odd\n") != std::string::npos;
+    EXPECT_TRUE(starts_even || has(seen.text, {" more of ask_odd, ask_even\n"}));
+    EXPECT_TRUE(has(seen.text, {" more of ask_", "KaCall at ", "main"}) ||
+                has(seen.text, {"... and more: the stack"}))
+        << seen.text;
+}
+
+TEST(Backtrace, counts_the_frames_that_it_folds)
+{
+    const Seen seen = backtrace_of(with_lines, "descend");
+    EXPECT_TRUE(seen.text.starts_with("fault at address 0x10\n")) << seen.text;
+    EXPECT_TRUE(has(seen.text, {"#0  write_to_nothing", "#1  descend at ", "#2  descend at ",
+                                "    ... 97 more of descend\n", "#100 descend at ", "#101 KaCall at "}));
 }
 
 TEST(Backtrace, that_does_not_fit_is_cut_at_a_line)
