@@ -14,10 +14,21 @@ enum : int64_t { FIRST_LOOK_NS = 50000, LONGEST_LOOK_NS = 2000000 };
 static int32_t fail_not_ready(ka_host *host, int woken)
 {
     if (woken & WOKEN_BY_CANCEL)
-        fail(host, KA_CANCELLED, "%.300s: the first call was cancelled before the host was ready", host->module);
+        fail(host, KA_CANCELLED, "%.300s: the start was cancelled", host->module);
     else
         fail(host, KA_DEADLINE, "%.300s: the host was not ready for a call within %d ms", host->module,
              host->options.deadline_ms);
+    return lose_host(host);
+}
+
+/* So many looks in a row, a moment apart, have shown the host in the wait for an answer that nobody will send. */
+enum { LOOKS_AT_CALLBACK = 50 };
+
+static int32_t fail_callback_at_start(ka_host *host)
+{
+    fail(host, KA_START,
+         "cannot start %.300s: dll_setup calls back, and call-backs before the first call are not answered",
+         host->module);
     return lose_host(host);
 }
 
@@ -26,7 +37,10 @@ static int32_t await_ready(ka_host *host, int64_t deadline)
 {
     if (host->answered) return KA_DONE;
     int64_t pause = FIRST_LOOK_NS;
-    while (look_for_first_rest(host) == NOT_AT_REST) {
+    int looks = 0;
+    for (t_REST rest; (rest = look_for_first_rest(host)) != AT_REST_IDLE && rest != REST_UNKNOWABLE;) {
+        looks = rest == AT_REST_IN_CALLBACK ? looks + 1 : 0;
+        if (looks == LOOKS_AT_CALLBACK) return fail_callback_at_start(host);
         const int64_t look_again = now_ns() + pause;
         const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
         if (woken & WOKEN_BY_DEATH) return fail_dead(host, "before its first call");

@@ -103,12 +103,15 @@ t_REST look_for_rest(ka_host *host)
     return NOT_AT_REST;
 }
 
-/* The mask of the first wait comes about in no other way, so one look is proof. */
+/* The mask of the first wait comes about in no other way, so one look is proof. That of a call-back from dll_setup is
+   shown as long as nobody answers it. */
 t_REST look_for_first_rest(const ka_host *host)
 {
     t_LOOK seen;
     if (!look(host, &seen)) return REST_UNKNOWABLE;
-    return !seen.pending && seen.blocked == waiting_idle ? AT_REST_IDLE : NOT_AT_REST;
+    if (seen.pending) return NOT_AT_REST;
+    if (seen.blocked == waiting_idle) return AT_REST_IDLE;
+    return seen.asleep && seen.caught && seen.blocked == waiting_in_callback ? AT_REST_IN_CALLBACK : NOT_AT_REST;
 }
 
 /* ---- Idle again ------------------------------------------------------------------------------------------------ */

@@ -184,13 +184,32 @@ TEST(KaCheck, starts_the_module_once_and_says_how_that_went)
     EXPECT_NE(check(ends.path()).out.find("; it wrote: no licence\n"), std::string::npos);
     EXPECT_EQ(check(ends.path(), {"--no-start"}).out, ends.path() + ": good\n");
     const BuiltModule dies(sound_tables + "void dll_setup(void) { abort(); }");
-    expect_finding(dies.path(), "error", "it does not start: " + dies.path(), 4);
+    expect_finding(dies.path(), "error",
+                   "it does not start: " + dies.path() +
+                       ": the host was killed by SIGABRT (Aborted) before its first call, in dll_setup\n",
+                   4);
+    const std::string of_death = check(dies.path()).out;
+    EXPECT_NE(of_death.find("\n  backtrace  #0 "), std::string::npos) << of_death;
+    EXPECT_NE(of_death.find("  dll_setup"), std::string::npos) << of_death;
+    EXPECT_EQ(of_death.find("ka check"), std::string::npos) << of_death;
+    const auto json = nlohmann::json::parse(check(dies.path(), {"--json"}).out);
+    EXPECT_TRUE(json["findings"][0]["backtrace"][0].get<std::string>().starts_with("#0 ")) << json;
     const BuiltModule hangs(sound_tables + "void dll_setup(void) { for (;;) pause(); }");
     const Outcome hung = check(hangs.path(), {"--deadline", "0.5"});
     EXPECT_EQ(hung.status, 4);
     EXPECT_NE(hung.out.find("500 ms"), std::string::npos) << hung.out;
     const BuiltModule writes(sound_tables + "void dll_cleanup(void) { fputs(\"bye\\n\", stderr); }");
     expect_finding(writes.path(), "warning", "it writes on standard error as it starts or ends: bye\n", 1);
+}
+
+TEST(KaCheck, says_that_a_call_back_in_dll_setup_is_not_answered)
+{
+    const BuiltModule asks("#include \"ka/dll_host.h\"\n" + sound_tables +
+                           "void dll_setup(void) { dll_callback(7); }");
+    expect_finding(asks.path(), "error",
+                   "it does not start: cannot start " + asks.path() +
+                       ": dll_setup calls back, and call-backs before the first call are not answered\n  call back",
+                   4);
 }
 
 // Libraries, RUNPATH and tables of a damaged file are read too, and never beyond it.
@@ -248,7 +267,7 @@ TEST(KaCheck, interrupted_start_gives_130_and_what_was_found_before)
         EXPECT_EQ(outcome.status, 130);
         EXPECT_NE(outcome.out.find("two functions are named f"), std::string::npos) << outcome.out;
         EXPECT_EQ(outcome.out.find("start"), std::string::npos) << outcome.out;
-        EXPECT_NE(outcome.err.find(" was cancelled\n"), std::string::npos) << outcome.err;
+        EXPECT_NE(outcome.err.find("the start was cancelled\n"), std::string::npos) << outcome.err;
         EXPECT_TRUE(ends(host));
     }
 }

@@ -86,6 +86,8 @@ std::string show(const std::string &module, const Findings &findings)
                                                                     : Paint::faint;
         text += painted(name_of(finding.severity), paint, STDOUT_FILENO) + ": " + module + ": " + finding.text + "\n";
         if (!finding.remedy.empty()) text += "  " + finding.remedy + "\n";
+        for (const std::string &line : finding.backtrace)
+            text += (&line == &finding.backtrace[0] ? "  backtrace  " : "             ") + line + "\n";
     }
     return text.empty() ? module + ": " + painted("good", Paint::good, STDOUT_FILENO) + "\n" : text;
 }
@@ -97,8 +99,10 @@ std::string json_of(const std::string &module, const Findings &findings)
     json["startable"] = worst_of(findings) != Severity::fatal;
     json["findings"] = nlohmann::ordered_json::array();
     for (const Finding &finding : findings)
-        json["findings"].push_back(
-            {{"severity", name_of(finding.severity)}, {"text", finding.text}, {"remedy", finding.remedy}});
+        json["findings"].push_back({{"severity", name_of(finding.severity)},
+                                    {"text", finding.text},
+                                    {"remedy", finding.remedy},
+                                    {"backtrace", finding.backtrace}});
     return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 //
-// See finding.h. A call of a function that no module has shows that the host answers, and runs nothing of the module
-// but dll_setup and dll_cleanup.
+// See finding.h. First the host is waited for, so that what fails in the start is told apart from what fails in a
+// call; then a call of a function that no module has shows that it answers. Of the module nothing runs but dll_setup
+// and dll_cleanup.
 #include <fcntl.h>
+#include <nlohmann/json.hpp>
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "backtrace.h"
 #include "finding.h"
 #include "interruption.h"
 #include "ka/caller.h"
@@ -52,13 +55,23 @@ struct Trial {
     std::string error;
     int32_t code;
     std::string written;
+    std::vector<std::string> backtrace;
 };
 
 // Tables that cannot be read are no finding: calls go unchecked then, and work.
-void check_host_tables(ka_host *host, Findings &findings)
+int32_t await_start(ka_host *host, bool with_tables, Findings &findings)
 {
     const ka_tables *tables = ka_host_tables(host);
-    if (tables != nullptr) check_tables(*tables, findings);
+    if (tables != nullptr && with_tables) check_tables(*tables, findings);
+    const int32_t error_class = ka_last_error(host)->error_class;
+    return tables != nullptr || error_class == KA_SYSTEM ? KA_DONE : error_class;
+}
+
+std::vector<std::string> backtrace_of(ka_host *host)
+{
+    const char *report = ka_report_json(host);
+    if (report == nullptr) return {};
+    return nlohmann::json::parse(report)["backtrace"].get<std::vector<std::string>>();
 }
 
 Trial try_module(const std::string &module, int deadline_ms, bool with_tables, Findings &findings)
@@ -69,22 +82,37 @@ Trial try_module(const std::string &module, int deadline_ms, bool with_tables, F
     options.deadline_ms = deadline_ms;
     options.cancel_fd = interruption_descriptor();
     options.checking = KA_RAW;
+    options.inspector = backtrace_inspector();
     ka_host *host = nullptr;
     Trial trial{};
     trial.error_class = ka_open(&host, module.c_str(), &options);
+    if (trial.error_class == KA_DONE) trial.error_class = await_start(host, with_tables, findings);
     if (trial.error_class == KA_DONE) {
         ka_begin(host, nobody);
         trial.error_class = ka_call(host, &trial.code);
-        if (trial.error_class == KA_DONE && with_tables) check_host_tables(host, findings);
     }
     trial.error = ka_last_error(host)->text;
+    if (trial.error_class != KA_DONE) trial.backtrace = backtrace_of(host);
     ka_close(host);
     trial.written = caught.text();
     return trial;
 }
 
+// The innermost of those of the module's own functions that the host runs as it starts or ends.
+std::string place_of(const Trial &trial)
+{
+    for (const std::string &line : trial.backtrace)
+        for (const std::string hook : {"dll_setup", "dll_cleanup"})
+            if (line.find(" " + hook + " at ") != std::string::npos ||
+                line.find(" " + hook + "+0x") != std::string::npos)
+                return ", in " + hook;
+    return "";
+}
+
 std::string remedy_of(const Trial &trial)
 {
+    if (trial.error.find("calls back") != std::string::npos)
+        return "call back from functions, while a call is under way";
     return trial.error_class == KA_DEADLINE
                ? "dll_setup takes too long, or the host never waits for calls; --deadline gives it longer"
                : "look at dll_setup and at what was written; ka explain knows statuses and signals";
@@ -99,7 +127,8 @@ std::optional<std::string> check_start(const std::string &module, int deadline_m
     const std::string written = trial.written.empty() ? "" : "; it wrote: " + trial.written;
     if (trial.error_class == KA_CANCELLED) return trial.error + written;
     if (trial.error_class != KA_DONE) {
-        findings.push_back({Severity::fatal, "it does not start: " + trial.error + written, remedy_of(trial)});
+        findings.push_back({Severity::fatal, "it does not start: " + trial.error + place_of(trial) + written,
+                            remedy_of(trial), trial.backtrace});
         return std::nullopt;
     }
     if (trial.code != KA_NO_FUNCTION)

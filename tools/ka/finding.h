@@ -18,6 +18,7 @@ struct Finding {
     Severity severity;
     std::string text;
     std::string remedy;
+    std::vector<std::string> backtrace = {}; // where the host stood
 };
 
 using Findings = std::vector<Finding>;
