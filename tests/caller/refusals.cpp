@@ -314,6 +314,23 @@ TEST(HostTables, are_found_in_a_process_that_forges_its_list_of_libraries)
     EXPECT_EQ(call_with(host, "same", 9), 9);
 }
 
+// 64 headers are the most that are looked at.
+TEST(HostTables, are_none_in_a_process_that_forges_the_number_of_its_headers)
+{
+    for (const char *count : {"65", "2000", "-1", "-2147483648"}) {
+        setenv("KA_TEST_HEADERS", count, 1);
+        Host host({}, CALLER_MODULES "/caller_module_misleading");
+        unsetenv("KA_TEST_HEADERS");
+        EXPECT_EQ(ka_set_trace(host, 1), KA_SYSTEM) << count;
+        EXPECT_EQ(error_text(host), std::string(CALLER_MODULES "/caller_module_misleading: its trace level cannot be "
+                                                               "set: process ") +
+                                        std::to_string(ka_pid(host)) + " runs a program without dynamic symbols")
+            << count;
+    }
+    Host truthful({}, CALLER_MODULES "/caller_module_misleading");
+    EXPECT_EQ(ka_set_trace(truthful, 1), KA_DONE) << error_text(truthful);
+}
+
 TEST(HostTables, of_a_host_that_has_ended_are_none)
 {
     Host host;

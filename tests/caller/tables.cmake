@@ -30,6 +30,7 @@ table_module(random_tables modules/random_tables.c)
 table_module(probe modules/probe.c)
 table_module(guarded modules/guarded.c)
 table_module(circular modules/circular.c)
+table_module(misleading modules/misleading.c)
 
 add_library(caller_module_apart_library SHARED modules/apart.c)
 ka_world(caller_module_apart_library 32)
