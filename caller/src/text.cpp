@@ -6,52 +6,58 @@
 
 #include <string.h>
 
+#include "ka/number_text.hpp"
 #include "ka/real.h"
 
 /* Significant decimals of the longest REAL: all of them are shown. */
 enum { ALL_DECIMALS = 2 * DEC_DIGITS };
 
 namespace {
-struct t_SCAN {
-    const char *at;
-    const char *end;
-};
+
+using ka::detail::Span;
+
+bool accept_digits(Span *text)
+{
+    const char *begin = text->at;
+    while (text->at < text->end && *text->at >= '0' && *text->at <= '9')
+        text->at++;
+    return text->at > begin;
+}
+
+bool is_number(Span text)
+{
+    text.accept('+', '-');
+    bool digits = accept_digits(&text);
+    if (text.accept('.', '.') && accept_digits(&text)) digits = true;
+    if (!digits) return false;
+    if (text.accept('e', 'E')) {
+        text.accept('+', '-');
+        if (!accept_digits(&text)) return false;
+    }
+    return text.at == text.end;
+}
+
+int read_number(const char *text, int32_t length, t_DECIMAL *value)
+{
+    char buffer[ka::detail::short_number_room];
+    const int shortened = ka::detail::shorten_number(text, length, buffer);
+    return shortened > 0 ? deccvasc(buffer, shortened, value) : deccvasc(text, length, value);
+}
+
 } // namespace
 
-static bool accept(t_SCAN *scan, char a, char b)
+int32_t ka_real_read(const char *text, int32_t length, t_DECIMAL *value, int32_t *exact)
 {
-    if (scan->at == scan->end || (*scan->at != a && *scan->at != b)) return false;
-    scan->at++;
-    return true;
-}
-
-static int accept_digits(t_SCAN *scan)
-{
-    int count = 0;
-    for (; scan->at < scan->end && *scan->at >= '0' && *scan->at <= '9'; scan->at++)
-        count++;
-    return count;
-}
-
-static bool is_number(const char *text, int32_t length)
-{
-    t_SCAN scan = {text, text + length};
-    accept(&scan, '+', '-');
-    int digits = accept_digits(&scan);
-    if (accept(&scan, '.', '.')) digits += accept_digits(&scan);
-    if (digits == 0) return false;
-    if (accept(&scan, 'e', 'E')) {
-        accept(&scan, '+', '-');
-        if (accept_digits(&scan) == 0) return false;
-    }
-    return scan.at == scan.end;
+    const Span all = {text, length > 0 ? text + length : text};
+    const bool done = is_number(all) && read_number(text, length, value) == DEC_OK;
+    if (!done) *value = {0, DEC_NULL, 0, {}};
+    if (exact) *exact = done && ka::detail::is_exact(text, length, *value);
+    return done ? KA_DONE : KA_ARGUMENT;
 }
 
 int32_t ka_real_from_text(const char *text, int32_t length, t_DECIMAL *value)
 {
-    if (is_number(text, length > 0 ? length : 0) && deccvasc(text, length, value) == DEC_OK) return KA_DONE;
-    *value = {0, DEC_NULL, 0, {}};
-    return KA_ARGUMENT;
+    return ka_real_read(text, length, value, nullptr);
 }
 
 char *ka_real_to_text(const t_DECIMAL *value, char text[KA_REAL_TEXT])

@@ -105,6 +105,14 @@ TEST_P(CppValues, records_are_reals)
     EXPECT_EQ(ka::Decimal(many[1]).text, "5");
 }
 
+TEST(CallerCpp, decimal_tells_rounding_from_exactness)
+{
+    EXPECT_TRUE(ka::Decimal("12345678901234.56").is_exact());
+    EXPECT_FALSE(ka::Decimal("12345678901234.567").is_exact());
+    EXPECT_EQ(ka::Decimal(ka::Decimal("12345678901234567890").value()).text, "1.234567890123457E+19");
+    EXPECT_FALSE(ka::Decimal("null").is_exact());
+}
+
 TEST_P(CppValues, decimal_text_is_a_real)
 {
     EXPECT_EQ(scaled(host, "19.99", "3"), "59.97");

@@ -39,6 +39,13 @@ TEST(KaCall, reals_do_not_pass_through_double)
     EXPECT_EQ(outcome.out, "values = [0.1234567890123457, 1234567890123456.0, 1E-128]\nreturn code 8\n");
 }
 
+TEST(KaCall, every_decimal_of_a_real_counts)
+{
+    const Outcome outcome = call({"--raw", "scale", "&[12345678901234567890.5,-1234567890123456789]", "'x'"});
+    EXPECT_EQ(outcome.out, "values = [1.234567890123457E+19, -1.23456789012346E+18]\nreturn code 8\n");
+    EXPECT_EQ(out_of({"scale_one", "&1234567890123456789", "1"}), "x = 1.2345678901235E+18\nreturn code 0\n");
+}
+
 TEST(KaCall, arrays)
 {
     EXPECT_EQ(out_of({"double", "&[1,-2,3]"}), "values = [2, -4, 6]\nreturn code 0\n");

@@ -47,6 +47,14 @@ TEST(KaJsonArguments, are_resolved_by_the_prototypes)
     EXPECT_EQ(out_of("[]", {"count_call"}), "return code 1\n");
 }
 
+TEST(KaJsonArguments, every_decimal_of_a_real_counts)
+{
+    const std::string numbers = R"(["12345678901234567890.5",100000000000000000000,-1234567890123456789.5])";
+    const std::string typed = R"({"real":)" + numbers + R"(,"by_reference":true})";
+    EXPECT_EQ(call_with("[" + typed + R"(,"x"])", {"--raw", "scale"}).out,
+              "values = [1.234567890123457E+19, 1E+20, -1.23456789012346E+18]\nreturn code 8\n");
+}
+
 TEST(KaJsonArguments, come_from_standard_input_too)
 {
     const std::string command = "echo '[2,40,0]' | " KA_COMMAND " call --args - " + tasks_module + " add";

@@ -8,6 +8,8 @@
 
 #include "ka/real.hpp"
 #include "model/crash.h"
+#include "model/nearest.h"
+#include "model/notation.h"
 
 std::string text_in_cpp17(std::string_view text); // cpp17.cpp
 
@@ -47,6 +49,43 @@ TEST(RealFromText, gives_the_status_and_substitute_of_m_cv_asc)
         EXPECT_EQ(ka::real_from_text(text, &value), status) << text;
         EXPECT_EQ(m_cmp(&value, &expected), 0) << text;
     }
+}
+
+TEST(RealFromText, gives_the_nearest_real_of_any_number)
+{
+    model::Draw draw;
+    for (model::Rounds rounds(100000); rounds.more();) {
+        const std::string text = model::draw_number(draw);
+        const model::Nearest expected = model::nearest(text);
+        t_DECIMAL value;
+        bool exact;
+        ASSERT_EQ(ka::real_from_text(text, &value, &exact), expected.in_range ? REAL_OK : REAL_RANGE)
+            << text << " in round " << rounds.number();
+        ASSERT_EQ(exact, expected.in_range && expected.exact) << text << " in round " << rounds.number();
+        ASSERT_TRUE(!expected.in_range || model::same(value, expected.record))
+            << text << "\n  expected: " << model::show(expected.record) << "\n  got:      " << model::show(value)
+            << "\n  in round " << rounds.number();
+    }
+}
+
+// Decimals past the 18th change nothing in what may stand before and behind a number.
+TEST(RealFromText, takes_and_refuses_long_numbers_like_short_ones)
+{
+    const std::string zeros(30, '0');
+    for (const char *after :
+         {"",   "x",  "xy",   "x y",  " ",    "  5", ".",    "..",    ".5",   ".5.",  ".5.6", "e", "ex",
+          "e-", "e5", "E+5x", "e5xy", "e5 y", "e 5", "e999", "e1000", "e-20", "e-2e", "ee",   "+", "-1"})
+        for (const char *before : {"", "  ", "+", "-", " -", "--", "00", "x"}) {
+            const std::string text = std::string(before) + "5" + after;
+            const std::string longer = std::string(before) + "5" + zeros + after;
+            t_DECIMAL expected;
+            t_DECIMAL value;
+            const int status = ka::real_from_text(text, &expected);
+            if (status == REAL_OK) expected.dec_exp = static_cast<int16_t>(expected.dec_exp + 15);
+            ASSERT_EQ(ka::real_from_text(longer, &value), status) << longer;
+            EXPECT_TRUE(std::string_view(after) == ".5" || model::same(value, expected))
+                << longer << " " << model::show(value) << ", not " << model::show(expected);
+        }
 }
 
 TEST(RealToText, shows_every_decimal)

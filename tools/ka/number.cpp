@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "ka/real.hpp"
 #include "literal.h"
 
 namespace {
@@ -79,12 +80,9 @@ Digits digits_of(const t_DECIMAL &value)
 
 void note_loss(const Digits &written, Number &number)
 {
-    const Digits stored = digits_of(number.value);
-    if (stored == written) return;
+    if (digits_of(number.value) == written) return;
     number.notes.push_back("rounded: the text has " + std::to_string(written.digits.size()) +
                            " significant decimals, a REAL holds 15 or 16");
-    if (stored.point != written.point && stored.digits != "1")
-        number.notes.push_back("the magnitude is wrong: decimals past the 18th are dropped without a place");
 }
 
 std::vector<std::string> split(const std::string &text, char separator)
@@ -136,7 +134,7 @@ Number read_text(const std::string &text)
 {
     const Digits written = scan(text);
     Number number{};
-    number.status = m_cv_asc(text.c_str(), static_cast<int>(text.size()), &number.value);
+    number.status = ka::real_from_text(text, &number.value);
     if (number.status == REAL_OK) note_loss(written, number);
     return number;
 }

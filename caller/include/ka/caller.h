@@ -225,7 +225,7 @@ KA_API int32_t ka_add_reals(ka_host *host, const t_DECIMAL *values, int32_t coun
 KA_API int32_t ka_add_doubles(ka_host *host, const double *values, int32_t count, int32_t passing);
 KA_API int32_t ka_add_strings(ka_host *host, const ka_text *values, int32_t count, int32_t room, int32_t passing);
 
-/* The same for a single value; ka_add_real reads decimal text. */
+/* The same for a single value; ka_add_real reads decimal text (ka_real_read). */
 KA_API int32_t ka_add_integer(ka_host *host, int32_t value, int32_t passing);
 KA_API int32_t ka_add_real(ka_host *host, const char *text, int32_t passing);
 KA_API int32_t ka_add_double(ka_host *host, double value, int32_t passing);
@@ -311,8 +311,14 @@ KA_API int32_t ka_trace_process(int32_t pid, const int32_t *level, int32_t *old,
 /* Characters that the text of a REAL needs at most, terminator included. */
 enum { KA_REAL_TEXT = 32 };
 
-/* Reads a number such as -4.2 or 1e9 that takes up the whole text. At most 18 significant decimals count.
-   KA_ARGUMENT, with a null REAL stored, when it is no number or out of a REAL's range. */
+/* Reads a number such as -4.2 or 1e9 that takes up the whole text and stores the nearest REAL: 15 or 16 significant
+   decimals, the last one rounded half away from zero; all decimals of the text count. *exact, unless exact is null,
+   becomes 1 when the REAL is the very number, 0 when it was rounded or refused. KA_ARGUMENT, with a null REAL stored,
+   when the text is no number, its exponent is above 999, or its magnitude is out of a REAL's range: above about
+   1e126, or below 1e-130 without being zero. */
+KA_API int32_t ka_real_read(const char *text, int32_t length, t_DECIMAL *value, int32_t *exact);
+
+/* ka_real_read for those who do not ask whether the number was rounded. */
 KA_API int32_t ka_real_from_text(const char *text, int32_t length, t_DECIMAL *value);
 
 /* Writes value exactly, shortest form, zero-terminated: 4.2, 1E+20; "null" for null. Returns text. */

@@ -40,13 +40,21 @@ struct Decimal {
         char buffer[KA_REAL_TEXT];
         text = ka_real_to_text(&value, buffer);
     }
-    // Throws KA_ARGUMENT when the text is no REAL; see ka_real_from_text.
+    // Throws KA_ARGUMENT when the text is no REAL; see ka_real_read.
     t_DECIMAL value() const
     {
         t_DECIMAL real;
         if (ka_real_from_text(text.data(), detail::length(text.size()), &real) != KA_DONE)
             detail::raise(KA_ARGUMENT, ('"' + text + "\" is not a REAL").c_str());
         return real;
+    }
+    // Whether value() is the very number of the text: false when it is rounded, or the text is no REAL.
+    bool is_exact() const
+    {
+        t_DECIMAL real;
+        std::int32_t exact = 0;
+        ka_real_read(text.data(), detail::length(text.size()), &real, &exact);
+        return exact != 0;
     }
 };
 

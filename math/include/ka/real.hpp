@@ -10,18 +10,28 @@
 #include <string>
 #include <string_view>
 
+#include "ka/number_text.hpp"
 #include "ka/real.h"
 
 namespace ka {
 
-// m_cv_asc of text, which may be anything: also empty or blank text gives REAL_NOT_NUMBER with zero stored.
-inline int real_from_text(std::string_view text, t_DECIMAL *r)
+// m_cv_asc of text, which may be anything: also empty or blank text gives REAL_NOT_NUMBER with zero stored, and every
+// decimal before the point counts, however many there are. A number becomes the nearest REAL, half away from zero.
+// *exact, unless exact is null, tells whether the REAL is the very number, neither rounded nor a substitute.
+inline int real_from_text(std::string_view text, t_DECIMAL *r, bool *exact = nullptr)
 {
     const int length = static_cast<int>(text.size() <= INT_MAX ? text.size() : 0);
     const bool blank = text.substr(0, static_cast<size_t>(length)).find_first_not_of(' ') == std::string_view::npos;
-    if (!blank) return m_cv_asc(text.data(), length, r);
-    m_zero(r);
-    return REAL_NOT_NUMBER;
+    int status = REAL_NOT_NUMBER;
+    if (blank) {
+        m_zero(r);
+    } else {
+        char buffer[detail::short_number_room];
+        const int shortened = detail::shorten_number(text.data(), length, buffer);
+        status = shortened > 0 ? m_cv_asc(buffer, shortened, r) : m_cv_asc(text.data(), length, r);
+    }
+    if (exact != nullptr) *exact = status == REAL_OK && detail::is_exact(text.data(), length, *r);
+    return status;
 }
 
 // All decimals of x, as m_gcvt writes them. A null x is fatal.
