@@ -258,6 +258,6 @@ enum t_REST { NOT_AT_REST, AT_REST_IDLE, AT_REST_IN_CALLBACK, REST_UNKNOWABLE };
 t_REST look_for_rest(ka_host *host);
 bool is_idle_again(ka_host *host, bool thoroughly); /* after an answer; true where that cannot be known */
 bool read_signal_sets(int status_fd, uint64_t *caught, uint64_t *ignored); /* of the process as a whole */
-t_REST look_for_first_rest(const ka_host *host); /* before anything was sent */
+t_REST look_for_first_rest(const ka_host *host);                           /* before anything was sent */
 
 #endif
