@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// REAL values in C++, exact to the last cent: a function that takes REALs by value gets doubles, so these read the
-// decimal records themselves, from text or from the block.
+// Amounts of money in C++, exact to the last cent. A function that takes REALs gets doubles of 14 decimals, and what
+// it gives back in a REAL comes from a double again, so these read the decimal records themselves, from text or from
+// the block, and give text.
 #include <cstring>
 #include <ka/dll_host.h>
 #include <ka/dll_module.h>
@@ -10,21 +11,37 @@
 
 namespace {
 
-// The sum of amounts given as text, as text with two places. 32: an amount is not a number; 23: out of range.
+// Whole cents, and at most 14 digits before the point: of such amounts a REAL holds every one, so that m_add and
+// m_sub of two are exact when the result is one again.
+bool is_amount(const t_DECIMAL &x)
+{
+    t_DECIMAL cents;
+    m_round(&x, 2, &cents);
+    return m_cmp(&x, &cents) == 0 && x.dec_exp <= 14 / 2;
+}
+
+int32_t give_amount(const t_DECIMAL &x, KaStr *text)
+{
+    char buffer[32];
+    return is_amount(x) ? str2KaStr(m_to_asc(&x, buffer, 30, 2), text) : REAL_RANGE;
+}
+
+// The sum of amounts given as text. 32: one is not a number; 23: one, or the sum, is not an amount.
 int32_t sum_texts(void **argv)
 {
     const auto *amounts = static_cast<const KaStr *>(argv[0]);
-    auto *sum = static_cast<KaStr *>(argv[1]);
     t_DECIMAL total = c_dec_zero;
     for (int32_t k = 0; k < KaArgInfo(0)->elcnt; k++) {
         t_DECIMAL amount;
+        bool exact;
         const std::string_view text(amounts[k].data, static_cast<size_t>(amounts[k].len));
-        int status = ka::real_from_text(text, &amount);
+        int status = ka::real_from_text(text, &amount, &exact);
+        if (status == REAL_OK && !(exact && is_amount(amount))) status = REAL_RANGE;
         if (status == REAL_OK) status = m_add(&total, &amount, &total);
+        if (status == REAL_OK && !is_amount(total)) status = REAL_RANGE;
         if (status != REAL_OK) return status;
     }
-    char text[32];
-    return str2KaStr(m_to_asc(&total, text, 30, 2), sum);
+    return give_amount(total, static_cast<KaStr *>(argv[1]));
 }
 
 // Argument n as the caller passed it, exactly: RealByValue takes REAL and INTEGER.
@@ -42,13 +59,14 @@ t_DECIMAL exact(int32_t n)
     return value;
 }
 
-// a - b, subtracted in decimal. Only the result goes through a double, on its way back.
+// a - b. 23: one of them, or the difference, is not an amount.
 int32_t difference(void **argv)
 {
     const t_DECIMAL a = exact(1), b = exact(2);
     t_DECIMAL result;
+    if (!is_amount(a) || !is_amount(b)) return REAL_RANGE;
     const int status = m_sub(&a, &b, &result);
-    return status == REAL_OK ? m_to_dbl(&result, static_cast<double *>(argv[2])) : status;
+    return status == REAL_OK ? give_amount(result, static_cast<KaStr *>(argv[2])) : status;
 }
 
 // One year's interest, where a double is good enough.
@@ -66,7 +84,7 @@ constexpr int32_t (*bodies[])(void **) = {sum_texts, difference, interest};
 // clang-format off
 t_DLL_PROTO KaArgList[] = {
     {"amounts", KA_STRING_ARRAY, 1},      {"sum", KA_STRING, 0},
-    {"a", KA_REAL_BY_VALUE, 0},           {"b", KA_REAL_BY_VALUE, 0},       {"result", KA_REAL_BY_REFERENCE, 0},
+    {"a", KA_REAL_BY_VALUE, 0},           {"b", KA_REAL_BY_VALUE, 0},       {"result", KA_STRING, 0},
     {"balance", KA_REAL_BY_REFERENCE, 0}, {"percent", KA_REAL_BY_VALUE, 0},
 };
 // clang-format on
