@@ -6,6 +6,7 @@
 
 #include <stdio.h>
 #include <string.h>
+#include <sys/shm.h>
 
 #include "block.h"
 #include "ka/kastring.h"
@@ -36,6 +37,24 @@ unsigned word(const char *from, int index)
     return static_cast<unsigned>(load32(from + 4 * index));
 }
 
+/* Bytes from there to the end of the segment; all of the segment's where that is outside. The block may be damaged,
+   its own word about its size as well. */
+int32_t room_at(const char *characters)
+{
+    struct shmid_ds segment;
+    if (shmctl(shm_id, IPC_STAT, &segment) != 0) return 0;
+    const uintptr_t ofs = reinterpret_cast<uintptr_t>(characters) - reinterpret_cast<uintptr_t>(u_get_baseptr());
+    return static_cast<int32_t>(ofs <= segment.shm_segsz ? segment.shm_segsz - ofs : segment.shm_segsz);
+}
+
+/* The length is the width of the field too; a negative one sets the characters, up to a zero, on the left of it. */
+void write_block_string(int32_t length, const char *characters)
+{
+    const int32_t room = room_at(characters);
+    const int32_t width = length > room ? room : length < -room ? -room : length;
+    fprintf(stderr, "= \"%*.*s\"\r\n", width, length < 0 ? room : width, characters);
+}
+
 void write_block_value(const t_DLL_ARG &arg)
 {
     const char *value = static_cast<const char *>(arg.ptr);
@@ -47,7 +66,7 @@ void write_block_value(const t_DLL_ARG &arg)
         fprintf(stderr, "= %08x %08x %08x\r\n", word(value, 0), word(value, 1), word(value, 2));
         break;
     case DLL_STRING:
-        fprintf(stderr, "= \"%*.*s\"\r\n", load32(value), load32(value), value + 4);
+        write_block_string(load32(value), value + 4);
         break;
     default:
         break;

@@ -109,6 +109,17 @@ TEST_P(TraceBlock, string_of_negative_length_is_padded_on_the_right)
     EXPECT_EQ(session_.block.get(Head::retcode), KA_NO_MEMORY);
 }
 
+TEST_P(TraceBlock, string_of_a_damaged_length_ends_with_the_segment)
+{
+    session_.prepare("VarArg", {string(std::string_view("ab\0", 3))});
+    const size_t room = static_cast<size_t>(session_.block.size() - session_.at(1) - 4);
+    const std::string blanks(room - 2, ' ');
+    for (const auto &[length, field] : {std::pair(INT32_MAX, blanks + "ab"), std::pair(INT32_MIN, "ab" + blanks)}) {
+        session_.block.store(session_.at(1), length);
+        EXPECT_EQ(dump(), start() + name("VarArg") + descriptor(1, "DLL_STRING", "= \"" + field + "\"\r\n"));
+    }
+}
+
 TEST_P(TraceBlock, other_value_types_have_no_value_line)
 {
     std::vector<Argument> arguments(4, integer(5));
