@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "caller/waiting.h"
 #include "ka/command.h"
@@ -153,6 +155,51 @@ TEST_F(KaShell, history_does_not_grow_without_end)
     EXPECT_EQ(std::count(kept.begin(), kept.end(), '\n'), 1001);
     EXPECT_TRUE(kept.starts_with("give_code 1500\n")) << kept.substr(0, 100);
     EXPECT_TRUE(kept.ends_with("give_code 2499\ngive_code 1\n"));
+}
+
+TEST_F(KaShell, history_of_few_long_lines_is_cut_too)
+{
+    std::filesystem::create_directories(home_ + "/ka");
+    std::ofstream file(home_ + "/ka/history");
+    for (int i = 0; i < 60; i++)
+        file << "measure " << std::string(10000, 'x') << i << "\n";
+    file << "give_code 5\n";
+    file.close();
+    const auto terminal = start({"XDG_STATE_HOME=" + home_});
+    expect(*terminal, up, "return code 5\r\n");
+    const std::string kept = read_file(home_ + "/ka/history");
+    EXPECT_EQ(std::count(kept.begin(), kept.end(), '\n'), 27);
+    EXPECT_TRUE(kept.ends_with("59\ngive_code 5\n"));
+}
+
+TEST_F(KaShell, history_that_is_too_long_is_left_alone)
+{
+    std::filesystem::create_directories(home_ + "/ka");
+    const std::string content = "give_code 7\n" + std::string(1 << 20, 'x') + "\ngive_code 7\n";
+    std::ofstream(home_ + "/ka/history") << content;
+    const auto terminal = start({"XDG_STATE_HOME=" + home_});
+    expect(*terminal, up + "give_code 8", "return code 8\r\n"); // there is no earlier line
+    terminal->type(ctrl_d);
+    expect_end(*terminal, 0);
+    EXPECT_EQ(read_file(home_ + "/ka/history"), content);
+}
+
+TEST_F(KaShell, history_that_is_no_file_hangs_nothing)
+{
+    std::filesystem::create_directories(home_ + "/ka");
+    ASSERT_EQ(mkfifo((home_ + "/ka/history").c_str(), 0600), 0);
+    const auto terminal = start({"XDG_STATE_HOME=" + home_});
+    expect(*terminal, "give_code 8", "return code 8\r\n");
+    terminal->type(ctrl_d);
+    expect_end(*terminal, 0);
+    // Nor is one that somebody reads written to.
+    const int reader = open((home_ + "/ka/history").c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_NE(reader, -1);
+    const auto again = start({"XDG_STATE_HOME=" + home_});
+    expect(*again, "give_code 9", "return code 9\r\n");
+    char byte;
+    EXPECT_EQ(read(reader, &byte, 1), 0);
+    close(reader);
 }
 
 // ---- Completion ------------------------------------------------------------------------------------------------
