@@ -114,6 +114,20 @@ TEST_P(KaArgInfo, smallest_position_wins_for_a_shared_pointer)
     EXPECT_EQ(session_.output(), "kind 2, name values, elcnt 1\n");
 }
 
+// A function may write into its vector. The search asks both questions at each position before it goes on.
+TEST_P(KaArgInfo, pointer_that_is_a_larger_position_wins)
+{
+    const std::vector<Argument> arguments = {integer(1), real("2"), string("c", 5), real("4")};
+    EXPECT_EQ(told("references", arguments, {step(SET_POINTER, 0, 2), step(INFO_AT, 2)}),
+              "kind 2, name a, elcnt 1\n");
+}
+
+TEST_P(KaArgInfo, pointer_that_is_a_smaller_position_loses)
+{
+    const std::vector<Argument> arguments = {real("1"), real("2"), integer(3)};
+    EXPECT_EQ(told("three", arguments, {step(SET_POINTER, 2, 1), step(INFO_AT, 1)}), "kind 4, name b, elcnt 1\n");
+}
+
 TEST_P(KaArgInfo, several_elements_make_the_reference_kinds_arrays)
 {
     const auto at_0 = [this](const char *function, const Argument &argument) {

@@ -30,7 +30,10 @@ enum Op : int32_t {
     INFO_OF,       //  slot        bytes        -       the same for the slot's pointer, moved by bytes
     INFO_NULL,     //  slot        -            -       the same for a null pointer, while the slot is null
     SAME_INFO,     //  x           y            -       writes what KaArgInfo(x) tells after KaArgInfo(y) was asked
-    DUMP,          //  code        count        -       dump_value of slot 0; only in the module inside
+    SET_POINTER, //  slot        value        -       the slot's pointer itself, of a slot that nothing was allocated
+                 //  for
+    BUFFER,      //  -           -            -       standard error is kept in a buffer from now on
+    DUMP,        //  code        count        -       dump_value of slot 0; only in the module inside
 };
 
 struct Step {

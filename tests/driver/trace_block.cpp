@@ -199,5 +199,42 @@ TEST_P(TraceBlock, is_written_at_every_level_above_3)
     }
 }
 
+// ---- When it is written -------------------------------------------------------------------------------------------
+
+// Where standard error has a buffer, a dump arrives at once, with what was written before it; the rest of the trace
+// waits for the next dump or the end.
+TEST_P(TraceBlock, alone_is_flushed)
+{
+    session_.call("none", {}, {step(BUFFER)});
+    session_.output();
+    const std::vector<Argument> references = {integer(1).by_ref(), real("2").by_ref()};
+    session_.call("VarArg", references);
+    const std::string first = session_.output();
+    EXPECT_TRUE(first.ends_with("\r\n")) << first;
+    session_.call("two", {integer(1)});
+    const std::string second = session_.output();
+    EXPECT_NE(second.find("calling VarArg, argc = 2\n"), std::string::npos) << second;
+    EXPECT_TRUE(second.ends_with("\r\n")) << second;
+    session_.host.terminate();
+    EXPECT_NE(session_.output().find("two: wrong number of arguments\n"), std::string::npos);
+}
+
+class BelowTheDump : public testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(Levels, BelowTheDump, testing::Values(1, 2, 3));
+
+TEST_P(BelowTheDump, nothing_is_flushed)
+{
+    Session session(Layout::native, traced(GetParam()));
+    session.call("none", {}, {step(BUFFER)});
+    session.output();
+    session.call("RealArray", {reals({"1", "2"}).by_ref()});
+    session.call("two", {integer(1)});
+    session.call("no such function");
+    session.call("none", {integer(1)});
+    EXPECT_EQ(session.output(), "");
+    session.host.terminate();
+    EXPECT_NE(session.output().find("calling RealArray"), std::string::npos);
+}
+
 } // namespace
 } // namespace driver

@@ -72,6 +72,28 @@ INSTANTIATE_TEST_SUITE_P(CommandLine, Refused,
                          testing::Values(":16", ":96", ":1", ":31", ":33", ":63", ":65", ":128", ":-64", ":-32",
                                          ":-1", ":16:64", ":320", ":4294967360", ":99999999999999999999"));
 
+// What a module's constructors left for the exit is done, whatever the error.
+TEST(CommandLine, start_up_errors_leave_through_exit)
+{
+    Block good, bad_magic, bad_version;
+    bad_magic.store<char>(0, 'x');
+    bad_version.set(Head::version, 0x100);
+    const std::pair<std::vector<std::string>, const char *> starts[] = {
+        {{}, "a host: Illegal call\n"},
+        {{"1:16"}, "a host: Illegal argument: 1:16\n"},
+        {{"2147483647"}, no_such_segment},
+        {{bad_magic.argument()}, "Bad DLL_MAGIC\n"},
+        {{bad_version.argument()}, "Unsupported DLL_VERSION 100\n"},
+    };
+    for (const auto &[arguments, message] : starts) {
+        HostProcess host(
+            good,
+            Start{.module = "at_exit", .arguments = arguments, .name = "a host", .environment = {"AT_EXIT_EARLY=1"}});
+        EXPECT_EQ(host.await_end(), exited(2));
+        EXPECT_EQ(host.errors(), std::string(message) + "at exit\n");
+    }
+}
+
 TEST(CommandLine, no_argument_is_an_illegal_call)
 {
     EXPECT_EQ(start_with({}), (Outcome{exited(2), "a host: Illegal call\n"}));

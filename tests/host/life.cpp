@@ -65,6 +65,27 @@ TEST(Fork, of_a_function_leaves_the_call_to_the_host)
     EXPECT_EQ(host.errors(), both_lines);
 }
 
+// No frame of the host's catches it.
+class ExceptionOutOf : public testing::TestWithParam<const char *> {};
+INSTANTIATE_TEST_SUITE_P(Module, ExceptionOutOf, testing::Values("setup", "call", "cleanup"),
+                         [](const auto &place) { return std::string(place.param); });
+
+TEST_P(ExceptionOutOf, the_module_ends_the_host_by_an_abort)
+{
+    const std::string place_of_it = GetParam();
+    Block block;
+    HostProcess host(block, Start{.module = "throws", .environment = {"THROWS=" + place_of_it}});
+    if (place_of_it != "setup") host.await_idle();
+    place(block, "noop");
+    block.set(Head::retcode, 77);
+    if (place_of_it == "call") host.ring();
+    if (place_of_it == "cleanup") host.ring(SIGTERM);
+    EXPECT_EQ(host.await_end(), killed(SIGABRT));
+    EXPECT_NE(host.errors().find("what():  out of " + place_of_it), std::string::npos) << host.errors();
+    EXPECT_EQ(block.get(Head::retcode), 77);
+    EXPECT_FALSE(host.has_signalled());
+}
+
 class Ending : public testing::TestWithParam<Layout> {};
 
 // SIGTERM to a host in the state that it is in: it ends well, has written nothing more to the block, and is silent.

@@ -3,6 +3,7 @@
 // A module whose functions do what the test asks for, see script.h. DRIVER_LEVEL in the environment is the trace
 // level from the start on.
 #include <malloc.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -86,6 +87,12 @@ void tell_function()
     if (info != KaFuncInfo()) say("two records\n");
 }
 
+void keep_errors()
+{
+    static char room[1 << 16];
+    setvbuf(stderr, room, _IOFBF, sizeof room);
+}
+
 // Steps that change what the host or the caller owns.
 void change(const Step &step, int32_t index, void **argv)
 {
@@ -102,6 +109,12 @@ void change(const Step &step, int32_t index, void **argv)
         break;
     case UNREF:
         say("unref %d\n", u_unref_arg(step.a));
+        break;
+    case SET_POINTER:
+        argv[step.a] = reinterpret_cast<void *>(static_cast<uintptr_t>(step.b));
+        break;
+    case BUFFER:
+        keep_errors();
         break;
     case SET_DOUBLE:
         static_cast<double *>(argv[step.a])[step.b] = step.number;
