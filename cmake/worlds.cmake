@@ -23,6 +23,21 @@ else()
   set(KA_WORLDS 32)
 endif()
 list(GET KA_WORLDS -1 KA_OWN_WORLD)
+# Debian's g++-multilib leads -m32 to the kernel's headers, <asm/...>. It conflicts with cross compilers; beside them,
+# with the compiler's own g++-12-multilib only, they are found where the machine's own are.
+set(KA_KERNEL_HEADERS "")
+if(64 IN_LIST KA_WORLDS)
+  file(CONFIGURE OUTPUT kernel_headers.c CONTENT "#include <asm/errno.h>\n")
+  execute_process(COMMAND ${CMAKE_C_COMPILER} -m32 -fsyntax-only ${CMAKE_CURRENT_BINARY_DIR}/kernel_headers.c
+                  RESULT_VARIABLE missing OUTPUT_QUIET ERROR_QUIET)
+  if(EXISTS /usr/include/asm/errno.h) # which a cross compiler can take away later
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS /usr/include/asm/errno.h)
+  endif()
+  if(missing)
+    set(KA_KERNEL_HEADERS -idirafter /usr/include/${CMAKE_LIBRARY_ARCHITECTURE})
+  endif()
+endif()
+target_compile_options(ka_world_32 INTERFACE ${KA_KERNEL_HEADERS})
 # Doubles are computed in SSE2, so that no result depends on the extra precision of the x87 registers.
 target_compile_options(ka_world_32 INTERFACE -msse2 -mfpmath=sse)
 

@@ -35,7 +35,7 @@ TEST_P(OneDefinition, of_each_type_in_an_archive)
 {
     const linking::Folder folder;
     const std::string root = LINKING_ROOT;
-    std::string includes;
+    std::string includes = " " LINKING_KERNEL_HEADERS;
     for (const char *part :
          {"dll/include", "math/include", "math/decimal/include", "math/decimal/src", "caller/include"})
         includes += " -I" + root + "/" + part;
