@@ -73,7 +73,7 @@ static void release_process(ka_host *host)
     close_fd(&host->status_fd);
     close_fd(&host->syscall_fd);
     host->pid = 0;
-    host->answered = false;
+    host->answered = host->seen_waiting = false;
     host->state = STATE_ENDED;
 }
 
@@ -151,13 +151,26 @@ static int32_t fail_lost(ka_host *host)
     return lose_host(host);
 }
 
+/* A function can end its process with any status. So the status alone does not tell that the host never started: that
+   needs a host that nobody has seen waiting, and no request that it may have taken. A request that was sent to a
+   process which was ending already is not found pending, and counts as taken. */
+static bool may_never_have_started(const ka_host *host)
+{
+    return !host->answered && !host->seen_waiting && (!host->sent || request_is_pending(host));
+}
+
+static bool is_failed_start(const t_REMAINS *remains)
+{
+    return remains->how == CLD_EXITED && (remains->status == HOST_REFUSED || remains->status == LOADER_REFUSED);
+}
+
 int32_t fail_dead(ka_host *host, const char *where)
 {
     if (host->pid_fd != -1 && !owns_process(host)) return fail_lost(host);
+    const bool never_started = may_never_have_started(host);
     bury(host, false);
     const t_REMAINS *remains = &host->remains;
-    const bool refused = remains->status == HOST_REFUSED || remains->status == LOADER_REFUSED;
-    if (!host->answered && remains->how == CLD_EXITED && refused) {
+    if (never_started && is_failed_start(remains)) {
         fail(host, KA_START, "%.300s ended at start with status %d", host->module, remains->status);
         host->error.exit_status = remains->status;
     } else {

@@ -111,6 +111,7 @@ struct ka_host {
     bool openable;       /* the options are sound: it can be started, and started again */
     bool prepared;       /* its tables were read, as far as they can be, and its trace level was set */
     bool answered;       /* this process has answered at least once */
+    bool seen_waiting;   /* it was seen waiting for calls: it has started */
     bool sent;           /* a request for the call that was begun has gone out */
     bool in_callback;    /* the call that was begun has called back */
     bool argc_is_given;  /* given_argc is sent instead of argc */
@@ -259,5 +260,6 @@ t_REST look_for_rest(ka_host *host);
 bool is_idle_again(ka_host *host, bool thoroughly); /* after an answer; true where that cannot be known */
 bool read_signal_sets(int status_fd, uint64_t *caught, uint64_t *ignored); /* of the process as a whole */
 t_REST look_for_first_rest(const ka_host *host);                           /* before anything was sent */
+bool request_is_pending(const ka_host *host); /* not taken yet; also of a zombie. False where that cannot be known */
 
 #endif

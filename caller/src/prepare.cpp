@@ -38,7 +38,8 @@ static int32_t await_ready(ka_host *host, int64_t deadline)
     if (host->answered) return KA_DONE;
     int64_t pause = FIRST_LOOK_NS;
     int looks = 0;
-    for (t_REST rest; (rest = look_for_first_rest(host)) != AT_REST_IDLE && rest != REST_UNKNOWABLE;) {
+    t_REST rest;
+    while ((rest = look_for_first_rest(host)) != AT_REST_IDLE && rest != REST_UNKNOWABLE) {
         looks = rest == AT_REST_IN_CALLBACK ? looks + 1 : 0;
         if (looks == LOOKS_AT_CALLBACK) return fail_callback_at_start(host);
         const int64_t look_again = now_ns() + pause;
@@ -47,6 +48,7 @@ static int32_t await_ready(ka_host *host, int64_t deadline)
         if ((woken & WOKEN_BY_CANCEL) || now_ns() >= deadline) return fail_not_ready(host, woken);
         pause = pause * 2 < LONGEST_LOOK_NS ? pause * 2 : static_cast<int64_t>(LONGEST_LOOK_NS);
     }
+    host->seen_waiting = rest == AT_REST_IDLE;
     return KA_DONE;
 }
 

@@ -53,11 +53,12 @@ void write_time(int64_t time_ns, char text[TIME_TEXT])
     snprintf(text + length, TIME_TEXT - length, ".%03dZ", static_cast<int>(time_ns % NS_PER_S / NS_PER_MS));
 }
 
-const char *exit_status_meaning(int32_t status)
+/* A function can end its process with any status: only a host that failed to start says what failed. */
+const char *exit_status_meaning(const ka_host *host)
 {
-    switch (status) {
-    case 0:
-        return "an orderly end";
+    if (host->remains.status == 0) return "an orderly end";
+    if (host->error.error_class != KA_START) return nullptr;
+    switch (host->remains.status) {
     case 2:
         return "the host could not start; see its standard error";
     case 127:

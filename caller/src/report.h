@@ -25,7 +25,8 @@ int32_t shown_elements(const t_SLOT *slot);
 enum { TIME_TEXT = 32 };
 void write_time(int64_t time_ns, char text[TIME_TEXT]);
 
-const char *exit_status_meaning(int32_t status); /* null when there is none in particular */
+/* Of the process that ended; null when it has none in particular. */
+const char *exit_status_meaning(const ka_host *host);
 const char *retry_name(int32_t retry);
 
 /* The next line of a text, without its end; false at the end of the text. */

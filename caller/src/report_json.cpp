@@ -96,7 +96,7 @@ static void write_process(t_WRITER *writer, const ka_host *host)
     json_bool(writer, "ended_by_library", remains->by_library);
     if (remains->how == CLD_EXITED) {
         json_number(writer, "exit_status", remains->status);
-        json_text(writer, "meaning", exit_status_meaning(remains->status));
+        json_text(writer, "meaning", exit_status_meaning(host));
     } else if (remains->how != 0) {
         write_signal(writer, remains->status);
     }

@@ -79,10 +79,10 @@ static void write_call(t_WRITER *writer, const ka_host *host)
 
 /* ---- The process ----------------------------------------------------------------------------------------------- */
 
-static void write_exit(t_WRITER *writer, int32_t status)
+static void write_exit(t_WRITER *writer, const ka_host *host)
 {
-    const char *meaning = exit_status_meaning(status);
-    write_text(writer, "exit status %d", status);
+    const char *meaning = exit_status_meaning(host);
+    write_text(writer, "exit status %d", host->remains.status);
     if (meaning) write_text(writer, " (%s)", meaning);
 }
 
@@ -103,7 +103,7 @@ static void write_process(t_WRITER *writer, const ka_host *host)
     if (remains->how == 0)
         write_text(writer, "how is not known");
     else if (remains->how == CLD_EXITED)
-        write_exit(writer, remains->status);
+        write_exit(writer, host);
     else
         write_signal(writer, remains->status);
     write_bytes(writer, "\n", 1);

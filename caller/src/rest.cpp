@@ -114,6 +114,12 @@ t_REST look_for_first_rest(const ka_host *host)
     return seen.asleep && seen.caught && seen.blocked == waiting_in_callback ? AT_REST_IN_CALLBACK : NOT_AT_REST;
 }
 
+bool request_is_pending(const ka_host *host)
+{
+    t_LOOK seen;
+    return look(host, &seen) && seen.pending;
+}
+
 /* ---- Idle again ------------------------------------------------------------------------------------------------ */
 
 /* Empty when the process runs. False when this cannot be read, or not by this user. */

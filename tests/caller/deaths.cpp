@@ -302,26 +302,41 @@ TEST(Deadline, is_not_shortened_by_signals_that_interrupt_the_wait)
     EXPECT_EQ(call_with(host, "nap", 200), 0);
 }
 
+// Makes the descriptor readable once the host is inside a function. Every signal is blocked in the thread.
+struct Canceller {
+    Canceller(int event, pid_t host)
+        : thread([event, host] {
+              sigset_t set;
+              sigfillset(&set);
+              pthread_sigmask(SIG_BLOCK, &set, nullptr);
+              EXPECT_TRUE(is_in_function(host));
+              eventfd_write(event, 1);
+          })
+    {
+    }
+    ~Canceller() { thread.join(); }
+    std::thread thread;
+};
+
+// The descriptor stays readable while the host ends; a deaf one still gets SIGKILL after the grace time.
 TEST(Cancellation, ends_the_call_and_the_host)
 {
-    const int event = eventfd(0, EFD_CLOEXEC);
-    {
-        Host host([event](ka_options &options) { options.cancel_fd = event; });
-        const Remains remains(host);
-        std::thread canceller([event] {
-            sigset_t set;
-            sigfillset(&set);
-            pthread_sigmask(SIG_BLOCK, &set, nullptr);
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            eventfd_write(event, 1);
-        });
-        ka_begin(host, "hang");
-        EXPECT_EQ(call_fails(host), KA_CANCELLED);
-        EXPECT_EQ(error_text(host), tasks_module + ": a call of \"hang\" was cancelled");
-        remains.expect_none();
-        canceller.join();
+    for (const char *function : {"hang", "hang_deaf"}) {
+        const int event = eventfd(0, EFD_CLOEXEC);
+        {
+            Host host([event](ka_options &options) {
+                options.cancel_fd = event;
+                options.grace_ms = 100;
+            });
+            const Remains remains(host);
+            const Canceller canceller(event, ka_pid(host));
+            ka_begin(host, function);
+            EXPECT_EQ(call_fails(host), KA_CANCELLED);
+            EXPECT_EQ(error_text(host), tasks_module + ": a call of \"" + function + "\" was cancelled");
+            remains.expect_none();
+        }
+        close(event);
     }
-    close(event);
 }
 
 TEST(Cancellation, before_the_call_keeps_the_function_from_running)

@@ -202,6 +202,15 @@ bool is_setting_up(pid_t pid)
     });
 }
 
+bool is_in_function(pid_t pid)
+{
+    return becomes_true([&] {
+        const uint64_t call = signal_bit(SIGUSR2);
+        const bool ready = (signal_mask(pid, "SigCgt") & call) != 0;
+        return ready && is_asleep(pid) && (signal_mask(pid, "SigBlk") & call) != 0;
+    });
+}
+
 void start_library_thread()
 {
     ka_host *host = nullptr;

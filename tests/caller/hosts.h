@@ -71,6 +71,9 @@ bool becomes_idle(pid_t pid);
 // True once the host sleeps in the module's set-up.
 bool is_setting_up(pid_t pid);
 
+// True once the host sleeps in a function of the module.
+bool is_in_function(pid_t pid);
+
 // Descriptors that this process has open.
 int open_descriptors();
 

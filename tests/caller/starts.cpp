@@ -111,6 +111,52 @@ TEST(Start, status_2_before_the_first_answer_is_a_failed_start)
     }
 }
 
+static const auto raw = [](ka_options &options) { options.checking = KA_RAW; };
+
+// Nobody has seen the host wait, but the call was still pending when it ended.
+TEST(Start, status_2_or_127_before_a_sent_call_was_taken_is_a_failed_start)
+{
+    for (const char *wish : {"call2", "call127"}) {
+        const AtSetUp setup(wish);
+        Host host(raw);
+        EXPECT_EQ(first_call_fails(host), KA_START);
+        EXPECT_EQ(error_text(host), tasks_module + " ended at start with status " + (wish + 4));
+        EXPECT_EQ(ka_last_error(host)->retry, KA_RETRY_NO);
+    }
+}
+
+// The function has run, whatever the status says: it may have had effects.
+TEST(Start, status_of_a_failed_start_out_of_a_function_is_a_death)
+{
+    for (const auto &adjust : {std::function<void(ka_options &)>(), std::function<void(ka_options &)>(raw)}) {
+        for (int32_t status : {2, 127}) {
+            Host host(adjust);
+            ka_begin(host, "leave");
+            ka_add_integer(host, status, KA_BY_VALUE);
+            EXPECT_EQ(call_fails(host), KA_DIED);
+            EXPECT_EQ(error_text(host), tasks_module + ": the host ended with status " + std::to_string(status) +
+                                            " in a call of \"leave\"");
+            EXPECT_EQ(ka_last_error(host)->retry, KA_RETRY_UNSURE);
+            EXPECT_EQ(ka_last_error(host)->exit_status, status);
+            EXPECT_NE(std::string(ka_report_text(host)).find("exit status " + std::to_string(status) + "\n"),
+                      std::string::npos)
+                << ka_report_text(host);
+        }
+    }
+}
+
+TEST(Start, status_of_a_failed_start_after_the_host_was_seen_waiting_is_a_death)
+{
+    const AtSetUp setup("hups2");
+    Host host;
+    ASSERT_NE(ka_host_tables(host), nullptr) << error_text(host);
+    kill(ka_pid(host), SIGHUP);
+    ASSERT_TRUE(ends(ka_pid(host)));
+    EXPECT_EQ(first_call_fails(host), KA_DIED);
+    EXPECT_EQ(error_text(host), tasks_module + ": the host ended with status 2 before its first call");
+    EXPECT_EQ(ka_last_error(host)->retry, KA_RETRY_YES);
+}
+
 TEST(Start, other_ends_before_the_first_answer_are_deaths)
 {
     {

@@ -113,7 +113,7 @@ constexpr Explanation rows[] = {
     {host_exit, 0, "", "", "the host ended in order", "it was told to by SIGTERM, or its caller is gone",
      "nothing to do; when it was not expected: look who sent SIGTERM, or whether the module calls exit(0)"},
     {host_exit, KA_EXIT_START, "KA_EXIT_START", "", "the host could not start",
-     "it was started by hand, or with a wrong segment or block",
+     "it was started by hand, or with a wrong segment or block; or a function ended the process with this status",
      "explain the line that it wrote; modules are started by a caller: ka call MODULE FUNCTION"},
     {host_exit, 126, "", "", "the file was found and could not be run", "no right, or no program", "ka check MODULE"},
     {host_exit, 127, "",

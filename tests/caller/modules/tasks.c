@@ -500,8 +500,26 @@ int32_t KaCall(int32_t index, void **argv)
     return functions[index](argv);
 }
 
-/* KA_TEST_SETUP: exitN ends with status N, killN by signal N, napsN sleeps N milliseconds,
-   errsN writes N bytes to standard error. */
+static int leave_status;
+
+static void leave_in_handler(int signal)
+{
+    (void)signal;
+    _exit(leave_status);
+}
+
+/* Ends with that status when a call has been sent. */
+static void leave_when_called(int status)
+{
+    sigset_t pending;
+    do
+        sigpending(&pending);
+    while (!sigismember(&pending, SIGUSR2));
+    _exit(status);
+}
+
+/* KA_TEST_SETUP: exitN ends with status N, callN likewise but not before a call is pending, hupsN likewise but at the
+   first SIGHUP, killN ends by signal N, napsN sleeps N milliseconds, errsN writes N bytes to standard error. */
 void dll_setup(void)
 {
     const char *wish = getenv("KA_TEST_SETUP");
@@ -509,6 +527,11 @@ void dll_setup(void)
     int32_t number = atoi(wish + 4);
     void *argv[] = {&number};
     if (strncmp(wish, "exit", 4) == 0) leave(argv);
+    if (strncmp(wish, "call", 4) == 0) leave_when_called(number);
+    if (strncmp(wish, "hups", 4) == 0) {
+        leave_status = number;
+        signal(SIGHUP, leave_in_handler);
+    }
     if (strncmp(wish, "kill", 4) == 0) die_by(argv);
     if (strncmp(wish, "naps", 4) == 0) nap(argv);
     if (strncmp(wish, "errs", 4) == 0) write_errors(argv);
