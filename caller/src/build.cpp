@@ -238,6 +238,7 @@ int32_t ka_begin(ka_host *host, const char *function)
     clear_error(host);
     host->build_error = KA_DONE;
     host->sent = host->in_callback = false;
+    host->overwritten = 0;
     host->argc = 0;
     host->argc_is_given = false;
     host->cursor = VALUES_START;

@@ -58,7 +58,7 @@ static void unblock_signal(void)
     if (!was_blocked) pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
-/* The host is dead by now, and its last signal drained: none can arrive unblocked. */
+/* The host is dead by now, and its last signal taken: none can arrive unblocked. */
 static void release_signal(ka_host *host)
 {
     const bool held_here = host->doorbell_thread == gettid();
@@ -70,7 +70,7 @@ static void open_descriptor(ka_host *host)
 {
     const sigset_t set = doorbell_set();
     host->doorbell_fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-    note_owned(host, OWNED_DOORBELL);
+    if (host->doorbell_fd != -1) note_owned(host, OWNED_DOORBELL); /* errno is wanted otherwise */
 }
 
 void reopen_doorbell(ka_host *host)
@@ -89,23 +89,23 @@ static int32_t open_fast(ka_host *host)
 static void close_fast(ka_host *host)
 {
     if (host->doorbell_thread == 0) return;
-    while (drain_doorbell(host))
-        ;
+    for (int attempts = 0; attempts < 4 && drain_doorbell(host) != EAGAIN; attempts++)
+        ; /* two can be pending, and a refusal does not last */
     close_fd(&host->doorbell_fd);
     release_signal(host);
 }
 
 /* Not by the descriptor, which is only waited for: the program may have lost it. */
-bool drain_doorbell(const ka_host *host)
+int drain_doorbell(const ka_host *host)
 {
     constexpr struct timespec no_time = {};
     const sigset_t set = doorbell_set();
-    if (host->doorbell_thread == 0) return false;
-    int taken = 0;
-    do
-        taken = sigtimedwait(&set, nullptr, &no_time);
-    while (taken == -1 && errno == EINTR);
-    return taken != -1;
+    if (host->doorbell_thread == 0) return EAGAIN;
+    int result = -1;
+    do {
+        result = sigtimedwait(&set, nullptr, &no_time);
+    } while (result == -1 && errno == EINTR);
+    return result == -1 ? errno : 0;
 }
 
 /* ---- Safe ------------------------------------------------------------------------------------------------------ */
@@ -131,6 +131,11 @@ static pid_t own_thread(void)
 {
     if (thread_id == 0) thread_id = gettid();
     return thread_id;
+}
+
+pid_t hearing_thread(const ka_host *host)
+{
+    return host->hears ? own_thread() : host->caller;
 }
 
 void start_hearing(ka_host *host)
@@ -194,6 +199,15 @@ void close_doorbell(ka_host *host)
     close_fast(host);
     close_safe(host);
     pthread_mutex_unlock(&lock);
+}
+
+/* The handler stays, or the signal blocked, as long as the program runs. */
+void leave_doorbell(ka_host *host)
+{
+    host->doorbell_open = false;
+    host->listener = nullptr;
+    host->doorbell_thread = 0;
+    close_fd(&host->doorbell_fd);
 }
 
 /* ---- At a fork ------------------------------------------------------------------------------------------------- */

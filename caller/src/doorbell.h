@@ -5,6 +5,7 @@
 #define KA_CALLER_DOORBELL_H
 
 #include <stdint.h>
+#include <sys/types.h>
 
 struct ka_host;
 
@@ -15,9 +16,13 @@ void close_doorbell(ka_host *host);
 /* From before a request or an answer is sent until the reply was seen, this thread is the one that waits for it. */
 void start_hearing(ka_host *host);
 void stop_hearing(ka_host *host);
+pid_t hearing_thread(const ka_host *host); /* what stands in the block as the caller */
 
-/* KA_WAIT_FAST: takes a signal that is pending; false when there is none. */
-bool drain_doorbell(const ka_host *host);
+/* In place of close_doorbell for a host that lives on: nobody is to die of its signals. */
+void leave_doorbell(ka_host *host);
+
+/* KA_WAIT_FAST: takes a signal that is pending. 0; EAGAIN when there is none; or another errno. */
+int drain_doorbell(const ka_host *host);
 
 /* KA_WAIT_FAST: after its descriptor was lost. */
 void reopen_doorbell(ka_host *host);

@@ -14,6 +14,7 @@
 #include <string.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "doorbell.h"
@@ -46,14 +47,35 @@ static void keep_output(ka_host *host)
     host->remains.output_length = read_ring(host->ring, host->remains.output, host->options.ring_bytes);
 }
 
+/* 0 or an errno; info->si_pid is 0 unless it is a zombie. Without WNOWAIT that is taken. Where the descriptor is
+   refused, the number names the same process: it is this program's child until it is taken. */
+static int look_at_child(const ka_host *host, siginfo_t *info, int flags)
+{
+    *info = {};
+    if (waitid(P_PIDFD, static_cast<id_t>(host->pid_fd), info, WEXITED | WNOHANG | flags) == 0) return 0;
+    if (errno == ECHILD) return ECHILD;
+    return waitid(P_PID, static_cast<id_t>(host->pid), info, WEXITED | WNOHANG | flags) == 0 ? 0 : errno;
+}
+
+/* What the module has forked is left in the host's group. The group has the host's number, which belongs to nobody
+   else until the zombie is taken: so nothing is signalled once the program has taken it. */
+static bool end_group(const ka_host *host)
+{
+    siginfo_t info = {};
+    const bool is_ours = look_at_child(host, &info, WNOWAIT) == 0;
+    return is_ours && kill(-host->pid, SIGKILL) == 0;
+}
+
 /* Takes the zombie, and what there is to know about it. */
 static void bury(ka_host *host, bool by_library)
 {
-    siginfo_t info = {};
-    waitid(P_PIDFD, static_cast<id_t>(host->pid_fd), &info, WEXITED | WNOHANG);
+    siginfo_t info;
+    end_group(host);
+    look_at_child(host, &info, 0);
     free_remains(&host->remains);
     host->remains.of_error = true;
     host->remains.by_library = by_library;
+    host->remains.overwritten = host->overwritten;
     host->remains.pid = host->pid;
     host->remains.how = info.si_pid != 0 ? info.si_code : 0;
     host->remains.status = info.si_status;
@@ -83,27 +105,51 @@ int signal_process(const ka_host *host, int signal)
     return syscall(SYS_pidfd_send_signal, host->pid_fd, signal, nullptr, 0) == 0 ? 0 : errno;
 }
 
-/* True once the process is dead. */
-static bool dead_by(const ka_host *host, int64_t until)
+static bool is_dead(const ka_host *host)
 {
-    int woken = 0;
-    do {
-        woken = wait_until(host, -1, until);
-    } while (woken != 0 && (woken & WOKEN_BY_DEATH) == 0);
-    return woken != 0;
+    siginfo_t info;
+    const int error = look_at_child(host, &info, WNOWAIT);
+    return error == ECHILD || info.si_pid != 0;
 }
 
-/* SIGKILL ends a process that outlives the grace time; the kernel may take a moment for it. */
+/* True once the process is dead. Where the system refuses the wait it is looked at every millisecond. */
+static bool dead_by(const ka_host *host, int64_t until)
+{
+    constexpr struct timespec moment = {0, NS_PER_MS};
+    for (;;) {
+        const int woken = wait_until(host, -1, until);
+        if (woken & WOKEN_BY_DEATH) return true;
+        if (woken == 0) return false;
+        if ((woken & WOKEN_BY_ERROR) == 0) continue;
+        if (is_dead(host)) return true;
+        if (now_ns() >= until) return false;
+        clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
+    }
+}
+
+/* A stopped host takes SIGTERM when it goes on. */
+static bool dies_in_order(const ka_host *host)
+{
+    const int error = signal_process(host, SIGTERM);
+    if (error != 0 && error != ESRCH) return false;
+    signal_process(host, SIGCONT);
+    return dead_by(host, deadline_after_ms(host->options.grace_ms));
+}
+
+/* The kernel may take a moment for it. Where the descriptor is refused, SIGKILL to the group reaches the host too. */
+static bool dies_by_force(const ka_host *host, int *error)
+{
+    *error = signal_process(host, SIGKILL);
+    if (*error != 0 && end_group(host)) *error = 0;
+    return dead_by(host, *error == 0 ? deadline_after_ms(5000) : 0);
+}
+
 static void end_process(ka_host *host)
 {
     const int cancel_fd = host->options.cancel_fd;
     host->options.cancel_fd = -1; /* an end is not cancelled */
-    signal_process(host, SIGTERM);
-    signal_process(host, SIGCONT); /* a stopped host takes SIGTERM when it goes on */
-    if (!dead_by(host, deadline_after_ms(host->options.grace_ms))) {
-        signal_process(host, SIGKILL);
-        dead_by(host, deadline_after_ms(5000));
-    }
+    int error = 0;
+    if (!dies_in_order(host) && !dies_by_force(host, &error)) host->left = {host->pid, error};
     host->options.cancel_fd = cancel_fd;
 }
 
@@ -113,6 +159,7 @@ void end_host(ka_host *host)
     if (host->pid_fd != -1) {
         end_process(host);
         bury(host, true);
+        if (host->left.pid == host->pid) leave_doorbell(host);
     }
     release_process(host);
 }
@@ -164,6 +211,16 @@ static bool is_failed_start(const t_REMAINS *remains)
     return remains->how == CLD_EXITED && (remains->status == HOST_REFUSED || remains->status == LOADER_REFUSED);
 }
 
+static void add_overwritten(ka_host *host)
+{
+    char fields[64];
+    const size_t length = strlen(host->error.text);
+    if (host->remains.overwritten == 0) return;
+    write_overwritten(host->remains.overwritten, fields, sizeof fields);
+    snprintf(host->error.text + length, sizeof host->error.text - length,
+             "; the module had overwritten the block's header (%s)", fields);
+}
+
 int32_t fail_dead(ka_host *host, const char *where)
 {
     if (host->pid_fd != -1 && !owns_process(host)) return fail_lost(host);
@@ -178,6 +235,7 @@ int32_t fail_dead(ka_host *host, const char *where)
         fail(host, KA_DIED, " ");
         describe_death(host, remains, text, sizeof text);
         snprintf(host->error.text, sizeof host->error.text, "%.200s: the host %s %s", host->module, text, where);
+        add_overwritten(host);
     }
     host->remains.of_error = true;
     release_process(host);
@@ -185,13 +243,25 @@ int32_t fail_dead(ka_host *host, const char *where)
     return host->error.error_class;
 }
 
+/* Told once: the next ka_close frees the host. */
+static int32_t fail_left(ka_host *host)
+{
+    const t_LEFT left = host->left;
+    host->left = {};
+    fail(host, KA_SYSTEM, "%.200s: process %d is left: %s", host->module, left.pid,
+         left.error != 0 ? errno_text(left.error) : "SIGKILL does not end it");
+    host->error.sys_errno = left.error;
+    return KA_SYSTEM;
+}
+
 int32_t ka_close(ka_host *host)
 {
     HOLD_CANCELLATION;
     if (!host) return KA_DONE;
     if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a host cannot be closed inside its call-back");
-    leave_host(host);
     end_host(host);
+    if (host->left.pid != 0) return fail_left(host);
+    leave_host(host);
     free_remains(&host->remains);
     close_fd(&host->error_fd);
     free(host->report);

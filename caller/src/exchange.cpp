@@ -49,6 +49,12 @@ static int32_t fail_ring(ka_host *host, int error)
     return lose_host(host);
 }
 
+static int32_t fail_wait(ka_host *host, int error)
+{
+    fail_system(host, error, "cannot wait for the host");
+    return lose_host(host);
+}
+
 static int32_t fail_out_of_turn(ka_host *host)
 {
     if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
@@ -99,6 +105,7 @@ static int32_t settle(ka_host *host, int64_t deadline)
         pause = lengthened(pause);
         const int64_t look_again = now_ns() + pause;
         const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
+        if (woken & WOKEN_BY_ERROR) return fail_wait(host, errno);
         if (woken & WOKEN_BY_CANCEL) return fail_exchange(host, EVENT_CANCELLED);
         if (woken & WOKEN_BY_DEATH) return KA_DONE;
         if (now_ns() >= deadline) return fail_settling(host);
@@ -114,13 +121,14 @@ static int32_t settle(ka_host *host, int64_t deadline)
 
 /* A host that was signalled and rests, with the random word in its place that was put there, has either performed a
    function that returned that very word, or nothing at all, since the module has a handler of its own. One more
-   signal tells, for without argc it brings a refusal. True also when the host dies or is late meanwhile, which is
+   signal tells, for without argc it brings a refusal. Done also when the host dies or is late meanwhile, which is
    found after that. */
-static bool hears_calls(ka_host *host, int64_t deadline)
+static int32_t check_hearing(ka_host *host, int64_t deadline)
 {
     const int32_t known = random_word(host);
     const t_REPLY reply = converse(host, known, 0, deadline);
-    return reply.event != EVENT_RETURNED || reply.value != known;
+    if (reply.event == EVENT_UNWAITED) return fail_wait(host, reply.value);
+    return reply.event == EVENT_RETURNED && reply.value == known ? fail_unheard(host) : KA_DONE;
 }
 
 static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
@@ -130,9 +138,11 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
     for (;;) {
         const t_REPLY reply = converse(host, known, argc, deadline);
         if (reply.event == EVENT_NOT_RUNG) return fail_ring(host, reply.value);
+        if (reply.event == EVENT_UNWAITED) return fail_wait(host, reply.value);
         if (reply.event != EVENT_RETURNED && reply.event != EVENT_CALLBACK) return fail_exchange(host, reply.event);
         const bool unchanged = reply.event == EVENT_RETURNED && reply.value == known;
-        if (unchanged && !host->in_callback && !hears_calls(host, deadline)) return fail_unheard(host);
+        if (unchanged && !host->in_callback && check_hearing(host, deadline) != KA_DONE)
+            return host->error.error_class;
         host->answered = true;
         if (reply.event == EVENT_RETURNED) {
             host->losses = 0;
@@ -153,6 +163,7 @@ static int32_t look_before_call(ka_host *host, int64_t deadline)
 {
     if (!regain_process(host)) return fail_dead(host, "between calls");
     const int woken = wait_until(host, -1, 0);
+    if (woken & WOKEN_BY_ERROR) return fail_wait(host, errno);
     if (woken & WOKEN_BY_CANCEL) return fail_exchange(host, EVENT_CANCELLED);
     if (woken & WOKEN_BY_DEATH) fail_dead(host, host->answered ? "between calls" : "before its first call");
     if (host->pid_fd != -1) return KA_DONE;

@@ -59,6 +59,7 @@ static void forget_process(ka_host *host)
     host->inspection = nullptr;
     host->tables = nullptr;
     host->remains = {};
+    host->left = {};
     host->report = nullptr;
     host->argc = 0;
 }

@@ -59,6 +59,7 @@ struct t_MOMENT {
 struct t_REMAINS {
     bool of_error; /* the last error ended the host, or was its end */
     bool by_library;
+    uint32_t overwritten; /* fields of the block's header that the module had overwritten, as bits */
     pid_t pid;
     int32_t how;       /* CLD_EXITED, CLD_KILLED, CLD_DUMPED, or 0 when it is not known */
     int32_t status;    /* exit status or signal */
@@ -66,6 +67,12 @@ struct t_REMAINS {
     ka_tables *tables; /* those it had, or null */
     char *output;      /* the last bytes of its standard error; null when there is no ring */
     int32_t output_length;
+};
+
+/* A process that could not be ended. */
+struct t_LEFT {
+    pid_t pid; /* 0 for none */
+    int error; /* with which it cannot be signalled; 0 when it outlives SIGKILL */
 };
 
 /* Of a start that is under way; -1 otherwise. */
@@ -95,6 +102,7 @@ struct ka_host {
     ka_error error;
     t_MOMENT moment; /* of the error */
     t_REMAINS remains;
+    t_LEFT left;  /* to be told by ka_close */
     char *report; /* the one that was asked for last, or null */
     ka_options options;
     char *module;
@@ -142,6 +150,8 @@ struct ka_host {
     int64_t started_ns; /* when it was started last */
     int32_t losses;     /* ends and failed starts since the last call that succeeded */
 
+    uint32_t overwritten; /* as found at the end of the call, before the header was mended */
+
     int32_t mark;  /* cbval as it was before the host was signalled */
     int32_t known; /* retcode likewise */
     uint64_t random;
@@ -161,6 +171,10 @@ int32_t fail_system(ka_host *host, int error_number, const char *what);
 int32_t clear_error(ka_host *host); /* KA_DONE */
 const char *errno_text(int error_number);
 
+/* report.cpp: names for the bits of overwritten_fields. */
+const char *header_field(int number);                             /* null behind the last */
+void write_overwritten(uint32_t fields, char *text, size_t size); /* "base, pid" */
+
 /* random.cpp */
 void seed_random(ka_host *host);
 int32_t random_word(ka_host *host);
@@ -170,7 +184,8 @@ int32_t check_sizes(ka_host *host);
 int32_t create_segment(ka_host *host);
 void remove_segment(ka_host *host);
 void write_header(ka_host *host);
-void store_caller(ka_host *host, pid_t caller); /* where the host's replies go */
+void store_caller(ka_host *host, pid_t caller);                 /* where the host's replies go */
+uint32_t overwritten_fields(const ka_host *host, pid_t caller); /* of the header; a bit for each */
 void write_descriptor(ka_host *host, int32_t index);
 int32_t descriptor_offset(const ka_host *host, int32_t index);
 int32_t load32(const ka_host *host, int32_t offset);
@@ -211,8 +226,9 @@ bool owns_process(ka_host *host);
 void disown_lost(ka_host *host);
 bool regain_process(ka_host *host);
 
-/* wait.cpp: waits for the first of these things; more than one bit can be set, none when the time is over. */
-enum { WOKEN_BY_SIGNAL = 1, WOKEN_BY_DEATH = 2, WOKEN_BY_CANCEL = 4, WOKEN_BY_PIPE = 8 };
+/* wait.cpp: waits for the first of these things; more than one bit can be set, none when the time is over. An error
+   comes alone: the system refuses the wait, and errno says why. */
+enum { WOKEN_BY_SIGNAL = 1, WOKEN_BY_DEATH = 2, WOKEN_BY_CANCEL = 4, WOKEN_BY_PIPE = 8, WOKEN_BY_ERROR = 16 };
 enum : int64_t { NS_PER_MS = 1000000, NS_PER_S = 1000000000 };
 int wait_until(const ka_host *host, int pipe_fd, int64_t until);
 int64_t now_ns(void);
@@ -221,7 +237,8 @@ int64_t deadline_after_ms(int32_t milliseconds);
 /* ending.cpp */
 void close_fd(int *fd);                              /* unless it is -1, which it becomes */
 int signal_process(const ka_host *host, int signal); /* 0 or an errno */
-/* Ends the process, unless there is none, and releases what belongs to it. The segment stays, and the error. */
+/* Ends the process, unless there is none, and releases what belongs to it. The segment stays, and the error. A
+   process that cannot be ended is noted as left. */
 void end_host(ka_host *host);
 /* The same for a host that has failed; the class of its error. */
 int32_t lose_host(ka_host *host);

@@ -51,7 +51,8 @@ bool check_module(const char *path, char *why, size_t size)
     if (stat(path, &status) != 0) return refuse(why, size, errno == ENOENT ? "no such file" : errno_text(errno));
     if (S_ISDIR(status.st_mode)) return refuse(why, size, "a directory");
     if (!S_ISREG(status.st_mode)) return refuse(why, size, "not a regular file");
-    if (faccessat(AT_FDCWD, path, X_OK, AT_EACCESS) != 0) return refuse(why, size, "not executable");
+    if (faccessat(AT_FDCWD, path, X_OK, AT_EACCESS) != 0)
+        return refuse(why, size, errno == EACCES ? "not executable" : errno_text(errno));
     Elf32_Ehdr header;
     const ssize_t length = read_header(path, &header);
     return length < 0 || check_elf_header(&header, length, why, size);

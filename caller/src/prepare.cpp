@@ -7,13 +7,17 @@
 #include "image.h"
 #include "uncancelled.h"
 
+#include <errno.h>
+
 enum : int64_t { FIRST_LOOK_NS = 50000, LONGEST_LOOK_NS = 2000000 };
 
 /* ---- Ready ----------------------------------------------------------------------------------------------------- */
 
 static int32_t fail_not_ready(ka_host *host, int woken)
 {
-    if (woken & WOKEN_BY_CANCEL)
+    if (woken & WOKEN_BY_ERROR)
+        fail_system(host, errno, "cannot wait for the host");
+    else if (woken & WOKEN_BY_CANCEL)
         fail(host, KA_CANCELLED, "%.300s: the start was cancelled", host->module);
     else
         fail(host, KA_DEADLINE, "%.300s: the host was not ready for a call within %d ms", host->module,
@@ -45,7 +49,7 @@ static int32_t await_ready(ka_host *host, int64_t deadline)
         const int64_t look_again = now_ns() + pause;
         const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
         if (woken & WOKEN_BY_DEATH) return fail_dead(host, "before its first call");
-        if ((woken & WOKEN_BY_CANCEL) || now_ns() >= deadline) return fail_not_ready(host, woken);
+        if ((woken & (WOKEN_BY_CANCEL | WOKEN_BY_ERROR)) || now_ns() >= deadline) return fail_not_ready(host, woken);
         pause = pause * 2 < LONGEST_LOOK_NS ? pause * 2 : static_cast<int64_t>(LONGEST_LOOK_NS);
     }
     host->seen_waiting = rest == AT_REST_IDLE;

@@ -19,6 +19,7 @@
  * request and is at rest. */
 #include "reply.h"
 
+#include <errno.h>
 #include <signal.h>
 
 #include "doorbell.h"
@@ -105,6 +106,7 @@ static t_REPLY await_reply(ka_host *host, int64_t deadline)
     for (;;) {
         const int64_t look_again = now_ns() + pause;
         const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
+        if (woken & WOKEN_BY_ERROR) return {EVENT_UNWAITED, errno};
         if (woken & WOKEN_BY_CANCEL) return {EVENT_CANCELLED, 0};
         const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !signalled;
         signalled |= first_signal;
@@ -125,6 +127,7 @@ t_REPLY converse(ka_host *host, int32_t known, int32_t argc, int64_t deadline)
     const int error = ring(host, argc);
     const t_REPLY reply = error == 0 ? await_reply(host, deadline) : t_REPLY{EVENT_NOT_RUNG, error};
     if (reply.event == EVENT_RETURNED) store32(host, host->layout->argc, 0);
+    if (reply.event != EVENT_RETURNED) host->overwritten = overwritten_fields(host, hearing_thread(host));
     stop_hearing(host);
     return reply;
 }

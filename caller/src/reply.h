@@ -16,6 +16,7 @@ enum t_EVENT {
     EVENT_CANCELLED,
     EVENT_LATE,
     EVENT_UNKNOWABLE,
+    EVENT_UNWAITED, /* the system refuses the wait */
     EVENT_NOT_RUNG
 };
 

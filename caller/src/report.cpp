@@ -68,6 +68,22 @@ const char *exit_status_meaning(const ka_host *host)
     }
 }
 
+const char *header_field(int number)
+{
+    static constexpr const char *names[] = {"magic", "version", "pid", "base", "shmsz", "scratch", nullptr};
+    return names[number];
+}
+
+void write_overwritten(uint32_t fields, char *text, size_t size)
+{
+    size_t length = 0;
+    text[0] = '\0';
+    for (int i = 0; header_field(i) && length < size; i++)
+        if (fields >> i & 1)
+            length += static_cast<size_t>(
+                snprintf(text + length, size - length, "%s%s", length > 0 ? ", " : "", header_field(i)));
+}
+
 const char *retry_name(int32_t retry)
 {
     return retry == KA_RETRY_YES ? "yes" : retry == KA_RETRY_UNSURE ? "unsure" : "no";

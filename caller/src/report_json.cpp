@@ -103,6 +103,15 @@ static void write_process(t_WRITER *writer, const ka_host *host)
     json_close(writer, '}');
 }
 
+static void write_header_damage(t_WRITER *writer, const ka_host *host)
+{
+    const uint32_t fields = concerns_end(host) ? host->remains.overwritten : 0;
+    json_open(writer, "overwritten_header", '[');
+    for (int i = 0; header_field(i); i++)
+        if (fields >> i & 1) json_text(writer, nullptr, header_field(i));
+    json_close(writer, ']');
+}
+
 static void write_moment(t_WRITER *writer, const ka_host *host)
 {
     char text[TIME_TEXT];
@@ -149,6 +158,7 @@ const char *ka_report_json(ka_host *host)
     json_text(&writer, "retry", retry_name(host->error.retry));
     json_text(&writer, "module", host->module);
     write_process(&writer, host);
+    write_header_damage(&writer, host);
     write_moment(&writer, host);
     write_call(&writer, host);
     write_outputs(&writer, host);

@@ -109,6 +109,15 @@ static void write_process(t_WRITER *writer, const ka_host *host)
     write_bytes(writer, "\n", 1);
 }
 
+static void write_header_damage(t_WRITER *writer, const ka_host *host)
+{
+    char fields[64];
+    if (host->remains.overwritten == 0) return;
+    write_overwritten(host->remains.overwritten, fields, sizeof fields);
+    begin_line(writer, "header");
+    write_text(writer, "overwritten by the module: %s\n", fields);
+}
+
 static void write_moment(t_WRITER *writer, const ka_host *host)
 {
     char text[TIME_TEXT];
@@ -160,7 +169,10 @@ const char *ka_report_text(ka_host *host)
     write_text(&writer, "%s\n", host->error.text);
     begin_line(&writer, "module");
     write_text(&writer, "%s\n", host->module);
-    if (concerns_end(host)) write_process(&writer, host);
+    if (concerns_end(host)) {
+        write_process(&writer, host);
+        write_header_damage(&writer, host);
+    }
     write_moment(&writer, host);
     if (concerns_call(host)) write_call(&writer, host);
     write_retry(&writer, host->error.retry);

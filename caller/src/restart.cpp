@@ -4,6 +4,8 @@
  * that was built is complete and the scratch area keeps its content. */
 #include "host.h"
 
+#include <errno.h>
+
 bool can_restart(const ka_host *host)
 {
     return host->options.restart != KA_RESTART_NEVER && host->base;
@@ -22,9 +24,12 @@ static int32_t await_pause(ka_host *host, int64_t deadline)
 {
     const int64_t end = pause_end(host);
     const int64_t until = end < deadline ? end : deadline;
-    while (now_ns() < until)
-        if (wait_until(host, -1, until) & WOKEN_BY_CANCEL)
+    while (now_ns() < until) {
+        const int woken = wait_until(host, -1, until);
+        if (woken & WOKEN_BY_ERROR) return fail_system(host, errno, "cannot wait for the host");
+        if (woken & WOKEN_BY_CANCEL)
             return fail(host, KA_CANCELLED, "%.300s: the pause before a new start was cancelled", host->module);
+    }
     if (end <= deadline) return KA_DONE;
     return fail(host, KA_DEADLINE, "%.300s: after %d ends in a row the host is not started again within %d ms",
                 host->module, host->losses, host->options.deadline_ms);

@@ -79,6 +79,11 @@ void store_caller(ka_host *host, pid_t caller)
     store32(host, offsetof(t_DLL_INFO32, pid), caller);
 }
 
+static const char *scratch_address(const ka_host *host)
+{
+    return host->options.scratch_bytes > 0 ? host->base + host->scratch_offset : nullptr;
+}
+
 /* Written again for every call, since a module can have overwritten it. argc is 0 until a call is complete. */
 void write_header(ka_host *host)
 {
@@ -88,9 +93,30 @@ void write_header(ka_host *host)
     store_caller(host, host->caller);
     store_address(host, layout->base, host->base);
     store32(host, layout->shmsz, host->segment_size);
-    store_address(host, layout->scratch,
-                  host->options.scratch_bytes > 0 ? host->base + host->scratch_offset : nullptr);
+    store_address(host, layout->scratch, scratch_address(host));
     store32(host, layout->argc, 0);
+}
+
+static bool holds_address(const ka_host *host, int32_t offset, const char *address)
+{
+    const uint64_t wide = reinterpret_cast<uintptr_t>(address);
+    return memcmp(host->base + offset, &wide, static_cast<size_t>(host->layout->address_bytes)) == 0;
+}
+
+/* Those that only the caller writes, in the order of their names. */
+uint32_t overwritten_fields(const ka_host *host, pid_t caller)
+{
+    const t_LAYOUT *layout = host->layout;
+    const bool kept[] = {memcmp(host->base, DLL_MAGIC, sizeof(t_DLL_INFO32::magic)) == 0,
+                         load32(host, offsetof(t_DLL_INFO32, version)) == DLL_VERSION,
+                         load32(host, offsetof(t_DLL_INFO32, pid)) == caller,
+                         holds_address(host, layout->base, host->base),
+                         load32(host, layout->shmsz) == host->segment_size,
+                         holds_address(host, layout->scratch, scratch_address(host))};
+    uint32_t fields = 0;
+    for (size_t i = 0; i < sizeof kept / sizeof kept[0]; i++)
+        if (!kept[i]) fields |= uint32_t{1} << i;
+    return fields;
 }
 
 /* ---- The segment ----------------------------------------------------------------------------------------------- */
@@ -143,9 +169,13 @@ static void *attach_segment(ka_host *host, int *error)
         return nullptr;
     }
     void *base = shmat(host->segment_id, nullptr, 0);
+    const bool attached = base != reinterpret_cast<void *>(-1);
+    if (!attached) *error = errno;
+    if (shmctl(host->segment_id, IPC_RMID, nullptr) == 0) return attached ? base : nullptr;
     *error = errno;
-    shmctl(host->segment_id, IPC_RMID, nullptr);
-    return base == reinterpret_cast<void *>(-1) ? nullptr : base;
+    shmctl(host->segment_id, IPC_RMID, nullptr); /* one that nobody marks outlives its users */
+    if (attached) shmdt(base);
+    return nullptr;
 }
 
 int32_t create_segment(ka_host *host)

@@ -38,6 +38,16 @@ struct t_LAUNCH {
 
 /* ---- In the child, where only async-signal-safe functions may be called ---------------------------------------- */
 
+/* A host is never in the foreground of the program's terminal. What it writes there must not stop it, whatever the
+   terminal is set to; and reading there fails. It leaves ignored what it finds ignored. */
+static void ignore_terminal(void)
+{
+    struct sigaction action = {};
+    action.sa_handler = SIG_IGN;
+    sigaction(SIGTTOU, &action, nullptr);
+    sigaction(SIGTTIN, &action, nullptr);
+}
+
 /* All signals are blocked here: a handler of the parent must not run in the child. Ignored signals stay ignored, as
    for any child, but for the two that drive the host. */
 static void reset_signals(void)
@@ -51,6 +61,7 @@ static void reset_signals(void)
         action.sa_handler = SIG_DFL;
         sigaction(number, &action, nullptr);
     }
+    ignore_terminal();
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGUSR2);
@@ -85,6 +96,7 @@ static void await_argument(const t_LAUNCH *launch, char argument[ARGUMENT_SIZE])
 
 __attribute__((noreturn)) static void become_host(const t_LAUNCH *launch)
 {
+    setpgid(0, 0); /* as the parent does: whoever comes first */
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     close(launch->pipes->go[1]);
     char argument[ARGUMENT_SIZE];
@@ -120,6 +132,7 @@ static int launch_process(ka_host *host, const t_LAUNCH *launch)
     const int error = pid == -1 ? errno : 0;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (error != 0) return error;
+    setpgid(pid, pid); /* what the module forks is found by this number */
     host->pid = pid;
     host->pid_fd = pid_fd;
     if (host->listener) host->listener->process = pid;
@@ -173,6 +186,7 @@ static int32_t await_exec(ka_host *host, int report_fd, int64_t deadline)
     int woken = 0;
     while ((woken & (WOKEN_BY_PIPE | WOKEN_BY_CANCEL)) == 0) {
         woken = wait_until(host, report_fd, deadline);
+        if (woken & WOKEN_BY_ERROR) return fail_system(host, errno, "cannot wait for the host");
         if (woken == 0) {
             return fail(host, KA_DEADLINE, "%.300s did not start within %d ms", host->module,
                         host->options.deadline_ms);
@@ -180,8 +194,9 @@ static int32_t await_exec(ka_host *host, int report_fd, int64_t deadline)
     }
     if (woken & WOKEN_BY_CANCEL) return fail(host, KA_CANCELLED, "the start of %.300s was cancelled", host->module);
     int error = 0;
-    if (read(report_fd, &error, sizeof error) == sizeof error) return fail_exec(host, error);
-    return KA_DONE;
+    const ssize_t length = read(report_fd, &error, sizeof error);
+    if (length == -1) return fail_system(host, errno, "cannot read from a pipe");
+    return length == sizeof error ? fail_exec(host, error) : KA_DONE;
 }
 
 /* The child reads until the last writing end is closed, and must not find its reading end the only one when the

@@ -39,6 +39,12 @@ static int poll_until(const ka_host *host, struct pollfd *fds, nfds_t count, int
     }
 }
 
+static int fail_waiting(int error)
+{
+    errno = error;
+    return WOKEN_BY_ERROR;
+}
+
 /* until 0 only looks. Descriptors of -1 are passed over by the kernel. */
 int wait_until(const ka_host *host, int pipe_fd, int64_t until)
 {
@@ -49,10 +55,10 @@ int wait_until(const ka_host *host, int pipe_fd, int64_t until)
     static constexpr int meaning[] = {WOKEN_BY_SIGNAL, WOKEN_BY_DEATH, WOKEN_BY_CANCEL, WOKEN_BY_PIPE};
     const int ready = poll_until(host, fds, 4, until);
     if (ready == INTERRUPTED) return WOKEN_BY_SIGNAL;
-    if (ready <= 0) return 0;
+    if (ready == -1) return WOKEN_BY_ERROR;
     int woken = 0;
     for (int i = 0; i < 4; i++)
         if (fds[i].revents != 0) woken |= meaning[i];
-    if (woken & WOKEN_BY_SIGNAL) drain_doorbell(host);
-    return woken;
+    const int error = woken & WOKEN_BY_SIGNAL ? drain_doorbell(host) : 0;
+    return error != 0 && error != EAGAIN ? fail_waiting(error) : woken;
 }

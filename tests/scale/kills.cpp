@@ -6,8 +6,10 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <random>
+#include <sstream>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
@@ -132,6 +134,19 @@ TEST_P(Kills, of_the_host_leave_nothing_and_are_told)
     EXPECT_TRUE(segments_of_creator_vanish(getpid()));
 }
 
+// Stopped, it has no children but those that are read here.
+static void kill_with_children(pid_t caller)
+{
+    kill(caller, SIGSTOP);
+    waitpid(caller, nullptr, WUNTRACED);
+    for (const auto &thread : std::filesystem::directory_iterator("/proc/" + std::to_string(caller) + "/task")) {
+        std::istringstream children(read_file(thread.path() / "children"));
+        for (pid_t child; children >> child;)
+            kill(child, SIGKILL);
+    }
+    kill(caller, SIGKILL);
+}
+
 // Both at once, so that neither can clean up after the other: what they left unmarked goes with the next start.
 TEST_P(Kills, of_caller_and_host_together_leave_nothing_that_the_next_start_does_not_remove)
 {
@@ -139,13 +154,9 @@ TEST_P(Kills, of_caller_and_host_together_leave_nothing_that_the_next_start_does
     const Timed timed("kills of both", count);
     for (int32_t i = 0; i < count; i++) {
         const pid_t caller = fork();
-        if (caller == 0) {
-            setpgid(0, 0); // its hosts belong to the same group
-            live(options());
-        }
-        setpgid(caller, caller);
+        if (caller == 0) live(options());
         std::this_thread::sleep_for(moment());
-        kill(-caller, SIGKILL);
+        kill_with_children(caller);
         ASSERT_TRUE(all_children_end()) << "kill " << i << ", KA_SEED=" << seed;
         const ka_options used = options();
         ka_host *host;

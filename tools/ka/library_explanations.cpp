@@ -123,15 +123,23 @@ constexpr Explanation rows[] = {
      "cannot handle SIGUSR2\n"
      "cannot read the host's state from /proc\n"
      "cannot signal the host\n"
+     "process %d is left: %s\n"
+     "SIGKILL does not end it\n"
      "cannot copy error_fd\n"
      "cannot create a shared segment of %d bytes\n"
      "cannot write to a pipe\n"
+     "cannot read from a pipe\n"
      "cannot create a process\n"
      "cannot create a pipe\n"
      "cannot collect the host's standard error",
      "the system refused what a host needs; its own reason follows the colon",
      "a limit of processes, descriptors, pipes or shared segments; a /proc that is not mounted; or a sandbox",
      "ulimit -a, ipcs -l and /proc/sys/kernel/shm* show the limits; close hosts that are not used"},
+    {error, NO_NUMBER, "", "the module had overwritten the block's header (%s)",
+     "the host ended after its module had written into fields that only the caller writes",
+     "a pointer gone astray, or an array or string that was written past its end",
+     "compare what the function writes with the lengths that it was given; ka call --trace 4 shows the block before "
+     "the call"},
     {error, NO_NUMBER, "", "there is no memory for another host\nno memory", "the program has no memory left",
      "ulimit -v, a limit of the container, or a 32-bit program that is full", "raise the limit, or close hosts"},
     {error, NO_NUMBER, "", "ended, how is not known",

@@ -165,8 +165,10 @@ KA_API void ka_options_init(ka_options *options, uint32_t size);
    set also when the start failed, for ka_last_error and ka_close; it is null only when there is no memory. */
 KA_API int32_t ka_open(ka_host **host, const char *module, const ka_options *options);
 
-/* Ends the host: SIGTERM, and SIGKILL when it outlives the grace time. Frees everything; host may be null.
-   KA_ARGUMENT, and nothing is done, inside a call-back. */
+/* Ends the host: SIGTERM, and SIGKILL when it outlives the grace time; what it has forked gets SIGKILL after it,
+   where it is still in the host's process group. Frees everything; host may be null. KA_ARGUMENT, and nothing is
+   done, inside a call-back. KA_SYSTEM when a process of this host could not be ended: ka_last_error names it, and the
+   host must be closed once more, which frees it. */
 KA_API int32_t ka_close(ka_host *host);
 
 /* The host's last error; valid until the next function is called on the host. A null host: no memory. */

@@ -209,7 +209,9 @@ private:
         State &operator=(const State &) = delete;
         ~State()
         {
-            if (ka_close(host) != KA_DONE) std::terminate();
+            const std::int32_t status = ka_close(host);
+            if (status == KA_ARGUMENT) std::terminate();
+            if (status != KA_DONE) ka_close(host); // of a process that is left nobody can be told
         }
 
         void open(const std::string &module, const ka_options &options)

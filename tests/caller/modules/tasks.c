@@ -219,6 +219,25 @@ static int32_t ring_and_die(void **argv)
     return 0;
 }
 
+/* A child that sleeps for ever, in a session of its own when the argument says so; its process id. */
+static int32_t fork_sleeper(void **argv)
+{
+    const pid_t child = fork();
+    if (child != 0) return child;
+    if (*(int32_t *)argv[0] != 0) setsid();
+    for (;;)
+        pause();
+}
+
+/* The errno with which the terminal cannot be read; 0 when it can. */
+static int32_t read_terminal(void **argv)
+{
+    char byte;
+    (void)argv;
+    const int fd = open("/dev/tty", O_RDWR);
+    return fd != -1 && read(fd, &byte, 1) >= 0 ? 0 : errno;
+}
+
 /* ---- Standard error -------------------------------------------------------------------------------------------- */
 
 /* So many bytes in pieces of uneven size: a running number in each eight of them. */
@@ -308,6 +327,20 @@ static int32_t scribble_base(void **argv)
 {
     (void)argv;
     memset((char *)u_get_baseptr() + offsetof(t_DLL_INFO32, base), 0x55, 4);
+    return 0;
+}
+
+/* Spoils the four bytes of the block at that offset. */
+static int32_t overwrite(void **argv)
+{
+    memset((char *)u_get_baseptr() + *(int32_t *)argv[0], 0x55, 4);
+    return 0;
+}
+
+static int32_t overwrite_and_die(void **argv)
+{
+    overwrite(argv);
+    kill(getpid(), SIGKILL);
     return 0;
 }
 
@@ -449,6 +482,10 @@ t_DLL_FUNC KaFuncList[] = {
     {"take_calls", 0, 0, NULL},
     {"pretend_and_die", 10, 1, NULL},
     {"reply_early", 34, 2, NULL},
+    {"overwrite", 10, 1, NULL},
+    {"overwrite_and_die", 10, 1, NULL},
+    {"fork_sleeper", 10, 1, NULL},
+    {"read_terminal", 0, 0, NULL},
     {NULL, 0, 0, NULL},
 };
 
@@ -492,6 +529,10 @@ static int32_t (*const functions[])(void **) = {
     take_calls,
     pretend_and_die,
     reply_early,
+    overwrite,
+    overwrite_and_die,
+    fork_sleeper,
+    read_terminal,
 };
 /* clang-format on */
 

@@ -1,0 +1,303 @@
+// SPDX-License-Identifier: MIT
+//
+// System calls that fail: a caller that starts, calls and closes a host is traced, and one of its system calls after
+// the other is answered with an error, without being made. Whatever fails, the caller survives, no process and no
+// segment is left, and an error names what the system answered.
+#include "caller/hosts.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "caller/waiting.h"
+
+namespace {
+
+constexpr int refusal = EDOM; // no system call answers that by itself
+
+struct Step {
+    int32_t status = -1; // not made
+    ka_error error{};
+};
+
+// Shared with the caller.
+struct Outcome {
+    Step open;
+    Step call;
+    Step close;
+    bool child_is_left = false;
+    bool finished = false; // from here on nothing fails
+};
+
+// The numbers of the system calls that fail, and which one of them: counted from 0, and alone or with all that
+// follow.
+struct Fault {
+    std::vector<long> numbers; // empty for any
+    int first = 0;
+    bool lasts = false;
+};
+
+class Faults : public testing::TestWithParam<int32_t> {
+protected:
+    Faults()
+    {
+        prctl(PR_SET_CHILD_SUBREAPER, 1);
+        outcome = static_cast<Outcome *>(
+            mmap(nullptr, sizeof *outcome, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    }
+    ~Faults() override { munmap(outcome, sizeof *outcome); }
+
+    bool run(const Fault &fault);
+    void expect_nothing_left(const std::string &where) const;
+    void expect_told(const std::string &where) const;
+
+    Outcome *outcome;
+    int exit_status = -1;
+    pid_t caller = 0;
+    long failed = -1; // the number of the last system call that failed
+
+private:
+    [[noreturn]] void live() const;
+    bool trace(const Fault &fault);
+};
+
+INSTANTIATE_TEST_SUITE_P(Ways, Faults, testing::Values(KA_WAIT_SAFE, KA_WAIT_FAST),
+                         [](const auto &way) { return way.param == KA_WAIT_FAST ? "fast" : "safe"; });
+
+void keep(Step *step, ka_host *host, int32_t status)
+{
+    step->status = status;
+    step->error = *ka_last_error(host);
+}
+
+// In the caller.
+void Faults::live() const
+{
+    ka_options options = default_options();
+    options.waiting = GetParam();
+    options.deadline_ms = 20000;
+    options.grace_ms = 2000;
+    ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+    raise(SIGSTOP);
+    ka_host *host;
+    int32_t code = 0;
+    keep(&outcome->open, host, ka_open(&host, tasks_module.c_str(), &options));
+    if (outcome->open.status == KA_DONE) {
+        ka_begin(host, "ask");
+        ka_add_integer(host, 1, KA_BY_VALUE);
+        keep(&outcome->call, host, ka_call(host, &code));
+    }
+    outcome->close.status = ka_close(host);
+    if (outcome->close.status != KA_DONE) keep(&outcome->close, host, outcome->close.status);
+    outcome->finished = true;
+    outcome->child_is_left = waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD;
+    if (outcome->close.status != KA_DONE) ka_close(host);
+    _exit(0);
+}
+
+// ---- The tracer ------------------------------------------------------------------------------------------------
+
+#ifdef __x86_64__
+void set_number(struct user_regs_struct *registers)
+{
+    registers->orig_rax = static_cast<unsigned long long>(-1);
+}
+void set_answer(struct user_regs_struct *registers)
+{
+    registers->rax = static_cast<unsigned long long>(-refusal);
+}
+#else
+void set_number(struct user_regs_struct *registers)
+{
+    registers->orig_eax = -1;
+}
+void set_answer(struct user_regs_struct *registers)
+{
+    registers->eax = -refusal;
+}
+#endif
+
+void change(pid_t pid, void (*set)(struct user_regs_struct *registers))
+{
+    struct user_regs_struct registers;
+    ptrace(PTRACE_GETREGS, pid, nullptr, &registers);
+    set(&registers);
+    ptrace(PTRACE_SETREGS, pid, nullptr, &registers);
+}
+
+// The C library gives up when locks fail; memory and ends do not; and a child is born with its own tests.
+bool can_fail(long number)
+{
+    static const std::vector<long> cannot = {
+        SYS_futex,       SYS_exit,   SYS_exit_group, SYS_rt_sigreturn, SYS_munmap, SYS_mprotect,
+        SYS_brk,         SYS_mmap,   SYS_madvise,    SYS_close,        SYS_shmdt,  SYS_rt_sigprocmask,
+        SYS_sched_yield, SYS_gettid, SYS_getpid,
+#ifdef SYS_mmap2
+        SYS_mmap2,
+#endif
+    };
+    return std::find(cannot.begin(), cannot.end(), number) == cannot.end();
+}
+
+// Lets the caller run to its next entry into or exit from a system call; false when it has ended.
+bool run_on(pid_t pid, int *exit_status)
+{
+    constexpr int at_system_call = SIGTRAP | 0x80;
+    int signal = 0;
+    do {
+        ptrace(PTRACE_SYSCALL, pid, nullptr, signal);
+        if (waitpid(pid, exit_status, __WALL) != pid || !WIFSTOPPED(*exit_status)) return false;
+        signal = WSTOPSIG(*exit_status);
+    } while (signal != at_system_call);
+    return true;
+}
+
+bool Faults::trace(const Fault &fault)
+{
+    int count = 0;
+    while (run_on(caller, &exit_status)) {
+        struct __ptrace_syscall_info info = {};
+        ptrace(PTRACE_GET_SYSCALL_INFO, caller, sizeof info, &info);
+        const auto number = static_cast<long>(info.entry.nr);
+        const bool named = fault.numbers.empty()
+                               ? can_fail(number)
+                               : std::find(fault.numbers.begin(), fault.numbers.end(), number) != fault.numbers.end();
+        if (info.op != PTRACE_SYSCALL_INFO_ENTRY || outcome->finished || !named) continue;
+        const int index = count++;
+        if (fault.lasts ? index < fault.first : index != fault.first) continue;
+        failed = number;
+        change(caller, set_number);
+        if (!run_on(caller, &exit_status)) break;
+        change(caller, set_answer);
+    }
+    return count > fault.first;
+}
+
+// False when there was no such system call.
+bool Faults::run(const Fault &fault)
+{
+    *outcome = {};
+    caller = fork();
+    if (caller == 0) live();
+    EXPECT_EQ(waitpid(caller, nullptr, 0), caller);
+    EXPECT_EQ(ptrace(PTRACE_SETOPTIONS, caller, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL), 0);
+    return trace(fault);
+}
+
+bool no_child_is_left()
+{
+    while (waitpid(-1, nullptr, WNOHANG) > 0)
+        ;
+    return errno == ECHILD;
+}
+
+void Faults::expect_nothing_left(const std::string &where) const
+{
+    EXPECT_TRUE(WIFEXITED(exit_status)) << where << ": the caller was killed by " << strsignal(WTERMSIG(exit_status));
+    EXPECT_TRUE(outcome->finished) << where;
+    EXPECT_EQ(outcome->close.status, KA_DONE) << where << ": " << outcome->close.error.text;
+    EXPECT_FALSE(outcome->child_is_left) << where;
+    EXPECT_TRUE(becomes_true(no_child_is_left)) << where;
+    EXPECT_TRUE(segments_of_creator_vanish(caller)) << where;
+}
+
+// What /proc does not answer costs an error of another number only where nothing else tells how the host stands.
+void Faults::expect_told(const std::string &where) const
+{
+    for (const Step *step : {&outcome->open, &outcome->call}) {
+        if (step->status <= KA_DONE) continue;
+        const std::string text = step->error.text;
+        if (text == "cannot read the host's state from /proc: Input/output error") continue;
+        EXPECT_NE(text.find(strerror(refusal)), std::string::npos) << where << ": " << text;
+        EXPECT_TRUE(step->status == KA_SYSTEM || step->status == KA_START) << where << ": " << text;
+        if (step->status == KA_SYSTEM) {
+            EXPECT_EQ(step->error.sys_errno, refusal) << where << ": " << text;
+        }
+    }
+}
+
+} // namespace
+
+TEST_P(Faults, at_every_system_call_leave_nothing_and_are_told)
+{
+    int faults = 0;
+    int told = 0;
+    for (; run({{}, faults, false}); faults++) {
+        const std::string where = "call " + std::to_string(faults) + ", number " + std::to_string(failed);
+        expect_nothing_left(where);
+        expect_told(where);
+        told += outcome->open.status != KA_DONE || outcome->call.status != KA_DONE ? 1 : 0;
+    }
+    EXPECT_GT(faults, 30);
+    EXPECT_GT(told, 5);
+}
+
+// Reading is also how a host that waits fast hears: what it has sent last is pending then, and must not end the
+// caller.
+TEST_P(Faults, that_last_leave_nothing_and_are_told)
+{
+#ifdef SYS_ppoll_time64
+    const std::vector<long> waits = {SYS_ppoll, SYS_ppoll_time64};
+#else
+    const std::vector<long> waits = {SYS_ppoll};
+#endif
+    const std::vector<long> kinds[] = {waits, {SYS_read}, {SYS_waitid}, {SYS_pidfd_send_signal}, {SYS_kill}};
+    for (const std::vector<long> &numbers : kinds) {
+        int first = 0;
+        for (; run({numbers, first, true}); first++) {
+            const std::string where = "call " + std::to_string(first) + ", number " + std::to_string(numbers[0]);
+            if (numbers[0] != SYS_waitid) expect_nothing_left(where);
+            expect_told(where);
+        }
+        EXPECT_GT(first, 0) << numbers[0];
+    }
+}
+
+// It ends with its caller, then.
+TEST_P(Faults, of_every_signal_to_the_host_are_told_by_close)
+{
+    int told = 0;
+    for (int first = 0; run({{SYS_pidfd_send_signal, SYS_kill}, first, true}); first++) {
+        EXPECT_TRUE(WIFEXITED(exit_status)) << first;
+        EXPECT_TRUE(becomes_true(no_child_is_left)) << first;
+        if (outcome->close.status == KA_DONE) continue;
+        told++;
+        EXPECT_EQ(outcome->close.status, KA_SYSTEM);
+        EXPECT_EQ(outcome->close.error.sys_errno, refusal);
+        EXPECT_NE(std::string(outcome->close.error.text).find(": process "), std::string::npos)
+            << outcome->close.error.text;
+        EXPECT_NE(std::string(outcome->close.error.text).find(std::string(" is left: ") + strerror(refusal)),
+                  std::string::npos)
+            << outcome->close.error.text;
+        EXPECT_TRUE(outcome->child_is_left);
+    }
+    EXPECT_GT(told, 1);
+}
+
+// The kernel refuses to wait for more descriptors than a process may have.
+TEST_P(Faults, of_a_limit_that_forbids_to_wait_are_told)
+{
+    Host host([](ka_options &options) { options.waiting = GetParam(); });
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    const pid_t pid = ka_pid(host);
+    struct rlimit before;
+    getrlimit(RLIMIT_NOFILE, &before);
+    const struct rlimit low = {3, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &low);
+    ka_begin(host, "give_code");
+    ka_add_integer(host, 1, KA_BY_VALUE);
+    EXPECT_EQ(call_fails(host), KA_SYSTEM);
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(ka_last_error(host)->sys_errno, EINVAL);
+    EXPECT_EQ(error_text(host), std::string("cannot wait for the host: ") + strerror(EINVAL));
+    EXPECT_EQ(kill(pid, 0), -1);
+}
