@@ -8,6 +8,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "printable.h"
+
 namespace {
 /* Where the values of an argument are; one of the pointers is used. */
 struct t_SOURCE {
@@ -225,9 +227,7 @@ int32_t ka_add_real(ka_host *host, const char *text, int32_t passing)
 
 void show_name(char shown[SHOWN_NAME], const char *name)
 {
-    snprintf(shown, SHOWN_NAME, "%s", name);
-    for (char *at = shown; *at != '\0'; at++)
-        if (static_cast<unsigned char>(*at) < ' ' || *at == 0x7f) *at = '?';
+    copy_printable(shown, SHOWN_NAME, name);
 }
 
 int32_t ka_begin(ka_host *host, const char *function)

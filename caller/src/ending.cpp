@@ -234,7 +234,7 @@ int32_t fail_dead(ka_host *host, const char *where)
         char text[120];
         fail(host, KA_DIED, " ");
         describe_death(host, remains, text, sizeof text);
-        snprintf(host->error.text, sizeof host->error.text, "%.200s: the host %s %s", host->module, text, where);
+        set_error_text(host, "%.200s: the host %s %s", host->module, text, where);
         add_overwritten(host);
     }
     host->remains.of_error = true;

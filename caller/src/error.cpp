@@ -9,6 +9,8 @@
 #include <string.h>
 #include <time.h>
 
+#include "printable.h"
+
 static const ka_error no_memory = {
     .error_class = KA_SYSTEM,
     .retry = KA_RETRY_YES,
@@ -72,6 +74,23 @@ static void note_moment(ka_host *host)
     host->moment.in_callback = host->in_callback;
 }
 
+/* Paths, names in files and words of users can be in it. */
+static void print_error_text(ka_host *host, const char *format, va_list values)
+{
+    char text[sizeof host->error.text];
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the callers' va_start is not understood
+    vsnprintf(text, sizeof text, format, values);
+    copy_printable(host->error.text, sizeof host->error.text, text);
+}
+
+void set_error_text(ka_host *host, const char *format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    print_error_text(host, format, values);
+    va_end(values);
+}
+
 int32_t fail(ka_host *host, int32_t error_class, const char *format, ...)
 {
     clear_error(host);
@@ -80,8 +99,7 @@ int32_t fail(ka_host *host, int32_t error_class, const char *format, ...)
     host->error.retry = retry_after(error_class, host->sent);
     va_list values;
     va_start(values, format);
-    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the line before it is not understood
-    vsnprintf(host->error.text, sizeof host->error.text, format, values);
+    print_error_text(host, format, values);
     va_end(values);
     return error_class;
 }

@@ -161,12 +161,13 @@ struct ka_host {
     int32_t argc;
     int32_t given_argc;
     int64_t cursor;            /* end of the values so far; beyond the room when the call is too big */
-    char function[SHOWN_NAME]; /* for messages: cut, and without control characters */
+    char function[SHOWN_NAME]; /* for messages: cut, and made printable */
     t_SLOT slots[DLL_MAX_ARGC];
 };
 
 /* error.cpp: store the error and return its class. */
 __attribute__((format(printf, 3, 4))) int32_t fail(ka_host *host, int32_t error_class, const char *format, ...);
+__attribute__((format(printf, 2, 3))) void set_error_text(ka_host *host, const char *format, ...);
 int32_t fail_system(ka_host *host, int error_number, const char *what);
 int32_t clear_error(ka_host *host); /* KA_DONE */
 const char *errno_text(int error_number);

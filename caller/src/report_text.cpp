@@ -21,10 +21,8 @@ static void write_string(t_WRITER *writer, const ka_host *host, const t_SLOT *sl
 {
     char bytes[SHOWN_CHARACTERS];
     const int32_t length = read_string(host, slot, index, bytes, sizeof bytes);
-    write_bytes(writer, "\"", 1);
-    for (int32_t i = 0; i < length && i < SHOWN_CHARACTERS; i++)
-        write_escaped(writer, bytes[i]);
-    write_bytes(writer, "\"", 1);
+    const int32_t shown = length < SHOWN_CHARACTERS ? length : static_cast<int32_t>(SHOWN_CHARACTERS);
+    write_quoted(writer, bytes, static_cast<size_t>(shown));
     if (length > SHOWN_CHARACTERS) write_text(writer, "... (%d characters)", length);
 }
 
@@ -134,18 +132,25 @@ static void write_moment(t_WRITER *writer, const ka_host *host)
 
 /* ---- All of it ------------------------------------------------------------------------------------------------- */
 
+/* A tab is shown as a blank. */
+static void write_line(t_WRITER *writer, const char *start, size_t length)
+{
+    while (const char *tab = static_cast<const char *>(memchr(start, '\t', length))) {
+        const size_t before = static_cast<size_t>(tab - start);
+        write_printable(writer, start, before);
+        write_bytes(writer, " ", 1);
+        start += before + 1;
+        length -= before + 1;
+    }
+    write_printable(writer, start, length);
+}
+
 static void write_lines(t_WRITER *writer, const char *label, const char *text, const char *end)
 {
     t_LINE line;
     while (next_line(&text, end, &line)) {
         begin_line(writer, label);
-        for (size_t i = 0; i < line.length; i++)
-            if (line.start[i] == '\t')
-                write_bytes(writer, " ", 1);
-            else if (line.start[i] == '"' || line.start[i] == '\\')
-                write_bytes(writer, &line.start[i], 1);
-            else
-                write_escaped(writer, line.start[i]);
+        write_line(writer, line.start, line.length);
         write_bytes(writer, "\n", 1);
         label = "";
     }
@@ -168,7 +173,8 @@ const char *ka_report_text(ka_host *host)
     t_WRITER writer = {};
     write_text(&writer, "%s\n", host->error.text);
     begin_line(&writer, "module");
-    write_text(&writer, "%s\n", host->module);
+    write_printable(&writer, host->module, strlen(host->module));
+    write_bytes(&writer, "\n", 1);
     if (concerns_end(host)) {
         write_process(&writer, host);
         write_header_damage(&writer, host);

@@ -8,6 +8,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "printable.h"
+
 /* ---- Text ------------------------------------------------------------------------------------------------------ */
 
 /* There is always room for the terminator. */
@@ -48,17 +50,39 @@ void write_text(t_WRITER *writer, const char *format, ...)
     free(text);
 }
 
-void write_escaped(t_WRITER *writer, char byte)
+/* The character at the start of bytes; how many of them it has. */
+static size_t write_shown(t_WRITER *writer, const char *bytes, size_t length)
 {
-    const unsigned char code = static_cast<unsigned char>(byte);
-    if (byte == '\n')
-        write_bytes(writer, "\\n", 2);
-    else if (byte == '"' || byte == '\\')
-        write_text(writer, "\\%c", byte);
-    else if (code < ' ' || code == 0x7f)
-        write_text(writer, "\\x%02x", code);
+    const size_t shown = printable_length(bytes, length);
+    if (shown == 0)
+        write_text(writer, "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(*bytes)));
     else
-        write_bytes(writer, &byte, 1);
+        write_bytes(writer, bytes, shown);
+    return shown > 0 ? shown : 1;
+}
+
+void write_printable(t_WRITER *writer, const char *bytes, size_t length)
+{
+    for (size_t at = 0; at < length;)
+        at += write_shown(writer, bytes + at, length - at);
+}
+
+void write_quoted(t_WRITER *writer, const char *bytes, size_t length)
+{
+    write_bytes(writer, "\"", 1);
+    for (size_t at = 0; at < length;) {
+        const char byte = bytes[at];
+        if (byte == '\n')
+            write_bytes(writer, "\\n", 2);
+        else if (byte == '"' || byte == '\\')
+            write_text(writer, "\\%c", byte);
+        else {
+            at += write_shown(writer, bytes + at, length - at);
+            continue;
+        }
+        at++;
+    }
+    write_bytes(writer, "\"", 1);
 }
 
 char *finish_writing(t_WRITER *writer)
@@ -71,25 +95,16 @@ char *finish_writing(t_WRITER *writer)
     return writer->text;
 }
 
-/* ---- UTF-8 ----------------------------------------------------------------------------------------------------- */
-
-/* Length of the character at the start of bytes; 0 when there is none. */
-static size_t character_length(const unsigned char *bytes, size_t length)
-{
-    const unsigned char first = bytes[0];
-    if (first < 0x80) return 1;
-    const size_t wanted = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
-    if (first < 0xc2 || first > 0xf4 || wanted > length) return 0;
-    for (size_t i = 1; i < wanted; i++)
-        if ((bytes[i] & 0xc0) != 0x80) return 0;
-    /* Longer than needed, halves of a pair, beyond the last character: told by the second byte. */
-    const unsigned char second = bytes[1];
-    if ((first == 0xe0 && second < 0xa0) || (first == 0xed && second > 0x9f)) return 0;
-    if ((first == 0xf0 && second < 0x90) || (first == 0xf4 && second > 0x8f)) return 0;
-    return wanted;
-}
-
 /* ---- JSON ------------------------------------------------------------------------------------------------------ */
+
+static unsigned code_of(const unsigned char *character, size_t length)
+{
+    if (length == 1) return *character;
+    unsigned code = *character & (0xffU >> (length + 1));
+    for (size_t i = 1; i < length; i++)
+        code = code << 6 | (character[i] & 0x3fU);
+    return code;
+}
 
 static void write_json_character(t_WRITER *writer, const unsigned char *character, size_t length)
 {
@@ -99,8 +114,8 @@ static void write_json_character(t_WRITER *writer, const unsigned char *characte
         write_text(writer, "\\%c", *character);
     else if (*character == '\n')
         write_bytes(writer, "\\n", 2);
-    else if (*character < ' ' || *character == 0x7f)
-        write_text(writer, "\\u%04x", *character);
+    else if (is_obeyed(character, length))
+        write_text(writer, "\\u%04x", code_of(character, length));
     else
         write_bytes(writer, reinterpret_cast<const char *>(character), length);
 }

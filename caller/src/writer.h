@@ -18,8 +18,10 @@ struct t_WRITER {
 
 void write_bytes(t_WRITER *writer, const char *bytes, size_t length);
 __attribute__((format(printf, 2, 3))) void write_text(t_WRITER *writer, const char *format, ...);
-/* A byte of a string in a line of text: itself, or escaped. */
-void write_escaped(t_WRITER *writer, char byte);
+/* Text from outside, on one line: what may not be shown as it is becomes \xHH. */
+void write_printable(t_WRITER *writer, const char *bytes, size_t length);
+/* The same in double quotes, which then are escaped too. */
+void write_quoted(t_WRITER *writer, const char *bytes, size_t length);
 /* Zero-terminated, to be freed; null when there was no memory. */
 char *finish_writing(t_WRITER *writer);
 

@@ -136,7 +136,8 @@ TEST_P(Report, shows_no_control_characters_of_a_module)
     ka_begin(host, "die_oddly");
     ka_add_integer(host, 1, KA_BY_VALUE);
     EXPECT_EQ(call_fails(host), KA_DIED);
-    EXPECT_NE(report_text(host).find("\n  arguments  1 odd?[31m?name = 1\n"), std::string::npos) << report_text(host);
+    EXPECT_NE(report_text(host).find("\n  arguments  1 odd\\x1b[31m\\x07name = 1\n"), std::string::npos)
+        << report_text(host);
 }
 
 TEST_P(Report, of_a_raw_call_knows_no_names)
@@ -200,6 +201,35 @@ TEST_P(Report, survives_what_a_module_left_in_the_block)
     const std::string text = report_text(host);
     EXPECT_NE(text.find("= null, by reference"), std::string::npos) << text;
     EXPECT_NE(text.find("= \"abc\\x00\\x00\", by reference, room for 5"), std::string::npos) << text;
+}
+
+// Control characters, also in good UTF-8; what turns the writing direction; what is not UTF-8.
+TEST_P(Report, escapes_what_a_terminal_would_obey)
+{
+    Host host(layout());
+    const std::string sent = "a\x9b\xc2\x9b\xe2\x80\xae\xed\xa0\x80\x7f\xc3\xa4";
+    ka_begin(host, "die_with");
+    ka_add_string(host, sent.data(), static_cast<int32_t>(sent.size()), 0, KA_BY_VALUE);
+    EXPECT_EQ(call_fails(host), KA_DIED);
+    const std::string text = report_text(host);
+    EXPECT_NE(text.find(R"("a\x9b\xc2\x9b\xe2\x80\xae\xed\xa0\x80\x7f)"
+                        "\xc3\xa4\"\n"),
+              std::string::npos)
+        << text;
+    const std::string object = ka_report_json(host);
+    EXPECT_NE(object.find(R"(\u009b\u202e)"), std::string::npos) << object;
+    EXPECT_NE(object.find(R"(\u007f)"), std::string::npos) << object;
+}
+
+// Paths too, on the one line that an error has.
+TEST(ReportOf, a_path_of_any_bytes_is_one_line)
+{
+    ka_host *host = nullptr;
+    EXPECT_EQ(ka_open(&host, "/no/\x1b[31m\xc2\x9b\n\xff", nullptr), KA_START);
+    const std::string text = ka_last_error(host)->text;
+    EXPECT_EQ(text.find(R"(cannot start /no/\x1b[31m\xc2\x9b\x0a\xff: )"), 0u) << text;
+    EXPECT_EQ(std::string(ka_report_text(host)).find("\n\xff"), std::string::npos);
+    ka_close(host);
 }
 
 // Each is no UTF-8: a lone byte, a character cut short, one longer than needed, half of a pair, beyond the last.
