@@ -41,6 +41,11 @@ void BuiltModule::build(const std::string &name, const std::string &source, cons
     EXPECT_EQ(std::system(command.c_str()), 0) << command;
 }
 
+void BuiltModule::take(const std::string &name) const
+{
+    std::filesystem::rename(folder_ + "/" + name, path());
+}
+
 void BuiltModule::replace(const std::string &from, const std::string &to) const
 {
     std::string bytes = read_file(path());

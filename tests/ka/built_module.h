@@ -20,6 +20,9 @@ public:
     // Compiles another file into the folder.
     void build(const std::string &name, const std::string &source, const std::string &flags) const;
 
+    // Makes a file of the folder the module.
+    void take(const std::string &name) const;
+
     // Replaces bytes of the module: all places where they stand.
     void replace(const std::string &from, const std::string &to) const;
     void put(size_t offset, const std::string &bytes) const;

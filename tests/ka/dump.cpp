@@ -49,7 +49,7 @@ void expect_the_call(const std::string &layout)
           "block: layout " + layout + ", which fits the header better\n", "  pid       " + pid + ", alive\n",
           std::string("  base      0x40000000\n"), std::string("  scratch   none\n"), std::string("  argc      4\n"),
           std::string("function name: STRING by value, at 3000, room 5\n  value     'scale'\n"),
-          std::string("argument 1: STRING by reference, at 3100, room 20\n  value     'it\\'s\\x0a'\n"),
+          std::string("argument 1: STRING by reference, at 3100, room 20\n  value     'it\\'s\\n'\n"),
           std::string("argument 2: INTEGER by value, at 3200, 2 elements, 4 bytes apart\n  value     [-7, 8]\n"),
           std::string("argument 3: REAL by reference, at 3300\n  value     12.5\n")})
         EXPECT_TRUE(says(outcome, line)) << line << "not in\n" << outcome.out;

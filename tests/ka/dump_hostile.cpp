@@ -10,6 +10,7 @@
 
 #include "block.h"
 #include "ka/own_segment.h"
+#include "ka/terminal_text.h"
 
 namespace {
 
@@ -112,7 +113,9 @@ TEST(KaDumpHostile, the_command_survives_and_its_json_can_be_read)
         spoil(segment.bytes, page, random);
         const Outcome text = ka({"dump", "--id", std::to_string(segment.id)});
         EXPECT_TRUE(text.status == 0 || text.status == 1) << text.status << ", seed " << seed;
+        EXPECT_EQ(fault_on_terminal(text.out + text.err), "") << text.out << ", seed " << seed;
         const Outcome json = ka({"dump", "--json", "--layout", "64", "--id", std::to_string(segment.id)});
+        EXPECT_EQ(fault_on_terminal(json.out + json.err), "") << json.out << ", seed " << seed;
         EXPECT_TRUE(nlohmann::json::accept(json.out)) << json.out << ", seed " << seed;
     }
 }

@@ -83,7 +83,7 @@ TEST(KaJsonArguments, objects_say_type_room_and_passing)
     EXPECT_EQ(out_of(R"([{"integer":3,"by_reference":true}])", {"--raw", "describe"}), "any = 3\nreturn code 201\n");
     EXPECT_EQ(out_of(R"([{"hex":"41007f","by_reference":true}])", {"--raw", "describe"}),
               "any = 'A\\x00\\x7f'\nreturn code 801\n");
-    EXPECT_EQ(out_of(R"([["a",{"hex":"ff"}]])", {"shout"}), "texts = ['a!', '\xff!']\nreturn code 0\n");
+    EXPECT_EQ(out_of(R"([["a",{"hex":"ff"}]])", {"shout"}), "texts = ['a!', '\\xff!']\nreturn code 0\n");
 }
 
 TEST(KaJsonArguments, do_not_suit_the_prototypes)

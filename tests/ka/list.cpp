@@ -135,7 +135,7 @@ TEST(KaList, odd_tables_are_shown_as_they_are)
               "twice        -\n"
               "             (never called: another function of that name stands before it)\n"
               "negative     -\n"
-              "bytes        \xffname        IntByReference  INTEGER by reference\n");
+              "bytes        \\xffname     IntByReference  INTEGER by reference\n");
     EXPECT_EQ(nlohmann::json::parse(ka({"list", "--json", modules + "ka_module_odd"}).out)["functions"].size(), 8u);
 }
 

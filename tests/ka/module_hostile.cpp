@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
 // ka list and ka check read files that are damaged: in the headers, in what the dynamic linker reads, in the tables.
-// Whatever stands there, they end with a status of the table and say what is wrong. KA_SEED repeats a run.
+// Whatever stands there, they end with a status of the table and say what is wrong, in
+// words that a terminal only shows. KA_SEED repeats a run.
+#include <cctype>
 #include <cstring>
 #include <elf.h>
 #include <filesystem>
@@ -10,7 +12,9 @@
 #include <random>
 #include <unistd.h>
 
+#include "ka/caller.h"
 #include "ka/command.h"
+#include "ka/terminal_text.h"
 
 namespace {
 
@@ -43,22 +47,39 @@ std::vector<Part> parts_of(const std::string &module)
     return parts;
 }
 
-// A byte with another bit, or a word that does harm where it is trusted.
+// What a terminal would obey, in the middle of a text.
+void damage_text(std::string &module, const Part &part, std::mt19937 &random)
+{
+    static const std::string pieces[] = {"\x1b[31m", "\x1b]0;x\a", "\x9b", "\xc2\x9b", "\x7f", "\r", "\xe2\x80\xae"};
+    const std::string &piece = pieces[random() % std::size(pieces)];
+    const auto is_text = [&](size_t at) { return std::isgraph(static_cast<unsigned char>(module[at])) != 0; };
+    const size_t begin = part.offset + random() % (part.size + 1);
+    for (size_t at = begin; at + piece.size() < std::min(part.offset + part.size, module.size()); at++) {
+        if (at < 2 || !is_text(at - 2) || !is_text(at - 1) || !is_text(at)) continue;
+        module.replace(at, piece.size(), piece);
+        return;
+    }
+}
+
+// A byte with another bit, a word that does harm where it is trusted, or a text that does harm where it is shown.
 void damage(std::string &module, const std::vector<Part> &parts, std::mt19937 &random)
 {
     static constexpr uint32_t words[] = {0, 1, 2, 0xffff, 0x1000, 0x7fffffff, 0x80000000, 0xfffffff0, 0xffffffff};
     const Part &part = parts[random() % parts.size()];
     const size_t at = std::min(part.offset + random() % (part.size + 1), module.size() - sizeof(uint32_t));
     const auto any = static_cast<uint32_t>(random());
-    switch (random() % 3) {
+    switch (random() % 5) {
     case 0:
         module[at] = static_cast<char>(module[at] ^ (1 << random() % 8));
         break;
     case 1:
         std::memcpy(&module[at / 4 * 4], &words[random() % std::size(words)], sizeof(uint32_t));
         break;
-    default:
+    case 2:
         std::memcpy(&module[at / 4 * 4], &any, sizeof any);
+        break;
+    default:
+        damage_text(module, part, random);
     }
 }
 
@@ -68,12 +89,20 @@ unsigned seed_of_run()
     return given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
 }
 
+void expect_harmless(const Outcome &outcome)
+{
+    EXPECT_EQ(fault_on_terminal(outcome.out), "") << outcome.out;
+    EXPECT_EQ(fault_on_terminal(outcome.err), "") << outcome.err;
+}
+
 void expect_listed_or_refused(const std::string &path)
 {
     const Outcome list = ka({"list", "--json", path});
     EXPECT_TRUE(list.status == 0 || list.status == 4) << list.status << list.err;
     EXPECT_TRUE(nlohmann::json::accept(list.out)) << list.out;
     EXPECT_EQ(list.err.empty(), list.status == 0) << list.err;
+    expect_harmless(list);
+    expect_harmless(ka({"list", path}));
 }
 
 void expect_checked(const std::string &path)
@@ -84,6 +113,17 @@ void expect_checked(const std::string &path)
     const auto findings = nlohmann::json::parse(check.out)["findings"];
     EXPECT_TRUE(check.status == 0 || !findings.empty()) << check.out;
     EXPECT_EQ(check.err, "");
+    expect_harmless(check);
+    expect_harmless(ka({"check", "--no-start", path}));
+}
+
+void expect_read_or_refused(const std::string &path)
+{
+    char why[200] = "";
+    ka_tables *tables = ka_read_tables(path.c_str(), why, sizeof why);
+    EXPECT_EQ(tables == nullptr, why[0] != '\0') << why;
+    EXPECT_EQ(fault_on_terminal(why), "") << why;
+    ka_free_tables(tables);
 }
 
 } // namespace
@@ -103,6 +143,7 @@ TEST(KaModuleHostile, damaged_modules_are_read_to_an_end)
         std::ofstream(path, std::ios::binary) << module;
         std::filesystem::permissions(path, std::filesystem::perms::owner_all);
         expect_listed_or_refused(path);
+        expect_read_or_refused(path);
         if (round % 4 == 0) expect_checked(path); // which reads all libraries too
         EXPECT_FALSE(HasFailure()) << "KA_SEED=" << seed << ", round " << round << "; the module is left: " << path;
     }

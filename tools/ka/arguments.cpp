@@ -8,6 +8,7 @@
 
 #include "ka/dll_block.h"
 #include "ka/dll_module.h"
+#include "printable.h"
 #include "results.h"
 
 namespace {

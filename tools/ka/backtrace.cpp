@@ -17,6 +17,8 @@
 #include <sys/user.h>
 #include <vector>
 
+#include "printable.h"
+
 namespace {
 
 // The stack of an endless recursion is deep, and is unwound to its bottom: there stands where it began.
@@ -46,13 +48,13 @@ std::string readable(const char *symbol)
 {
     int status = 0;
     const std::unique_ptr<char, decltype(&free)> name(abi::__cxa_demangle(symbol, nullptr, nullptr, &status), free);
-    return status == 0 ? name.get() : symbol;
+    return printable(status == 0 ? name.get() : symbol);
 }
 
 std::string file_name(const char *path)
 {
     const char *slash = strrchr(path, '/');
-    return slash ? slash + 1 : path;
+    return printable(slash ? slash + 1 : path);
 }
 
 // " at tasks.c:174", or nothing.
@@ -61,7 +63,7 @@ std::string source_line(Dwfl_Module *module, Dwarf_Addr address)
     int line = 0;
     Dwfl_Line *found = dwfl_module_getsrc(module, address);
     const char *file = found ? dwfl_lineinfo(found, nullptr, &line, nullptr, nullptr, nullptr) : nullptr;
-    return file ? " at " + std::string(file) + ":" + std::to_string(line) : "";
+    return file ? " at " + printable(file) + ":" + std::to_string(line) : "";
 }
 
 // The address behind a call can belong to the next line, or the next function.

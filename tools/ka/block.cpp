@@ -9,6 +9,7 @@
 
 #include "ka/caller.h"
 #include "ka/dll_block.h"
+#include "printable.h"
 
 namespace {
 
@@ -68,23 +69,6 @@ std::optional<uint32_t> translate(const Block &block, uint32_t address)
 
 // ---- Values ----------------------------------------------------------------------------------------------------
 
-std::string quoted(const std::string &value)
-{
-    static constexpr char digits[] = "0123456789abcdef";
-    std::string text = "'";
-    for (const char c : value) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '\'' || c == '\\') {
-            text += {'\\', c};
-        } else if (byte < ' ' || byte == 0x7f) {
-            text += {'\\', 'x', digits[byte / 16], digits[byte % 16]};
-        } else {
-            text += c;
-        }
-    }
-    return text + "'";
-}
-
 std::string fault_of(const t_DECIMAL &real)
 {
     if (real.dec_pos == DEC_NULL) return "null: a host ends when it is given one";
@@ -137,7 +121,7 @@ BlockElement read_string(Bytes bytes, uint64_t offset, int32_t room)
     const auto wanted = static_cast<size_t>(element.fault.empty() ? length : std::clamp(room, 0, length));
     const size_t count = std::min({wanted, bytes.size - static_cast<size_t>(begin), shown_characters});
     element.bytes.assign(bytes.data + begin, count);
-    element.text = quoted(element.bytes) + (count < wanted ? "..." : "");
+    element.text = string_literal(element.bytes) + (count < wanted ? "..." : "");
     return element;
 }
 
@@ -285,7 +269,7 @@ std::string why_no_block(Bytes bytes)
     if (found.compare(0, letters, magic, 0, letters) == 0)
         return "it begins with KA.DLL, but bytes 6 and 7 are " + hex(static_cast<unsigned char>(found[6])) + " and " +
                hex(static_cast<unsigned char>(found[7])) + ", not 0";
-    return "it begins with " + quoted(found) + ", not with KA.DLL and two zero bytes";
+    return "it begins with " + string_literal(found) + ", not with KA.DLL and two zero bytes";
 }
 
 int likely_layout(Bytes bytes)

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "ka/dll_block.h"
+#include "printable.h"
 #include "terminal.h"
 
 namespace {
@@ -40,7 +41,7 @@ std::string show_segment(const Dump &dump)
                        (segment.attachments == 1 ? " time" : " times") +
                        (segment.is_removed ? ", removed with the last" : ", not marked for removal") + "\n";
     for (const Attached &process : segment.processes)
-        text += line(role_of(dump, process).c_str(), std::to_string(process.pid) + " " + process.command);
+        text += line(role_of(dump, process).c_str(), std::to_string(process.pid) + " " + printable(process.command));
     return text;
 }
 

@@ -21,6 +21,9 @@ The function's prototypes decide what an argument is (ka list shows them):
   'text':20        a string with room for 20 characters; arrays of strings likewise
   str:20           an empty string with room for 20 characters
   -- -x            what begins like an option stands behind --
+Strings come back in this form, and can be given again: in ka shell as they are printed, on a shell's command line
+within its quotes ("'caf\xe9'"). \xHH is shown for each byte that is not UTF-8, for control characters, and for those
+that end a line or turn the writing direction (U+2028 to U+202E, U+2066 to U+2069).
 What the function can change goes by reference, and is shown when it comes back; a string then has room for 256
 characters unless more or other room is given. A VarArg takes the type that is written: 42 is an INTEGER, 4.2 and 42.0
 are REALs, 'text' is a STRING, and &... goes by reference.
@@ -34,7 +37,8 @@ When the module dies, does not answer in time or is interrupted (ctrl-C), standa
 arguments, how the module ended, and where it stood (not with --repeat).
 
 Results go to standard output, everything else to standard error. With --json standard output gets one object, of an
-error too. A call: "function", "return_code", "results" by name, "milliseconds"; with --repeat "calls",
+error too. A call: "function", "return_code", "results" by name, "milliseconds" (a string that is not UTF-8 is
+{"hex":"636166e9"}, as --args takes it); with --repeat "calls",
 "nonzero_calls", "calls_per_second", "min_ms", "median_ms", "p99_ms", "max_ms". An error: "error", "text", "retry",
 "function", and whatever else is known.)";
 

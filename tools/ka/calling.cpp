@@ -52,7 +52,7 @@ int show_error(ka_host *host, const CallWishes &wishes)
     const ka_error &error = *ka_last_error(host);
     const bool can_help = error.error_class == KA_TOO_BIG && wishes.segment_bytes != 0;
     const int status = exit_status_of(error.error_class);
-    complain(static_cast<ExitStatus>(status), failure_text(host) + (can_help ? " (--segment)" : ""));
+    complain_lines(static_cast<ExitStatus>(status), failure_text(host) + (can_help ? " (--segment)" : ""));
     return wishes.json ? show(failure_json(host, wishes.function) + "\n", status) : status;
 }
 

@@ -13,6 +13,7 @@
 #include "failure.h"
 #include "finding.h"
 #include "host_options.h"
+#include "printable.h"
 #include "subcommand.h"
 #include "terminal.h"
 
@@ -77,6 +78,14 @@ ExitStatus status_of(const Findings &findings)
     }
 }
 
+// What is behind the first line is set off, and is not taken for another finding.
+std::string indented(std::string text)
+{
+    for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at++)
+        text.insert(at + 1, "    ");
+    return text;
+}
+
 std::string show(const std::string &module, const Findings &findings)
 {
     std::string text;
@@ -84,12 +93,13 @@ std::string show(const std::string &module, const Findings &findings)
         const Paint paint = finding.severity >= Severity::error     ? Paint::error
                             : finding.severity == Severity::warning ? Paint::warning
                                                                     : Paint::faint;
-        text += painted(name_of(finding.severity), paint, STDOUT_FILENO) + ": " + module + ": " + finding.text + "\n";
+        text += painted(name_of(finding.severity), paint, STDOUT_FILENO) + ": " + printable(module) + ": " +
+                indented(printable_lines(finding.text)) + "\n";
         if (!finding.remedy.empty()) text += "  " + finding.remedy + "\n";
         for (const std::string &line : finding.backtrace)
-            text += (&line == &finding.backtrace[0] ? "  backtrace  " : "             ") + line + "\n";
+            text += (&line == &finding.backtrace[0] ? "  backtrace  " : "             ") + printable(line) + "\n";
     }
-    return text.empty() ? module + ": " + painted("good", Paint::good, STDOUT_FILENO) + "\n" : text;
+    return text.empty() ? printable(module) + ": " + painted("good", Paint::good, STDOUT_FILENO) + "\n" : text;
 }
 
 std::string json_of(const std::string &module, const Findings &findings)
@@ -100,10 +110,10 @@ std::string json_of(const std::string &module, const Findings &findings)
     json["findings"] = nlohmann::ordered_json::array();
     for (const Finding &finding : findings)
         json["findings"].push_back({{"severity", name_of(finding.severity)},
-                                    {"text", finding.text},
+                                    {"text", printable_lines(finding.text)},
                                     {"remedy", finding.remedy},
                                     {"backtrace", finding.backtrace}});
-    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    return json_line(json) + "\n";
 }
 
 // What the file already shows to fail is not started: the answer would be a second one to the same question.

@@ -12,6 +12,7 @@
 
 #include "finding.h"
 #include "libraries.h"
+#include "printable.h"
 
 namespace {
 
@@ -45,15 +46,17 @@ void check_loader(const ElfFile &program, Findings &findings)
         findings.push_back({Severity::fatal, "it names no loader: a shared library, not a program",
                             "link it as an executable, without -shared"});
     } else if (!std::filesystem::exists(program.loader, unreachable)) {
-        findings.push_back({Severity::fatal, "its loader " + program.loader + " is missing", missing_32_bit});
+        findings.push_back(
+            {Severity::fatal, "its loader " + printable(program.loader) + " is missing", missing_32_bit});
     }
 }
 
 void report_missing(const Libraries &libraries, Findings &findings)
 {
     for (const MissingLibrary &each : libraries.missing) {
-        std::string text = "the library " + each.library + " is missing, which " + each.needed_by + " needs";
-        if (!each.met.empty()) text += " (" + each.met + ")";
+        std::string text =
+            "the library " + printable(each.library) + " is missing, which " + printable(each.needed_by) + " needs";
+        if (!each.met.empty()) text += " (" + printable(each.met) + ")";
         findings.push_back(
             {Severity::fatal, text, "install its 32-bit form, or give its folder by -Wl,-rpath or LD_LIBRARY_PATH"});
     }
@@ -91,7 +94,8 @@ void check_undefined(const ElfFile &program, const Libraries &libraries, Finding
             if (symbol.is_defined || symbol.is_weak || is_own(symbol.name) || provided.contains(symbol.name))
                 continue;
             findings.push_back({Severity::error,
-                                "nothing provides the symbol " + symbol.name + ", which " + file.path + " uses",
+                                "nothing provides the symbol " + printable(symbol.name) + ", which " +
+                                    printable(file.path) + " uses",
                                 "link the library that has it; a call that comes to it ends the host"});
         }
     };
@@ -109,7 +113,8 @@ void check_versions(const ElfFile &file, const Libraries &libraries, Findings &f
         const auto found = std::find_if(libraries.loaded.begin(), libraries.loaded.end(), is_it);
         if (need.is_weak || found == libraries.loaded.end() || found->versions.contains(need.version)) continue;
         findings.push_back({Severity::fatal,
-                            found->path + " has no version " + need.version + ", which " + file.path + " needs",
+                            printable(found->path) + " has no version " + printable(need.version) + ", which " +
+                                printable(file.path) + " needs",
                             "build the module on the oldest system it is to run on, or bring a newer library"});
     }
 }

@@ -7,6 +7,7 @@
 #include "finding.h"
 #include "ka/dll_block.h"
 #include "ka/dll_module.h"
+#include "printable.h"
 
 namespace {
 
@@ -119,7 +120,7 @@ void check_reach(const std::string &name, const std::vector<Prototype> &prototyp
     const size_t vararg = place_of_vararg(prototypes);
     if (vararg + 1 < prototypes.size())
         findings.push_back({Severity::warning,
-                            name + ": the prototypes behind " + prototypes[vararg].name +
+                            name + ": the prototypes behind " + printable(prototypes[vararg].name) +
                                 " (VarArg) are never used: it takes all arguments that follow",
                             "let the VarArg be the last"});
     if (vararg <= DLL_MAX_ARGS && vararg < prototypes.size()) return;
@@ -135,7 +136,7 @@ void check_names(const std::string &name, const std::vector<Prototype> &prototyp
     std::map<std::string, int> seen;
     for (const Prototype &prototype : prototypes)
         if (prototype.has_name && seen[prototype.name]++ == 1)
-            findings.push_back({Severity::note, name + ": two arguments are named " + prototype.name,
+            findings.push_back({Severity::note, name + ": two arguments are named " + printable(prototype.name),
                                 "give them different names: results are shown by them"});
 }
 
@@ -151,7 +152,7 @@ bool check_count(const std::string &name, int32_t count, Findings &findings)
 // False when the prototypes are not all inside the table.
 bool check_place(const Tables &tables, const Function &function, Findings &findings)
 {
-    const std::string name = function.name;
+    const std::string name = printable(function.name);
     const int64_t end = int64_t{function.first} + function.count;
     if (!check_count(name, function.count, findings)) return false;
     if (function.count == 0) return true;
@@ -168,7 +169,7 @@ bool check_place(const Tables &tables, const Function &function, Findings &findi
 void check_prototypes(const std::string &name, const std::vector<Prototype> &prototypes, Findings &findings)
 {
     for (size_t i = 0; i < prototypes.size(); i++) {
-        const std::string shown = prototypes[i].has_name ? " (" + prototypes[i].name + ")" : "";
+        const std::string shown = prototypes[i].has_name ? " (" + printable(prototypes[i].name) + ")" : "";
         check_prototype(name + ": argument " + std::to_string(i + 1) + shown, prototypes[i], findings);
     }
     check_reach(name, prototypes, findings);
@@ -179,7 +180,7 @@ void check_function(const Tables &tables, const Function &function, Findings &fi
 {
     if (!check_place(tables, function, findings)) return;
     const auto begin = tables.prototypes.begin() + (function.count == 0 ? 0 : function.first);
-    check_prototypes(function.name, {begin, begin + function.count}, findings);
+    check_prototypes(printable(function.name), {begin, begin + function.count}, findings);
 }
 
 // ---- All -------------------------------------------------------------------------------------------------------
@@ -195,9 +196,10 @@ void check_functions(const std::vector<Function> &functions, Findings &findings)
             findings.push_back(
                 {Severity::warning, "a function has the empty name", "name it, or end the table before"});
         if (function.name != "?" && seen[function.name]++ == 1)
-            findings.push_back({Severity::warning,
-                                "two functions are named " + function.name + ": only the first can be called",
-                                "rename one of them"});
+            findings.push_back(
+                {Severity::warning,
+                 "two functions are named " + printable(function.name) + ": only the first can be called",
+                 "rename one of them"});
     }
 }
 
@@ -243,12 +245,13 @@ void check_tables(const ka_tables &tables, Findings &findings)
     check_functions(functions, findings);
     for (int32_t i = 0; i < tables.function_count; i++) {
         const ka_function &function = tables.functions[i];
-        if (!check_count(function.name, function.prototype_count, findings)) continue;
+        const std::string name = printable(function.name);
+        if (!check_count(name, function.prototype_count, findings)) continue;
         std::vector<Prototype> prototypes;
         for (int32_t k = 0; k < function.prototype_count; k++) {
             const ka_prototype &each = function.prototypes[k];
             prototypes.push_back({each.name[0] != '\0', each.name, each.kind, each.element_count});
         }
-        check_prototypes(function.name, prototypes, findings);
+        check_prototypes(name, prototypes, findings);
     }
 }

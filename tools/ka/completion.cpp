@@ -13,6 +13,7 @@
 #include "completion_scripts.h"
 #include "description.h"
 #include "exit_status.h"
+#include "printable.h"
 #include "subcommand.h"
 #include "tables.h"
 
@@ -98,8 +99,9 @@ void offer_functions(Answer &answer, const std::string &start, const std::string
     for (const Function &function : read_tables(path_of(module)).functions) {
         std::string arguments;
         for (const Prototype &prototype : function.prototypes)
-            arguments += (arguments.empty() ? "" : " ") + prototype.name;
-        if (seen.insert(function.name).second) offer(answer, start, function.name, arguments);
+            arguments += (arguments.empty() ? "" : " ") + printable(prototype.name);
+        const bool can_be_typed = printable(function.name) == function.name;
+        if (can_be_typed && seen.insert(function.name).second) offer(answer, start, function.name, arguments);
     }
 }
 

@@ -13,6 +13,7 @@
 #include "block_text.h"
 #include "exit_status.h"
 #include "failure.h"
+#include "printable.h"
 #include "subcommand.h"
 #include "usage.h"
 
@@ -138,8 +139,7 @@ int dump_segments(const Wishes &wishes, const std::vector<int> &ids)
         if (wishes.json) list.push_back(dump_json(dump));
         if (!wishes.json) std::cout << show_dump(dump);
     }
-    // Bytes that are no UTF-8 are replaced.
-    if (wishes.json) std::cout << list.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    if (wishes.json) std::cout << json_line(list) << '\n';
     std::cout.flush();
     return std::cout ? status : complain(EXIT_USAGE, "the results could not be written");
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "ka/caller.h"
+#include "printable.h"
 #include "terminal.h"
 
 struct Row {
@@ -57,8 +58,18 @@ std::string exit_status_help()
     return text;
 }
 
-int complain(ExitStatus status, const std::string &text)
+static int tell(ExitStatus status, const std::string &text)
 {
     std::cerr << painted("ka:", Paint::error, STDERR_FILENO) << ' ' << text << '\n';
     return status;
+}
+
+int complain(ExitStatus status, const std::string &text)
+{
+    return tell(status, printable(text));
+}
+
+int complain_lines(ExitStatus status, const std::string &lines)
+{
+    return tell(status, printable_lines(lines));
 }

@@ -13,7 +13,7 @@
 #include "exit_status.h"
 #include "explanations.h"
 #include "failure.h"
-#include "results.h"
+#include "printable.h"
 #include "subcommand.h"
 #include "terminal.h"
 

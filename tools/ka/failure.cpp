@@ -8,6 +8,7 @@
 
 #include "exit_status.h"
 #include "invocation.h"
+#include "printable.h"
 
 // What killed a host, or kept it busy, is worth more than a line; then there is a report of it, else none.
 static const char *report_of(ka_host *host, const char *(*write)(ka_host *))
@@ -46,7 +47,7 @@ static ka_error error_of(int32_t error_class, const std::string &text)
     ka_error error{};
     error.error_class = error_class;
     error.retry = KA_RETRY_NO;
-    text.copy(error.text, sizeof error.text - 1);
+    printable(text).copy(error.text, sizeof error.text - 1);
     return error;
 }
 

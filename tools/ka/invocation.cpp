@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "printable.h"
 #include "results.h"
 
 static std::vector<Result> read_results(ka_host *host, const Invocation &invocation)

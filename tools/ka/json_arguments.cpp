@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "printable.h"
 #include "results.h"
 
 namespace {

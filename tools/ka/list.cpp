@@ -14,6 +14,7 @@
 #include "failure.h"
 #include "interruption.h"
 #include "ka/dll_block.h"
+#include "printable.h"
 #include "prototypes.h"
 #include "results.h"
 #include "subcommand.h"

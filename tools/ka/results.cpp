@@ -8,6 +8,7 @@
 
 #include "ka/dll_block.h"
 #include "ka/dll_codes.h"
+#include "printable.h"
 
 namespace {
 
@@ -19,44 +20,6 @@ std::string show_real(const t_DECIMAL &value)
     char buffer[KA_REAL_TEXT];
     const std::string text = ka_real_to_text(&value, buffer);
     return text.find_first_not_of("-0123456789") == std::string::npos ? text + ".0" : text;
-}
-
-std::string show_byte(unsigned char byte)
-{
-    return {'\\', 'x', hex[byte >> 4], hex[byte & 15]};
-}
-
-// Bytes above 127 stay as they are: they are parts of characters.
-bool is_control(unsigned char byte)
-{
-    return byte < ' ' || byte == 0x7f;
-}
-
-std::string show_character(char c)
-{
-    switch (c) {
-    case '\'':
-        return "\\'";
-    case '\\':
-        return "\\\\";
-    case '\n':
-        return "\\n";
-    case '\t':
-        return "\\t";
-    case '\r':
-        return "\\r";
-    default:
-        const auto byte = static_cast<unsigned char>(c);
-        return is_control(byte) ? show_byte(byte) : std::string(1, c);
-    }
-}
-
-std::string show_string(const std::string &value)
-{
-    std::string text = "'";
-    for (char c : value)
-        text += show_character(c);
-    return text + "'";
 }
 
 std::string hex_json(const std::string &value)
@@ -117,42 +80,22 @@ Argument read_back(ka_host *host, int32_t number, const Argument &sent)
 
 std::string argument_text(const Argument &argument)
 {
-    return joined(argument, show_string, ", ");
+    return joined(argument, string_literal, ", ");
 }
 
 std::string string_json(const std::string &text)
 {
-    try {
-        return nlohmann::json(text).dump();
-    } catch (const nlohmann::json::type_error &) { // not UTF-8
-        return hex_json(text);
-    }
+    return is_utf8(text) ? json_line(text) : hex_json(text);
 }
 
 std::string name_json(const std::string &name)
 {
-    return nlohmann::json(name).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return json_line(name);
 }
 
 std::string argument_json(const Argument &argument)
 {
     return joined(argument, string_json, ",");
-}
-
-std::string printable(const std::string &text)
-{
-    std::string shown;
-    for (char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        shown += is_control(byte) ? show_byte(byte) : std::string(1, c);
-    }
-    return shown;
-}
-
-std::string shortened(const std::string &text)
-{
-    constexpr size_t longest_shown = 60;
-    return printable(text.size() > longest_shown ? text.substr(0, longest_shown) + "..." : text);
 }
 
 std::string meaning_of_refusal(int32_t code)

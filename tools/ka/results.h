@@ -23,12 +23,6 @@ std::string argument_json(const Argument &argument);
 std::string string_json(const std::string &text);
 std::string name_json(const std::string &name);
 
-// A name or message of a module on one line: what is not to be printed becomes \xHH.
-std::string printable(const std::string &text);
-
-// The same, and of a long text its beginning.
-std::string shortened(const std::string &text);
-
 // What a host means that answers code itself; empty when hosts do not.
 std::string meaning_of_refusal(int32_t code);
 

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
+#include "printable.h"
 #include "prototypes.h"
-#include "results.h"
 
 namespace {
 
@@ -41,11 +41,12 @@ std::string signature(const Session &session, const std::string &name)
     return "";
 }
 
+// Those that can be typed.
 std::vector<std::string> function_names(const Session &session)
 {
     std::vector<std::string> names;
     for (const Function &function : session.functions())
-        names.push_back(function.name);
+        if (printable(function.name) == function.name) names.push_back(function.name);
     return names;
 }
 

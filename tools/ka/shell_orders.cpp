@@ -7,6 +7,7 @@
 #include "exit_status.h"
 #include "list.h"
 #include "literal.h"
+#include "printable.h"
 #include "prototypes.h"
 #include "results.h"
 #include "shell_session.h"
@@ -93,9 +94,9 @@ int Session::vars(const Words &)
     std::string text;
     for (const auto &[name, value] : variables_) {
         if (wishes_.json)
-            text += (text.empty() ? "" : ",") + name_json(name) + ":" + name_json(value);
+            text += (text.empty() ? "" : ",") + name_json(name) + ":" + name_json(printable(value));
         else
-            text.append(name).append(" = ").append(value).append("\n");
+            text.append(name).append(" = ").append(printable(value)).append("\n");
     }
     return show(wishes_.json ? "{" + text + "}\n" : text, EXIT_DONE);
 }

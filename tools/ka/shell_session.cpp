@@ -55,7 +55,7 @@ int Session::show_error(const std::string &function)
 {
     const int32_t error_class = ka_last_error(host_)->error_class;
     const std::string remedy = error_class == KA_TOO_BIG ? " (--segment)" : "";
-    const int status = fail(exit_status_of(error_class), failure_text(host_) + remedy);
+    const int status = complain_lines(exit_status_of(error_class), place_ + failure_text(host_) + remedy);
     return wishes_.json ? show(failure_json(host_, function) + "\n", status) : status;
 }
 

@@ -13,6 +13,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include "printable.h"
+
 bool is_terminal(int fd)
 {
     const char *term = std::getenv("TERM");
@@ -88,7 +90,7 @@ struct Progress::Teller {
 };
 
 // Signals are for the thread that waits for them.
-Progress::Progress(std::string what, int64_t total) : what_(std::move(what)), total_(total)
+Progress::Progress(std::string what, int64_t total) : what_(printable(what)), total_(total)
 {
     if (!is_terminal(STDERR_FILENO)) return;
     teller_ = std::make_unique<Teller>();

@@ -12,7 +12,7 @@
 
 #include "failure.h"
 #include "ka/caller.h"
-#include "results.h"
+#include "printable.h"
 #include "subcommand.h"
 
 namespace {
