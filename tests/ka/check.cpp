@@ -8,6 +8,8 @@
 #include <nlohmann/json.hpp>
 #include <random>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "caller/waiting.h"
 #include "ka/built_module.h"
@@ -210,6 +212,48 @@ TEST(KaCheck, says_that_a_call_back_in_dll_setup_is_not_answered)
                    "it does not start: cannot start " + asks.path() +
                        ": dll_setup calls back, and call-backs before the first call are not answered\n  call back",
                    4);
+}
+
+// Of what a process holds: its own memory, and files that are nowhere but in memory.
+static size_t kilobytes_held_by(pid_t pid)
+{
+    const std::string folder = "/proc/" + std::to_string(pid);
+    const std::string status = read_file(folder + "/status");
+    const size_t at = status.find("\nVmHWM:");
+    size_t held = at == std::string::npos ? 0 : std::stoul(status.substr(at + 7));
+    std::error_code ended;
+    for (const auto &entry : std::filesystem::directory_iterator(folder + "/fd", ended)) {
+        struct stat file;
+        const bool is_there = stat(entry.path().c_str(), &file) == 0;
+        if (is_there && S_ISREG(file.st_mode) && file.st_nlink == 0) held += static_cast<size_t>(file.st_size) / 1024;
+    }
+    return held;
+}
+
+TEST(KaCheck, keeps_little_of_a_module_that_writes_without_end)
+{
+    const BuiltModule writes(sound_tables + "static char line[65536] = \"more\\n\";"
+                                            "void dll_setup(void) { for (;;) write(2, line, sizeof line); }");
+    const Running running = start_ka({"check", "--deadline", "1", writes.path()});
+    size_t most = 0;
+    for (siginfo_t end = {}; end.si_pid == 0; usleep(1000)) {
+        most = std::max(most, kilobytes_held_by(running.pid));
+        ASSERT_EQ(waitid(P_PID, static_cast<id_t>(running.pid), &end, WEXITED | WNOHANG | WNOWAIT), 0);
+    }
+    const Outcome outcome = await_ka(running);
+    EXPECT_EQ(outcome.status, 4) << outcome.out;
+    EXPECT_GT(most, 1000u);
+    EXPECT_LT(most, 64u * 1024) << "kB";
+}
+
+// The last of it: what went wrong is mostly told at the end.
+TEST(KaCheck, shows_the_end_of_what_is_written)
+{
+    const BuiltModule ends(sound_tables + "void dll_setup(void) { for (int i = 0; i < 5000; i++)"
+                                          " fprintf(stderr, \"line %d\\n\", i); exit(3); }");
+    const Outcome outcome = check(ends.path());
+    EXPECT_NE(outcome.out.find("\n    line 4998\n    line 4999\n"), std::string::npos) << outcome.out;
+    EXPECT_EQ(outcome.out.find("line 0\n"), std::string::npos) << outcome.out;
 }
 
 // Libraries, RUNPATH and tables of a damaged file are read too, and never beyond it.

@@ -3,9 +3,10 @@
 // See finding.h. First the host is waited for, so that what fails in the start is told apart from what fails in a
 // call; then a call of a function that no module has shows that it answers. Of the module nothing runs but dll_setup
 // and dll_cleanup.
-#include <fcntl.h>
+#include <csignal>
 #include <nlohmann/json.hpp>
-#include <sys/mman.h>
+#include <poll.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "backtrace.h"
@@ -17,38 +18,31 @@
 namespace {
 
 constexpr const char *nobody = "\x01ka check"; // no function is named so
-constexpr size_t shown_bytes = 400;            // of what the module writes
+constexpr size_t shown_bytes = 400;            // of what the module writes, its last
 
-// As long as it lives, what this process and its children write on standard error goes into memory.
-class CaughtErrors {
-public:
-    CaughtErrors() : before_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)), file_(memfd_create("ka", MFD_CLOEXEC))
-    {
-        if (file_ != -1) dup2(file_, STDERR_FILENO);
-    }
-    ~CaughtErrors()
-    {
-        if (before_ != -1) dup2(before_, STDERR_FILENO);
-        close(before_);
-        close(file_);
-    }
-    CaughtErrors(const CaughtErrors &) = delete;
-    CaughtErrors &operator=(const CaughtErrors &) = delete;
+// Of what the host has written on standard error, the end: whole lines, when there are some.
+std::string written_by(ka_host *host)
+{
+    std::string text(shown_bytes, '\0');
+    text.resize(static_cast<size_t>(ka_error_output(host, text.data(), static_cast<int32_t>(text.size()))));
+    const bool is_cut = text.size() == shown_bytes;
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
+        text.pop_back();
+    if (!is_cut) return text;
+    const size_t line_end = text.find('\n');
+    return "..." + (line_end == std::string::npos ? text : text.substr(line_end));
+}
 
-    std::string text() const
-    {
-        std::string text(shown_bytes, '\0');
-        const ssize_t length = file_ == -1 ? 0 : pread(file_, text.data(), text.size(), 0);
-        text.resize(static_cast<size_t>(std::max<ssize_t>(length, 0)));
-        while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
-            text.pop_back();
-        return text;
-    }
-
-private:
-    int before_;
-    int file_;
-};
+// What the module writes as it ends can only be read before the host is closed.
+void end_module(ka_host *host, int grace_ms)
+{
+    const int32_t pid = ka_pid(host);
+    struct pollfd process = {pid == 0 ? -1 : static_cast<int>(syscall(SYS_pidfd_open, pid, 0)), POLLIN, 0};
+    if (process.fd == -1) return;
+    syscall(SYS_pidfd_send_signal, process.fd, SIGTERM, nullptr, 0);
+    if (poll(&process, 1, grace_ms) == 0) syscall(SYS_pidfd_send_signal, process.fd, SIGKILL, nullptr, 0);
+    close(process.fd);
+}
 
 struct Trial {
     int32_t error_class;
@@ -76,13 +70,13 @@ std::vector<std::string> backtrace_of(ka_host *host)
 
 Trial try_module(const std::string &module, int deadline_ms, bool with_tables, Findings &findings)
 {
-    const CaughtErrors caught;
     ka_options options;
     ka_options_init(&options, sizeof options);
     options.deadline_ms = deadline_ms;
     options.cancel_fd = interruption_descriptor();
     options.checking = KA_RAW;
     options.inspector = backtrace_inspector();
+    options.error_output = KA_STDERR_RING;
     ka_host *host = nullptr;
     Trial trial{};
     trial.error_class = ka_open(&host, module.c_str(), &options);
@@ -93,8 +87,9 @@ Trial try_module(const std::string &module, int deadline_ms, bool with_tables, F
     }
     trial.error = ka_last_error(host)->text;
     if (trial.error_class != KA_DONE) trial.backtrace = backtrace_of(host);
+    end_module(host, options.grace_ms);
+    trial.written = written_by(host);
     ka_close(host);
-    trial.written = caught.text();
     return trial;
 }
 
