@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+//
+// System calls that older kernels do not have, and that the filter of a container refuses: the library does without
+// them. Each test runs in a process of its own, which lives under such a filter from then on.
+#include "caller/hosts.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "caller/waiting.h"
+
+namespace {
+
+// From here on the system call is answered so in this process, and in those that it starts.
+bool refuse(long number, int error)
+{
+    struct sock_filter code[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(struct seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<uint32_t>(number), 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<uint32_t>(error)),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const struct sock_fprog program = {sizeof code / sizeof code[0], code};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+class Filtered : public testing::TestWithParam<std::tuple<int32_t, int>> {
+protected:
+    // Steps answer 0, or a number that names what went wrong.
+    static void in_child(const std::function<int()> &steps)
+    {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(30);
+            _exit(steps());
+        }
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0) << "step " << WEXITSTATUS(status);
+    }
+    static int error() { return std::get<1>(GetParam()); }
+    static ka_host *open_host(int32_t error_output)
+    {
+        ka_options options = default_options();
+        options.waiting = std::get<0>(GetParam());
+        options.deadline_ms = 10000;
+        options.error_output = error_output;
+        ka_host *host = nullptr;
+        if (ka_open(&host, tasks_module.c_str(), &options) != KA_DONE)
+            fprintf(stderr, "%s\n", ka_last_error(host)->text);
+        return host;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Ways, Filtered,
+                         testing::Combine(testing::Values(KA_WAIT_SAFE, KA_WAIT_FAST),
+                                          testing::Values(ENOSYS, EPERM)),
+                         [](const auto &way) {
+                             return std::string(std::get<0>(way.param) == KA_WAIT_SAFE ? "safe" : "fast") +
+                                    (std::get<1>(way.param) == ENOSYS ? "_ENOSYS" : "_EPERM");
+                         });
+
+// Many, so that they are listed in more than one piece.
+std::vector<int> open_many()
+{
+    std::vector<int> many;
+    for (int i = 0; i < 200; i++)
+        many.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    return many;
+}
+
+bool is_at_end(int reading_end)
+{
+    struct pollfd end = {reading_end, POLLIN, 0};
+    return poll(&end, 1, 0) == 1 && (end.revents & POLLHUP) != 0;
+}
+
+} // namespace
+
+TEST_P(Filtered, close_range_leaves_the_ring_and_the_programs_descriptors)
+{
+    in_child([] {
+        int ends[2];
+        const std::vector<int> below = open_many();
+        if (pipe2(ends, O_CLOEXEC) != 0 || !refuse(SYS_close_range, error())) return 1;
+        for (int fd = below.front(); fd <= below.back(); fd += 2)
+            close(fd);
+        ka_host *host = open_host(KA_STDERR_RING);
+        if (call_with(host, "write_errors", 16) != 0) return 2;
+        char text[32];
+        if (ka_error_output(host, text, sizeof text) != 16 || std::string(text, 16) != "0000000\n0000001\n") return 3;
+        close(ends[1]);
+        if (!is_at_end(ends[0])) return 4; // nobody holds a copy of the other end
+        if (fcntl(ends[0], F_GETFD) == -1) return 5;
+        return ka_close(host) == KA_DONE ? 0 : 6;
+    });
+}
