@@ -16,6 +16,7 @@
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/single_threaded.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -90,13 +91,24 @@ void make_ready(int fd)
     }
 }
 
+/* A thread may have any stream locked for as long as it likes, standard input while it reads there, and to flush all
+   of them would wait for it. Beside threads only standard output is flushed. */
+bool flush_streams(void)
+{
+    if (__libc_single_threaded != 0) return fflush(nullptr) == 0;
+    if (ftrylockfile(stdout) != 0) return true; /* that thread prints itself */
+    const bool written = fflush_unlocked(stdout) == 0;
+    funlockfile(stdout);
+    return written;
+}
+
 /* Of a stream whose write failed stdio may keep the rest. */
 void flush_descriptors(int last)
 {
     for_each_descriptor(last, make_ready);
-    if (fflush(nullptr) == 0) return;
+    if (flush_streams()) return;
     for_each_descriptor(last, discard_output);
-    fflush(nullptr);
+    flush_streams();
 }
 
 /* The signals by which a write ends or stops a process: a reader can go away at any time. Those that come of these

@@ -228,6 +228,21 @@ TEST_F(ConstructorOutput, changes_nothing_for_others_who_have_the_pipe)
     EXPECT_EQ(fcntl(pipe.write, F_GETFL), flags);
 }
 
+TEST_F(ConstructorOutput, arrives_beside_a_thread_that_reads)
+{
+    const Pair pipe = pipe_pair();
+    live(pipe.write, {"PRINTS=3", "PRINTS_READER=1"});
+    EXPECT_EQ(available(pipe.read), "ooo");
+}
+
+TEST_F(ConstructorOutput, is_dropped_beside_a_thread_that_reads_where_a_pipe_is_full)
+{
+    const Pair pipe = pipe_pair();
+    const size_t size = fill(pipe);
+    live(pipe.write, {"PRINTS=3000", "PRINTS_READER=1"});
+    EXPECT_EQ(available(pipe.read), std::string(size, '.'));
+}
+
 TEST_F(ConstructorOutput, on_standard_error_arrives_there)
 {
     const Pair pipe = pipe_pair();

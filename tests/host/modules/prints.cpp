@@ -7,8 +7,10 @@
 //   PRINTS_WIDE=1    as wide characters
 //   PRINTS_INTO=f    n times 'f' into the file f, opened by the constructor
 //   PRINTS_ERRORS=n  n times 'e' on standard error, into a buffer
+//   PRINTS_READER=1  a thread of the constructor's has standard input locked for ever, as one that reads there does
 //   SETUP_FOLDER=d   dll_setup opens the files 0, 1, 2 and 3 in the folder d
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -36,8 +38,27 @@ void print_wide(int count)
         putwchar(L'o');
 }
 
+pthread_barrier_t reading;
+
+void *read_for_ever(void *)
+{
+    flockfile(stdin);
+    pthread_barrier_wait(&reading);
+    for (;;)
+        pause();
+}
+
+void start_reader()
+{
+    pthread_t thread;
+    pthread_barrier_init(&reading, nullptr, 2);
+    if (pthread_create(&thread, nullptr, read_for_ever, nullptr) != 0) abort();
+    pthread_barrier_wait(&reading);
+}
+
 __attribute__((constructor)) void print_early()
 {
+    if (number("PRINTS_READER") != 0) start_reader();
     static char errors[4096];
     const int buffer = number("PRINTS_BUFFER");
     if (buffer > 0)
