@@ -114,7 +114,7 @@ TEST_P(Refusals, name_the_function_that_is_not_there)
         EXPECT_EQ(refused(host), (Refusal{7, 0, "the module has no function \"" + std::string(name) + "\""}));
     }
     begin(host, "tab\tand\x1b[1m", 0);
-    EXPECT_EQ(refused(host).text, "the module has no function \"tab?and?[1m\"");
+    EXPECT_EQ(refused(host).text, "the module has no function \"tab\\x09and\\x1b[1m\"");
 }
 
 static int32_t argc_in_block(ka_host *host, int32_t layout)

@@ -136,7 +136,7 @@ TEST_P(Report, shows_no_control_characters_of_a_module)
     ka_begin(host, "die_oddly");
     ka_add_integer(host, 1, KA_BY_VALUE);
     EXPECT_EQ(call_fails(host), KA_DIED);
-    EXPECT_NE(report_text(host).find("\n  arguments  1 odd\\x1b[31m\\x07name = 1\n"), std::string::npos)
+    EXPECT_NE(report_text(host).find("\n  arguments  1 odd\\x1b[31m\\x0aname = 1\n"), std::string::npos)
         << report_text(host);
 }
 
