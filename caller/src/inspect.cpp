@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "attendant.h"
+#include "proc.h"
 
 enum {
     TEXT_BYTES = 1 << 14,
@@ -30,7 +31,7 @@ struct t_INSPECTION {
     pthread_mutex_t lock;
     pthread_cond_t changed;
     pid_t pid;
-    int status_fd;
+    pid_t number; /* in /proc */
     ka_inspector *inspector;
     void *user;
     bool settled;   /* traced, or found impossible to trace */
@@ -82,8 +83,10 @@ static bool will_end(const t_INSPECTION *inspection, int signal)
     uint64_t caught = 0;
     uint64_t ignored = 0;
     if (signal == SIGUSR2 || !ends_by_default(signal)) return false;
-    if (!read_signal_sets(inspection->status_fd, &caught, &ignored)) return false;
-    return ((caught | ignored) >> (signal - 1) & 1) == 0;
+    const int status_fd = open_proc_file(inspection->number, "status"); /* the program could close one that is kept */
+    const bool known = status_fd != -1 && read_signal_sets(status_fd, &caught, &ignored);
+    if (status_fd != -1) close(status_fd);
+    return known && ((caught | ignored) >> (signal - 1) & 1) == 0;
 }
 
 /* The first look is kept: a deadly signal can follow the look at a hanging host. */
@@ -172,7 +175,7 @@ void start_inspection(ka_host *host)
     pthread_mutex_init(&inspection->lock, nullptr);
     pthread_cond_init(&inspection->changed, nullptr);
     inspection->pid = host->pid;
-    inspection->status_fd = host->status_fd;
+    inspection->number = number_in_proc(host->pid_fd);
     inspection->inspector = host->options.inspector;
     inspection->user = host->options.user;
     if (create_quiet_thread(&inspection->thread, STACK_BYTES, trace, inspection) != 0) {

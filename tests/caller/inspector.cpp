@@ -258,3 +258,17 @@ TEST_P(Inspector, is_not_called_where_the_system_forbids_tracing)
     });
     EXPECT_EQ(status, 0) << WEXITSTATUS(status);
 }
+
+TEST_P(Inspector, looks_though_the_program_has_closed_what_it_does_not_know)
+{
+    const int status = in_a_process([this] {
+        Host host(with_inspector());
+        if (call_with(host, "give_code", 5) != 5) return 1;
+        closefrom(STDERR_FILENO + 1);
+        ka_begin(host, "fault");
+        if (call_fails(host) != KA_DIED) return 2;
+        if (ka_last_error(host)->signal != SIGSEGV) return 3;
+        return seen.count == 1 && seen.could_look ? 0 : 4;
+    });
+    EXPECT_EQ(status, 0) << WEXITSTATUS(status);
+}
