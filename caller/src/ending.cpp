@@ -57,13 +57,17 @@ static int look_at_child(const ka_host *host, siginfo_t *info, int flags)
     return waitid(P_PID, static_cast<id_t>(host->pid), info, WEXITED | WNOHANG | flags) == 0 ? 0 : errno;
 }
 
+static bool is_child(const ka_host *host)
+{
+    siginfo_t info;
+    return host->pid != 0 && look_at_child(host, &info, WNOWAIT) == 0;
+}
+
 /* What the module has forked is left in the host's group. The group has the host's number, which belongs to nobody
    else until the zombie is taken: so nothing is signalled once the program has taken it. */
 static bool end_group(const ka_host *host)
 {
-    siginfo_t info = {};
-    const bool is_ours = look_at_child(host, &info, WNOWAIT) == 0;
-    return is_ours && kill(-host->pid, SIGKILL) == 0;
+    return is_child(host) && kill(-host->pid, SIGKILL) == 0;
 }
 
 /* Takes the zombie, and what there is to know about it. */
@@ -105,6 +109,14 @@ int signal_process(const ka_host *host, int signal)
     return syscall(SYS_pidfd_send_signal, host->pid_fd, signal, nullptr, 0) == 0 ? 0 : errno;
 }
 
+/* By its number where the descriptor was lost and cannot be had again: it belongs to an unreaped child. */
+static int signal_child(const ka_host *host, int signal)
+{
+    if (host->pid_fd != -1) return signal_process(host, signal);
+    if (!is_child(host)) return ESRCH;
+    return kill(host->pid, signal) == 0 ? 0 : errno;
+}
+
 static bool is_dead(const ka_host *host)
 {
     siginfo_t info;
@@ -117,7 +129,7 @@ static bool dead_by(const ka_host *host, int64_t until)
 {
     constexpr struct timespec moment = {0, NS_PER_MS};
     for (;;) {
-        const int woken = wait_until(host, -1, until);
+        const int woken = host->pid_fd != -1 ? wait_until(host, -1, until) : WOKEN_BY_ERROR;
         if (woken & WOKEN_BY_DEATH) return true;
         if (woken == 0) return false;
         if ((woken & WOKEN_BY_ERROR) == 0) continue;
@@ -130,16 +142,16 @@ static bool dead_by(const ka_host *host, int64_t until)
 /* A stopped host takes SIGTERM when it goes on. */
 static bool dies_in_order(const ka_host *host)
 {
-    const int error = signal_process(host, SIGTERM);
+    const int error = signal_child(host, SIGTERM);
     if (error != 0 && error != ESRCH) return false;
-    signal_process(host, SIGCONT);
+    signal_child(host, SIGCONT);
     return dead_by(host, deadline_after_ms(host->options.grace_ms));
 }
 
 /* The kernel may take a moment for it. Where the descriptor is refused, SIGKILL to the group reaches the host too. */
 static bool dies_by_force(const ka_host *host, int *error)
 {
-    *error = signal_process(host, SIGKILL);
+    *error = signal_child(host, SIGKILL);
     if (*error != 0 && end_group(host)) *error = 0;
     return dead_by(host, *error == 0 ? deadline_after_ms(5000) : 0);
 }
@@ -156,7 +168,7 @@ static void end_process(ka_host *host)
 void end_host(ka_host *host)
 {
     regain_process(host);
-    if (host->pid_fd != -1) {
+    if (host->pid_fd != -1 || is_child(host)) {
         end_process(host);
         bury(host, true);
         if (host->left.pid == host->pid) leave_doorbell(host);
@@ -192,16 +204,22 @@ static void describe_death(ka_host *host, const t_REMAINS *remains, char *text, 
 }
 
 /* What was found is not the death of the process, but that its descriptor is gone. */
+static bool is_lost(ka_host *host)
+{
+    return host->pid_fd != -1 ? !owns_process(host) : !is_dead(host);
+}
+
 static int32_t fail_lost(ka_host *host)
 {
-    fail(host, KA_SYSTEM, "%.300s: the program closed descriptors of the library during a call", host->module);
+    fail(host, KA_SYSTEM, "%.300s: the program closed descriptors of the library%s", host->module,
+         host->pid_fd != -1 ? " during a call" : ", and the system refuses others");
     return lose_host(host);
 }
 
 /* A function can end its process with any status. So the status alone does not tell that the host never started: that
    needs a host that nobody has seen waiting, and no request that it may have taken. A request that was sent to a
    process which was ending already is not found pending, and counts as taken. */
-static bool may_never_have_started(const ka_host *host)
+static bool may_never_have_started(ka_host *host)
 {
     return !host->answered && !host->seen_waiting && (!host->sent || request_is_pending(host));
 }
@@ -223,7 +241,7 @@ static void add_overwritten(ka_host *host)
 
 int32_t fail_dead(ka_host *host, const char *where)
 {
-    if (host->pid_fd != -1 && !owns_process(host)) return fail_lost(host);
+    if (is_lost(host)) return fail_lost(host);
     const bool never_started = may_never_have_started(host);
     bury(host, false);
     const t_REMAINS *remains = &host->remains;

@@ -220,12 +220,15 @@ int32_t start_process(ka_host *host, int64_t deadline);
 /* owned.cpp: the program may have closed our descriptors, and opened others under their numbers. note_owned follows
    each opening; open_views opens what shows the process. disown_lost forgets what is not ours any more, without
    closing it. regain_process, asked once a call and a call-back, opens all anew where the process is lost; false when
-   it cannot be found again. */
+   it cannot be found again. regain_view, asked before its text is believed, and regain_doorbell, where a reply is
+   long in coming, do so for one that is lost alone; regain_view is true when it was. */
 void note_owned(ka_host *host, t_OWNED which);
 void open_views(ka_host *host);
 bool owns_process(ka_host *host);
 void disown_lost(ka_host *host);
 bool regain_process(ka_host *host);
+bool regain_view(ka_host *host, t_OWNED which);
+void regain_doorbell(ka_host *host);
 
 /* wait.cpp: waits for the first of these things; more than one bit can be set, none when the time is over. An error
    comes alone: the system refuses the wait, and errno says why. */
@@ -277,7 +280,7 @@ enum t_REST { NOT_AT_REST, AT_REST_IDLE, AT_REST_IN_CALLBACK, REST_UNKNOWABLE };
 t_REST look_for_rest(ka_host *host);
 bool is_idle_again(ka_host *host, bool thoroughly); /* after an answer; true where that cannot be known */
 bool read_signal_sets(int status_fd, uint64_t *caught, uint64_t *ignored); /* of the process as a whole */
-t_REST look_for_first_rest(const ka_host *host);                           /* before anything was sent */
-bool request_is_pending(const ka_host *host); /* not taken yet; also of a zombie. False where that cannot be known */
+t_REST look_for_first_rest(ka_host *host);                                 /* before anything was sent */
+bool request_is_pending(ka_host *host); /* not taken yet; also of a zombie. False where that cannot be known */
 
 #endif

@@ -60,15 +60,26 @@ static bool is_described(int fd, const char *description)
     return strstr(text, description) != nullptr;
 }
 
+static bool is_owned(ka_host *host, t_OWNED which)
+{
+    bool nameless = false;
+    if (!is_noted_file(host, which, &nameless)) return false;
+    return !nameless || is_described(*number_of(host, which), descriptions[which]);
+}
+
 void disown_lost(ka_host *host)
 {
     for (int i = 0; i < OWNED; i++) {
         const t_OWNED which = static_cast<t_OWNED>(i);
-        int *fd = number_of(host, which);
-        bool nameless = false;
-        if (*fd == -1) continue;
-        if (!is_noted_file(host, which, &nameless) || (nameless && !is_described(*fd, descriptions[i]))) *fd = -1;
+        if (!is_owned(host, which)) *number_of(host, which) = -1;
     }
+}
+
+void regain_doorbell(ka_host *host)
+{
+    if (host->doorbell_thread == 0 || is_owned(host, OWNED_DOORBELL)) return;
+    host->doorbell_fd = -1;
+    reopen_doorbell(host);
 }
 
 /* ---- The process ----------------------------------------------------------------------------------------------- */
@@ -81,20 +92,34 @@ static int reopen_process(pid_t pid)
     return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
 }
 
+static void open_view(ka_host *host, t_OWNED which, pid_t number)
+{
+    *number_of(host, which) = open_proc_file(number, which == OWNED_STATUS ? "status" : "syscall");
+    note_owned(host, which);
+}
+
 void open_views(ka_host *host)
 {
     const pid_t number = number_in_proc(host->pid_fd);
-    host->status_fd = open_proc_file(number, "status");
-    host->syscall_fd = open_proc_file(number, "syscall");
+    open_view(host, OWNED_STATUS, number);
+    open_view(host, OWNED_SYSCALL, number);
     note_owned(host, OWNED_PROCESS);
-    note_owned(host, OWNED_STATUS);
-    note_owned(host, OWNED_SYSCALL);
 }
 
+/* One that could not be opened is not there to be lost. */
+bool regain_view(ka_host *host, t_OWNED which)
+{
+    bool nameless = false;
+    if (*number_of(host, which) == -1 || is_noted_file(host, which, &nameless)) return false;
+    open_view(host, which, number_in_proc(host->pid_fd));
+    return true;
+}
+
+/* A nameless file may be another; that it is no process costs less to find out than what it is. */
 bool owns_process(ka_host *host)
 {
     bool nameless = false;
-    return is_noted_file(host, OWNED_PROCESS, &nameless);
+    return is_noted_file(host, OWNED_PROCESS, &nameless) && (!nameless || signal_process(host, 0) != EBADF);
 }
 
 bool regain_process(ka_host *host)

@@ -82,7 +82,8 @@ static void load_tables(ka_host *host, char *why, size_t size)
 static int32_t check_alive(ka_host *host)
 {
     if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
-    if (host->state == STATE_CALLING || (wait_until(host, -1, 0) & WOKEN_BY_DEATH) == 0) return KA_DONE;
+    if (host->state == STATE_CALLING) return KA_DONE;
+    if (regain_process(host) && (wait_until(host, -1, 0) & WOKEN_BY_DEATH) == 0) return KA_DONE;
     return fail_dead(host, host->answered ? "between calls" : "before its first call");
 }
 

@@ -110,6 +110,7 @@ static t_REPLY await_reply(ka_host *host, int64_t deadline)
         if (woken & WOKEN_BY_CANCEL) return {EVENT_CANCELLED, 0};
         const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !signalled;
         signalled |= first_signal;
+        if (!first_signal) regain_doorbell(host);
         if (woken & WOKEN_BY_DEATH) signalled |= signal_is_pending();
         const t_REPLY reply = judge(host, signalled);
         if ((woken & WOKEN_BY_DEATH) && reply.event != EVENT_RETURNED) return {EVENT_DIED, 0};

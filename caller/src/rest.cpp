@@ -61,9 +61,10 @@ static bool read_status(int status_fd, char status[STATUS_BYTES])
     return true;
 }
 
-static bool look(const ka_host *host, t_LOOK *result)
+static bool look(ka_host *host, t_LOOK *result)
 {
     char status[STATUS_BYTES];
+    regain_view(host, OWNED_STATUS);
     if (!read_status(host->status_fd, status)) return false;
     const char *state = field(status, "\nState:\t");
     const char *own = field(status, "\nSigPnd:\t");
@@ -105,7 +106,7 @@ t_REST look_for_rest(ka_host *host)
 
 /* The mask of the first wait comes about in no other way, so one look is proof. That of a call-back from dll_setup is
    shown as long as nobody answers it. */
-t_REST look_for_first_rest(const ka_host *host)
+t_REST look_for_first_rest(ka_host *host)
 {
     t_LOOK seen;
     if (!look(host, &seen)) return REST_UNKNOWABLE;
@@ -114,7 +115,7 @@ t_REST look_for_first_rest(const ka_host *host)
     return seen.asleep && seen.caught && seen.blocked == waiting_in_callback ? AT_REST_IN_CALLBACK : NOT_AT_REST;
 }
 
-bool request_is_pending(const ka_host *host)
+bool request_is_pending(ka_host *host)
 {
     t_LOOK seen;
     return look(host, &seen) && seen.pending;
@@ -152,12 +153,15 @@ static bool learn_idle_place(ka_host *host, const t_WHEREABOUTS *before)
 
 /* A process that a signal has reached does not sleep any more. So one that sleeps in the system call, and at the
    place, in which the idle host once slept, is idle, and whatever came before this look is done. That costs a tenth
-   of the look at the signals, from which the place is learnt. */
+   of the look at the signals, from which the place is learnt. No other file tells of that place, so it is asked whose
+   the descriptor is only where it tells of another. */
 bool is_idle_again(ka_host *host, bool thoroughly)
 {
     t_WHEREABOUTS now;
-    if (!read_whereabouts(host, &now)) return true;
-    if (same_place(&now, &host->idle)) return true;
+    bool known = read_whereabouts(host, &now);
+    if (known && same_place(&now, &host->idle)) return true;
+    if (regain_view(host, OWNED_SYSCALL)) known = read_whereabouts(host, &now);
+    if (!known) return true;
     if (now.length == 0 || (host->idle.length > 0 && !thoroughly)) return false;
     return learn_idle_place(host, &now);
 }

@@ -5,6 +5,7 @@
 #include "caller/hosts.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <fcntl.h>
 #include <linux/filter.h>
@@ -101,5 +102,29 @@ TEST_P(Filtered, close_range_leaves_the_ring_and_the_programs_descriptors)
         if (!is_at_end(ends[0])) return 4; // nobody holds a copy of the other end
         if (fcntl(ends[0], F_GETFD) == -1) return 5;
         return ka_close(host) == KA_DONE ? 0 : 6;
+    });
+}
+
+TEST_P(Filtered, pidfd_open_leaves_no_host_though_the_program_has_closed_its_descriptor)
+{
+    for (const bool is_dead : {false, true})
+        in_child([is_dead] {
+            ka_host *host = open_host(KA_STDERR_INHERIT);
+            const pid_t pid = ka_pid(host);
+            if (call_with(host, "give_code", 1) != 1 || !refuse(SYS_pidfd_open, error())) return 1;
+            closefrom(STDERR_FILENO + 1);
+            if (is_dead && (kill(pid, SIGKILL) != 0 || !ends(pid))) return 4;
+            if (ka_close(host) != KA_DONE) return 2;
+            return kill(pid, 0) == 0 ? 3 : 0;
+        });
+    in_child([] {
+        ka_host *host = open_host(KA_STDERR_INHERIT);
+        const pid_t pid = ka_pid(host);
+        if (call_with(host, "give_code", 1) != 1 || !refuse(SYS_pidfd_open, error())) return 1;
+        closefrom(STDERR_FILENO + 1);
+        ka_begin(host, "count_call");
+        if (call_fails(host) != KA_SYSTEM || ka_last_error(host)->retry != KA_RETRY_YES) return 2;
+        if (kill(pid, 0) == 0) return 3;
+        return ka_close(host) == KA_DONE ? 0 : 4;
     });
 }

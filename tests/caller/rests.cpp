@@ -35,6 +35,7 @@ protected:
     Rests() : host_(static_cast<ka_host *>(calloc(1, sizeof(ka_host))), free)
     {
         host_->status_fd = memfd_create("status", 0);
+        note_owned(host_.get(), OWNED_STATUS);
     }
     ~Rests() override { close(host_->status_fd); }
     t_REST look_at(const State &state) const

@@ -4,6 +4,7 @@
 // same numbers. The library goes on, and leaves what the program has opened alone.
 #include "caller/hosts.h"
 
+#include <algorithm>
 #include <csignal>
 #include <fcntl.h>
 #include <memory>
@@ -94,6 +95,25 @@ public:
 private:
     std::vector<std::string> before_;
 };
+
+// Numbers that have been opened since before.
+std::vector<int> opened_since(const std::vector<int> &before)
+{
+    std::vector<int> opened;
+    for (int fd = first_number; fd <= last_number; fd++)
+        if (fcntl(fd, F_GETFD) != -1 && std::find(before.begin(), before.end(), fd) == before.end())
+            opened.push_back(fd);
+    return opened;
+}
+
+// Descriptors that wait for SIGUSR2.
+std::vector<int> doorbells()
+{
+    std::vector<int> found;
+    for (int fd = first_number; fd <= last_number; fd++)
+        if (described(fd).find("sigmask:\t0000000000000800") != std::string::npos) found.push_back(fd);
+    return found;
+}
 
 enum Output { TO_FILE, TO_RING, INHERITED };
 
@@ -197,6 +217,75 @@ TEST_P(TakenDescriptors, before_the_close_are_left_alone_and_the_host_ends)
         if (!own.are_untouched()) return 3;
         return kill(pid, 0) == 0 ? 4 : 0;
     });
+}
+
+TEST_P(TakenDescriptors, are_left_alone_by_what_is_asked_between_calls)
+{
+    for (const bool tables : {true, false}) {
+        for (const bool called : {true, false}) {
+            SCOPED_TRACE(testing::Message() << (tables ? "tables" : "trace") << (called ? ", called before" : ""));
+            in_child([tables, called](int turn, pid_t bystander) {
+                ka_host *host = open_host();
+                const pid_t pid = ka_pid(host);
+                if (called && !answers(host, 1)) return 1;
+                const OwnDescriptors own(turn, bystander);
+                if (tables && ka_host_tables(host) == nullptr) return 2;
+                if (!tables && ka_set_trace(host, 1) != KA_DONE) return 3;
+                if (!answers(host, 2) || ka_pid(host) != pid) return 4;
+                if (ka_close(host) != KA_DONE) return 5;
+                return own.are_untouched() ? 0 : 6;
+            });
+        }
+    }
+}
+
+// A program that takes fixed numbers for its own, or closes from a number on that lies between the library's.
+TEST_P(TakenDescriptors, one_by_one_or_from_one_on_are_left_alone_and_the_host_answers_on)
+{
+    for (size_t taken = 0; taken < 5; taken++) {
+        for (const bool others_too : {false, true}) {
+            SCOPED_TRACE(testing::Message() << taken << (others_too ? " and the others" : ""));
+            in_child([taken, others_too](int turn, pid_t bystander) {
+                const std::vector<int> before = opened_since({});
+                ka_host *host = open_host();
+                const pid_t pid = ka_pid(host);
+                if (!answers(host, 1)) return 1;
+                const std::vector<int> opened = opened_since(before);
+                if (taken >= opened.size()) return 0;
+                const size_t end = others_too ? opened.size() : taken + 1;
+                std::vector<std::string> own;
+                for (size_t i = taken; i < end; i++) {
+                    const int fd = open_kind(turn, bystander);
+                    if (dup2(fd, opened[i]) != opened[i]) return 2;
+                    close(fd);
+                    own.push_back(described(opened[i]));
+                }
+                for (int32_t i = 0; i < 20; i++)
+                    if (!answers(host, i)) return 3;
+                if (ka_pid(host) != pid) return 4;
+                if (ka_close(host) != KA_DONE) return 5;
+                for (size_t i = taken; i < end; i++)
+                    if (described(opened[i]) != own[i - taken]) return 6;
+                return 0;
+            });
+        }
+    }
+}
+
+// Without it each reply would be found late.
+TEST(TakenDescriptorRules, a_doorbell_that_is_taken_is_opened_again)
+{
+    Host host([](ka_options &options) { options.waiting = KA_WAIT_FAST; });
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    ASSERT_EQ(doorbells().size(), 1U);
+    const int taken = doorbells()[0];
+    const int silent = eventfd(0, 0);
+    EXPECT_EQ(dup2(silent, taken), taken);
+    EXPECT_EQ(call_with(host, "give_code", 2), 2);
+    EXPECT_EQ(doorbells().size(), 1U);
+    EXPECT_EQ(call_with(host, "give_code", 3), 3);
+    close(silent);
+    close(taken);
 }
 
 TEST_P(TakenDescriptors, in_a_callback_are_left_alone_and_its_answer_arrives)
