@@ -113,7 +113,7 @@ const std::set<std::string> no_messages = {"C",
 // Of the caller's library: what is written otherwise than as messages.
 const std::set<std::string> no_message_files = {"handler.cpp", "report.cpp", "report_json.cpp", "report_text.cpp",
                                                 "rest.cpp",    "proc.cpp",   "text.cpp",        "printable.cpp",
-                                                "writer.cpp",  "check.cpp"};
+                                                "writer.cpp",  "check.cpp",  "owned.cpp"};
 const std::set<std::string> no_library_messages = {"KA_WAIT_FAST",
                                                    "KA_WAIT_SAFE",
                                                    "safe",
@@ -140,11 +140,9 @@ const std::set<std::string> no_library_messages = {"KA_WAIT_FAST",
                                                    "dll_debug",
                                                    "auxv",
                                                    "exe",
-                                                   "/proc/%d/%s",
                                                    "process %d %s",
                                                    "status",
                                                    "syscall",
-                                                   "/proc/%d/status",
                                                    "%d:64"};
 
 bool is_message_file(const std::filesystem::path &path)
@@ -163,7 +161,8 @@ std::vector<std::string> messages_of(const std::string &folder)
             const std::string without_values = std::regex_replace(literal, std::regex("%[-0-9.*]*[a-z]|\\\\."), "");
             const bool says_something = std::any_of(without_values.begin(), without_values.end(),
                                                     [](unsigned char c) { return std::isalpha(c); });
-            if (says_something && !no_messages.contains(literal)) found.push_back(literal);
+            const bool is_path = literal.starts_with('/');
+            if (says_something && !is_path && !no_messages.contains(literal)) found.push_back(literal);
         }
     }
     return found;
