@@ -13,6 +13,7 @@
 #include <set>
 
 #include "caller/waiting.h"
+#include "ka/built_module.h"
 
 namespace {
 
@@ -272,6 +273,82 @@ TEST(KaExplain, knows_what_is_really_said)
     EXPECT_NE(fgets(line, sizeof line, pipe), nullptr);
     pclose(pipe);
     EXPECT_EQ(explained(line)[0]["message"], "%s: Illegal call");
+}
+
+namespace {
+
+// What a command of a shell writes, in a folder of its own with a module's sources.
+std::string said_by(const std::string &command)
+{
+    const BuiltModule module(sound_tables);
+    module.build("half.o", "int half;", "-c");
+    const std::string all =
+        "cd " + module.folder() +
+        " && echo 'int x;' >empty.c && sed -i 's/KaCall/Ka_Call/' module.c && export LC_ALL=C CC=" +
+        KA_C_COMPILER " B=" KA_BUILD " && { " + command + "; } 2>&1";
+    FILE *pipe = popen(all.c_str(), "r");
+    std::string text;
+    char buffer[4096];
+    for (size_t length; (length = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+        text.append(buffer, length);
+    pclose(pipe);
+    return text;
+}
+
+struct Said {
+    std::string command;
+    std::string part; // of what is said
+};
+
+} // namespace
+
+// Compiler, linker and loader say so themselves.
+TEST(KaExplain, knows_what_is_said_of_a_first_build)
+{
+    const std::string flags = " -L$B/lib -lkahost";
+    const Said cases[] = {
+        {"$CC -m32 empty.c" + flags, "undefined reference to `KaFuncList'"},
+        {"$CC -m32 empty.c" + flags, "undefined reference to `KaArgList'"},
+        {"$CC -m32 empty.c" + flags, "undefined reference to `KaCall'"},
+        {"$CC -m32 -w -I$B/include module.c" + flags, "undefined reference to `KaCall'"},
+        {"$CC -m32 empty.c", "undefined reference to `main'"},
+        {"$CC -m32 empty.c -lkahost", "cannot find -lkahost"},
+        {"$CC empty.c" + flags, "when searching for -lkahost"},
+        {"$CC empty.c half.o", "i386 architecture of input file `half.o' is incompatible with i386:x86-64 output"},
+        {"D=$(dirname $($CC -print-libgcc-file-name)); ld -m elf_i386 -L$D -lgcc", "when searching for -lgcc"},
+        {"$CC -m32 -w -c module.c", "fatal error: ka/dll_module.h: No such file or directory"},
+        {"for h in bits/libc-header-start.h sys/cdefs.h; do echo \"#include <$h>\" >h.c; $CC -nostdinc -I. -c h.c; "
+         "done",
+         "fatal error: bits/libc-header-start.h: No such file or directory"},
+        {"for h in bits/libc-header-start.h sys/cdefs.h; do echo \"#include <$h>\" >h.c; $CC -nostdinc -I. -c h.c; "
+         "done",
+         "fatal error: sys/cdefs.h: No such file or directory"},
+        {"echo 'int KaFuncList, KaArgList, KaCall;' >m.c && $CC -m32 m.c" + flags + " -o m && ./m 1",
+         "error while loading shared libraries: libkahost.so"},
+    };
+    for (const auto &[command, part] : cases) {
+        const std::string said = said_by(command);
+        ASSERT_NE(said.find(part), std::string::npos) << command << "\n" << said;
+        const size_t line = said.rfind('\n', said.find(part)) + 1;
+        const auto rows = explained(said.substr(line, said.find('\n', line) - line));
+        ASSERT_FALSE(rows.empty()) << said;
+        const std::string layer = rows[0]["layer"];
+        EXPECT_TRUE(layer.starts_with("message when a module is ")) << layer << ": " << said;
+    }
+}
+
+TEST(KaExplain, knows_an_exit_status_as_it_is_told)
+{
+    for (const char *text : {"exit status 127", "ended with status 127", "make: *** [Makefile:3: run] Error 127",
+                             "exit status 127 (a library is missing; see its standard error)"})
+        EXPECT_TRUE(has(explained(text), "", 127)) << text;
+    EXPECT_TRUE(has(explained("exit status 139"), "SIGSEGV", SIGSEGV));
+    EXPECT_TRUE(has(explained("exit status 2"), "KA_EXIT_START", 2));
+    EXPECT_TRUE(has(explained("exit status 6"), "EXIT_DEADLINE", 6));
+    EXPECT_FALSE(has(explained("exit status 2"), "KA_NO_MEMORY", 2)) << "a return code";
+    EXPECT_FALSE(has(explained("m: the host ended with status 6"), "EXIT_DEADLINE", 6)) << "of ka";
+    for (int status : {0, 2, 126, 127})
+        EXPECT_FALSE(explained("exit status " + std::to_string(status)).empty());
 }
 
 TEST(KaExplain, says_most_first_and_nothing_twice)

@@ -33,13 +33,15 @@ constexpr const char *description = R"(Explains a code, a name or a message: wha
 
   a number        a return code, the status of a REAL, an exit status, a signal
   a name          KA_NO_FUNCTION, REAL_RANGE, SIGSEGV, died
-  a message       of a host or of ka, quoted or not; numbers and names in it may differ
+  a message       of a host, of ka, or of compiler, linker and loader, quoted or not; numbers and names in it may
+                  differ
   -               the lines of standard input, each as a message)";
 
 constexpr const char *examples = R"(Examples:
   ka explain 7
   ka explain -1201
   ka explain SIGSEGV
+  ka explain exit status 139
   ka explain 'Unsupported DLL_VERSION 102'
   ka explain --json 17
   ka explain --all

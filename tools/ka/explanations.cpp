@@ -284,6 +284,9 @@ constexpr Explanation rows[] = {
      "s->dec_ndgts >= 0 && s->dec_ndgts <= ACCSIZE",
      "a number with an impossible count of digits; the host aborted", "a REAL that was never set, or was overwritten",
      "look for the function that writes past its arguments"},
+    {fatal, NO_NUMBER, "", "stack overflow: fault at address %s", "the stack is full: a line of the report of ka",
+     "a recursion without end, or local variables of megabytes",
+     "the backtrace shows the turns, and at its end where they began; ulimit -s is the limit of the stack"},
     {fatal, NO_NUMBER, "",
      "double free or corruption\n"
      "free(): invalid pointer\n"
@@ -302,6 +305,8 @@ std::span<const Explanation> explanations()
     static const std::vector<Explanation> all = [] {
         const std::span<const Explanation> of_library = library_explanations();
         std::vector<Explanation> both(std::begin(rows), std::end(rows));
+        const std::span<const Explanation> of_build = build_explanations();
+        both.insert(both.end(), of_build.begin(), of_build.end());
         const auto is_exit = [](const Explanation &row) { return row.layer == ka_exit; };
         both.insert(std::find_if(both.begin(), both.end(), is_exit), of_library.begin(), of_library.end());
         return both;

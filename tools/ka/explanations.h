@@ -22,9 +22,11 @@ struct Explanation {
     const char *remedy;
 };
 
-// In an order that suits a reader. The second are those of the first that the caller's library says.
+// In an order that suits a reader. The others are those of the first that the caller's library says, and those that
+// compiler, linker and loader say.
 std::span<const Explanation> explanations();
 std::span<const Explanation> library_explanations();
+std::span<const Explanation> build_explanations();
 
 // lookup.cpp: what explains a line: a number, a name, or a message with whatever stands around it. What says most
 // comes first.

@@ -42,6 +42,25 @@ Rows find_number(int number)
     return found;
 }
 
+// "exit status 139", as people and reports say it, "Error 127", as make does: no return code of a call.
+Rows find_status(const std::string &text)
+{
+    static const std::regex form(
+        "(?:.*\\b)?(?:(?:exit )?status|exit code|exited with|Error) ([0-9]{1,3})\\W*(?:\\(.*\\))?",
+        std::regex::icase);
+    std::smatch found;
+    Rows statuses;
+    if (text.size() > line_max || !std::regex_match(text, found, form)) return statuses;
+    const bool is_of_host = text.find("host") != std::string::npos || text.find("ended") != std::string::npos;
+    const std::string layer = is_of_host ? "exit status of a host" : "exit status";
+    for (const Explanation *row : find_number(std::stoi(found[1]))) {
+        const bool is_status = std::string(row->layer).starts_with(layer);
+        const bool is_death = is_signal(*row) && row->number + 128 == std::stoi(found[1]);
+        if (is_status || is_death) statuses.push_back(row);
+    }
+    return statuses;
+}
+
 bool equal(const std::string &a, const char *b)
 {
     return !a.empty() && strcasecmp(a.c_str(), b) == 0;
@@ -146,8 +165,7 @@ Rows find_message(const std::string &text)
     return found;
 }
 
-// ---- Blanks around
-// ---------------------------------------------------------------------------------------------------
+// ---- Blanks around ---------------------------------------------------------------------------------------------
 
 std::string trimmed(const std::string &text)
 {
@@ -168,5 +186,9 @@ std::vector<const Explanation *> look_up(const std::string &line)
     const std::string text = trimmed(line);
     if (const auto number = number_of(text)) return find_number(*number);
     const Rows named = find_name(text);
-    return named.empty() ? find_message(text) : named;
+    if (!named.empty()) return named;
+    Rows found = find_message(text);
+    for (const Explanation *row : find_status(text))
+        if (std::find(found.begin(), found.end(), row) == found.end()) found.push_back(row);
+    return found;
 }
