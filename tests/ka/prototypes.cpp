@@ -165,11 +165,17 @@ TEST(KaPrototypes, misspelt_function_is_told_the_nearest)
 
 TEST(KaPrototypes, misspelt_option_is_no_argument)
 {
-    for (const char *word : {"--jsn", "-x", "--trase=3"}) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"--jsn", " (did you mean --json?)"},
+        {"-x", ""},
+        {"--trase=3", " (did you mean --trace?)"},
+        {"--colour", ""},
+    };
+    for (const auto &[word, nearest] : cases) {
         const Outcome outcome = call({"measure", word});
         EXPECT_EQ(outcome.status, 2);
         EXPECT_EQ(outcome.err,
-                  std::string("ka: no option ") + word + "; an argument that begins like one stands behind --\n");
+                  "ka: no option " + word + nearest + "; an argument that begins like one stands behind --\n");
     }
 }
 

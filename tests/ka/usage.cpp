@@ -40,6 +40,17 @@ TEST(KaUsage, what_was_wrong_is_named)
     expect_refused({"list", "--json=no", "m"}, "--json takes no value", "ka list");
 }
 
+TEST(KaUsage, a_misspelt_word_is_told_the_nearest)
+{
+    expect_refused({"chekc"}, "no subcommand \"chekc\" (did you mean check?)", "ka");
+    expect_refused({"List", "m"}, "no subcommand \"List\" (did you mean list?)", "ka");
+    expect_refused({"--verson"}, "no option --verson (did you mean --version?)", "ka");
+    expect_refused({"list", "--jsno", "m"}, "no option --jsno (did you mean --json?)", "ka list");
+    expect_refused({"check", "--deadlin=5s", "m"}, "no option --deadlin=5s (did you mean --deadline?)", "ka check");
+    expect_refused({"dump", "--elemnts", "3", "5"}, "no option --elemnts (did you mean --elements?)", "ka dump");
+    expect_refused({"shell", "-json", "m"}, "no option -json (did you mean --json?)", "ka shell");
+}
+
 TEST(KaUsage, value_out_of_range_is_told_with_the_range)
 {
     expect_refused({"call", "--repeat", "x", "m", "f"}, "--repeat: takes 1 to 10000000, not \"x\"", "ka call");

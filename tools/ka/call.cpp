@@ -81,6 +81,7 @@ void add_call_command(CLI::App &app, int &exit_status)
     add_call_options(call, *wishes);
     when_chosen(call, exit_status, [wishes, call] {
         wishes->arguments = extra_words(call);
+        wishes->option_names = option_names(call);
         return run_call(*wishes);
     });
 }

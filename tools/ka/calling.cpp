@@ -16,6 +16,7 @@
 #include "repeat.h"
 #include "results.h"
 #include "terminal.h"
+#include "usage.h"
 
 namespace {
 
@@ -177,7 +178,8 @@ void unmark_words(CallWishes &wishes)
         const bool is_marked = take_mark(word);
         const bool is_number = word.find_first_of("0123456789.") == 1;
         if (!is_marked && word.size() > 1 && word[0] == '-' && !is_number)
-            throw Malformed("no option " + word + "; an argument that begins like one stands behind --");
+            throw Malformed(unknown_option(word, wishes.option_names) +
+                            "; an argument that begins like one stands behind --");
     }
 }
 

@@ -6,6 +6,7 @@
 #define KA_TOOL_CALLING_H
 
 #include <string>
+#include <vector>
 
 #include "host_options.h"
 #include "preparation.h"
@@ -14,6 +15,7 @@ struct CallWishes : Request, HostWishes {
     std::string module;
     size_t repeat = 0; // 0: one call, without timing
     bool json = false;
+    std::vector<std::string> option_names; // for the one that a misspelt word was meant to be
 };
 
 // The exit status. Words of the command line may still have their marks (command_words.h).

@@ -4,11 +4,11 @@
 #include "prototypes.h"
 
 #include <algorithm>
-#include <cctype>
 #include <map>
 
 #include "ka/dll_block.h"
 #include "ka/dll_module.h"
+#include "nearest.h"
 
 // ---- Kinds -----------------------------------------------------------------------------------------------------
 
@@ -77,57 +77,14 @@ std::string taken_by(const Prototype &prototype)
 
 // ---- The function that is meant --------------------------------------------------------------------------------
 
-namespace {
-
-std::string lower(std::string text)
-{
-    for (char &c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
-// Characters to be changed, left out, put in or swapped with their neighbour.
-size_t distance(const std::string &a, const std::string &b)
-{
-    std::vector<std::vector<size_t>> d(a.size() + 1, std::vector<size_t>(b.size() + 1));
-    for (size_t i = 0; i <= a.size(); i++)
-        d[i][0] = i;
-    for (size_t j = 0; j <= b.size(); j++)
-        d[0][j] = j;
-    for (size_t i = 1; i <= a.size(); i++) {
-        for (size_t j = 1; j <= b.size(); j++) {
-            const size_t change = a[i - 1] == b[j - 1] ? 0 : 1;
-            d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + change});
-            const bool swapped = i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1];
-            if (swapped) d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
-        }
-    }
-    return d[a.size()][b.size()];
-}
-
-// A third of the characters may be wrong. Names of very different lengths are not compared.
-std::string nearest_name(const std::vector<Function> &functions, const std::string &name)
-{
-    std::string nearest;
-    size_t least = std::max<size_t>(name.size() / 3, 1) + 1;
-    for (const Function &function : functions) {
-        const size_t lengths[] = {function.name.size(), name.size()};
-        if (std::max(lengths[0], lengths[1]) - std::min(lengths[0], lengths[1]) >= least) continue;
-        const size_t apart = distance(lower(function.name), lower(name));
-        if (apart >= least) continue;
-        least = apart;
-        nearest = function.name;
-    }
-    return nearest;
-}
-
-} // namespace
-
 const Function &find_function(const std::vector<Function> &functions, const std::string &name)
 {
     for (const Function &function : functions)
         if (function.name == name) return function;
-    const std::string nearest = nearest_name(functions, name);
+    std::vector<std::string> names;
+    for (const Function &function : functions)
+        names.push_back(function.name);
+    const std::string nearest = nearest_word(names, name);
     const std::string remedy = nearest.empty() ? "ka list shows what it has" : "did you mean \"" + nearest + "\"?";
     throw Refused("the module has no function \"" + name + "\"; " + remedy);
 }

@@ -79,6 +79,14 @@ void add_option(CLI::App *command, const Option &option, size_t &value)
     add(command, option, value);
 }
 
+std::vector<std::string> option_names(const CLI::App *command)
+{
+    std::vector<std::string> names;
+    for (const CLI::Option *option : command->get_options())
+        if (option->get_name().starts_with('-')) names.push_back(option->get_name());
+    return names;
+}
+
 bool is_given(const CLI::App *command, const std::string &name)
 {
     return command->count(name) > 0;

@@ -47,6 +47,9 @@ void add_option(CLI::App *command, const Option &option, std::string &value);
 void add_option(CLI::App *command, const Option &option, int32_t &value);
 void add_option(CLI::App *command, const Option &option, size_t &value);
 
+// With their dashes.
+std::vector<std::string> option_names(const CLI::App *command);
+
 bool is_given(const CLI::App *command, const std::string &name);
 
 // Words that nothing was declared for are taken too, also such as begin with a minus sign; extra_words has them.

@@ -12,6 +12,7 @@
 
 #include "failure.h"
 #include "ka/caller.h"
+#include "nearest.h"
 #include "printable.h"
 #include "subcommand.h"
 
@@ -30,10 +31,23 @@ bool is_within(const std::string &text, const Range &range)
     return error == std::errc() && stop == end && value >= range.least && value <= range.most;
 }
 
+std::string meant(const std::string &nearest)
+{
+    return nearest.empty() ? "" : " (did you mean " + nearest + "?)";
+}
+
 // The subcommand whose words were being read, or ka itself.
 const CLI::App &command_in(const CLI::App &app)
 {
     return app.get_subcommands().empty() ? app : *app.get_subcommands()[0];
+}
+
+std::vector<std::string> subcommand_names(const CLI::App &app)
+{
+    std::vector<std::string> names;
+    for (const CLI::App *command : app.get_subcommands({}))
+        names.push_back(command->get_name());
+    return names;
 }
 
 std::string describe_extras(const CLI::App &app, const CLI::App &command)
@@ -42,8 +56,9 @@ std::string describe_extras(const CLI::App &app, const CLI::App &command)
     if (words.empty()) return "a word too many";
     const auto begins_like_option = [](const std::string &word) { return word.size() > 1 && word[0] == '-'; };
     const auto option = std::find_if(words.begin(), words.end(), begins_like_option);
-    if (option != words.end()) return "no option " + shortened(*option);
-    if (&command == &app) return "no subcommand " + quoted(words[0]);
+    if (option != words.end()) return unknown_option(*option, option_names(&command));
+    if (&command == &app)
+        return "no subcommand " + quoted(words[0]) + meant(nearest_word(subcommand_names(app), words[0]));
     return "nothing is expected at " + quoted(words[0]);
 }
 
@@ -89,6 +104,11 @@ Form wanted_form(const CLI::App &command, const std::vector<std::string> &words)
 }
 
 } // namespace
+
+std::string unknown_option(const std::string &word, const std::vector<std::string> &names)
+{
+    return "no option " + shortened(word) + meant(nearest_word(names, word.substr(0, word.find('='))));
+}
 
 std::string fault_of_number(const std::string &text, const Range &range)
 {

@@ -13,6 +13,9 @@ class ParseError;
 } // namespace CLI
 struct Range;
 
+// "no option WORD", with the nearest of those that there are.
+std::string unknown_option(const std::string &word, const std::vector<std::string> &names);
+
 // What is wrong with a value; empty when it is good.
 std::string fault_of_number(const std::string &text, const Range &range);
 std::string fault_of_choice(const std::string &text, const std::vector<std::string> &choices);
