@@ -170,6 +170,13 @@ int32_t ka_add_doubles(ka_host *host, const double *values, int32_t count, int32
     return add_numbers(host, DLL_REAL, sizeof(t_DECIMAL), count, passing, &source);
 }
 
+static void fail_length(ka_host *host, int32_t element, int32_t length, int32_t room)
+{
+    char what[80];
+    snprintf(what, sizeof what, "a string of %d bytes is longer than its room of %d", length, room);
+    fail_value(host, element, length < 0 ? "a negative length" : what);
+}
+
 /* Length of the longest; -1 when a length is negative or does not fit the room. */
 static int32_t longest_of(ka_host *host, const ka_text *values, int32_t count, int32_t room)
 {
@@ -177,7 +184,7 @@ static int32_t longest_of(ka_host *host, const ka_text *values, int32_t count, i
     for (int32_t i = 0; i < count; i++) {
         const bool fits = values[i].length >= 0 && (room == 0 || values[i].length <= room);
         if (!fits) {
-            fail_value(host, i, values[i].length < 0 ? "a negative length" : "a string longer than its room");
+            fail_length(host, i, values[i].length, room);
             return -1;
         }
         if (values[i].length > longest) longest = values[i].length;

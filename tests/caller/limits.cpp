@@ -107,7 +107,8 @@ TEST(CallArguments, values_that_no_block_can_hold_are_refused)
 
     ka_begin(host, "measure");
     EXPECT_EQ(ka_add_string(host, "long", 4, 3, KA_BY_VALUE), KA_ARGUMENT);
-    EXPECT_EQ(error_text(host), "argument 1 of \"measure\", element 0: a string longer than its room");
+    EXPECT_EQ(error_text(host),
+              "argument 1 of \"measure\", element 0: a string of 4 bytes is longer than its room of 3");
     ka_begin(host, "measure");
     EXPECT_EQ(ka_add_string(host, "long", -1, 3, KA_BY_VALUE), KA_ARGUMENT);
     ka_begin(host, "measure");

@@ -93,6 +93,12 @@ TEST(KaJsonArguments, do_not_suit_the_prototypes)
     EXPECT_EQ(number.err, "ka: measure: argument 1 (text) is zString: takes STRING by value, got INTEGER 42\n");
     EXPECT_EQ(call_with(R"(["2",3,0])", {"add"}).err,
               "ka: add: argument 1 (a) is IntByValue: takes INTEGER or REAL by value, got STRING \"2\"\n");
+    EXPECT_EQ(call_with(R"([[1,"a"],1])", {"scale"}).err,
+              "ka: scale: argument 1 (values) is RealArray: takes REAL by reference, got STRING 'a' as element 2\n");
+    const std::string err = call_with("[[1,2,99999999999]]", {"double"}).err;
+    EXPECT_NE(err.find("double: argument 1 (values) is IntArray: element 3: 99999999999 does not fit"),
+              std::string::npos)
+        << err;
 }
 
 TEST(KaJsonArguments, malformed_ones_are_named)
@@ -124,7 +130,7 @@ TEST(KaJsonArguments, malformed_ones_are_named)
         {"[[[[[[1]]]]]]", "nested too deeply"},
         {"1e999", "1e999 is out of a REAL's range"},
         {"[1e999]", "argument 1: 1e999 is out of a REAL's range"},
-        {"[1,[2,-1e999]]", "argument 2: -1e999 is out of a REAL's range"},
+        {"[1,[2,-1e999]]", "argument 2, element 2: -1e999 is out of a REAL's range"},
         {R"([1,2,{"real":1e999}])", "argument 3: 1e999 is out of a REAL's range"},
         {"[1e127]", "argument 1 (1e127): 1e127 is no number, or out of a REAL's range"},
     };

@@ -90,11 +90,15 @@ TEST(KaPrototypes, refusals_name_function_argument_wanted_and_given)
     expect_refused({"add", "'2'", "3", "0"}, a + "STRING '2'");
     expect_refused({"add", "two", "3", "0"}, a + "two, which is neither a number nor a quoted 'text'");
     expect_refused({"add", "1e200", "3", "0"}, a + "1e200, which is no number, or out of a REAL's range");
-    expect_refused({"add", "[1,'a']", "3", "0"}, a + "[1,'a']");
+    expect_refused({"add", "[1,'a']", "3", "0"}, a + "STRING 'a' as element 2");
     expect_refused({"add", "2", "3", "&0.5"},
                    "add: argument 3 (sum) is IntByReference: takes INTEGER by reference, got REAL 0.5");
     expect_refused({"scale", "['a']", "1"},
-                   "scale: argument 1 (values) is RealArray: takes REAL by reference, got STRING ['a']");
+                   "scale: argument 1 (values) is RealArray: takes REAL by reference, got STRING 'a' as element 1");
+    expect_refused({"scale", "[1,'a']", "1"},
+                   "scale: argument 1 (values) is RealArray: takes REAL by reference, got STRING 'a' as element 2");
+    expect_refused({"double", "[1,2.5]"},
+                   "double: argument 1 (values) is IntArray: takes INTEGER by reference, got REAL 2.5 as element 2");
     expect_refused({"shout", "['a']"}, "shout: argument 1 (texts) is StringArray: takes at least 2 elements, got 1");
     expect_refused({"add", "'" + std::string(100, 'x') + "'", "3", "0"},
                    a + "STRING '" + std::string(59, 'x') + "...");
@@ -115,7 +119,11 @@ TEST(KaPrototypes, unusable_values_are_named)
 {
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"add", "3000000000", "1", "0"},
-         "add: argument 1 (a) is IntByValue: 3000000000 does not fit an INTEGER; a REAL is written 3000000000.0"},
+         "add: argument 1 (a) is IntByValue: 3000000000 does not fit an INTEGER (-2147483648 to "
+         "2147483647); a REAL is written 3000000000.0"},
+        {{"double", "[1,2,99999999999]"},
+         "double: argument 1 (values) is IntArray: element 3: 99999999999 does not fit an INTEGER (-2147483648 to "
+         "2147483647); a REAL is written 99999999999.0"},
         {{"add", "5:3", "1", "0"}, "add: argument 1 (a) is IntByValue: only strings have room"},
         {{"greet", "'abc':2"}, "greet: argument 1 (text) is String: room for 2 characters, but a string of 3"},
         {{"greet", "'abc"}, "greet: argument 1 (text) is String: the closing quote is missing, got \"'abc\""},

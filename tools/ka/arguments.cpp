@@ -33,7 +33,8 @@ int32_t to_integer(const std::string &text)
     const char *begin = text.data() + (text.starts_with('+') ? 1 : 0);
     const auto result = std::from_chars(begin, text.data() + text.size(), value);
     if (result.ec != std::errc())
-        throw Malformed(text + " does not fit an INTEGER; a REAL is written " + text + ".0");
+        throw Malformed(text + " does not fit an INTEGER (-2147483648 to 2147483647); a REAL is written " + text +
+                        ".0");
     return value;
 }
 
@@ -65,14 +66,16 @@ std::string why_no_type(const std::string &text)
 
 // ---- By themselves ---------------------------------------------------------------------------------------------
 
-int32_t common_type(const std::vector<Element> &elements)
+int32_t common_type(const Literal &literal)
 {
     bool strings = false;
     bool reals = false;
     bool integers = false;
-    for (const Element &element : elements) {
+    for (const Element &element : literal.elements) {
         const int32_t type = own_type(element);
-        if (type == 0) throw Malformed(element.text + " " + why_no_type(element.text));
+        const std::string number = std::to_string(&element - literal.elements.data() + 1);
+        const std::string place = literal.is_array ? "element " + number + ": " : "";
+        if (type == 0) throw Malformed(place + element.text + " " + why_no_type(element.text));
         strings |= type == DLL_STRING;
         reals |= type == DLL_REAL;
         integers |= type == DLL_INTEGER;
@@ -81,12 +84,22 @@ int32_t common_type(const std::vector<Element> &elements)
     return strings ? DLL_STRING : reals ? DLL_REAL : DLL_INTEGER;
 }
 
+void add_element(Argument &argument, const Element &element)
+{
+    if (argument.type == DLL_STRING) argument.strings.push_back(element.text);
+    if (argument.type == DLL_REAL) argument.reals.push_back(to_real(element.text));
+    if (argument.type == DLL_INTEGER) argument.integers.push_back(to_integer(element.text));
+}
+
 void set_elements(Argument &argument, const std::vector<Element> &elements)
 {
-    for (const Element &element : elements) {
-        if (argument.type == DLL_STRING) argument.strings.push_back(element.text);
-        if (argument.type == DLL_REAL) argument.reals.push_back(to_real(element.text));
-        if (argument.type == DLL_INTEGER) argument.integers.push_back(to_integer(element.text));
+    for (size_t i = 0; i < elements.size(); i++) {
+        try {
+            add_element(argument, elements[i]);
+        } catch (const Malformed &malformed) {
+            if (!argument.is_array) throw;
+            throw Malformed("element " + std::to_string(i + 1) + ": " + malformed.what());
+        }
     }
 }
 
@@ -102,9 +115,15 @@ void set_room(Argument &argument, const Literal &literal)
 {
     if (!literal.room) return;
     if (argument.type != DLL_STRING) throw Malformed("only strings have room");
-    if (longest(argument) > *literal.room)
-        throw Malformed("room for " + std::to_string(*literal.room) + " characters, but a string of " +
-                        std::to_string(longest(argument)));
+    const auto room = static_cast<size_t>(*literal.room);
+    const auto is_longer = [room](const std::string &text) { return text.size() > room; };
+    const auto found = std::find_if(argument.strings.begin(), argument.strings.end(), is_longer);
+    if (found != argument.strings.end()) {
+        const std::string number = std::to_string(found - argument.strings.begin() + 1);
+        throw Malformed("room for " + std::to_string(room) + " characters, but " +
+                        (argument.is_array ? "element " + number + " has " : "a string of ") +
+                        std::to_string(found->size()));
+    }
     argument.room = *literal.room;
 }
 
@@ -121,23 +140,21 @@ Argument make_argument(const Literal &literal, int32_t type)
 
 // ---- By a prototype --------------------------------------------------------------------------------------------
 
-// The type in which a function gets these elements; 0 when they are of none that it takes.
+// A word suits as a string, whatever it holds; an INTEGER suits as a REAL.
+bool suits(int32_t kind, const Element &element)
+{
+    if (takes(kind, DLL_STRING)) return element.kind == Kind::string || element.kind == Kind::word;
+    const int32_t type = own_type(element);
+    return takes(kind, type) || (type == DLL_INTEGER && takes(kind, DLL_REAL));
+}
+
+// The type in which a function gets elements that suit it.
 int32_t wanted_type(int32_t kind, const std::vector<Element> &elements)
 {
-    bool whole = true;
-    for (const Element &element : elements) {
-        const bool quoted = element.kind == Kind::string;
-        if (takes(kind, DLL_STRING)) {
-            if (!quoted && element.kind != Kind::word) return 0;
-            continue;
-        }
-        const int32_t type = quoted ? 0 : own_type(element);
-        if (type == 0) return 0;
-        whole &= type == DLL_INTEGER;
-    }
     if (takes(kind, DLL_STRING)) return DLL_STRING;
-    if (whole && takes(kind, DLL_INTEGER) && kind != KA_REAL_BY_VALUE) return DLL_INTEGER;
-    return takes(kind, DLL_REAL) ? DLL_REAL : 0;
+    const auto is_integer = [](const Element &element) { return own_type(element) == DLL_INTEGER; };
+    const bool whole = std::all_of(elements.begin(), elements.end(), is_integer);
+    return whole && takes(kind, DLL_INTEGER) && kind != KA_REAL_BY_VALUE ? DLL_INTEGER : DLL_REAL;
 }
 
 const char *type_name(int32_t type)
@@ -145,22 +162,25 @@ const char *type_name(int32_t type)
     return type == DLL_INTEGER ? "INTEGER " : type == DLL_REAL ? "REAL " : "STRING ";
 }
 
-// What was given instead: its type, or why it has none.
-std::string given(const Literal &literal)
+// An element that does not suit: its type, or why it has none. What is no array is shown as it was written.
+std::string given(const Literal &literal, const Element &element)
 {
-    const std::string written = shortened(literal.written.substr(literal.written.starts_with('&') ? 1 : 0));
-    for (const Element &element : literal.elements)
-        if (own_type(element) == 0) return shortened(element.text) + ", which " + why_no_type(element.text);
-    const auto differs = [&](const Element &element) { return own_type(element) != own_type(literal.elements[0]); };
-    const bool mixed = std::any_of(literal.elements.begin(), literal.elements.end(), differs);
-    return mixed ? written : type_name(own_type(literal.elements[0])) + written;
+    const int32_t type = own_type(element);
+    const std::string number = std::to_string(&element - literal.elements.data() + 1);
+    const std::string place = literal.is_array ? " as element " + number : "";
+    if (type == 0) return shortened(element.text) + place + ", which " + why_no_type(element.text);
+    const size_t mark = literal.written.starts_with('&') ? 1 : 0;
+    if (!literal.is_array) return type_name(type) + shortened(literal.written.substr(mark));
+    return type_name(type) + shortened(type == DLL_STRING ? string_literal(element.text) : element.text) + place;
 }
 
 Argument argument_for(const Prototype &prototype, const Literal &literal)
 {
     if (prototype.type == KA_VARARG) return argument_of(literal);
+    for (const Element &element : literal.elements)
+        if (!suits(prototype.type, element))
+            throw Refused("takes " + taken_by(prototype) + ", got " + given(literal, element));
     const int32_t type = wanted_type(prototype.type, literal.elements);
-    if (type == 0) throw Refused("takes " + taken_by(prototype) + ", got " + given(literal));
     Argument argument = make_argument(literal, type);
     if (!changes(prototype.type)) return argument;
     argument.passing = KA_BY_REFERENCE;
@@ -216,7 +236,7 @@ Element element_of(const t_DECIMAL &value)
 
 Argument argument_of(const Literal &literal)
 {
-    return make_argument(literal, common_type(literal.elements));
+    return make_argument(literal, common_type(literal));
 }
 
 Literal read_literal_for(const Function &function, size_t position, const std::string &text)

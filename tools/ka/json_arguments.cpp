@@ -61,8 +61,10 @@ private:
     {
         const bool is_argument = !open_.empty() && root.type == Type::array;
         const std::string place =
-            is_argument ? "argument " + std::to_string(root.items.size() + (open_.size() > 1 ? 0 : 1)) + ": " : "";
-        return place + shortened(number) + " is out of a REAL's range";
+            is_argument ? "argument " + std::to_string(root.items.size() + (open_.size() > 1 ? 0 : 1)) : "";
+        const bool is_element = open_.size() > 1 && open_.back()->type == Type::array;
+        const std::string element = is_element ? ", element " + std::to_string(open_.back()->items.size() + 1) : "";
+        return place + element + (is_argument ? ": " : "") + shortened(number) + " is out of a REAL's range";
     }
     bool add_number(const std::string &text) { return add({Type::number, text, {}, {}}); }
     bool add(Node node)

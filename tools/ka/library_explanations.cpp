@@ -75,7 +75,7 @@ constexpr Explanation rows[] = {
      "a negative count\n"
      "passed neither by value nor by reference\n"
      "a negative length\n"
-     "a string longer than its room\n"
+     "a string of %d bytes is longer than its room of %d\n"
      "a negative room\n"
      "%s is not a REAL",
      "an argument that no call can have; nothing was sent",
