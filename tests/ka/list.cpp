@@ -59,21 +59,22 @@ void expect_none(const std::string &module, const std::string &why)
 TEST(KaList, shows_names_kinds_and_least_numbers)
 {
     EXPECT_EQ(ka({"list", KA_EXAMPLES "/adder"}).out,
-              "FUNCTION  ARGUMENT  KIND            TAKES                     AT LEAST\n"
-              "add       a         IntByValue      INTEGER or REAL by value\n"
-              "          b         IntByValue      INTEGER or REAL by value\n"
-              "          sum       IntByReference  INTEGER by reference\n");
+              "FUNCTION  ARGUMENT  KIND            TAKES                                AT LEAST\n"
+              "add       a         IntByValue      INTEGER or REAL; never comes back\n"
+              "          b         IntByValue      INTEGER or REAL; never comes back\n"
+              "          sum       IntByReference  INTEGER; comes back if by reference\n");
     const std::string out = list_of(tasks_module);
-    for (const char *line : {"\\nshout +texts +StringArray +STRING by reference +2\\n", "\\ncount_call +-\\n",
-                             "\\ndescribe +any +VarArg +anything\\n"})
+    for (const char *line :
+         {"\\nshout +texts +StringArray +STRING; comes back if by reference +2\\n", "\\ncount_call +-\\n",
+          "\\ndescribe +any +VarArg +anything; comes back if by reference\\n"})
         EXPECT_TRUE(std::regex_search(out, std::regex(line))) << line << out;
 }
 
 TEST(KaList, shows_one_function)
 {
     const Outcome outcome = ka({"list", tasks_module, "measure"});
-    EXPECT_EQ(outcome.out, "FUNCTION  ARGUMENT  KIND     TAKES            AT LEAST\n"
-                           "measure   text      zString  STRING by value\n");
+    EXPECT_EQ(outcome.out, "FUNCTION  ARGUMENT  KIND     TAKES                     AT LEAST\n"
+                           "measure   text      zString  STRING; never comes back\n");
     const Outcome misspelt = ka({"list", tasks_module, "Mesure"});
     EXPECT_EQ(misspelt.status, 3);
     EXPECT_EQ(misspelt.err, "ka: the module has no function \"Mesure\"; did you mean \"measure\"?\n");
@@ -107,9 +108,9 @@ TEST(KaList, reads_modules_however_they_are_linked)
     EXPECT_EQ(list_of(modules + "caller_module_fixed"), expected);
     EXPECT_EQ(list_of(modules + "ka_module_old_hash"), expected);
     EXPECT_EQ(list_of(Altered(tasks_module, "strip").path), expected);
-    EXPECT_NE(
-        list_of(KA_EXAMPLES "/ledger").find("\nsum_texts   amounts   StringArray      STRING by reference       1\n"),
-        std::string::npos);
+    EXPECT_NE(list_of(KA_EXAMPLES "/ledger")
+                  .find("\nsum_texts   amounts   StringArray      STRING; comes back if by reference  1\n"),
+              std::string::npos);
 }
 
 TEST(KaList, reads_a_module_without_section_headers)
@@ -124,18 +125,18 @@ TEST(KaList, reads_a_module_without_section_headers)
 TEST(KaList, odd_tables_are_shown_as_they_are)
 {
     EXPECT_EQ(list_of(modules + "ka_module_odd"),
-              "FUNCTION     ARGUMENT     KIND            TAKES                               AT LEAST\n"
+              "FUNCTION     ARGUMENT     KIND            TAKES                                 AT LEAST\n"
               "no_kind      first        kind 12         nothing: there is no such kind\n"
-              "no_name      (unnamed)    IntByValue      INTEGER or REAL by value\n"
-              "vararg       any          VarArg          anything\n"
+              "no_name      (unnamed)    IntByValue      INTEGER or REAL; never comes back\n"
+              "vararg       any          VarArg          anything; comes back if by reference\n"
               "             behind       IntByValue      nothing: it stands behind a VarArg\n"
-              "red\\x1b[31m  red\\x1b[31m  zString         STRING by value\n"
-              "twice        same         IntArray        INTEGER by reference                3\n"
-              "             same         IntByReference  INTEGER by reference\n"
+              "red\\x1b[31m  red\\x1b[31m  zString         STRING; never comes back\n"
+              "twice        same         IntArray        INTEGER; comes back if by reference   3\n"
+              "             same         IntByReference  INTEGER; comes back if by reference\n"
               "twice        -\n"
               "             (never called: another function of that name stands before it)\n"
               "negative     -\n"
-              "bytes        \\xffname     IntByReference  INTEGER by reference\n");
+              "bytes        \\xffname     IntByReference  INTEGER; comes back if by reference\n");
     EXPECT_EQ(nlohmann::json::parse(ka({"list", "--json", modules + "ka_module_odd"}).out)["functions"].size(), 8u);
 }
 

@@ -33,6 +33,10 @@ struct Wishes {
 
 constexpr const char *description = R"(Lists the functions of a module, with the names and kinds of their arguments.
 
+TAKES says which types an argument may have, and whether it comes back. Every argument may be passed by value or by
+reference. By value the function gets the same, and what it changes is lost; by reference it comes back changed where
+TAKES says so. ka call passes by reference what can come back; a program chooses.
+
 The module's file is read, not run. A module that fills its tables when it starts can be listed with --start.)";
 
 constexpr const char *examples = R"(Examples:
@@ -56,7 +60,9 @@ std::string takes_text(const Function &function, const Prototype &prototype)
 {
     const auto position = static_cast<size_t>(&prototype - function.prototypes.data());
     if (position >= used_prototypes(function)) return "nothing: it stands behind a VarArg";
-    return is_kind(prototype.type) ? taken_by(prototype) : "nothing: there is no such kind";
+    if (!is_kind(prototype.type)) return "nothing: there is no such kind";
+    return types_taken_by(prototype) +
+           (changes(prototype.type) ? "; comes back if by reference" : "; never comes back");
 }
 
 std::vector<Row> rows_of(const Function &function, bool is_hidden)

@@ -67,12 +67,16 @@ int64_t least_elements(const Prototype &prototype)
     return row_of(prototype.type).counts ? std::max(prototype.min_elcnt, 0) : 0;
 }
 
-std::string taken_by(const Prototype &prototype)
+std::string types_taken_by(const Prototype &prototype)
 {
     if (prototype.type == KA_VARARG) return "anything";
     const KindRow &row = row_of(prototype.type);
-    std::string text = row.integers ? row.reals ? "INTEGER or REAL" : "INTEGER" : row.reals ? "REAL" : "STRING";
-    return text + (row.changes ? " by reference" : " by value");
+    return row.integers ? row.reals ? "INTEGER or REAL" : "INTEGER" : row.reals ? "REAL" : "STRING";
+}
+
+std::string taken_by(const Prototype &prototype)
+{
+    return types_taken_by(prototype) + (changes(prototype.type) ? " by reference" : " by value");
 }
 
 // ---- The function that is meant --------------------------------------------------------------------------------

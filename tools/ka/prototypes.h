@@ -28,7 +28,8 @@ bool changes(int32_t kind);
 // The number of elements below which a call is refused.
 int64_t least_elements(const Prototype &prototype);
 
-// "INTEGER by reference"
+// "INTEGER"; and as ka call passes it, "INTEGER by reference"
+std::string types_taken_by(const Prototype &prototype);
 std::string taken_by(const Prototype &prototype);
 
 // ---- Functions -------------------------------------------------------------------------------------------------
