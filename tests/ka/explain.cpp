@@ -118,7 +118,9 @@ const std::set<std::string> no_message_files = {"handler.cpp", "report.cpp", "re
 const std::set<std::string> no_library_messages = {"KA_WAIT_FAST",
                                                    "KA_WAIT_SAFE",
                                                    "safe",
-                                                   "fast", // of a message's values
+                                                   "fast",
+                                                   " during a call",
+                                                   ", and the system refuses others", // of a message's values
                                                    "in %s \\\"%s\\\"",
                                                    "a call of",
                                                    "a call-back of",

@@ -147,11 +147,12 @@ constexpr Explanation rows[] = {
      "the program ignores SIGCHLD, or waits for any child",
      "leave the hosts to the library: wait for own children only"},
     {error, NO_NUMBER, "",
-     "the program closed descriptors of the library during a call\n"
+     "the program closed descriptors of the library%s\n"
      "the program has closed the library's copy of error_fd",
      "the program has closed descriptors that it did not open",
      "closefrom, close_range or a loop over all descriptors, while a call was under way or a host had an error_fd",
-     "close them between calls; a host with an error_fd is closed and opened again"},
+     "close them between calls; a host with an error_fd is closed and opened again; raise ulimit -n where the "
+     "system refuses others"},
     {error, NO_NUMBER, "", "the host was not ready for a call within %d ms",
      "the first call could not be sent: the module was still starting", "dll_setup takes long, or never returns",
      "a longer deadline; ka check MODULE starts it alone"},
