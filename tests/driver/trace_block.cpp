@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 
 #include "driver/session.h"
 
@@ -52,7 +53,8 @@ protected:
         return last == std::string::npos ? output : output.substr(0, last + 2);
     }
 
-    Session session_{GetParam(), traced(4)};
+    static constexpr int32_t page_rest = 100; // what the segment leaves of its last page
+    Session session_{GetParam(), traced(4), 65536 - page_rest};
 };
 INSTANTIATE_TEST_SUITE_P(Layouts, TraceBlock, testing::Values(Layout::native, Layout::layout_64),
                          [](const auto &layout) { return name_of(layout.param); });
@@ -118,6 +120,18 @@ TEST_P(TraceBlock, string_of_a_damaged_length_ends_with_the_segment)
         session_.block.store(session_.at(1), length);
         EXPECT_EQ(dump(), start() + name("VarArg") + descriptor(1, "DLL_STRING", "= \"" + field + "\"\r\n"));
     }
+}
+
+// Without a zero byte as well, which the last page behind the segment has none of either.
+TEST_P(TraceBlock, string_of_negative_length_ends_with_the_segment)
+{
+    session_.prepare("zString", {string("ab")});
+    session_.block.store(session_.at(1), -4);
+    const int32_t behind = session_.at(1) + 4 + 2;
+    const size_t room = static_cast<size_t>(session_.block.size() - behind);
+    std::memset(session_.block.at(behind), 'x', room + page_rest);
+    const std::string expected = "= \"ab" + std::string(room, 'x') + "\"\r\n";
+    EXPECT_EQ(dump(), start() + name("zString") + descriptor(1, "DLL_STRING", expected));
 }
 
 TEST_P(TraceBlock, other_value_types_have_no_value_line)

@@ -167,6 +167,19 @@ TEST_F(ConstructorOutput, is_dropped_where_a_terminal_is_stopped)
     close(screen);
 }
 
+TEST_F(ConstructorOutput, is_cut_where_a_terminal_becomes_full)
+{
+    const Pair terminal = {posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), -1};
+    ASSERT_EQ(grantpt(terminal.read) | unlockpt(terminal.read), 0);
+    const int screen = open(ptsname(terminal.read), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    live(screen, {"PRINTS=900000", "PRINTS_BUFFER=1000000"});
+    const std::string all = available(terminal.read);
+    EXPECT_GT(all.size(), 0u);
+    EXPECT_LT(all.size(), 900000u);
+    EXPECT_EQ(all, std::string(all.size(), 'o'));
+    close(screen);
+}
+
 TEST_F(ConstructorOutput, is_dropped_where_a_pipe_is_full)
 {
     for (const char *wide : {"0", "1"}) {
@@ -217,6 +230,19 @@ TEST_F(ConstructorOutput, is_dropped_where_a_file_may_not_grow)
     setrlimit(RLIMIT_FSIZE, &limit);
     close(fd);
     EXPECT_EQ(content(out), "");
+}
+
+// Only what the writing itself raises is taken back.
+TEST_F(ConstructorOutput, leaves_a_signal_pending_that_was_so_before)
+{
+    Pair pipe = pipe_pair();
+    close(std::exchange(pipe.read, -1));
+    Block block;
+    HostProcess host(block, Start{.module = "prints",
+                                  .environment = {"PRINTS=3", "PRINTS_RAISES=" + std::to_string(SIGPIPE)},
+                                  .blocked = {SIGPIPE, SIGUSR2},
+                                  .output = pipe.write});
+    EXPECT_EQ(host.await_end(), killed(SIGPIPE));
 }
 
 // Whoever shares it must not find their writes failing.

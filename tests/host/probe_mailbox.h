@@ -35,7 +35,8 @@ enum {
     PROBE_MASK = 19,       // signal          a handler that is installed from now on blocks it too while it runs
     PROBE_DEFAULT = 20,    // signal          1: its action is the default with empty mask and no flags, 0: it is not
     PROBE_FORK = 21,       // exit status     exit status of a child that the function forks and waits for
-    PROBE_CALLBACK_IN_THREAD = 22 // value   dll_callback on a thread that begins and ends in this command
+    PROBE_CALLBACK_IN_THREAD = 22, // value  dll_callback on a thread that begins and ends in this command
+    PROBE_FORK_IN_THREAD = 23 // signal      exit status of a child that a thread forks and that raises the signal
 };
 
 struct Mailbox {

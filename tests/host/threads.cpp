@@ -39,6 +39,17 @@ void expect_end(HostProcess &host)
     EXPECT_EQ(host.errors(), cleanup_line);
 }
 
+TEST(Threads, of_setup_have_the_signals_of_the_start_blocked_and_no_others)
+{
+    Block block;
+    HostProcess host(block, from_setup());
+    host.await_idle();
+    const std::set<int> expected = {SIGINT, SIGUSR1, SIGUSR2, SIGIO, SIGALRM};
+    const auto blocked = [&] { return signals(second_thread(host), "SigBlk"); }; // all while the thread begins
+    host.await([&] { return blocked() == expected; }, "the mask of the thread");
+    EXPECT_EQ(host.terminate(), exited(0));
+}
+
 TEST(Threads, the_end_that_reaches_another_thread_comes_on_the_main_thread)
 {
     for (const bool in_call : {false, true}) {
@@ -161,6 +172,16 @@ TEST(Threads, the_end_while_another_thread_waits_for_an_answer)
     host.await([&] { return host.signals("ShdPnd").empty(); }, "the answer taken");
     host.ring_thread(waiting, SIGTERM);
     expect_end(host);
+}
+
+TEST(Threads, the_end_of_a_process_that_another_thread_has_forked)
+{
+    Block block;
+    Probe host(block, {}, Start{.module = "threads"});
+    EXPECT_EQ(host.ask(PROBE_FORK_IN_THREAD, SIGTERM), 0);
+    EXPECT_EQ(host.errors(), cleanup_line); // its only thread
+    EXPECT_EQ(host.leave(4), 4);
+    EXPECT_EQ(host.terminate(), exited(0));
 }
 
 TEST(Threads, a_caller_that_is_gone_ends_the_host_from_any_thread)

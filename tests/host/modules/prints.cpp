@@ -8,9 +8,11 @@
 //   PRINTS_INTO=f    n times 'f' into the file f, opened by the constructor
 //   PRINTS_ERRORS=n  n times 'e' on standard error, into a buffer
 //   PRINTS_READER=1  a thread of the constructor's has standard input locked for ever, as one that reads there does
+//   PRINTS_RAISES=n  before all that, signal n
 //   SETUP_FOLDER=d   dll_setup opens the files 0, 1, 2 and 3 in the folder d
 #include <fcntl.h>
 #include <pthread.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -58,6 +60,7 @@ void start_reader()
 
 __attribute__((constructor)) void print_early()
 {
+    if (number("PRINTS_RAISES") != 0) raise(number("PRINTS_RAISES"));
     if (number("PRINTS_READER") != 0) start_reader();
     static char errors[4096];
     const int buffer = number("PRINTS_BUFFER");

@@ -116,15 +116,6 @@ int32_t is_default(int signal)
     return now.sa_handler == SIG_DFL && members == 0 && (now.sa_flags & ~0x04000000) == 0 ? 1 : 0;
 }
 
-int32_t status_of_child(int status)
-{
-    const pid_t child = fork();
-    if (child == 0) _exit(status);
-    int ended = 0;
-    if (waitpid(child, &ended, 0) != child || !WIFEXITED(ended)) return -1;
-    return WEXITSTATUS(ended);
-}
-
 void *callback_of_thread(void *value)
 {
     int32_t *const number = static_cast<int32_t *>(value);
@@ -132,10 +123,29 @@ void *callback_of_thread(void *value)
     return nullptr;
 }
 
-int32_t callback_in_thread(int32_t value)
+int32_t status_of_child(int status, int signal)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        if (signal != 0) raise(signal);
+        _exit(status);
+    }
+    int ended = 0;
+    if (waitpid(child, &ended, 0) != child || !WIFEXITED(ended)) return -1;
+    return WEXITSTATUS(ended);
+}
+
+void *fork_of_thread(void *value)
+{
+    int32_t *const number = static_cast<int32_t *>(value);
+    *number = status_of_child(99, *number);
+    return nullptr;
+}
+
+int32_t in_thread(void *(*work)(void *), int32_t value)
 {
     pthread_t thread;
-    if (pthread_create(&thread, nullptr, callback_of_thread, &value) != 0) return -1;
+    if (pthread_create(&thread, nullptr, work, &value) != 0) return -1;
     pthread_join(thread, nullptr);
     return value;
 }
@@ -204,9 +214,11 @@ int32_t perform(int32_t command, int32_t value, int32_t *out)
     case PROBE_DEFAULT:
         return is_default(value);
     case PROBE_FORK:
-        return status_of_child(value);
+        return status_of_child(value, 0);
     case PROBE_CALLBACK_IN_THREAD:
-        return callback_in_thread(value);
+        return in_thread(callback_of_thread, value);
+    case PROBE_FORK_IN_THREAD:
+        return in_thread(fork_of_thread, value);
     case PROBE_KILL:
         return kill(value, 0);
 #ifdef PROBE_SETS_LAYOUT
