@@ -345,9 +345,10 @@ void attach_block(void)
 /* ---- Calls and the end ------------------------------------------------------------------------------------------
  */
 
-[[noreturn, gnu::noinline]] void end_host(void)
+/* Returns only where dll_cleanup itself has let SIGTERM in once more. */
+[[gnu::noinline]] void end_host(void)
 {
-    __atomic_store_n(&ending, true, __ATOMIC_RELAXED);
+    if (__atomic_exchange_n(&ending, true, __ATOMIC_RELAXED)) return;
     /* The block goes away: a call signal that comes now must not find it gone. */
     sigset_t calls;
     sigemptyset(&calls);
@@ -370,7 +371,7 @@ void attach_block(void)
 void signal_handler(int signal)
 {
     if (passed_on(signal, main_thread)) return;
-    if (signal == SIGTERM) end_host();
+    if (signal == SIGTERM) return end_host();
     if (!must_wait(THIS_FRAME)) perform_call();
 }
 

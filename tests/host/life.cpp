@@ -186,6 +186,15 @@ TEST(End, a_second_end_signal_during_cleanup_does_not_run_it_again)
     EXPECT_EQ(host.errors(), both_lines);
 }
 
+TEST(End, a_second_end_signal_that_cleanup_lets_in_does_not_run_it_again)
+{
+    Block block;
+    HostProcess host(block, Start{.module = "hooks", .environment = {"HOOKS_END_AGAIN=1"}});
+    host.await_idle();
+    EXPECT_EQ(host.terminate(), exited(0));
+    EXPECT_EQ(host.errors(), both_lines);
+}
+
 TEST(End, the_pending_second_call_is_not_performed_after_the_end_in_the_first)
 {
     Block block;

@@ -2,7 +2,7 @@
 //
 // Start and end hooks that tell on standard error what they find. With HOOKS_AWAIT_CALL set, dll_cleanup returns only
 // when a call signal is pending; with HOOKS_BLOCK=n dll_setup blocks signal n; with HOOKS_CALLBACK=n it hands n to
-// the caller and tells the answer.
+// the caller and tells the answer; with HOOKS_END_AGAIN set dll_cleanup lets SIGTERM in and raises it.
 #include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
@@ -57,6 +57,17 @@ void await_call_signal()
     } while (sigismember(&pending, SIGUSR2) == 0);
 }
 
+void end_again()
+{
+    static int times;
+    if (times++ > 0) return;
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigprocmask(SIG_UNBLOCK, &set, nullptr);
+    raise(SIGTERM);
+}
+
 } // namespace
 
 void dll_setup(void)
@@ -71,4 +82,5 @@ void dll_cleanup(void)
 {
     fprintf(stderr, "cleanup: attached %d\n", attached());
     if (getenv("HOOKS_AWAIT_CALL") != nullptr) await_call_signal();
+    if (getenv("HOOKS_END_AGAIN") != nullptr) end_again();
 }
