@@ -37,22 +37,25 @@ unsigned word(const char *from, int index)
     return static_cast<unsigned>(load32(from + 4 * index));
 }
 
-/* Bytes from there to the end of the segment; all of the segment's where that is outside. The block may be damaged,
-   its own word about its size as well. */
-int32_t room_at(const char *characters)
+/* Bytes from the characters of a string to the end of the segment; all of the segment's where the string lies
+   outside. The block may be damaged, its own word about its size as well. */
+int32_t room_of(const char *string)
 {
     struct shmid_ds segment;
     if (shmctl(shm_id, IPC_STAT, &segment) != 0) return 0;
-    const uintptr_t ofs = reinterpret_cast<uintptr_t>(characters) - reinterpret_cast<uintptr_t>(u_get_baseptr());
-    return static_cast<int32_t>(ofs <= segment.shm_segsz ? segment.shm_segsz - ofs : segment.shm_segsz);
+    const uintptr_t ofs = reinterpret_cast<uintptr_t>(string) - reinterpret_cast<uintptr_t>(u_get_baseptr());
+    if (ofs >= segment.shm_segsz) return static_cast<int32_t>(segment.shm_segsz);
+    const size_t rest = segment.shm_segsz - ofs;
+    return rest < sizeof(int32_t) ? 0 : static_cast<int32_t>(rest - sizeof(int32_t));
 }
 
 /* The length is the width of the field too; a negative one sets the characters, up to a zero, on the left of it. */
-void write_block_string(int32_t length, const char *characters)
+void write_block_string(const char *string)
 {
-    const int32_t room = room_at(characters);
+    const int32_t length = load32(string);
+    const int32_t room = room_of(string);
     const int32_t width = length > room ? room : length < -room ? -room : length;
-    fprintf(stderr, "= \"%*.*s\"\r\n", width, length < 0 ? room : width, characters);
+    fprintf(stderr, "= \"%*.*s\"\r\n", width, length < 0 ? room : width, string + sizeof length);
 }
 
 void write_block_value(const t_DLL_ARG &arg)
@@ -66,7 +69,7 @@ void write_block_value(const t_DLL_ARG &arg)
         fprintf(stderr, "= %08x %08x %08x\r\n", word(value, 0), word(value, 1), word(value, 2));
         break;
     case DLL_STRING:
-        write_block_string(load32(value), value + 4);
+        write_block_string(value);
         break;
     default:
         break;

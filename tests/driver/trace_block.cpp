@@ -134,6 +134,16 @@ TEST_P(TraceBlock, string_of_negative_length_ends_with_the_segment)
     EXPECT_EQ(dump(), start() + name("zString") + descriptor(1, "DLL_STRING", expected));
 }
 
+TEST_P(TraceBlock, string_whose_characters_begin_behind_the_segment_has_none)
+{
+    session_.prepare("zString", {string("ab")});
+    const int32_t last_bytes = session_.block.size() - 2;
+    std::memset(session_.block.at(last_bytes), 'x', page_rest + 2);
+    session_.block.store(last_bytes, 60);
+    session_.block.set(1, Arg::ptr, session_.block.address(last_bytes));
+    EXPECT_EQ(dump(), start() + name("zString") + descriptor(1, "DLL_STRING", "= \"\"\r\n"));
+}
+
 TEST_P(TraceBlock, other_value_types_have_no_value_line)
 {
     std::vector<Argument> arguments(4, integer(5));
