@@ -2,6 +2,7 @@
 //
 // The library's own thread: what it runs, and for how long it is waited for.
 #include "attendant.h"
+#include "host.h"
 
 #include <gtest/gtest.h>
 
@@ -78,6 +79,75 @@ TEST(Attendant, is_not_waited_for_beyond_the_deadline)
     holds_up = false;
     first.join();
     EXPECT_EQ(attendant_run(add_one, &done, never), 0);
+    EXPECT_EQ(done, 1);
+}
+
+// It uses the caller's memory. Work that the system did not begin in time is tried again.
+TEST(Attendant, is_waited_for_beyond_the_deadline_once_it_has_begun)
+{
+    struct Work {
+        int64_t deadline;
+        bool begun = false;
+        std::atomic<bool> done{false};
+    };
+    for (int attempts = 0; attempts < 100; attempts++) {
+        Work work{now_ns() + 50000000};
+        const int result = attendant_run(
+            [](void *argument) {
+                auto *own = static_cast<Work *>(argument);
+                own->begun = true;
+                while (now_ns() < own->deadline + 5000000)
+                    std::this_thread::yield();
+                own->done = true;
+            },
+            &work, work.deadline);
+        EXPECT_EQ(result, work.begun ? 0 : ETIMEDOUT);
+        EXPECT_EQ(work.done, work.begun);
+        if (work.begun) return;
+    }
+    FAIL() << "no work begins within 50 ms";
+}
+
+// The threads that want it are the parent's.
+TEST(Attendant, child_of_fork_does_none_of_the_work_that_waits)
+{
+    struct Hold {
+        std::atomic<bool> begun{false};
+        std::atomic<bool> ends{false};
+    } hold;
+    std::atomic<pid_t> waiting{0};
+    int done = 0;
+    std::thread first([&] {
+        attendant_run(
+            [](void *argument) {
+                auto *held = static_cast<Hold *>(argument);
+                held->begun = true;
+                while (!held->ends)
+                    usleep(1000);
+            },
+            &hold, never);
+    });
+    EXPECT_TRUE(becomes_true([&] { return hold.begun.load(); }));
+    std::thread second([&] {
+        waiting = gettid();
+        attendant_run(add_one, &done, never);
+    });
+    EXPECT_TRUE(becomes_true([&] {
+        const std::string status = read_file("/proc/self/task/" + std::to_string(waiting) + "/status");
+        return status.find("State:\tS") != std::string::npos;
+    }));
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        int own = 0;
+        _exit(attendant_run(add_one, &own, never) == 0 && own == 1 ? done : 9);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    hold.ends = true;
+    first.join();
+    second.join();
+    EXPECT_EQ(status, 0);
     EXPECT_EQ(done, 1);
 }
 

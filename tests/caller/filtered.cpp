@@ -11,16 +11,18 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 #include "caller/waiting.h"
 
 namespace {
 
-// From here on the system call is answered so in this process, and in those that it starts.
+// From here on the system call is answered so in all threads of this process, and in those that it starts.
 bool refuse(long number, int error)
 {
     struct sock_filter code[] = {
@@ -30,7 +32,8 @@ bool refuse(long number, int error)
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
     };
     const struct sock_fprog program = {sizeof code / sizeof code[0], code};
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_TSYNC, &program) == 0;
 }
 
 class Filtered : public testing::TestWithParam<std::tuple<int32_t, int>> {
@@ -76,6 +79,14 @@ std::vector<int> open_many()
     for (int i = 0; i < 200; i++)
         many.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
     return many;
+}
+
+bool refuse_waits(int error)
+{
+#ifdef SYS_ppoll_time64
+    if (!refuse(SYS_ppoll_time64, error)) return false;
+#endif
+    return refuse(SYS_ppoll, error);
 }
 
 bool is_at_end(int reading_end)
@@ -124,6 +135,32 @@ TEST_P(Filtered, pidfd_open_leaves_no_host_though_the_program_has_closed_its_des
         closefrom(STDERR_FILENO + 1);
         ka_begin(host, "count_call");
         if (call_fails(host) != KA_SYSTEM || ka_last_error(host)->retry != KA_RETRY_YES) return 2;
+        if (kill(pid, 0) == 0) return 3;
+        return ka_close(host) == KA_DONE ? 0 : 4;
+    });
+}
+
+// A host that is deaf to SIGTERM is looked at for the grace time, and then ended by force.
+TEST_P(Filtered, ppoll_does_not_prolong_the_end)
+{
+    in_child([] {
+        const int cancel = eventfd(0, EFD_CLOEXEC);
+        ka_options options = default_options();
+        options.waiting = std::get<0>(GetParam());
+        options.grace_ms = 100;
+        options.cancel_fd = cancel;
+        ka_host *host = nullptr;
+        if (ka_open(&host, tasks_module.c_str(), &options) != KA_DONE) return 1;
+        const pid_t pid = ka_pid(host);
+        bool refused = false;
+        std::thread other([&] {
+            refused = is_in_function(pid) && refuse_waits(error());
+            eventfd_write(cancel, 1);
+        });
+        ka_begin(host, "hang_deaf");
+        const int32_t failure = call_fails(host);
+        other.join();
+        if (!refused || (failure != KA_CANCELLED && failure != KA_SYSTEM)) return 2; // whichever it sees first
         if (kill(pid, 0) == 0) return 3;
         return ka_close(host) == KA_DONE ? 0 : 4;
     });

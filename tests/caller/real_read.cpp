@@ -93,6 +93,11 @@ TEST(RealRead, what_is_too_small_or_too_large_is_refused)
     EXPECT_EQ(read_as("1e126"), "null rounded");
     EXPECT_EQ(read_as("1e1000"), "null rounded");
     EXPECT_EQ(read_as("123456789012345678901234567890e999"), "null rounded");
+    EXPECT_EQ(read_as("1234567890123456789e4294967296"), "null rounded");
+    EXPECT_EQ(read_as("1234567890123456789e-4294967296"), "null rounded");
+    std::string longest(200000, '9');
+    longest.append("e999");
+    EXPECT_EQ(read_as(longest), "null rounded");
 }
 
 TEST(RealRead, exact_may_be_null)

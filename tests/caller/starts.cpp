@@ -157,6 +157,24 @@ TEST(Start, status_of_a_failed_start_after_the_host_was_seen_waiting_is_a_death)
     EXPECT_EQ(ka_last_error(host)->retry, KA_RETRY_YES);
 }
 
+// What was seen of the process before says nothing of it.
+TEST(Start, status_2_of_a_host_that_is_started_again_is_a_failed_start)
+{
+    Host host([](ka_options &options) {
+        options.restart = KA_RESTART_NEXT_CALL;
+        options.restart_pause_ms = 0;
+    });
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    ka_begin(host, "leave");
+    ka_add_integer(host, 3, KA_BY_VALUE);
+    EXPECT_EQ(call_fails(host), KA_DIED);
+    const AtSetUp wish("exit2");
+    ka_begin(host, "give_code");
+    ka_add_integer(host, 1, KA_BY_VALUE);
+    EXPECT_EQ(call_fails(host), KA_START);
+    EXPECT_EQ(ka_last_error(host)->retry, KA_RETRY_NO);
+}
+
 TEST(Start, other_ends_before_the_first_answer_are_deaths)
 {
     {
