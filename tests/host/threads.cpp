@@ -81,7 +81,7 @@ TEST(Threads, a_hundred_and_fifty_hosts_that_are_called_and_ended_at_once)
         place(block, "unknown");
         host.ring();
         host.ring(SIGTERM);
-        ASSERT_EQ(host.await_end(), exited(0)) << "round " << round;
+        ASSERT_EQ(host.await_end(), exited(0)) << "round " << round << ": " << host.errors();
         ASSERT_EQ(host.errors(), cleanup_line) << "round " << round;
     }
 }
