@@ -11,11 +11,13 @@
 #include <sys/shm.h>
 #include <unistd.h>
 
+#include "base/random.h"
+
 enum : uint32_t { KEY_MARK = 0x6b610000, KEY_MARK_BITS = 0xffff0000 };
 
 key_t new_segment_key(ka_host *host)
 {
-    return static_cast<key_t>(KEY_MARK | (static_cast<uint32_t>(random_word(host)) & ~KEY_MARK_BITS));
+    return static_cast<key_t>(KEY_MARK | (static_cast<uint32_t>(random_word(&host->random)) & ~KEY_MARK_BITS));
 }
 
 /* Seen from another pid namespace a creator has the number 0, and is left alone. */

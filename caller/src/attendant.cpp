@@ -8,10 +8,10 @@
 
 #include <errno.h>
 #include <pthread.h>
-#include <signal.h>
 #include <time.h>
 
-#include "host.h"
+#include "base/clock.h"
+#include "base/thread.h"
 
 /* Only pages that are touched cost memory; but in a 32-bit caller the usual 8 MiB of addresses are a lot. */
 enum { STACK_BYTES = 1 << 20 };
@@ -54,28 +54,11 @@ static void *attend(void *)
 
 /* ---- Start; in all of this lock is held ------------------------------------------------------------------------ */
 
-/* A thread is born with the signal mask of its creator. */
-int create_quiet_thread(pthread_t *created, size_t stack_bytes, void *(*run)(void *), void *argument)
-{
-    sigset_t all;
-    sigset_t before;
-    pthread_attr_t attributes;
-    sigfillset(&all);
-    int error = pthread_attr_init(&attributes);
-    if (error != 0) return error;
-    pthread_attr_setstacksize(&attributes, stack_bytes);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    error = pthread_create(created, &attributes, run, argument);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    pthread_attr_destroy(&attributes);
-    return error;
-}
-
 static int ensure_running(void)
 {
     if (running) return 0;
     pthread_t thread;
-    const int error = create_quiet_thread(&thread, STACK_BYTES, attend, nullptr);
+    const int error = create_thread_without_signals(&thread, STACK_BYTES, attend, nullptr);
     if (error != 0) return error;
     pthread_detach(thread);
     running = true;

@@ -6,16 +6,11 @@
 #ifndef KA_CALLER_ATTENDANT_H
 #define KA_CALLER_ATTENDANT_H
 
-#include <pthread.h>
-#include <stddef.h>
 #include <stdint.h>
 
 /* Runs work in the attendant and waits until it has returned. Work must not wait for anything: everything else waits
    for it. 0, or an errno with nothing run: ETIMEDOUT when the attendant was busy with other work until then. */
 int attendant_run(void (*work)(void *argument), void *argument, int64_t deadline);
-
-/* Creates a thread that blocks every signal, which the attendant is not the only one to need. 0 or an errno. */
-int create_quiet_thread(pthread_t *created, size_t stack_bytes, void *(*run)(void *), void *argument);
 
 /* For forked.cpp. */
 void hold_attendant(void);

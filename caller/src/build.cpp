@@ -8,7 +8,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "printable.h"
+#include "base/name.h"
 
 namespace {
 /* Where the values of an argument are; one of the pointers is used. */
@@ -231,11 +231,6 @@ int32_t ka_add_real(ka_host *host, const char *text, int32_t passing)
 }
 
 /* ---- The beginning --------------------------------------------------------------------------------------------- */
-
-void show_name(char shown[SHOWN_NAME], const char *name)
-{
-    copy_printable(shown, SHOWN_NAME, name);
-}
 
 int32_t ka_begin(ka_host *host, const char *function)
 {

@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "base/name.h"
 #include "host.h"
 #include "ka/dll_codes.h"
 #include "ka/dll_module.h"

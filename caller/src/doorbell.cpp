@@ -18,6 +18,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "base/fd.h"
 #include "handler.h"
 #include "host.h"
 #include "listener.h"

@@ -17,18 +17,15 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "base/clock.h"
+#include "base/fd.h"
+#include "base/pidfd.h"
+#include "base/thread.h"
 #include "doorbell.h"
 #include "forked.h"
-#include "uncancelled.h"
 
 /* Exit statuses of a host that could not start: its own, and the loader's. */
 enum { HOST_REFUSED = 2, LOADER_REFUSED = 127 };
-
-void close_fd(int *fd)
-{
-    if (*fd != -1) close(*fd);
-    *fd = -1;
-}
 
 void free_remains(t_REMAINS *remains)
 {
@@ -47,20 +44,10 @@ static void keep_output(ka_host *host)
     host->remains.output_length = read_ring(host->ring, host->remains.output, host->options.ring_bytes);
 }
 
-/* 0 or an errno; info->si_pid is 0 unless it is a zombie. Without WNOWAIT that is taken. Where the descriptor is
-   refused, the number names the same process: it is this program's child until it is taken. */
-static int look_at_child(const ka_host *host, siginfo_t *info, int flags)
-{
-    *info = {};
-    if (waitid(P_PIDFD, static_cast<id_t>(host->pid_fd), info, WEXITED | WNOHANG | flags) == 0) return 0;
-    if (errno == ECHILD) return ECHILD;
-    return waitid(P_PID, static_cast<id_t>(host->pid), info, WEXITED | WNOHANG | flags) == 0 ? 0 : errno;
-}
-
 static bool is_child(const ka_host *host)
 {
     siginfo_t info;
-    return host->pid != 0 && look_at_child(host, &info, WNOWAIT) == 0;
+    return host->pid != 0 && look_at_child(host->pid_fd, host->pid, &info, WNOWAIT) == 0;
 }
 
 /* What the module has forked is left in the host's group. The group has the host's number, which belongs to nobody
@@ -75,7 +62,7 @@ static void bury(ka_host *host, bool by_library)
 {
     siginfo_t info;
     end_group(host);
-    look_at_child(host, &info, 0);
+    look_at_child(host->pid_fd, host->pid, &info, 0);
     free_remains(&host->remains);
     host->remains.of_error = true;
     host->remains.by_library = by_library;
@@ -103,16 +90,10 @@ static void release_process(ka_host *host)
     host->state = STATE_ENDED;
 }
 
-/* Never another process that has got the number of a dead host. */
-int signal_process(const ka_host *host, int signal)
-{
-    return syscall(SYS_pidfd_send_signal, host->pid_fd, signal, nullptr, 0) == 0 ? 0 : errno;
-}
-
 /* By its number where the descriptor was lost and cannot be had again: it belongs to an unreaped child. */
 static int signal_child(const ka_host *host, int signal)
 {
-    if (host->pid_fd != -1) return signal_process(host, signal);
+    if (host->pid_fd != -1) return signal_process(host->pid_fd, signal);
     if (!is_child(host)) return ESRCH;
     return kill(host->pid, signal) == 0 ? 0 : errno;
 }
@@ -120,7 +101,7 @@ static int signal_child(const ka_host *host, int signal)
 static bool is_dead(const ka_host *host)
 {
     siginfo_t info;
-    const int error = look_at_child(host, &info, WNOWAIT);
+    const int error = look_at_child(host->pid_fd, host->pid, &info, WNOWAIT);
     return error == ECHILD || info.si_pid != 0;
 }
 

@@ -9,7 +9,9 @@
 #include <string.h>
 #include <time.h>
 
-#include "printable.h"
+#include "base/clock.h"
+#include "base/fd.h"
+#include "base/printable.h"
 
 static const ka_error no_memory = {
     .error_class = KA_SYSTEM,
@@ -34,12 +36,6 @@ const char *ka_error_name(int32_t error_class)
                                             "too big", "closed",      "system error", "argument", "cancelled"};
     static constexpr int32_t count = sizeof names / sizeof names[0];
     return error_class >= 0 && error_class < count ? names[error_class] : "unknown";
-}
-
-const char *errno_text(int error_number)
-{
-    const char *text = strerrordesc_np(error_number);
-    return text ? text : "unknown error";
 }
 
 static int32_t retry_after(int32_t error_class, bool sent)

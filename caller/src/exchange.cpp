@@ -14,8 +14,12 @@
 #include <signal.h>
 #include <stdio.h>
 
+#include "base/clock.h"
+#include "base/name.h"
+#include "base/pidfd.h"
+#include "base/random.h"
+#include "base/thread.h"
 #include "reply.h"
-#include "uncancelled.h"
 
 static int32_t answer(ka_host *host, int32_t value)
 {
@@ -87,7 +91,7 @@ static int32_t answer_again(ka_host *host)
     if (host->state != STATE_CALLING) return fail_out_of_turn(host);
     if (!regain_process(host)) return fail_exchange(host, EVENT_DIED);
     prepare_reply(host, known);
-    signal_process(host, SIGUSR2); /* a host that has died is found so */
+    signal_process(host->pid_fd, SIGUSR2); /* a host that has died is found so */
     return KA_DONE;
 }
 
@@ -125,7 +129,7 @@ static int32_t settle(ka_host *host, int64_t deadline)
    found after that. */
 static int32_t check_hearing(ka_host *host, int64_t deadline)
 {
-    const int32_t known = random_word(host);
+    const int32_t known = random_word(&host->random);
     const t_REPLY reply = converse(host, known, 0, deadline);
     if (reply.event == EVENT_UNWAITED) return fail_wait(host, reply.value);
     return reply.event == EVENT_RETURNED && reply.value == known ? fail_unheard(host) : KA_DONE;
@@ -134,7 +138,7 @@ static int32_t check_hearing(ka_host *host, int64_t deadline)
 static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
 {
     const int32_t argc = host->argc_is_given ? host->given_argc : host->argc;
-    int32_t known = random_word(host);
+    int32_t known = random_word(&host->random);
     for (;;) {
         const t_REPLY reply = converse(host, known, argc, deadline);
         if (reply.event == EVENT_NOT_RUNG) return fail_ring(host, reply.value);

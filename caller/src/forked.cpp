@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "attendant.h"
+#include "base/fd.h"
 #include "doorbell.h"
 #include "host.h"
 

@@ -11,6 +11,7 @@
 #include <stdint.h>
 #include <sys/types.h>
 
+#include "base/name.h"
 #include "ka/caller.h"
 #include "ka/dll_block.h"
 
@@ -45,8 +46,6 @@ struct t_PROGRESS {
     bool taken;  /* the signal was seen to be no longer pending */
     bool asleep; /* it was seen asleep after that */
 };
-
-enum { SHOWN_NAME = 80 };
 
 /* When the last error happened. */
 struct t_MOMENT {
@@ -170,15 +169,10 @@ __attribute__((format(printf, 3, 4))) int32_t fail(ka_host *host, int32_t error_
 __attribute__((format(printf, 2, 3))) void set_error_text(ka_host *host, const char *format, ...);
 int32_t fail_system(ka_host *host, int error_number, const char *what);
 int32_t clear_error(ka_host *host); /* KA_DONE */
-const char *errno_text(int error_number);
 
 /* report.cpp: names for the bits of overwritten_fields. */
 const char *header_field(int number);                             /* null behind the last */
 void write_overwritten(uint32_t fields, char *text, size_t size); /* "base, pid" */
-
-/* random.cpp */
-void seed_random(ka_host *host);
-int32_t random_word(ka_host *host);
 
 /* segment.cpp */
 int32_t check_sizes(ka_host *host);
@@ -233,14 +227,9 @@ void regain_doorbell(ka_host *host);
 /* wait.cpp: waits for the first of these things; more than one bit can be set, none when the time is over. An error
    comes alone: the system refuses the wait, and errno says why. */
 enum { WOKEN_BY_SIGNAL = 1, WOKEN_BY_DEATH = 2, WOKEN_BY_CANCEL = 4, WOKEN_BY_PIPE = 8, WOKEN_BY_ERROR = 16 };
-enum : int64_t { NS_PER_MS = 1000000, NS_PER_S = 1000000000 };
 int wait_until(const ka_host *host, int pipe_fd, int64_t until);
-int64_t now_ns(void);
-int64_t deadline_after_ms(int32_t milliseconds);
 
 /* ending.cpp */
-void close_fd(int *fd);                              /* unless it is -1, which it becomes */
-int signal_process(const ka_host *host, int signal); /* 0 or an errno */
 /* Ends the process, unless there is none, and releases what belongs to it. The segment stays, and the error. A
    process that cannot be ended is noted as left. */
 void end_host(ka_host *host);
@@ -264,9 +253,6 @@ void forget_preparations(ka_host *host);
 int32_t check_call(ka_host *host);
 const char *kind_name(int32_t kind); /* "Unknown" for a number that is none */
 
-/* build.cpp: a name for messages: cut, and without control characters. */
-void show_name(char shown[SHOWN_NAME], const char *name);
-
 /* result.cpp: elements as the block holds them, made safe. A string is copied as far as it fits; its length. */
 int32_t read_integer(const ka_host *host, const t_SLOT *slot, int32_t index);
 t_DECIMAL read_real(const ka_host *host, const t_SLOT *slot, int32_t index);
@@ -279,8 +265,7 @@ void take_results(ka_host *host);
 enum t_REST { NOT_AT_REST, AT_REST_IDLE, AT_REST_IN_CALLBACK, REST_UNKNOWABLE };
 t_REST look_for_rest(ka_host *host);
 bool is_idle_again(ka_host *host, bool thoroughly); /* after an answer; true where that cannot be known */
-bool read_signal_sets(int status_fd, uint64_t *caught, uint64_t *ignored); /* of the process as a whole */
-t_REST look_for_first_rest(ka_host *host);                                 /* before anything was sent */
+t_REST look_for_first_rest(ka_host *host);          /* before anything was sent */
 bool request_is_pending(ka_host *host); /* not taken yet; also of a zombie. False where that cannot be known */
 
 #endif

@@ -8,10 +8,11 @@
 #include <string.h>
 #include <unistd.h>
 
-t_IMAGE *create_image(pid_t pid, int fd)
+t_IMAGE *create_image(t_READ_PAGE *read_page, pid_t pid, int fd)
 {
     t_IMAGE *image = static_cast<t_IMAGE *>(calloc(1, sizeof *image));
     if (!image) return nullptr;
+    image->read_page = read_page;
     image->pid = pid;
     image->fd = fd;
     return image;
@@ -27,7 +28,7 @@ void close_image(t_IMAGE *image)
 static int read_page(t_IMAGE *image, uint32_t address, uint8_t *bytes)
 {
     if (image->pages_read++ >= PAGES_READ_MAX) return EFBIG;
-    return image->pid != 0 ? read_process_page(image, address, bytes) : read_file_page(image, address, bytes);
+    return image->read_page(image, address, bytes);
 }
 
 /* The page that begins at the address, or null. It takes the place of the one that was read longest ago. */

@@ -31,7 +31,13 @@ struct t_OBJECT {
     uint32_t dynamic;
 };
 
+struct t_IMAGE;
+
+/* Where its pages come from: the one that begins at the address. 0 or an errno. */
+typedef int t_READ_PAGE(const t_IMAGE *image, uint32_t address, uint8_t *bytes);
+
 struct t_IMAGE {
+    t_READ_PAGE *read_page;
     pid_t pid; /* whose memory it is; 0 for a file */
     int fd;    /* of the file, or -1 */
     int32_t pages_read;
@@ -49,7 +55,7 @@ t_IMAGE *open_file_image(const char *path, char *why, size_t size);
 t_IMAGE *open_process_image(pid_t pid, int32_t *error_class, char *why, size_t size);
 
 /* image.cpp */
-t_IMAGE *create_image(pid_t pid, int fd);
+t_IMAGE *create_image(t_READ_PAGE *read_page, pid_t pid, int fd);
 void close_image(t_IMAGE *image); /* may be null */
 
 /* All of size bytes, or false. */
@@ -58,10 +64,6 @@ bool read_image(t_IMAGE *image, uint32_t address, void *to, size_t size);
 /* Copies a zero-terminated text; its length, or why there is none. */
 enum { TEXT_UNREADABLE = -1, TEXT_TOO_LONG = -2 };
 int32_t read_image_text(t_IMAGE *image, uint32_t address, char *buffer, int32_t size);
-
-/* image_file.cpp, image_process.cpp: the page that begins at the address; 0 or an errno. */
-int read_file_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes);
-int read_process_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes);
 
 /* symbols.cpp: the address of the first symbol of that name which an object defines. */
 bool find_symbol(t_IMAGE *image, const char *name, uint32_t *address);

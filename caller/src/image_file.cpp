@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/fd.h"
 #include "host.h"
 
 /* The kernel maps whole pages. */
@@ -41,7 +42,7 @@ static int read_segment_part(const t_IMAGE *image, const Elf32_Phdr *segment, ui
     return static_cast<size_t>(length) == wanted ? 0 : ENODATA;
 }
 
-int read_file_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes)
+static int read_file_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes)
 {
     int error = EFAULT;
     memset(bytes, 0, PAGE_BYTES);
@@ -101,7 +102,7 @@ t_IMAGE *open_file_image(const char *path, char *why, size_t size)
 {
     const int fd = open_regular_file(path, why, size);
     if (fd == -1) return nullptr;
-    t_IMAGE *image = create_image(0, fd);
+    t_IMAGE *image = create_image(read_file_page, 0, fd);
     if (!image) {
         snprintf(why, size, "no memory");
         close(fd);

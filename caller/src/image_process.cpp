@@ -12,10 +12,11 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include "base/fd.h"
+#include "base/proc.h"
 #include "host.h"
-#include "proc.h"
 
-int read_process_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes)
+static int read_process_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes)
 {
     const struct iovec to = {bytes, PAGE_BYTES};
     const struct iovec from = {reinterpret_cast<void *>(static_cast<uintptr_t>(address)), PAGE_BYTES};
@@ -174,7 +175,7 @@ t_IMAGE *open_process_image(pid_t pid, int32_t *error_class, char *why, size_t s
 {
     *error_class = check_program(pid, why, size);
     if (*error_class != KA_DONE) return nullptr;
-    t_IMAGE *image = create_image(pid, -1);
+    t_IMAGE *image = create_image(read_process_page, pid, -1);
     if (!image) {
         snprintf(why, size, "no memory");
         *error_class = KA_SYSTEM;

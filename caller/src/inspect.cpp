@@ -16,8 +16,9 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "attendant.h"
-#include "proc.h"
+#include "base/pidfd.h"
+#include "base/proc.h"
+#include "base/thread.h"
 
 enum {
     TEXT_BYTES = 1 << 14,
@@ -80,13 +81,12 @@ static bool ends_by_default(int signal)
 /* The host handles SIGUSR2 whenever it lets one through, with every call; it is spared the look into /proc. */
 static bool will_end(const t_INSPECTION *inspection, int signal)
 {
-    uint64_t caught = 0;
-    uint64_t ignored = 0;
+    t_STATUS status;
     if (signal == SIGUSR2 || !ends_by_default(signal)) return false;
     const int status_fd = open_proc_file(inspection->number, "status"); /* the program could close one that is kept */
-    const bool known = status_fd != -1 && read_signal_sets(status_fd, &caught, &ignored);
+    const bool known = status_fd != -1 && read_status(status_fd, &status);
     if (status_fd != -1) close(status_fd);
-    return known && ((caught | ignored) >> (signal - 1) & 1) == 0;
+    return known && ((status.caught | status.ignored) & signal_bit(signal)) == 0;
 }
 
 /* The first look is kept: a deadly signal can follow the look at a hanging host. */
@@ -178,7 +178,7 @@ void start_inspection(ka_host *host)
     inspection->number = number_in_proc(host->pid_fd);
     inspection->inspector = host->options.inspector;
     inspection->user = host->options.user;
-    if (create_quiet_thread(&inspection->thread, STACK_BYTES, trace, inspection) != 0) {
+    if (create_thread_without_signals(&inspection->thread, STACK_BYTES, trace, inspection) != 0) {
         free(inspection);
         return;
     }
@@ -192,7 +192,7 @@ void inspect_hanging(ka_host *host)
     if (!inspection || !get_flag(inspection, &inspection->tracing)) return;
     if (get_flag(inspection, &inspection->suspended)) return;
     set_flag(inspection, &inspection->hanging, true);
-    if (signal_process(host, SIGSTOP) == 0) await_flag(inspection, &inspection->inspected);
+    if (signal_process(host->pid_fd, SIGSTOP) == 0) await_flag(inspection, &inspection->inspected);
 }
 
 /* A thread that does not end, since its host cannot be killed or its inspector does not return, keeps its record. */

@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/fd.h"
 #include "image.h"
 
 static bool refuse(char *why, size_t size, const char *reason)

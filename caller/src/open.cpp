@@ -9,9 +9,11 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "base/clock.h"
+#include "base/random.h"
+#include "base/thread.h"
 #include "doorbell.h"
 #include "forked.h"
-#include "uncancelled.h"
 
 static constexpr ka_options default_options = {
     .size = sizeof(ka_options),
@@ -145,7 +147,7 @@ int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
     clear_error(host);
     host->pid_fd = host->doorbell_fd = host->status_fd = host->syscall_fd = host->error_fd = -1;
     host->pipes = {{-1, -1}, {-1, -1}};
-    seed_random(host);
+    seed_random(&host->random);
     host->module = strdup(module);
     if (!host->module || enter_host(host) != 0) {
         free(host->module);

@@ -15,8 +15,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "base/fd.h"
+#include "base/pidfd.h"
+#include "base/proc.h"
 #include "doorbell.h"
-#include "proc.h"
 
 /* What /proc says of a file that shares its inode with all others which have no name: descriptors of signals, and, of
    older kernels, of processes. */
@@ -84,14 +86,6 @@ void regain_doorbell(ka_host *host)
 
 /* ---- The process ----------------------------------------------------------------------------------------------- */
 
-/* -1 when it is no child of this program any more. */
-static int reopen_process(pid_t pid)
-{
-    siginfo_t info;
-    if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0) return -1;
-    return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-}
-
 static void open_view(ka_host *host, t_OWNED which, pid_t number)
 {
     *number_of(host, which) = open_proc_file(number, which == OWNED_STATUS ? "status" : "syscall");
@@ -119,14 +113,14 @@ bool regain_view(ka_host *host, t_OWNED which)
 bool owns_process(ka_host *host)
 {
     bool nameless = false;
-    return is_noted_file(host, OWNED_PROCESS, &nameless) && (!nameless || signal_process(host, 0) != EBADF);
+    return is_noted_file(host, OWNED_PROCESS, &nameless) && (!nameless || signal_process(host->pid_fd, 0) != EBADF);
 }
 
 bool regain_process(ka_host *host)
 {
     if (host->pid_fd == -1 || owns_process(host)) return true;
     disown_lost(host);
-    host->pid_fd = reopen_process(host->pid);
+    host->pid_fd = reopen_child(host->pid);
     if (host->pid_fd == -1) return false;
     close_fd(&host->status_fd);
     close_fd(&host->syscall_fd);

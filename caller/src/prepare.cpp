@@ -3,11 +3,13 @@
  * What comes before the first call: a host's memory can be looked into once it waits for calls, for then its
  * libraries are loaded and the module has set itself up. Then its tables are read and its trace level is set; later
  * calls find that done. */
+#include "base/thread.h"
 #include "host.h"
 #include "image.h"
-#include "uncancelled.h"
 
 #include <errno.h>
+
+#include "base/clock.h"
 
 enum : int64_t { FIRST_LOOK_NS = 50000, LONGEST_LOOK_NS = 2000000 };
 

@@ -22,6 +22,9 @@
 #include <errno.h>
 #include <signal.h>
 
+#include "base/clock.h"
+#include "base/pidfd.h"
+#include "base/random.h"
 #include "doorbell.h"
 #include "host.h"
 #include "ka/dll_codes.h"
@@ -35,7 +38,7 @@ enum : int64_t { FIRST_PAUSE_NS = 20000, FIRST_QUIET_PAUSE_NS = 1000000, LONGEST
 
 void prepare_reply(ka_host *host, int32_t known)
 {
-    host->mark = random_word(host);
+    host->mark = random_word(&host->random);
     host->known = known;
     host->progress = {};
     store32(host, host->layout->cbval, host->mark);
@@ -46,7 +49,7 @@ void prepare_reply(ka_host *host, int32_t known)
 static int ring(ka_host *host, int32_t argc)
 {
     store32(host, host->layout->argc, argc);
-    const int error = signal_process(host, SIGUSR2);
+    const int error = signal_process(host->pid_fd, SIGUSR2);
     if (error == 0) host->sent = true;
     return error;
 }

@@ -8,8 +8,9 @@
 #include <string.h>
 #include <time.h>
 
+#include "base/clock.h"
+#include "base/thread.h"
 #include "ka/dll_module.h"
-#include "uncancelled.h"
 
 bool concerns_call(const ka_host *host)
 {

@@ -7,29 +7,29 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/json.h"
+#include "base/thread.h"
 #include "report.h"
-#include "uncancelled.h"
-#include "writer.h"
 
 /* ---- Arguments ------------------------------------------------------------------------------------------------- */
 
 /* True when the element is shown whole. */
-static bool write_element(t_WRITER *writer, const ka_host *host, const t_SLOT *slot, int32_t index)
+static bool write_element(t_JSON *json, const ka_host *host, const t_SLOT *slot, int32_t index)
 {
     if (slot->type == DLL_INTEGER) {
-        json_number(writer, nullptr, read_integer(host, slot, index));
+        json_number(json, nullptr, read_integer(host, slot, index));
         return true;
     }
     if (slot->type == DLL_REAL) {
         char text[KA_REAL_TEXT];
         const t_DECIMAL value = read_real(host, slot, index);
-        json_text(writer, nullptr, value.dec_pos == DEC_NULL ? nullptr : ka_real_to_text(&value, text));
+        json_text(json, nullptr, value.dec_pos == DEC_NULL ? nullptr : ka_real_to_text(&value, text));
         return true;
     }
     char bytes[SHOWN_CHARACTERS];
     const int32_t length = read_string(host, slot, index, bytes, sizeof bytes);
     const bool whole = length <= SHOWN_CHARACTERS;
-    json_string(writer, nullptr, bytes, whole ? static_cast<size_t>(length) : sizeof bytes);
+    json_string(json, nullptr, bytes, whole ? static_cast<size_t>(length) : sizeof bytes);
     return whole;
 }
 
@@ -38,110 +38,110 @@ static const char *type_name(int32_t type)
     return type == DLL_INTEGER ? "INTEGER" : type == DLL_REAL ? "REAL" : "STRING";
 }
 
-static void write_argument(t_WRITER *writer, const ka_host *host, int32_t argument)
+static void write_argument(t_JSON *json, const ka_host *host, int32_t argument)
 {
     const t_SLOT *slot = &host->slots[argument];
     const ka_prototype *prototype = prototype_of(host, argument);
     bool whole = slot->count <= SHOWN_ELEMENTS;
-    json_open(writer, nullptr, '{');
-    json_text(writer, "name", prototype ? prototype->name : nullptr);
-    json_text(writer, "kind", prototype ? kind_name(prototype->kind) : nullptr);
-    json_text(writer, "type", type_name(slot->type));
-    json_bool(writer, "by_reference", slot->passing == KA_BY_REFERENCE);
-    if (slot->type == DLL_STRING) json_number(writer, "room", slot->room);
-    json_number(writer, "count", slot->count);
-    json_open(writer, "values", '[');
+    json_open(json, nullptr, '{');
+    json_text(json, "name", prototype ? prototype->name : nullptr);
+    json_text(json, "kind", prototype ? kind_name(prototype->kind) : nullptr);
+    json_text(json, "type", type_name(slot->type));
+    json_bool(json, "by_reference", slot->passing == KA_BY_REFERENCE);
+    if (slot->type == DLL_STRING) json_number(json, "room", slot->room);
+    json_number(json, "count", slot->count);
+    json_open(json, "values", '[');
     for (int32_t i = 0; i < shown_elements(slot); i++)
-        if (!write_element(writer, host, slot, i)) whole = false;
-    json_close(writer, ']');
-    json_bool(writer, "cut", !whole);
-    json_close(writer, '}');
+        if (!write_element(json, host, slot, i)) whole = false;
+    json_close(json, ']');
+    json_bool(json, "cut", !whole);
+    json_close(json, '}');
 }
 
-static void write_call(t_WRITER *writer, const ka_host *host)
+static void write_call(t_JSON *json, const ka_host *host)
 {
     if (!concerns_call(host)) {
-        json_null(writer, "function");
-        json_null(writer, "arguments");
+        json_null(json, "function");
+        json_null(json, "arguments");
         return;
     }
-    json_text(writer, "function", host->function);
-    json_open(writer, "arguments", '[');
+    json_text(json, "function", host->function);
+    json_open(json, "arguments", '[');
     for (int32_t argument = 1; argument < host->argc; argument++)
-        write_argument(writer, host, argument);
-    json_close(writer, ']');
+        write_argument(json, host, argument);
+    json_close(json, ']');
 }
 
 /* ---- The process ----------------------------------------------------------------------------------------------- */
 
-static void write_signal(t_WRITER *writer, int32_t signal)
+static void write_signal(t_JSON *json, int32_t signal)
 {
     char name[16];
     const char *short_name = sigabbrev_np(signal);
     snprintf(name, sizeof name, "SIG%s", short_name ? short_name : "");
-    json_number(writer, "signal", signal);
-    json_text(writer, "signal_name", short_name ? name : nullptr);
-    json_text(writer, "meaning", sigdescr_np(signal));
+    json_number(json, "signal", signal);
+    json_text(json, "signal_name", short_name ? name : nullptr);
+    json_text(json, "meaning", sigdescr_np(signal));
 }
 
-static void write_process(t_WRITER *writer, const ka_host *host)
+static void write_process(t_JSON *json, const ka_host *host)
 {
     const t_REMAINS *remains = &host->remains;
     if (!concerns_end(host)) {
-        json_null(writer, "process");
+        json_null(json, "process");
         return;
     }
-    json_open(writer, "process", '{');
-    json_number(writer, "pid", remains->pid);
-    json_bool(writer, "ended_by_library", remains->by_library);
+    json_open(json, "process", '{');
+    json_number(json, "pid", remains->pid);
+    json_bool(json, "ended_by_library", remains->by_library);
     if (remains->how == CLD_EXITED) {
-        json_number(writer, "exit_status", remains->status);
-        json_text(writer, "meaning", exit_status_meaning(host));
+        json_number(json, "exit_status", remains->status);
+        json_text(json, "meaning", exit_status_meaning(host));
     } else if (remains->how != 0) {
-        write_signal(writer, remains->status);
+        write_signal(json, remains->status);
     }
-    json_close(writer, '}');
+    json_close(json, '}');
 }
 
-static void write_header_damage(t_WRITER *writer, const ka_host *host)
+static void write_header_damage(t_JSON *json, const ka_host *host)
 {
     const uint32_t fields = concerns_end(host) ? host->remains.overwritten : 0;
-    json_open(writer, "overwritten_header", '[');
+    json_open(json, "overwritten_header", '[');
     for (int i = 0; header_field(i); i++)
-        if (fields >> i & 1) json_text(writer, nullptr, header_field(i));
-    json_close(writer, ']');
+        if (fields >> i & 1) json_text(json, nullptr, header_field(i));
+    json_close(json, ']');
 }
 
-static void write_moment(t_WRITER *writer, const ka_host *host)
+static void write_moment(t_JSON *json, const ka_host *host)
 {
     char text[TIME_TEXT];
     write_time(host->moment.time_ns, text);
-    json_text(writer, "time", text);
+    json_text(json, "time", text);
     if (host->moment.after_ns >= 0)
-        json_number(writer, "call_microseconds", host->moment.after_ns / 1000);
+        json_number(json, "call_microseconds", host->moment.after_ns / 1000);
     else
-        json_null(writer, "call_microseconds");
-    json_bool(writer, "called_back", host->moment.in_callback);
+        json_null(json, "call_microseconds");
+    json_bool(json, "called_back", host->moment.in_callback);
 }
 
 /* ---- All of it ------------------------------------------------------------------------------------------------- */
 
-static void write_lines(t_WRITER *writer, const char *name, const char *text, const char *end)
+static void write_lines(t_JSON *json, const char *name, const char *text, const char *end)
 {
     t_LINE line;
-    json_open(writer, name, '[');
+    json_open(json, name, '[');
     while (next_line(&text, end, &line))
-        json_string(writer, nullptr, line.start, line.length);
-    json_close(writer, ']');
+        json_string(json, nullptr, line.start, line.length);
+    json_close(json, ']');
 }
 
-static void write_outputs(t_WRITER *writer, const ka_host *host)
+static void write_outputs(t_JSON *json, const ka_host *host)
 {
     const char *backtrace = concerns_end(host) && host->remains.backtrace ? host->remains.backtrace : "";
-    write_lines(writer, "backtrace", backtrace, backtrace + strlen(backtrace));
+    write_lines(json, "backtrace", backtrace, backtrace + strlen(backtrace));
     const char *end;
     const char *lines = last_lines(host, &end);
-    write_lines(writer, "error_output", lines, end);
+    write_lines(json, "error_output", lines, end);
 }
 
 const char *ka_report_json(ka_host *host)
@@ -150,18 +150,18 @@ const char *ka_report_json(ka_host *host)
     free(host->report);
     host->report = nullptr;
     if (host->error.error_class == KA_DONE) return nullptr;
-    t_WRITER writer = {};
-    json_open(&writer, nullptr, '{');
-    json_text(&writer, "error", ka_error_name(host->error.error_class));
-    json_number(&writer, "error_class", host->error.error_class);
-    json_text(&writer, "text", host->error.text);
-    json_text(&writer, "retry", retry_name(host->error.retry));
-    json_text(&writer, "module", host->module);
-    write_process(&writer, host);
-    write_header_damage(&writer, host);
-    write_moment(&writer, host);
-    write_call(&writer, host);
-    write_outputs(&writer, host);
-    json_close(&writer, '}');
-    return host->report = finish_writing(&writer);
+    t_JSON json = {};
+    json_open(&json, nullptr, '{');
+    json_text(&json, "error", ka_error_name(host->error.error_class));
+    json_number(&json, "error_class", host->error.error_class);
+    json_text(&json, "text", host->error.text);
+    json_text(&json, "retry", retry_name(host->error.retry));
+    json_text(&json, "module", host->module);
+    write_process(&json, host);
+    write_header_damage(&json, host);
+    write_moment(&json, host);
+    write_call(&json, host);
+    write_outputs(&json, host);
+    json_close(&json, '}');
+    return host->report = finish_text(&json.text);
 }

@@ -21,84 +21,34 @@
  * /proc/PID/status can serve as 2 and 3, but 1 needs one of its own before. */
 #include "host.h"
 
-#include <errno.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
-static constexpr uint64_t bit(int signal)
+#include "base/proc.h"
+
+static constexpr uint64_t waiting_in_callback = signal_bit(SIGINT) | signal_bit(SIGIO) | signal_bit(SIGALRM);
+static constexpr uint64_t waiting_idle = waiting_in_callback | signal_bit(SIGUSR1);
+
+static bool look(ka_host *host, t_STATUS *status)
 {
-    return uint64_t{1} << (signal - 1);
-}
-
-static constexpr uint64_t waiting_in_callback = bit(SIGINT) | bit(SIGIO) | bit(SIGALRM);
-static constexpr uint64_t waiting_idle = waiting_in_callback | bit(SIGUSR1);
-
-enum { STATUS_BYTES = 8192 };
-
-namespace {
-struct t_LOOK {
-    bool asleep;
-    bool pending;
-    bool caught; /* SIGUSR2 has a handler */
-    uint64_t blocked;
-};
-} // namespace
-
-static const char *field(const char *status, const char *name)
-{
-    const char *found = strstr(status, name);
-    return found ? found + strlen(name) : nullptr;
-}
-
-/* False when the process is gone, or its status cannot be had. */
-static bool read_status(int status_fd, char status[STATUS_BYTES])
-{
-    const ssize_t length = pread(status_fd, status, STATUS_BYTES - 1, 0);
-    if (length <= 0) return false;
-    status[length] = '\0';
-    return true;
-}
-
-static bool look(ka_host *host, t_LOOK *result)
-{
-    char status[STATUS_BYTES];
     regain_view(host, OWNED_STATUS);
-    if (!read_status(host->status_fd, status)) return false;
-    const char *state = field(status, "\nState:\t");
-    const char *own = field(status, "\nSigPnd:\t");
-    const char *shared = field(status, "\nShdPnd:\t");
-    const char *blocked = field(status, "\nSigBlk:\t");
-    const char *caught = field(status, "\nSigCgt:\t");
-    if (!state || !own || !shared || !blocked || !caught) return false;
-    result->asleep = *state == 'S';
-    result->pending = ((strtoull(own, nullptr, 16) | strtoull(shared, nullptr, 16)) & bit(SIGUSR2)) != 0;
-    result->caught = (strtoull(caught, nullptr, 16) & bit(SIGUSR2)) != 0;
-    result->blocked = strtoull(blocked, nullptr, 16);
-    return true;
+    return read_status(host->status_fd, status);
 }
 
-bool read_signal_sets(int status_fd, uint64_t *caught, uint64_t *ignored)
+static bool has_doorbell(uint64_t signals)
 {
-    char status[STATUS_BYTES];
-    if (!read_status(status_fd, status)) return false;
-    const char *caught_text = field(status, "\nSigCgt:\t");
-    const char *ignored_text = field(status, "\nSigIgn:\t");
-    if (!caught_text || !ignored_text) return false;
-    *caught = strtoull(caught_text, nullptr, 16);
-    *ignored = strtoull(ignored_text, nullptr, 16);
-    return true;
+    return (signals & signal_bit(SIGUSR2)) != 0;
 }
 
 /* One look; host->progress keeps what the looks before it have shown since the host was signalled. */
 t_REST look_for_rest(ka_host *host)
 {
-    t_LOOK seen;
+    t_STATUS seen;
     if (!look(host, &seen)) return REST_UNKNOWABLE;
     if (host->progress.taken && seen.asleep) host->progress.asleep = true;
-    if (!seen.pending) host->progress.taken = true;
-    if (!host->progress.asleep || seen.pending || !seen.caught) return NOT_AT_REST;
+    if (!has_doorbell(seen.pending)) host->progress.taken = true;
+    if (!host->progress.asleep || has_doorbell(seen.pending) || !has_doorbell(seen.caught)) return NOT_AT_REST;
     if (seen.blocked == waiting_idle) return AT_REST_IDLE;
     if (seen.blocked == waiting_in_callback) return AT_REST_IN_CALLBACK;
     return NOT_AT_REST;
@@ -108,17 +58,18 @@ t_REST look_for_rest(ka_host *host)
    shown as long as nobody answers it. */
 t_REST look_for_first_rest(ka_host *host)
 {
-    t_LOOK seen;
+    t_STATUS seen;
     if (!look(host, &seen)) return REST_UNKNOWABLE;
-    if (seen.pending) return NOT_AT_REST;
+    if (has_doorbell(seen.pending)) return NOT_AT_REST;
     if (seen.blocked == waiting_idle) return AT_REST_IDLE;
-    return seen.asleep && seen.caught && seen.blocked == waiting_in_callback ? AT_REST_IN_CALLBACK : NOT_AT_REST;
+    return seen.asleep && has_doorbell(seen.caught) && seen.blocked == waiting_in_callback ? AT_REST_IN_CALLBACK
+                                                                                           : NOT_AT_REST;
 }
 
 bool request_is_pending(ka_host *host)
 {
-    t_LOOK seen;
-    return look(host, &seen) && seen.pending;
+    t_STATUS seen;
+    return look(host, &seen) && has_doorbell(seen.pending);
 }
 
 /* ---- Idle again ------------------------------------------------------------------------------------------------ */
@@ -143,9 +94,10 @@ static bool same_place(const t_WHEREABOUTS *one, const t_WHEREABOUTS *other)
 /* It is nowhere else before and after the look at its signals, so that look is of this place. */
 static bool learn_idle_place(ka_host *host, const t_WHEREABOUTS *before)
 {
-    t_LOOK seen;
+    t_STATUS seen;
     t_WHEREABOUTS after;
-    if (!look(host, &seen) || !seen.asleep || seen.pending || seen.blocked != waiting_idle) return false;
+    if (!look(host, &seen) || !seen.asleep || has_doorbell(seen.pending) || seen.blocked != waiting_idle)
+        return false;
     if (!read_whereabouts(host, &after) || !same_place(before, &after)) return false;
     host->idle = after;
     return true;

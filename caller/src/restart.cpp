@@ -6,6 +6,8 @@
 
 #include <errno.h>
 
+#include "base/clock.h"
+
 bool can_restart(const ka_host *host)
 {
     return host->options.restart != KA_RESTART_NEVER && host->base;

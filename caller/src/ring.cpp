@@ -21,7 +21,8 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "attendant.h"
+#include "base/fd.h"
+#include "base/thread.h"
 #include "host.h"
 
 /* Larger than usual, so that the host seldom waits for a busy processor; and small enough for hundreds of hosts,
@@ -240,7 +241,7 @@ static void free_ring(t_RING *ring)
 /* 0 or an errno; ETIMEDOUT when the thread did not get so far, and may still do so. */
 static int start_thread(t_RING *ring)
 {
-    const int error = create_quiet_thread(&ring->thread, STACK_BYTES, collect, ring);
+    const int error = create_thread_without_signals(&ring->thread, STACK_BYTES, collect, ring);
     if (error != 0) return error;
     pthread_mutex_lock(&ring->lock);
     await_settled(ring);

@@ -22,6 +22,8 @@
 #include <unistd.h>
 
 #include "attendant.h"
+#include "base/fd.h"
+#include "base/pidfd.h"
 #include "forked.h"
 #include "listener.h"
 
@@ -114,12 +116,6 @@ __attribute__((noreturn)) static void become_host(const t_LAUNCH *launch)
 
 /* ---- In the caller --------------------------------------------------------------------------------------------- */
 
-/* A descriptor for the process comes with its birth, so that the number cannot be that of a later process. */
-static pid_t fork_with_descriptor(int *pid_fd)
-{
-    return static_cast<pid_t>(syscall(SYS_clone, CLONE_PIDFD | SIGCHLD, nullptr, pid_fd, nullptr, nullptr));
-}
-
 static int launch_process(ka_host *host, const t_LAUNCH *launch)
 {
     sigset_t all;
@@ -127,7 +123,7 @@ static int launch_process(ka_host *host, const t_LAUNCH *launch)
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
     int pid_fd = -1;
-    const pid_t pid = fork_with_descriptor(&pid_fd);
+    const pid_t pid = fork_with_pidfd(&pid_fd);
     if (pid == 0) become_host(launch);
     const int error = pid == -1 ? errno : 0;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);

@@ -7,10 +7,10 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/thread.h"
 #include "host.h"
 #include "image.h"
 #include "ka/dll_module.h"
-#include "uncancelled.h"
 
 enum {
     FUNCTIONS_MAX = 100000,         /* a table without an end is no table */

@@ -6,9 +6,9 @@
 #include <stdio.h>
 #include <sys/uio.h>
 
+#include "base/thread.h"
 #include "host.h"
 #include "image.h"
-#include "uncancelled.h"
 
 static int32_t refuse(int32_t error_class, char *why, size_t size, pid_t pid, const char *reason)
 {

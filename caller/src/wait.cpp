@@ -8,19 +8,8 @@
 #include <poll.h>
 #include <time.h>
 
+#include "base/clock.h"
 #include "doorbell.h"
-
-int64_t now_ns(void)
-{
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * NS_PER_S + now.tv_nsec;
-}
-
-int64_t deadline_after_ms(int32_t milliseconds)
-{
-    return now_ns() + milliseconds * NS_PER_MS;
-}
 
 enum { INTERRUPTED = -2 };
 

@@ -2,7 +2,7 @@
 //
 // The library's own thread: what it runs, and for how long it is waited for.
 #include "attendant.h"
-#include "host.h"
+#include "base/clock.h"
 
 #include <gtest/gtest.h>
 

@@ -114,7 +114,7 @@ const std::set<std::string> no_messages = {"C",
 // Of the caller's library: what is written otherwise than as messages.
 const std::set<std::string> no_message_files = {"handler.cpp", "report.cpp", "report_json.cpp", "report_text.cpp",
                                                 "rest.cpp",    "proc.cpp",   "text.cpp",        "printable.cpp",
-                                                "writer.cpp",  "check.cpp",  "owned.cpp"};
+                                                "json.cpp",    "check.cpp",  "owned.cpp"};
 const std::set<std::string> no_library_messages = {"KA_WAIT_FAST",
                                                    "KA_WAIT_SAFE",
                                                    "safe",
@@ -156,7 +156,7 @@ bool is_message_file(const std::filesystem::path &path)
 std::vector<std::string> messages_of(const std::string &folder)
 {
     std::vector<std::string> found;
-    for (const auto &file : std::filesystem::directory_iterator(KA_SOURCES "/" + folder)) {
+    for (const auto &file : std::filesystem::recursive_directory_iterator(KA_SOURCES "/" + folder)) {
         if (!is_message_file(file.path())) continue;
         const std::string text =
             std::regex_replace(without_comments(read_file(file.path())), std::regex(R"re("\s*\n\s*")re"), "");

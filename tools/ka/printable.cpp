@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
-#include "caller/src/printable.h"
+#include "caller/src/base/printable.h"
 
 namespace {
 

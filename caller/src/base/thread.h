@@ -1,12 +1,17 @@
 /* SPDX-License-Identifier: MIT
  *
- * Threads that the program cancels. One that is in the library would end at its next system call, with locks held
- * that everybody needs, and with a host in the middle of a call. */
-#ifndef KA_CALLER_UNCANCELLED_H
-#define KA_CALLER_UNCANCELLED_H
+ * Threads of the library's own, and what it does to those of the program. */
+#ifndef KA_CALLER_THREAD_H
+#define KA_CALLER_THREAD_H
 
 #include <pthread.h>
+#include <stddef.h>
 
+/* Creates a thread that blocks every signal. 0 or an errno. */
+int create_thread_without_signals(pthread_t *created, size_t stack_bytes, void *(*run)(void *), void *argument);
+
+/* Threads that the program cancels: one that is in the library would end at its next system call, with locks held
+   that everybody needs, and with a host in the middle of a call. */
 inline int hold_cancellation(void)
 {
     int before = PTHREAD_CANCEL_ENABLE;

@@ -1,0 +1,14 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The clock by which everything is timed: it never goes back, and no one sets it. */
+#ifndef KA_CALLER_CLOCK_H
+#define KA_CALLER_CLOCK_H
+
+#include <stdint.h>
+
+enum : int64_t { NS_PER_MS = 1000000, NS_PER_S = 1000000000 };
+
+int64_t now_ns(void);
+int64_t deadline_after_ms(int32_t milliseconds);
+
+#endif
