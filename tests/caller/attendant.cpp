@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // The library's own thread: what it runs, and for how long it is waited for.
-#include "attendant.h"
 #include "base/clock.h"
+#include "process/helper_thread.h"
 
 #include <gtest/gtest.h>
 

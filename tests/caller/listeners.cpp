@@ -2,7 +2,7 @@
 //
 // A thread that waits, and signals of others that were pending in it before: they are pending again when its wait is
 // over.
-#include "listener.h"
+#include "doorbell/waiters.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,8 @@
 //
 // When a host counts as being at rest. The states between two waits of a host last microseconds; here they stand in a
 // file of the same form, one after the other.
-#include "host.h"
+#include "doorbell/rest.h"
+#include "host/owned.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,19 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * What a segment looks like from its creation until it is marked for removal, and the removal of those whose creator
+ * died in between. */
+#ifndef KA_CALLER_ABANDONED_H
+#define KA_CALLER_ABANDONED_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/types.h>
+
+enum : size_t { SIZE_STEP = 4096, SIZE_MARK = 0x6b1 }; /* its size is SIZE_MARK above a multiple of SIZE_STEP */
+
+key_t new_segment_key(uint64_t *random);
+
+/* 0 for those of any dead creator. Async-signal-safe. */
+void remove_abandoned_segments(pid_t dead_creator);
+
+#endif

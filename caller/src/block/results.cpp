@@ -1,0 +1,131 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Reads what a call gave back. Where it lies and how much it is comes from the library's own slots; of the block only
+ * the values are read, each once, and made safe. */
+#include "results.h"
+
+#include <string.h>
+
+#include "segment.h"
+
+static bool is_argument(const ka_host *host, int32_t argument)
+{
+    return host->state == STATE_CALLED && argument >= 1 && argument < host->argc;
+}
+
+int32_t ka_gives_back(const ka_host *host, int32_t argument)
+{
+    return is_argument(host, argument) && host->slots[argument].gives_back ? 1 : 0;
+}
+
+void take_results(ka_host *host)
+{
+    for (int32_t i = 1; i < host->argc; i++) {
+        t_SLOT *slot = &host->slots[i];
+        slot->gives_back = slot->passing == KA_BY_REFERENCE && still_by_reference(host, i);
+    }
+}
+
+/* The argument's slot, or null with the error stored. */
+static const t_SLOT *find_result(ka_host *host, int32_t argument, int32_t type, int32_t count)
+{
+    if (host->state == STATE_ENDED) {
+        fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
+    } else if (host->state != STATE_CALLED) {
+        fail(host, KA_ARGUMENT, "a result is asked for before the call is made");
+    } else if (!is_argument(host, argument)) {
+        fail(host, KA_ARGUMENT, "\"%s\" was called without an argument %d", host->function, argument);
+    } else if (!ka_gives_back(host, argument)) {
+        fail(host, KA_ARGUMENT, "\"%s\" gives nothing back in argument %d", host->function, argument);
+    } else if (host->slots[argument].type != type) {
+        fail(host, KA_ARGUMENT, "argument %d of \"%s\" has another type", argument, host->function);
+    } else if (count < 0 || count > host->slots[argument].count) {
+        fail(host, KA_ARGUMENT, "argument %d of \"%s\" has %d elements, not %d", argument, host->function,
+             host->slots[argument].count, count);
+    } else {
+        return &host->slots[argument];
+    }
+    if (host->error.error_class == KA_ARGUMENT) host->error.argument = argument;
+    return nullptr;
+}
+
+static const char *element(const ka_host *host, const t_SLOT *slot, int32_t index)
+{
+    return host->base + slot->offset + static_cast<ptrdiff_t>(index) * slot->stride;
+}
+
+int32_t read_integer(const ka_host *host, const t_SLOT *slot, int32_t index)
+{
+    int32_t value;
+    memcpy(&value, element(host, slot, index), sizeof value);
+    return value;
+}
+
+int32_t ka_get_integers(ka_host *host, int32_t argument, int32_t *values, int32_t count)
+{
+    const t_SLOT *slot = find_result(host, argument, DLL_INTEGER, count);
+    if (!slot) return host->error.error_class;
+    memcpy(values, element(host, slot, 0), static_cast<size_t>(count) * sizeof *values);
+    return KA_DONE;
+}
+
+/* The decimal library relies on these bounds, and its texts on a first digit that is not 0. */
+static bool is_sound(const t_DECIMAL *real)
+{
+    if (real->dec_pos != DEC_POSITIVE && real->dec_pos != DEC_NEGATIVE) return false;
+    if (real->dec_ndgts < 0 || real->dec_ndgts > DEC_DIGITS) return false;
+    if (real->dec_exp < DEC_EXP_MIN || real->dec_exp > DEC_EXP_MAX) return false;
+    if (real->dec_ndgts > 0 && real->dec_dgts[0] == 0) return false;
+    for (int i = 0; i < real->dec_ndgts; i++)
+        if (real->dec_dgts[i] >= DEC_BASE) return false;
+    return true;
+}
+
+t_DECIMAL read_real(const ka_host *host, const t_SLOT *slot, int32_t index)
+{
+    static constexpr t_DECIMAL null = {0, DEC_NULL, 0, {}};
+    t_DECIMAL real;
+    memcpy(&real, element(host, slot, index), sizeof real);
+    return is_sound(&real) ? real : null;
+}
+
+int32_t ka_get_reals(ka_host *host, int32_t argument, t_DECIMAL *values, int32_t count)
+{
+    const t_SLOT *slot = find_result(host, argument, DLL_REAL, count);
+    if (!slot) return host->error.error_class;
+    for (int32_t i = 0; i < count; i++)
+        values[i] = read_real(host, slot, i);
+    return KA_DONE;
+}
+
+int32_t ka_get_doubles(ka_host *host, int32_t argument, double *values, int32_t count)
+{
+    const t_SLOT *slot = find_result(host, argument, DLL_REAL, count);
+    if (!slot) return host->error.error_class;
+    for (int32_t i = 0; i < count; i++) {
+        const t_DECIMAL real = read_real(host, slot, i);
+        values[i] = __builtin_nan("");
+        if (real.dec_pos != DEC_NULL) dectodbl(&real, &values[i]);
+    }
+    return KA_DONE;
+}
+
+int32_t read_string(const ka_host *host, const t_SLOT *slot, int32_t index, char *buffer, int32_t size)
+{
+    int32_t length;
+    memcpy(&length, element(host, slot, index), sizeof length);
+    if (length < 0) length = 0;
+    if (length > slot->room) length = slot->room;
+    const int32_t copied = length < size ? length : size;
+    if (copied > 0) memcpy(buffer, element(host, slot, index) + 4, static_cast<size_t>(copied));
+    return length;
+}
+
+int32_t ka_get_string(ka_host *host, int32_t argument, int32_t index, char *buffer, int32_t size, int32_t *length)
+{
+    const t_SLOT *slot = find_result(host, argument, DLL_STRING, index < INT32_MAX ? index + 1 : index);
+    if (!slot) return host->error.error_class;
+    if (index < 0 || size < 0) return fail(host, KA_ARGUMENT, "a negative element or size");
+    *length = read_string(host, slot, index, buffer, size);
+    return KA_DONE;
+}

@@ -1,0 +1,226 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The shared segment: created, laid out, written, removed. It holds the header and room for all descriptors, then the
+ * values of a call from VALUES_START on, and ends with the scratch area. */
+#include "segment.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/ipc.h>
+#include <sys/mman.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+#include "abandoned.h"
+
+#define LAYOUT(info, arg)                                                                                          \
+    {                                                                                                              \
+        offsetof(info, base), offsetof(info, retcode), offsetof(info, shmsz), offsetof(info, scratch),             \
+            offsetof(info, cbval), offsetof(info, argc), offsetof(info, args), sizeof(arg), offsetof(arg, maxlen), \
+            sizeof(arg::ptr)                                                                                       \
+    }
+static constexpr t_LAYOUT layout_32 = LAYOUT(t_DLL_INFO32, t_DLL_ARG32);
+static constexpr t_LAYOUT layout_64 = LAYOUT(t_DLL_INFO64, t_DLL_ARG64);
+
+/* The scratch area can move up by this much; see place_scratch. */
+enum { SLACK = 16 };
+
+/* ---- Fields ---------------------------------------------------------------------------------------------------- */
+
+/* The fields accessed so are aligned: the segment begins on a page. */
+static int32_t *word_at(const ka_host *host, int32_t offset)
+{
+    return static_cast<int32_t *>(static_cast<void *>(host->base + offset));
+}
+
+int32_t load32(const ka_host *host, int32_t offset)
+{
+    int32_t value;
+    __atomic_load(word_at(host, offset), &value, __ATOMIC_ACQUIRE);
+    return value;
+}
+
+void store32(ka_host *host, int32_t offset, int32_t value)
+{
+    __atomic_store(word_at(host, offset), &value, __ATOMIC_RELEASE);
+}
+
+/* The module uses addresses by their distance from base alone, and of each the low 32 bits alone. */
+static void store_address(ka_host *host, int32_t offset, const char *address)
+{
+    const uint64_t wide = reinterpret_cast<uintptr_t>(address);
+    memcpy(host->base + offset, &wide, static_cast<size_t>(host->layout->address_bytes));
+}
+
+int32_t descriptor_offset(const ka_host *host, int32_t index)
+{
+    return host->layout->args + index * host->layout->arg_size;
+}
+
+void write_descriptor(ka_host *host, int32_t index)
+{
+    const t_SLOT *slot = &host->slots[index];
+    const int32_t at = descriptor_offset(host, index);
+    store32(host, at + static_cast<int32_t>(offsetof(t_DLL_ARG32, type)), slot->type);
+    store32(host, at + static_cast<int32_t>(offsetof(t_DLL_ARG32, ref)), slot->passing);
+    store_address(host, at + static_cast<int32_t>(offsetof(t_DLL_ARG32, ptr)), host->base + slot->offset);
+    const int32_t counts = at + host->layout->arg_counts;
+    store32(host, counts, slot->room);
+    store32(host, counts + 4, slot->stride / 4);
+    store32(host, counts + 8, slot->count);
+}
+
+bool still_by_reference(const ka_host *host, int32_t index)
+{
+    return load32(host, descriptor_offset(host, index) + static_cast<int32_t>(offsetof(t_DLL_ARG32, ref))) != 0;
+}
+
+void store_caller(ka_host *host, pid_t caller)
+{
+    store32(host, offsetof(t_DLL_INFO32, pid), caller);
+}
+
+static const char *scratch_address(const ka_host *host)
+{
+    return host->options.scratch_bytes > 0 ? host->base + host->scratch_offset : nullptr;
+}
+
+/* Written again for every call, since a module can have overwritten it. argc is 0 until a call is complete. */
+void write_header(ka_host *host)
+{
+    const t_LAYOUT *layout = host->layout;
+    memcpy(host->base, DLL_MAGIC, sizeof(t_DLL_INFO32::magic));
+    store32(host, offsetof(t_DLL_INFO32, version), DLL_VERSION);
+    store_caller(host, host->caller);
+    store_address(host, layout->base, host->base);
+    store32(host, layout->shmsz, host->segment_size);
+    store_address(host, layout->scratch, scratch_address(host));
+    store32(host, layout->argc, 0);
+}
+
+static bool holds_address(const ka_host *host, int32_t offset, const char *address)
+{
+    const uint64_t wide = reinterpret_cast<uintptr_t>(address);
+    return memcmp(host->base + offset, &wide, static_cast<size_t>(host->layout->address_bytes)) == 0;
+}
+
+/* Those that only the caller writes, in the order of their names. */
+uint32_t overwritten_fields(const ka_host *host, pid_t caller)
+{
+    const t_LAYOUT *layout = host->layout;
+    const bool kept[] = {memcmp(host->base, DLL_MAGIC, sizeof(t_DLL_INFO32::magic)) == 0,
+                         load32(host, offsetof(t_DLL_INFO32, version)) == DLL_VERSION,
+                         load32(host, offsetof(t_DLL_INFO32, pid)) == caller,
+                         holds_address(host, layout->base, host->base),
+                         load32(host, layout->shmsz) == host->segment_size,
+                         holds_address(host, layout->scratch, scratch_address(host))};
+    uint32_t fields = 0;
+    for (size_t i = 0; i < sizeof kept / sizeof kept[0]; i++)
+        if (!kept[i]) fields |= uint32_t{1} << i;
+    return fields;
+}
+
+const char *header_field(int number)
+{
+    static constexpr const char *names[] = {"magic", "version", "pid", "base", "shmsz", "scratch", nullptr};
+    return names[number];
+}
+
+void write_overwritten(uint32_t fields, char *text, size_t size)
+{
+    size_t length = 0;
+    text[0] = '\0';
+    for (int i = 0; header_field(i) && length < size; i++)
+        if (fields >> i & 1)
+            length += static_cast<size_t>(
+                snprintf(text + length, size - length, "%s%s", length > 0 ? ", " : "", header_field(i)));
+}
+
+/* ---- The segment ----------------------------------------------------------------------------------------------- */
+
+int32_t check_sizes(ka_host *host)
+{
+    const ka_options *options = &host->options;
+    if (options->layout != KA_LAYOUT_NATIVE && options->layout != KA_LAYOUT_64)
+        return fail(host, KA_ARGUMENT, "there is no layout %d", options->layout);
+    if (options->scratch_bytes < 0)
+        return fail(host, KA_ARGUMENT, "a scratch area of %d bytes", options->scratch_bytes);
+    if (options->segment_bytes < VALUES_START || options->segment_bytes - VALUES_START < options->scratch_bytes)
+        return fail(host, KA_ARGUMENT,
+                    "a segment of %d bytes has no room for the block and a scratch area of %d bytes",
+                    options->segment_bytes, options->scratch_bytes);
+    if (options->segment_bytes > INT32_MAX - static_cast<int32_t>(2 * SIZE_STEP))
+        return fail(host, KA_ARGUMENT, "a segment of %d bytes is too large", options->segment_bytes);
+    return KA_DONE;
+}
+
+/* Where only 32 bits of an address are stored, a scratch area whose low bits are all zero would count as none. */
+static void place_scratch(ka_host *host)
+{
+    host->segment_size = host->options.segment_bytes;
+    host->scratch_offset = host->segment_size - host->options.scratch_bytes;
+    if (static_cast<uint32_t>(reinterpret_cast<uintptr_t>(host->base + host->scratch_offset)) == 0) {
+        host->segment_size += SLACK;
+        host->scratch_offset += SLACK;
+    }
+}
+
+static size_t allocated_bytes(const ka_host *host)
+{
+    const size_t needed = static_cast<size_t>(host->options.segment_bytes) + SLACK;
+    return (needed + SIZE_STEP - 1) / SIZE_STEP * SIZE_STEP + SIZE_MARK;
+}
+
+/* The segment is marked for removal as soon as it is attached: from then on it vanishes with its last user. Linux
+   lets the host, and one that is started after it, attach it by its identifier all the same. Before that it would
+   outlive a caller that is killed; so it has a key and a size by which it is recognised and removed (abandoned.cpp):
+   by the child that waits to become the host, or when both were killed, by the next program that opens one. Null, and
+   an errno, on failure. */
+static void *attach_segment(ka_host *host, int *error)
+{
+    do {
+        host->segment_id = shmget(new_segment_key(&host->random), allocated_bytes(host), IPC_CREAT | IPC_EXCL | 0600);
+    } while (host->segment_id == -1 && errno == EEXIST);
+    if (host->segment_id == -1) {
+        *error = errno;
+        return nullptr;
+    }
+    void *base = shmat(host->segment_id, nullptr, 0);
+    const bool attached = base != reinterpret_cast<void *>(-1);
+    if (!attached) *error = errno;
+    if (shmctl(host->segment_id, IPC_RMID, nullptr) == 0) return attached ? base : nullptr;
+    *error = errno;
+    shmctl(host->segment_id, IPC_RMID, nullptr); /* one that nobody marks outlives its users */
+    if (attached) shmdt(base);
+    return nullptr;
+}
+
+int32_t create_segment(ka_host *host)
+{
+    int error = 0;
+    host->base = static_cast<char *>(attach_segment(host, &error));
+    if (!host->base) {
+        char what[64];
+        snprintf(what, sizeof what, "cannot create a shared segment of %d bytes", host->options.segment_bytes);
+        return fail_system(host, error, what);
+    }
+    /* A child that the program forks must not keep the segment alive. */
+    madvise(host->base, allocated_bytes(host), MADV_DONTFORK);
+    host->layout = host->options.layout == KA_LAYOUT_64 ? &layout_64 : &layout_32;
+    place_scratch(host);
+    return KA_DONE;
+}
+
+void remove_segment(ka_host *host)
+{
+    if (host->base) shmdt(host->base);
+    host->base = nullptr;
+}
+
+void *ka_scratch(ka_host *host, int32_t *size)
+{
+    const bool there = host->base && host->options.scratch_bytes > 0;
+    if (size) *size = there ? host->options.scratch_bytes : 0;
+    return there ? host->base + host->scratch_offset : nullptr;
+}

@@ -1,0 +1,125 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * What comes before the first call: a host's memory can be looked into once it waits for calls, for then its
+ * libraries are loaded and the module has set itself up. Then its tables are read and its trace level is set; later
+ * calls find that done. */
+#include "prepare.h"
+
+#include <errno.h>
+
+#include "base/clock.h"
+#include "block/check.h"
+#include "doorbell/rest.h"
+#include "doorbell/wait.h"
+#include "module/image.h"
+#include "module/tables.h"
+#include "process/end.h"
+#include "process/regain.h"
+
+enum : int64_t { FIRST_LOOK_NS = 50000, LONGEST_LOOK_NS = 2000000 };
+
+/* ---- Ready ----------------------------------------------------------------------------------------------------- */
+
+static int32_t fail_not_ready(ka_host *host, int woken)
+{
+    if (woken & WOKEN_BY_ERROR)
+        fail_system(host, errno, "cannot wait for the host");
+    else if (woken & WOKEN_BY_CANCEL)
+        fail(host, KA_CANCELLED, "%.300s: the start was cancelled", host->module);
+    else
+        fail(host, KA_DEADLINE, "%.300s: the host was not ready for a call within %d ms", host->module,
+             host->options.deadline_ms);
+    return lose_host(host);
+}
+
+/* So many looks in a row, a moment apart, have shown the host in the wait for an answer that nobody will send. */
+enum { LOOKS_AT_CALLBACK = 50 };
+
+static int32_t fail_callback_at_start(ka_host *host)
+{
+    fail(host, KA_START,
+         "cannot start %.300s: dll_setup calls back, and call-backs before the first call are not answered",
+         host->module);
+    return lose_host(host);
+}
+
+/* A host that has answered was ready then. Where /proc is not to be had, there is nothing to wait for. */
+int32_t await_ready(ka_host *host, int64_t deadline)
+{
+    if (host->answered) return KA_DONE;
+    int64_t pause = FIRST_LOOK_NS;
+    int looks = 0;
+    t_REST rest;
+    while ((rest = look_for_first_rest(host)) != AT_REST_IDLE && rest != REST_UNKNOWABLE) {
+        looks = rest == AT_REST_IN_CALLBACK ? looks + 1 : 0;
+        if (looks == LOOKS_AT_CALLBACK) return fail_callback_at_start(host);
+        const int64_t look_again = now_ns() + pause;
+        const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
+        if (woken & WOKEN_BY_DEATH) return fail_dead(host, "before its first call");
+        if ((woken & (WOKEN_BY_CANCEL | WOKEN_BY_ERROR)) || now_ns() >= deadline) return fail_not_ready(host, woken);
+        pause = pause * 2 < LONGEST_LOOK_NS ? pause * 2 : static_cast<int64_t>(LONGEST_LOOK_NS);
+    }
+    host->seen_waiting = rest == AT_REST_IDLE;
+    return KA_DONE;
+}
+
+/* ---- Tables ---------------------------------------------------------------------------------------------------- */
+
+/* Of the file only when the system guards the memory of processes: what the module computes as it starts is missing
+   there, and a table without any function is most likely one of that kind. */
+static ka_tables *read_from_file(const ka_host *host)
+{
+    char ignored[8];
+    ka_tables *tables = ka_read_tables(host->module, ignored, sizeof ignored);
+    if (tables && tables->function_count > 0) return tables;
+    ka_free_tables(tables);
+    return nullptr;
+}
+
+void load_tables(ka_host *host, char *why, size_t size)
+{
+    int32_t error_class = KA_DONE;
+    t_IMAGE *image = open_process_image(host->pid, &error_class, why, size);
+    if (image) host->tables = read_image_tables(image, why, size);
+    close_image(image);
+    if (error_class == KA_SYSTEM) host->tables = read_from_file(host);
+}
+
+/* In a call-back the exchange that goes on looks after the host. */
+int32_t check_alive(ka_host *host)
+{
+    if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
+    if (host->state == STATE_CALLING) return KA_DONE;
+    if (regain_process(host) && (wait_until(host, -1, 0) & WOKEN_BY_DEATH) == 0) return KA_DONE;
+    return fail_dead(host, host->answered ? "between calls" : "before its first call");
+}
+
+/* ---- Trace level ----------------------------------------------------------------------------------------------- */
+
+int32_t apply_trace_level(ka_host *host)
+{
+    char why[200] = "";
+    if (ka_trace_process(host->pid, &host->options.trace_level, nullptr, why, sizeof why) == KA_DONE) return KA_DONE;
+    return fail(host, KA_SYSTEM, "%.200s: its trace level cannot be set: %s", host->module, why);
+}
+
+/* ---- Every call ------------------------------------------------------------------------------------------------ */
+
+/* A module whose tables cannot be read is called unchecked. */
+static int32_t prepare(ka_host *host, int64_t deadline)
+{
+    char why[200];
+    const bool checked = host->options.checking == KA_CHECKED;
+    if (!checked && host->options.trace_level == 0) return KA_DONE;
+    if (await_ready(host, deadline) != KA_DONE) return host->error.error_class;
+    if (host->options.trace_level != 0 && apply_trace_level(host) != KA_DONE) return KA_SYSTEM;
+    if (checked && !host->tables) load_tables(host, why, sizeof why);
+    host->prepared = true;
+    return KA_DONE;
+}
+
+int32_t admit_call(ka_host *host, int64_t deadline)
+{
+    if (!host->prepared && prepare(host, deadline) != KA_DONE) return host->error.error_class;
+    return host->tables && host->options.checking == KA_CHECKED ? check_call(host) : KA_DONE;
+}

@@ -1,0 +1,17 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * What has to be done once for each process that is started, and what every call goes through before it is sent. A
+ * host that dies or is late meanwhile is ended. */
+#ifndef KA_CALLER_PREPARE_H
+#define KA_CALLER_PREPARE_H
+
+#include "host/host.h"
+
+int32_t admit_call(ka_host *host, int64_t deadline);
+
+int32_t check_alive(ka_host *host);
+int32_t await_ready(ka_host *host, int64_t deadline);
+void load_tables(ka_host *host, char *why, size_t size); /* host->tables, or why not */
+int32_t apply_trace_level(ka_host *host);
+
+#endif

@@ -1,0 +1,140 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * See reply.h.
+ *
+ * A call-back and the end of a call arrive as the same signal; the host writes cbval before the one and retcode
+ * before the other. So before the host is signalled both fields are given known values: cbval a fresh random mark,
+ * retcode another, or, for an answer, the answer itself. Then a changed cbval means a call-back and a changed retcode
+ * the end; no value is reserved. Where the host writes the very value that stood there, nothing changes, and its
+ * state decides (rest.cpp).
+ *
+ * A signal makes the library look, and is never counted: replies and signals of others merge, and one that arrives
+ * late finds the block unchanged, which again is left to the host's state. Nor does it prove anything that the host
+ * itself is the sender: it can be its late reply to a foreign signal. So a signal is never asked where it comes from.
+ *
+ * A SIGUSR2 that anyone else sends to a waiting host makes it do what the block says. Therefore argc, without which
+ * there is no call, is written last and taken back at the end: such a signal then costs a refusal with
+ * KA_WRONG_COUNT, or with KA_WRONG_TYPE when argc is taken back under the host's eyes. The refusal can fall into the
+ * next call, before the host has seen its request; so these two codes are believed only when the host has taken the
+ * request and is at rest. */
+#include "reply.h"
+
+#include <errno.h>
+#include <signal.h>
+
+#include "base/clock.h"
+#include "base/pidfd.h"
+#include "base/random.h"
+#include "block/segment.h"
+#include "doorbell/doorbell.h"
+#include "doorbell/rest.h"
+#include "doorbell/wait.h"
+#include "host/host.h"
+#include "ka/dll_codes.h"
+
+/* Between two looks at a host. After a signal that did not decide its state has to, which changes soon; before that a
+   look only finds what a lost signal would have told: the program may have replaced the handler, or ignore SIGUSR2.
+ */
+enum : int64_t { FIRST_PAUSE_NS = 20000, FIRST_QUIET_PAUSE_NS = 1000000, LONGEST_PAUSE_NS = 50000000 };
+
+/* ---- Ring ------------------------------------------------------------------------------------------------------ */
+
+void prepare_reply(ka_host *host, int32_t known)
+{
+    host->mark = random_word(&host->random);
+    host->known = known;
+    host->progress = {};
+    store32(host, host->layout->cbval, host->mark);
+    store32(host, host->layout->retcode, host->known);
+}
+
+/* 0 or an errno. argc goes last: until then a foreign signal finds no call. */
+static int ring(ka_host *host, int32_t argc)
+{
+    store32(host, host->layout->argc, argc);
+    const int error = signal_process(host->pid_fd, SIGUSR2);
+    if (error == 0) host->sent = true;
+    return error;
+}
+
+/* ---- The verdict ----------------------------------------------------------------------------------------------- */
+
+static t_REPLY judge_by_rest(ka_host *host)
+{
+    switch (look_for_rest(host)) {
+    case AT_REST_IDLE:
+        return {EVENT_RETURNED, load32(host, host->layout->retcode)};
+    case AT_REST_IN_CALLBACK:
+        return {EVENT_CALLBACK, load32(host, host->layout->cbval)};
+    case REST_UNKNOWABLE:
+        return {wait_until(host, -1, 0) & WOKEN_BY_DEATH ? EVENT_DIED : EVENT_UNKNOWABLE, 0};
+    case NOT_AT_REST:
+        break;
+    }
+    return {EVENT_NONE, 0};
+}
+
+static bool can_be_of_a_foreign_signal(int32_t code)
+{
+    return code == KA_WRONG_COUNT || code == KA_WRONG_TYPE;
+}
+
+/* Without a signal a changed block is no reply yet: a module can have written there. */
+static t_REPLY judge(ka_host *host, bool replied)
+{
+    if (!replied) return judge_by_rest(host);
+    const int32_t value = load32(host, host->layout->cbval);
+    if (value != host->mark) return {EVENT_CALLBACK, value};
+    const int32_t code = load32(host, host->layout->retcode);
+    if (code != host->known && !can_be_of_a_foreign_signal(code)) return {EVENT_RETURNED, code};
+    return judge_by_rest(host);
+}
+
+int64_t lengthened(int64_t pause)
+{
+    if (pause < FIRST_PAUSE_NS) return FIRST_PAUSE_NS;
+    return pause < LONGEST_PAUSE_NS / 2 ? pause * 2 : LONGEST_PAUSE_NS;
+}
+
+/* A wait that finds the host dead does not take its last signal, which a thread that hears has blocked again. */
+static bool signal_is_pending(void)
+{
+    sigset_t pending;
+    return sigpending(&pending) == 0 && sigismember(&pending, SIGUSR2) == 1;
+}
+
+/* Looks after every signal, and in lengthening pauses, since the host need not signal again. The second look after
+   the first signal comes without a pause: by then most hosts are at rest, and their state can be proved. */
+static t_REPLY await_reply(ka_host *host, int64_t deadline)
+{
+    int64_t pause = FIRST_QUIET_PAUSE_NS;
+    bool signalled = false;
+    for (;;) {
+        const int64_t look_again = now_ns() + pause;
+        const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
+        if (woken & WOKEN_BY_ERROR) return {EVENT_UNWAITED, errno};
+        if (woken & WOKEN_BY_CANCEL) return {EVENT_CANCELLED, 0};
+        const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !signalled;
+        signalled |= first_signal;
+        if (!first_signal) regain_doorbell(host);
+        if (woken & WOKEN_BY_DEATH) signalled |= signal_is_pending();
+        const t_REPLY reply = judge(host, signalled);
+        if ((woken & WOKEN_BY_DEATH) && reply.event != EVENT_RETURNED) return {EVENT_DIED, 0};
+        if (reply.event != EVENT_NONE) return reply;
+        if (now_ns() >= deadline) return {EVENT_LATE, 0};
+        pause = first_signal ? 0 : lengthened(pause);
+    }
+}
+
+/* At the end of the call argc goes first. */
+t_REPLY converse(ka_host *host, int32_t known, int32_t argc, int64_t deadline)
+{
+    prepare_reply(host, known);
+    start_hearing(host);
+    const int error = ring(host, argc);
+    const t_REPLY reply = error == 0 ? await_reply(host, deadline) : t_REPLY{EVENT_NOT_RUNG, error};
+    if (reply.event == EVENT_RETURNED) store32(host, host->layout->argc, 0);
+    if (reply.event != EVENT_RETURNED) host->overwritten = overwritten_fields(host, hearing_thread(host));
+    stop_hearing(host);
+    return reply;
+}

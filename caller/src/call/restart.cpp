@@ -1,0 +1,81 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * See restart.h. The new process gets the old one's segment, so that a call
+ * that was built is complete and the scratch area keeps its content. */
+#include "restart.h"
+
+#include <errno.h>
+
+#include "base/clock.h"
+#include "base/thread.h"
+#include "doorbell/wait.h"
+#include "process/end.h"
+#include "process/open.h"
+
+/* From the last start on; doubled with each loss after the first. The shift is bounded, and so is the product. */
+static int64_t pause_end(const ka_host *host)
+{
+    const int32_t doublings = host->losses > 1 ? host->losses - 1 : 0;
+    const int64_t doubled = int64_t{host->options.restart_pause_ms} << (doublings < 31 ? doublings : 31);
+    const int64_t longest = host->options.restart_pause_max_ms;
+    return host->started_ns + (doubled < longest ? doubled : longest) * NS_PER_MS;
+}
+
+static int32_t await_pause(ka_host *host, int64_t deadline)
+{
+    const int64_t end = pause_end(host);
+    const int64_t until = end < deadline ? end : deadline;
+    while (now_ns() < until) {
+        const int woken = wait_until(host, -1, until);
+        if (woken & WOKEN_BY_ERROR) return fail_system(host, errno, "cannot wait for the host");
+        if (woken & WOKEN_BY_CANCEL)
+            return fail(host, KA_CANCELLED, "%.300s: the pause before a new start was cancelled", host->module);
+    }
+    if (end <= deadline) return KA_DONE;
+    return fail(host, KA_DEADLINE, "%.300s: after %d ends in a row the host is not started again within %d ms",
+                host->module, host->losses, host->options.deadline_ms);
+}
+
+int32_t start_again(ka_host *host, int64_t deadline)
+{
+    host->state = STATE_ENDED;
+    if (await_pause(host, deadline) != KA_DONE) return host->error.error_class;
+    if (start_host(host, deadline) != KA_DONE) return lose_host(host);
+    return clear_error(host);
+}
+
+/* The new process has a deadline of its own, and what ended or cancelled the call does not end its start. */
+void restart_at_once(ka_host *host)
+{
+    if (host->options.restart != KA_RESTART_AT_ONCE || host->pid_fd != -1 || !can_restart(host)) return;
+    if (pause_end(host) > now_ns()) return;
+    const ka_error error = host->error;
+    const t_MOMENT moment = host->moment;
+    t_REMAINS remains = host->remains;
+    host->remains = {};
+    const int cancel_fd = host->options.cancel_fd;
+    host->options.cancel_fd = -1;
+    if (start_host(host, deadline_after_ms(host->options.deadline_ms)) == KA_DONE)
+        host->state = STATE_READY;
+    else
+        lose_host(host);
+    host->options.cancel_fd = cancel_fd;
+    free_remains(&host->remains);
+    host->error = error;
+    host->moment = moment;
+    host->remains = remains;
+}
+
+int32_t ka_restart(ka_host *host)
+{
+    HOLD_CANCELLATION;
+    if (host->state == STATE_CALLING)
+        return fail(host, KA_ARGUMENT, "a host cannot be restarted inside its call-back");
+    if (!host->openable)
+        return fail(host, KA_ARGUMENT, "%.300s was never opened: its options are wrong", host->module);
+    end_host(host);
+    host->sent = host->in_callback = false;
+    host->argc = 0;
+    clear_error(host);
+    return open_process(host);
+}

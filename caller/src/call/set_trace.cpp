@@ -1,0 +1,18 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The trace level of a host. */
+#include "base/clock.h"
+#include "base/thread.h"
+#include "host/host.h"
+#include "host/options.h"
+#include "prepare.h"
+
+int32_t ka_set_trace(ka_host *host, int32_t level)
+{
+    HOLD_CANCELLATION;
+    if (check_trace_level(host, level) != KA_DONE) return KA_ARGUMENT;
+    host->options.trace_level = level;
+    if (check_alive(host) != KA_DONE) return host->error.error_class;
+    if (await_ready(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return host->error.error_class;
+    return apply_trace_level(host);
+}

@@ -1,0 +1,36 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * SIGUSR2 of an open host, in the way of waiting that its options name. */
+#ifndef KA_CALLER_DOORBELL_H
+#define KA_CALLER_DOORBELL_H
+
+#include <stdint.h>
+#include <sys/types.h>
+
+struct ka_host;
+
+/* From before the host is started until after it is dead. close_doorbell may be called for any host. */
+int32_t open_doorbell(ka_host *host);
+void close_doorbell(ka_host *host);
+
+/* From before a request or an answer is sent until the reply was seen, this thread is the one that waits for it. */
+void start_hearing(ka_host *host);
+void stop_hearing(ka_host *host);
+pid_t hearing_thread(const ka_host *host); /* what stands in the block as the caller */
+
+/* In place of close_doorbell for a host that lives on: nobody is to die of its signals. */
+void leave_doorbell(ka_host *host);
+
+/* KA_WAIT_FAST: takes a signal that is pending. 0; EAGAIN when there is none; or another errno. */
+int drain_doorbell(const ka_host *host);
+
+/* KA_WAIT_FAST: after its descriptor was lost. */
+void reopen_doorbell(ka_host *host);
+void regain_doorbell(ka_host *host); /* where it is lost and a reply is long in coming */
+
+/* For fork.cpp. */
+void hold_doorbells(void);
+void release_doorbells(void);
+void begin_doorbells_anew(void); /* in the child, while they are held */
+
+#endif

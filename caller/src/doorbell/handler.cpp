@@ -1,0 +1,125 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * While hosts are open, SIGUSR2 is theirs first: what they send is taken (waiters.cpp), everything else goes on to
+ * the handler that the program had before. Where it had none such a signal is dropped: hosts are no reason to die. */
+#include "handler.h"
+
+#include <errno.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "waiters.h"
+
+/* The program's earlier handler in one of its two forms; both null when it had none. Written by install_handler
+   alone, and kept after the end: a thread may still be on its way into our handler. */
+static std::atomic<void (*)(int)> earlier_plain;
+static std::atomic<void (*)(int, siginfo_t *, void *)> earlier_detailed;
+static struct sigaction earlier;
+
+/* A program that replaced our handler by one that calls ours, and opened a host again, makes a circle. In the initial
+   TLS block, because the handler may not allocate. */
+__attribute__((tls_model("initial-exec"))) static thread_local bool handing_on;
+
+static void hand_on(int number, siginfo_t *info, void *context)
+{
+    if (handing_on) return;
+    handing_on = true;
+    const auto plain = earlier_plain.load();
+    const auto detailed = earlier_detailed.load();
+    if (plain) plain(number);
+    if (detailed) detailed(number, info, context);
+    handing_on = false;
+}
+
+static void on_signal(int number, siginfo_t *info, void *context)
+{
+    const int error = errno;
+    if (!take_signal(info)) hand_on(number, info, context);
+    errno = error;
+}
+
+static bool is_ours(const struct sigaction *action)
+{
+    return (action->sa_flags & SA_SIGINFO) != 0 && action->sa_sigaction == on_signal;
+}
+
+static bool has_handler(const struct sigaction *action)
+{
+    return (action->sa_flags & SA_SIGINFO) != 0 || (action->sa_handler != SIG_DFL && action->sa_handler != SIG_IGN);
+}
+
+static void keep_earlier(const struct sigaction *action)
+{
+    const bool detailed = (action->sa_flags & SA_SIGINFO) != 0;
+    earlier = *action;
+    earlier_plain = nullptr;
+    earlier_detailed = nullptr;
+    if (!has_handler(action)) return;
+    if (detailed)
+        earlier_detailed = action->sa_sigaction;
+    else
+        earlier_plain = action->sa_handler;
+}
+
+/* SA_RESTART: a reply that reaches a thread of the program interrupts no system call that can be restarted. The mask
+   is the earlier handler's, which runs inside ours. */
+int install_handler(void)
+{
+    struct sigaction present;
+    if (sigaction(SIGUSR2, nullptr, &present) != 0) return errno;
+    if (is_ours(&present)) return 0;
+    keep_earlier(&present);
+    struct sigaction action = {};
+    action.sa_sigaction = on_signal;
+    action.sa_flags = SA_SIGINFO | SA_RESTART | SA_ONSTACK;
+    action.sa_mask = present.sa_mask;
+    return sigaction(SIGUSR2, &action, nullptr) == 0 ? 0 : errno;
+}
+
+/* ---- The end --------------------------------------------------------------------------------------------------- */
+
+/* Takes what is pending; true when there was one for the program, which *foreign becomes. SIGUSR2 is blocked. */
+static bool take_pending(const sigset_t *set, siginfo_t *foreign)
+{
+    constexpr struct timespec no_time = {};
+    bool found = false;
+    for (;;) {
+        siginfo_t info;
+        if (sigtimedwait(set, &info, &no_time) == -1) {
+            if (errno == EINTR) continue;
+            return found;
+        }
+        if (take_signal(&info)) continue;
+        *foreign = info;
+        found = true;
+    }
+}
+
+static bool is_installed(void)
+{
+    struct sigaction present;
+    return sigaction(SIGUSR2, nullptr, &present) == 0 && is_ours(&present);
+}
+
+void remove_handler_in_child(void)
+{
+    if (is_installed()) sigaction(SIGUSR2, &earlier, nullptr);
+}
+
+void remove_handler(void)
+{
+    if (!is_installed()) return;
+    sigset_t set;
+    sigset_t before;
+    siginfo_t foreign;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &set, &before);
+    const bool found = take_pending(&set, &foreign);
+    sigaction(SIGUSR2, &earlier, nullptr);
+    if (found && has_handler(&earlier)) syscall(SYS_rt_sigqueueinfo, getpid(), SIGUSR2, &foreign);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}

@@ -1,0 +1,52 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * See wait.h. */
+#include "wait.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <time.h>
+
+#include "base/clock.h"
+#include "doorbell.h"
+
+enum { INTERRUPTED = -2 };
+
+/* A thread that hears its host opens SIGUSR2 for the wait alone, and whatever interrupts it is a hint to look. Else a
+   signal handler of the program may interrupt the wait, which then goes on for the time that is left. */
+static int poll_until(const ka_host *host, struct pollfd *fds, nfds_t count, int64_t until)
+{
+    const sigset_t *mask = host->hears ? &host->mask_waiting : nullptr;
+    for (;;) {
+        int64_t left = until > 0 ? until - now_ns() : 0;
+        if (left < 0) left = 0;
+        const struct timespec timeout = {static_cast<time_t>(left / NS_PER_S), static_cast<long>(left % NS_PER_S)};
+        const int ready = ppoll(fds, count, &timeout, mask);
+        if (ready >= 0 || errno != EINTR) return ready;
+        if (mask) return INTERRUPTED;
+    }
+}
+
+static int fail_waiting(int error)
+{
+    errno = error;
+    return WOKEN_BY_ERROR;
+}
+
+/* Descriptors of -1 are passed over by the kernel. */
+int wait_until(const ka_host *host, int pipe_fd, int64_t until)
+{
+    struct pollfd fds[] = {{host->doorbell_fd, POLLIN, 0},
+                           {host->pid_fd, POLLIN, 0},
+                           {host->options.cancel_fd, POLLIN, 0},
+                           {pipe_fd, POLLIN, 0}};
+    static constexpr int meaning[] = {WOKEN_BY_SIGNAL, WOKEN_BY_DEATH, WOKEN_BY_CANCEL, WOKEN_BY_PIPE};
+    const int ready = poll_until(host, fds, 4, until);
+    if (ready == INTERRUPTED) return WOKEN_BY_SIGNAL;
+    if (ready == -1) return WOKEN_BY_ERROR;
+    int woken = 0;
+    for (int i = 0; i < 4; i++)
+        if (fds[i].revents != 0) woken |= meaning[i];
+    const int error = woken & WOKEN_BY_SIGNAL ? drain_doorbell(host) : 0;
+    return error != 0 && error != EAGAIN ? fail_waiting(error) : woken;
+}

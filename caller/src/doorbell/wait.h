@@ -1,0 +1,15 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The one place where the library waits. Every wait has an end, and sees the host's death and a cancellation at once.
+ */
+#ifndef KA_CALLER_WAIT_H
+#define KA_CALLER_WAIT_H
+
+#include "host/host.h"
+
+/* Waits for the first of these things; more than one bit can be set, none when the time is over. An error comes
+   alone: the system refuses the wait, and errno says why. pipe_fd can be -1; until 0 only looks. */
+enum { WOKEN_BY_SIGNAL = 1, WOKEN_BY_DEATH = 2, WOKEN_BY_CANCEL = 4, WOKEN_BY_PIPE = 8, WOKEN_BY_ERROR = 16 };
+int wait_until(const ka_host *host, int pipe_fd, int64_t until);
+
+#endif

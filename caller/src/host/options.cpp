@@ -1,0 +1,101 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * See options.h. Defaults, and what is allowed. */
+#include "options.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "owned.h"
+
+static constexpr ka_options default_options = {
+    .size = sizeof(ka_options),
+    .layout = KA_LAYOUT_NATIVE,
+    .segment_bytes = 1 << 20,
+    .scratch_bytes = 1 << 16,
+    .deadline_ms = 30000,
+    .grace_ms = 2000,
+    .cancel_fd = -1,
+    .callback = nullptr,
+    .user = nullptr,
+    .checking = KA_CHECKED,
+    .waiting = KA_WAIT_SAFE,
+    .restart = KA_RESTART_NEVER,
+    .restart_pause_ms = 100,
+    .restart_pause_max_ms = 10000,
+    .trace_level = 0,
+    .error_output = KA_STDERR_INHERIT,
+    .error_fd = -1,
+    .ring_bytes = 1 << 16,
+    .inspector = nullptr,
+};
+
+void ka_options_init(ka_options *options, uint32_t size)
+{
+    memset(options, 0, size);
+    memcpy(options, &default_options, size < sizeof default_options ? size : sizeof default_options);
+    options->size = size;
+}
+
+/* The copy is numbered above the standard descriptors, one of which the program may have closed. */
+static int32_t take_error_output(ka_host *host)
+{
+    const ka_options *options = &host->options;
+    if (options->error_output < KA_STDERR_INHERIT || options->error_output > KA_STDERR_RING)
+        return fail(host, KA_ARGUMENT, "there is no error output %d", options->error_output);
+    if (options->error_output == KA_STDERR_RING && options->ring_bytes <= 0)
+        return fail(host, KA_ARGUMENT, "a ring of %d bytes for standard error", options->ring_bytes);
+    if (options->error_output != KA_STDERR_FILE) return KA_DONE;
+    host->error_fd = fcntl(options->error_fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    note_owned(host, OWNED_ERRORS);
+    if (host->error_fd != -1) return KA_DONE;
+    if (errno != EBADF) return fail_system(host, errno, "cannot copy error_fd");
+    return fail(host, KA_ARGUMENT, "error_fd %d is not open", options->error_fd);
+}
+
+int32_t check_trace_level(ka_host *host, int32_t level)
+{
+    if (level >= 0 && level <= KA_TRACE_MAX) return KA_DONE;
+    return fail(host, KA_ARGUMENT, "trace_level is %d; it must be 0 to %d", level, KA_TRACE_MAX);
+}
+
+static int32_t check_restart(ka_host *host)
+{
+    const ka_options *options = &host->options;
+    if (options->restart < KA_RESTART_NEVER || options->restart > KA_RESTART_AT_ONCE)
+        return fail(host, KA_ARGUMENT, "there is no restart policy %d", options->restart);
+    if (options->restart_pause_ms < 0 || options->restart_pause_max_ms < 0)
+        return fail(host, KA_ARGUMENT, "a pause of %d to %d ms before a restart", options->restart_pause_ms,
+                    options->restart_pause_max_ms);
+    return KA_DONE;
+}
+
+/* Fields that the program was compiled without keep their defaults; fields that this library does not know are not
+   looked at. */
+int32_t take_options(ka_host *host, const ka_options *options)
+{
+    host->options = default_options;
+    if (!options) return KA_DONE;
+    if (options->size < offsetof(ka_options, callback))
+        return fail(host, KA_ARGUMENT, "options of %u bytes were not filled by ka_options_init", options->size);
+    memcpy(&host->options, options, options->size < sizeof *options ? options->size : sizeof *options);
+    if (host->options.deadline_ms <= 0)
+        return fail(host, KA_ARGUMENT, "a deadline of %d ms", host->options.deadline_ms);
+    if (host->options.checking != KA_CHECKED && host->options.checking != KA_RAW)
+        return fail(host, KA_ARGUMENT, "there is no checking %d", host->options.checking);
+    if (host->options.cancel_fd >= 0 && fcntl(host->options.cancel_fd, F_GETFD) == -1)
+        return fail(host, KA_ARGUMENT, "cancel_fd %d is not open", host->options.cancel_fd);
+    if (host->options.grace_ms < 0) return fail(host, KA_ARGUMENT, "a grace time of %d ms", host->options.grace_ms);
+    if (check_restart(host) != KA_DONE) return KA_ARGUMENT;
+    if (check_trace_level(host, host->options.trace_level) != KA_DONE) return KA_ARGUMENT;
+    return take_error_output(host);
+}
+
+int32_t ka_set_deadline(ka_host *host, int32_t deadline_ms)
+{
+    if (deadline_ms <= 0) return fail(host, KA_ARGUMENT, "a deadline of %d ms", deadline_ms);
+    host->options.deadline_ms = deadline_ms;
+    return KA_DONE;
+}

@@ -1,0 +1,108 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Descriptors that the library keeps from call to call. A program that closes all that it does not know takes them
+ * away, and what it opens then gets their numbers: so each is known by its file, and one that is another file by now
+ * is neither used nor closed. The process itself is found again by its number as long as it is an unreaped child. */
+#include "owned.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "base/pidfd.h"
+#include "base/proc.h"
+
+/* What /proc says of a file that shares its inode with all others which have no name: descriptors of signals, and, of
+   older kernels, of processes. */
+static constexpr const char *descriptions[OWNED] = {"\nPid:\t", "\nsigmask:\t0000000000000800\n", "", "", ""};
+static_assert(SIGUSR2 == 12, "the set of signals above is that of this number alone");
+
+static int *number_of(ka_host *host, t_OWNED which)
+{
+    int *const numbers[OWNED] = {&host->pid_fd, &host->doorbell_fd, &host->status_fd, &host->syscall_fd,
+                                 &host->error_fd};
+    return numbers[which];
+}
+
+void note_owned(ka_host *host, t_OWNED which)
+{
+    struct stat status = {};
+    fstat(*number_of(host, which), &status); /* of -1 nothing is known, and nothing asked */
+    host->owned[which] = {status.st_dev, status.st_ino};
+}
+
+/* nameless becomes true of a file whose inode says nothing. */
+static bool is_noted_file(ka_host *host, t_OWNED which, bool *nameless)
+{
+    struct stat status;
+    const t_FILE *noted = &host->owned[which];
+    if (fstat(*number_of(host, which), &status) != 0) return false;
+    *nameless = (status.st_mode & S_IFMT) == 0;
+    return status.st_dev == noted->device && status.st_ino == noted->inode;
+}
+
+static bool is_described(int fd, const char *description)
+{
+    char path[48];
+    char text[512];
+    snprintf(path, sizeof path, "/proc/thread-self/fdinfo/%d", fd);
+    const int info_fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (info_fd == -1) return false;
+    const ssize_t length = read(info_fd, text, sizeof text - 1);
+    close(info_fd);
+    text[length > 0 ? length : 0] = '\0';
+    return strstr(text, description) != nullptr;
+}
+
+bool is_owned(ka_host *host, t_OWNED which)
+{
+    bool nameless = false;
+    if (!is_noted_file(host, which, &nameless)) return false;
+    return !nameless || is_described(*number_of(host, which), descriptions[which]);
+}
+
+void disown_lost(ka_host *host)
+{
+    for (int i = 0; i < OWNED; i++) {
+        const t_OWNED which = static_cast<t_OWNED>(i);
+        if (!is_owned(host, which)) *number_of(host, which) = -1;
+    }
+}
+
+/* ---- The process ----------------------------------------------------------------------------------------------- */
+
+static void open_view(ka_host *host, t_OWNED which, pid_t number)
+{
+    *number_of(host, which) = open_proc_file(number, which == OWNED_STATUS ? "status" : "syscall");
+    note_owned(host, which);
+}
+
+void open_views(ka_host *host)
+{
+    const pid_t number = number_in_proc(host->pid_fd);
+    open_view(host, OWNED_STATUS, number);
+    open_view(host, OWNED_SYSCALL, number);
+    note_owned(host, OWNED_PROCESS);
+}
+
+/* One that could not be opened is not there to be lost. */
+bool regain_view(ka_host *host, t_OWNED which)
+{
+    bool nameless = false;
+    if (*number_of(host, which) == -1 || is_noted_file(host, which, &nameless)) return false;
+    open_view(host, which, number_in_proc(host->pid_fd));
+    return true;
+}
+
+/* A nameless file may be another; that it is no process costs less to find out than what it is. */
+bool owns_process(ka_host *host)
+{
+    bool nameless = false;
+    return is_noted_file(host, OWNED_PROCESS, &nameless) && (!nameless || signal_process(host->pid_fd, 0) != EBADF);
+}

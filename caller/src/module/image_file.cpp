@@ -1,0 +1,113 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The image that a module's file would become, before it is relocated: as if it were loaded at the addresses that it
+ * names. Program headers alone are used, for sections can be stripped. On 32-bit x86 what is to be relocated holds
+ * its address in place, so pointers inside the file can be followed as they stand. */
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/fd.h"
+#include "image.h"
+#include "program_file.h"
+
+/* The kernel maps whole pages. */
+static uint64_t page_of(uint64_t address)
+{
+    return address / PAGE_BYTES * PAGE_BYTES;
+}
+
+static bool touches(const Elf32_Phdr *segment, uint64_t page)
+{
+    const uint64_t end = uint64_t{segment->p_vaddr} + segment->p_memsz;
+    return segment->p_type == PT_LOAD && page >= page_of(segment->p_vaddr) && page < end;
+}
+
+/* The part of a segment that the file holds. */
+static int read_segment_part(const t_IMAGE *image, const Elf32_Phdr *segment, uint64_t page, uint8_t *bytes)
+{
+    const uint64_t end = uint64_t{segment->p_vaddr} + segment->p_filesz;
+    const uint64_t from = page > segment->p_vaddr ? page : segment->p_vaddr;
+    const uint64_t to = page + PAGE_BYTES < end ? page + PAGE_BYTES : end;
+    if (from >= to) return 0;
+    const uint64_t offset = segment->p_offset + (from - segment->p_vaddr);
+    if (offset > INT32_MAX) return EFBIG;
+    const size_t wanted = static_cast<size_t>(to - from);
+    const ssize_t length = pread(image->fd, bytes + (from - page), wanted, static_cast<off_t>(offset));
+    if (length < 0) return errno;
+    return static_cast<size_t>(length) == wanted ? 0 : ENODATA;
+}
+
+static int read_file_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes)
+{
+    int error = EFAULT;
+    memset(bytes, 0, PAGE_BYTES);
+    for (int32_t i = 0; i < image->segment_count; i++) {
+        if (!touches(&image->segments[i], address)) continue;
+        error = read_segment_part(image, &image->segments[i], address, bytes);
+        if (error != 0) return error;
+    }
+    return error;
+}
+
+static bool read_headers(t_IMAGE *image, char *why, size_t size)
+{
+    Elf32_Ehdr header;
+    const ssize_t length = pread(image->fd, &header, sizeof header, 0);
+    if (!check_elf_header(&header, length, why, size)) return false;
+    if (header.e_phentsize != sizeof(Elf32_Phdr) || header.e_phnum > SEGMENTS_MAX) {
+        snprintf(why, size, "an ELF file with impossible program headers");
+        return false;
+    }
+    image->segment_count = header.e_phnum;
+    const size_t wanted = header.e_phnum * sizeof(Elf32_Phdr);
+    const ssize_t read = pread(image->fd, image->segments, wanted, static_cast<off_t>(header.e_phoff));
+    if (read == static_cast<ssize_t>(wanted)) return true;
+    snprintf(why, size, "a cut off ELF file");
+    return false;
+}
+
+static bool find_program(t_IMAGE *image, char *why, size_t size)
+{
+    for (int32_t i = 0; i < image->segment_count; i++) {
+        if (image->segments[i].p_type != PT_DYNAMIC) continue;
+        image->objects[0] = {0, image->segments[i].p_vaddr};
+        image->object_count = 1;
+        return true;
+    }
+    snprintf(why, size, "a program without dynamic symbols");
+    return false;
+}
+
+/* -1 with the reason in why. A FIFO would make the open wait, and a device could do anything. */
+static int open_regular_file(const char *path, char *why, size_t size)
+{
+    struct stat status;
+    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd == -1) {
+        snprintf(why, size, "%s", errno == ENOENT ? "no such file" : errno_text(errno));
+        return -1;
+    }
+    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) return fd;
+    snprintf(why, size, "%s", S_ISDIR(status.st_mode) ? "a directory" : "not a regular file");
+    close(fd);
+    return -1;
+}
+
+t_IMAGE *open_file_image(const char *path, char *why, size_t size)
+{
+    const int fd = open_regular_file(path, why, size);
+    if (fd == -1) return nullptr;
+    t_IMAGE *image = create_image(read_file_page, 0, fd);
+    if (!image) {
+        snprintf(why, size, "no memory");
+        close(fd);
+        return nullptr;
+    }
+    if (read_headers(image, why, size) && find_program(image, why, size)) return image;
+    close_image(image);
+    return nullptr;
+}

@@ -1,0 +1,302 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The tables of a module, read from an image and kept: functions with their prototypes, and an index by name. What
+ * the host would do with a record decides how it is read, down to a table index that wraps around; only what could
+ * not be the work of a module that answers calls is refused as a whole. */
+#include "tables.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "base/thread.h"
+#include "image.h"
+#include "ka/dll_block.h"
+#include "ka/dll_module.h"
+
+enum {
+    FUNCTIONS_MAX = 100000,         /* a table without an end is no table */
+    NAME_BYTES_MAX = 1024,          /* a name, terminator included */
+    TABLE_BYTES_MAX = 64 << 20,     /* prototypes and names of all functions */
+    PROTOTYPES_READ = DLL_MAX_ARGC, /* of one function: one more than a call has arguments */
+    PIECE_BYTES = 64 << 10
+};
+
+namespace {
+
+/* The records as a module holds them. */
+struct t_FUNCTION_WORDS {
+    uint32_t name;
+    int32_t arg_idx;
+    int32_t arg_cnt;
+    uint32_t user;
+};
+
+struct t_PROTOTYPE_WORDS {
+    uint32_t name;
+    int32_t type;
+    int32_t min_elcnt;
+};
+
+/* Memory that is handed out in parts, and freed as a whole. */
+struct t_PIECE {
+    t_PIECE *next;
+    size_t used;
+    alignas(16) char bytes[PIECE_BYTES];
+};
+
+struct t_TABLES {
+    ka_tables shown; /* what users hold is its address */
+    ka_function *functions;
+    int32_t room; /* for functions */
+    t_PIECE *pieces;
+    size_t bytes;   /* handed out */
+    int32_t *index; /* by hash value of the name: a position in functions + 1, or 0 */
+    uint32_t index_size;
+};
+
+} // namespace
+
+static const t_TABLES *behind(const ka_tables *tables)
+{
+    return reinterpret_cast<const t_TABLES *>(tables);
+}
+
+/* ---- Memory ---------------------------------------------------------------------------------------------------- */
+
+static bool refuse(char *why, size_t size, const char *reason)
+{
+    snprintf(why, size, "%s", reason);
+    return false;
+}
+
+static void *take(t_TABLES *tables, size_t size)
+{
+    const size_t rounded = (size + 7) / 8 * 8;
+    t_PIECE *piece = tables->pieces;
+    if (!piece || piece->used + rounded > sizeof piece->bytes) {
+        piece = static_cast<t_PIECE *>(malloc(sizeof *piece));
+        if (!piece) return nullptr;
+        piece->next = tables->pieces;
+        piece->used = 0;
+        tables->pieces = piece;
+    }
+    void *taken = piece->bytes + piece->used;
+    piece->used += rounded;
+    tables->bytes += rounded;
+    return taken;
+}
+
+static bool make_room(t_TABLES *tables)
+{
+    if (tables->shown.function_count < tables->room) return true;
+    const int32_t room = tables->room == 0 ? 64 : tables->room * 2;
+    void *larger = realloc(tables->functions, static_cast<size_t>(room) * sizeof(ka_function));
+    if (!larger) return false;
+    tables->functions = static_cast<ka_function *>(larger);
+    tables->room = room;
+    return true;
+}
+
+void ka_free_tables(ka_tables *shown)
+{
+    t_TABLES *tables = reinterpret_cast<t_TABLES *>(shown);
+    if (!tables) return;
+    for (t_PIECE *piece = tables->pieces; piece;) {
+        t_PIECE *next = piece->next;
+        free(piece);
+        piece = next;
+    }
+    free(tables->functions);
+    free(tables->index);
+    free(tables);
+}
+
+/* ---- Reading --------------------------------------------------------------------------------------------------- */
+
+namespace {
+struct t_READER {
+    t_IMAGE *image;
+    t_TABLES *tables;
+    uint32_t functions; /* addresses of the two tables */
+    uint32_t prototypes;
+    char *why;
+    size_t why_size;
+};
+} // namespace
+
+static const char *keep_text(t_TABLES *tables, const char *text, int32_t length)
+{
+    char *kept = static_cast<char *>(take(tables, static_cast<size_t>(length) + 1));
+    if (kept) memcpy(kept, text, static_cast<size_t>(length) + 1);
+    return kept;
+}
+
+/* The host never follows it except to print it, so a name that cannot be read is but an empty one. */
+static const char *read_prototype_name(const t_READER *reader, uint32_t address)
+{
+    char text[NAME_BYTES_MAX];
+    const int32_t length = address == 0 ? 0 : read_image_text(reader->image, address, text, sizeof text);
+    return length > 0 ? keep_text(reader->tables, text, length) : "";
+}
+
+/* The host would die of a prototype that lies nowhere; its kind is one that no call gets past. */
+static bool read_prototype(const t_READER *reader, uint32_t address, ka_prototype *prototype)
+{
+    t_PROTOTYPE_WORDS words = {0, KIND_UNREADABLE, 0};
+    if (!read_image(reader->image, address, &words, sizeof words)) words = {0, KIND_UNREADABLE, 0};
+    *prototype = {read_prototype_name(reader, words.name), words.type, words.min_elcnt};
+    return prototype->name != nullptr;
+}
+
+/* One prototype is read even of a function with fewer than none: called without arguments, the host looks at it. */
+static bool read_prototypes(const t_READER *reader, const t_FUNCTION_WORDS *words, ka_function *function)
+{
+    int32_t count = words->arg_cnt < PROTOTYPES_READ ? words->arg_cnt : static_cast<int32_t>(PROTOTYPES_READ);
+    function->prototype_count = count;
+    if (count < 0) count = 1;
+    if (count == 0) return true;
+    const size_t size = static_cast<size_t>(count) * sizeof(ka_prototype);
+    ka_prototype *prototypes = static_cast<ka_prototype *>(take(reader->tables, size));
+    if (!prototypes) return false;
+    const uint32_t first = static_cast<uint32_t>(words->arg_idx);
+    for (uint32_t i = 0; i < static_cast<uint32_t>(count); i++) {
+        const uint32_t at = reader->prototypes + (first + i) * static_cast<uint32_t>(sizeof(t_PROTOTYPE_WORDS));
+        if (!read_prototype(reader, at, &prototypes[i])) return false;
+    }
+    function->prototypes = prototypes;
+    return true;
+}
+
+/* The host reads every name up to the one that it looks for, so all of them must be there. */
+static bool read_function_name(const t_READER *reader, uint32_t address, ka_function *function)
+{
+    char text[NAME_BYTES_MAX];
+    const int32_t number = reader->tables->shown.function_count;
+    const int32_t length = read_image_text(reader->image, address, text, sizeof text);
+    if (length == TEXT_UNREADABLE)
+        snprintf(reader->why, reader->why_size, "function %d has a name outside the module", number);
+    else if (length == TEXT_TOO_LONG)
+        snprintf(reader->why, reader->why_size, "function %d has a name of more than %d bytes", number,
+                 NAME_BYTES_MAX - 1);
+    if (length < 0) return false;
+    function->name = keep_text(reader->tables, text, length);
+    return function->name || refuse(reader->why, reader->why_size, "no memory");
+}
+
+static bool keep_function(const t_READER *reader, const t_FUNCTION_WORDS *words)
+{
+    t_TABLES *tables = reader->tables;
+    if (tables->shown.function_count == FUNCTIONS_MAX)
+        return refuse(reader->why, reader->why_size, "KaFuncList has no end within 100000 functions");
+    if (tables->bytes > TABLE_BYTES_MAX)
+        return refuse(reader->why, reader->why_size, "the tables take more than 64 MiB");
+    ka_function function = {};
+    if (!read_function_name(reader, words->name, &function)) return false;
+    if (!read_prototypes(reader, words, &function) || !make_room(tables))
+        return refuse(reader->why, reader->why_size, "no memory");
+    tables->functions[tables->shown.function_count++] = function;
+    return true;
+}
+
+static bool read_functions(const t_READER *reader)
+{
+    for (uint32_t at = reader->functions;; at += static_cast<uint32_t>(sizeof(t_FUNCTION_WORDS))) {
+        t_FUNCTION_WORDS words;
+        if (!read_image(reader->image, at, &words, sizeof words))
+            return refuse(reader->why, reader->why_size, "KaFuncList runs out of the module");
+        if (words.name == 0) return true;
+        if (!keep_function(reader, &words)) return false;
+    }
+}
+
+/* ---- The index ------------------------------------------------------------------------------------------------- */
+
+/* A table with free places, at least as many as taken ones, so that every search ends soon. */
+static uint32_t hash_of(const char *name, int32_t length)
+{
+    uint32_t hash = 2166136261; /* the constants of FNV-1a */
+    for (int32_t i = 0; i < length; i++)
+        hash = (hash ^ static_cast<unsigned char>(name[i])) * 16777619;
+    return hash;
+}
+
+static bool has_name(const ka_function *function, const char *name, int32_t length)
+{
+    const size_t own = strlen(function->name);
+    return own == static_cast<size_t>(length) && memcmp(function->name, name, own) == 0;
+}
+
+/* The place of that name, or the free one where it would be. */
+static int32_t *place_of(const t_TABLES *tables, const char *name, int32_t length)
+{
+    uint32_t at = hash_of(name, length) & (tables->index_size - 1);
+    while (tables->index[at] != 0 && !has_name(&tables->functions[tables->index[at] - 1], name, length))
+        at = (at + 1) & (tables->index_size - 1);
+    return &tables->index[at];
+}
+
+/* The first function of a name wins. */
+static bool build_index(t_TABLES *tables)
+{
+    const int32_t count = tables->shown.function_count;
+    tables->index_size = 16;
+    while (tables->index_size < 2 * static_cast<uint32_t>(count))
+        tables->index_size *= 2;
+    tables->index = static_cast<int32_t *>(calloc(tables->index_size, sizeof *tables->index));
+    if (!tables->index) return false;
+    for (int32_t i = 0; i < count; i++) {
+        const char *name = tables->functions[i].name;
+        int32_t *place = place_of(tables, name, static_cast<int32_t>(strlen(name)));
+        if (*place == 0) *place = i + 1;
+    }
+    return true;
+}
+
+const ka_function *look_up(const ka_tables *shown, const char *name, int32_t length)
+{
+    const t_TABLES *tables = behind(shown);
+    const int32_t place = *place_of(tables, name, length);
+    return place == 0 ? nullptr : &tables->functions[place - 1];
+}
+
+const ka_function *ka_find_function(const ka_tables *tables, const char *name)
+{
+    const size_t length = strlen(name);
+    return length < NAME_BYTES_MAX ? look_up(tables, name, static_cast<int32_t>(length)) : nullptr;
+}
+
+/* ---- All of it ------------------------------------------------------------------------------------------------- */
+
+static bool fill_tables(t_READER *reader)
+{
+    if (!find_symbol(reader->image, "KaFuncList", &reader->functions))
+        return refuse(reader->why, reader->why_size, "no module: KaFuncList is missing");
+    if (!find_symbol(reader->image, "KaArgList", &reader->prototypes))
+        return refuse(reader->why, reader->why_size, "no module: KaArgList is missing");
+    if (!read_functions(reader)) return false;
+    reader->tables->shown.functions = reader->tables->functions;
+    return build_index(reader->tables) || refuse(reader->why, reader->why_size, "no memory");
+}
+
+ka_tables *read_image_tables(t_IMAGE *image, char *why, size_t size)
+{
+    t_TABLES *tables = static_cast<t_TABLES *>(calloc(1, sizeof *tables));
+    if (!tables) {
+        refuse(why, size, "no memory");
+        return nullptr;
+    }
+    t_READER reader = {image, tables, 0, 0, why, size};
+    if (fill_tables(&reader)) return &tables->shown;
+    ka_free_tables(&tables->shown);
+    return nullptr;
+}
+
+ka_tables *ka_read_tables(const char *module, char *why, int32_t size)
+{
+    HOLD_CANCELLATION;
+    t_IMAGE *image = open_file_image(module, why, static_cast<size_t>(size));
+    ka_tables *tables = image ? read_image_tables(image, why, static_cast<size_t>(size)) : nullptr;
+    close_image(image);
+    return tables;
+}

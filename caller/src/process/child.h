@@ -1,0 +1,22 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * What the child does until it is the host. It may call async-signal-safe functions only. */
+#ifndef KA_CALLER_CHILD_H
+#define KA_CALLER_CHILD_H
+
+#include <sys/types.h>
+
+#include "host/host.h"
+
+enum { ARGUMENT_SIZE = 32 }; /* segment identifier and layout, zero-terminated */
+
+struct t_LAUNCH {
+    const char *module;
+    pid_t parent;
+    const t_PIPES *pipes;
+    int error_fd; /* becomes its standard error, unless it is -1 */
+};
+
+__attribute__((noreturn)) void become_host(const t_LAUNCH *launch);
+
+#endif

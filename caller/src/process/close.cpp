@@ -1,0 +1,40 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Closes a host. */
+#include <stdlib.h>
+
+#include "base/fd.h"
+#include "base/thread.h"
+#include "block/segment.h"
+#include "end.h"
+#include "fork.h"
+#include "host/host.h"
+
+/* Told once: the next ka_close frees the host. */
+static int32_t fail_left(ka_host *host)
+{
+    const t_LEFT left = host->left;
+    host->left = {};
+    fail(host, KA_SYSTEM, "%.200s: process %d is left: %s", host->module, left.pid,
+         left.error != 0 ? errno_text(left.error) : "SIGKILL does not end it");
+    host->error.sys_errno = left.error;
+    return KA_SYSTEM;
+}
+
+int32_t ka_close(ka_host *host)
+{
+    HOLD_CANCELLATION;
+    if (!host) return KA_DONE;
+    if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a host cannot be closed inside its call-back");
+    end_host(host);
+    if (host->left.pid != 0) return fail_left(host);
+    leave_host(host);
+    free_remains(&host->remains);
+    close_fd(&host->error_fd);
+    free(host->report);
+    remove_segment(host);
+    forget_preparations(host);
+    free(host->module);
+    free(host);
+    return KA_DONE;
+}

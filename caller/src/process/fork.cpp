@@ -1,0 +1,130 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * See fork.h. Other threads may have been at work on their hosts at the moment of the fork. Of such a record the
+ * child only uses what is guarded by lock, and overwrites what it would have to release: that memory and those
+ * descriptors stay until it ends. */
+#include "fork.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include "base/fd.h"
+#include "doorbell/doorbell.h"
+#include "helper_thread.h"
+#include "host/host.h"
+
+/* Guards the list, and the pipes of all hosts. */
+static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+static ka_host *hosts;
+
+static int fork_error; /* why forks are not prepared for, or 0 */
+
+static void close_all_pipes(t_PIPES *pipes)
+{
+    close_fd(&pipes->go[0]);
+    close_fd(&pipes->go[1]);
+    close_fd(&pipes->report[0]);
+    close_fd(&pipes->report[1]);
+}
+
+/* ---- At a fork ------------------------------------------------------------------------------------------------- */
+
+/* No code of ours takes one of these locks while it has another; any order would do. */
+static void hold_for_fork(void)
+{
+    pthread_mutex_lock(&lock);
+    hold_doorbells();
+    hold_attendant();
+}
+
+static void go_on_after_fork(void)
+{
+    release_attendant();
+    release_doorbells();
+    pthread_mutex_unlock(&lock);
+}
+
+/* Its segment was not copied, and its process is no child of this one. */
+static void forget_process(ka_host *host)
+{
+    close_all_pipes(&host->pipes);
+    host->state = STATE_ENDED;
+    host->pid = 0;
+    host->pid_fd = host->status_fd = host->syscall_fd = host->doorbell_fd = -1;
+    host->base = nullptr;
+    host->listener = nullptr;
+    host->doorbell_open = host->hears = false;
+    host->ring = nullptr;
+    host->inspection = nullptr;
+    host->tables = nullptr;
+    host->remains = {};
+    host->left = {};
+    host->report = nullptr;
+    host->argc = 0;
+}
+
+static void begin_anew_in_child(void)
+{
+    begin_attendant_anew();
+    begin_doorbells_anew();
+    for (ka_host *host = hosts; host; host = host->next)
+        forget_process(host);
+    go_on_after_fork();
+}
+
+/* Before anything of ours can hold a lock. Done at first use, beside a fork in another thread that has begun already,
+   it would come too late for that fork: its child would find the lock of the first use held for ever. */
+__attribute__((constructor)) static void prepare_for_forks(void)
+{
+    fork_error = pthread_atfork(hold_for_fork, go_on_after_fork, begin_anew_in_child);
+}
+
+/* ---- Hosts ----------------------------------------------------------------------------------------------------- */
+
+int enter_host(ka_host *host)
+{
+    if (fork_error != 0) return fork_error;
+    pthread_mutex_lock(&lock);
+    host->next = hosts;
+    host->link = &hosts;
+    if (hosts) hosts->link = &host->next;
+    hosts = host;
+    pthread_mutex_unlock(&lock);
+    return 0;
+}
+
+void leave_host(ka_host *host)
+{
+    pthread_mutex_lock(&lock);
+    *host->link = host->next;
+    if (host->next) host->next->link = host->link;
+    pthread_mutex_unlock(&lock);
+}
+
+/* ---- Pipes ----------------------------------------------------------------------------------------------------- */
+
+int open_pipes(ka_host *host)
+{
+    t_PIPES *pipes = &host->pipes;
+    pthread_mutex_lock(&lock);
+    int error = pipe2(pipes->go, O_CLOEXEC) == 0 ? 0 : errno;
+    if (error == 0 && pipe2(pipes->report, O_CLOEXEC) != 0) error = errno;
+    pthread_mutex_unlock(&lock);
+    return error;
+}
+
+void close_pipe_end(int *fd)
+{
+    pthread_mutex_lock(&lock);
+    close_fd(fd);
+    pthread_mutex_unlock(&lock);
+}
+
+void close_pipes(ka_host *host)
+{
+    pthread_mutex_lock(&lock);
+    close_all_pipes(&host->pipes);
+    pthread_mutex_unlock(&lock);
+}

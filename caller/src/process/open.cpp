@@ -1,0 +1,67 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * See open.h. */
+#include "open.h"
+
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "base/clock.h"
+#include "base/random.h"
+#include "base/thread.h"
+#include "block/abandoned.h"
+#include "block/segment.h"
+#include "doorbell/doorbell.h"
+#include "end.h"
+#include "fork.h"
+#include "host/options.h"
+#include "module/program_file.h"
+#include "start.h"
+
+int32_t start_host(ka_host *host, int64_t deadline)
+{
+    char why[128];
+    host->started_ns = now_ns();
+    if (!check_module(host->module, why, sizeof why))
+        return fail(host, KA_START, "cannot start %.300s: %s", host->module, why);
+    forget_preparations(host);
+    if (open_doorbell(host) != KA_DONE) return host->error.error_class;
+    return start_process(host, deadline);
+}
+
+/* Started for the first time, or at the program's wish: without a pause. */
+int32_t open_process(ka_host *host)
+{
+    if (start_host(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return lose_host(host);
+    host->state = STATE_READY;
+    return KA_DONE;
+}
+
+int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
+{
+    HOLD_CANCELLATION;
+    ka_host *host = static_cast<ka_host *>(calloc(1, sizeof *host));
+    *result = host;
+    if (!host) return KA_SYSTEM;
+    clear_error(host);
+    host->pid_fd = host->doorbell_fd = host->status_fd = host->syscall_fd = host->error_fd = -1;
+    host->pipes = {{-1, -1}, {-1, -1}};
+    seed_random(&host->random);
+    host->module = strdup(module);
+    if (!host->module || enter_host(host) != 0) {
+        free(host->module);
+        free(host);
+        *result = nullptr;
+        return KA_SYSTEM;
+    }
+    if (take_options(host, options) != KA_DONE || check_sizes(host) != KA_DONE) return host->error.error_class;
+    host->openable = true;
+    remove_abandoned_segments(0);
+    return open_process(host);
+}
+
+int32_t ka_pid(const ka_host *host)
+{
+    return host->pid;
+}

@@ -1,0 +1,163 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * See start.h. There is no sign of readiness to wait for, and none is needed: the child is born with
+ * SIGUSR2 blocked, so a call that is sent before the host waits for one stays pending until it does.
+ *
+ * The child is there before the segment, and guards it: the caller creates the segment, marks it for removal, and
+ * then sends the child the word to go on. When the caller is killed before that, the child removes what was created;
+ * when the child is killed, the caller goes on to mark the segment. */
+#include "start.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "base/fd.h"
+#include "base/pidfd.h"
+#include "block/segment.h"
+#include "child.h"
+#include "doorbell/wait.h"
+#include "doorbell/waiters.h"
+#include "fork.h"
+#include "helper_thread.h"
+#include "host/owned.h"
+#include "module/program_file.h"
+#include "stderr_ring.h"
+#include "tracer.h"
+
+static int launch_process(ka_host *host, const t_LAUNCH *launch)
+{
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    int pid_fd = -1;
+    const pid_t pid = fork_with_pidfd(&pid_fd);
+    if (pid == 0) become_host(launch);
+    const int error = pid == -1 ? errno : 0;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (error != 0) return error;
+    setpgid(pid, pid); /* what the module forks is found by this number */
+    host->pid = pid;
+    host->pid_fd = pid_fd;
+    if (host->listener) host->listener->process = pid;
+    open_views(host);
+    host->idle = {};
+    return 0;
+}
+
+namespace {
+struct t_BIRTH {
+    ka_host *host;
+    const t_LAUNCH *launch;
+    int error;
+};
+} // namespace
+
+static void attend_birth(void *argument)
+{
+    t_BIRTH *birth = static_cast<t_BIRTH *>(argument);
+    birth->error = launch_process(birth->host, birth->launch);
+}
+
+/* The kernel ends the host with the thread that started it: that is the attendant, which stays, or this thread, to
+   which a host that waits fast belongs. */
+static int launch_from_lasting_thread(ka_host *host, const t_LAUNCH *launch, int64_t deadline)
+{
+    if (host->options.waiting == KA_WAIT_FAST) return launch_process(host, launch);
+    t_BIRTH birth = {host, launch, 0};
+    const int error = attendant_run(attend_birth, &birth, deadline);
+    return error != 0 ? error : birth.error;
+}
+
+static int32_t fail_exec(ka_host *host, int error)
+{
+    char loader[128];
+    const char *module = host->module;
+    if (error == ENOENT && read_loader(module, loader, sizeof loader))
+        fail(host, KA_START, "cannot start %.300s: its loader %s is missing (the 32-bit C library is not installed)",
+             module, loader);
+    else if (error == ENOEXEC)
+        fail(host, KA_START, "cannot start %.300s: this system does not run 32-bit programs", module);
+    else
+        fail(host, KA_START, "cannot start %.300s: %s", module, errno_text(error));
+    host->error.sys_errno = error;
+    return KA_START;
+}
+
+/* The pipe ends without a word when the module runs, for exec has closed it. */
+static int32_t await_exec(ka_host *host, int report_fd, int64_t deadline)
+{
+    int woken = 0;
+    while ((woken & (WOKEN_BY_PIPE | WOKEN_BY_CANCEL)) == 0) {
+        woken = wait_until(host, report_fd, deadline);
+        if (woken & WOKEN_BY_ERROR) return fail_system(host, errno, "cannot wait for the host");
+        if (woken == 0) {
+            return fail(host, KA_DEADLINE, "%.300s did not start within %d ms", host->module,
+                        host->options.deadline_ms);
+        }
+    }
+    if (woken & WOKEN_BY_CANCEL) return fail(host, KA_CANCELLED, "the start of %.300s was cancelled", host->module);
+    int error = 0;
+    const ssize_t length = read(report_fd, &error, sizeof error);
+    if (length == -1) return fail_system(host, errno, "cannot read from a pipe");
+    return length == sizeof error ? fail_exec(host, error) : KA_DONE;
+}
+
+/* The child reads until the last writing end is closed, and must not find its reading end the only one when the
+   caller writes: that would raise SIGPIPE. So this end stays open until the word is sent. */
+static int32_t send_argument(ka_host *host)
+{
+    char argument[ARGUMENT_SIZE] = {};
+    snprintf(argument, sizeof argument, host->options.layout == KA_LAYOUT_64 ? "%d:64" : "%d", host->segment_id);
+    if (write(host->pipes.go[1], argument, sizeof argument) != sizeof argument)
+        return fail_system(host, errno, "cannot write to a pipe");
+    return KA_DONE;
+}
+
+/* Without the argument the child ends. */
+static void send_refusal(const ka_host *host)
+{
+    if (write(host->pipes.go[1], "", 1) != 1) return; /* it was never born */
+}
+
+static int32_t start_child(ka_host *host, const t_LAUNCH *launch, int64_t deadline)
+{
+    const int error = launch_from_lasting_thread(host, launch, deadline);
+    if (error != 0) return fail_system(host, error, "cannot create a process");
+    if (!host->base && create_segment(host) != KA_DONE) return host->error.error_class;
+    write_header(host);
+    start_inspection(host);
+    if (send_argument(host) != KA_DONE) return host->error.error_class;
+    close_pipe_end(&host->pipes.report[1]); /* the child's is the last */
+    return await_exec(host, host->pipes.report[0], deadline);
+}
+
+static int32_t start_with_pipes(ka_host *host, t_LAUNCH *launch, int64_t deadline)
+{
+    int error = open_pipes(host);
+    if (error != 0) return fail_system(host, error, "cannot create a pipe");
+    disown_lost(host); /* error_fd is kept from process to process */
+    if (host->options.error_output == KA_STDERR_FILE && host->error_fd == -1)
+        return fail_system(host, EBADF, "the program has closed the library's copy of error_fd");
+    if (host->options.error_output != KA_STDERR_RING) {
+        launch->error_fd = host->error_fd;
+        return start_child(host, launch, deadline);
+    }
+    host->ring = open_ring(host->options.ring_bytes, &launch->error_fd, &error);
+    if (!host->ring) return fail_system(host, error, "cannot collect the host's standard error");
+    const int32_t result = start_child(host, launch, deadline);
+    close_fd(&launch->error_fd);
+    return result;
+}
+
+int32_t start_process(ka_host *host, int64_t deadline)
+{
+    t_LAUNCH launch = {host->module, getpid(), &host->pipes, -1};
+    const int32_t result = start_with_pipes(host, &launch, deadline);
+    if (result != KA_DONE) send_refusal(host);
+    close_pipes(host);
+    return result;
+}

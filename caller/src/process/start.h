@@ -1,0 +1,11 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Starts the module's process. */
+#ifndef KA_CALLER_START_H
+#define KA_CALLER_START_H
+
+#include "host/host.h"
+
+int32_t start_process(ka_host *host, int64_t deadline);
+
+#endif

@@ -1,0 +1,22 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The end of what a host has written on its standard error. A thread reads the pipe as long as the ring is open, so
+ * the host never waits for anybody; what is older than the room is dropped. */
+#ifndef KA_CALLER_STDERR_RING_H
+#define KA_CALLER_STDERR_RING_H
+
+#include <stdint.h>
+
+struct t_RING;
+
+/* Null, with an errno in *error, when there is no memory, descriptor or thread. *writing_end is the caller's, to be
+   given to the host and closed: the ring itself has no descriptor in this process's table. */
+t_RING *open_ring(int32_t room, int *writing_end, int *error);
+
+/* The last bytes, at most size of them; how many. What the pipe still holds is read before. */
+int32_t read_ring(t_RING *ring, char *buffer, int32_t size);
+
+/* ring may be null. A process that still writes gets an error for it. */
+void close_ring(t_RING *ring);
+
+#endif

@@ -1,0 +1,24 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * Looks at a host where it stands when it is about to end: a thread of the library traces it from before its first
+ * instruction to its end. Only when there is an inspector; where the system forbids tracing, nothing is seen and all
+ * else is the same.
+ *
+ * Every signal of a traced process stops it until the tracer lets it go on: that is the price, paid once with every
+ * call and every answer to a call-back. Nothing but the tracer's life holds the host: when the program is killed, the
+ * kernel lets the host run on, with the signal for which it was stopped, to its own end. */
+#ifndef KA_CALLER_TRACER_H
+#define KA_CALLER_TRACER_H
+
+#include "host/host.h"
+
+/* Returns when the host, which does not run the module yet, is traced, or cannot be. */
+void start_inspection(ka_host *host);
+
+/* Has a host looked at that hangs, before it is ended. Bounded in time. */
+void inspect_hanging(ka_host *host);
+
+/* After the host's end. What the inspector wrote, which the caller frees; null when it wrote nothing. */
+char *finish_inspection(ka_host *host);
+
+#endif
