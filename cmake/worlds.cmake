@@ -95,6 +95,7 @@ function(ka_objects name bits)
   add_library(${target} OBJECT ${arg_SOURCES})
   ka_world(${target} ${bits})
   target_link_libraries(${target} PRIVATE ka_freestanding)
+  target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}) # wire/
   foreach(dir IN LISTS arg_INCLUDES)
     target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR}/${dir})
   endforeach()

@@ -7,19 +7,9 @@
 
 #include <stdint.h>
 
-#include "ka/dll_block.h"
 #include "ka/dll_codes.h"
 #include "ka/dll_module.h"
-
-/* How a slot of KaAv was made. */
-enum {
-    CV_BLOCK = 0,    /* the block's own integers; nothing allocated */
-    CV_STRREC = 1,   /* allocated KaStr records whose characters lie in the block */
-    CV_ZSTRING = 2,  /* an allocated zero-terminated copy */
-    CV_INT_DBL = 3,  /* allocated doubles, from INTEGER */
-    CV_REAL_INT = 4, /* allocated 32-bit integers, from REAL */
-    CV_REAL_DBL = 5  /* allocated doubles, from REAL */
-};
+#include "wire/kinds.h"
 
 struct t_KIND_NAME {
     int32_t kind;
@@ -43,10 +33,9 @@ inline const t_DLL_PROTO *prototype(int32_t argi)
     return &KaArgList[KaFunc->arg_idx + argi];
 }
 
-/* The prototype of the argument after one matched by argi: a VarArg also matches all that follow it. */
 inline int32_t next_prototype(int32_t argi)
 {
-    return prototype(argi)->type == KA_VARARG ? argi : argi + 1;
+    return wire::next_prototype(argi, prototype(argi)->type);
 }
 
 /* Makes slot from the argument by the conversion code. KA_OK or KA_NO_MEMORY. */

@@ -13,32 +13,6 @@
 
 namespace {
 
-constexpr int32_t NO = -1; /* the kind does not accept the value type */
-
-struct t_KIND {
-    int32_t conversion[DLL_STRING + 1]; /* by value type */
-    bool array;                         /* min_elcnt counts */
-    bool gives_back;                    /* results of an argument passed by reference go back to the caller */
-};
-
-/* ORDER KIND: the row number is the prototype's type. */
-// clang-format off
-constexpr t_KIND kinds[] = {
-    //                        none  INTEGER     REAL         STRING         array  gives back
-    /* VarArg          */ { { NO,   CV_BLOCK,   CV_REAL_DBL, CV_STRREC  },  false, true  },
-    /* IntByValue      */ { { NO,   CV_BLOCK,   CV_REAL_INT, NO         },  false, false },
-    /* IntByReference  */ { { NO,   CV_BLOCK,   NO,          NO         },  false, true  },
-    /* IntArray        */ { { NO,   CV_BLOCK,   NO,          NO         },  true,  true  },
-    /* RealByValue     */ { { NO,   CV_INT_DBL, CV_REAL_DBL, NO         },  false, false },
-    /* RealByReference */ { { NO,   NO,         CV_REAL_DBL, NO         },  false, true  },
-    /* RealArray       */ { { NO,   NO,         CV_REAL_DBL, NO         },  true,  true  },
-    /* zString         */ { { NO,   NO,         NO,          CV_ZSTRING },  false, false },
-    /* String          */ { { NO,   NO,         NO,          CV_STRREC  },  false, true  },
-    /* StringArray     */ { { NO,   NO,         NO,          CV_STRREC  },  true,  true  },
-};
-// clang-format on
-static_assert(sizeof kinds / sizeof kinds[0] == KA_STRING_ARRAY + 1);
-
 bool has_name(const t_DLL_FUNC *function, int32_t length, const char *characters)
 {
     const size_t own = strlen(function->name);
@@ -90,14 +64,13 @@ int32_t convert_argument(const t_DLL_PROTO *proto, int32_t n)
 {
     const t_DLL_ARG arg = u_get_arg(n);
     trace_argument(proto, arg);
-    if (proto->type < KA_VARARG || proto->type > KA_STRING_ARRAY) return KA_BAD_PROTOTYPE;
-    const t_KIND &kind = kinds[proto->type];
+    if (!wire::is_kind(proto->type)) return KA_BAD_PROTOTYPE;
+    const t_KIND &kind = wire::kinds[proto->type];
     /* KEPT: too few elements are found before a wrong value type: two strings for an IntArray of 3 give 17, not 8.
        Test: Refusals.too_few_elements_come_before_the_wrong_type. */
     if (kind.array && (arg.elcnt < 0 || proto->min_elcnt > arg.elcnt)) return KA_TOO_FEW_ELEMENTS;
-    const bool known = arg.type >= DLL_INTEGER && arg.type <= DLL_STRING;
-    const int32_t code = known ? kind.conversion[arg.type] : NO;
-    return code == NO ? KA_WRONG_TYPE : convert(code, arg, n - 1);
+    const int32_t code = wire::conversion(kind, arg.type);
+    return code == CV_NONE ? KA_WRONG_TYPE : convert(code, arg, n - 1);
 }
 
 int32_t extra_argument(void)
@@ -115,8 +88,8 @@ int32_t convert_arguments(void)
         if (code != KA_OK) return code;
         argi = next_prototype(argi);
     }
-    /* A VarArg that matched nothing is no missing argument. */
-    if (argi == KaFunc->arg_cnt || prototype(argi)->type == KA_VARARG) return KA_OK;
+    /* A VarArg that matched nothing is not missing. */
+    if (argi == KaFunc->arg_cnt || wire::takes_all_further(prototype(argi)->type)) return KA_OK;
     trace_wrong_count(argi);
     return KA_WRONG_COUNT;
 }
@@ -124,7 +97,7 @@ int32_t convert_arguments(void)
 /* A kind that the function changed to nonsense during the call is left to give_back. */
 bool gives_back(int32_t type)
 {
-    return type < KA_VARARG || type > KA_STRING_ARRAY || kinds[type].gives_back;
+    return !wire::is_kind(type) || wire::kinds[type].gives_back;
 }
 
 int32_t give_back_argument(const t_DLL_PROTO *proto, int32_t n)

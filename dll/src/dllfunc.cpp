@@ -12,16 +12,16 @@ void *KaAv[DLL_MAX_ARGS];
 int32_t KaCv[DLL_MAX_ARGS];
 
 const t_KIND_NAME KaArgTypeNames[] = {
-    {KA_VARARG, "VarArg"},
-    {KA_INT_BY_VALUE, "IntByValue"},
-    {KA_INT_BY_REFERENCE, "IntByReference"},
-    {KA_INT_ARRAY, "IntArray"},
-    {KA_REAL_BY_VALUE, "RealByValue"},
-    {KA_REAL_BY_REFERENCE, "RealByReference"},
-    {KA_REAL_ARRAY, "RealArray"},
-    {KA_ZSTRING, "zString"},
-    {KA_STRING, "String"},
-    {KA_STRING_ARRAY, "StringArray"},
+    {KA_VARARG, wire::kinds[KA_VARARG].name},
+    {KA_INT_BY_VALUE, wire::kinds[KA_INT_BY_VALUE].name},
+    {KA_INT_BY_REFERENCE, wire::kinds[KA_INT_BY_REFERENCE].name},
+    {KA_INT_ARRAY, wire::kinds[KA_INT_ARRAY].name},
+    {KA_REAL_BY_VALUE, wire::kinds[KA_REAL_BY_VALUE].name},
+    {KA_REAL_BY_REFERENCE, wire::kinds[KA_REAL_BY_REFERENCE].name},
+    {KA_REAL_ARRAY, wire::kinds[KA_REAL_ARRAY].name},
+    {KA_ZSTRING, wire::kinds[KA_ZSTRING].name},
+    {KA_STRING, wire::kinds[KA_STRING].name},
+    {KA_STRING_ARRAY, wire::kinds[KA_STRING_ARRAY].name},
     {-1, "Unknown"},
 };
 }

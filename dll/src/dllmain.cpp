@@ -14,13 +14,14 @@
 #include <sys/shm.h>
 #include <unistd.h>
 
-#include "always_assert.h"
 #include "arithmetic.h"
 #include "block.h"
 #include "call.h"
 #include "inherited.h"
 #include "ka/dll_codes.h"
 #include "ka/dll_module.h"
+#include "wire/always_assert.h"
+#include "wire/layout.h"
 
 extern "C" {
 int32_t dll_compat;
@@ -34,36 +35,32 @@ int32_t shm_id;
 
 namespace {
 
-struct t_LAYOUT {
-    uint8_t base, retcode, shmsz, scratch, cbval, argc, args; /* offsets in the block */
-    uint8_t arg_size, arg_maxlen, arg_elsz, arg_elcnt;        /* the descriptor: its size, what comes after ptr */
-    uint8_t address_size;                                     /* bytes of an address; all must be zero for "none" */
-    bool translates_ptr;                                      /* see layout_32 */
-    const char *range_text;                                   /* what a failed address check prints */
+/* What the host does with a layout, beside the offsets. */
+struct t_ROW {
+    t_LAYOUT layout;
+    bool translates_ptr;    /* see row_32 */
+    const char *range_text; /* what a failed address check prints */
 };
 
-/* type, ref and ptr stand at the same offsets in every descriptor; magic, version and pid in every header. */
-#define LAYOUT(info, arg, translates, text)                                                                        \
-    {                                                                                                              \
-        offsetof(info, base), offsetof(info, retcode), offsetof(info, shmsz), offsetof(info, scratch),             \
-            offsetof(info, cbval), offsetof(info, argc), offsetof(info, args), sizeof(arg), offsetof(arg, maxlen), \
-            offsetof(arg, elsz), offsetof(arg, elcnt), sizeof(info::scratch), translates, text                     \
-    }
-
-constexpr t_LAYOUT layout_native = LAYOUT(t_DLL_INFO, t_DLL_ARG, true, "ofs >= 0 && ofs < dll_info->shmsz");
+/* In a 32-bit program the native layout is layout 32. */
+static_assert(sizeof(t_DLL_INFO) == sizeof(t_DLL_INFO32));
+constexpr t_ROW row_native = {wire::layout_32, true, "ofs >= 0 && ofs < dll_info->shmsz"};
 /* KEPT: with this layout an argument's ptr is handed on as stored, neither translated nor checked, although the
    scratch address is both. Test: Layout32.u_get_arg_hands_ptr_on_as_stored. */
-constexpr t_LAYOUT layout_32 =
-    LAYOUT(t_DLL_INFO32, t_DLL_ARG32, false, "ofs >= 0 && ofs < ((t_DLL_INFO32 *)dll_info)->shmsz");
+constexpr t_ROW row_32 = {wire::layout_32, false, "ofs >= 0 && ofs < ((t_DLL_INFO32 *)dll_info)->shmsz"};
 /* KEPT: a scratch field counts as empty only when all 8 bytes are zero, although only 4 are translated.
    Test: Scratch.layout_64_is_present_when_only_the_high_half_is_set. */
-constexpr t_LAYOUT layout_64 =
-    LAYOUT(t_DLL_INFO64, t_DLL_ARG64, true, "ofs >= 0 && ofs < ((t_DLL_INFO64 *)dll_info)->shmsz");
+constexpr t_ROW row_64 = {wire::layout_64, true, "ofs >= 0 && ofs < ((t_DLL_INFO64 *)dll_info)->shmsz"};
+
+const t_ROW &row_in_force(void)
+{
+    if (dll_compat == 0) return row_native;
+    return dll_compat == 32 ? row_32 : row_64;
+}
 
 const t_LAYOUT &layout(void)
 {
-    if (dll_compat == 0) return layout_native;
-    return dll_compat == 32 ? layout_32 : layout_64;
+    return row_in_force().layout;
 }
 
 char *at(uint32_t offset)
@@ -72,21 +69,21 @@ char *at(uint32_t offset)
 }
 
 /* Descriptor i of the layout in force. The caller has checked i against argc; argc itself is trusted. */
-char *descriptor(const t_LAYOUT &row, int32_t i)
+char *descriptor(const t_LAYOUT &in_force, int32_t i)
 {
-    return at(row.args + static_cast<uint32_t>(i) * row.arg_size);
+    return at(in_force.args + static_cast<uint32_t>(i) * in_force.arg_size);
 }
 
-bool has_descriptor(const t_LAYOUT &row, int32_t i)
+bool has_descriptor(const t_LAYOUT &in_force, int32_t i)
 {
-    return i >= 0 && i < load32(at(row.argc));
+    return i >= 0 && i < load32(at(in_force.argc));
 }
 
 /* An address of the caller's as an offset in the segment; anything outside ends the process. */
-int32_t offset_of(const t_LAYOUT &row, uint32_t address, const char *function)
+int32_t offset_of(const t_ROW &row, uint32_t address, const char *function)
 {
-    const int32_t ofs = static_cast<int32_t>(address - static_cast<uint32_t>(load32(at(row.base))));
-    if (ofs < 0 || ofs >= load32(at(row.shmsz)))
+    const int32_t ofs = static_cast<int32_t>(address - static_cast<uint32_t>(load32(at(row.layout.base))));
+    if (ofs < 0 || ofs >= load32(at(row.layout.shmsz)))
         always_assert_fail(row.range_text, "dll/src/dllmain", __LINE__, function);
     return ofs;
 }
@@ -108,36 +105,37 @@ int32_t u_get_argc(void)
 
 t_DLL_ARG u_get_arg(int32_t i)
 {
-    const t_LAYOUT &row = layout();
+    const t_ROW &row = row_in_force();
     t_DLL_ARG arg = {};
-    if (!has_descriptor(row, i)) return arg;
-    const char *from = descriptor(row, i);
-    const uint32_t ptr = static_cast<uint32_t>(load32(from + offsetof(t_DLL_ARG, ptr)));
-    arg.type = load32(from + offsetof(t_DLL_ARG, type));
-    arg.ref = load32(from + offsetof(t_DLL_ARG, ref));
+    if (!has_descriptor(row.layout, i)) return arg;
+    const char *from = descriptor(row.layout, i);
+    const uint32_t ptr = static_cast<uint32_t>(load32(from + wire::ARG_PTR_AT));
+    arg.type = load32(from + wire::ARG_TYPE_AT);
+    arg.ref = load32(from + wire::ARG_REF_AT);
     arg.ptr = row.translates_ptr ? at(static_cast<uint32_t>(offset_of(row, ptr, "u_get__arg")))
                                  : reinterpret_cast<void *>(static_cast<uintptr_t>(ptr));
-    arg.maxlen = load32(from + row.arg_maxlen);
-    arg.elsz = load32(from + row.arg_elsz);
-    arg.elcnt = load32(from + row.arg_elcnt);
+    const char *counts = from + row.layout.arg_counts;
+    arg.maxlen = load32(counts);
+    arg.elsz = load32(counts + 4);
+    arg.elcnt = load32(counts + 8);
     return arg;
 }
 
 int32_t u_unref_arg(int32_t i)
 {
-    const t_LAYOUT &row = layout();
-    if (!has_descriptor(row, i)) return -1;
-    store32(descriptor(row, i) + offsetof(t_DLL_ARG, ref), 0);
+    const t_LAYOUT &in_force = layout();
+    if (!has_descriptor(in_force, i)) return -1;
+    store32(descriptor(in_force, i) + wire::ARG_REF_AT, 0);
     return 0;
 }
 
 void *dll_scratch(int32_t size)
 {
     static const char none[sizeof(uint64_t)] = {};
-    const t_LAYOUT &row = layout();
-    if (memcmp(at(row.scratch), none, row.address_size) == 0) return nullptr;
-    const int32_t ofs = offset_of(row, static_cast<uint32_t>(load32(at(row.scratch))), "dll_scratch");
-    if (load32(at(row.shmsz)) - ofs < size) return nullptr;
+    const t_ROW &row = row_in_force();
+    if (memcmp(at(row.layout.scratch), none, row.layout.address_size) == 0) return nullptr;
+    const int32_t ofs = offset_of(row, static_cast<uint32_t>(load32(at(row.layout.scratch))), "dll_scratch");
+    if (load32(at(row.layout.shmsz)) - ofs < size) return nullptr;
     return at(static_cast<uint32_t>(ofs));
 }
 
@@ -150,7 +148,7 @@ namespace {
    gone. */
 bool signal_caller(void)
 {
-    const int32_t pid = load32(at(offsetof(t_DLL_INFO, pid)));
+    const int32_t pid = load32(at(wire::PID_AT));
     return pid > 0 && kill(pid, SIGUSR2) == 0;
 }
 

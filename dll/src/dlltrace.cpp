@@ -10,6 +10,7 @@
 
 #include "block.h"
 #include "ka/kastring.h"
+#include "wire/kinds.h"
 
 KA_API int32_t dll_debug = 0;
 
@@ -17,20 +18,6 @@ KA_API int32_t dll_debug = 0;
  */
 
 namespace {
-
-const char *type_name(int32_t type)
-{
-    switch (type) {
-    case DLL_INTEGER:
-        return "DLL_INTEGER";
-    case DLL_REAL:
-        return "DLL_REAL";
-    case DLL_STRING:
-        return "DLL_STRING";
-    default:
-        return "DLL_???";
-    }
-}
 
 unsigned word(const char *from, int index)
 {
@@ -81,7 +68,7 @@ void write_descriptor(int32_t i, const void *origin)
     const t_DLL_ARG arg = u_get_arg(i);
     const uintptr_t ofs = reinterpret_cast<uintptr_t>(arg.ptr) - reinterpret_cast<uintptr_t>(origin);
     fprintf(stderr, "# %d\r\n", i);
-    fprintf(stderr, "type   = %s\r\n", type_name(arg.type));
+    fprintf(stderr, "type   = DLL_%s\r\n", wire::is_type(arg.type) ? wire::type_name(arg.type) : "???");
     fprintf(stderr, "ptr    = %p\r\n", arg.ptr);
     fprintf(stderr, "ofs    = %d\r\n", static_cast<int32_t>(ofs));
     fprintf(stderr, "maxlen = %d\r\n", arg.maxlen);
@@ -155,20 +142,6 @@ const char *kind_name(int32_t kind)
     return row->name;
 }
 
-const char *passed_type_name(int32_t type)
-{
-    switch (type) {
-    case DLL_INTEGER:
-        return "INTEGER";
-    case DLL_REAL:
-        return "REAL";
-    case DLL_STRING:
-        return "STRING";
-    default:
-        return "";
-    }
-}
-
 } // namespace
 
 void write_function(void)
@@ -180,7 +153,7 @@ void write_argument(const t_DLL_PROTO *proto, const t_DLL_ARG &arg)
 {
     fprintf(stderr, " arg = %s", proto->name);
     fprintf(stderr, ", %s", kind_name(proto->type));
-    fprintf(stderr, ", CALL = %s", passed_type_name(arg.type));
+    fprintf(stderr, ", CALL = %s", wire::type_name(arg.type));
     fprintf(stderr, ", elcnt = %d", arg.elcnt);
     fprintf(stderr, " (%s)\n", arg.ref != 0 ? "ByRef" : "ByValue");
 }
@@ -224,16 +197,8 @@ int32_t shown_count(const t_DLL_ARG &arg, int32_t code)
 
 bool shown_as_array(const t_DLL_PROTO *proto, const t_DLL_ARG &arg)
 {
-    switch (proto->type) {
-    case KA_INT_ARRAY:
-    case KA_REAL_ARRAY:
-    case KA_STRING_ARRAY:
-        return true;
-    case KA_VARARG:
-        return arg.type >= DLL_INTEGER && arg.type <= DLL_STRING && arg.elcnt > 1;
-    default:
-        return false;
-    }
+    if (proto->type == KA_VARARG) return wire::is_type(arg.type) && arg.elcnt > 1;
+    return wire::is_kind(proto->type) && wire::kinds[proto->type].array;
 }
 
 } // namespace

@@ -6,10 +6,9 @@
 #include <algorithm>
 #include <charconv>
 
-#include "ka/dll_block.h"
-#include "ka/dll_module.h"
 #include "printable.h"
 #include "results.h"
+#include "wire/kinds.h"
 
 namespace {
 
@@ -157,11 +156,6 @@ int32_t wanted_type(int32_t kind, const std::vector<Element> &elements)
     return whole && takes(kind, DLL_INTEGER) && kind != KA_REAL_BY_VALUE ? DLL_INTEGER : DLL_REAL;
 }
 
-const char *type_name(int32_t type)
-{
-    return type == DLL_INTEGER ? "INTEGER " : type == DLL_REAL ? "REAL " : "STRING ";
-}
-
 // An element that does not suit: its type, or why it has none. What is no array is shown as it was written.
 std::string given(const Literal &literal, const Element &element)
 {
@@ -170,8 +164,9 @@ std::string given(const Literal &literal, const Element &element)
     const std::string place = literal.is_array ? " as element " + number : "";
     if (type == 0) return shortened(element.text) + place + ", which " + why_no_type(element.text);
     const size_t mark = literal.written.starts_with('&') ? 1 : 0;
-    if (!literal.is_array) return type_name(type) + shortened(literal.written.substr(mark));
-    return type_name(type) + shortened(type == DLL_STRING ? string_literal(element.text) : element.text) + place;
+    const std::string name = wire::type_name(type);
+    if (!literal.is_array) return name + " " + shortened(literal.written.substr(mark));
+    return name + " " + shortened(type == DLL_STRING ? string_literal(element.text) : element.text) + place;
 }
 
 Argument argument_for(const Prototype &prototype, const Literal &literal)

@@ -10,27 +10,20 @@
 #include "ka/caller.h"
 #include "ka/dll_block.h"
 #include "printable.h"
+#include "wire/kinds.h"
+#include "wire/layout.h"
+#include "wire/real_fault.h"
 
 namespace {
 
-struct Layout {
-    uint32_t base, retcode, shmsz, scratch, cbval, argc, args;
-    uint32_t arg_size, arg_counts; // size of a descriptor; where maxlen, elsz and elcnt stand in it
-    bool wide_addresses;
-};
-
-#define LAYOUT(info, arg, wide)                                                                                    \
-    {                                                                                                              \
-        offsetof(info, base), offsetof(info, retcode), offsetof(info, shmsz), offsetof(info, scratch),             \
-            offsetof(info, cbval), offsetof(info, argc), offsetof(info, args), sizeof(arg), offsetof(arg, maxlen), \
-            wide                                                                                                   \
-    }
-constexpr Layout layout_32 = LAYOUT(t_DLL_INFO32, t_DLL_ARG32, false);
-constexpr Layout layout_64 = LAYOUT(t_DLL_INFO64, t_DLL_ARG64, true);
-
-const Layout &layout_of(int number)
+const t_LAYOUT &layout_of(int number)
 {
-    return number == 64 ? layout_64 : layout_32;
+    return number == 64 ? wire::layout_64 : wire::layout_32;
+}
+
+bool has_wide_addresses(const t_LAYOUT &layout)
+{
+    return layout.address_size == sizeof(uint64_t);
 }
 
 // Offsets are 64 bits wide, so that no sum wraps before it is tested.
@@ -71,16 +64,25 @@ std::optional<uint32_t> translate(const Block &block, uint32_t address)
 
 std::string fault_of(const t_DECIMAL &real)
 {
-    if (real.dec_pos == DEC_NULL) return "null: a host ends when it is given one";
-    if (real.dec_pos != DEC_POSITIVE && real.dec_pos != DEC_NEGATIVE)
-        return "no REAL: its sign is " + std::to_string(real.dec_pos);
-    if (real.dec_ndgts < 0 || real.dec_ndgts > DEC_DIGITS)
-        return "no REAL: it counts " + std::to_string(real.dec_ndgts) + " digits";
-    if (real.dec_exp < DEC_EXP_MIN || real.dec_exp > DEC_EXP_MAX)
-        return "no REAL: its exponent is " + std::to_string(real.dec_exp);
-    for (int i = 0; i < real.dec_ndgts; i++)
-        if (real.dec_dgts[i] >= DEC_BASE) return "no REAL: a digit is " + std::to_string(real.dec_dgts[i]);
-    if (real.dec_ndgts > 0 && real.dec_dgts[0] == 0) return "not normal: its first digit is 0";
+    int32_t found;
+    const t_REAL_FAULT fault = wire::real_fault(&real, &found);
+    const std::string number = std::to_string(found);
+    switch (fault) {
+    case REAL_IS_NULL:
+        return "null: a host ends when it is given one";
+    case REAL_BAD_SIGN:
+        return "no REAL: its sign is " + number;
+    case REAL_BAD_COUNT:
+        return "no REAL: it counts " + number + " digits";
+    case REAL_BAD_EXPONENT:
+        return "no REAL: its exponent is " + number;
+    case REAL_BAD_DIGIT:
+        return "no REAL: a digit is " + number;
+    case REAL_LEADING_ZERO:
+        return "not normal: its first digit is 0";
+    case REAL_SOUND:
+        break;
+    }
     return "";
 }
 
@@ -157,7 +159,7 @@ int32_t words_of_type(int32_t type)
 void judge(BlockDescriptor &descriptor, bool is_name)
 {
     const auto fault = [&](const std::string &text) { descriptor.faults.push_back(text); };
-    const bool known = descriptor.type >= DLL_INTEGER && descriptor.type <= DLL_STRING;
+    const bool known = wire::is_type(descriptor.type);
     if (!known) fault("there is no value type " + std::to_string(descriptor.type) + ": answered with 8");
     if (is_name && known && descriptor.type != DLL_STRING) fault("the function name is no STRING: answered with 8");
     if (!descriptor.offset) fault("its address " + hex(descriptor.ptr) + " is outside the segment: the host aborts");
@@ -168,12 +170,12 @@ void judge(BlockDescriptor &descriptor, bool is_name)
         fault("its room is " + std::to_string(descriptor.maxlen));
 }
 
-BlockDescriptor read_descriptor(Bytes bytes, const Block &block, uint64_t at, const Layout &layout)
+BlockDescriptor read_descriptor(Bytes bytes, const Block &block, uint64_t at, const t_LAYOUT &layout)
 {
     BlockDescriptor descriptor{};
-    descriptor.type = word_at(bytes, at + offsetof(t_DLL_ARG32, type));
-    descriptor.ref = word_at(bytes, at + offsetof(t_DLL_ARG32, ref));
-    descriptor.ptr = unsigned_at(bytes, at + offsetof(t_DLL_ARG32, ptr));
+    descriptor.type = word_at(bytes, at + wire::ARG_TYPE_AT);
+    descriptor.ref = word_at(bytes, at + wire::ARG_REF_AT);
+    descriptor.ptr = unsigned_at(bytes, at + wire::ARG_PTR_AT);
     descriptor.maxlen = word_at(bytes, at + layout.arg_counts);
     descriptor.elsz = word_at(bytes, at + layout.arg_counts + 4);
     descriptor.elcnt = word_at(bytes, at + layout.arg_counts + 8);
@@ -181,7 +183,7 @@ BlockDescriptor read_descriptor(Bytes bytes, const Block &block, uint64_t at, co
     return descriptor;
 }
 
-void read_descriptors(Bytes bytes, Block &block, const Layout &layout, const Limits &limits)
+void read_descriptors(Bytes bytes, Block &block, const t_LAYOUT &layout, const Limits &limits)
 {
     const int32_t wished = limits.descriptors.value_or(block.argc);
     for (int32_t i = 0; i < std::min<int32_t>(wished, DLL_MAX_ARGC); i++) {
@@ -192,7 +194,7 @@ void read_descriptors(Bytes bytes, Block &block, const Layout &layout, const Lim
         }
         BlockDescriptor descriptor = read_descriptor(bytes, block, at, layout);
         judge(descriptor, i == 0);
-        const bool known = descriptor.type >= DLL_INTEGER && descriptor.type <= DLL_STRING;
+        const bool known = wire::is_type(descriptor.type);
         // Of the function name one is read, whatever it counts: so do hosts.
         const int32_t count = i == 0 ? 1 : std::min(descriptor.elcnt, limits.elements);
         if (known && descriptor.offset) read_elements(bytes, descriptor, count);
@@ -222,15 +224,15 @@ void judge(Block &block, Bytes bytes)
     if (block.argc > DLL_MAX_ARGC) fault("its argc is " + std::to_string(block.argc) + ": answered with 606");
 }
 
-Block read_header(Bytes bytes, const Layout &layout)
+Block read_header(Bytes bytes, const t_LAYOUT &layout)
 {
     Block block{};
-    block.version = word_at(bytes, offsetof(t_DLL_INFO32, version));
-    block.pid = word_at(bytes, offsetof(t_DLL_INFO32, pid));
+    block.version = word_at(bytes, wire::VERSION_AT);
+    block.pid = word_at(bytes, wire::PID_AT);
     block.base = unsigned_at(bytes, layout.base);
     block.retcode = word_at(bytes, layout.retcode);
     block.shmsz = word_at(bytes, layout.shmsz);
-    const uint64_t high = layout.wide_addresses ? unsigned_at(bytes, layout.scratch + 4) : 0;
+    const uint64_t high = has_wide_addresses(layout) ? unsigned_at(bytes, layout.scratch + 4) : 0;
     block.scratch = high << 32 | unsigned_at(bytes, layout.scratch);
     block.cbval = word_at(bytes, layout.cbval);
     block.argc = word_at(bytes, layout.argc);
@@ -241,7 +243,7 @@ Block read_header(Bytes bytes, const Layout &layout)
 // How much speaks for a layout.
 int plausibility(Bytes bytes, int number)
 {
-    const Layout &layout = layout_of(number);
+    const t_LAYOUT &layout = layout_of(number);
     const Block block = decode_block(bytes, number, {std::nullopt, 0});
     int points = 0;
     if (block.shmsz > 0 && static_cast<uint64_t>(block.shmsz) <= bytes.size) points += 4;
@@ -250,7 +252,7 @@ int plausibility(Bytes bytes, int number)
     if (block.argc >= 0 && block.argc <= DLL_MAX_ARGC) points += 2;
     if (block.scratch == 0 || block.scratch_offset) points += 2;
     if (block.base != 0 && block.base % 4096 == 0) points += 1;
-    if (layout.wide_addresses && unsigned_at(bytes, layout.base + 4) >> 16 == 0) points += 1;
+    if (has_wide_addresses(layout) && unsigned_at(bytes, layout.base + 4) >> 16 == 0) points += 1;
     for (const BlockDescriptor &descriptor : block.descriptors)
         points += descriptor.faults.empty() ? 1 : -1;
     return points;
@@ -260,8 +262,8 @@ int plausibility(Bytes bytes, int number)
 
 std::string why_no_block(Bytes bytes)
 {
-    const std::string magic(DLL_MAGIC, sizeof(t_DLL_INFO32::magic));
-    if (bytes.size < offsetof(t_DLL_INFO32, args))
+    const std::string magic(DLL_MAGIC, wire::MAGIC_SIZE);
+    if (bytes.size < wire::layout_32.args)
         return "it has " + std::to_string(bytes.size) + " bytes, less than a header";
     const std::string found(bytes.data, magic.size());
     if (found == magic) return "";
@@ -279,7 +281,7 @@ int likely_layout(Bytes bytes)
 
 Block decode_block(Bytes bytes, int layout, const Limits &limits)
 {
-    const Layout &row = layout_of(layout);
+    const t_LAYOUT &row = layout_of(layout);
     Block block = read_header(bytes, row);
     block.layout = layout;
     judge(block, bytes);
@@ -289,14 +291,5 @@ Block decode_block(Bytes bytes, int layout, const Limits &limits)
 
 std::string type_name(int32_t type)
 {
-    switch (type) {
-    case DLL_INTEGER:
-        return "INTEGER";
-    case DLL_REAL:
-        return "REAL";
-    case DLL_STRING:
-        return "STRING";
-    default:
-        return "type " + std::to_string(type);
-    }
+    return wire::is_type(type) ? wire::type_name(type) : "type " + std::to_string(type);
 }

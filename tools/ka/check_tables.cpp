@@ -5,9 +5,8 @@
 #include <map>
 
 #include "finding.h"
-#include "ka/dll_block.h"
-#include "ka/dll_module.h"
 #include "printable.h"
+#include "wire/kinds.h"
 
 namespace {
 
@@ -80,7 +79,7 @@ Tables read_tables(const ElfFile &file, const ElfSymbol &functions, const ElfSym
 
 bool is_array_kind(int32_t type)
 {
-    return type == KA_INT_ARRAY || type == KA_REAL_ARRAY || type == KA_STRING_ARRAY;
+    return wire::is_kind(type) && wire::kinds[type].array;
 }
 
 void check_prototype(const std::string &where, const Prototype &prototype, Findings &findings)
@@ -90,7 +89,7 @@ void check_prototype(const std::string &where, const Prototype &prototype, Findi
     if (prototype.type == INT32_MIN)
         findings.push_back({Severity::error, where + " lies outside the module: it cannot be called",
                             "arg_idx counts records of KaArgList from 0: look at it and at arg_cnt"});
-    else if (prototype.type < KA_VARARG || prototype.type > KA_STRING_ARRAY)
+    else if (!wire::is_kind(prototype.type))
         findings.push_back({Severity::error,
                             where + " is of kind " + std::to_string(prototype.type) + ": calls are answered with -1",
                             "use a kind of ka/dll_module.h, 0 to 9"});
@@ -110,7 +109,7 @@ void check_prototype(const std::string &where, const Prototype &prototype, Findi
 // The place of the first VarArg; the number of prototypes when there is none.
 size_t place_of_vararg(const std::vector<Prototype> &prototypes)
 {
-    const auto is_vararg = [](const Prototype &each) { return each.type == KA_VARARG; };
+    const auto is_vararg = [](const Prototype &each) { return wire::takes_all_further(each.type); };
     return static_cast<size_t>(std::find_if(prototypes.begin(), prototypes.end(), is_vararg) - prototypes.begin());
 }
 

@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
-#include "caller/src/base/printable.h"
+#include "wire/printable.h"
 
 namespace {
 
@@ -46,7 +46,7 @@ std::string escaped(std::string_view rest, Style style)
     std::string shown;
     while (!rest.empty()) {
         const std::string form = own_form(rest[0], style);
-        const size_t length = printable_length(rest.data(), rest.size());
+        const size_t length = wire::printable_length(rest.data(), rest.size());
         const std::string_view bytes = rest.substr(0, std::max<size_t>(length, 1));
         shown += !form.empty() ? form : length > 0 ? std::string(bytes) : byte_text(bytes[0]);
         rest.remove_prefix(bytes.size());
@@ -96,7 +96,8 @@ std::string string_literal(const std::string &bytes)
 bool is_utf8(const std::string &text)
 {
     for (std::string_view rest = text; !rest.empty();) {
-        const size_t length = character_length(reinterpret_cast<const unsigned char *>(rest.data()), rest.size());
+        const size_t length =
+            wire::character_length(reinterpret_cast<const unsigned char *>(rest.data()), rest.size());
         if (length == 0) return false;
         rest.remove_prefix(length);
     }
@@ -110,9 +111,9 @@ std::string json_line(const nlohmann::ordered_json &json)
     std::string shown;
     for (std::string_view rest = text; !rest.empty();) {
         const auto *bytes = reinterpret_cast<const unsigned char *>(rest.data());
-        const size_t length = character_length(bytes, rest.size());
+        const size_t length = wire::character_length(bytes, rest.size());
         const std::string_view character = rest.substr(0, length);
-        shown += is_obeyed(bytes, length) ? json_escape(character) : std::string(character);
+        shown += wire::is_obeyed(bytes, length) ? json_escape(character) : std::string(character);
         rest.remove_prefix(length);
     }
     return shown;

@@ -6,72 +6,43 @@
 #include <algorithm>
 #include <map>
 
-#include "ka/dll_block.h"
-#include "ka/dll_module.h"
 #include "nearest.h"
+#include "wire/kinds.h"
 
 // ---- Kinds -----------------------------------------------------------------------------------------------------
 
-namespace {
-
-struct KindRow {
-    const char *name;
-    bool integers;
-    bool reals;
-    bool strings;
-    bool changes;
-    bool counts; // has a least number of elements
-};
-
-// In the order of their numbers.
-constexpr KindRow kinds[] = {
-    {"VarArg", true, true, true, true, false},           {"IntByValue", true, true, false, false, false},
-    {"IntByReference", true, false, false, true, false}, {"IntArray", true, false, false, true, true},
-    {"RealByValue", true, true, false, false, false},    {"RealByReference", false, true, false, true, false},
-    {"RealArray", false, true, false, true, true},       {"zString", false, false, true, false, false},
-    {"String", false, false, true, true, false},         {"StringArray", false, false, true, true, true},
-};
-
-const KindRow &row_of(int32_t kind)
-{
-    static constexpr KindRow none = {"", false, false, false, false, false};
-    return is_kind(kind) ? kinds[kind] : none;
-}
-
-} // namespace
-
 bool is_kind(int32_t kind)
 {
-    return kind >= KA_VARARG && kind <= KA_STRING_ARRAY;
+    return wire::is_kind(kind);
 }
 
 std::string kind_name(int32_t kind)
 {
-    return is_kind(kind) ? row_of(kind).name : "kind " + std::to_string(kind);
+    return is_kind(kind) ? wire::kinds[kind].name : "kind " + std::to_string(kind);
 }
 
 bool takes(int32_t kind, int32_t type)
 {
-    const KindRow &row = row_of(kind);
-    if (type == DLL_INTEGER) return row.integers;
-    return type == DLL_REAL ? row.reals : row.strings;
+    return is_kind(kind) && wire::accepts(wire::kinds[kind], type);
 }
 
 bool changes(int32_t kind)
 {
-    return row_of(kind).changes;
+    return is_kind(kind) && wire::kinds[kind].gives_back;
 }
 
 int64_t least_elements(const Prototype &prototype)
 {
-    return row_of(prototype.type).counts ? std::max(prototype.min_elcnt, 0) : 0;
+    return is_kind(prototype.type) && wire::kinds[prototype.type].array ? std::max(prototype.min_elcnt, 0) : 0;
 }
 
 std::string types_taken_by(const Prototype &prototype)
 {
     if (prototype.type == KA_VARARG) return "anything";
-    const KindRow &row = row_of(prototype.type);
-    return row.integers ? row.reals ? "INTEGER or REAL" : "INTEGER" : row.reals ? "REAL" : "STRING";
+    std::string types;
+    for (int32_t type = DLL_INTEGER; type <= DLL_STRING; type++)
+        if (takes(prototype.type, type)) types += (types.empty() ? "" : " or ") + std::string(wire::type_name(type));
+    return types;
 }
 
 std::string taken_by(const Prototype &prototype)
@@ -97,7 +68,7 @@ const Function &find_function(const std::vector<Function> &functions, const std:
 
 size_t used_prototypes(const Function &function)
 {
-    const auto is_vararg = [](const Prototype &prototype) { return prototype.type == KA_VARARG; };
+    const auto is_vararg = [](const Prototype &prototype) { return wire::takes_all_further(prototype.type); };
     const auto vararg = std::find_if(function.prototypes.begin(), function.prototypes.end(), is_vararg);
     const auto used = static_cast<size_t>(vararg - function.prototypes.begin());
     return vararg == function.prototypes.end() ? used : used + 1;
@@ -108,7 +79,7 @@ namespace {
 bool ends_with_vararg(const Function &function)
 {
     const size_t used = used_prototypes(function);
-    return used > 0 && function.prototypes[used - 1].type == KA_VARARG;
+    return used > 0 && wire::takes_all_further(function.prototypes[used - 1].type);
 }
 
 std::string arguments_text(size_t count)

@@ -41,7 +41,7 @@ const Function &find_function(const std::vector<Function> &functions, const std:
 // than the function takes.
 const Prototype *prototype_at(const Function &function, size_t position);
 
-// How many of the prototypes count: those behind a VarArg are never used.
+// How many of the prototypes count: those after a VarArg are never used.
 size_t used_prototypes(const Function &function);
 
 // "a, b, sum"

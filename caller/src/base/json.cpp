@@ -5,7 +5,7 @@
 
 #include <string.h>
 
-#include "printable.h"
+#include "wire/printable.h"
 
 static unsigned code_of(const unsigned char *character, size_t length)
 {
@@ -24,7 +24,7 @@ static void write_json_character(t_TEXT *text, const unsigned char *character, s
         write_text(text, "\\%c", *character);
     else if (*character == '\n')
         write_bytes(text, "\\n", 2);
-    else if (is_obeyed(character, length))
+    else if (wire::is_obeyed(character, length))
         write_text(text, "\\u%04x", code_of(character, length));
     else
         write_bytes(text, reinterpret_cast<const char *>(character), length);
@@ -35,7 +35,7 @@ static void write_json_string(t_TEXT *text, const char *bytes, size_t length)
     const unsigned char *at = reinterpret_cast<const unsigned char *>(bytes);
     write_bytes(text, "\"", 1);
     while (length > 0) {
-        const size_t character = character_length(at, length);
+        const size_t character = wire::character_length(at, length);
         write_json_character(text, at, character);
         const size_t step = character > 0 ? character : 1;
         at += step;

@@ -8,7 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "printable.h"
+#include "wire/printable.h"
 
 /* There is always room for the terminator. */
 static bool make_room(t_TEXT *text, size_t more)
@@ -51,7 +51,7 @@ void write_text(t_TEXT *text, const char *format, ...)
 /* The character at the start of bytes; how many of them it has. */
 static size_t write_shown(t_TEXT *text, const char *bytes, size_t length)
 {
-    const size_t shown = printable_length(bytes, length);
+    const size_t shown = wire::printable_length(bytes, length);
     if (shown == 0)
         write_text(text, "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(*bytes)));
     else

@@ -10,41 +10,12 @@
 
 #include "base/name.h"
 #include "ka/dll_codes.h"
-#include "ka/dll_module.h"
 #include "module/tables.h"
-
-/* Value types as bits. */
-enum { INTEGER = 1 << DLL_INTEGER, REAL = 1 << DLL_REAL, STRING = 1 << DLL_STRING };
-
-namespace {
-struct t_KIND {
-    const char *name;
-    int32_t accepted;
-    bool array; /* has a least number of elements */
-    const char *takes;
-};
-} // namespace
-
-/* ORDER KIND: the row number is the prototype's kind. */
-// clang-format off
-static constexpr t_KIND kinds[] = {
-    {"VarArg",          INTEGER | REAL | STRING, false, "any value"},
-    {"IntByValue",      INTEGER | REAL,          false, "INTEGER or REAL by value"},
-    {"IntByReference",  INTEGER,                 false, "INTEGER by reference"},
-    {"IntArray",        INTEGER,                 true,  "INTEGER by reference"},
-    {"RealByValue",     INTEGER | REAL,          false, "INTEGER or REAL by value"},
-    {"RealByReference", REAL,                    false, "REAL by reference"},
-    {"RealArray",       REAL,                    true,  "REAL by reference"},
-    {"zString",         STRING,                  false, "STRING by value"},
-    {"String",          STRING,                  false, "STRING by reference"},
-    {"StringArray",     STRING,                  true,  "STRING by reference"},
-};
-// clang-format on
-static_assert(sizeof kinds / sizeof kinds[0] == KA_STRING_ARRAY + 1);
+#include "wire/kinds.h"
 
 const char *kind_name(int32_t kind)
 {
-    return kind >= KA_VARARG && kind <= KA_STRING_ARRAY ? kinds[kind].name : "Unknown";
+    return wire::is_kind(kind) ? wire::kinds[kind].name : "Unknown";
 }
 
 namespace {
@@ -77,12 +48,6 @@ static int32_t refuse(ka_host *host, int32_t code, int32_t argument, const t_TEX
 
 /* ---- One argument ---------------------------------------------------------------------------------------------- */
 
-static const char *type_name(int32_t type)
-{
-    static constexpr const char *names[] = {"nothing", "INTEGER", "REAL", "STRING"};
-    return names[type];
-}
-
 static void append_argument(t_TEXT *text, int32_t number, const ka_prototype *prototype)
 {
     char name[SHOWN_NAME];
@@ -108,20 +73,32 @@ static int32_t refuse_kind(ka_host *host, int32_t number, const ka_prototype *pr
     return refuse(host, KA_BAD_PROTOTYPE, number, &text);
 }
 
-/* Numbers of elements are told where they count. */
+static void append_taken(t_TEXT *text, const t_KIND &kind)
+{
+    const char *separator = "";
+    for (int32_t type = DLL_INTEGER; type <= DLL_STRING; type++) {
+        if (!wire::accepts(kind, type)) continue;
+        append(text, "%s%s", separator, wire::type_name(type));
+        separator = " or ";
+    }
+    append(text, kind.gives_back ? " by reference" : " by value");
+}
+
+/* Element counts are shown only for kinds that have a minimum. */
 static int32_t refuse_value(ka_host *host, int32_t code, int32_t number, const ka_prototype *prototype)
 {
-    const t_KIND *kind = &kinds[prototype->kind];
+    const t_KIND &kind = wire::kinds[prototype->kind];
     const t_SLOT *slot = &host->slots[number];
-    const bool counted = kind->array && prototype->element_count > 0;
+    const bool counted = kind.array && prototype->element_count > 0;
     t_TEXT text = {};
     append_argument(&text, number, prototype);
-    append(&text, " is %s: takes ", kind->name);
+    append(&text, " is %s: takes ", kind.name);
     if (counted) append(&text, "at least ");
     if (counted) append_elements(&text, prototype->element_count);
-    append(&text, "%s, got ", kind->takes);
+    append_taken(&text, kind);
+    append(&text, ", got ");
     if (counted) append_elements(&text, slot->count);
-    append(&text, "%s", type_name(slot->type));
+    append(&text, "%s", wire::type_name(slot->type));
     return refuse(host, code, number, &text);
 }
 
@@ -129,11 +106,11 @@ static int32_t refuse_value(ka_host *host, int32_t code, int32_t number, const k
 static int32_t check_argument(ka_host *host, int32_t number, const ka_prototype *prototype)
 {
     const t_SLOT *slot = &host->slots[number];
-    if (prototype->kind < KA_VARARG || prototype->kind > KA_STRING_ARRAY) return refuse_kind(host, number, prototype);
-    const t_KIND *kind = &kinds[prototype->kind];
-    if (kind->array && prototype->element_count > slot->count)
+    if (!wire::is_kind(prototype->kind)) return refuse_kind(host, number, prototype);
+    const t_KIND &kind = wire::kinds[prototype->kind];
+    if (kind.array && prototype->element_count > slot->count)
         return refuse_value(host, KA_TOO_FEW_ELEMENTS, number, prototype);
-    if ((kind->accepted & 1 << slot->type) == 0) return refuse_value(host, KA_WRONG_TYPE, number, prototype);
+    if (!wire::accepts(kind, slot->type)) return refuse_value(host, KA_WRONG_TYPE, number, prototype);
     return KA_DONE;
 }
 
@@ -151,16 +128,15 @@ static void append_names(t_TEXT *text, const ka_function *function, int32_t coun
             return;
         }
         append(text, "%s", name[0] != '\0' ? name : "?");
-        if (function->prototypes[i].kind == KA_VARARG) append(text, "...");
+        if (wire::takes_all_further(function->prototypes[i].kind)) append(text, "...");
     }
     if (count > 0) append(text, ")");
 }
 
-/* Prototypes behind a VarArg are never used. */
 static int32_t find_vararg(const ka_function *function)
 {
     int32_t i = 0;
-    while (i < function->prototype_count && function->prototypes[i].kind != KA_VARARG)
+    while (i < function->prototype_count && !wire::takes_all_further(function->prototypes[i].kind))
         i++;
     return i;
 }
@@ -195,10 +171,10 @@ static int32_t check_arguments(ka_host *host, const ka_function *function)
         if (position >= function->prototype_count) return refuse_count(host, function);
         const ka_prototype *prototype = &function->prototypes[position];
         if (check_argument(host, number, prototype) != KA_DONE) return KA_REFUSED;
-        if (prototype->kind != KA_VARARG) position++;
+        position = wire::next_prototype(position, prototype->kind);
     }
     if (position == function->prototype_count) return KA_DONE;
-    return function->prototypes[position].kind == KA_VARARG ? KA_DONE : refuse_count(host, function);
+    return wire::takes_all_further(function->prototypes[position].kind) ? KA_DONE : refuse_count(host, function);
 }
 
 /* The name is read where the host will read it. What a module makes of it meanwhile deceives but the module. */

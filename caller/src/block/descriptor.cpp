@@ -7,12 +7,6 @@
 #include "host/host.h"
 #include "segment.h"
 
-enum : int32_t {
-    TYPE_AT = offsetof(t_DLL_ARG32, type),
-    REF_AT = offsetof(t_DLL_ARG32, ref),
-    ADDRESS_AT = offsetof(t_DLL_ARG32, ptr)
-};
-
 static int32_t check_raw_turn(ka_host *host)
 {
     if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
@@ -35,15 +29,15 @@ static int32_t check_descriptor(ka_host *host, int32_t argument)
 static int64_t load_offset(const ka_host *host, int32_t at)
 {
     uint64_t address = 0;
-    memcpy(&address, host->base + at, static_cast<size_t>(host->layout->address_bytes));
+    memcpy(&address, host->base + at, static_cast<size_t>(host->layout->address_size));
     const uint64_t offset = address - reinterpret_cast<uintptr_t>(host->base);
-    return host->layout->address_bytes == 4 ? static_cast<int32_t>(offset) : static_cast<int64_t>(offset);
+    return host->layout->address_size == 4 ? static_cast<int32_t>(offset) : static_cast<int64_t>(offset);
 }
 
 static void store_offset(ka_host *host, int32_t at, int64_t offset)
 {
     const uint64_t address = reinterpret_cast<uintptr_t>(host->base) + static_cast<uint64_t>(offset);
-    memcpy(host->base + at, &address, static_cast<size_t>(host->layout->address_bytes));
+    memcpy(host->base + at, &address, static_cast<size_t>(host->layout->address_size));
 }
 
 int32_t ka_get_descriptor(ka_host *host, int32_t argument, ka_descriptor *descriptor)
@@ -51,8 +45,12 @@ int32_t ka_get_descriptor(ka_host *host, int32_t argument, ka_descriptor *descri
     if (check_descriptor(host, argument) != KA_DONE) return host->error.error_class;
     const int32_t at = descriptor_offset(host, argument);
     const int32_t counts = at + host->layout->arg_counts;
-    *descriptor = {load32(host, at + TYPE_AT), load32(host, at + REF_AT), load_offset(host, at + ADDRESS_AT),
-                   load32(host, counts),       load32(host, counts + 4),  load32(host, counts + 8)};
+    *descriptor = {load32(host, at + wire::ARG_TYPE_AT),
+                   load32(host, at + wire::ARG_REF_AT),
+                   load_offset(host, at + wire::ARG_PTR_AT),
+                   load32(host, counts),
+                   load32(host, counts + 4),
+                   load32(host, counts + 8)};
     return KA_DONE;
 }
 
@@ -61,9 +59,9 @@ int32_t ka_set_descriptor(ka_host *host, int32_t argument, const ka_descriptor *
     if (check_descriptor(host, argument) != KA_DONE) return host->error.error_class;
     const int32_t at = descriptor_offset(host, argument);
     const int32_t counts = at + host->layout->arg_counts;
-    store32(host, at + TYPE_AT, descriptor->type);
-    store32(host, at + REF_AT, descriptor->ref);
-    store_offset(host, at + ADDRESS_AT, descriptor->offset);
+    store32(host, at + wire::ARG_TYPE_AT, descriptor->type);
+    store32(host, at + wire::ARG_REF_AT, descriptor->ref);
+    store_offset(host, at + wire::ARG_PTR_AT, descriptor->offset);
     store32(host, counts, descriptor->maxlen);
     store32(host, counts + 4, descriptor->elsz);
     store32(host, counts + 8, descriptor->elcnt);

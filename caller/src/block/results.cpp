@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include "segment.h"
+#include "wire/real_fault.h"
 
 static bool is_argument(const ka_host *host, int32_t argument)
 {
@@ -69,24 +70,20 @@ int32_t ka_get_integers(ka_host *host, int32_t argument, int32_t *values, int32_
     return KA_DONE;
 }
 
-/* The decimal library relies on these bounds, and its texts on a first digit that is not 0. */
-static bool is_sound(const t_DECIMAL *real)
-{
-    if (real->dec_pos != DEC_POSITIVE && real->dec_pos != DEC_NEGATIVE) return false;
-    if (real->dec_ndgts < 0 || real->dec_ndgts > DEC_DIGITS) return false;
-    if (real->dec_exp < DEC_EXP_MIN || real->dec_exp > DEC_EXP_MAX) return false;
-    if (real->dec_ndgts > 0 && real->dec_dgts[0] == 0) return false;
-    for (int i = 0; i < real->dec_ndgts; i++)
-        if (real->dec_dgts[i] >= DEC_BASE) return false;
-    return true;
-}
+static_assert(wire::REAL_SIZE == sizeof(t_DECIMAL) && wire::REAL_DIGITS_MAX == DEC_DIGITS);
+static_assert(wire::REAL_SIGN_AT == offsetof(t_DECIMAL, dec_pos) &&
+              wire::REAL_COUNT_AT == offsetof(t_DECIMAL, dec_ndgts));
+static_assert(wire::REAL_DIGITS_AT == offsetof(t_DECIMAL, dec_dgts) && wire::REAL_DIGIT_MAX == DEC_BASE - 1);
+static_assert(wire::REAL_PLUS == DEC_POSITIVE && wire::REAL_MINUS == DEC_NEGATIVE && wire::REAL_NULL == DEC_NULL);
+static_assert(wire::REAL_EXPONENT_MIN == DEC_EXP_MIN && wire::REAL_EXPONENT_MAX == DEC_EXP_MAX);
 
 t_DECIMAL read_real(const ka_host *host, const t_SLOT *slot, int32_t index)
 {
     static constexpr t_DECIMAL null = {0, DEC_NULL, 0, {}};
     t_DECIMAL real;
+    int32_t found;
     memcpy(&real, element(host, slot, index), sizeof real);
-    return is_sound(&real) ? real : null;
+    return wire::real_fault(&real, &found) == REAL_SOUND ? real : null;
 }
 
 int32_t ka_get_reals(ka_host *host, int32_t argument, t_DECIMAL *values, int32_t count)

@@ -14,15 +14,6 @@
 
 #include "abandoned.h"
 
-#define LAYOUT(info, arg)                                                                                          \
-    {                                                                                                              \
-        offsetof(info, base), offsetof(info, retcode), offsetof(info, shmsz), offsetof(info, scratch),             \
-            offsetof(info, cbval), offsetof(info, argc), offsetof(info, args), sizeof(arg), offsetof(arg, maxlen), \
-            sizeof(arg::ptr)                                                                                       \
-    }
-static constexpr t_LAYOUT layout_32 = LAYOUT(t_DLL_INFO32, t_DLL_ARG32);
-static constexpr t_LAYOUT layout_64 = LAYOUT(t_DLL_INFO64, t_DLL_ARG64);
-
 /* The scratch area can move up by this much; see place_scratch. */
 enum { SLACK = 16 };
 
@@ -50,7 +41,7 @@ void store32(ka_host *host, int32_t offset, int32_t value)
 static void store_address(ka_host *host, int32_t offset, const char *address)
 {
     const uint64_t wide = reinterpret_cast<uintptr_t>(address);
-    memcpy(host->base + offset, &wide, static_cast<size_t>(host->layout->address_bytes));
+    memcpy(host->base + offset, &wide, static_cast<size_t>(host->layout->address_size));
 }
 
 int32_t descriptor_offset(const ka_host *host, int32_t index)
@@ -62,9 +53,9 @@ void write_descriptor(ka_host *host, int32_t index)
 {
     const t_SLOT *slot = &host->slots[index];
     const int32_t at = descriptor_offset(host, index);
-    store32(host, at + static_cast<int32_t>(offsetof(t_DLL_ARG32, type)), slot->type);
-    store32(host, at + static_cast<int32_t>(offsetof(t_DLL_ARG32, ref)), slot->passing);
-    store_address(host, at + static_cast<int32_t>(offsetof(t_DLL_ARG32, ptr)), host->base + slot->offset);
+    store32(host, at + wire::ARG_TYPE_AT, slot->type);
+    store32(host, at + wire::ARG_REF_AT, slot->passing);
+    store_address(host, at + wire::ARG_PTR_AT, host->base + slot->offset);
     const int32_t counts = at + host->layout->arg_counts;
     store32(host, counts, slot->room);
     store32(host, counts + 4, slot->stride / 4);
@@ -73,12 +64,12 @@ void write_descriptor(ka_host *host, int32_t index)
 
 bool still_by_reference(const ka_host *host, int32_t index)
 {
-    return load32(host, descriptor_offset(host, index) + static_cast<int32_t>(offsetof(t_DLL_ARG32, ref))) != 0;
+    return load32(host, descriptor_offset(host, index) + wire::ARG_REF_AT) != 0;
 }
 
 void store_caller(ka_host *host, pid_t caller)
 {
-    store32(host, offsetof(t_DLL_INFO32, pid), caller);
+    store32(host, wire::PID_AT, caller);
 }
 
 static const char *scratch_address(const ka_host *host)
@@ -90,8 +81,8 @@ static const char *scratch_address(const ka_host *host)
 void write_header(ka_host *host)
 {
     const t_LAYOUT *layout = host->layout;
-    memcpy(host->base, DLL_MAGIC, sizeof(t_DLL_INFO32::magic));
-    store32(host, offsetof(t_DLL_INFO32, version), DLL_VERSION);
+    memcpy(host->base, DLL_MAGIC, wire::MAGIC_SIZE);
+    store32(host, wire::VERSION_AT, DLL_VERSION);
     store_caller(host, host->caller);
     store_address(host, layout->base, host->base);
     store32(host, layout->shmsz, host->segment_size);
@@ -102,16 +93,16 @@ void write_header(ka_host *host)
 static bool holds_address(const ka_host *host, int32_t offset, const char *address)
 {
     const uint64_t wide = reinterpret_cast<uintptr_t>(address);
-    return memcmp(host->base + offset, &wide, static_cast<size_t>(host->layout->address_bytes)) == 0;
+    return memcmp(host->base + offset, &wide, static_cast<size_t>(host->layout->address_size)) == 0;
 }
 
 /* Those that only the caller writes, in the order of their names. */
 uint32_t overwritten_fields(const ka_host *host, pid_t caller)
 {
     const t_LAYOUT *layout = host->layout;
-    const bool kept[] = {memcmp(host->base, DLL_MAGIC, sizeof(t_DLL_INFO32::magic)) == 0,
-                         load32(host, offsetof(t_DLL_INFO32, version)) == DLL_VERSION,
-                         load32(host, offsetof(t_DLL_INFO32, pid)) == caller,
+    const bool kept[] = {memcmp(host->base, DLL_MAGIC, wire::MAGIC_SIZE) == 0,
+                         load32(host, wire::VERSION_AT) == DLL_VERSION,
+                         load32(host, wire::PID_AT) == caller,
                          holds_address(host, layout->base, host->base),
                          load32(host, layout->shmsz) == host->segment_size,
                          holds_address(host, layout->scratch, scratch_address(host))};
@@ -207,7 +198,7 @@ int32_t create_segment(ka_host *host)
     }
     /* A child that the program forks must not keep the segment alive. */
     madvise(host->base, allocated_bytes(host), MADV_DONTFORK);
-    host->layout = host->options.layout == KA_LAYOUT_64 ? &layout_64 : &layout_32;
+    host->layout = host->options.layout == KA_LAYOUT_64 ? &wire::layout_64 : &wire::layout_32;
     place_scratch(host);
     return KA_DONE;
 }

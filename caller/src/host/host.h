@@ -14,13 +14,7 @@
 #include "base/name.h"
 #include "ka/caller.h"
 #include "ka/dll_block.h"
-
-/* Where the fields of a block layout lie. */
-struct t_LAYOUT {
-    int32_t base, retcode, shmsz, scratch, cbval, argc, args; /* offsets in the header */
-    int32_t arg_size, arg_counts; /* descriptor size; offset of maxlen, elsz, elcnt in it */
-    int32_t address_bytes;
-};
+#include "wire/layout.h"
 
 /* One descriptor as it was written: 0 is the function name. */
 struct t_SLOT {

@@ -8,7 +8,7 @@
 #include <time.h>
 
 #include "base/clock.h"
-#include "ka/dll_module.h"
+#include "wire/kinds.h"
 
 bool concerns_call(const ka_host *host)
 {
@@ -28,14 +28,14 @@ static const ka_function *called_function(const ka_host *host)
     return tables ? ka_find_function(tables, host->function) : nullptr;
 }
 
-/* A prototype that takes any number of arguments keeps its place to the end. */
 const ka_prototype *prototype_of(const ka_host *host, int32_t argument)
 {
     const ka_function *function = called_function(host);
-    if (!function) return nullptr;
-    for (int32_t i = 0; i < function->prototype_count && i < argument; i++)
-        if (i == argument - 1 || function->prototypes[i].kind == KA_VARARG) return &function->prototypes[i];
-    return nullptr;
+    if (!function || argument < 1) return nullptr;
+    int32_t place = 0;
+    for (int32_t i = 1; i < argument && place < function->prototype_count; i++)
+        place = wire::next_prototype(place, function->prototypes[place].kind);
+    return place < function->prototype_count ? &function->prototypes[place] : nullptr;
 }
 
 int32_t shown_elements(const t_SLOT *slot)

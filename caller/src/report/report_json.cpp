@@ -15,6 +15,7 @@
 #include "block/segment.h"
 #include "facts.h"
 #include "host/host.h"
+#include "wire/kinds.h"
 
 /* ---- Arguments ------------------------------------------------------------------------------------------------- */
 
@@ -38,11 +39,6 @@ static bool write_element(t_JSON *json, const ka_host *host, const t_SLOT *slot,
     return whole;
 }
 
-static const char *type_name(int32_t type)
-{
-    return type == DLL_INTEGER ? "INTEGER" : type == DLL_REAL ? "REAL" : "STRING";
-}
-
 static void write_argument(t_JSON *json, const ka_host *host, int32_t argument)
 {
     const t_SLOT *slot = &host->slots[argument];
@@ -51,7 +47,7 @@ static void write_argument(t_JSON *json, const ka_host *host, int32_t argument)
     json_open(json, nullptr, '{');
     json_text(json, "name", prototype ? prototype->name : nullptr);
     json_text(json, "kind", prototype ? kind_name(prototype->kind) : nullptr);
-    json_text(json, "type", type_name(slot->type));
+    json_text(json, "type", wire::type_name(slot->type));
     json_bool(json, "by_reference", slot->passing == KA_BY_REFERENCE);
     if (slot->type == DLL_STRING) json_number(json, "room", slot->room);
     json_number(json, "count", slot->count);

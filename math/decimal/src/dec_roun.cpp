@@ -2,8 +2,8 @@
 //
 // The normaliser: every operation that builds its result in an accumulator ends here. It strips zero digits at both
 // ends, rounds the guard digit away and holds the exponent to its range.
-#include "always_assert.h"
 #include "dec_int.h"
+#include "wire/always_assert.h"
 
 /* The ninth digit of nine is lost; the one that moves into its place decides the rounding, as it would with it. */
 static void put_in_front(t_DECACC *s, int carry)

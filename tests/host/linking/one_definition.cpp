@@ -37,7 +37,7 @@ TEST_P(OneDefinition, of_each_type_in_an_archive)
     const std::string root = LINKING_ROOT;
     std::string includes = " " LINKING_KERNEL_HEADERS;
     for (const char *part :
-         {"dll/include", "math/include", "math/decimal/include", "math/decimal/src", "caller/include", "caller/src"})
+         {"", "dll/include", "math/include", "math/decimal/include", "caller/include", "caller/src"})
         includes += " -I" + root + "/" + part;
     const std::string compiler = std::string("g++ -flto -m") + GetParam().bits;
     linking::run("cd " + root + "; sources=$(find " + numbers + GetParam().folders + "-name '*.cpp' -printf '" +

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
  * Assertions that NDEBUG does not remove: they guard memory against a broken block or record. They report through the
- * C library's own assertion report and abort. Never installed; the call host uses it too. */
+ * C library's own assertion report and abort. */
 #ifndef KA_ALWAYS_ASSERT_H
 #define KA_ALWAYS_ASSERT_H
 
