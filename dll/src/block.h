@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * What the host keeps about the shared call block. Set once at start, never changed afterwards. */
+ * What the host keeps about the shared call block, set once at start and never changed afterwards; and its reply. */
 #ifndef KA_BLOCK_H
 #define KA_BLOCK_H
 
@@ -29,6 +29,12 @@ inline void store32(void *to, int32_t value)
 {
     memcpy(to, &value, sizeof value);
 }
+
+/* Where the caller finds what dll_main returned. */
+void store_return_code(int32_t code);
+
+/* False when the caller is gone. */
+bool signal_caller(void);
 
 /* The host's address of element k of an argument. Addresses wrap at 32 bits, as the block's own do. */
 inline char *element(const t_DLL_ARG &arg, int32_t k)

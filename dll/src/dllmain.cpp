@@ -1,25 +1,15 @@
 /* SPDX-License-Identifier: MIT
  *
- * The host process: start, the wait for signals, the handler that performs a call and answers the caller, the end.
- * And the only code that knows the block's layouts: argument access, scratch area and call-back. Every call runs to
- * its end inside the handler of SIGUSR2, on the main thread; a module may have threads of its own. */
-#include <dlfcn.h>
-#include <errno.h>
+ * What a function finds of its call: its arguments, the scratch area and the call-back. The only code of the host
+ * that knows the block's layouts. */
 #include <pthread.h>
 #include <setjmp.h>
 #include <signal.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
-#include <sys/shm.h>
-#include <unistd.h>
 
 #include "arithmetic.h"
 #include "block.h"
-#include "call.h"
-#include "inherited.h"
-#include "ka/dll_codes.h"
-#include "ka/dll_module.h"
+#include "signals.h"
 #include "wire/always_assert.h"
 #include "wire/layout.h"
 
@@ -30,8 +20,7 @@ void *shm_addr;
 int32_t shm_id;
 }
 
-/* ---- The three layouts: one row each, one accessor for all ------------------------------------------------------
- */
+/* ---- The three layouts: one row each, one accessor for all ----------------------------------------------------- */
 
 namespace {
 
@@ -90,8 +79,7 @@ int32_t offset_of(const t_ROW &row, uint32_t address, const char *function)
 
 } // namespace
 
-/* ---- Argument access --------------------------------------------------------------------------------------------
- */
+/* ---- Argument access ------------------------------------------------------------------------------------------- */
 
 void *u_get_baseptr(void)
 {
@@ -139,65 +127,23 @@ void *dll_scratch(int32_t size)
     return at(static_cast<uint32_t>(ofs));
 }
 
-/* ---- Signals to the caller --------------------------------------------------------------------------------------
- */
+/* ---- Replies and call-backs ------------------------------------------------------------------------------------ */
 
-namespace {
+void store_return_code(int32_t code)
+{
+    store32(at(layout().retcode), code);
+}
 
-/* False when the caller is gone. A pid of 0 or below would name a group of processes or all of them: it counts as
-   gone. */
+/* A pid of 0 or below would name a group of processes or all of them: it counts as gone. */
 bool signal_caller(void)
 {
     const int32_t pid = load32(at(wire::PID_AT));
     return pid > 0 && kill(pid, SIGUSR2) == 0;
 }
 
-pthread_t main_thread;     /* set when main begins */
-pthread_t callback_thread; /* the one in dll_callback; the main thread while nobody is */
-bool ending;               /* the block is going, or gone */
+namespace {
 
-/* The kernel delivers a signal of the process to any thread that lets it in. True: this was the wrong one, and the
-   right one has the signal now. (After a fork in a thread there is no right one: then the thread at hand acts.) */
-bool passed_on(int signal, pthread_t owner)
-{
-    return pthread_equal(pthread_self(), owner) == 0 && pthread_kill(owner, signal) == 0;
-}
-
-/* What the kernel puts above the return address of a handler installed without SA_SIGINFO; interrupted.oldmask holds
-   signals 1 to 32 of the mask that comes into force when the handler returns. (On 64-bit x86 it is a ucontext_t.) */
-struct t_FRAME {
-    int signal;
-    struct sigcontext interrupted;
-};
-
-/* The frame of the handler that says this. Two rules keep it the kernel's: the handler itself has no local variable
-   that needs an address (the compiler may realign the stack for one, and then points elsewhere), and one argument
-   (the compiler may use an argument's place for its own ends, and never touches what lies behind the last one). */
-#define THIS_FRAME static_cast<const t_FRAME *>(__builtin_dwarf_cfa())
-
-/* Whether SIGTERM is blocked in a handler of SIGUSR2, which no wait does: the handler is then on top of another one.
-   For a handler that interrupts the wait itself the frame has the mask from before the wait. So without SIGTERM in
-   the frame there is none, and no system call is spent on the question; with it, a module may have blocked it itself.
- */
-[[gnu::noinline]] bool sigterm_is_blocked(const t_FRAME *frame)
-{
-    if ((frame->interrupted.oldmask >> (SIGTERM - 1) & 1) == 0) return false;
-    sigset_t now;
-    sigprocmask(SIG_BLOCK, nullptr, &now);
-    return sigismember(&now, SIGTERM) == 1;
-}
-
-bool put_off; /* a SIGUSR2 waits until the handler that it interrupted has returned */
-
-/* On top of a handler that blocks SIGTERM a signal is not acted upon. If it is the host's own, the end goes on; if it
-   is one of the module's, it comes back to the wait, which raises the signal anew. */
-bool must_wait(const t_FRAME *frame)
-{
-    if (!sigterm_is_blocked(frame)) return false;
-    __atomic_store_n(&put_off, true, __ATOMIC_RELAXED);
-    return true;
-}
-
+pthread_t callback_thread;   /* the one in dll_callback; the main thread while there is none */
 sigjmp_buf dll_callback_jmp; /* valid while dll_callback waits */
 
 void dll_callback_handler(int signal)
@@ -205,24 +151,6 @@ void dll_callback_handler(int signal)
     if (passed_on(signal, callback_thread)) return;
     if (__atomic_load_n(&ending, __ATOMIC_RELAXED) || must_wait(THIS_FRAME)) return;
     siglongjmp(dll_callback_jmp, 0);
-}
-
-void install(int signal, void (*handler)(int), struct sigaction *previous)
-{
-    struct sigaction action = {};
-    action.sa_handler = handler;
-    action.sa_flags = SA_RESTART;
-    sigemptyset(&action.sa_mask);
-    sigaction(signal, &action, previous);
-}
-
-/* Lets signals in, except those of blocked, for as long as it takes. */
-[[noreturn]] void wait_for_signals(const sigset_t *blocked)
-{
-    for (;;) {
-        sigsuspend(blocked);
-        if (__atomic_exchange_n(&put_off, false, __ATOMIC_RELAXED)) raise(SIGUSR2);
-    }
 }
 
 } // namespace
@@ -252,152 +180,4 @@ int32_t dll_callback(int32_t value)
     sigaction(SIGUSR2, &previous, nullptr);
     callback_thread = main_thread;
     return load32(at(layout().retcode));
-}
-
-/* ---- Start ------------------------------------------------------------------------------------------------------
- */
-
-/* A module's own hooks take the place of these. They are looked up by name at start: a direct call could be bound to
-   these empty ones inside the library, whatever the module defines (-Bsymbolic-functions does so). */
-__attribute__((weak)) void dll_setup(void) {}
-__attribute__((weak)) void dll_cleanup(void) {}
-
-namespace {
-
-using t_HOOK = void (*)(void);
-
-/* Where the host is linked statically no symbol table names the hook, and the linker has already chosen. */
-t_HOOK find_hook(const char *name, t_HOOK linked)
-{
-    void *found = dlsym(RTLD_DEFAULT, name);
-    return found != nullptr ? reinterpret_cast<t_HOOK>(found) : linked;
-}
-
-t_HOOK cleanup; /* found at start, because a signal handler may not ask the dynamic linker */
-
-void read_arguments(int argc, char **argv)
-{
-    if (argc != 2) {
-        fprintf(stderr, "%s: Illegal call\n", argv[0]);
-        exit(KA_EXIT_START);
-    }
-    shm_id = static_cast<int32_t>(strtol(argv[1], nullptr, 10));
-    dll_compat = 0;
-    const char *colon = strchr(argv[1], ':');
-    if (colon == nullptr) return;
-    const long suffix = strtol(colon + 1, nullptr, 10);
-    if ((suffix & ~32L) == 0) return; /* 0 and 32: the native layout has the offsets of layout 32 */
-    if (suffix != 64) {
-        fprintf(stderr, "%s: Illegal argument: %s\n", argv[0], argv[1]);
-        exit(KA_EXIT_START);
-    }
-    dll_compat = 64;
-}
-
-/* Signals of these sets, as bits of their number: what the caller arranged stays, what a crash needs is reset even
-   when it was inherited as ignored. */
-constexpr uint32_t untouched_signals = 1u << SIGKILL | 1u << SIGUSR2 | 1u << SIGTERM | 1u << SIGSTOP;
-constexpr uint32_t fault_signals = 1u << SIGILL | 1u << SIGTRAP | 1u << SIGBUS | 1u << SIGSEGV;
-static_assert(untouched_signals == 0x89200 && fault_signals == 0x8b0);
-
-bool in_set(uint32_t set, int signal)
-{
-    return signal < 20 && (set >> signal & 1) != 0;
-}
-
-/* Results are ignored: the C library keeps two signals for itself. */
-void reset_signals(void)
-{
-    for (int signal = 1; signal <= 64; signal++) {
-        if (in_set(untouched_signals, signal)) continue;
-        struct sigaction action = {};
-        if (!in_set(fault_signals, signal)) {
-            sigaction(signal, nullptr, &action);
-            if (action.sa_handler == SIG_IGN) continue;
-        }
-        action = {};
-        action.sa_handler = SIG_DFL;
-        sigemptyset(&action.sa_mask);
-        sigaction(signal, &action, nullptr);
-    }
-}
-
-void attach_block(void)
-{
-    shm_addr = shmat(shm_id, nullptr, 0);
-    if (shm_addr == reinterpret_cast<void *>(-1)) {
-        perror("shmat");
-        exit(KA_EXIT_START);
-    }
-    dll_info = static_cast<t_DLL_INFO *>(shm_addr);
-    if (memcmp(dll_info->magic, DLL_MAGIC, sizeof dll_info->magic) != 0) {
-        fputs("Bad DLL_MAGIC\n", stderr);
-        exit(KA_EXIT_START);
-    }
-    if (dll_info->version != DLL_VERSION) {
-        fprintf(stderr, "Unsupported DLL_VERSION %x\n", static_cast<unsigned>(dll_info->version));
-        exit(KA_EXIT_START);
-    }
-}
-
-/* ---- Calls and the end ------------------------------------------------------------------------------------------
- */
-
-/* Returns only where dll_cleanup itself has let SIGTERM in once more. */
-[[gnu::noinline]] void end_host(void)
-{
-    if (__atomic_exchange_n(&ending, true, __ATOMIC_RELAXED)) return;
-    /* The block goes away: a call signal that comes now must not find it gone. */
-    sigset_t calls;
-    sigemptyset(&calls);
-    sigaddset(&calls, SIGUSR2);
-    sigprocmask(SIG_BLOCK, &calls, nullptr);
-
-    shmdt(shm_addr);
-    cleanup();
-    exit(0);
-}
-
-[[gnu::noinline]] void perform_call(void)
-{
-    const int32_t code = dll_main();
-    store32(at(layout().retcode), code);
-    if (!signal_caller()) raise(SIGTERM);
-}
-
-/* SIGTERM is never blocked: the end can come nested inside a call. */
-void signal_handler(int signal)
-{
-    if (passed_on(signal, main_thread)) return;
-    if (signal == SIGTERM) return end_host();
-    if (!must_wait(THIS_FRAME)) perform_call();
-}
-
-} // namespace
-
-KA_API int main(int argc, char **argv)
-{
-    main_thread = callback_thread = pthread_self();
-    read_arguments(argc, argv);
-
-    sigset_t blocked;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGINT);
-    sigaddset(&blocked, SIGUSR1);
-    sigaddset(&blocked, SIGUSR2);
-    sigaddset(&blocked, SIGIO);
-    sigaddset(&blocked, SIGALRM);
-    sigprocmask(SIG_BLOCK, &blocked, nullptr);
-
-    reset_signals();
-    close_inherited();
-    attach_block();
-    cleanup = find_hook("dll_cleanup", dll_cleanup);
-    find_hook("dll_setup", dll_setup)();
-    install(SIGTERM, signal_handler, nullptr);
-    install(SIGUSR2, signal_handler, nullptr);
-
-    sigdelset(&blocked, SIGUSR2);
-    sigdelset(&blocked, SIGTERM);
-    wait_for_signals(&blocked);
 }

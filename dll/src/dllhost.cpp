@@ -1,0 +1,164 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The host process: start, the wait for signals, the handler that performs a call and answers the caller, the end.
+ * Every call runs to its end inside the handler of SIGUSR2, on the main thread; a module may have threads of its own.
+ */
+#include <dlfcn.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/shm.h>
+
+#include "block.h"
+#include "call.h"
+#include "inherited.h"
+#include "ka/dll_codes.h"
+#include "ka/dll_module.h"
+#include "signals.h"
+
+/* ---- Start ----------------------------------------------------------------------------------------------------- */
+
+/* A module's own hooks take the place of these. They are looked up by name at start: a direct call could be bound to
+   these empty ones inside the library, whatever the module defines (-Bsymbolic-functions does so). */
+__attribute__((weak)) void dll_setup(void) {}
+__attribute__((weak)) void dll_cleanup(void) {}
+
+namespace {
+
+using t_HOOK = void (*)(void);
+
+/* Where the host is linked statically no symbol table names the hook, and the linker has already chosen. */
+t_HOOK find_hook(const char *name, t_HOOK linked)
+{
+    void *found = dlsym(RTLD_DEFAULT, name);
+    return found != nullptr ? reinterpret_cast<t_HOOK>(found) : linked;
+}
+
+t_HOOK cleanup; /* found at start, because a signal handler may not ask the dynamic linker */
+
+void read_arguments(int argc, char **argv)
+{
+    if (argc != 2) {
+        fprintf(stderr, "%s: Illegal call\n", argv[0]);
+        exit(KA_EXIT_START);
+    }
+    shm_id = static_cast<int32_t>(strtol(argv[1], nullptr, 10));
+    dll_compat = 0;
+    const char *colon = strchr(argv[1], ':');
+    if (colon == nullptr) return;
+    const long suffix = strtol(colon + 1, nullptr, 10);
+    if ((suffix & ~32L) == 0) return; /* 0 and 32: the native layout has the offsets of layout 32 */
+    if (suffix != 64) {
+        fprintf(stderr, "%s: Illegal argument: %s\n", argv[0], argv[1]);
+        exit(KA_EXIT_START);
+    }
+    dll_compat = 64;
+}
+
+/* Signals of these sets, as bits of their number: what the caller arranged stays, what a crash needs is reset even
+   when it was inherited as ignored. */
+constexpr uint32_t untouched_signals = 1u << SIGKILL | 1u << SIGUSR2 | 1u << SIGTERM | 1u << SIGSTOP;
+constexpr uint32_t fault_signals = 1u << SIGILL | 1u << SIGTRAP | 1u << SIGBUS | 1u << SIGSEGV;
+static_assert(untouched_signals == 0x89200 && fault_signals == 0x8b0);
+
+bool in_set(uint32_t set, int signal)
+{
+    return signal < 20 && (set >> signal & 1) != 0;
+}
+
+/* Results are ignored: the C library keeps two signals for itself. */
+void reset_signals(void)
+{
+    for (int signal = 1; signal <= 64; signal++) {
+        if (in_set(untouched_signals, signal)) continue;
+        struct sigaction action = {};
+        if (!in_set(fault_signals, signal)) {
+            sigaction(signal, nullptr, &action);
+            if (action.sa_handler == SIG_IGN) continue;
+        }
+        action = {};
+        action.sa_handler = SIG_DFL;
+        sigemptyset(&action.sa_mask);
+        sigaction(signal, &action, nullptr);
+    }
+}
+
+void attach_block(void)
+{
+    shm_addr = shmat(shm_id, nullptr, 0);
+    if (shm_addr == reinterpret_cast<void *>(-1)) {
+        perror("shmat");
+        exit(KA_EXIT_START);
+    }
+    dll_info = static_cast<t_DLL_INFO *>(shm_addr);
+    if (memcmp(dll_info->magic, DLL_MAGIC, sizeof dll_info->magic) != 0) {
+        fputs("Bad DLL_MAGIC\n", stderr);
+        exit(KA_EXIT_START);
+    }
+    if (dll_info->version != DLL_VERSION) {
+        fprintf(stderr, "Unsupported DLL_VERSION %x\n", static_cast<unsigned>(dll_info->version));
+        exit(KA_EXIT_START);
+    }
+}
+
+/* ---- Calls and the end ----------------------------------------------------------------------------------------- */
+
+/* Returns only where dll_cleanup itself has let SIGTERM in once more. */
+[[gnu::noinline]] void end_host(void)
+{
+    if (__atomic_exchange_n(&ending, true, __ATOMIC_RELAXED)) return;
+    /* The block goes away: a call signal that comes now must not find it gone. */
+    sigset_t calls;
+    sigemptyset(&calls);
+    sigaddset(&calls, SIGUSR2);
+    sigprocmask(SIG_BLOCK, &calls, nullptr);
+
+    shmdt(shm_addr);
+    cleanup();
+    exit(0);
+}
+
+[[gnu::noinline]] void perform_call(void)
+{
+    store_return_code(dll_main());
+    if (!signal_caller()) raise(SIGTERM);
+}
+
+/* SIGTERM is never blocked: the end can come nested inside a call. */
+void signal_handler(int signal)
+{
+    if (passed_on(signal, main_thread)) return;
+    if (signal == SIGTERM) return end_host();
+    if (!must_wait(THIS_FRAME)) perform_call();
+}
+
+} // namespace
+
+KA_API int main(int argc, char **argv)
+{
+    main_thread = pthread_self();
+    read_arguments(argc, argv);
+
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGINT);
+    sigaddset(&blocked, SIGUSR1);
+    sigaddset(&blocked, SIGUSR2);
+    sigaddset(&blocked, SIGIO);
+    sigaddset(&blocked, SIGALRM);
+    sigprocmask(SIG_BLOCK, &blocked, nullptr);
+
+    reset_signals();
+    close_inherited();
+    attach_block();
+    cleanup = find_hook("dll_cleanup", dll_cleanup);
+    find_hook("dll_setup", dll_setup)();
+    install(SIGTERM, signal_handler, nullptr);
+    install(SIGUSR2, signal_handler, nullptr);
+
+    sigdelset(&blocked, SIGUSR2);
+    sigdelset(&blocked, SIGTERM);
+    wait_for_signals(&blocked);
+}

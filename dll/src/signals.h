@@ -1,0 +1,41 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The host's signals, as the call handler and the call-back's handler share them: which thread acts on one, which one
+ * has to wait, and the wait itself. */
+#ifndef KA_SIGNALS_H
+#define KA_SIGNALS_H
+
+#include <pthread.h>
+#include <signal.h>
+
+extern pthread_t main_thread; /* set when main begins */
+extern bool ending;           /* the block is being detached, or has been */
+
+/* The kernel delivers a signal of the process to any thread that lets it in. True: this was the wrong one, and the
+   right one has the signal now. (After a fork in a thread there is no right one: then the thread at hand acts.) */
+bool passed_on(int signal, pthread_t owner);
+
+/* What the kernel puts above the return address of a handler installed without SA_SIGINFO; interrupted.oldmask holds
+   signals 1 to 32 of the mask that comes into force when the handler returns. (On 64-bit x86 it is a ucontext_t.) */
+struct t_FRAME {
+    int signal;
+    struct sigcontext interrupted;
+};
+
+/* The frame of the handler that says this. Two rules keep it the kernel's: the handler itself has no local variable
+   that needs an address (the compiler may realign the stack for one, and then points elsewhere), and one argument
+   (the compiler may use an argument's place for its own ends, and never touches what comes after the last one). */
+#define THIS_FRAME static_cast<const t_FRAME *>(__builtin_dwarf_cfa())
+
+/* Asked by a handler of SIGUSR2. On top of a handler that blocks SIGTERM it does not act upon the signal: if that one
+   is the host's own, the end goes on; if it is one of the module's, it comes back to the wait, which raises the
+   signal anew. */
+bool must_wait(const t_FRAME *frame);
+
+/* previous may be null. */
+void install(int signal, void (*handler)(int), struct sigaction *previous);
+
+/* Lets signals in, except those of blocked, for as long as it takes. */
+[[noreturn]] void wait_for_signals(const sigset_t *blocked);
+
+#endif
