@@ -43,7 +43,7 @@ private:
     void check(int32_t error)
     {
         if (error == KA_DONE) return;
-        std::fprintf(stderr, "calls: %s\n", ka_last_error(host_)->text);
+        std::fprintf(stderr, "calls: %s\n", ka_last_error(host_)->message);
         std::exit(1);
     }
     ka_host *host_ = nullptr;

@@ -30,7 +30,7 @@ public:
         options.waiting = waiting;
         if (change) change(options);
         if (ka_open(&host_, module_path, &options) == KA_DONE) return;
-        std::fprintf(stderr, "waiting: %s\n", ka_last_error(host_)->text);
+        std::fprintf(stderr, "waiting: %s\n", ka_last_error(host_)->message);
         std::exit(1);
     }
     ~Host() { ka_close(host_); }

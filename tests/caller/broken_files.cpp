@@ -104,7 +104,7 @@ TEST(BrokenFiles, builder_of_these_tests_makes_sound_ones)
     ASSERT_NE(reading.tables, nullptr) << reading.why;
     ASSERT_EQ(reading.tables->function_count, 1);
     EXPECT_STREQ(reading.tables->functions[0].prototypes[0].name, "x");
-    EXPECT_EQ(reading.tables->functions[0].prototypes[0].element_count, 4);
+    EXPECT_EQ(reading.tables->functions[0].prototypes[0].min_elements, 4);
 }
 
 TEST(BrokenFiles, table_that_lies_nowhere_or_never_ends_is_told)

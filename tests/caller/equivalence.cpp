@@ -159,7 +159,7 @@ void compare(ka_host *checked, ka_host *raw, const RandomCall &call, Verdicts &s
         return;
     }
     ASSERT_EQ(status, KA_REFUSED) << error_text(checked);
-    ASSERT_EQ(ka_last_error(checked)->code, truth) << error_text(checked);
+    ASSERT_EQ(ka_last_error(checked)->return_code, truth) << error_text(checked);
     seen[truth]++;
 }
 

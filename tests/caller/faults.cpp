@@ -204,7 +204,7 @@ void Faults::expect_nothing_left(const std::string &where) const
 {
     EXPECT_TRUE(WIFEXITED(exit_status)) << where << ": the caller was killed by " << strsignal(WTERMSIG(exit_status));
     EXPECT_TRUE(outcome->finished) << where;
-    EXPECT_EQ(outcome->close.status, KA_DONE) << where << ": " << outcome->close.error.text;
+    EXPECT_EQ(outcome->close.status, KA_DONE) << where << ": " << outcome->close.error.message;
     EXPECT_FALSE(outcome->child_is_left) << where;
     EXPECT_TRUE(becomes_true(no_child_is_left)) << where;
     EXPECT_TRUE(segments_of_creator_vanish(caller)) << where;
@@ -215,7 +215,7 @@ void Faults::expect_told(const std::string &where) const
 {
     for (const Step *step : {&outcome->open, &outcome->call}) {
         if (step->status <= KA_DONE) continue;
-        const std::string text = step->error.text;
+        const std::string text = step->error.message;
         if (text == "cannot read the host's state from /proc: Input/output error") continue;
         EXPECT_NE(text.find(strerror(refusal)), std::string::npos) << where << ": " << text;
         EXPECT_TRUE(step->status == KA_SYSTEM || step->status == KA_START) << where << ": " << text;
@@ -273,11 +273,11 @@ TEST_P(Faults, of_every_signal_to_the_host_are_told_by_close)
         told++;
         EXPECT_EQ(outcome->close.status, KA_SYSTEM);
         EXPECT_EQ(outcome->close.error.sys_errno, refusal);
-        EXPECT_NE(std::string(outcome->close.error.text).find(": process "), std::string::npos)
-            << outcome->close.error.text;
-        EXPECT_NE(std::string(outcome->close.error.text).find(std::string(" is left: ") + strerror(refusal)),
+        EXPECT_NE(std::string(outcome->close.error.message).find(": process "), std::string::npos)
+            << outcome->close.error.message;
+        EXPECT_NE(std::string(outcome->close.error.message).find(std::string(" is left: ") + strerror(refusal)),
                   std::string::npos)
-            << outcome->close.error.text;
+            << outcome->close.error.message;
         EXPECT_TRUE(outcome->child_is_left);
     }
     EXPECT_GT(told, 1);

@@ -59,7 +59,7 @@ protected:
         options.error_output = error_output;
         ka_host *host = nullptr;
         if (ka_open(&host, tasks_module.c_str(), &options) != KA_DONE)
-            fprintf(stderr, "%s\n", ka_last_error(host)->text);
+            fprintf(stderr, "%s\n", ka_last_error(host)->message);
         return host;
     }
 };

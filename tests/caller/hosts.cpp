@@ -25,7 +25,7 @@ Host::Host(const std::function<void(ka_options &)> &adjust, const std::string &m
 {
     ka_options options = default_options();
     if (adjust) adjust(options);
-    EXPECT_EQ(ka_open(&host, module.c_str(), &options), KA_DONE) << ka_last_error(host)->text;
+    EXPECT_EQ(ka_open(&host, module.c_str(), &options), KA_DONE) << ka_last_error(host)->message;
 }
 
 Host::~Host()
@@ -51,7 +51,7 @@ int32_t call_fails(ka_host *host)
 
 std::string error_text(ka_host *host)
 {
-    return ka_last_error(host)->text;
+    return ka_last_error(host)->message;
 }
 
 std::vector<int32_t> integers(ka_host *host, int32_t argument, int32_t count)

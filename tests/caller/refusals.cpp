@@ -33,7 +33,7 @@ Refusal refused(ka_host *host)
     EXPECT_EQ(call_fails(host), KA_REFUSED);
     const ka_error *error = ka_last_error(host);
     EXPECT_EQ(error->retry, KA_RETRY_NO);
-    return {error->code, error->argument, error->text};
+    return {error->return_code, error->argument, error->message};
 }
 
 void begin(ka_host *host, const char *function, int integers)
@@ -141,7 +141,7 @@ TEST_P(Refusals, send_nothing_and_leave_the_host_usable)
     }
     begin(host, "count_call", 0);
     EXPECT_EQ(call(host), 2);
-    EXPECT_STREQ(ka_last_error(host)->text, "");
+    EXPECT_STREQ(ka_last_error(host)->message, "");
 }
 
 TEST_P(Refusals, are_return_codes_of_a_host_that_is_not_checked)

@@ -81,7 +81,7 @@ TEST_P(Report, of_a_death_is_read_by_programs)
     const json seen = report(host);
     EXPECT_EQ(seen["error"], "died");
     EXPECT_EQ(seen["error_class"], KA_DIED);
-    EXPECT_EQ(seen["text"], error_text(host));
+    EXPECT_EQ(seen["message"], error_text(host));
     EXPECT_EQ(seen["retry"], "unsure");
     EXPECT_EQ(seen["module"], tasks_module);
     EXPECT_EQ(seen["process"]["pid"], pid);
@@ -226,7 +226,7 @@ TEST(ReportOf, a_path_of_any_bytes_is_one_line)
 {
     ka_host *host = nullptr;
     EXPECT_EQ(ka_open(&host, "/no/\x1b[31m\xc2\x9b\n\xff", nullptr), KA_START);
-    const std::string text = ka_last_error(host)->text;
+    const std::string text = ka_last_error(host)->message;
     EXPECT_EQ(text.find(R"(cannot start /no/\x1b[31m\xc2\x9b\x0a\xff: )"), 0u) << text;
     EXPECT_EQ(std::string(ka_report_text(host)).find("\n\xff"), std::string::npos);
     ka_close(host);

@@ -16,7 +16,7 @@ static std::string text_of(const ka_function &function)
     for (int32_t i = 0; i < function.prototype_count; i++) {
         const ka_prototype &prototype = function.prototypes[i];
         text += (i > 0 ? " " : "") + std::string(prototype.name) + ":" + std::to_string(prototype.kind);
-        if (prototype.element_count != 0) text += ":" + std::to_string(prototype.element_count);
+        if (prototype.min_elements != 0) text += ":" + std::to_string(prototype.min_elements);
     }
     return function.name + ("(" + text + ")");
 }

@@ -149,7 +149,7 @@ protected:
         if (output == TO_FILE) options.error_output = KA_STDERR_FILE;
         ka_host *host = nullptr;
         const int32_t status = ka_open(&host, tasks_module.c_str(), &options);
-        if (status != KA_DONE) fprintf(stderr, "%s\n", host ? ka_last_error(host)->text : "no host");
+        if (status != KA_DONE) fprintf(stderr, "%s\n", host ? ka_last_error(host)->message : "no host");
         close(options.error_fd);
         return host;
     }
@@ -159,7 +159,7 @@ protected:
         ka_begin(host, function);
         ka_add_integer(host, number, KA_BY_VALUE);
         const int32_t status = ka_call(host, &code);
-        if (status != KA_DONE) fprintf(stderr, "%s\n", ka_last_error(host)->text);
+        if (status != KA_DONE) fprintf(stderr, "%s\n", ka_last_error(host)->message);
         return status == KA_DONE && code == number;
     }
 };

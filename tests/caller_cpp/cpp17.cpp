@@ -31,13 +31,13 @@ static std::int32_t look_around(ka::Host &host)
     host.set_descriptor(1, host.descriptor(1));
     host.set_argc(2);
     ka::Result result = host.try_send();
-    result.code += host.send() + (host.gives_back(1) ? 1 : 0);
+    result.return_code += host.send() + (host.gives_back(1) ? 1 : 0);
     host.take(1, level);
-    const std::string texts = host.report() + host.report_json() + host.error_output() + host.error().text;
+    const std::string texts = host.report() + host.report_json() + host.error_output() + host.error().message;
     const ka::Error error(host.error());
     return static_cast<std::int32_t>(texts.size()) + count + (add ? 1 : 0) + host.scratch().size +
            error.error_class() + error.retry() + error.class_name()[0] +
-           static_cast<std::int32_t>(error.report().size()) + error.record().code +
+           static_cast<std::int32_t>(error.report().size()) + error.record().return_code +
            static_cast<std::int32_t>(error.report_json().size());
 }
 
@@ -59,5 +59,5 @@ std::int32_t every_member_in_cpp17(const std::string &module)
         host.try_call("describe", true, short{1}, 1.5F, 2.5, reals, ka::ref(reals), texts, ka::ref(texts, 9), "text",
                       std::string_view("text"), ka::in("text", 9), ka::ref(real), std::vector<const char *>{"a"},
                       std::vector<ka::Decimal>{ka::Decimal(reals[0])});
-    return result ? look_around(host) : result.code;
+    return result ? look_around(host) : result.return_code;
 }

@@ -32,7 +32,7 @@ TEST(CppError, tells_class_retry_and_text)
     EXPECT_STREQ(error.class_name(), ka_error_name(KA_START));
     EXPECT_EQ(error.retry(), KA_RETRY_NO);
     EXPECT_STREQ(error.what(), "cannot start /no/such/module: no such file");
-    EXPECT_STREQ(error.record().text, error.what());
+    EXPECT_STREQ(error.record().message, error.what());
 }
 
 TEST(CppError, of_a_refused_call_names_the_argument)
@@ -42,7 +42,7 @@ TEST(CppError, of_a_refused_call_names_the_argument)
     const ka::Error error = thrown_by([&] { host.call("add", 1, "two", ka::ref(sum)); });
     EXPECT_EQ(error.error_class(), KA_REFUSED);
     EXPECT_EQ(error.record().argument, 2);
-    EXPECT_EQ(error.record().code, KA_WRONG_TYPE);
+    EXPECT_EQ(error.record().return_code, KA_WRONG_TYPE);
     EXPECT_EQ(host.call("add", 1, 2, ka::ref(sum)), 0);
     EXPECT_EQ(sum, 3);
 }

@@ -37,9 +37,9 @@ std::string refusal_without_exceptions(const std::string &module, std::int32_t &
     using namespace ka_without_exceptions;
     Host host = Host::try_open(module);
     host.on_callback([](std::int32_t value) { return value; });
-    if (!host.try_call("add", 2, 40, ref(sum))) return host.error().text;
+    if (!host.try_call("add", 2, 40, ref(sum))) return host.error().message;
     const Result result = host.try_call("add", 2, Decimal("two"));
-    return result ? "" : host.error().text;
+    return result ? "" : host.error().message;
 }
 
 void end_without_exceptions()

@@ -39,7 +39,7 @@ static Seen backtrace_of(const std::string &module, const char *function, int32_
     options.deadline_ms = 3000;
     ka_host *host;
     int32_t code;
-    EXPECT_EQ(ka_open(&host, module.c_str(), &options), KA_DONE) << ka_last_error(host)->text;
+    EXPECT_EQ(ka_open(&host, module.c_str(), &options), KA_DONE) << ka_last_error(host)->message;
     ka_begin(host, function);
     EXPECT_NE(ka_call(host, &code), KA_DONE);
     ka_close(host);

@@ -213,10 +213,11 @@ TEST(KaJsonResults, errors_are_objects_too)
         const Json json = Json::parse(outcome.out);
         EXPECT_EQ(json["function"], function);
         EXPECT_EQ(json["error"], name);
-        EXPECT_NE(outcome.err.find("ka: " + json["text"].get<std::string>()), std::string::npos);
+        EXPECT_NE(outcome.err.find("ka: " + json["message"].get<std::string>()), std::string::npos);
     }
     EXPECT_EQ(Json::parse(ka({"call", "--json", "/no/such", "f"}).out)["error"], "not started");
     const Json malformed = Json::parse(call({"--json", "measure", "'a"}).out);
     EXPECT_EQ(malformed["error"], "argument");
-    EXPECT_EQ(malformed["text"], "measure: argument 1 (text) is zString: the closing quote is missing, got \"'a\"");
+    EXPECT_EQ(malformed["message"],
+              "measure: argument 1 (text) is zString: the closing quote is missing, got \"'a\"");
 }

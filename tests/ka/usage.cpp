@@ -108,7 +108,7 @@ TEST(KaUsage, a_failure_is_an_object_where_json_is_asked_for)
         EXPECT_EQ(json["error"], ka_error_name(error_class)) << shown;
         EXPECT_EQ(json["error_class"], error_class) << shown;
         EXPECT_EQ(json["retry"], "no") << shown;
-        EXPECT_EQ("ka: " + json["text"].get<std::string>() + "\n", outcome.err) << shown;
+        EXPECT_EQ("ka: " + json["message"].get<std::string>() + "\n", outcome.err) << shown;
     }
 }
 

@@ -39,8 +39,8 @@ arguments, how the module ended, and where it stood (not with --repeat).
 Results go to standard output, everything else to standard error. With --json standard output gets one object, of an
 error too. A call: "function", "return_code", "results" by name, "milliseconds" (a string that is not UTF-8 is
 {"hex":"636166e9"}, as --args takes it); with --repeat "calls",
-"nonzero_calls", "calls_per_second", "min_ms", "median_ms", "p99_ms", "max_ms". An error: "error", "text", "retry",
-"function", and whatever else is known.)";
+"nonzero_calls", "calls_per_second", "min_ms", "median_ms", "p99_ms", "max_ms". An error: "error", "message",
+"retry", "function", and whatever else is known.)";
 
 constexpr const char *examples = R"(Examples:
   ka call ./adder add 2 40 0

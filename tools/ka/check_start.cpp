@@ -85,7 +85,7 @@ Trial try_module(const std::string &module, int deadline_ms, bool with_tables, F
         ka_begin(host, nobody);
         trial.error_class = ka_call(host, &trial.code);
     }
-    trial.error = ka_last_error(host)->text;
+    trial.error = ka_last_error(host)->message;
     if (trial.error_class != KA_DONE) trial.backtrace = backtrace_of(host);
     end_module(host, options.grace_ms);
     trial.written = written_by(host);

@@ -249,7 +249,7 @@ void check_tables(const ka_tables &tables, Findings &findings)
         std::vector<Prototype> prototypes;
         for (int32_t k = 0; k < function.prototype_count; k++) {
             const ka_prototype &each = function.prototypes[k];
-            prototypes.push_back({each.name[0] != '\0', each.name, each.kind, each.element_count});
+            prototypes.push_back({each.name[0] != '\0', each.name, each.kind, each.min_elements});
         }
         check_prototypes(name, prototypes, findings);
     }

@@ -21,7 +21,7 @@ static const char *report_of(ka_host *host, const char *(*write)(ka_host *))
 std::string failure_text(ka_host *host)
 {
     const char *report = report_of(host, ka_report_text);
-    std::string text = report != nullptr ? report : ka_last_error(host)->text;
+    std::string text = report != nullptr ? report : ka_last_error(host)->message;
     while (text.ends_with('\n'))
         text.pop_back();
     return text;
@@ -47,7 +47,7 @@ static ka_error error_of(int32_t error_class, const std::string &text)
     ka_error error{};
     error.error_class = error_class;
     error.retry = KA_RETRY_NO;
-    printable(text).copy(error.text, sizeof error.text - 1);
+    printable(text).copy(error.message, sizeof error.message - 1);
     return error;
 }
 

@@ -73,7 +73,7 @@ static const char *retry_text(int32_t retry)
 std::string error_members(const ka_error &error)
 {
     return "\"error\":" + name_json(ka_error_name(error.error_class)) +
-           ",\"error_class\":" + std::to_string(error.error_class) + ",\"text\":" + name_json(error.text) +
+           ",\"error_class\":" + std::to_string(error.error_class) + ",\"message\":" + name_json(error.message) +
            ",\"retry\":\"" + retry_text(error.retry) + "\"";
 }
 

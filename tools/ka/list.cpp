@@ -157,7 +157,7 @@ int list_host(const Wishes &wishes)
     if (ka_open(&host, wishes.module.c_str(), &options) == KA_DONE) tables = ka_host_tables(host);
     const ka_error *error = ka_last_error(host);
     const int status = tables != nullptr ? show_wanted(wishes, functions_of(*tables))
-                                         : tell_failure(error->error_class, error->text, wishes.form());
+                                         : tell_failure(error->error_class, error->message, wishes.form());
     ka_close(host);
     return status;
 }

@@ -93,7 +93,7 @@ std::vector<Function> functions_of(const ka_tables &tables)
         for (int32_t k = 0; k < own.prototype_count && k < DLL_MAX_ARGS; k++) {
             const ka_prototype &prototype = own.prototypes[k];
             const char *name = prototype.name != nullptr ? prototype.name : "";
-            function.prototypes.push_back({name, prototype.kind, prototype.element_count});
+            function.prototypes.push_back({name, prototype.kind, prototype.min_elements});
         }
         functions.push_back(std::move(function));
     }

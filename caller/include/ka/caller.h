@@ -12,7 +12,7 @@
  *     ka_add_integer(host, 3, KA_BY_VALUE);
  *     ka_add_integer(host, 0, KA_BY_REFERENCE);
  *     if (ka_call(host, &code) == KA_DONE) ka_get_integers(host, 3, &sum, 1);
- *     else fprintf(stderr, "%s\n", ka_last_error(host)->text);
+ *     else fprintf(stderr, "%s\n", ka_last_error(host)->message);
  *     ka_close(host);
  *
  * What holds for every function:
@@ -79,10 +79,10 @@ typedef struct ka_error {
     int32_t sys_errno;    /* KA_START, KA_SYSTEM: errno, or 0 */
     int32_t exit_status;  /* of a host that exited by itself; else -1 */
     int32_t signal;       /* that ended the host; else 0 */
-    int32_t code;         /* KA_REFUSED: the return code with which the host would have refused; else 0 */
+    int32_t return_code;  /* KA_REFUSED: with which the host would have refused; else 0 */
     int32_t argument;     /* KA_REFUSED, KA_ARGUMENT: the argument that is wrong; 0 for none in particular */
     int64_t needed_bytes; /* KA_TOO_BIG: the segment_bytes with which the call would fit */
-    char text[512];       /* one line without line end, names what was wrong; empty when there was no error */
+    char message[512];    /* one line without line end, names what was wrong; empty when there was no error */
 } ka_error;
 
 /* Layout of the shared block; every module serves both, and both serve 32- and 64-bit callers. */
@@ -273,9 +273,9 @@ KA_API int32_t ka_get_string(ka_host *host, int32_t argument, int32_t element, c
 
 typedef struct ka_prototype {
     const char *name;
-    int32_t kind;          /* KA_VARARG ... of ka/dll_module.h; any number when the module's table is wrong, and
-                              INT32_MIN of a prototype that lies outside the module */
-    int32_t element_count; /* array kinds: the least number of elements */
+    int32_t kind;         /* KA_VARARG ... of ka/dll_module.h; any number when the module's table is wrong, and
+                             INT32_MIN of a prototype that lies outside the module */
+    int32_t min_elements; /* array kinds: the least number of elements */
 } ka_prototype;
 
 typedef struct ka_function {

@@ -55,7 +55,7 @@ inline std::int32_t trace_process(std::int32_t pid, const std::int32_t *level = 
 // The class of the error, or KA_DONE and the return code.
 struct Result {
     std::int32_t error_class;
-    std::int32_t code;
+    std::int32_t return_code;
     explicit operator bool() const noexcept { return error_class == KA_DONE; }
 };
 
@@ -286,7 +286,7 @@ private:
     std::int32_t value_of(const Result &result)
     {
         check(result.error_class);
-        return result.code;
+        return result.return_code;
     }
 
     static std::string text_or_empty(const char *text)

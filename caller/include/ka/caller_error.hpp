@@ -22,7 +22,7 @@ class Error : public std::runtime_error {
 public:
     // report and json may be null.
     explicit Error(const ka_error &record, const char *report = nullptr, const char *json = nullptr)
-        : std::runtime_error(record.text),
+        : std::runtime_error(record.message),
           details_(std::make_shared<const Details>(Details{record, report ? report : "", json ? json : ""}))
     {
     }
@@ -59,7 +59,7 @@ namespace detail {
     ka_error record = {};
     record.error_class = error_class;
     record.exit_status = -1;
-    std::snprintf(record.text, sizeof record.text, "%s", text);
+    std::snprintf(record.message, sizeof record.message, "%s", text);
     raise(Error(record));
 }
 

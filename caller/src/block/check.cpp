@@ -41,7 +41,7 @@ __attribute__((format(printf, 2, 3))) static void append(t_TEXT *text, const cha
 static int32_t refuse(ka_host *host, int32_t code, int32_t argument, const t_TEXT *text)
 {
     fail(host, KA_REFUSED, "%s: %s", host->function, text->characters);
-    host->error.code = code;
+    host->error.return_code = code;
     host->error.argument = argument;
     return KA_REFUSED;
 }
@@ -89,12 +89,12 @@ static int32_t refuse_value(ka_host *host, int32_t code, int32_t number, const k
 {
     const t_KIND &kind = wire::kinds[prototype->kind];
     const t_SLOT *slot = &host->slots[number];
-    const bool counted = kind.array && prototype->element_count > 0;
+    const bool counted = kind.array && prototype->min_elements > 0;
     t_TEXT text = {};
     append_argument(&text, number, prototype);
     append(&text, " is %s: takes ", kind.name);
     if (counted) append(&text, "at least ");
-    if (counted) append_elements(&text, prototype->element_count);
+    if (counted) append_elements(&text, prototype->min_elements);
     append_taken(&text, kind);
     append(&text, ", got ");
     if (counted) append_elements(&text, slot->count);
@@ -108,7 +108,7 @@ static int32_t check_argument(ka_host *host, int32_t number, const ka_prototype 
     const t_SLOT *slot = &host->slots[number];
     if (!wire::is_kind(prototype->kind)) return refuse_kind(host, number, prototype);
     const t_KIND &kind = wire::kinds[prototype->kind];
-    if (kind.array && prototype->element_count > slot->count)
+    if (kind.array && prototype->min_elements > slot->count)
         return refuse_value(host, KA_TOO_FEW_ELEMENTS, number, prototype);
     if (!wire::accepts(kind, slot->type)) return refuse_value(host, KA_WRONG_TYPE, number, prototype);
     return KA_DONE;
@@ -184,6 +184,6 @@ int32_t check_call(ka_host *host)
     const ka_function *function = look_up(host->tables, host->base + name->offset + 4, name->room);
     if (function) return check_arguments(host, function);
     fail(host, KA_REFUSED, "the module has no function \"%s\"", host->function);
-    host->error.code = KA_NO_FUNCTION;
+    host->error.return_code = KA_NO_FUNCTION;
     return KA_REFUSED;
 }

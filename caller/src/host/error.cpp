@@ -19,10 +19,10 @@ static const ka_error no_memory = {
     .sys_errno = ENOMEM,
     .exit_status = -1,
     .signal = 0,
-    .code = 0,
+    .return_code = 0,
     .argument = 0,
     .needed_bytes = 0,
-    .text = "there is no memory for another host",
+    .message = "there is no memory for another host",
 };
 
 const ka_error *ka_last_error(const ka_host *host)
@@ -73,10 +73,10 @@ static void note_moment(ka_host *host)
 /* Paths, names in files and words of users can be in it. */
 static void print_error_text(ka_host *host, const char *format, va_list values)
 {
-    char text[sizeof host->error.text];
+    char text[sizeof host->error.message];
     // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the callers' va_start is not understood
     vsnprintf(text, sizeof text, format, values);
-    copy_printable(host->error.text, sizeof host->error.text, text);
+    copy_printable(host->error.message, sizeof host->error.message, text);
 }
 
 void set_error_text(ka_host *host, const char *format, ...)

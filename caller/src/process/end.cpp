@@ -221,10 +221,10 @@ static bool is_failed_start(const t_REMAINS *remains)
 static void add_overwritten(ka_host *host)
 {
     char fields[64];
-    const size_t length = strlen(host->error.text);
+    const size_t length = strlen(host->error.message);
     if (host->remains.overwritten == 0) return;
     write_overwritten(host->remains.overwritten, fields, sizeof fields);
-    snprintf(host->error.text + length, sizeof host->error.text - length,
+    snprintf(host->error.message + length, sizeof host->error.message - length,
              "; the module had overwritten the block's header (%s)", fields);
 }
 

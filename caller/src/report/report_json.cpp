@@ -155,7 +155,7 @@ const char *ka_report_json(ka_host *host)
     json_open(&json, nullptr, '{');
     json_text(&json, "error", ka_error_name(host->error.error_class));
     json_number(&json, "error_class", host->error.error_class);
-    json_text(&json, "text", host->error.text);
+    json_text(&json, "message", host->error.message);
     json_text(&json, "retry", retry_name(host->error.retry));
     json_text(&json, "module", host->module);
     write_process(&json, host);

@@ -176,7 +176,7 @@ const char *ka_report_text(ka_host *host)
     host->report = nullptr;
     if (host->error.error_class == KA_DONE) return nullptr;
     t_TEXT report = {};
-    write_text(&report, "%s\n", host->error.text);
+    write_text(&report, "%s\n", host->error.message);
     begin_line(&report, "module");
     write_printable(&report, host->module, strlen(host->module));
     write_bytes(&report, "\n", 1);
