@@ -6,7 +6,7 @@
 //     std::int32_t sum = 0;
 //     const std::int32_t code = host.call("add", 2, 40, ka::ref(sum));
 //
-// What holds for ka/caller.h holds here. In C++ an argument is written as
+// The rules of ka/caller.h hold here too. In C++ an argument is written as
 //
 //     INTEGER  int and narrower integers
 //     REAL     double, float, t_DECIMAL, ka::Decimal("19.99")
@@ -14,11 +14,11 @@
 //     array    std::vector, std::array, or whatever has data() and size(), of std::int32_t, double, t_DECIMAL,
 //              ka::Decimal or text
 //
-// and goes by value; ka::ref(variable) passes it by reference, and the variable has the result after the call.
-// Strings are told how long they may become: ka::ref(text, room).
+// and is passed by value; ka::ref(variable) passes it by reference, and the variable has the result after the call.
+// For a string, room is how long it may become: ka::ref(text, room).
 //
-// What fails throws ka::Error. The functions named try_... do not: they give the class of the error back, and
-// Host::error has the rest. Without exceptions (-fno-exceptions) those are to be used; the others end the program.
+// A function that fails throws ka::Error. The functions named try_... do not: they return the class of the error, and
+// Host::error has the rest. Without exceptions (-fno-exceptions) use those; the others end the program on an error.
 #ifndef KA_CALLER_HPP
 #define KA_CALLER_HPP
 
@@ -37,12 +37,12 @@
 
 namespace ka {
 
-// Defaults to begin with; the fields are those of ka_options.
+// The fields of ka_options, with their defaults.
 struct Options : ka_options {
     Options() { ka_options_init(this, sizeof(ka_options)); }
 };
 
-// See ka_trace_process: sets *level, unless it is null; the level before.
+// Sets *level, unless level is null, and returns the level before. See ka_trace_process. Throws its errors.
 inline std::int32_t trace_process(std::int32_t pid, const std::int32_t *level = nullptr)
 {
     char why[256] = "";
@@ -52,7 +52,7 @@ inline std::int32_t trace_process(std::int32_t pid, const std::int32_t *level = 
     return old;
 }
 
-// The class of the error, or KA_DONE and the return code.
+// The class of the error, or KA_DONE and the function's return code.
 struct Result {
     std::int32_t error_class;
     std::int32_t return_code;
@@ -60,12 +60,12 @@ struct Result {
 };
 
 struct Scratch {
-    void *data; // null when there is none
-    std::int32_t size;
+    void *data;        // null when there is none
+    std::int32_t size; // bytes
 };
 
-// A module and its process, which ends with this object; not inside its own call-back, where that ends the program.
-// One that was moved from may only be assigned to and destroyed.
+// A module and its process, which ends with this object. Destroying it inside its own call-back ends the program. A
+// host that was moved from may only be assigned to and destroyed.
 class Host {
 public:
     using Callback = std::function<std::int32_t(std::int32_t value)>;
@@ -75,7 +75,7 @@ public:
         if (error().error_class != KA_DONE) fail();
     }
 
-    // The start may have failed: see error.
+    // Does not throw when the start fails: see error.
     static Host try_open(const std::string &module, const ka_options &options = Options())
     {
         Host host(std::make_unique<State>());
@@ -83,15 +83,15 @@ public:
         return host;
     }
 
-    // Answers the call-backs from the next call on, in place of ka_options.callback. When it throws, this and all
-    // further call-backs of that call are answered with on_exception; once the call is over, its results are in place
-    // and the exception comes out of the function that made it, the try_ ones included.
+    // Answers the call-backs from the next call on, in place of ka_options.callback. If it throws, this and all
+    // further call-backs of that call are answered with on_exception. Once the call is over and its results are
+    // stored, the function that made the call throws that exception, a try_ function too.
     void on_callback(Callback callback, std::int32_t on_exception = 0)
     {
         state_->next = std::make_shared<const Answers>(Answers{std::move(callback), on_exception});
     }
 
-    // The return code of the function.
+    // One call; returns the function's return code.
     template <typename... Arguments>
     std::int32_t call(std::string_view function, const Arguments &...arguments)
     {
@@ -112,8 +112,9 @@ public:
         return result;
     }
 
-    // The same step by step, for calls whose arguments are not known when the program is compiled. What is wrong with
-    // an argument comes out of send. take stores what goes back, and leaves the variable alone where nothing does.
+    // The same step by step, for calls whose arguments are not known when the program is compiled. A mistake in an
+    // argument is reported by send. take stores the result of an argument that is given back; for any other it leaves
+    // the variable alone.
     void begin(std::string_view function) { ka_begin(get(), detail::without_zeros(function).c_str()); }
 
     template <typename T>
@@ -141,12 +142,13 @@ public:
         check(detail::take_if_referred(get(), argument, Ref<T>{variable, 0}));
     }
 
-    // Of the last function that was used; valid until the next is.
+    // The error of the last function that was called, and its reports. The reference is valid until the next call of
+    // a function of this object; the reports are empty when there was no error.
     const ka_error &error() const noexcept { return *ka_last_error(get()); }
     std::string report() { return text_or_empty(ka_report_text(get())); }
     std::string report_json() { return text_or_empty(ka_report_json(get())); }
 
-    // The last characters of the host's standard error; see KA_STDERR_RING.
+    // The last characters of the host process's standard error, at most size; see KA_STDERR_RING.
     std::string error_output(std::int32_t size = 4096)
     {
         std::string text(static_cast<std::size_t>(std::max(size, 0)), '\0');
@@ -166,7 +168,7 @@ public:
         return {data, size};
     }
 
-    // Valid until the process ends.
+    // Valid until the host process ends.
     Tables tables()
     {
         const ka_tables *const tables = ka_host_tables(get());
@@ -187,7 +189,7 @@ public:
     }
     void set_argc(std::int32_t argc) { check(ka_set_argc(get(), argc)); }
 
-    // For the functions of ka/caller.h; still owned by this object.
+    // For the functions of ka/caller.h; this object still owns it.
     ka_host *get() const noexcept { return state_->host; }
 
 private:
@@ -196,12 +198,12 @@ private:
         std::int32_t on_exception = 0;
     };
 
-    // What the library's functions come back to, at an address that moving the Host does not change.
+    // The library keeps a pointer to this, so its address must not change when the Host is moved.
     struct State {
         ka_host *host = nullptr;
         ka_options given{};
         std::shared_ptr<const Answers> next = std::make_shared<const Answers>();
-        std::shared_ptr<const Answers> used; // by the call that is under way
+        std::shared_ptr<const Answers> used; // by the call in progress
         std::exception_ptr thrown;
 
         State() = default;
@@ -211,7 +213,7 @@ private:
         {
             const std::int32_t status = ka_close(host);
             if (status == KA_ARGUMENT) std::terminate();
-            if (status != KA_DONE) ka_close(host); // of a process that is left nobody can be told
+            if (status != KA_DONE) ka_close(host); // a destructor cannot report that a process is left
         }
 
         void open(const std::string &module, const ka_options &options)
@@ -238,7 +240,7 @@ private:
             return given.callback ? given.callback(host, value, given.user) : 0;
         }
 
-        // The frames between a call and its call-backs are those of C, which no exception may cross.
+        // Between a call and its call-backs there are frames of C, which no exception may cross.
         std::int32_t answer(std::int32_t value) noexcept
         {
             if (thrown) return used->on_exception;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Arguments of ka/caller.hpp, which includes this: which C++ type is which value, how it goes into a call and how
-// it comes back. What a program writes is Decimal, in and ref; the rest is for Host.
+// it comes back. Programs use Decimal, in and ref; the rest is for Host.
 #ifndef KA_CALLER_ARGUMENTS_HPP
 #define KA_CALLER_ARGUMENTS_HPP
 
@@ -21,7 +21,7 @@ namespace ka {
 
 namespace detail {
 
-// Lengths above are too big for any segment, and are refused as such.
+// Greater lengths become INT32_MAX: too big for any segment, so the call is refused.
 inline std::int32_t length(std::size_t size)
 {
     return static_cast<std::int32_t>(std::min(size, std::size_t{INT32_MAX}));
@@ -29,7 +29,7 @@ inline std::int32_t length(std::size_t size)
 
 } // namespace detail
 
-// A REAL as decimal text, exactly: no binary fraction comes between. "null" is the text of a null REAL.
+// A REAL as decimal text, exactly, without a binary fraction in between. "null" is the text of a null REAL.
 struct Decimal {
     std::string text = "0";
 
@@ -40,7 +40,7 @@ struct Decimal {
         char buffer[KA_REAL_TEXT];
         text = ka_real_to_text(&value, buffer);
     }
-    // Throws KA_ARGUMENT when the text is no REAL; see ka_real_read.
+    // Throws KA_ARGUMENT when the text is not a REAL; see ka_real_read.
     t_DECIMAL value() const
     {
         t_DECIMAL real;
@@ -48,7 +48,7 @@ struct Decimal {
             detail::raise(KA_ARGUMENT, ('"' + text + "\" is not a REAL").c_str());
         return real;
     }
-    // Whether value() is the very number of the text: false when it is rounded, or the text is no REAL.
+    // Whether value() is the very number of the text: false when it is rounded, or the text is not a REAL.
     bool is_exact() const
     {
         t_DECIMAL real;
@@ -113,7 +113,7 @@ inline void add_decimals(ka_host *host, const Decimal *values, std::int32_t coun
     for (std::size_t i = 0; i < reals.size(); i++) {
         const std::string &text = values[i].text;
         if (ka_real_from_text(text.data(), length(text.size()), &reals[i]) == KA_DONE) continue;
-        ka_add_real(host, without_zeros(text).c_str(), passing); // is refused, and the text named
+        ka_add_real(host, without_zeros(text).c_str(), passing); // refuses it, with a message that names the text
         return;
     }
     ka_add_reals(host, reals.data(), count, passing);
@@ -136,7 +136,7 @@ void add(ka_host *host, const T &value, std::int32_t room, std::int32_t passing)
 {
     using E = Element<const T>;
     static_assert(is_integer<E> || is_one_of<E, float, double, t_DECIMAL, Decimal> || is_text<E>,
-                  "no INTEGER, REAL or STRING: convert it, wide integers to std::int32_t");
+                  "not an INTEGER, REAL or STRING: convert it, wide integers to std::int32_t");
     static_assert(!ElementOf<const T>::in_array || !(is_integer<E> || std::is_same_v<E, float>) ||
                       std::is_same_v<E, std::int32_t>,
                   "arrays of numbers are of std::int32_t, double, t_DECIMAL or ka::Decimal");
@@ -169,7 +169,7 @@ void add(ka_host *host, const Ref<T> &argument, std::int32_t, std::int32_t)
     add(host, std::as_const(argument.value), argument.room, KA_BY_REFERENCE);
 }
 
-// ---- Out of it; the class of an error, which only a variable that changed its size during the call brings --------
+// ---- Out of it; fails only if a variable changed its size during the call -----------------------------------------
 
 inline std::int32_t take_decimals(ka_host *host, std::int32_t argument, Decimal *values, std::int32_t count)
 {
@@ -180,7 +180,7 @@ inline std::int32_t take_decimals(ka_host *host, std::int32_t argument, Decimal 
     return status;
 }
 
-// The length may shrink between the two looks, when the module goes on writing.
+// The length may shrink between the two reads, if the module goes on writing.
 inline std::int32_t take_text(ka_host *host, std::int32_t argument, std::int32_t element, std::string &text)
 {
     std::int32_t found = 0;
@@ -223,7 +223,7 @@ std::int32_t take_if_referred(ka_host *host, std::int32_t argument, const Ref<T>
 
 } // namespace detail
 
-// By value, with room for room characters in each string, where the function is to lengthen its own copy.
+// By value, with room for room characters in each string, so that the function can lengthen its own copy.
 template <typename T>
 In<T> in(const T &text, std::int32_t room)
 {

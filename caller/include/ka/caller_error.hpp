@@ -17,7 +17,7 @@
 
 namespace ka {
 
-// What ka_last_error and the two reports said when something failed; what() is the error's text.
+// The contents of ka_last_error and of the two reports when something failed; what() is the error's message.
 class Error : public std::runtime_error {
 public:
     // report and json may be null.
@@ -63,7 +63,7 @@ namespace detail {
     raise(Error(record));
 }
 
-// For functions that take a zero-terminated text: one with a zero inside must not pass for its first half.
+// For functions that take a zero-terminated text: a text with a zero inside must not be taken for its first half.
 inline std::string without_zeros(std::string_view text)
 {
     std::string copy(text);

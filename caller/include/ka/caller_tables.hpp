@@ -21,7 +21,7 @@ public:
     const ka_function *begin() const noexcept { return tables_->functions; }
     const ka_function *end() const noexcept { return begin() + tables_->function_count; }
     std::size_t size() const noexcept { return static_cast<std::size_t>(tables_->function_count); }
-    // Null when there is none of that name.
+    // The function of that name, or null.
     const ka_function *find(std::string_view name) const
     {
         return ka_find_function(tables_.get(), detail::without_zeros(name).c_str());
@@ -39,7 +39,7 @@ struct Prototypes {
     std::size_t size() const noexcept { return static_cast<std::size_t>(function.prototype_count); }
 };
 
-// See ka_read_tables. Throws KA_ARGUMENT with the reason.
+// The tables in a module's file; see ka_read_tables. Throws KA_ARGUMENT with the reason when there are none.
 inline Tables read_tables(const std::string &module)
 {
     char why[256] = "";
