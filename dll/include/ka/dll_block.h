@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: MIT
  *
- * The shared call block: what caller and host see of each other. It begins a System V shared memory segment that the
- * caller creates; behind the header stand the argument descriptors, and each points at value data elsewhere in the
- * segment. Three layouts exist. The native one holds the pointers of the program that includes this header, so in a
- * 32-bit program it is layout 32; a 64-bit caller writes layout 32 or 64 through the records named so.
+ * The shared call block, through which caller and call host talk. It begins a System V shared memory segment that the
+ * caller creates. After the header come the argument descriptors; each points at value data elsewhere in the segment.
+ * Three layouts exist. The native one holds the pointers of the program that includes this header, so in a
+ * 32-bit program it is layout 32; a 64-bit caller writes layout 32 or 64 through the records of those names.
  *
  * All integers are little-endian. Addresses in the block are the caller's; the host translates them by their distance
  * from base. Values need not be aligned. */
@@ -25,7 +25,7 @@ enum {
 
 /* Value types. Element k of an argument begins at ptr + 4 * elsz * k. */
 enum {
-    DLL_NONE = 0,    /* no value: what u_get_arg reports for an argument that does not exist */
+    DLL_NONE = 0,    /* no value: the type that u_get_arg reports for an argument that does not exist */
     DLL_INTEGER = 1, /* int32_t */
     DLL_REAL = 2,    /* t_DECIMAL, 12 bytes */
     DLL_STRING = 3   /* int32_t length, then room for maxlen characters, not terminated */
@@ -54,7 +54,7 @@ typedef struct t_DLL_ARG32 {
 typedef struct t_DLL_ARG64 {
     int32_t type;
     int32_t ref;
-    uint64_t ptr; /* only the low 32 bits count */
+    uint64_t ptr; /* only the low 32 bits are used */
     int32_t maxlen;
     int32_t elsz;
     int32_t elcnt;
@@ -66,7 +66,7 @@ typedef struct t_DLL_ARG64 {
 typedef struct t_DLL_INFO {
     char magic[8];                /* DLL_MAGIC */
     int32_t version;              /* DLL_VERSION */
-    int32_t pid;                  /* the caller's process id; replies go there */
+    int32_t pid;                  /* the caller's process id, or the id of one of its threads; replies go there */
     void *base;                   /* the caller's address of byte 0 of the segment */
     int32_t retcode;              /* the host's return code; during a call-back the caller's answer */
     int32_t shmsz;                /* size of the segment, bytes */
@@ -93,7 +93,7 @@ typedef struct t_DLL_INFO64 {
     char magic[8];
     int32_t version;
     int32_t pid;
-    uint64_t base; /* only the low 32 bits count */
+    uint64_t base; /* only the low 32 bits are used */
     int32_t retcode;
     int32_t shmsz;
     uint64_t scratch; /* empty only when all 8 bytes are zero; only the low 32 bits are translated */

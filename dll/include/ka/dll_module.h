@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * What a function module supplies. A module is an executable without main, linked with -lkahost. It defines
- * KaFuncList, KaArgList and KaCall, and may define dll_setup and dll_cleanup. */
+ * The definitions of a function module: an executable without main, linked with -lkahost, that defines KaFuncList,
+ * KaArgList and KaCall, and may define dll_setup and dll_cleanup. */
 #ifndef KA_DLL_MODULE_H
 #define KA_DLL_MODULE_H
 
@@ -15,8 +15,8 @@
 extern "C" {
 #endif
 
-/* Argument kinds: what the function finds in its slot of argv, and what goes back when the caller passed the argument
-   by reference. Every slot is a pointer; every kind but zString gives all elements that the caller passed. */
+/* Argument kinds: the element of argv that the function gets, and what goes back if the caller passed the argument by
+   reference. Every element of argv is a pointer; every kind but zString gives all elements that the caller passed. */
 enum {
     KA_VARARG = 0,       /* this argument and all that follow, each as kind 2, 5 or 8 by its value type; or none */
     KA_INT_BY_VALUE = 1, /* int32_t *; INTEGER in the block itself, or REAL truncated. Nothing goes back */
@@ -26,7 +26,7 @@ enum {
     KA_REAL_BY_REFERENCE = 5, /* double *, from REAL; each double goes back as a REAL */
     KA_REAL_ARRAY = 6,        /* the same, at least min_elcnt elements */
     KA_ZSTRING = 7,           /* char *: a zero-terminated private copy of the first element. Nothing goes back */
-    KA_STRING = 8,            /* KaStr *: the characters lie in the block; each len goes back */
+    KA_STRING = 8,            /* KaStr *: the characters are in the block; each len goes back */
     KA_STRING_ARRAY = 9       /* the same, at least min_elcnt elements */
 };
 
@@ -39,7 +39,7 @@ typedef struct t_DLL_FUNC {
 
 typedef struct t_DLL_PROTO {
     const char *name;  /* shown by the trace and by KaArgInfo */
-    int32_t type;      /* argument kind */
+    int32_t type;      /* the argument's kind */
     int32_t min_elcnt; /* the three array kinds: least number of elements */
 } t_DLL_PROTO;
 
@@ -50,14 +50,15 @@ static_assert(offsetof(t_DLL_PROTO, type) == sizeof(char *), "t_DLL_PROTO.type")
 static_assert(offsetof(t_DLL_PROTO, min_elcnt) == sizeof(char *) + 4, "t_DLL_PROTO.min_elcnt");
 static_assert(sizeof(t_DLL_PROTO) == sizeof(char *) + 8, "t_DLL_PROTO");
 
-/* The functions; the first record of a name wins; ends with a record whose name is null. */
+/* The functions; of two with one name the first is called; a record whose name is null ends the table. */
 KA_API extern t_DLL_FUNC KaFuncList[];
 
-/* The prototypes of all functions, without terminator. */
+/* The prototypes of all functions, without a terminator. */
 KA_API extern t_DLL_PROTO KaArgList[];
 
-/* Runs function index (its position in KaFuncList) with its arguments in argv. Returns the call's return code. Runs
-   on the main thread, inside a signal handler, with SIGUSR2 blocked; SIGTERM can end the process at any moment of it.
+/* Runs function index (its position in KaFuncList) with its arguments in argv. Returns the call's return code. It is
+   called on the main thread, inside a signal handler, with SIGUSR2 blocked; SIGTERM can end the process at any
+   moment.
  */
 KA_API int32_t KaCall(int32_t index, void **argv);
 

@@ -16,7 +16,7 @@ namespace ka::detail {
 inline constexpr int decimals_read = 18; // by deccvasc, significant ones
 inline constexpr int exponent_max = 999; // likewise
 
-// Part of a text: of what has been read, or is to be read.
+// Part of a text: read already, or still to be read.
 struct Span {
     const char *at;
     const char *end;
@@ -60,7 +60,8 @@ inline Mantissa take_mantissa(Span &text)
     return mantissa;
 }
 
-// Takes e and what follows of an exponent. A magnitude above exponent_max gives some other one above it.
+// Takes e and the rest of an exponent from the front of text. A magnitude above exponent_max gives some value above
+// it.
 inline int take_exponent(Span &text)
 {
     if (text.end - text.at < 2 || !text.accept('e', 'E')) return 0;
@@ -75,8 +76,8 @@ inline int take_exponent(Span &text)
 // Room for a sign, the decimals, an exponent, and two characters.
 inline constexpr int short_number_room = 1 + decimals_read + 5 + 2 + 1;
 
-// Writes the number that text, which need be none, begins with in 18 decimals, and behind it the two characters that
-// deccvasc looks at. Its length; 0 when deccvasc reads the number rightly, or refuses it, as it is.
+// If text begins with a number, writes it in 18 decimals, and after it the two characters that deccvasc looks at.
+// Returns the length written; 0 when deccvasc reads the number correctly, or refuses it, as it is.
 inline int shorten_number(const char *text, int length, char buffer[short_number_room])
 {
     Span rest = {text, text + length};
@@ -89,7 +90,7 @@ inline int shorten_number(const char *text, int length, char buffer[short_number
     const int exponent = take_exponent(rest);
     if (mantissa.dropped == 0 || second_point || exponent > exponent_max || exponent < -exponent_max) return 0;
 
-    // A number with an exponent above that is out of range all the same.
+    // A number with an exponent above exponent_max is out of range anyway.
     const std::int64_t raised = exponent + mantissa.dropped;
     int size = std::snprintf(buffer, short_number_room, "%s%.*se%d", negative ? "-" : "", decimals_read,
                              mantissa.first, static_cast<int>(raised < exponent_max ? raised : exponent_max));

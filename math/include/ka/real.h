@@ -2,8 +2,8 @@
  *
  * REAL values of the interpreter: decimal records (ka/decimal.h) under one fixed error policy. A REAL is never null.
  *
- * Every operation either returns one of the codes below, with a substitute value stored where the true result cannot
- * be, or ends the process: a null operand, or a code of the decimal library that the operation does not expect, is a
+ * Every operation returns one of the codes below, and stores a substitute value if the true result cannot be stored;
+ * or it ends the process: a null operand, or a code of the decimal library that the operation does not expect, is a
  * fatal error (fatal_math_error). A result record may be the same object as an operand. */
 #ifndef KA_REAL_H
 #define KA_REAL_H
@@ -44,12 +44,12 @@ KA_API int m_sgn(const t_DECIMAL *x);
 /* r = -x; zero stays positive. Returns REAL_OK. */
 KA_API int m_chs(const t_DECIMAL *x, t_DECIMAL *r);
 
-/* -1, 0 or +1 as a is below, equal to or above b (deccmp). */
+/* -1, 0 or +1 if a is below, equal to or above b (deccmp). */
 KA_API int m_cmp(const t_DECIMAL *a, const t_DECIMAL *b);
 
 /* r = a + b, a - b, a * b, a / b, with the precision of decadd, decsub, decmul and decdiv. Return REAL_OK; REAL_RANGE
-   with zero stored where the result is too small, or with the largest REAL, signed as the operands say, where it is
-   too large. m_dvd by zero returns REAL_DIVISION_BY_ZERO and stores the largest REAL with the sign of a. */
+   with zero stored if the result is too small, or with the largest REAL, signed as the operands require, if it is too
+   large. m_dvd by zero returns REAL_DIVISION_BY_ZERO and stores the largest REAL with the sign of a. */
 KA_API int m_add(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *r);
 KA_API int m_sub(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *r);
 KA_API int m_mpy(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *r);
@@ -61,9 +61,9 @@ KA_API int m_trunc(const t_DECIMAL *x, int places, t_DECIMAL *r);
 KA_API int m_round(const t_DECIMAL *x, int places, t_DECIMAL *r);
 
 /* Rounds x in place to ndigits significant decimals, 1 or more; 16 and more change no value. Returns REAL_OK, or
-   REAL_RANGE where that leaves the range: then the largest REAL, cut to ndigits decimals, is stored with the sign of
-   x. A null is not refused: without digits, as operations leave it, it becomes zero, with digits it stays null. With
-   0 decimals the result is zero or the next power of ten, and below 0 it is mostly fatal. */
+   REAL_RANGE if that leaves the range: then the largest REAL, cut to ndigits decimals, is stored with the sign of x.
+   A null is not refused: without digits, as operations leave it, it becomes zero, with digits it stays null. ndigits
+   0 gives zero or the next power of ten; a negative ndigits is fatal for most values. */
 KA_API int mkprec(t_DECIMAL *x, int ndigits);
 
 /* Packed storage in length bytes (stdecimal, lddecimal). m_store returns REAL_OK; m_load REAL_OK, or REAL_NULL_FIELD
@@ -97,7 +97,7 @@ KA_API int m_cv_asc(const char *text, int length, t_DECIMAL *r);
 KA_API char *m_ecvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign);
 KA_API char *m_fcvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign);
 
-/* x to at most ndigit significant decimals, zero-terminated in buf: in fixed form where that shows no more than
+/* x to at most ndigit significant decimals, zero-terminated in buf: in fixed form if that shows no more than
    ndigit of them, zeros after the point counted, else as d.dddE+dd. buf needs room for ndigit + 8 characters (at
    least 2). ndigit 0 or less gives the empty string. Returns buf. */
 KA_API char *m_gcvt(const t_DECIMAL *x, int ndigit, char *buf);

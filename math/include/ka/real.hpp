@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What C++ modules would otherwise write again and again around ka/real.h: REALs from and to text, and their order
-// for containers and algorithms. Operations stay those of ka/real.h, since an operator could not give back their
+// Helpers around ka/real.h that C++ modules would otherwise write again and again: REALs from and to text, and their
+// order for containers and algorithms. Operations stay those of ka/real.h, since an operator could not return their
 // status.
 #ifndef KA_REAL_HPP
 #define KA_REAL_HPP
@@ -15,9 +15,9 @@
 
 namespace ka {
 
-// m_cv_asc of text, which may be anything: also empty or blank text gives REAL_NOT_NUMBER with zero stored, and every
-// decimal before the point counts, however many there are. A number becomes the nearest REAL, half away from zero.
-// *exact, unless exact is null, tells whether the REAL is the very number, neither rounded nor a substitute.
+// m_cv_asc of any text: empty or blank text too gives REAL_NOT_NUMBER with zero stored, and every decimal before the
+// point counts, however many there are. A number becomes the nearest REAL, half away from zero.
+// *exact, unless exact is null, becomes true if the REAL is the very number, neither rounded nor a substitute.
 inline int real_from_text(std::string_view text, t_DECIMAL *r, bool *exact = nullptr)
 {
     const int length = static_cast<int>(text.size() <= INT_MAX ? text.size() : 0);
@@ -41,7 +41,7 @@ inline std::string real_to_text(const t_DECIMAL &x)
     return m_gcvt(&x, 2 * DEC_DIGITS, buffer);
 }
 
-// The order of values, for std::sort, std::map and their like. A null operand is fatal.
+// The order of values, for std::sort, std::map and similar. A null operand is fatal.
 struct RealLess {
     bool operator()(const t_DECIMAL &a, const t_DECIMAL &b) const { return m_cmp(&a, &b) < 0; }
 };

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * KA_API marks what leaves a library or a module. Everything is built with hidden visibility; only marked names are
- * seen from outside, also in a module that is itself built with -fvisibility=hidden. */
+ * KA_API marks the names that a library or a module exports. Everything is built with hidden visibility; only marked
+ * names are seen from outside, also in a module that is built with -fvisibility=hidden. */
 #ifndef KA_API_H
 #define KA_API_H
 

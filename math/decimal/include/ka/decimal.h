@@ -2,21 +2,21 @@
  *
  * Decimal arithmetic on small records of base-100 digits. The record is also the interpreter's REAL value.
  *
- * What holds for every operation, unless its own comment says otherwise:
+ * Rules for every operation, unless its own comment says otherwise:
  *  - Value: 0.d1 d2 ... dn * 100^dec_exp, the di being the first n = dec_ndgts bytes of dec_dgts. Only those n bytes
  *    are read; the bytes after them may hold anything.
  *  - Normal form, which every arithmetic result has: first and last digit not 0, at most 8 digits, dec_exp -64 to 63.
  *  - Zero has no digits. The library's own zero is dec_exp 0, dec_pos 1; a zero with dec_pos 0 can come from text.
  *  - Null (no value) is dec_pos 255, and only dec_pos decides.
- *  - A result record may be the same object as an operand. No operation allocates, none keeps state but the digit
- *    strings: dececvt and its kin share one static buffer, which dectoasc uses too, and deccvdbl and deccvflt use
- *    that of the C library's ecvt. Pointers must not be null.
+ *  - A result record may be the same object as an operand. No operation allocates, none keeps state except the digit
+ *    strings: dececvt, decfcvt and decefcvt share one static buffer, which dectoasc uses too, and deccvdbl and
+ *    deccvflt use that of the C library's ecvt. Pointers must not be null.
  *  - Rounding is half away from zero, truncation is toward zero.
  *  - Error bounds are in units of a result's eighth digit: one is at most 1e-14 of the result.
- *    They hold for operands whose first digit is not 0. Zero digits at the end never matter; those in front cost
- *    precision or meaning, but only a broken packed field brings them.
- *  - The digit bytes past dec_ndgts of a result may hold anything. They stay as they were where a result is null, and
- *    in decmul and decdiv where an operand without digits gives the zero.
+ *    They hold for operands whose first digit is not 0. Zero digits at the end never matter; zero digits in front
+ *    cost precision or meaning, but only a broken packed field has them.
+ *  - The digit bytes past dec_ndgts of a result may hold anything. They stay as they were if a result is null, and in
+ *    decmul and decdiv if an operand without digits gives the zero.
  *  - The return value is DEC_OK or one of the negative codes below. On DEC_OVERFLOW and DEC_UNDERFLOW of an operation
  *    that rounds, the result is still written, with its exponent clamped to 63 or -64. */
 #ifndef KA_DECIMAL_H
@@ -90,7 +90,7 @@ KA_API int lddecimal(const void *field, int length, t_DECIMAL *value);
 
 /* result = a + b, rounded to 8 digits from a ninth (guard) digit. Digits of the smaller operand below the guard digit
    are cut off first: a sum of equal signs is off by at most 0.5 units, one of different signs by less than 1, and
-   what needs no more than nine digits is rounded exactly. A zero operand gives the other one unchanged, even an
+   a sum that needs no more than nine digits is rounded exactly. A zero operand gives the other one unchanged, even an
    unnormalised one; a null operand gives null; a cancellation gives the positive zero. Returns DEC_OK, DEC_OVERFLOW
    or DEC_UNDERFLOW. */
 KA_API int decadd(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
@@ -98,8 +98,8 @@ KA_API int decadd(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 /* result = a - b, as decadd of a and b with its sign changed; a zero b gives a unchanged. */
 KA_API int decsub(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 
-/* result = a * b, rounded to 8 digits from a ninth. Parts of the product that lie below the ninth digit are left out
-   one by one: the magnitude is too small by less than 6.5 units or too large by at most 0.5, and exact where the
+/* result = a * b, rounded to 8 digits from a ninth. Parts of the product below the ninth digit are left out one by
+   one: the magnitude is too small by less than 6.5 units or too large by at most 0.5, and exact where the
    operands have no more than 8 digits together. A zero operand gives the positive zero, a null one null. Returns
    DEC_OK, DEC_OVERFLOW or DEC_UNDERFLOW. */
 KA_API int decmul(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
@@ -107,13 +107,13 @@ KA_API int decmul(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 /* result = a / b, from a remainder that is kept to nine digits. Where the digits of a, seen as a fraction, are at
    least those of b, it is rounded from a ninth digit and off by less than 0.7 units. Where they are less it has no
    ninth digit: it is cut off (2 / 3 ends in 6), and off by less than 19 units (searches found 8.2 too large and 5.6
-   too small). All this with one exception: for a divisor whose first digit is 99 the magnitude may, rarely, be up to
-   1e10 units too small (98.99999999999999 / 99.99999999999999 gives 0.989999). A null operand gives null, a zero
+   too small). One exception: for a divisor whose first digit is 99 the magnitude may, rarely, be up to 1e10
+   units too small (98.99999999999999 / 99.99999999999999 gives 0.989999). A null operand gives null, a zero
    dividend the positive zero. Returns DEC_OK, DEC_OVERFLOW or DEC_UNDERFLOW; for a zero divisor DEC_DIVISION_BY_ZERO
    with the positive zero stored. */
 KA_API int decdiv(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
 
-/* -1, 0 or +1 as a is below, equal to or above b; DEC_NOT_COMPARABLE when either is null. Trailing zero digits make
+/* -1, 0 or +1 if a is below, equal to or above b; DEC_NOT_COMPARABLE if either is null. Trailing zero digits make
    no difference, and all zeros are equal. Out of normal form: the exponents decide before leading zero digits are
    seen, and a zero with dec_pos 0 is below every negative value of another exponent. */
 KA_API int deccmp(const t_DECIMAL *a, const t_DECIMAL *b);
@@ -126,11 +126,11 @@ KA_API int decchs(t_DECIMAL *x);
 
 /* Rounds x, in place and exactly, to places decimals after the point; 0 rounds to an integer. The value is right, but
    zero digits may be left at its end. Null stays null (dec_exp and dec_ndgts become 0), and a value that rounds to
-   zero becomes the positive zero. Nothing changes where all digits of x lie within the places. Returns DEC_OK, or
+   zero becomes the positive zero. Nothing changes if all digits of x are within the places. Returns DEC_OK, or
    DEC_NEGATIVE_PLACES with x unchanged. (DEC_OVERFLOW is reserved: no record can be rounded out of range.) */
 KA_API int decround(t_DECIMAL *x, int places);
 
-/* As decround, but truncates, and zero digits at the end of what was cut go. A value below 0.01 keeps two more
+/* As decround, but truncates, and drops zero digits at the end if digits were cut. A value below 0.01 keeps two more
    decimals for every pair of zeros after its point (dec_exp below 0 counts as 0): 0.00012 to 2 places is 0.0001.
    Returns DEC_OK, or DEC_NEGATIVE_PLACES with x unchanged. */
 KA_API int dectrunc(t_DECIMAL *x, int places);
@@ -147,7 +147,7 @@ KA_API char *decfcvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign);
 KA_API char *decefcvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign, int mode);
 
 /* Lays value out in the length characters at field, blank-filled and never terminated: fixed notation with the given
-   places after the point (negative: as many as the value needs) where the integer part fits, else exponent notation,
+   places after the point (negative: as many as the value needs) if the integer part fits, else exponent notation,
    else asterisks. Null leaves the field blank. Returns DEC_OK. */
 KA_API int dectoasc(const t_DECIMAL *value, char *field, int length, int places);
 
@@ -165,8 +165,8 @@ KA_API int deccvint16(int16_t value, t_DECIMAL *result);
 KA_API int deccvint32(int32_t value, t_DECIMAL *result);
 
 /* Record to integer, truncated toward zero; null gives the most negative integer. Returns DEC_OK, or DEC_OVERFLOW
-   with *result unwritten when the integer part is out of range. So it is for a zero with dec_pos 0 and an exponent
-   above 0 other than 5, as the double -0.0 gives one. */
+   with *result unwritten if the integer part is out of range. A zero with dec_pos 0 and an exponent above 0 other
+   than 5 counts as out of range too: the double -0.0 gives such a zero. */
 KA_API int dectoint16(const t_DECIMAL *value, int16_t *result);
 KA_API int dectoint32(const t_DECIMAL *value, int32_t *result);
 
