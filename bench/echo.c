@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * A module that does nothing: what is left is the cost of a call and of its conversions. */
+ * A module that does nothing, so that only the cost of a call and of its conversions is measured. */
 #include <ka/dll_host.h>
 #include <ka/dll_module.h>
 #include <unistd.h>

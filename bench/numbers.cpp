@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What every operation on a decimal and on a REAL costs, beside the same job done with Boost's 16-digit decimal and
+// The cost of every operation on a decimal and on a REAL, next to the same job done with Boost's 16-digit decimal and
 // with a double. Operands vary: 256 pairs of 1 to 8 digits; so do the texts and integers.
 #include <array>
 #include <boost/multiprecision/cpp_dec_float.hpp>
@@ -28,7 +28,7 @@ std::array<int32_t, count> integers;
 std::array<std::array<char, 32>, count> texts;
 std::array<std::array<uint8_t, 9>, count> fields;
 
-// Where the results go: global, so that all of them are written.
+// The results: global, so that all of them are written.
 t_DECIMAL r;
 Other o;
 double d;
@@ -93,7 +93,7 @@ void print(std::optional<double> value)
         std::printf(" %9s", "-");
 }
 
-// The two ratios: the REAL (the decimal where there is none) to the other decimal and to the double.
+// The two ratios: the REAL (the decimal if there is no REAL operation) to the other decimal and to the double.
 template <typename D, typename R, typename O, typename P>
 void row(const char *name, D decimal, R real, O other, P plain)
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The least that two processes can do: SIGUSR2 to and fro with sigwaitinfo and nothing else.
+// The least that two processes can do: SIGUSR2 there and back with sigwaitinfo and nothing else.
 #ifndef BENCH_PING_PONG_H
 #define BENCH_PING_PONG_H
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Nanoseconds of one operation, and a table of them. The packaged benchmark libraries are built for 64 bits only, and
-// the numbers of interest are the 32-bit ones. Figures of different runs or machines are not comparable: every table
-// has a row that the others are ratios of, measured in the same run.
+// the numbers of interest are the 32-bit ones. Figures of different runs or machines are not comparable: in every
+// table the ratios are to one row, measured in the same run.
 #ifndef BENCH_TIMING_H
 #define BENCH_TIMING_H
 
@@ -14,7 +14,7 @@
 
 namespace bench {
 
-// Keeps the compiler from dropping results that are in memory and only the benchmark looks at.
+// Keeps the compiler from dropping results in memory that only the benchmark reads.
 inline void keep_results()
 {
     asm volatile("" : : : "memory");
@@ -43,7 +43,7 @@ double nanoseconds(Operation operation)
 
 class Table {
 public:
-    // The first row is what all ratios are made to, unless a row names its own.
+    // All ratios are to the first row, unless a row names another.
     explicit Table(const std::string &title) { std::printf("%-44s %12s %9s\n", title.c_str(), "ns", "ratio"); }
     void row(const std::string &name, double ns, double to = 0)
     {

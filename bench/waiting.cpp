@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What each way of waiting costs: beside a ping-pong of SIGUSR2 between two bare processes, in programs with other
+// The cost of each way of waiting: next to a ping-pong of SIGUSR2 between two bare processes, in programs with other
 // threads, and when something goes wrong. usage: waiting PATH-OF-ECHO-MODULE
 #include <atomic>
 #include <csignal>
@@ -72,7 +72,7 @@ private:
     std::vector<std::thread> threads_;
 };
 
-// Time from one call to the next of the whole program, with as many threads calling a host each.
+// Time from one call to the next of the whole program, with this number of threads, each with a host of its own.
 double in_threads(int count)
 {
     std::atomic<long> calls{0};
@@ -148,7 +148,7 @@ double death_noticed(int32_t waiting)
     return median(times);
 }
 
-// By how much a call is late that runs into its deadline; the end of the host is part of it.
+// How late a call returns after its deadline; the end of the host process is included.
 double deadline_overrun(int32_t waiting)
 {
     std::vector<double> times;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// A language of four statements that calls native code: how little it takes to embed libkacall. Integers, decimals
-// and strings go by value; &name hands a variable over by reference. A module that crashes is an error of one line,
-// and is started again by the next call. usage: embed SCRIPT DIRECTORY-OF-MODULES
+// A language of four statements that calls native code: this is all the code that embedding libkacall takes.
+// Integers, decimals and strings are passed by value, &name passes a variable by reference. A module that crashes is
+// an error of one line; the next call starts it again. usage: embed SCRIPT DIRECTORY-OF-MODULES
 //
 //     use tour                      starts the module DIRECTORY/tour
 //     name = 2.50                   2 is an INTEGER, 2.50 a REAL, "2" a STRING
@@ -22,7 +22,7 @@ using Words = std::vector<std::string>;
 
 constexpr std::int32_t string_room = 80; // every string variable of the language can become this long
 
-// Words stand between blanks; what stands between quotation marks is one word, which keeps the first mark.
+// Words are separated by blanks; text between quotation marks is one word, which keeps the first mark.
 Words split(const std::string &line)
 {
     Words words;
@@ -39,7 +39,7 @@ template <typename Thing>
 Thing &find(std::map<std::string, Thing> &things, const std::string &name, const char *what)
 {
     const auto found = things.find(name);
-    if (found == things.end()) throw std::runtime_error("there is no " + std::string(what) + ' ' + name);
+    if (found == things.end()) throw std::runtime_error("unknown " + std::string(what) + ' ' + name);
     return found->second;
 }
 
@@ -93,7 +93,7 @@ private:
         if (word.find_first_of(".eE") != std::string::npos) return ka::Decimal(word);
         std::int32_t number = 0;
         const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
-        if (error != std::errc() || *end != '\0') throw std::runtime_error(word + " is no INTEGER");
+        if (error != std::errc() || *end != '\0') throw std::runtime_error(word + " is not an INTEGER");
         return number;
     }
 

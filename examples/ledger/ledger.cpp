@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Amounts of money in C++, exact to the last cent. A function that takes REALs gets doubles of 14 decimals, and what
-// it gives back in a REAL comes from a double again, so these read the decimal records themselves, from text or from
-// the block, and give text.
+// Amounts of money in C++, exact to the last cent. A function that takes REALs gets doubles of 14 decimals, and a
+// REAL that it gives back is made from a double again. So these functions read the decimal records themselves, from
+// text or from the segment, and give text.
 #include <cstring>
 #include <ka/dll_host.h>
 #include <ka/dll_module.h>
@@ -11,8 +11,8 @@
 
 namespace {
 
-// Whole cents, and at most 14 digits before the point: of such amounts a REAL holds every one, so that m_add and
-// m_sub of two are exact when the result is one again.
+// Whole cents, and at most 14 digits before the point: a REAL holds every such amount, so m_add and m_sub of two are
+// exact if the result is such an amount again.
 bool is_amount(const t_DECIMAL &x)
 {
     t_DECIMAL cents;

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
  * A tour in C: every argument kind, strings, a call-back, the scratch area, the trace level, a crash.
- * KaCall receives a function's position in KaFuncList, so the bodies stand in the same order. */
+ * KaCall receives a function's position in KaFuncList, so the bodies are in the same order. */
 #include <ka/dll_codes.h>
 #include <ka/dll_host.h>
 #include <ka/dll_module.h>
@@ -38,7 +38,7 @@ static int32_t scale(void **argv)
     return 0;
 }
 
-/* zString, String: answers 18 when the greeting has no room, and leaves it as it was. */
+/* zString, String: returns 18 when there is no room for the greeting, and leaves the string unchanged. */
 static int32_t greet(void **argv)
 {
     char text[100];
@@ -76,14 +76,14 @@ static int32_t ask(void **argv)
     return 0;
 }
 
-/* No argument: what a caller sees of a crash. */
+/* No argument: shows callers a crash. */
 static int32_t crash(void **argv)
 {
     (void)argv;
     abort();
 }
 
-/* IntByValue: what a caller sees of a function that takes too long. */
+/* IntByValue: shows callers a function that takes too long. */
 static int32_t nap(void **argv)
 {
     sleep((unsigned)*(int32_t *)argv[0]);
