@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Call-backs, and the verdict between a call-back and the end of a call when the block does not tell.
+// Call-backs, and how a call-back is distinguished from the end of a call if the block does not show it.
 #include "caller/hosts.h"
 
 #include <climits>
@@ -53,7 +53,7 @@ TEST_P(CallBacks, many_in_sequence)
     EXPECT_EQ(values[999], 999);
 }
 
-// The answer stands in retcode, and "ask" returns the answer: the block looks as if nothing had happened.
+// The answer is in retcode, and "ask" returns the answer: the block looks as if nothing had happened.
 TEST_P(CallBacks, return_code_equal_to_the_answer_is_the_end_of_the_call)
 {
     Host host(answering([](int32_t value) { return value; }));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the library refuses is what the host would refuse, with the same code, and nothing else: random tables, sound
-// and unsound, and random calls, each made checked and unchecked.
+// The library refuses exactly the calls that the call host would refuse, with the same code: random tables, sound and
+// unsound, and random calls, each made checked and unchecked.
 #include "caller/hosts.h"
 
 #include <algorithm>
@@ -141,7 +141,7 @@ std::string told(const RandomCall &call)
     return text;
 }
 
-// How often each verdict was seen; 0 stands for a call that reached its function.
+// How often each verdict was seen; 0 is a call that reached its function.
 using Verdicts = std::map<int32_t, int>;
 
 void compare(ka_host *checked, ka_host *raw, const RandomCall &call, Verdicts &seen)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Where the host's standard error goes: to the program's own, to a file, into the library's ring. Nothing the module
-// writes, and nobody who does not read, makes the host wait for ever.
+// Where the host's standard error goes: to the program's own, to a file, into the library's buffer. Neither the
+// amount that the module writes, nor a reader that does not read, makes the host wait for ever.
 #include "caller/hosts.h"
 
 #include <csignal>
@@ -35,7 +35,7 @@ static std::string output(ka_host *host, int32_t size = 1 << 16)
     return text;
 }
 
-// What write_errors writes at its end, as much as the ring keeps.
+// The end of the text of write_errors, as much as the buffer keeps.
 static std::string end_of_errors(int32_t bytes, int32_t kept)
 {
     std::string text;

@@ -210,7 +210,7 @@ void Faults::expect_nothing_left(const std::string &where) const
     EXPECT_TRUE(segments_of_creator_vanish(caller)) << where;
 }
 
-// What /proc does not answer costs an error of another number only where nothing else tells how the host stands.
+// A refusal of /proc gives an error of another number only if nothing else shows the state of the host.
 void Faults::expect_told(const std::string &where) const
 {
     for (const Step *step : {&outcome->open, &outcome->call}) {

@@ -110,7 +110,7 @@ TEST_P(Filtered, close_range_leaves_the_ring_and_the_programs_descriptors)
         char text[32];
         if (ka_error_output(host, text, sizeof text) != 16 || std::string(text, 16) != "0000000\n0000001\n") return 3;
         close(ends[1]);
-        if (!is_at_end(ends[0])) return 4; // nobody holds a copy of the other end
+        if (!is_at_end(ends[0])) return 4; // no process holds a copy of the other end
         if (fcntl(ends[0], F_GETFD) == -1) return 5;
         return ka_close(host) == KA_DONE ? 0 : 6;
     });

@@ -10,7 +10,7 @@
 #include <thread>
 #include <unistd.h>
 
-// The exit status of a child that does what it is told: 0 when that was true.
+// The exit status of a child that does the work: 0 when it returned true.
 static int in_child(const std::function<bool()> &work)
 {
     const pid_t child = fork();

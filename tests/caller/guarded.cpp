@@ -24,7 +24,7 @@ static bool give_up_looking()
     return syscall(SYS_capset, &header, rights) == 0;
 }
 
-// What the work returned, done in such a process.
+// Does the work in such a process, and returns its result.
 static std::string without_rights(const std::function<std::string()> &work)
 {
     int report[2];

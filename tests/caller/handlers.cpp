@@ -17,7 +17,7 @@
 
 namespace {
 
-// What the program's handler has seen; written in the handler.
+// Signals that the program's handler has seen; written in the handler.
 struct Seen {
     std::atomic<int> count;
     std::atomic<int> last_value;
@@ -198,7 +198,7 @@ TEST_F(Handlers, one_from_before_gets_every_foreign_signal_with_its_value)
     EXPECT_EQ(seen.mask_missing, 0);
 }
 
-// What stands in the place of the sender's number in the signal of a timer can be the number of a host.
+// In the signal of a timer, the number at the place of the sender's process id can be the number of a host.
 TEST_F(Handlers, one_from_before_gets_signals_that_no_process_has_sent)
 {
     set(detailed_action());

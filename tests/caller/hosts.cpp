@@ -122,7 +122,7 @@ static std::vector<Segment> read_segments()
     return segments;
 }
 
-// What is there before this program is not of its making, whoever had the number of its creator then.
+// Segments from before this program are not its own, even if their creator had the number of this process.
 static const std::vector<Segment> earlier_segments = read_segments();
 
 static std::vector<Segment> all_segments()
@@ -183,7 +183,7 @@ static bool is_asleep(pid_t pid)
     return read_file("/proc/" + std::to_string(pid) + "/status").find("\nState:\tS") != std::string::npos;
 }
 
-// What is pending is looked at first: a host that has been signalled shows the mask of its wait until it runs.
+// Pending signals are read first: a host that has been signalled shows the mask of its wait until it runs.
 bool becomes_idle(pid_t pid)
 {
     const uint64_t idle = signal_bit(SIGINT) | signal_bit(SIGUSR1) | signal_bit(SIGIO) | signal_bit(SIGALRM);

@@ -87,7 +87,7 @@ struct File {
     std::string path;
 };
 
-// What depends on the layout.
+// Tests that depend on the layout.
 class LayoutTest : public testing::Test {
 protected:
     virtual int32_t layout_in_use() const = 0;

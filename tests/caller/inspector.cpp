@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Inspectors: called when a host dies by a signal or hangs, and in nobody's way otherwise.
+// Inspectors: called when a host dies by a signal or hangs, and without effect otherwise.
 #include "caller/hosts.h"
 
 #include <chrono>

@@ -91,7 +91,7 @@ struct Started {
     int segment;
 };
 
-// A caller in a process of its own, which tells its host's process id and then makes a call of function, or none.
+// A caller in a process of its own, which writes its host's process id and then makes a call of function, or none.
 // Orphans come to this process, so that their end can be waited for.
 static Started start_caller(const char *function, bool in_callback)
 {
@@ -345,7 +345,7 @@ TEST(CallerDeath, at_every_system_call_leaves_nothing_of_a_host_that_waits_fast)
     kill_caller_at_every_system_call(KA_WAIT_FAST);
 }
 
-// Lets the traced caller run until it has a child, and both stand still: the child is traced from its birth on.
+// Lets the traced caller run until it has a child, and both are stopped: the child is traced from its birth on.
 static pid_t trace_child_of(pid_t caller)
 {
     int status = 0;

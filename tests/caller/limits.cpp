@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What does not fit, what is malformed or out of turn, and what a hostile module leaves in the block.
+// Calls that do not fit, malformed values, functions out of turn, and values that a hostile module leaves in the
+// segment.
 #include "caller/hosts.h"
 
 #include <limits>
@@ -168,7 +169,7 @@ TEST(CallArguments, string_elements_outside_the_array_are_refused)
     EXPECT_EQ(ka_get_string(host, 1, 0, text, -1, &length), KA_ARGUMENT);
 }
 
-// A zString reads a length where the first element would be. What an earlier call left there must not be taken for
+// A zString reads a length where the first element would be. Bytes of an earlier call there must not be taken for
 // one.
 TEST_P(CallLimits, no_strings_at_all_are_an_empty_zstring)
 {

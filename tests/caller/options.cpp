@@ -89,6 +89,14 @@ TEST(Options, bad_values_are_named)
     EXPECT_EQ(refusal([](ka_options &o) { o.trace_level = 5; }), "trace_level is 5; it must be 0 to 4");
 }
 
+TEST(Options, smallest_segment_is_the_scratch_area_and_1680_bytes)
+{
+    EXPECT_EQ(refusal([](ka_options &o) { o.segment_bytes = o.scratch_bytes + 1679; }),
+              "a segment of 67215 bytes has no room for the block and a scratch area of 65536 bytes");
+    Host host([](ka_options &options) { options.segment_bytes = options.scratch_bytes + 1680; });
+    EXPECT_EQ(ka_begin(host, "nothing"), KA_TOO_BIG);
+}
+
 TEST(Options, segment_of_any_size_serves)
 {
     for (int32_t size : {70000, 70001, 70003, 1 << 24}) {

@@ -9,7 +9,7 @@
 class OverwrittenHeader : public EveryWay {};
 IN_EVERY_WAY(OverwrittenHeader);
 
-// Without its caller's number the host cannot reply, and ends in order: nothing else tells why.
+// Without its caller's number the host cannot reply, and ends in order: nothing else shows why.
 TEST_P(OverwrittenHeader, is_told_of_a_host_that_cannot_reply)
 {
     Host host(layout());

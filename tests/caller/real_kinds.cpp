@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What comes of a REAL of 14, 15 and 16 decimals in every kind of argument: the table of the module guide, measured.
+// The results of a REAL of 14, 15 and 16 decimals in every kind of argument: the table of the module guide, measured.
 #include "caller/hosts.h"
 
 #include <fstream>
@@ -38,7 +38,7 @@ std::vector<Row> table(const std::string &first_cell)
 
 class RealKinds : public BothLayouts {
 protected:
-    // What the function writes of the number.
+    // The number as the function writes it.
     std::string shown(const char *function, const std::string &number)
     {
         ka_begin(host_, function);
@@ -48,7 +48,7 @@ protected:
         return string(host_, 2, 0);
     }
 
-    // What comes back of the number, which a function that stores gets as text too.
+    // The number as it comes back; a function that stores gets it as text too.
     std::string given_back(const char *function, const std::string &number, bool with_text)
     {
         ka_begin(host_, function);

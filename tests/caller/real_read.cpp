@@ -78,7 +78,7 @@ TEST(RealRead, tells_rounding_from_exactness)
     for (const char *exact : {"0", "-0.000", "1", "100", "0.1", "1234567890123456", "1234567890123456.000000000000",
                               "0.999999999999999900", "12345678901234.56e-20"})
         EXPECT_EQ(read(exact).exact, 1) << exact;
-    // The same count of decimals, but the point stands between the two of a pair.
+    // The same count of decimals, but the point is between the two of a pair.
     EXPECT_EQ(read("9.999999999999999").exact, 0);
     EXPECT_EQ(read("99.99999999999999").exact, 1);
     EXPECT_EQ(read("1.0000000000000000000000000000000000000000000001").exact, 0);

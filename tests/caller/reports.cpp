@@ -26,7 +26,7 @@ static std::string report_text(ka_host *host)
     return text ? text : "";
 }
 
-// What varies from run to run is replaced.
+// Replaces the parts that vary from run to run.
 static std::string without_numbers_of_the_run(std::string text)
 {
     text = std::regex_replace(text, std::regex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}\\.[0-9]{3}Z"), "TIME");

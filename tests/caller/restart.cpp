@@ -150,7 +150,7 @@ TEST_P(Restart, follows_a_cancellation)
     close(event);
 }
 
-// ---- Pauses: only ever longer than said, so lower bounds can be told -------------------------------------------
+// ---- Pauses: only ever longer than asked for, so lower bounds can be tested ------------------------------------
 
 TEST(RestartPause, at_once_waits_for_the_next_call_when_it_is_too_soon)
 {

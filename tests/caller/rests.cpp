@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// When a host counts as being at rest. The states between two waits of a host last microseconds; here they stand in a
+// When a host counts as being at rest. The states between two waits of a host last microseconds; here they are in a
 // file of the same form, one after the other.
 #include "doorbell/rest.h"
 #include "host/owned.h"
@@ -30,7 +30,7 @@ struct State {
     uint64_t caught = bit(SIGUSR2);
 };
 
-// What the looks at a host find that has just been signalled.
+// The findings about a host that has just been signalled.
 class Rests : public testing::Test {
 protected:
     Rests() : host_(static_cast<ka_host *>(calloc(1, sizeof(ka_host))), free)

@@ -83,7 +83,7 @@ TEST_P(SeveralHosts, one_that_dies_inside_a_callback_of_another_leaves_that_one_
     EXPECT_EQ(call_with(*host, "ask", 2), 2);
 }
 
-// A signal to another host that has nobody waiting is answered by a refusal, which arrives in the midst of the calls.
+// Another host, for which no thread waits, answers a signal with a refusal, which arrives during the calls.
 TEST_P(SeveralHosts, unasked_reply_of_one_is_no_reply_of_another)
 {
     const auto noisy = open();

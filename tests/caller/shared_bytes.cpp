@@ -21,7 +21,7 @@ protected:
     {
     }
     ~SharedBytes() override { shmdt(base); }
-    // Where element 0 of an argument of the call that is being built lies.
+    // The address of element 0 of an argument of the call that is being built.
     char *bytes_of(int32_t argument) const
     {
         ka_descriptor descriptor = {};

@@ -157,7 +157,7 @@ TEST(Start, status_of_a_failed_start_after_the_host_was_seen_waiting_is_a_death)
     EXPECT_EQ(ka_last_error(host)->retry, KA_RETRY_YES);
 }
 
-// What was seen of the process before says nothing of it.
+// Observations of the process before say nothing about it.
 TEST(Start, status_2_of_a_host_that_is_started_again_is_a_failed_start)
 {
     Host host([](ka_options &options) {
@@ -227,7 +227,7 @@ TEST(Start, close_right_after_the_start_ends_a_module_that_sets_up)
     EXPECT_EQ(kill(pid, 0), -1);
 }
 
-// ---- What is inherited -----------------------------------------------------------------------------------------
+// ---- Inheritance -----------------------------------------------------------------------------------------------
 
 struct Signals {
     Signals()

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// SIGUSR2 that nobody ordered: at the caller and at the host.
+// SIGUSR2 that neither side sent: at the caller and at the host.
 #include "caller/hosts.h"
 
 #include <atomic>
@@ -82,8 +82,8 @@ TEST_P(Strays, at_the_caller_while_the_function_sleeps_do_not_end_the_call)
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
 }
 
-// The host answers each with a refusal, for there is no call in the block. The function counts its calls, so that one
-// that was repeated shows.
+// The host answers each with a refusal, for there is no call in the block. The function counts its calls, so that a
+// repeated one is noticed.
 TEST_P(Strays, at_an_idle_host_repeat_no_call)
 {
     Host host(layout());

@@ -9,7 +9,7 @@
 #include "caller/waiting.h"
 #include "ka/dll_module.h"
 
-// "add(a:1 b:1 sum:2)", a minimum behind the kind where there is one.
+// "add(a:1 b:1 sum:2)", a minimum after the kind if there is one.
 static std::string text_of(const ka_function &function)
 {
     std::string text;

@@ -70,7 +70,7 @@ std::string described(int fd)
            std::to_string(status.st_size) + "\n" + read_file("/proc/self/fdinfo/" + std::to_string(fd));
 }
 
-// What a program has opened under all numbers that the library may have had before.
+// Files that a program has opened under all numbers that the library may have had before.
 class OwnDescriptors {
 public:
     OwnDescriptors(int turn, pid_t bystander)
@@ -239,7 +239,7 @@ TEST_P(TakenDescriptors, are_left_alone_by_what_is_asked_between_calls)
     }
 }
 
-// A program that takes fixed numbers for its own, or closes from a number on that lies between the library's.
+// A program that takes fixed numbers for its own, or closes from a number on that is between the library's.
 TEST_P(TakenDescriptors, one_by_one_or_from_one_on_are_left_alone_and_the_host_answers_on)
 {
     for (size_t taken = 0; taken < 5; taken++) {

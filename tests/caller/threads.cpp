@@ -205,7 +205,7 @@ TEST(Threads, fork_while_others_call_leaves_the_child_usable)
         caller.join();
 }
 
-// What cancels a thread waits until the function that the thread is in returns.
+// A cancellation of a thread takes effect when the function that the thread is in returns.
 TEST(Threads, cancelled_in_a_call_finish_it)
 {
     static int32_t status;

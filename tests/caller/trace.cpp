@@ -52,7 +52,7 @@ TEST(TraceOfProcess, is_read_and_set_whatever_the_module_is_like)
     }
 }
 
-// At a fixed address the variable lies in the program, not where the library defines it.
+// At a fixed address the variable is in the program, not where the library defines it.
 TEST(TraceOfProcess, reaches_the_variable_that_the_module_sees)
 {
     for (const char *name : {"level", "level_fixed"}) {
@@ -78,7 +78,7 @@ TEST(TraceOfProcess, module_whose_file_is_gone_is_traced_like_any)
     EXPECT_EQ(set_level(ka_pid(host), nullptr).old, 1);
 }
 
-// ---- What is no host -------------------------------------------------------------------------------------------
+// ---- Processes that are not hosts ------------------------------------------------------------------------------
 
 struct Child {
     explicit Child(const std::function<void()> &work) : pid(fork())
@@ -148,7 +148,7 @@ TEST(TraceOfProcess, process_of_another_user_is_left_alone)
 
 // ---- The library's own hosts -----------------------------------------------------------------------------------
 
-// Standard error of this process and of the hosts that it starts meanwhile goes to a file.
+// Sends standard error of this process, and of hosts that it starts, to a file.
 struct CaughtErrors {
     CaughtErrors() : file("", 0600), before(dup(2))
     {

@@ -11,8 +11,8 @@
 #include <string>
 #include <thread>
 
-// Empty when there is no such file. A file of a process that ends meanwhile cannot be read any more: iterators over
-// the stream would throw then.
+// Empty when there is no such file. A file of a process that ends during the reading cannot be read any more:
+// iterators over the stream would throw then.
 inline std::string read_file(const std::string &path)
 {
     std::ifstream file(path);

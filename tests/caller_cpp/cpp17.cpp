@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Compiled as C++17: the header is the first include, so it stands alone, and every member is used.
+// Compiled as C++17: the header is the first include, so it must compile alone, and every member is used.
 #include "ka/caller.hpp"
 
 #include <array>

@@ -102,7 +102,7 @@ TEST(CppError, text_that_is_no_real_is_named)
     }
 }
 
-// A name must not pass for what stands before a zero in it.
+// A name must not be taken for the part before a zero in it.
 TEST(CppError, function_name_is_taken_whole)
 {
     ka::Host host(tasks_module);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Binary conversions beside their vectors: limits, bytes, the workers behind the public operations.
+// Binary conversions, besides their vectors: limits, bytes, the workers of the public operations.
 #include <climits>
 #include <cmath>
 #include <gtest/gtest.h>

@@ -37,7 +37,7 @@ static Pair close_pair(Draw &draw)
     return draw.one_in(2) ? Pair(a, b) : Pair(b, a);
 }
 
-// Large digits behind a small first one: the most is left out of such products and quotients.
+// Large digits after a small first one: the most is left out of such products and quotients.
 static Pair heavy_pair(Draw &draw)
 {
     auto [a, b] = draw.pair(normal_only);
@@ -76,7 +76,7 @@ TEST(Decadd, is_within_its_error_bounds)
     }
 }
 
-// No digit of either operand lies below the ninth place of the larger one.
+// No digit of either operand is below the ninth place of the larger one.
 static bool fits_nine_places(const t_DECIMAL &a, const t_DECIMAL &b)
 {
     const int top = std::max(a.dec_exp, b.dec_exp);

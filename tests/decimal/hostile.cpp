@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Records that no operation makes: digit counts above 8 and below 0, exponents, sign bytes and digits of any kind.
-// What comes out is not defined, but every call must come back, and must neither read nor write past what it was
-// given: the records stand alone on the heap, so that the sanitizers see it, and results stand between guard bytes.
+// The results are not defined, but every call must return, and must neither read nor write past its operands: each
+// record is alone on the heap, so that the sanitizers see it, and results are between guard bytes.
 #include <algorithm>
 #include <climits>
 #include <cmath>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the laws of the operations are written with.
+// Helpers in which the laws of the operations are written.
 #pragma once
 
 #include <string>

@@ -73,7 +73,7 @@ TEST(Decdiv, digit_bytes_past_the_digits_are_not_read)
     garbage_makes_no_difference<decdiv>("1:+:1,50");
 }
 
-// What the operation makes of 6 and 4 (or of 6 twice) when the result is the first, the second or both operands.
+// The result of the operation for 6 and 4 (or for 6 twice) when the result is the first, the second or both operands.
 template <auto operation>
 static void result_may_be_an_operand(const char *apart, const char *of_one)
 {

@@ -12,7 +12,7 @@ using namespace harness;
 
 class Accessors : public testing::TestWithParam<Layout> {
 protected:
-    // What the function is told.
+    // The answers that the function gets.
     std::string told(const std::string &function, const std::vector<Argument> &arguments,
                      const std::vector<Step> &script)
     {

@@ -13,7 +13,7 @@ namespace {
 // The values of elcnt elements, three at most; types without values get integers as data.
 Argument values_of_type(int32_t type, int32_t elcnt)
 {
-    const size_t data = elcnt == 0 ? 1 : static_cast<size_t>(elcnt); // a value lies there in any case
+    const size_t data = elcnt == 0 ? 1 : static_cast<size_t>(elcnt); // a value is there in any case
     const auto first = [data](auto all) {
         all.resize(data);
         return all;

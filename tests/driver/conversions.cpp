@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a function receives for particular values. Every test writes its expectation out; the systematic part is in
+// The arguments of a function for particular values. Every test writes its expectation out; the systematic part is in
 // cells.cpp.
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@ using namespace harness;
 
 const std::vector<Step> look = {step(SEE)};
 
-// What the function finds for its one argument.
+// The one argument as the function gets it.
 std::string received(Session &session, const std::string &function, const Argument &argument)
 {
     EXPECT_EQ(session.call(function, {argument}, look), 0);

@@ -91,7 +91,7 @@ TEST_F(Refusals, function_without_prototypes_takes_no_argument)
 
 TEST_F(Refusals, negative_number_of_prototypes)
 {
-    // Without arguments the first prototype behind the table's index decides.
+    // Without arguments the first prototype at the table's index decides.
     EXPECT_EQ(call("minus"), KA_WRONG_COUNT);
     EXPECT_EQ(call("minus_var_arg"), called);
     EXPECT_EQ(call("minus", {integer(1)}), KA_WRONG_COUNT);

@@ -12,7 +12,7 @@ using namespace harness;
 
 class DumpValue : public testing::Test {
 protected:
-    // What is written for the value that the function receives.
+    // The text written for the value that the function receives.
     std::string dump(int32_t code, int32_t count, const std::string &function, const Argument &argument)
     {
         EXPECT_EQ(session_.call(function, {argument}, {step(DUMP, code, count)}), 0);

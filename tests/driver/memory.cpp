@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a call asks of the heap, and when it is given back. The module counted writes every request and release into
+// A call's requests to the heap, and when they are freed. The module counted writes every request and release into
 // the segment.
 #include <gtest/gtest.h>
 
@@ -128,7 +128,7 @@ protected:
         EXPECT_EQ(frees_, 0);
     }
 
-    // What a further call frees.
+    // The memory that a further call frees.
     int32_t freed_by(const std::string &function, const std::vector<Argument> &arguments = {})
     {
         requests(function, arguments);

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 //
-// What a call must do, computed on a copy of the block in the test's own process: an independent, slow account of
-// matching, conversion and giving back. It knows the functions' tables and the steps SEE, EDIT, RETURN and CALL_BACK.
+// The effects that a call must have, computed on a copy of the block in the test's own process: an independent, slow
+// account of matching, conversion and giving back. It knows the functions' tables and the steps SEE, EDIT, RETURN and
+// CALL_BACK.
 //
 // REAL values must have at most 14 significant decimals, so that none is rounded on its way to a double. Those that
-// go back must lie between 1e-20 and 1e20: there the C library's conversion of a double, doubled or not, gives the
+// go back must be between 1e-20 and 1e20: there the C library's conversion of a double, doubled or not, gives the
 // decimal value itself.
 #ifndef TESTS_DRIVER_MODEL_H
 #define TESTS_DRIVER_MODEL_H
@@ -20,11 +21,11 @@ namespace driver {
 struct Outcome {
     int32_t code = 0;                 // what retcode must be
     bool called = false;              // whether the function runs
-    std::string said = {};            // what it tells
+    std::string said = {};            // what it writes
     std::vector<int32_t> cbvals = {}; // of its call-backs
 };
 
-// block: the block as it is before the call; afterwards as it must be behind it, what the function says in a scratch
+// block: the block as it is before the call; afterwards as it must be after it, what the function says in a scratch
 // area left out.
 Outcome predict(Block &block, const std::vector<Step> &script, const std::vector<int32_t> &answers = {});
 

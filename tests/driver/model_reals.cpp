@@ -11,7 +11,7 @@
 namespace driver {
 namespace {
 
-// The decimals behind the point of 0.ddd * 10^(2 dec_exp).
+// The decimals after the point of 0.ddd * 10^(2 dec_exp).
 std::string decimals_of(const t_DECIMAL &real)
 {
     std::string text;

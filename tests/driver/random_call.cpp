@@ -56,7 +56,7 @@ std::string RandomCalls::text()
     return made;
 }
 
-// In normal form or zero; digit bytes behind the last hold anything.
+// In normal form or zero; digit bytes after the last hold anything.
 t_DECIMAL RandomCalls::real()
 {
     t_DECIMAL made = {};

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What a function of the module driver does in a call: the steps that the test leaves in the segment, between the
-// descriptors and the data. Every function performs them; it changes nothing else in the segment.
+// The actions of a function of the module driver in a call: the steps that the test leaves in the segment, between
+// the descriptors and the data. Every function performs them; it changes nothing else in the segment.
 #ifndef TESTS_DRIVER_SCRIPT_H
 #define TESTS_DRIVER_SCRIPT_H
 
@@ -25,11 +25,11 @@ enum Op : int32_t {
     SET_LENGTH,    //  slot        element      length  of a string record
     SET_TEXT,      //  slot        element      -       of a string record, by str2KaStr; writes its result
     ROOM,          //  slot        -            -       writes how large the slot's buffer is
-    FUNCTION_INFO, //  -           -            -       writes what KaFuncInfo tells
-    INFO_AT,       //  x           -            -       writes what KaArgInfo(x) tells
+    FUNCTION_INFO, //  -           -            -       writes what KaFuncInfo says
+    INFO_AT,       //  x           -            -       writes what KaArgInfo(x) says
     INFO_OF,       //  slot        bytes        -       the same for the slot's pointer, moved by bytes
     INFO_NULL,     //  slot        -            -       the same for a null pointer, while the slot is null
-    SAME_INFO,     //  x           y            -       writes what KaArgInfo(x) tells after KaArgInfo(y) was asked
+    SAME_INFO,     //  x           y            -       writes what KaArgInfo(x) says after KaArgInfo(y) was asked
     SET_POINTER, //  slot        value        -       the slot's pointer itself, of a slot that nothing was allocated
                  //  for
     BUFFER,      //  -           -            -       standard error is kept in a buffer from now on
@@ -49,7 +49,7 @@ struct Script {
     Step steps[40];
 };
 
-// What the module counted writes: the heap's requests since the test cleared it.
+// The record of the module counted: the heap's requests since the test cleared it.
 struct HeapCount {
     int32_t requests; // buffers asked for and given
     int32_t frees;

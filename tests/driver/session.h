@@ -55,9 +55,9 @@ public:
     void prepare(std::string_view function, const std::vector<Argument> &arguments = {},
                  const std::vector<Step> &script = {});
 
-    // What host and function have written on standard error since this was asked last.
+    // The text of host and function on standard error since this was called last.
     std::string output();
-    // Where the host has attached the segment, as the kernel tells.
+    // Where the host has attached the segment, as the kernel reports.
     uint32_t host_address() const;
     // Offset of the segment's byte that an argument's value begins at.
     int32_t at(int argument) const { return block.offset_of(block.get(argument, Arg::ptr)); }

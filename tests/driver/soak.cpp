@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Many random calls of one host against the model: return codes, what the function received, every byte of the block
-// behind each call, no signal lost or too many, and memory that does not grow. KA_SEED repeats a run, KA_CALLS sets
+// after each call, no signal lost or too many, and memory that does not grow. KA_SEED repeats a run, KA_CALLS sets
 // the number of calls.
 #include <gtest/gtest.h>
 

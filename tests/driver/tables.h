@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The functions of the module driver, one row each with its prototypes, as the module and the tests see them. The row
-// number is the function's index; its first prototype stands at index row * row_prototypes of the flat table.
+// number is the function's index; its first prototype is at index row * row_prototypes of the flat table.
 #ifndef TESTS_DRIVER_TABLES_H
 #define TESTS_DRIVER_TABLES_H
 

@@ -122,7 +122,7 @@ TEST_P(TraceBlock, string_of_a_damaged_length_ends_with_the_segment)
     }
 }
 
-// Without a zero byte as well, which the last page behind the segment has none of either.
+// Without a zero byte as well; the last page after the segment has none either.
 TEST_P(TraceBlock, string_of_negative_length_ends_with_the_segment)
 {
     session_.prepare("zString", {string("ab")});
@@ -169,7 +169,7 @@ TEST_P(TraceBlock, only_the_first_element_is_shown)
 TEST_P(TraceBlock, offsets_count_from_the_name)
 {
     session_.prepare("VarArg", {integer(1), integer(2)});
-    // The name moves behind the arguments.
+    // The name moves to after the arguments.
     const int32_t behind = data_offset + 8000;
     std::memcpy(session_.block.at(behind), session_.block.at(session_.at(0)), 16);
     session_.block.set(0, Arg::ptr, session_.block.address(behind));

@@ -169,7 +169,7 @@ TEST(TraceRefusals, unknown_name_is_shown_in_its_length)
     session.block.store(session.at(0), 6);
     EXPECT_EQ(session.host.call(), 7);
     EXPECT_EQ(session.output(), "undefined function name: \"nonesu\"\n");
-    // A negative length shows what stands there up to a zero byte.
+    // A negative length shows the bytes there up to a zero byte.
     session.prepare(std::string_view("none\0such", 9));
     session.block.store(session.at(0), -1);
     EXPECT_EQ(session.host.call(), 7);

@@ -127,7 +127,7 @@ TEST(Trace, indexes_are_two_places_wide_or_wider)
     EXPECT_EQ(trace(2, "IntArray", {integers(values)}), called("IntArray", 1, lines));
 }
 
-// The values are shown as they lie in the block, word after word, whatever the distance between the elements.
+// The values are shown as they are in the segment, word after word, whatever the distance between the elements.
 TEST(Trace, integers_apart_are_shown_word_by_word)
 {
     EXPECT_EQ(trace(2, "IntArray", {integers({1, 2, 3}).spaced(2)}),

@@ -20,7 +20,7 @@ inline std::string trace(int level, const std::string &function, const std::vect
     return session.output();
 }
 
-// What a call of a function that returns 0 shows at level 2, given the lines of its values.
+// The trace at level 2 of a call of a function that returns 0, given the lines of its values.
 inline std::string called(const std::string &function, int argc, const std::string &before,
                           const std::string &after = "")
 {

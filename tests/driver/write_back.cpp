@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What goes back to the caller after the function has returned.
+// The values that go back to the caller after the function has returned.
 #include <gtest/gtest.h>
 
 #include <cmath>

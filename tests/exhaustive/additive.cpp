@@ -89,7 +89,7 @@ TEST(AllPairs, two_digits_against_one_and_two)
     }
 }
 
-// Every ninth digit over every eighth one, behind a run of 99s of every length, with and without a carry in front.
+// Every ninth digit over every eighth one, after a run of 99s of every length, with and without a carry in front.
 TEST(AllPairs, guard_digit_over_runs_of_99)
 {
     for (int guard = 0; guard < base; guard++) {

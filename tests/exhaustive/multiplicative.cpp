@@ -51,7 +51,7 @@ static t_DECIMAL two_digits(int whole)
     return x;
 }
 
-// The record of the digits, of which exp stand before the point; nine of them are rounded to eight.
+// The record of the digits, of which exp are before the point; nine of them are rounded to eight.
 struct Digits {
     int exp;
     int count;
@@ -81,7 +81,7 @@ static Digits whole_digits(uint32_t whole, int exp)
     return digits;
 }
 
-// Long division. Down to the eighth digit it is exact. At the ninth the divisor's second digit lies below the last
+// Long division. Down to the eighth digit it is exact. At the ninth the divisor's second digit is below the last
 // place: the digit is guessed, what the guess takes there is cut off, and stays taken when the guess is too large.
 static Digits quotient_digits(int a, int b)
 {

@@ -56,7 +56,7 @@ TEST(AllFields, values_that_fit_come_back)
     const std::vector<std::vector<int>> digits = patterns();
     for (int exp = DEC_EXP_MIN; exp <= DEC_EXP_MAX; exp++) {
         for (const int pos : {DEC_NEGATIVE, DEC_POSITIVE}) {
-            // This one byte stands for null.
+            // This one byte means null.
             if (exp == DEC_EXP_MAX && pos == DEC_NEGATIVE) continue;
             for (const std::vector<int> &run : digits) {
                 const t_DECIMAL x = record(exp, run.empty() ? DEC_POSITIVE : pos, run);

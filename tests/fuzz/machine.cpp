@@ -50,7 +50,7 @@ static void expect_others_kept(Machine &m, const Machine &before, const Operatio
     }
 }
 
-// Carries the program out to its end or its first mistake, and tells of each step to the follower.
+// Carries the program out to its end or its first mistake, and reports each step to the follower.
 template <typename Follower>
 static Machine run(const Bytes &input, Follower follower)
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a step of a program can be: every operation of the decimal library and of the REAL layer.
+// The possible steps of a program: every operation of the decimal library and of the REAL layer.
 #include <algorithm>
 #include <climits>
 #include <cmath>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What bytes can be tried as. Each answers an empty string where the library did what the model says, else a text for
+// The ways to try bytes. Each returns an empty string if the library did what the model says, else a text for
 // people: what was run, what was expected, what came.
 #pragma once
 

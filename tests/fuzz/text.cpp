@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Any characters as a number, any bytes as a packed field. The first byte of the input chooses what stood in the
-// result before; 255 also asks for a negative length. The field stands alone on the heap, for the sanitizer.
+// Any characters as a number, any bytes as a packed field. The first byte of the input chooses the value of the
+// result before; 255 also asks for a negative length. The field is alone on the heap, for the sanitizer.
 #include <algorithm>
 
 #include "fuzz/machine.h"
@@ -34,7 +34,7 @@ static void try_m_cv_asc(Machine &m, const std::vector<char> &field, const t_DEC
     m.expect("m_cv_asc result", result, expected->value);
 }
 
-// A byte of 100 or more is no digit: then the header alone is known.
+// A byte of 100 or more is not a digit: then the header alone is known.
 static void try_load(Machine &m, const Bytes &field, const t_DECIMAL &before)
 {
     if (field.empty()) return;

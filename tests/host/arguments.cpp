@@ -44,7 +44,7 @@ int32_t place_one(Block &block, int i, const Argument &argument, int32_t offset)
         const std::string &element = argument.elements[k];
         std::copy(element.begin(), element.end(), block.at(offset + 4 * argument.elsz * static_cast<int32_t>(k)));
     }
-    const int32_t end = offset + data_size(argument) + 8; // 8: at least one word of filler behind each value
+    const int32_t end = offset + data_size(argument) + 8; // 8: at least one word of filler after each value
     return (end + 7) / 8 * 8;
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Arguments as values, placed in a block of any layout and read back from it after the call. What place() writes can
-// be changed by hand before the call: descriptors through Block::set, data through Block::store.
+// Arguments as values, placed in a block of any layout and read back from it after the call. The output of place()
+// can be changed by hand before the call: descriptors through Block::set, data through Block::store.
 #ifndef TESTS_HOST_ARGUMENTS_H
 #define TESTS_HOST_ARGUMENTS_H
 
@@ -48,11 +48,11 @@ inline constexpr int32_t data_offset = 4096;
 inline constexpr char filler = '\xA5';
 
 // Writes argc, the descriptors and the data of a call: the name (descriptor 0) and the arguments. Throws when the
-// data does not fit below limit (0: the end of the segment). Returns the offset of the first byte behind the data.
+// data does not fit below limit (0: the end of the segment). Returns the offset of the first byte after the data.
 int32_t place(Block &block, std::string_view function, const std::vector<Argument> &arguments = {},
               int32_t limit = 0);
 
-// What descriptor i describes now.
+// The values that descriptor i describes now.
 std::vector<int32_t> integers_of(const Block &block, int i);
 std::vector<std::string> strings_of(const Block &block, int i);
 std::vector<t_DECIMAL> decimals_of(const Block &block, int i);

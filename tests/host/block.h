@@ -14,7 +14,7 @@
 
 namespace harness {
 
-// What stands behind the identifier on the command line: nothing, ":32" (the same block) or ":64".
+// The text after the identifier on the command line: nothing, ":32" (the same block) or ":64".
 enum class Layout { native, layout_32, layout_64 };
 void PrintTo(Layout layout, std::ostream *out); // how GoogleTest shows it
 

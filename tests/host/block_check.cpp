@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the host checks about the block when it starts, and that it checks nothing of it later.
+// The host's checks of the block when it starts, and that it makes none later.
 #include <gtest/gtest.h>
 
 #include "host/probe.h"

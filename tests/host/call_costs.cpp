@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a call and a call-back cost in system calls. More of them is slower for everybody: think twice.
+// The cost of a call and of a call-back in system calls. More of them make every call slower: think twice.
 #include <gtest/gtest.h>
 
 #include "host/host_process.h"

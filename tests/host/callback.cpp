@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Call-backs: the value on its way out, the answer on its way in, and what the wait leaves behind.
+// Call-backs: the value on its way out, the answer on its way in, and the state after the wait.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -139,7 +139,7 @@ TEST(Callback, an_ignored_call_signal_is_ignored_again_afterwards)
     host.leave();
 }
 
-// Let in by the call-back, and still let in behind it: there the signal ends the host at once.
+// Let in by the call-back, and still let in after it: there the signal ends the host at once.
 TEST(Callback, leaves_sigusr1_unblocked)
 {
     Block block;

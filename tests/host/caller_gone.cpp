@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Callers that are gone when the host signals them, and numbers that are no process.
+// Callers that are gone when the host signals them, and numbers that no process has.
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>

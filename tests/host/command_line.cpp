@@ -72,7 +72,7 @@ INSTANTIATE_TEST_SUITE_P(CommandLine, Refused,
                          testing::Values(":16", ":96", ":1", ":31", ":33", ":63", ":65", ":128", ":-64", ":-32",
                                          ":-1", ":16:64", ":320", ":4294967360", ":99999999999999999999"));
 
-// What a module's constructors left for the exit is done, whatever the error.
+// The exit handlers of a module's constructors run, whatever the error.
 TEST(CommandLine, start_up_errors_leave_through_exit)
 {
     Block good, bad_magic, bad_version;

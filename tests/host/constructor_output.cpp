@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What a module's static constructors print before main closes its descriptors: it arrives where that neither waits
-// nor kills, and never lands in a file that has got the number since.
+// The output of a module's static constructors before main closes its descriptors: it arrives if that neither waits
+// nor kills, and never in a file that has got the number since.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -43,7 +43,7 @@ std::string content(const std::string &path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// What can be read without waiting.
+// The bytes that can be read without waiting.
 std::string available(int fd)
 {
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);

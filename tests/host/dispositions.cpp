@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a host makes of the signal actions that it inherits: seen in /proc, and felt.
+// A host's changes to the signal actions that it inherits: as /proc shows them, and in their effects.
 #include <gtest/gtest.h>
 
 #include "host/probe.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The harness itself: what it writes it reads back, it sees a host that dies, and it leaves nothing behind.
+// The harness itself: it reads back what it writes, it sees a host that dies, and it leaves nothing over.
 #include <gtest/gtest.h>
 #include <sys/shm.h>
 

@@ -61,7 +61,7 @@ public:
     void stop();
     void resume() { ring(SIGCONT); }
 
-    // What the host has written on standard error; all of it once it has ended.
+    // The host's standard error so far; all of it once the host has ended.
     const std::string &errors();
 
     std::set<int> signals(const std::string &line) const { return harness::signals(pid_, line); }

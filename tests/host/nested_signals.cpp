@@ -183,7 +183,7 @@ TEST(InsideHandler, an_answer_leaves_a_handler_that_lets_sigterm_in)
     EXPECT_EQ(host.leave(2), 2);
 }
 
-// A handler that has returned leaves nothing of its mask behind.
+// Nothing of a handler's mask is left once it has returned.
 TEST(InsideHandler, an_answer_behind_a_handler_with_a_mask_finds_the_mask_of_the_wait)
 {
     Block block;

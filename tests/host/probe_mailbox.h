@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the test and the module probe write into the segment for each other. It stands where descriptors of calls with
-// more than 61 arguments would be, so it is in nobody's way.
+// The record through which the test and the module probe talk in the segment. Its place is that of descriptors of
+// calls with more than 61 arguments, so it is in no test's way.
 #ifndef TESTS_HOST_PROBE_MAILBOX_H
 #define TESTS_HOST_PROBE_MAILBOX_H
 
@@ -30,7 +30,7 @@ enum {
     PROBE_IGNORE = 14,    // signal          ignores it
     PROBE_HANDLE = 15,    // signal          installs a handler of the module's own that counts
     PROBE_HANDLED = 16,   // -               signals counted so far
-    PROBE_KILL = 17,      // process id      kill with signal 0, which reaches nobody
+    PROBE_KILL = 17,      // process id      kill with signal 0, which reaches no process
     PROBE_WRITE_MUCH = 18, // count          writes so many characters on standard error
     PROBE_MASK = 19,       // signal          a handler that is installed from now on blocks it too while it runs
     PROBE_DEFAULT = 20,    // signal          1: its action is the default with empty mask and no flags, 0: it is not

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the kernel tells about a process in /proc, and the end of one.
+// The state of a process in /proc, and the end of one.
 #ifndef TESTS_HOST_PROCESS_STATE_H
 #define TESTS_HOST_PROCESS_STATE_H
 

@@ -86,7 +86,7 @@ void set_limit(__rlimit_resource resource, rlim_t soft)
     setrlimit(resource, &limit);
 }
 
-// What the test itself inherited, or opened, is not to reach the host.
+// Files that the test itself inherited, or opened, must not reach the host.
 void close_all_on_exec()
 {
     for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -149,7 +149,7 @@ struct Command {
     std::vector<std::string> environment;
 };
 
-// In the child; returns only when something failed, with errno telling why.
+// In the child; returns only when something failed, with the reason in errno.
 void become(const Start &how, Command &command, int errors, bool traced, pid_t parent)
 {
     std::vector<char *> argv = pointers(command.words);

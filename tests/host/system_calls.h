@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What a host asks of the kernel, in order, from its start to its end: for the order of steps that leave nothing
-// behind to look at.
+// A host's system calls, in order, from its start to its end: for the order of steps that leave no traces to
+// look at.
 #ifndef TESTS_HOST_SYSTEM_CALLS_H
 #define TESTS_HOST_SYSTEM_CALLS_H
 
@@ -20,7 +20,7 @@ struct Life {
     //   look 5              the action of a signal is read
     //   default 5           SIG_DFL, no mask, no flag
     //   handle 12 restart   a handler, no mask, SA_RESTART alone
-    //   close               descriptors are closed; not told once the segment is attached
+    //   close               descriptors are closed; left out once the segment is attached
     //   attach, detach      the segment
     //   write TEXT          on descriptor 2
     //   wait 2 10           sigsuspend with that mask
@@ -31,7 +31,7 @@ struct Life {
     End end;
 };
 
-// What a host asks of the kernel from the end of one sigsuspend to the beginning of the next, everything included.
+// A host's system calls from the end of one sigsuspend to the beginning of the next, everything included.
 // The host is idle, or waits for the answer to a call-back; it gets a SIGUSR2 and is left running as it was before.
 int system_calls_until_next_wait(pid_t host);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The caller's addresses become the host's: where the segment lies for either does not matter, and what lies outside
+// The caller's addresses become the host's: where the segment is for either does not matter, and an address outside
 // ends the host by an assertion that names it.
 #include <gtest/gtest.h>
 

@@ -144,7 +144,7 @@ static Binary times_base(const Binary &x)
 static Binary over_base(const Binary &x)
 {
     if (x.m == 0) return x;
-    // Far more bits than are kept, and one that stands for any remainder.
+    // Far more bits than are kept, and one that represents any remainder.
     const int extra = 2 * extended_bits;
     const Int wide = x.m << extra;
     const Int quotient = wide / base;
@@ -159,7 +159,7 @@ double nearest_double(const Int &m, int exponent10)
         power *= 10;
     Binary value = {m * power, 0};
     if (exponent10 < 0) {
-        // More bits than are kept, and one that stands for any remainder.
+        // More bits than are kept, and one that represents any remainder.
         const int extra = static_cast<int>(msb(power)) + 2 * extended_bits;
         const Int wide = m << extra;
         value = {((wide / power) << 1) + (wide % power != 0 ? 1 : 0), -extra - 1};

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the packed fields and the conversions between records and binary numbers must give.
+// The right results of packed fields and of conversions between records and binary numbers.
 #pragma once
 
 #include <optional>
@@ -23,7 +23,7 @@ std::optional<int32_t> to_int32(const t_DECIMAL &x);
 // The record of 0.ddd... * 10^decpt, clamped.
 Outcome from_decimals(std::string_view digits, int decpt, bool negative);
 
-// What the C library's ecvt answers for the value: its first ndigit characters, so that the extra character it
+// The C library's ecvt of the value: its first ndigit characters, so that the extra character it
 // sometimes gives does not count. The test's own word size decides. The value must be finite.
 Outcome from_double(double value, int ndigit);
 

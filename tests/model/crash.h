@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Ends of the process that are promised: abort, with exactly one text on standard error and no core file left behind.
+// Ends of the process that are promised: abort, with exactly one text on standard error and no core file.
 #pragma once
 
 #include <csignal>

@@ -84,7 +84,7 @@ t_DECIMAL Draw::record(const Allow &allow)
     return x;
 }
 
-// A second operand that shares digits with the first, or completes them to 100s, or lies a few digits away.
+// A second operand that shares digits with the first, or completes them to 100s, or is a few digits away.
 t_DECIMAL Draw::related(const t_DECIMAL &a)
 {
     t_DECIMAL b = a;

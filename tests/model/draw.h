@@ -16,7 +16,7 @@
 
 namespace model {
 
-// What a drawn record may be besides a normal value.
+// Kinds of drawn records besides normal values.
 struct Allow {
     bool null = true;
     bool zero = true;

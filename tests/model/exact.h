@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the decimal operations must give, computed with whole numbers of any length and stated from the meaning of
-// each operation. Slow and short; shares no code with the library. An operand is a record as the library takes it,
+// The right results of the decimal operations, computed with whole numbers of any length and stated from the meaning
+// of each operation. Slow and short; shares no code with the library. An operand is a record as the library takes it,
 // with 0 to 8 digits; its value is a whole number of units of a power of 100.
 #pragma once
 

@@ -19,7 +19,7 @@ namespace model {
 std::string show(const t_DECIMAL &x);
 std::string show(const std::vector<uint8_t> &bytes);
 
-// Shortest text that reads back as the same double; tells -0 from 0.
+// Shortest text that reads back as the same double; distinguishes -0 from 0.
 std::string show(double value);
 
 // The header and all eight digit bytes, for what must or must not have been written.

@@ -78,7 +78,7 @@ Outcome parse(std::string_view field)
         if (exponent > largest_exponent) return refused(DEC_BAD_EXPONENT);
         if (downward) exponent = -exponent;
     }
-    // One stray character may end the field or stand before a blank.
+    // One stray character may end the field or come before a blank.
     if (field.size() > 1 && field[1] != ' ') return refused(DEC_BAD_TEXT);
     return valued(minus, weigh(mantissa), exponent);
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Multiplication and division. Both are cut to nine places on the way, so that the exact product or quotient alone
-// does not tell the answer: what is cut is stated here in whole numbers.
+// does not give the answer: the parts that are cut are stated here in whole numbers.
 #include "model/exact.h"
 
 #include <algorithm>
@@ -53,8 +53,9 @@ bool can_divide_by(const t_DECIMAL &b)
 // Long division in nine places, all numbers in units of the last: at each step the divisor moves down by one place
 // and what it has below the last is cut off. Of that, only the whole part of guess times the first digit is taken
 // from the remainder; it is not given back when the guess turns out too large.
-// What is cut off can leave a remainder as large as a divisor of 99s and a little more, and so one digit too many in
-// front, as in 0.9899 / 0.9999 where both go on with 99s: nothing looks that far ahead of the current place.
+// The parts that are cut off can leave a remainder as large as a divisor of 99s and a little more, and so one digit
+// too many in front, as in 0.9899 / 0.9999 where both go on with 99s: nothing looks that far ahead of the current
+// place.
 Outcome divide(const t_DECIMAL &a, const t_DECIMAL &b)
 {
     if (is_null(a) || is_null(b)) return {DEC_OK, null_record()};

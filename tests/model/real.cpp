@@ -172,7 +172,7 @@ std::optional<std::string> real_general(const t_DECIMAL &x, int ndigit)
     if (d.text[0] == '0') return "0";
     const std::string digits = d.text.substr(0, d.text.find_last_not_of('0') + 1);
     const int decpt = *d.decpt;
-    // The fixed form stands where it shows no more than ndigit decimals, the
+    // The fixed form is used if it shows no more than ndigit decimals, the
     // zeros after the point counted.
     const bool fits = decpt >= 0 ? decpt <= ndigit : static_cast<int>(digits.size()) - decpt <= ndigit;
     return (*d.sign ? "-" : "") + (fits ? fixed_form(digits, decpt) : exponent_form(digits, decpt));

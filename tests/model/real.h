@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the REAL operations must give: the decimal results under the REAL layer's policy. Operands are not null, and
-// nothing here ends the process: where the library must do that, the answer is nothing. Places are 0 or more.
+// The right results of the REAL operations: the decimal results under the REAL layer's policy. Operands are not null,
+// and nothing here ends the process: where the library must do that, the answer is nothing. Places are 0 or more.
 #pragma once
 
 #include <optional>

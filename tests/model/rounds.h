@@ -37,7 +37,7 @@ private:
     int64_t least_;
     int64_t begun_ = 0;
     Clock::time_point start_ = Clock::now();
-    Clock::time_point end_ = start_; // with start_ equal: no time is told
+    Clock::time_point end_ = start_; // with start_ equal: no time is given
     Clock::time_point shown_ = start_;
 };
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the digit strings, the fixed-width layout and the reading of text must give.
+// The right results of digit strings, of the fixed-width layout and of the reading of text.
 #pragma once
 
 #include <optional>
@@ -20,7 +20,7 @@ struct Digits {
 // total: count significant decimals in all. after_point: count decimals after the point.
 enum class Count { total, after_point };
 
-// The decimals that the record holds, without the leading zero of a first digit below 10, and how many of them stand
+// The decimals that the record holds, without the leading zero of a first digit below 10, and how many of them are
 // before the point.
 std::string decimals(const t_DECIMAL &x);
 int decimals_before_point(const t_DECIMAL &x);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// REAL arithmetic beside its vectors: which bytes are written, leftovers behind a null, laws that hold whatever the
+// REAL arithmetic, besides its vectors: which bytes are written, leftovers after a null, laws that hold whatever the
 // digits.
 #include <algorithm>
 #include <cstring>
@@ -102,7 +102,7 @@ TEST(RealArithmetic, result_over_an_operand_still_takes_the_sign_of_that_operand
     EXPECT_EQ(show(x), "63:-:99,99,99,99,99,99,99");
 }
 
-// Digits behind a null count as those of a number for as long as the rounding lasts; the sign byte comes back after.
+// Digits after a null count as those of a number for as long as the rounding lasts; the sign byte comes back after.
 TEST(Mkprec, digits_behind_a_null_are_rounded_and_it_stays_null)
 {
     t_DECIMAL x = record(2, DEC_NULL, {12, 34, 56});

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What ends the process: a null REAL anywhere, and a blank text.
+// The process ends on a null REAL anywhere, and on a blank text.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -13,7 +13,7 @@ static std::string fatal(int cc)
     return "fatal math error cc #" + std::to_string(cc) + "\nfile = math/src/math, line = [1-9][0-9]*\n";
 }
 
-// Null by its sign byte alone: the digits behind it must not save it.
+// Null by its sign byte alone: the digits after it must not save it.
 static const t_DECIMAL null = model::record(1, DEC_NULL, {5});
 static const t_DECIMAL one = c_dec_one;
 static t_DECIMAL result = c_dec_one;

@@ -17,7 +17,7 @@ static std::string fatal(int cc)
     return "fatal math error cc #" + std::to_string(cc) + "\nfile = math/src/math, line = [1-9][0-9]*\n";
 }
 
-// Null by its sign byte alone: the digits behind it must not save it.
+// Null by its sign byte alone: the digits after it must not save it.
 static const t_DECIMAL null = model::record(1, DEC_NULL, {5});
 static const t_DECIMAL five = model::record(1, DEC_POSITIVE, {5});
 static const t_DECIMAL zero = c_dec_zero;
@@ -124,7 +124,7 @@ TEST(Mkprec, negative_decimals_of_zero_and_null_are_fatal)
     EXPECT_ABORT(mkprec(&no_value, -1), fatal(-1));
 }
 
-// Looks at the records in the last moment and tells on standard error what became of them.
+// Reads the records in the last moment and writes on standard error what became of them.
 static t_DECIMAL operand;
 static t_DECIMAL operand_before;
 static t_DECIMAL result_before;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Compiled as C++17: the header is the first include, so it stands alone, and every helper is used.
+// Compiled as C++17: the header is the first include, so it must compile alone, and every helper is used.
 #include "ka/real.hpp"
 
 static_assert(__cplusplus == 201703L, "this source is to be compiled as C++17");

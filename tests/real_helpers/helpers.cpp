@@ -68,7 +68,7 @@ TEST(RealFromText, gives_the_nearest_real_of_any_number)
     }
 }
 
-// Decimals past the 18th change nothing in what may stand before and behind a number.
+// Decimals past the 18th change nothing in the characters allowed before and after a number.
 TEST(RealFromText, takes_and_refuses_long_numbers_like_short_ones)
 {
     const std::string zeros(30, '0');

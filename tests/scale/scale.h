@@ -16,7 +16,7 @@ int32_t rounds(int32_t by_default);
 // The same for what is quick: 1,000,000 in the long mode.
 int32_t of_a_million(int32_t by_default);
 
-// Processes that compute, as many for each processor as told, for as long as this record lives.
+// Processes that compute, the given number for each processor, for as long as this record lives.
 class Load {
 public:
     explicit Load(int per_processor);
@@ -28,7 +28,7 @@ private:
     std::vector<pid_t> processes_;
 };
 
-// What this process owns. Two of them are to be compared.
+// The resources of this process, to compare two moments.
 struct Belongings {
     static Belongings now();
     bool operator==(const Belongings &) const = default;

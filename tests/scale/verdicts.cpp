@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Call-backs and ends of calls that the shared block does not tell apart, while another process signals the caller:
+// Call-backs and ends of calls that look the same in the shared block, while another process signals the caller:
 // every one must be taken for what it is. A million of each in the long mode.
 #include <algorithm>
 #include <climits>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// What the module's function "play" calls back with, and at the end returns.
+// The values with which the module's function "play" calls back, and which it returns at the end.
 enum Kind : int32_t { LITERAL, WHAT_CBVAL_HOLDS, WHAT_RETCODE_HOLDS };
 
 // Values that mean something to the host or the library, or would to a careless one.
@@ -82,7 +82,7 @@ IN_EVERY_WAY(Verdicts);
 
 } // namespace
 
-// Each call-back has the value of the mark that stood in cbval, each end returns what stood in retcode.
+// Each call-back has the value that was in cbval before, each end returns the one that was in retcode.
 TEST_P(Verdicts, are_right_when_the_block_never_changes)
 {
     Host host(playing());

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Counted strings. Every destination stands in a buffer whose other bytes are watched.
+// Counted strings. Every destination is in a buffer whose other bytes are watched.
 #include "ka/kastring.h"
 
 #include <cstdlib>

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * A module that mentions the trace level itself, so that at a fixed address the variable lies in the module and no
+ * A module that mentions the trace level itself, so that at a fixed address the variable is in the module and no
  * longer in the library. */
 #include "ka/dll_host.h"
 #include "ka/dll_module.h"

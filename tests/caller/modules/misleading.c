@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * A module that lies about itself to the kernel: it gives the number of its program headers as the environment says,
+ * A module that misleads the kernel about itself: it gives the number of its program headers as the environment says,
  * in KA_TEST_HEADERS. Everything else stays as it is. */
 #define _GNU_SOURCE
 #include <elf.h>
@@ -32,13 +32,13 @@ static long read_all(const char *path, void *bytes, size_t size)
     return length;
 }
 
-/* The fields of /proc/self/stat behind the name, which are numbered from 3. */
+/* The fields of /proc/self/stat after the name, which are numbered from 3. */
 static void read_places(unsigned long long fields[53])
 {
     char text[2048];
     const long length = read_all("/proc/self/stat", text, sizeof text - 1);
     text[length] = '\0';
-    char *at = strrchr(text, ')') + 3; /* behind the state */
+    char *at = strrchr(text, ')') + 3; /* after the state */
     for (int i = 4; i < 53; i++)
         fields[i] = strtoull(at, &at, 10);
 }

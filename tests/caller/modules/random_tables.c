@@ -2,7 +2,7 @@
  *
  * A module whose tables are read at start from the file that KA_TEST_TABLES names: the number of functions and of
  * prototypes; then of each function name, first prototype, number of prototypes; of each prototype kind and least
- * number of elements. Behind them lies a stretch of zeros. Every function returns 424000 + its position. */
+ * number of elements. After them come zeros. Every function returns 424000 + its position. */
 #include <stdio.h>
 #include <stdlib.h>
 

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * What a function gets of a REAL, as text, for every kind that takes one; and kinds that give it back. */
+ * Functions that return the REAL they get as text, for every kind that takes one; and kinds that give it back. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
  * A function module for the tests of the caller's side: functions of every argument kind, call-backs, and the ways in
- * which a module can die, hang or spoil the block. What happens at start is told by the environment. */
+ * which a module can die, hang or spoil the block. The environment says what happens at start. */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
@@ -124,7 +124,7 @@ static int32_t block_word(int32_t offset)
 }
 
 /* argv: offsets of cbval and retcode, a number of rounds, a sum. Each round calls back with the very value that
-   stands in cbval; at the end the very value that stands in retcode is returned. The block never changes by it. */
+   is in cbval; at the end the very value that is in retcode is returned. So the block never changes. */
 static int32_t ask_unseen(void **argv)
 {
     int32_t sum = 0;
@@ -135,7 +135,7 @@ static int32_t ask_unseen(void **argv)
 }
 
 /* argv: kinds, values, answers, offsets of cbval and retcode. Calls back once for each element but the last, and
-   returns the last: a value as given, or for kind 1 what stands in cbval at that moment, for kind 2 what stands in
+   returns the last: a value as given, or for kind 1 the value of cbval at that moment, for kind 2 that of
    retcode. The values taken and the answers are given back. */
 static int32_t play(void **argv)
 {
@@ -210,7 +210,7 @@ static int32_t leave(void **argv)
     _exit(*(int32_t *)argv[0]);
 }
 
-/* Dies at once, in a way that leaves a reply behind: signals the caller without having changed anything. */
+/* Dies at once, after a reply: signals the caller without having changed anything. */
 static int32_t ring_and_die(void **argv)
 {
     (void)argv;

@@ -6,7 +6,7 @@
 #include "ka/dll_module.h"
 
 t_DLL_FUNC KaFuncList[] = {
-    {nullptr, 0, 0, nullptr}, {"beyond", 0, 0, nullptr}, // behind the end, never looked at
+    {nullptr, 0, 0, nullptr}, {"beyond", 0, 0, nullptr}, // after the end, never read
 };
 
 t_DLL_PROTO KaArgList[] = {

@@ -70,7 +70,7 @@ int32_t full_stack()
     return 0;
 }
 
-// What the caller was asked for in between must not change how the function computes.
+// A call-back in between must not change how the function computes.
 int32_t rounding_after_callback()
 {
     fesetround(FE_UPWARD);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// How the module's functions tell the test what they see: as text in the scratch area where there is one (its first
-// word is the length), else on standard error.
+// How the module's functions report to the test what they see: as text in the scratch area where there is one (its
+// first word is the length), else on standard error.
 #ifndef TESTS_DRIVER_MODULES_SAY_H
 #define TESTS_DRIVER_MODULES_SAY_H
 
@@ -14,7 +14,7 @@ namespace driver {
 void start_saying();
 __attribute__((format(printf, 1, 2))) void say(const char *format, ...);
 
-// What slot holds for an argument matched by a prototype of that kind: writes it, and changes it.
+// Writes the value of slot, an argument matched by a prototype of that kind, and changes it.
 void see(int32_t kind, const t_DLL_ARG &arg, const void *slot);
 void edit(int32_t kind, const t_DLL_ARG &arg, void *slot);
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What a function finds in a slot of its vector, by the kind of the prototype and the caller's value type. Integers
-// in the block need not be aligned.
+// The value that a function finds in a slot of its vector, by the kind of the prototype and the caller's value type.
+// Integers in the block need not be aligned.
 #include <ctype.h>
 #include <string.h>
 

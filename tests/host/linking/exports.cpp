@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the library shows to the outside: names, their one version, its own name, and what it needs.
+// The outside of the library: names, their one version, its own name, and the libraries that it needs.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -31,7 +31,7 @@ struct Exports {
     Names versions;
 };
 
-// Lines like "00001234 T decadd@@KAHOST_1"; the node itself stands there as an absolute symbol.
+// Lines like "00001234 T decadd@@KAHOST_1"; the node itself is there as an absolute symbol.
 Exports exports_of(const std::string &library)
 {
     std::istringstream lines(linking::run("nm -D --defined-only " + library));

@@ -45,7 +45,7 @@ std::set<std::string> public_headers()
     return headers;
 }
 
-// What the compiler says, or what went wrong.
+// The compiler's messages, or the reason why it did not run.
 std::string complaints(const std::string &command)
 {
     try {

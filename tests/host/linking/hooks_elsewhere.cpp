@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Hooks that stand in an archive or a library of their own: where a module must name it for them to be found.
+// Hooks in an archive or a library of their own: where a module must name it for them to be found.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -36,7 +36,7 @@ protected:
         run(compile + "-fPIC -shared hooks.c -o libshared.so");
     }
 
-    // What the hooks write that a module runs which is linked of these.
+    // The output of the hooks that a module linked of these parts runs.
     std::string hooks_of(const std::string &parts) const
     {
         const std::string host = linking::host_folder("built");

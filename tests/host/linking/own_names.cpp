@@ -18,7 +18,7 @@ using linking::Folder;
 
 const std::set<std::string> shared = {"main", "dll_setup", "dll_cleanup", "dll_debug"};
 
-// A definition of every other exported name: functions that tell their name and end the process, data of other
+// A definition of every other exported name: functions that write their name and end the process, data of other
 // values.
 std::string own_definitions()
 {
@@ -106,7 +106,7 @@ TEST_P(OwnNames, leave_every_conversion_as_it_is)
     EXPECT_EQ(host.errors(), "");
 }
 
-// What the host writes about a few calls at the highest level, addresses aside.
+// The host's trace of a few calls at the highest level, addresses aside.
 std::string trace_of(const std::string &module)
 {
     Block block;

@@ -32,7 +32,7 @@ std::string run(const std::string &command);
 void build_module(const std::string &compiler, const std::string &flags, const std::string &host,
                   const std::string &output);
 
-// What the dynamic section of a file says, e.g. "NEEDED" or "SONAME".
+// The entries of one tag in the dynamic section of a file, e.g. "NEEDED" or "SONAME".
 std::set<std::string> dynamic_entries(const std::string &file, const std::string &tag);
 
 } // namespace linking

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Start and end hooks that tell on standard error what they find. With HOOKS_AWAIT_CALL set, dll_cleanup returns only
-// when a call signal is pending; with HOOKS_BLOCK=n dll_setup blocks signal n; with HOOKS_CALLBACK=n it hands n to
-// the caller and tells the answer; with HOOKS_END_AGAIN set dll_cleanup lets SIGTERM in and raises it.
+// Start and end hooks that write on standard error what they find. With HOOKS_AWAIT_CALL set, dll_cleanup returns
+// only when a call signal is pending; with HOOKS_BLOCK=n dll_setup blocks signal n; with HOOKS_CALLBACK=n it hands n
+// to the caller and writes the answer; with HOOKS_END_AGAIN set dll_cleanup lets SIGTERM in and raises it.
 #include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>

@@ -173,7 +173,7 @@ int32_t copy_argument(const t_DLL_ARG &arg, int32_t *out)
     return arg.type;
 }
 
-// What goes into the first result; an argument has more of them.
+// Returns the first result; an argument has more of them.
 int32_t perform(int32_t command, int32_t value, int32_t *out)
 {
     switch (command) {

@@ -2,7 +2,7 @@
 //
 // Hooks of a module with a second thread, which does nothing but take the signals that the kernel gives it.
 // THREADS_FROM=setup: dll_setup makes it; THREADS_FROM=constructor: a static constructor, before the host has blocked
-// anything. dll_cleanup tells its thread; with THREADS_AWAIT_END set it returns only when SIGTERM is pending.
+// anything. dll_cleanup writes its thread; with THREADS_AWAIT_END set it returns only when SIGTERM is pending.
 #include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
