@@ -107,8 +107,8 @@ enum {
     KA_WAIT_SAFE = 0, /* for every program, with threads and SIGUSR2 handlers of its own */
     KA_WAIT_FAST = 1 /* for programs in which SIGUSR2 is blocked in every thread while a host is open, above all those
                         with one thread. The library blocks it in the thread that opens a host, drops SIGUSR2 of other
-                        senders there, and starts no thread. The host belongs to that thread: when the thread ends,
-                        the kernel sends the host process SIGTERM. */
+                        senders there, and starts no thread but for KA_STDERR_RING and inspectors. The host belongs
+                        to that thread: when the thread ends, the kernel sends the host process SIGTERM. */
 };
 
 /* ka_options.restart: may a host start again after it has ended other than by ka_close? Its scratch area, trace level
