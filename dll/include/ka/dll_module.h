@@ -19,14 +19,14 @@ extern "C" {
    reference. Every element of argv is a pointer; every kind but zString gives all elements that the caller passed. */
 enum {
     KA_VARARG = 0,       /* this argument and all that follow, each as kind 2, 5 or 8 by its value type; or none */
-    KA_INT_BY_VALUE = 1, /* int32_t *; INTEGER in the block itself, or REAL truncated. Nothing goes back */
-    KA_INT_BY_REFERENCE = 2,  /* int32_t * into the block: changes are made in place */
+    KA_INT_BY_VALUE = 1, /* int32_t *; INTEGER in the segment itself, or REAL truncated. Nothing goes back */
+    KA_INT_BY_REFERENCE = 2,  /* int32_t * into the segment: changes are made in place */
     KA_INT_ARRAY = 3,         /* the same, at least min_elcnt elements */
     KA_REAL_BY_VALUE = 4,     /* double *, from INTEGER or REAL. Nothing goes back */
     KA_REAL_BY_REFERENCE = 5, /* double *, from REAL; each double goes back as a REAL */
     KA_REAL_ARRAY = 6,        /* the same, at least min_elcnt elements */
     KA_ZSTRING = 7,           /* char *: a zero-terminated private copy of the first element. Nothing goes back */
-    KA_STRING = 8,            /* KaStr *: the characters are in the block; each len goes back */
+    KA_STRING = 8,            /* KaStr *: the characters are in the segment; each len goes back */
     KA_STRING_ARRAY = 9       /* the same, at least min_elcnt elements */
 };
 
@@ -56,13 +56,13 @@ KA_API extern t_DLL_FUNC KaFuncList[];
 /* The prototypes of all functions, without a terminator. */
 KA_API extern t_DLL_PROTO KaArgList[];
 
-/* Runs function index (its position in KaFuncList) with its arguments in argv. Returns the call's return code. It is
-   called on the main thread, inside a signal handler, with SIGUSR2 blocked; SIGTERM can end the process at any
-   moment.
- */
+/* Runs function index (its position in KaFuncList). argv has one element for each argument, a pointer to its value or
+   to the first of its elements; see the kinds above. Returns the call's return code. It is called on the main thread,
+   inside a signal handler, with SIGUSR2 blocked; SIGTERM can end the process at any moment, through dll_cleanup. The
+   pointers are valid until it returns. */
 KA_API int32_t KaCall(int32_t index, void **argv);
 
-/* Optional. dll_setup runs once at start, before the first call; dll_cleanup once after SIGTERM, when the block is
+/* Optional. dll_setup runs once at start, before the first call; dll_cleanup once after SIGTERM, when the segment is
    already detached. Standard input and output are closed. */
 KA_API void dll_setup(void);
 KA_API void dll_cleanup(void);

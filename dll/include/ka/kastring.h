@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
  * The interpreter's strings: counted, not terminated, of fixed room. A record does not own its characters. In an
- * argument of kind String or StringArray they are in the shared block, where a function edits them in place with
+ * argument of kind String or StringArray they are in the shared segment, where a function edits them in place with
  * these helpers; after the call the new length goes back to the caller. Pointers must not be null. */
 #ifndef KA_KASTRING_H
 #define KA_KASTRING_H
