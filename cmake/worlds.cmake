@@ -74,10 +74,10 @@ function(ka_world target bits)
   target_link_libraries(${target} PRIVATE ka_world_${bits})
 endfunction()
 
-# What the libraries themselves are held to: C++20 without a C++ runtime.
+# Rules of the libraries: C++20 without a C++ runtime.
 add_library(ka_freestanding INTERFACE)
 target_compile_options(ka_freestanding INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-fno-threadsafe-statics>)
-if(KA_FUZZ) # what guides the fuzzer is the libraries' coverage, not that of the tests
+if(KA_FUZZ) # the fuzzer is guided by the libraries' coverage, not by that of the tests
   target_compile_options(ka_freestanding INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 

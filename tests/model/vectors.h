@@ -4,7 +4,7 @@
 //
 //   [Suite.case]                            starts a test of that name; the lines below belong to it
 //   decadd 1:+:1 -7:+:50 -> 0 1:+:1         operation, arguments, what it must answer
-//   deccvasc "1.5xy" -> -1213 null          text stands in quotes; # starts a comment outside of them
+//   deccvasc "1.5xy" -> -1213 null          text is in quotes; # starts a comment outside of them
 //
 // Every [Suite.case] becomes a GoogleTest case; a failure line carries file and line of the vector.
 #pragma once
