@@ -168,7 +168,7 @@ TEST_P(Descriptors, are_open_only_while_a_raw_call_is_built)
 {
     ka_descriptor descriptor = {};
     EXPECT_EQ(ka_get_descriptor(host, 0, &descriptor), KA_ARGUMENT);
-    EXPECT_EQ(error_text(host), "a descriptor outside the building of a call");
+    EXPECT_EQ(error_text(host), "ka_..._descriptor before ka_begin");
     begin_showing(host);
     EXPECT_EQ(ka_set_descriptor(host, 4, &descriptor), KA_ARGUMENT);
     EXPECT_EQ(error_text(host), "\"show_descriptor\" has no argument 4 yet");

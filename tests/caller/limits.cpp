@@ -112,12 +112,17 @@ TEST(CallArguments, values_that_no_block_can_hold_are_refused)
               "argument 1 of \"measure\", element 0: a string of 4 bytes is longer than its room of 3");
     ka_begin(host, "measure");
     EXPECT_EQ(ka_add_string(host, "long", -1, 3, KA_BY_VALUE), KA_ARGUMENT);
+    EXPECT_EQ(error_text(host), "argument 1 of \"measure\", element 0: length is -1; it must not be below 0");
     ka_begin(host, "measure");
     EXPECT_EQ(ka_add_string(host, "long", 4, -1, KA_BY_VALUE), KA_ARGUMENT);
+    EXPECT_EQ(error_text(host), "argument 1 of \"measure\": room is -1; it must not be below 0");
     ka_begin(host, "double");
     EXPECT_EQ(ka_add_integers(host, nullptr, -1, KA_BY_VALUE), KA_ARGUMENT);
+    EXPECT_EQ(error_text(host), "argument 1 of \"double\": count is -1; it must not be below 0");
     ka_begin(host, "double");
     EXPECT_EQ(ka_add_integer(host, 1, 2), KA_ARGUMENT);
+    EXPECT_EQ(error_text(host),
+              "argument 1 of \"double\": passing is 2; it is KA_BY_VALUE (0) or KA_BY_REFERENCE (1)");
 }
 
 TEST(CallArguments, functions_out_of_turn_are_refused)
@@ -125,11 +130,11 @@ TEST(CallArguments, functions_out_of_turn_are_refused)
     Host host;
     int32_t value;
     EXPECT_EQ(call_fails(host), KA_ARGUMENT);
-    EXPECT_EQ(error_text(host), "ka_call without ka_begin");
+    EXPECT_EQ(error_text(host), "ka_call before ka_begin");
     EXPECT_EQ(ka_add_integer(host, 1, KA_BY_VALUE), KA_ARGUMENT);
-    EXPECT_EQ(error_text(host), "an argument without ka_begin");
+    EXPECT_EQ(error_text(host), "ka_add_... before ka_begin");
     EXPECT_EQ(ka_get_integers(host, 1, &value, 1), KA_ARGUMENT);
-    EXPECT_EQ(error_text(host), "a result is asked for before the call is made");
+    EXPECT_EQ(error_text(host), "ka_get_... before ka_call");
     EXPECT_EQ(call_with(host, "give_code", 3), 3);
     EXPECT_EQ(call_fails(host), KA_ARGUMENT);
 }

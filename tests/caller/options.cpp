@@ -74,17 +74,31 @@ static std::string refusal(const std::function<void(ka_options &)> &spoil)
 TEST(Options, bad_values_are_named)
 {
     EXPECT_EQ(refusal([](ka_options &o) { o.size = 0; }), "options of 0 bytes were not filled by ka_options_init");
-    EXPECT_EQ(refusal([](ka_options &o) { o.layout = 32; }), "there is no layout 32");
-    EXPECT_EQ(refusal([](ka_options &o) { o.deadline_ms = 0; }), "a deadline of 0 ms");
-    EXPECT_EQ(refusal([](ka_options &o) { o.grace_ms = -1; }), "a grace time of -1 ms");
+    EXPECT_EQ(refusal([](ka_options &o) { o.layout = 32; }),
+              "layout is 32; it is KA_LAYOUT_NATIVE (0) or KA_LAYOUT_64 (64)");
+    EXPECT_EQ(refusal([](ka_options &o) { o.deadline_ms = 0; }), "deadline_ms is 0; it must be above 0");
+    EXPECT_EQ(refusal([](ka_options &o) { o.grace_ms = -1; }), "grace_ms is -1; it must not be below 0");
     EXPECT_EQ(refusal([](ka_options &o) { o.cancel_fd = 12345; }), "cancel_fd 12345 is not open");
-    EXPECT_EQ(refusal([](ka_options &o) { o.scratch_bytes = -1; }), "a scratch area of -1 bytes");
+    EXPECT_EQ(refusal([](ka_options &o) { o.scratch_bytes = -1; }), "scratch_bytes is -1; it must not be below 0");
     EXPECT_EQ(refusal([](ka_options &o) { o.segment_bytes = -5; }),
-              "a segment of -5 bytes has no room for the block and a scratch area of 65536 bytes");
+              "segment_bytes is -5; it must be at least scratch_bytes (65536) + 1680");
     EXPECT_EQ(refusal([](ka_options &o) { o.segment_bytes = 1 << 16; }),
-              "a segment of 65536 bytes has no room for the block and a scratch area of 65536 bytes");
+              "segment_bytes is 65536; it must be at least scratch_bytes (65536) + 1680");
     EXPECT_EQ(refusal([](ka_options &o) { o.segment_bytes = INT32_MAX; }),
-              "a segment of 2147483647 bytes is too large");
+              "segment_bytes is 2147483647; it must not be above 2147475455");
+    EXPECT_EQ(refusal([](ka_options &o) { o.restart = 3; }),
+              "restart is 3; it is KA_RESTART_NEVER (0) to KA_RESTART_AT_ONCE (2)");
+    EXPECT_EQ(refusal([](ka_options &o) { o.restart_pause_ms = -1; }),
+              "restart_pause_ms is -1; it must not be below 0");
+    EXPECT_EQ(refusal([](ka_options &o) { o.restart_pause_max_ms = -2; }),
+              "restart_pause_max_ms is -2; it must not be below 0");
+    EXPECT_EQ(refusal([](ka_options &o) { o.error_output = 3; }),
+              "error_output is 3; it is KA_STDERR_INHERIT (0) to KA_STDERR_RING (2)");
+    EXPECT_EQ(refusal([](ka_options &o) {
+                  o.error_output = KA_STDERR_RING;
+                  o.ring_bytes = 0;
+              }),
+              "ring_bytes is 0; KA_STDERR_RING needs at least 1");
     EXPECT_EQ(refusal([](ka_options &o) { o.trace_level = -1; }), "trace_level is -1; it must be 0 to 4");
     EXPECT_EQ(refusal([](ka_options &o) { o.trace_level = 5; }), "trace_level is 5; it must be 0 to 4");
 }
@@ -92,7 +106,7 @@ TEST(Options, bad_values_are_named)
 TEST(Options, smallest_segment_is_the_scratch_area_and_1680_bytes)
 {
     EXPECT_EQ(refusal([](ka_options &o) { o.segment_bytes = o.scratch_bytes + 1679; }),
-              "a segment of 67215 bytes has no room for the block and a scratch area of 65536 bytes");
+              "segment_bytes is 67215; it must be at least scratch_bytes (65536) + 1680");
     Host host([](ka_options &options) { options.segment_bytes = options.scratch_bytes + 1680; });
     EXPECT_EQ(ka_begin(host, "nothing"), KA_TOO_BIG);
 }
@@ -110,7 +124,7 @@ TEST(Options, deadline_can_be_set_between_calls)
 {
     Host host;
     EXPECT_EQ(ka_set_deadline(host, 0), KA_ARGUMENT);
-    EXPECT_EQ(error_text(host), "a deadline of 0 ms");
+    EXPECT_EQ(error_text(host), "deadline_ms is 0; it must be above 0");
     EXPECT_EQ(ka_set_deadline(host, 50), KA_DONE);
     ka_begin(host, "hang");
     EXPECT_EQ(call_fails(host), KA_DEADLINE);

@@ -175,7 +175,7 @@ TEST(RefusalOptions, checking_that_does_not_exist_is_refused)
     ka_options options = default_options();
     options.checking = 2;
     EXPECT_EQ(ka_open(&host, tasks_module.c_str(), &options), KA_ARGUMENT);
-    EXPECT_EQ(error_text(host), "there is no checking 2");
+    EXPECT_EQ(error_text(host), "checking is 2; it is KA_CHECKED (0) or KA_RAW (1)");
     ka_close(host);
 }
 

@@ -35,10 +35,10 @@ class Rests : public testing::Test {
 protected:
     Rests() : host_(static_cast<ka_host *>(calloc(1, sizeof(ka_host))), free)
     {
-        host_->status_fd = memfd_create("status", 0);
+        host_->process.status_fd = memfd_create("status", 0);
         note_owned(host_.get(), OWNED_STATUS);
     }
-    ~Rests() override { close(host_->status_fd); }
+    ~Rests() override { close(host_->process.status_fd); }
     t_REST look_at(const State &state) const
     {
         char text[400];
@@ -48,8 +48,8 @@ protected:
                      "(x)\nSigPnd:\t%016llx\nShdPnd:\t%016llx\nSigBlk:\t%016llx\nSigIgn:\t0\nSigCgt:\t%016llx\n",
                      state.letter, 0ull, static_cast<unsigned long long>(state.pending),
                      static_cast<unsigned long long>(state.blocked), static_cast<unsigned long long>(state.caught));
-        EXPECT_EQ(ftruncate(host_->status_fd, 0), 0);
-        EXPECT_EQ(pwrite(host_->status_fd, text, static_cast<size_t>(length), 0), length);
+        EXPECT_EQ(ftruncate(host_->process.status_fd, 0), 0);
+        EXPECT_EQ(pwrite(host_->process.status_fd, text, static_cast<size_t>(length), 0), length);
         return look_for_rest(host_.get());
     }
 

@@ -101,6 +101,21 @@ const std::set<std::string> no_library_messages = {"KA_WAIT_FAST",
                                                    "before its first call",
                                                    "between calls", // when a host died
                                                    "%.200s: the host %s %s",
+                                                   ", element %d",
+                                                   "count",
+                                                   "room",
+                                                   "grace_ms",
+                                                   "restart_pause_ms",
+                                                   "restart_pause_max_ms", // of an argument, of an option
+                                                   "ka_begin",
+                                                   "ka_add_...",
+                                                   "ka_..._descriptor",
+                                                   "ka_call",
+                                                   "ka_get_...",
+                                                   "ka_host_tables",
+                                                   "ka_set_trace",
+                                                   "ka_restart",
+                                                   "ka_close", // out of turn
                                                    "ended with status %d",
                                                    "was killed by SIG%s (%s)",
                                                    "unknown", // how it died: below

@@ -54,14 +54,10 @@ constexpr Explanation rows[] = {
     {error, NO_NUMBER, "", "this system does not run 32-bit programs", "the kernel refused the file's format",
      "the kernel is built or started without 32-bit emulation", "enable IA32 emulation (ia32_emulation=1)"},
     {error, NO_NUMBER, "",
-     "an argument without ka_begin\n"
-     "ka_call without ka_begin\n"
-     "a call inside a call-back of the same host\n"
-     "ka_begin inside a call-back of the same host\n"
-     "a host cannot be closed inside its call-back\n"
-     "a host cannot be restarted inside its call-back\n"
-     "a result is asked for before the call is made\n"
-     "a descriptor outside the building of a call\n"
+     "%s before ka_begin\n"
+     "%s before ka_call\n"
+     "%s inside a call-back of the same host; use a second host\n"
+     "%s inside a call-back of the same host; ka_call must return first\n"
      "%s was never opened: its options are wrong",
      "a function of the library was called when it could do nothing",
      "the order is ka_open, then for each call ka_begin, ka_add_..., ka_call, ka_get_...; a call-back answers, and "
@@ -69,14 +65,14 @@ constexpr Explanation rows[] = {
      "put the calls in order; for a second call inside a call-back open a second host"},
     {error, NO_NUMBER, "",
      "a call of %s with more than %d arguments\n"
-     "argument %d of %s, element %d: %s\n"
+     "argument %d of %s: %s\n"
      "a null REAL\n"
      "%s cannot be held by a REAL\n"
-     "a negative count\n"
-     "passed neither by value nor by reference\n"
-     "a negative length\n"
+     "count is %d; it must not be below 0\n"
+     "length is %d; it must not be below 0\n"
+     "room is %d; it must not be below 0\n"
+     "passing is %d; it is KA_BY_VALUE (%d) or KA_BY_REFERENCE (%d)\n"
      "a string of %d bytes is longer than its room of %d\n"
-     "a negative room\n"
      "%s is not a REAL",
      "an argument that no call can have; nothing was sent",
      "the program gave ka_add_... a wrong count, length, room or passing, or a number that no REAL holds",
@@ -86,7 +82,8 @@ constexpr Explanation rows[] = {
      "%s gives nothing back in argument %d\n"
      "argument %d of %s has another type\n"
      "argument %d of %s has %d elements, not %d\n"
-     "a negative element or size",
+     "index is %d; it must not be below 0\n"
+     "size is %d; it must not be below 0",
      "a result was asked for that the call does not have",
      "ka_get_... names an argument by number, from 1; only what goes by reference comes back, in the type and the "
      "count that was sent",
@@ -95,22 +92,20 @@ constexpr Explanation rows[] = {
      "a descriptor of the block cannot be set", "ka_set_descriptor changes an argument that was added to a raw call",
      "open the host with checking KA_RAW, and add the argument before"},
     {error, NO_NUMBER, "",
-     "there is no error output %d\n"
-     "a ring of %d bytes for standard error\n"
+     "error_output is %d; it is KA_STDERR_INHERIT (%d) to KA_STDERR_RING (%d)\n"
+     "ring_bytes is %d; KA_STDERR_RING needs at least 1\n"
      "error_fd %d is not open\n"
      "cancel_fd %d is not open\n"
-     "there is no restart policy %d\n"
-     "a pause of %d to %d ms before a restart\n"
+     "restart is %d; it is KA_RESTART_NEVER (%d) to KA_RESTART_AT_ONCE (%d)\n"
+     "%s is %d; it must not be below 0\n"
      "options of %d bytes were not filled by ka_options_init\n"
-     "a deadline of %d ms\n"
+     "deadline_ms is %d; it must be above 0\n"
      "trace_level is %d; it must be 0 to %d\n"
-     "there is no checking %d\n"
-     "a grace time of %d ms\n"
-     "there is no layout %d\n"
-     "a scratch area of %d bytes\n"
-     "a segment of %d bytes has no room for the block\n"
-     "a segment of %d bytes is too large\n"
-     "there is no way of waiting %d",
+     "checking is %d; it is KA_CHECKED (%d) or KA_RAW (%d)\n"
+     "layout is %d; it is KA_LAYOUT_NATIVE (%d) or KA_LAYOUT_64 (%d)\n"
+     "segment_bytes is %d; it must be at least scratch_bytes (%d) + %d\n"
+     "segment_bytes is %d; it must not be above %d\n"
+     "waiting is %d; it is KA_WAIT_SAFE (%d) or KA_WAIT_FAST (%d)",
      "an option of a host has an impossible value",
      "ka_options was not filled by ka_options_init, or a field is wrong",
      "give the field a value that ka/caller.h allows"},

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
- * Builds a call: each argument's value goes straight into the segment, its descriptor likewise, and what the library
- * needs to know of it later into a slot. When a call does not fit, nothing more is written, but the size is still
- * summed up, so that the error can name it. */
+ * The arguments of a call: each one's value goes straight into the segment, its descriptor likewise, and what the
+ * library needs to know of it later into the host's record. When a call does not fit, nothing more is written, but
+ * the size is still summed up, so that the error can name it. */
 #include <stdio.h>
 #include <string.h>
 
@@ -25,91 +25,114 @@ struct t_SOURCE {
 static int32_t keep_error(ka_host *host)
 {
     host->build_failure = host->error;
-    return host->build_error = host->error.error_class;
+    return host->building.error = host->error.error_class;
 }
 
 static int32_t fail_too_big(ka_host *host)
 {
-    const int64_t needed = host->cursor + host->options.scratch_bytes;
+    const int64_t needed = host->building.cursor + host->options.scratch_bytes;
     fail(host, KA_TOO_BIG, "the call of \"%s\" needs a segment of %lld bytes, this one has %d", host->function,
          static_cast<long long>(needed), host->options.segment_bytes);
     host->error.needed_bytes = needed;
     return keep_error(host);
 }
 
-/* The first error of a call is kept. */
-static int32_t fail_value(ka_host *host, int32_t element, const char *what)
+/* The first error of a call is kept. place is the element, or empty. */
+static int32_t fail_argument(ka_host *host, const char *place, const char *what)
 {
-    if (host->build_error != KA_DONE) return host->build_error;
-    fail(host, KA_ARGUMENT, "argument %d of \"%s\", element %d: %s", host->argc, host->function, element, what);
-    host->error.argument = host->argc;
+    if (host->building.error != KA_DONE) return host->building.error;
+    fail(host, KA_ARGUMENT, "argument %d of \"%s\"%s: %s", host->building.argc, host->function, place, what);
+    host->error.argument = host->building.argc;
     return keep_error(host);
+}
+
+static int32_t fail_element(ka_host *host, int32_t element, const char *what)
+{
+    char place[32];
+    snprintf(place, sizeof place, ", element %d", element);
+    return fail_argument(host, place, what);
+}
+
+static int32_t fail_negative(ka_host *host, const char *name, int32_t value)
+{
+    char text[80];
+    snprintf(text, sizeof text, "%s is %d; it must not be below 0", name, value);
+    return fail_argument(host, "", text);
+}
+
+static int32_t fail_passing(ka_host *host, int32_t passing)
+{
+    char text[80];
+    snprintf(text, sizeof text, "passing is %d; it is KA_BY_VALUE (%d) or KA_BY_REFERENCE (%d)", passing, KA_BY_VALUE,
+             KA_BY_REFERENCE);
+    return fail_argument(host, "", text);
 }
 
 /* ---- Elements -------------------------------------------------------------------------------------------------- */
 
-static int32_t put_integers(ka_host *host, const t_SLOT *slot, const int32_t *values)
+static int32_t put_integers(ka_host *host, const t_ARGUMENT *argument, const int32_t *values)
 {
-    memcpy(host->base + slot->offset, values, static_cast<size_t>(slot->count) * sizeof *values);
+    memcpy(host->segment.base + argument->offset, values, static_cast<size_t>(argument->count) * sizeof *values);
     return KA_DONE;
 }
 
-static int32_t put_reals(ka_host *host, const t_SLOT *slot, const t_DECIMAL *values)
+static int32_t put_reals(ka_host *host, const t_ARGUMENT *argument, const t_DECIMAL *values)
 {
-    for (int32_t i = 0; i < slot->count; i++)
-        if (values[i].dec_pos == DEC_NULL) return fail_value(host, i, "a null REAL");
-    memcpy(host->base + slot->offset, values, static_cast<size_t>(slot->count) * sizeof *values);
+    for (int32_t i = 0; i < argument->count; i++)
+        if (values[i].dec_pos == DEC_NULL) return fail_element(host, i, "a null REAL");
+    memcpy(host->segment.base + argument->offset, values, static_cast<size_t>(argument->count) * sizeof *values);
     return KA_DONE;
 }
 
-static int32_t put_doubles(ka_host *host, const t_SLOT *slot, const double *values)
+static int32_t put_doubles(ka_host *host, const t_ARGUMENT *argument, const double *values)
 {
-    for (int32_t i = 0; i < slot->count; i++) {
+    for (int32_t i = 0; i < argument->count; i++) {
         t_DECIMAL real;
         if (deccvdbl(values[i], &real) != DEC_OK) {
             char what[64];
             snprintf(what, sizeof what, "%g cannot be held by a REAL", values[i]);
-            return fail_value(host, i, what);
+            return fail_element(host, i, what);
         }
-        memcpy(host->base + slot->offset + static_cast<ptrdiff_t>(i) * slot->stride, &real, sizeof real);
+        memcpy(host->segment.base + argument->offset + static_cast<ptrdiff_t>(i) * argument->stride, &real,
+               sizeof real);
     }
     return KA_DONE;
 }
 
 /* Room behind a string is cleared, so that nothing of an earlier call shows. */
-static int32_t put_strings(ka_host *host, const t_SLOT *slot, const ka_text *values)
+static int32_t put_strings(ka_host *host, const t_ARGUMENT *argument, const ka_text *values)
 {
-    for (int32_t i = 0; i < slot->count; i++) {
-        char *element = host->base + slot->offset + static_cast<ptrdiff_t>(i) * slot->stride;
-        // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.Assign): there are as many values as the slot counts
+    for (int32_t i = 0; i < argument->count; i++) {
+        char *element = host->segment.base + argument->offset + static_cast<ptrdiff_t>(i) * argument->stride;
+        // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.Assign): there are as many values as the argument has
+        // elements
         const size_t length = static_cast<size_t>(values[i].length);
         memcpy(element, &values[i].length, 4);
         if (length > 0) memcpy(element + 4, values[i].data, length);
-        memset(element + 4 + length, 0, static_cast<size_t>(slot->stride) - 4 - length);
+        memset(element + 4 + length, 0, static_cast<size_t>(argument->stride) - 4 - length);
     }
     return KA_DONE;
 }
 
-static int32_t put_values(ka_host *host, const t_SLOT *slot, const t_SOURCE *source)
+static int32_t put_values(ka_host *host, const t_ARGUMENT *argument, const t_SOURCE *source)
 {
-    if (source->integers) return put_integers(host, slot, source->integers);
-    if (source->reals) return put_reals(host, slot, source->reals);
-    if (source->doubles) return put_doubles(host, slot, source->doubles);
-    if (source->strings) return put_strings(host, slot, source->strings);
+    if (source->integers) return put_integers(host, argument, source->integers);
+    if (source->reals) return put_reals(host, argument, source->reals);
+    if (source->doubles) return put_doubles(host, argument, source->doubles);
+    if (source->strings) return put_strings(host, argument, source->strings);
     return KA_DONE;
 }
 
 /* ---- Arguments ------------------------------------------------------------------------------------------------- */
 
 /* A call that is too big goes on being summed up; any other error ends the building. */
-static int32_t check_turn(ka_host *host)
+static int32_t begin_argument(ka_host *host)
 {
-    if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
-    if (host->state != STATE_BUILDING) return fail(host, KA_ARGUMENT, "an argument without ka_begin");
-    if (host->build_error == KA_ARGUMENT) return KA_ARGUMENT;
-    if (host->argc <= DLL_MAX_ARGS) return KA_DONE;
+    if (take_turn(host, TURN_ADD) != KA_DONE) return host->error.error_class;
+    if (host->building.error == KA_ARGUMENT) return KA_ARGUMENT;
+    if (host->building.argc <= DLL_MAX_ARGS) return KA_DONE;
     fail(host, KA_ARGUMENT, "a call of \"%s\" with more than %d arguments", host->function, DLL_MAX_ARGS);
-    host->error.argument = host->argc;
+    host->error.argument = host->building.argc;
     return keep_error(host);
 }
 
@@ -117,37 +140,36 @@ static int32_t check_turn(ka_host *host)
    long before it could overflow. */
 static int64_t reserve(ka_host *host, int64_t size)
 {
-    const int64_t offset = host->cursor;
-    if (host->cursor < int64_t{1} << 61) host->cursor += size > 4 ? size : 4;
+    const int64_t offset = host->building.cursor;
+    if (host->building.cursor < int64_t{1} << 61) host->building.cursor += size > 4 ? size : 4;
     return offset;
 }
 
-static int32_t add_argument(ka_host *host, const t_SLOT *shape, int64_t stride_bytes, const t_SOURCE *source)
+static int32_t add_argument(ka_host *host, const t_ARGUMENT *shape, int64_t stride_bytes, const t_SOURCE *source)
 {
-    if (shape->count < 0) return fail_value(host, 0, "a negative count");
-    if (shape->passing != KA_BY_VALUE && shape->passing != KA_BY_REFERENCE)
-        return fail_value(host, 0, "passed neither by value nor by reference");
+    if (shape->count < 0) return fail_negative(host, "count", shape->count);
+    if (shape->passing != KA_BY_VALUE && shape->passing != KA_BY_REFERENCE) return fail_passing(host, shape->passing);
     const int64_t offset = reserve(host, stride_bytes * shape->count);
-    const int32_t index = host->argc;
-    int32_t status = host->cursor > host->scratch_offset ? fail_too_big(host) : host->build_error;
+    const int32_t index = host->building.argc;
+    int32_t status = host->building.cursor > host->segment.scratch_offset ? fail_too_big(host) : host->building.error;
     if (status == KA_DONE) {
-        t_SLOT *slot = &host->slots[index];
-        *slot = *shape;
-        slot->offset = static_cast<int32_t>(offset);
-        slot->stride = static_cast<int32_t>(stride_bytes);
-        memset(host->base + offset, 0, 4); /* read as a length even where there is no string: by a zString */
-        status = put_values(host, slot, source);
+        t_ARGUMENT *argument = &host->arguments[index];
+        *argument = *shape;
+        argument->offset = static_cast<int32_t>(offset);
+        argument->stride = static_cast<int32_t>(stride_bytes);
+        memset(host->segment.base + offset, 0, 4); /* read as a length even where there is no string: by a zString */
+        status = put_values(host, argument, source);
         write_descriptor(host, index);
     }
-    host->argc = index + 1;
+    host->building.argc = index + 1;
     return status;
 }
 
 static int32_t add_numbers(ka_host *host, int32_t type, size_t size, int32_t count, int32_t passing,
                            const t_SOURCE *source)
 {
-    if (check_turn(host) != KA_DONE) return host->error.error_class;
-    const t_SLOT shape = {type, passing, 0, 0, 0, count, false};
+    if (begin_argument(host) != KA_DONE) return host->error.error_class;
+    const t_ARGUMENT shape = {type, passing, 0, 0, 0, count, false};
     return add_argument(host, &shape, static_cast<int64_t>(size), source);
 }
 
@@ -172,8 +194,11 @@ int32_t ka_add_doubles(ka_host *host, const double *values, int32_t count, int32
 static void fail_length(ka_host *host, int32_t element, int32_t length, int32_t room)
 {
     char what[80];
-    snprintf(what, sizeof what, "a string of %d bytes is longer than its room of %d", length, room);
-    fail_value(host, element, length < 0 ? "a negative length" : what);
+    if (length < 0)
+        snprintf(what, sizeof what, "length is %d; it must not be below 0", length);
+    else
+        snprintf(what, sizeof what, "a string of %d bytes is longer than its room of %d", length, room);
+    fail_element(host, element, what);
 }
 
 /* Length of the longest; -1 when a length is negative or does not fit the room. */
@@ -193,11 +218,11 @@ static int32_t longest_of(ka_host *host, const ka_text *values, int32_t count, i
 
 int32_t ka_add_strings(ka_host *host, const ka_text *values, int32_t count, int32_t room, int32_t passing)
 {
-    if (check_turn(host) != KA_DONE) return host->error.error_class;
-    if (room < 0) return fail_value(host, 0, "a negative room");
+    if (begin_argument(host) != KA_DONE) return host->error.error_class;
+    if (room < 0) return fail_negative(host, "room", room);
     const int32_t longest = longest_of(host, values, count, room);
-    if (longest < 0) return host->build_error;
-    const t_SLOT shape = {DLL_STRING, passing, 0, room > 0 ? room : longest, 0, count, false};
+    if (longest < 0) return host->building.error;
+    const t_ARGUMENT shape = {DLL_STRING, passing, 0, room > 0 ? room : longest, 0, count, false};
     const t_SOURCE source = {.strings = values};
     return add_argument(host, &shape, (int64_t{4} + shape.room + 3) / 4 * 4, &source);
 }
@@ -220,11 +245,11 @@ int32_t ka_add_string(ka_host *host, const char *data, int32_t length, int32_t r
 
 int32_t ka_add_real(ka_host *host, const char *text, int32_t passing)
 {
-    if (check_turn(host) != KA_DONE) return host->error.error_class;
+    if (begin_argument(host) != KA_DONE) return host->error.error_class;
     t_DECIMAL value;
     if (ka_real_from_text(text, static_cast<int32_t>(strlen(text)), &value) == KA_DONE)
         return ka_add_reals(host, &value, 1, passing);
     char what[80];
     snprintf(what, sizeof what, "\"%.40s\" is not a REAL", text);
-    return fail_value(host, 0, what);
+    return fail_element(host, 0, what);
 }

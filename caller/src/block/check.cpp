@@ -88,7 +88,7 @@ static void append_taken(t_TEXT *text, const t_KIND &kind)
 static int32_t refuse_value(ka_host *host, int32_t code, int32_t number, const ka_prototype *prototype)
 {
     const t_KIND &kind = wire::kinds[prototype->kind];
-    const t_SLOT *slot = &host->slots[number];
+    const t_ARGUMENT *argument = &host->arguments[number];
     const bool counted = kind.array && prototype->min_elements > 0;
     t_TEXT text = {};
     append_argument(&text, number, prototype);
@@ -97,20 +97,20 @@ static int32_t refuse_value(ka_host *host, int32_t code, int32_t number, const k
     if (counted) append_elements(&text, prototype->min_elements);
     append_taken(&text, kind);
     append(&text, ", got ");
-    if (counted) append_elements(&text, slot->count);
-    append(&text, "%s", wire::type_name(slot->type));
+    if (counted) append_elements(&text, argument->count);
+    append(&text, "%s", wire::type_name(argument->type));
     return refuse(host, code, number, &text);
 }
 
 /* Too few elements come before a wrong type. */
 static int32_t check_argument(ka_host *host, int32_t number, const ka_prototype *prototype)
 {
-    const t_SLOT *slot = &host->slots[number];
+    const t_ARGUMENT *argument = &host->arguments[number];
     if (!wire::is_kind(prototype->kind)) return refuse_kind(host, number, prototype);
     const t_KIND &kind = wire::kinds[prototype->kind];
-    if (kind.array && prototype->min_elements > slot->count)
+    if (kind.array && prototype->min_elements > argument->count)
         return refuse_value(host, KA_TOO_FEW_ELEMENTS, number, prototype);
-    if (!wire::accepts(kind, slot->type)) return refuse_value(host, KA_WRONG_TYPE, number, prototype);
+    if (!wire::accepts(kind, argument->type)) return refuse_value(host, KA_WRONG_TYPE, number, prototype);
     return KA_DONE;
 }
 
@@ -158,7 +158,7 @@ static int32_t refuse_count(ka_host *host, const ka_function *function)
                : least == 1  ? "argument"
                              : "arguments");
     if (count > 0 && count <= DLL_MAX_ARGS) append_names(&text, function, least < count ? least + 1 : count);
-    append(&text, ", got %d", host->argc - 1);
+    append(&text, ", got %d", host->building.argc - 1);
     return refuse(host, KA_WRONG_COUNT, 0, &text);
 }
 
@@ -167,7 +167,7 @@ static int32_t refuse_count(ka_host *host, const ka_function *function)
 static int32_t check_arguments(ka_host *host, const ka_function *function)
 {
     int32_t position = 0;
-    for (int32_t number = 1; number < host->argc; number++) {
+    for (int32_t number = 1; number < host->building.argc; number++) {
         if (position >= function->prototype_count) return refuse_count(host, function);
         const ka_prototype *prototype = &function->prototypes[position];
         if (check_argument(host, number, prototype) != KA_DONE) return KA_REFUSED;
@@ -180,8 +180,8 @@ static int32_t check_arguments(ka_host *host, const ka_function *function)
 /* The name is read where the host will read it. What a module makes of it meanwhile deceives but the module. */
 int32_t check_call(ka_host *host)
 {
-    const t_SLOT *name = &host->slots[0];
-    const ka_function *function = look_up(host->tables, host->base + name->offset + 4, name->room);
+    const t_ARGUMENT *name = &host->arguments[0];
+    const ka_function *function = look_up(host->prepared.tables, host->segment.base + name->offset + 4, name->room);
     if (function) return check_arguments(host, function);
     fail(host, KA_REFUSED, "the module has no function \"%s\"", host->function);
     host->error.return_code = KA_NO_FUNCTION;

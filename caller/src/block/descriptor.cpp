@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
  * Descriptors as they stand in the block, for those who test modules and hosts: every field can be set to anything.
- * The library goes by its own slots, so a forged descriptor misleads the host alone. */
+ * The library goes by its own record of the arguments, so a forged descriptor misleads the host alone. */
 #include <string.h>
 
 #include "host/host.h"
@@ -9,17 +9,16 @@
 
 static int32_t check_raw_turn(ka_host *host)
 {
-    if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
+    if (take_turn(host, TURN_DESCRIPTOR) != KA_DONE) return host->error.error_class;
     if (host->options.checking != KA_RAW)
         return fail(host, KA_ARGUMENT, "descriptors are open to hosts with KA_RAW alone");
-    if (host->state != STATE_BUILDING) return fail(host, KA_ARGUMENT, "a descriptor outside the building of a call");
-    return host->build_error;
+    return host->building.error;
 }
 
 static int32_t check_descriptor(ka_host *host, int32_t argument)
 {
     if (check_raw_turn(host) != KA_DONE) return host->error.error_class;
-    if (argument >= 0 && argument < host->argc) return KA_DONE;
+    if (argument >= 0 && argument < host->building.argc) return KA_DONE;
     fail(host, KA_ARGUMENT, "\"%s\" has no argument %d yet", host->function, argument);
     host->error.argument = argument;
     return KA_ARGUMENT;
@@ -29,22 +28,22 @@ static int32_t check_descriptor(ka_host *host, int32_t argument)
 static int64_t load_offset(const ka_host *host, int32_t at)
 {
     uint64_t address = 0;
-    memcpy(&address, host->base + at, static_cast<size_t>(host->layout->address_size));
-    const uint64_t offset = address - reinterpret_cast<uintptr_t>(host->base);
-    return host->layout->address_size == 4 ? static_cast<int32_t>(offset) : static_cast<int64_t>(offset);
+    memcpy(&address, host->segment.base + at, static_cast<size_t>(host->segment.layout->address_size));
+    const uint64_t offset = address - reinterpret_cast<uintptr_t>(host->segment.base);
+    return host->segment.layout->address_size == 4 ? static_cast<int32_t>(offset) : static_cast<int64_t>(offset);
 }
 
 static void store_offset(ka_host *host, int32_t at, int64_t offset)
 {
-    const uint64_t address = reinterpret_cast<uintptr_t>(host->base) + static_cast<uint64_t>(offset);
-    memcpy(host->base + at, &address, static_cast<size_t>(host->layout->address_size));
+    const uint64_t address = reinterpret_cast<uintptr_t>(host->segment.base) + static_cast<uint64_t>(offset);
+    memcpy(host->segment.base + at, &address, static_cast<size_t>(host->segment.layout->address_size));
 }
 
 int32_t ka_get_descriptor(ka_host *host, int32_t argument, ka_descriptor *descriptor)
 {
     if (check_descriptor(host, argument) != KA_DONE) return host->error.error_class;
     const int32_t at = descriptor_offset(host, argument);
-    const int32_t counts = at + host->layout->arg_counts;
+    const int32_t counts = at + host->segment.layout->arg_counts;
     *descriptor = {load32(host, at + wire::ARG_TYPE_AT),
                    load32(host, at + wire::ARG_REF_AT),
                    load_offset(host, at + wire::ARG_PTR_AT),
@@ -58,7 +57,7 @@ int32_t ka_set_descriptor(ka_host *host, int32_t argument, const ka_descriptor *
 {
     if (check_descriptor(host, argument) != KA_DONE) return host->error.error_class;
     const int32_t at = descriptor_offset(host, argument);
-    const int32_t counts = at + host->layout->arg_counts;
+    const int32_t counts = at + host->segment.layout->arg_counts;
     store32(host, at + wire::ARG_TYPE_AT, descriptor->type);
     store32(host, at + wire::ARG_REF_AT, descriptor->ref);
     store_offset(host, at + wire::ARG_PTR_AT, descriptor->offset);
@@ -72,7 +71,7 @@ int32_t ka_set_descriptor(ka_host *host, int32_t argument, const ka_descriptor *
 int32_t ka_set_argc(ka_host *host, int32_t argc)
 {
     if (check_raw_turn(host) != KA_DONE) return host->error.error_class;
-    host->given_argc = argc;
-    host->argc_is_given = true;
+    host->building.given_argc = argc;
+    host->building.argc_is_given = true;
     return KA_DONE;
 }

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * Reads what a call gave back. Where it lies and how much it is comes from the library's own slots; of the block only
- * the values are read, each once, and made safe. */
+ * Reads what a call gave back. Where it lies and how much it is comes from the library's own record of them; of the
+ * block only the values are read, each once, and made safe. */
 #include "results.h"
 
 #include <string.h>
@@ -11,62 +11,60 @@
 
 static bool is_argument(const ka_host *host, int32_t argument)
 {
-    return host->state == STATE_CALLED && argument >= 1 && argument < host->argc;
+    return host->life.state == STATE_CALLED && argument >= 1 && argument < host->building.argc;
 }
 
 int32_t ka_gives_back(const ka_host *host, int32_t argument)
 {
-    return is_argument(host, argument) && host->slots[argument].gives_back ? 1 : 0;
+    return is_argument(host, argument) && host->arguments[argument].gives_back ? 1 : 0;
 }
 
 void take_results(ka_host *host)
 {
-    for (int32_t i = 1; i < host->argc; i++) {
-        t_SLOT *slot = &host->slots[i];
-        slot->gives_back = slot->passing == KA_BY_REFERENCE && still_by_reference(host, i);
+    for (int32_t i = 1; i < host->building.argc; i++) {
+        t_ARGUMENT *argument = &host->arguments[i];
+        argument->gives_back = argument->passing == KA_BY_REFERENCE && still_by_reference(host, i);
     }
 }
 
-/* The argument's slot, or null with the error stored. */
-static const t_SLOT *find_result(ka_host *host, int32_t argument, int32_t type, int32_t count)
+/* The argument, or null with the error stored. */
+static const t_ARGUMENT *find_result(ka_host *host, int32_t argument, int32_t type, int32_t count)
 {
-    if (host->state == STATE_ENDED) {
-        fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
-    } else if (host->state != STATE_CALLED) {
-        fail(host, KA_ARGUMENT, "a result is asked for before the call is made");
+    if (take_turn(host, TURN_GET) != KA_DONE) {
+        /* the error is stored */
     } else if (!is_argument(host, argument)) {
         fail(host, KA_ARGUMENT, "\"%s\" was called without an argument %d", host->function, argument);
     } else if (!ka_gives_back(host, argument)) {
         fail(host, KA_ARGUMENT, "\"%s\" gives nothing back in argument %d", host->function, argument);
-    } else if (host->slots[argument].type != type) {
+    } else if (host->arguments[argument].type != type) {
         fail(host, KA_ARGUMENT, "argument %d of \"%s\" has another type", argument, host->function);
-    } else if (count < 0 || count > host->slots[argument].count) {
+    } else if (count < 0 || count > host->arguments[argument].count) {
         fail(host, KA_ARGUMENT, "argument %d of \"%s\" has %d elements, not %d", argument, host->function,
-             host->slots[argument].count, count);
+             host->arguments[argument].count, count);
     } else {
-        return &host->slots[argument];
+        return &host->arguments[argument];
     }
     if (host->error.error_class == KA_ARGUMENT) host->error.argument = argument;
     return nullptr;
 }
 
-static const char *element(const ka_host *host, const t_SLOT *slot, int32_t index)
+static const char *element(const ka_host *host, const t_ARGUMENT *argument, int32_t index)
 {
-    return host->base + slot->offset + static_cast<ptrdiff_t>(index) * slot->stride;
+    return host->segment.base + argument->offset + static_cast<ptrdiff_t>(index) * argument->stride;
 }
 
-int32_t read_integer(const ka_host *host, const t_SLOT *slot, int32_t index)
+int32_t read_integer(const ka_host *host, const t_ARGUMENT *argument, int32_t index)
 {
     int32_t value;
-    memcpy(&value, element(host, slot, index), sizeof value);
+    memcpy(&value, element(host, argument, index), sizeof value);
     return value;
 }
 
 int32_t ka_get_integers(ka_host *host, int32_t argument, int32_t *values, int32_t count)
 {
-    const t_SLOT *slot = find_result(host, argument, DLL_INTEGER, count);
-    if (!slot) return host->error.error_class;
-    memcpy(values, element(host, slot, 0), static_cast<size_t>(count) * sizeof *values);
+    const t_ARGUMENT *found = find_result(host, argument, DLL_INTEGER, count);
+    if (!found) return host->error.error_class;
+    memcpy(values, element(host, found, 0), static_cast<size_t>(count) * sizeof *values);
     return KA_DONE;
 }
 
@@ -77,52 +75,53 @@ static_assert(wire::REAL_DIGITS_AT == offsetof(t_DECIMAL, dec_dgts) && wire::REA
 static_assert(wire::REAL_PLUS == DEC_POSITIVE && wire::REAL_MINUS == DEC_NEGATIVE && wire::REAL_NULL == DEC_NULL);
 static_assert(wire::REAL_EXPONENT_MIN == DEC_EXP_MIN && wire::REAL_EXPONENT_MAX == DEC_EXP_MAX);
 
-t_DECIMAL read_real(const ka_host *host, const t_SLOT *slot, int32_t index)
+t_DECIMAL read_real(const ka_host *host, const t_ARGUMENT *argument, int32_t index)
 {
     static constexpr t_DECIMAL null = {0, DEC_NULL, 0, {}};
     t_DECIMAL real;
     int32_t found;
-    memcpy(&real, element(host, slot, index), sizeof real);
+    memcpy(&real, element(host, argument, index), sizeof real);
     return wire::real_fault(&real, &found) == REAL_SOUND ? real : null;
 }
 
 int32_t ka_get_reals(ka_host *host, int32_t argument, t_DECIMAL *values, int32_t count)
 {
-    const t_SLOT *slot = find_result(host, argument, DLL_REAL, count);
-    if (!slot) return host->error.error_class;
+    const t_ARGUMENT *found = find_result(host, argument, DLL_REAL, count);
+    if (!found) return host->error.error_class;
     for (int32_t i = 0; i < count; i++)
-        values[i] = read_real(host, slot, i);
+        values[i] = read_real(host, found, i);
     return KA_DONE;
 }
 
 int32_t ka_get_doubles(ka_host *host, int32_t argument, double *values, int32_t count)
 {
-    const t_SLOT *slot = find_result(host, argument, DLL_REAL, count);
-    if (!slot) return host->error.error_class;
+    const t_ARGUMENT *found = find_result(host, argument, DLL_REAL, count);
+    if (!found) return host->error.error_class;
     for (int32_t i = 0; i < count; i++) {
-        const t_DECIMAL real = read_real(host, slot, i);
+        const t_DECIMAL real = read_real(host, found, i);
         values[i] = __builtin_nan("");
         if (real.dec_pos != DEC_NULL) dectodbl(&real, &values[i]);
     }
     return KA_DONE;
 }
 
-int32_t read_string(const ka_host *host, const t_SLOT *slot, int32_t index, char *buffer, int32_t size)
+int32_t read_string(const ka_host *host, const t_ARGUMENT *argument, int32_t index, char *buffer, int32_t size)
 {
     int32_t length;
-    memcpy(&length, element(host, slot, index), sizeof length);
+    memcpy(&length, element(host, argument, index), sizeof length);
     if (length < 0) length = 0;
-    if (length > slot->room) length = slot->room;
+    if (length > argument->room) length = argument->room;
     const int32_t copied = length < size ? length : size;
-    if (copied > 0) memcpy(buffer, element(host, slot, index) + 4, static_cast<size_t>(copied));
+    if (copied > 0) memcpy(buffer, element(host, argument, index) + 4, static_cast<size_t>(copied));
     return length;
 }
 
 int32_t ka_get_string(ka_host *host, int32_t argument, int32_t index, char *buffer, int32_t size, int32_t *length)
 {
-    const t_SLOT *slot = find_result(host, argument, DLL_STRING, index < INT32_MAX ? index + 1 : index);
-    if (!slot) return host->error.error_class;
-    if (index < 0 || size < 0) return fail(host, KA_ARGUMENT, "a negative element or size");
-    *length = read_string(host, slot, index, buffer, size);
+    const t_ARGUMENT *found = find_result(host, argument, DLL_STRING, index < INT32_MAX ? index + 1 : index);
+    if (!found) return host->error.error_class;
+    if (index < 0) return fail(host, KA_ARGUMENT, "index is %d; it must not be below 0", index);
+    if (size < 0) return fail(host, KA_ARGUMENT, "size is %d; it must not be below 0", size);
+    *length = read_string(host, found, index, buffer, size);
     return KA_DONE;
 }

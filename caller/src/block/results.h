@@ -10,8 +10,8 @@
 void take_results(ka_host *host);
 
 /* Elements as the block holds them, made safe. A string is copied as far as it fits; its length. */
-int32_t read_integer(const ka_host *host, const t_SLOT *slot, int32_t index);
-t_DECIMAL read_real(const ka_host *host, const t_SLOT *slot, int32_t index);
-int32_t read_string(const ka_host *host, const t_SLOT *slot, int32_t index, char *buffer, int32_t size);
+int32_t read_integer(const ka_host *host, const t_ARGUMENT *argument, int32_t index);
+t_DECIMAL read_real(const ka_host *host, const t_ARGUMENT *argument, int32_t index);
+int32_t read_string(const ka_host *host, const t_ARGUMENT *argument, int32_t index, char *buffer, int32_t size);
 
 #endif

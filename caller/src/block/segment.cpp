@@ -17,12 +17,15 @@
 /* The scratch area can move up by this much; see place_scratch. */
 enum { SLACK = 16 };
 
+/* What is allocated is rounded up, and still an int32_t. */
+enum : int32_t { SEGMENT_MAX = INT32_MAX - static_cast<int32_t>(2 * SIZE_STEP) };
+
 /* ---- Fields ---------------------------------------------------------------------------------------------------- */
 
 /* The fields accessed so are aligned: the segment begins on a page. */
 static int32_t *word_at(const ka_host *host, int32_t offset)
 {
-    return static_cast<int32_t *>(static_cast<void *>(host->base + offset));
+    return static_cast<int32_t *>(static_cast<void *>(host->segment.base + offset));
 }
 
 int32_t load32(const ka_host *host, int32_t offset)
@@ -41,25 +44,25 @@ void store32(ka_host *host, int32_t offset, int32_t value)
 static void store_address(ka_host *host, int32_t offset, const char *address)
 {
     const uint64_t wide = reinterpret_cast<uintptr_t>(address);
-    memcpy(host->base + offset, &wide, static_cast<size_t>(host->layout->address_size));
+    memcpy(host->segment.base + offset, &wide, static_cast<size_t>(host->segment.layout->address_size));
 }
 
 int32_t descriptor_offset(const ka_host *host, int32_t index)
 {
-    return host->layout->args + index * host->layout->arg_size;
+    return host->segment.layout->args + index * host->segment.layout->arg_size;
 }
 
 void write_descriptor(ka_host *host, int32_t index)
 {
-    const t_SLOT *slot = &host->slots[index];
+    const t_ARGUMENT *argument = &host->arguments[index];
     const int32_t at = descriptor_offset(host, index);
-    store32(host, at + wire::ARG_TYPE_AT, slot->type);
-    store32(host, at + wire::ARG_REF_AT, slot->passing);
-    store_address(host, at + wire::ARG_PTR_AT, host->base + slot->offset);
-    const int32_t counts = at + host->layout->arg_counts;
-    store32(host, counts, slot->room);
-    store32(host, counts + 4, slot->stride / 4);
-    store32(host, counts + 8, slot->count);
+    store32(host, at + wire::ARG_TYPE_AT, argument->type);
+    store32(host, at + wire::ARG_REF_AT, argument->passing);
+    store_address(host, at + wire::ARG_PTR_AT, host->segment.base + argument->offset);
+    const int32_t counts = at + host->segment.layout->arg_counts;
+    store32(host, counts, argument->room);
+    store32(host, counts + 4, argument->stride / 4);
+    store32(host, counts + 8, argument->count);
 }
 
 bool still_by_reference(const ka_host *host, int32_t index)
@@ -74,18 +77,18 @@ void store_caller(ka_host *host, pid_t caller)
 
 static const char *scratch_address(const ka_host *host)
 {
-    return host->options.scratch_bytes > 0 ? host->base + host->scratch_offset : nullptr;
+    return host->options.scratch_bytes > 0 ? host->segment.base + host->segment.scratch_offset : nullptr;
 }
 
 /* Written again for every call, since a module can have overwritten it. argc is 0 until a call is complete. */
 void write_header(ka_host *host)
 {
-    const t_LAYOUT *layout = host->layout;
-    memcpy(host->base, DLL_MAGIC, wire::MAGIC_SIZE);
+    const t_LAYOUT *layout = host->segment.layout;
+    memcpy(host->segment.base, DLL_MAGIC, wire::MAGIC_SIZE);
     store32(host, wire::VERSION_AT, DLL_VERSION);
-    store_caller(host, host->caller);
-    store_address(host, layout->base, host->base);
-    store32(host, layout->shmsz, host->segment_size);
+    store_caller(host, host->life.caller);
+    store_address(host, layout->base, host->segment.base);
+    store32(host, layout->shmsz, host->segment.size);
     store_address(host, layout->scratch, scratch_address(host));
     store32(host, layout->argc, 0);
 }
@@ -93,18 +96,18 @@ void write_header(ka_host *host)
 static bool holds_address(const ka_host *host, int32_t offset, const char *address)
 {
     const uint64_t wide = reinterpret_cast<uintptr_t>(address);
-    return memcmp(host->base + offset, &wide, static_cast<size_t>(host->layout->address_size)) == 0;
+    return memcmp(host->segment.base + offset, &wide, static_cast<size_t>(host->segment.layout->address_size)) == 0;
 }
 
 /* Those that only the caller writes, in the order of their names. */
 uint32_t overwritten_fields(const ka_host *host, pid_t caller)
 {
-    const t_LAYOUT *layout = host->layout;
-    const bool kept[] = {memcmp(host->base, DLL_MAGIC, wire::MAGIC_SIZE) == 0,
+    const t_LAYOUT *layout = host->segment.layout;
+    const bool kept[] = {memcmp(host->segment.base, DLL_MAGIC, wire::MAGIC_SIZE) == 0,
                          load32(host, wire::VERSION_AT) == DLL_VERSION,
                          load32(host, wire::PID_AT) == caller,
-                         holds_address(host, layout->base, host->base),
-                         load32(host, layout->shmsz) == host->segment_size,
+                         holds_address(host, layout->base, host->segment.base),
+                         load32(host, layout->shmsz) == host->segment.size,
                          holds_address(host, layout->scratch, scratch_address(host))};
     uint32_t fields = 0;
     for (size_t i = 0; i < sizeof kept / sizeof kept[0]; i++)
@@ -134,26 +137,27 @@ int32_t check_sizes(ka_host *host)
 {
     const ka_options *options = &host->options;
     if (options->layout != KA_LAYOUT_NATIVE && options->layout != KA_LAYOUT_64)
-        return fail(host, KA_ARGUMENT, "there is no layout %d", options->layout);
+        return fail(host, KA_ARGUMENT, "layout is %d; it is KA_LAYOUT_NATIVE (%d) or KA_LAYOUT_64 (%d)",
+                    options->layout, KA_LAYOUT_NATIVE, KA_LAYOUT_64);
     if (options->scratch_bytes < 0)
-        return fail(host, KA_ARGUMENT, "a scratch area of %d bytes", options->scratch_bytes);
+        return fail(host, KA_ARGUMENT, "scratch_bytes is %d; it must not be below 0", options->scratch_bytes);
     if (options->segment_bytes < VALUES_START || options->segment_bytes - VALUES_START < options->scratch_bytes)
-        return fail(host, KA_ARGUMENT,
-                    "a segment of %d bytes has no room for the block and a scratch area of %d bytes",
-                    options->segment_bytes, options->scratch_bytes);
-    if (options->segment_bytes > INT32_MAX - static_cast<int32_t>(2 * SIZE_STEP))
-        return fail(host, KA_ARGUMENT, "a segment of %d bytes is too large", options->segment_bytes);
+        return fail(host, KA_ARGUMENT, "segment_bytes is %d; it must be at least scratch_bytes (%d) + %d",
+                    options->segment_bytes, options->scratch_bytes, VALUES_START);
+    if (options->segment_bytes > SEGMENT_MAX)
+        return fail(host, KA_ARGUMENT, "segment_bytes is %d; it must not be above %d", options->segment_bytes,
+                    SEGMENT_MAX);
     return KA_DONE;
 }
 
 /* Where only 32 bits of an address are stored, a scratch area whose low bits are all zero would count as none. */
 static void place_scratch(ka_host *host)
 {
-    host->segment_size = host->options.segment_bytes;
-    host->scratch_offset = host->segment_size - host->options.scratch_bytes;
-    if (static_cast<uint32_t>(reinterpret_cast<uintptr_t>(host->base + host->scratch_offset)) == 0) {
-        host->segment_size += SLACK;
-        host->scratch_offset += SLACK;
+    host->segment.size = host->options.segment_bytes;
+    host->segment.scratch_offset = host->segment.size - host->options.scratch_bytes;
+    if (static_cast<uint32_t>(reinterpret_cast<uintptr_t>(host->segment.base + host->segment.scratch_offset)) == 0) {
+        host->segment.size += SLACK;
+        host->segment.scratch_offset += SLACK;
     }
 }
 
@@ -171,18 +175,18 @@ static size_t allocated_bytes(const ka_host *host)
 static void *attach_segment(ka_host *host, int *error)
 {
     do {
-        host->segment_id = shmget(new_segment_key(&host->random), allocated_bytes(host), IPC_CREAT | IPC_EXCL | 0600);
-    } while (host->segment_id == -1 && errno == EEXIST);
-    if (host->segment_id == -1) {
+        host->segment.id = shmget(new_segment_key(&host->random), allocated_bytes(host), IPC_CREAT | IPC_EXCL | 0600);
+    } while (host->segment.id == -1 && errno == EEXIST);
+    if (host->segment.id == -1) {
         *error = errno;
         return nullptr;
     }
-    void *base = shmat(host->segment_id, nullptr, 0);
+    void *base = shmat(host->segment.id, nullptr, 0);
     const bool attached = base != reinterpret_cast<void *>(-1);
     if (!attached) *error = errno;
-    if (shmctl(host->segment_id, IPC_RMID, nullptr) == 0) return attached ? base : nullptr;
+    if (shmctl(host->segment.id, IPC_RMID, nullptr) == 0) return attached ? base : nullptr;
     *error = errno;
-    shmctl(host->segment_id, IPC_RMID, nullptr); /* one that nobody marks outlives its users */
+    shmctl(host->segment.id, IPC_RMID, nullptr); /* one that nobody marks outlives its users */
     if (attached) shmdt(base);
     return nullptr;
 }
@@ -190,28 +194,28 @@ static void *attach_segment(ka_host *host, int *error)
 int32_t create_segment(ka_host *host)
 {
     int error = 0;
-    host->base = static_cast<char *>(attach_segment(host, &error));
-    if (!host->base) {
+    host->segment.base = static_cast<char *>(attach_segment(host, &error));
+    if (!host->segment.base) {
         char what[64];
         snprintf(what, sizeof what, "cannot create a shared segment of %d bytes", host->options.segment_bytes);
         return fail_system(host, error, what);
     }
     /* A child that the program forks must not keep the segment alive. */
-    madvise(host->base, allocated_bytes(host), MADV_DONTFORK);
-    host->layout = host->options.layout == KA_LAYOUT_64 ? &wire::layout_64 : &wire::layout_32;
+    madvise(host->segment.base, allocated_bytes(host), MADV_DONTFORK);
+    host->segment.layout = host->options.layout == KA_LAYOUT_64 ? &wire::layout_64 : &wire::layout_32;
     place_scratch(host);
     return KA_DONE;
 }
 
 void remove_segment(ka_host *host)
 {
-    if (host->base) shmdt(host->base);
-    host->base = nullptr;
+    if (host->segment.base) shmdt(host->segment.base);
+    host->segment = no_segment;
 }
 
 void *ka_scratch(ka_host *host, int32_t *size)
 {
-    const bool there = host->base && host->options.scratch_bytes > 0;
+    const bool there = host->segment.base && host->options.scratch_bytes > 0;
     if (size) *size = there ? host->options.scratch_bytes : 0;
-    return there ? host->base + host->scratch_offset : nullptr;
+    return there ? host->segment.base + host->segment.scratch_offset : nullptr;
 }

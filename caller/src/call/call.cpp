@@ -36,9 +36,9 @@ static int32_t answer(ka_host *host, int32_t value)
 /* ---- What can go wrong -------------------------------------------------------------------------------------------
  */
 
-static int32_t fail_exchange(ka_host *host, t_EVENT event)
+static int32_t fail_call(ka_host *host, t_EVENT event)
 {
-    const char *what = host->in_callback ? "a call-back of" : "a call of";
+    const char *what = host->building.in_callback ? "a call-back of" : "a call of";
     char where[SHOWN_NAME + 32];
     snprintf(where, sizeof where, "in %s \"%s\"", what, host->function);
     if (event == EVENT_DIED) return fail_dead(host, where);
@@ -50,41 +50,34 @@ static int32_t fail_exchange(ka_host *host, t_EVENT event)
     } else {
         fail_system(host, EIO, "cannot read the host's state from /proc");
     }
-    return lose_host(host);
+    return fail_and_end(host);
 }
 
-static int32_t fail_ring(ka_host *host, int error)
+static int32_t fail_signal(ka_host *host, int error)
 {
-    if (error == ESRCH) return fail_exchange(host, EVENT_DIED);
+    if (error == ESRCH) return fail_call(host, EVENT_DIED);
     fail_system(host, error, "cannot signal the host");
-    return lose_host(host);
+    return fail_and_end(host);
 }
 
 static int32_t fail_wait(ka_host *host, int error)
 {
     fail_system(host, error, "cannot wait for the host");
-    return lose_host(host);
+    return fail_and_end(host);
 }
 
-static int32_t fail_out_of_turn(ka_host *host)
-{
-    if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
-    if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a call inside a call-back of the same host");
-    return fail(host, KA_ARGUMENT, "ka_call without ka_begin");
-}
-
-static int32_t fail_unheard(ka_host *host)
+static int32_t fail_unanswered(ka_host *host)
 {
     fail(host, KA_DEADLINE, "%.300s: a call of \"%s\" was not heard: the module handles SIGUSR2 itself", host->module,
          host->function);
-    return lose_host(host);
+    return fail_and_end(host);
 }
 
-static int32_t fail_settling(ka_host *host)
+static int32_t fail_late_idle(ka_host *host)
 {
     fail(host, KA_DEADLINE, "%.300s: \"%s\" was made to run again by a foreign SIGUSR2, and took more than %d ms",
          host->module, host->function, host->options.deadline_ms);
-    return lose_host(host);
+    return fail_and_end(host);
 }
 
 /* ---- The end of a call -------------------------------------------------------------------------------------------
@@ -93,12 +86,12 @@ static int32_t fail_settling(ka_host *host)
 /* A function that is performed again may call back again, and that is answered like the first time. argc stays 0. */
 static int32_t answer_again(ka_host *host)
 {
-    host->in_callback = true;
-    const int32_t known = answer(host, load32(host, host->layout->cbval));
-    if (host->state != STATE_CALLING) return fail_out_of_turn(host);
-    if (!regain_process(host)) return fail_exchange(host, EVENT_DIED);
+    host->building.in_callback = true;
+    const int32_t known = answer(host, load32(host, host->segment.layout->cbval));
+    if (host->life.state != STATE_CALLING) return take_turn(host, TURN_CALL);
+    if (!regain_process(host)) return fail_call(host, EVENT_DIED);
     prepare_reply(host, known);
-    signal_process(host->pid_fd, SIGUSR2); /* a host that has died is found so */
+    signal_process(host->process.pid_fd, SIGUSR2); /* a host that has died is found so */
     return KA_DONE;
 }
 
@@ -113,13 +106,13 @@ static int32_t settle(ka_host *host, int64_t deadline)
             sched_yield();
             continue;
         }
-        pause = lengthened(pause);
+        pause = next_pause(pause);
         const int64_t look_again = now_ns() + pause;
         const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
         if (woken & WOKEN_BY_ERROR) return fail_wait(host, errno);
-        if (woken & WOKEN_BY_CANCEL) return fail_exchange(host, EVENT_CANCELLED);
+        if (woken & WOKEN_BY_CANCEL) return fail_call(host, EVENT_CANCELLED);
         if (woken & WOKEN_BY_DEATH) return KA_DONE;
-        if (now_ns() >= deadline) return fail_settling(host);
+        if (now_ns() >= deadline) return fail_late_idle(host);
         if (look_for_rest(host) != AT_REST_IN_CALLBACK) continue;
         if (answer_again(host) != KA_DONE) return host->error.error_class;
         pause = 0;
@@ -134,37 +127,38 @@ static int32_t settle(ka_host *host, int64_t deadline)
    function that returned that very word, or nothing at all, since the module has a handler of its own. One more
    signal tells, for without argc it brings a refusal. Done also when the host dies or is late meanwhile, which is
    found after that. */
-static int32_t check_hearing(ka_host *host, int64_t deadline)
+static int32_t check_answers(ka_host *host, int64_t deadline)
 {
     const int32_t known = random_word(&host->random);
-    const t_REPLY reply = converse(host, known, 0, deadline);
+    const t_REPLY reply = send_and_await(host, known, 0, deadline);
     if (reply.event == EVENT_UNWAITED) return fail_wait(host, reply.value);
-    return reply.event == EVENT_RETURNED && reply.value == known ? fail_unheard(host) : KA_DONE;
+    return reply.event == EVENT_RETURNED && reply.value == known ? fail_unanswered(host) : KA_DONE;
 }
 
 static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
 {
-    const int32_t argc = host->argc_is_given ? host->given_argc : host->argc;
+    const int32_t argc = host->building.argc_is_given ? host->building.given_argc : host->building.argc;
     int32_t known = random_word(&host->random);
     for (;;) {
-        const t_REPLY reply = converse(host, known, argc, deadline);
-        if (reply.event == EVENT_NOT_RUNG) return fail_ring(host, reply.value);
+        const t_REPLY reply = send_and_await(host, known, argc, deadline);
+        if (reply.event == EVENT_NOT_SENT) return fail_signal(host, reply.value);
         if (reply.event == EVENT_UNWAITED) return fail_wait(host, reply.value);
-        if (reply.event != EVENT_RETURNED && reply.event != EVENT_CALLBACK) return fail_exchange(host, reply.event);
+        if (reply.event != EVENT_RETURNED && reply.event != EVENT_CALLBACK) return fail_call(host, reply.event);
         const bool unchanged = reply.event == EVENT_RETURNED && reply.value == known;
-        if (unchanged && !host->in_callback && check_hearing(host, deadline) != KA_DONE)
+        if (unchanged && !host->building.in_callback && check_answers(host, deadline) != KA_DONE)
             return host->error.error_class;
-        host->answered = true;
+        host->process.answered = true;
         if (reply.event == EVENT_RETURNED) {
-            host->losses = 0;
+            host->life.deaths_in_a_row = 0;
             *return_code = reply.value;
             return settle(host, deadline);
         }
-        host->in_callback = true;
+        host->building.in_callback = true;
         known = answer(host, reply.value);
-        if (host->state != STATE_CALLING) return fail_out_of_turn(host); /* the child of a fork in the call-back */
-        if (!regain_process(host)) return fail_exchange(host, EVENT_DIED);
-        if (now_ns() >= deadline) return fail_exchange(host, EVENT_LATE);
+        if (host->life.state != STATE_CALLING)
+            return take_turn(host, TURN_CALL); /* the child of a fork in the call-back */
+        if (!regain_process(host)) return fail_call(host, EVENT_DIED);
+        if (now_ns() >= deadline) return fail_call(host, EVENT_LATE);
     }
 }
 
@@ -175,38 +169,38 @@ static int32_t look_before_call(ka_host *host, int64_t deadline)
     if (!regain_process(host)) return fail_dead(host, "between calls");
     const int woken = wait_until(host, -1, 0);
     if (woken & WOKEN_BY_ERROR) return fail_wait(host, errno);
-    if (woken & WOKEN_BY_CANCEL) return fail_exchange(host, EVENT_CANCELLED);
-    if (woken & WOKEN_BY_DEATH) fail_dead(host, host->answered ? "between calls" : "before its first call");
-    if (host->pid_fd != -1) return KA_DONE;
+    if (woken & WOKEN_BY_CANCEL) return fail_call(host, EVENT_CANCELLED);
+    if (woken & WOKEN_BY_DEATH) fail_dead(host, host->process.answered ? "between calls" : "before its first call");
+    if (host->process.pid_fd != -1) return KA_DONE;
     return can_restart(host) ? start_again(host, deadline) : host->error.error_class;
 }
 
 int32_t ka_call(ka_host *host, int32_t *return_code)
 {
     HOLD_CANCELLATION;
-    if (host->state != STATE_BUILDING) return fail_out_of_turn(host);
-    if (host->build_error != KA_DONE) {
+    if (take_turn(host, TURN_CALL) != KA_DONE) return host->error.error_class;
+    if (host->building.error != KA_DONE) {
         host->error = host->build_failure;
-        return host->build_error;
+        return host->building.error;
     }
     const int64_t deadline = deadline_after_ms(host->options.deadline_ms);
-    host->called_ns = now_ns();
+    host->building.called_ns = now_ns();
     int32_t status = look_before_call(host, deadline);
     if (status == KA_DONE) {
-        host->state = STATE_BUILDING;
-        status = admit_call(host, deadline);
+        host->life.state = STATE_BUILDING;
+        status = prepare_and_check_call(host, deadline);
     }
     if (status == KA_DONE) {
-        host->state = STATE_CALLING;
+        host->life.state = STATE_CALLING;
         status = exchange(host, deadline, return_code);
     }
-    host->called_ns = 0;
+    host->building.called_ns = 0;
     if (status != KA_DONE) {
         restart_at_once(host);
         return status;
     }
     take_results(host);
-    host->state = STATE_CALLED;
-    host->sent = false;
+    host->life.state = STATE_CALLED;
+    host->building.sent = false;
     return KA_DONE;
 }

@@ -29,7 +29,7 @@ static int32_t fail_not_ready(ka_host *host, int woken)
     else
         fail(host, KA_DEADLINE, "%.300s: the host was not ready for a call within %d ms", host->module,
              host->options.deadline_ms);
-    return lose_host(host);
+    return fail_and_end(host);
 }
 
 /* So many looks in a row, a moment apart, have shown the host in the wait for an answer that nobody will send. */
@@ -40,13 +40,13 @@ static int32_t fail_callback_at_start(ka_host *host)
     fail(host, KA_START,
          "cannot start %.300s: dll_setup calls back, and call-backs before the first call are not answered",
          host->module);
-    return lose_host(host);
+    return fail_and_end(host);
 }
 
 /* A host that has answered was ready then. Where /proc is not to be had, there is nothing to wait for. */
 int32_t await_ready(ka_host *host, int64_t deadline)
 {
-    if (host->answered) return KA_DONE;
+    if (host->process.answered) return KA_DONE;
     int64_t pause = FIRST_LOOK_NS;
     int looks = 0;
     t_REST rest;
@@ -59,7 +59,7 @@ int32_t await_ready(ka_host *host, int64_t deadline)
         if ((woken & (WOKEN_BY_CANCEL | WOKEN_BY_ERROR)) || now_ns() >= deadline) return fail_not_ready(host, woken);
         pause = pause * 2 < LONGEST_LOOK_NS ? pause * 2 : static_cast<int64_t>(LONGEST_LOOK_NS);
     }
-    host->seen_waiting = rest == AT_REST_IDLE;
+    host->process.seen_waiting = rest == AT_REST_IDLE;
     return KA_DONE;
 }
 
@@ -79,19 +79,18 @@ static ka_tables *read_from_file(const ka_host *host)
 void load_tables(ka_host *host, char *why, size_t size)
 {
     int32_t error_class = KA_DONE;
-    t_IMAGE *image = open_process_image(host->pid, &error_class, why, size);
-    if (image) host->tables = read_image_tables(image, why, size);
+    t_IMAGE *image = open_process_image(host->process.pid, &error_class, why, size);
+    if (image) host->prepared.tables = read_image_tables(image, why, size);
     close_image(image);
-    if (error_class == KA_SYSTEM) host->tables = read_from_file(host);
+    if (error_class == KA_SYSTEM) host->prepared.tables = read_from_file(host);
 }
 
 /* In a call-back the exchange that goes on looks after the host. */
 int32_t check_alive(ka_host *host)
 {
-    if (host->state == STATE_ENDED) return fail(host, KA_CLOSED, "%.300s: the host has ended", host->module);
-    if (host->state == STATE_CALLING) return KA_DONE;
+    if (host->life.state == STATE_CALLING) return KA_DONE;
     if (regain_process(host) && (wait_until(host, -1, 0) & WOKEN_BY_DEATH) == 0) return KA_DONE;
-    return fail_dead(host, host->answered ? "between calls" : "before its first call");
+    return fail_dead(host, host->process.answered ? "between calls" : "before its first call");
 }
 
 /* ---- Trace level ----------------------------------------------------------------------------------------------- */
@@ -99,7 +98,8 @@ int32_t check_alive(ka_host *host)
 int32_t apply_trace_level(ka_host *host)
 {
     char why[200] = "";
-    if (ka_trace_process(host->pid, &host->options.trace_level, nullptr, why, sizeof why) == KA_DONE) return KA_DONE;
+    if (ka_trace_process(host->process.pid, &host->options.trace_level, nullptr, why, sizeof why) == KA_DONE)
+        return KA_DONE;
     return fail(host, KA_SYSTEM, "%.200s: its trace level cannot be set: %s", host->module, why);
 }
 
@@ -113,13 +113,13 @@ static int32_t prepare(ka_host *host, int64_t deadline)
     if (!checked && host->options.trace_level == 0) return KA_DONE;
     if (await_ready(host, deadline) != KA_DONE) return host->error.error_class;
     if (host->options.trace_level != 0 && apply_trace_level(host) != KA_DONE) return KA_SYSTEM;
-    if (checked && !host->tables) load_tables(host, why, sizeof why);
-    host->prepared = true;
+    if (checked && !host->prepared.tables) load_tables(host, why, sizeof why);
+    host->prepared.done = true;
     return KA_DONE;
 }
 
-int32_t admit_call(ka_host *host, int64_t deadline)
+int32_t prepare_and_check_call(ka_host *host, int64_t deadline)
 {
-    if (!host->prepared && prepare(host, deadline) != KA_DONE) return host->error.error_class;
-    return host->tables && host->options.checking == KA_CHECKED ? check_call(host) : KA_DONE;
+    if (!host->prepared.done && prepare(host, deadline) != KA_DONE) return host->error.error_class;
+    return host->prepared.tables && host->options.checking == KA_CHECKED ? check_call(host) : KA_DONE;
 }

@@ -7,11 +7,11 @@
 
 #include "host/host.h"
 
-int32_t admit_call(ka_host *host, int64_t deadline);
+int32_t prepare_and_check_call(ka_host *host, int64_t deadline);
 
 int32_t check_alive(ka_host *host);
 int32_t await_ready(ka_host *host, int64_t deadline);
-void load_tables(ka_host *host, char *why, size_t size); /* host->tables, or why not */
+void load_tables(ka_host *host, char *why, size_t size); /* host->prepared.tables, or why not */
 int32_t apply_trace_level(ka_host *host);
 
 #endif

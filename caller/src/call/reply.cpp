@@ -41,19 +41,19 @@ enum : int64_t { FIRST_PAUSE_NS = 20000, FIRST_QUIET_PAUSE_NS = 1000000, LONGEST
 
 void prepare_reply(ka_host *host, int32_t known)
 {
-    host->mark = random_word(&host->random);
-    host->known = known;
-    host->progress = {};
-    store32(host, host->layout->cbval, host->mark);
-    store32(host, host->layout->retcode, host->known);
+    host->waiting.cbval_before = random_word(&host->random);
+    host->waiting.retcode_before = known;
+    host->waiting.progress = {};
+    store32(host, host->segment.layout->cbval, host->waiting.cbval_before);
+    store32(host, host->segment.layout->retcode, host->waiting.retcode_before);
 }
 
 /* 0 or an errno. argc goes last: until then a foreign signal finds no call. */
 static int ring(ka_host *host, int32_t argc)
 {
-    store32(host, host->layout->argc, argc);
-    const int error = signal_process(host->pid_fd, SIGUSR2);
-    if (error == 0) host->sent = true;
+    store32(host, host->segment.layout->argc, argc);
+    const int error = signal_process(host->process.pid_fd, SIGUSR2);
+    if (error == 0) host->building.sent = true;
     return error;
 }
 
@@ -63,9 +63,9 @@ static t_REPLY judge_by_rest(ka_host *host)
 {
     switch (look_for_rest(host)) {
     case AT_REST_IDLE:
-        return {EVENT_RETURNED, load32(host, host->layout->retcode)};
+        return {EVENT_RETURNED, load32(host, host->segment.layout->retcode)};
     case AT_REST_IN_CALLBACK:
-        return {EVENT_CALLBACK, load32(host, host->layout->cbval)};
+        return {EVENT_CALLBACK, load32(host, host->segment.layout->cbval)};
     case REST_UNKNOWABLE:
         return {wait_until(host, -1, 0) & WOKEN_BY_DEATH ? EVENT_DIED : EVENT_UNKNOWABLE, 0};
     case NOT_AT_REST:
@@ -83,14 +83,14 @@ static bool can_be_of_a_foreign_signal(int32_t code)
 static t_REPLY judge(ka_host *host, bool replied)
 {
     if (!replied) return judge_by_rest(host);
-    const int32_t value = load32(host, host->layout->cbval);
-    if (value != host->mark) return {EVENT_CALLBACK, value};
-    const int32_t code = load32(host, host->layout->retcode);
-    if (code != host->known && !can_be_of_a_foreign_signal(code)) return {EVENT_RETURNED, code};
+    const int32_t value = load32(host, host->segment.layout->cbval);
+    if (value != host->waiting.cbval_before) return {EVENT_CALLBACK, value};
+    const int32_t code = load32(host, host->segment.layout->retcode);
+    if (code != host->waiting.retcode_before && !can_be_of_a_foreign_signal(code)) return {EVENT_RETURNED, code};
     return judge_by_rest(host);
 }
 
-int64_t lengthened(int64_t pause)
+int64_t next_pause(int64_t pause)
 {
     if (pause < FIRST_PAUSE_NS) return FIRST_PAUSE_NS;
     return pause < LONGEST_PAUSE_NS / 2 ? pause * 2 : LONGEST_PAUSE_NS;
@@ -122,19 +122,19 @@ static t_REPLY await_reply(ka_host *host, int64_t deadline)
         if ((woken & WOKEN_BY_DEATH) && reply.event != EVENT_RETURNED) return {EVENT_DIED, 0};
         if (reply.event != EVENT_NONE) return reply;
         if (now_ns() >= deadline) return {EVENT_LATE, 0};
-        pause = first_signal ? 0 : lengthened(pause);
+        pause = first_signal ? 0 : next_pause(pause);
     }
 }
 
 /* At the end of the call argc goes first. */
-t_REPLY converse(ka_host *host, int32_t known, int32_t argc, int64_t deadline)
+t_REPLY send_and_await(ka_host *host, int32_t known, int32_t argc, int64_t deadline)
 {
     prepare_reply(host, known);
-    start_hearing(host);
+    begin_wait(host);
     const int error = ring(host, argc);
-    const t_REPLY reply = error == 0 ? await_reply(host, deadline) : t_REPLY{EVENT_NOT_RUNG, error};
-    if (reply.event == EVENT_RETURNED) store32(host, host->layout->argc, 0);
-    if (reply.event != EVENT_RETURNED) host->overwritten = overwritten_fields(host, hearing_thread(host));
-    stop_hearing(host);
+    const t_REPLY reply = error == 0 ? await_reply(host, deadline) : t_REPLY{EVENT_NOT_SENT, error};
+    if (reply.event == EVENT_RETURNED) store32(host, host->segment.layout->argc, 0);
+    if (reply.event != EVENT_RETURNED) host->building.overwritten = overwritten_fields(host, waiting_thread(host));
+    end_wait(host);
     return reply;
 }

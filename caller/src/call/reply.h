@@ -17,7 +17,7 @@ enum t_EVENT {
     EVENT_LATE,
     EVENT_UNKNOWABLE,
     EVENT_UNWAITED, /* the system refuses the wait */
-    EVENT_NOT_RUNG
+    EVENT_NOT_SENT
 };
 
 struct t_REPLY {
@@ -27,12 +27,12 @@ struct t_REPLY {
 
 /* One request, or one answer to a call-back, and what comes of it. known, the answer or a random word, stands in
    retcode until the host writes there; argc makes it a call, or with 0 a request that is refused. */
-t_REPLY converse(ka_host *host, int32_t known, int32_t argc, int64_t deadline);
+t_REPLY send_and_await(ka_host *host, int32_t known, int32_t argc, int64_t deadline);
 
 /* Puts the values into the block by whose change a reply is known. */
 void prepare_reply(ka_host *host, int32_t known);
 
 /* The pause between two looks at a host that follows this one; the first follows 0. */
-int64_t lengthened(int64_t pause);
+int64_t next_pause(int64_t pause);
 
 #endif

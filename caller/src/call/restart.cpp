@@ -15,10 +15,10 @@
 /* From the last start on; doubled with each loss after the first. The shift is bounded, and so is the product. */
 static int64_t pause_end(const ka_host *host)
 {
-    const int32_t doublings = host->losses > 1 ? host->losses - 1 : 0;
+    const int32_t doublings = host->life.deaths_in_a_row > 1 ? host->life.deaths_in_a_row - 1 : 0;
     const int64_t doubled = int64_t{host->options.restart_pause_ms} << (doublings < 31 ? doublings : 31);
     const int64_t longest = host->options.restart_pause_max_ms;
-    return host->started_ns + (doubled < longest ? doubled : longest) * NS_PER_MS;
+    return host->life.started_ns + (doubled < longest ? doubled : longest) * NS_PER_MS;
 }
 
 static int32_t await_pause(ka_host *host, int64_t deadline)
@@ -33,49 +33,47 @@ static int32_t await_pause(ka_host *host, int64_t deadline)
     }
     if (end <= deadline) return KA_DONE;
     return fail(host, KA_DEADLINE, "%.300s: after %d ends in a row the host is not started again within %d ms",
-                host->module, host->losses, host->options.deadline_ms);
+                host->module, host->life.deaths_in_a_row, host->options.deadline_ms);
 }
 
 int32_t start_again(ka_host *host, int64_t deadline)
 {
-    host->state = STATE_ENDED;
+    host->life.state = STATE_ENDED;
     if (await_pause(host, deadline) != KA_DONE) return host->error.error_class;
-    if (start_host(host, deadline) != KA_DONE) return lose_host(host);
+    if (start_host(host, deadline) != KA_DONE) return fail_and_end(host);
     return clear_error(host);
 }
 
 /* The new process has a deadline of its own, and what ended or cancelled the call does not end its start. */
 void restart_at_once(ka_host *host)
 {
-    if (host->options.restart != KA_RESTART_AT_ONCE || host->pid_fd != -1 || !can_restart(host)) return;
+    if (host->options.restart != KA_RESTART_AT_ONCE || host->process.pid_fd != -1 || !can_restart(host)) return;
     if (pause_end(host) > now_ns()) return;
     const ka_error error = host->error;
     const t_MOMENT moment = host->moment;
-    t_REMAINS remains = host->remains;
-    host->remains = {};
+    t_LAST_END last_end = host->last_end;
+    host->last_end = no_last_end;
     const int cancel_fd = host->options.cancel_fd;
     host->options.cancel_fd = -1;
     if (start_host(host, deadline_after_ms(host->options.deadline_ms)) == KA_DONE)
-        host->state = STATE_READY;
+        host->life.state = STATE_READY;
     else
-        lose_host(host);
+        fail_and_end(host);
     host->options.cancel_fd = cancel_fd;
-    free_remains(&host->remains);
+    forget_last_end(&host->last_end);
     host->error = error;
     host->moment = moment;
-    host->remains = remains;
+    host->last_end = last_end;
 }
 
 int32_t ka_restart(ka_host *host)
 {
     HOLD_CANCELLATION;
-    if (host->state == STATE_CALLING)
-        return fail(host, KA_ARGUMENT, "a host cannot be restarted inside its call-back");
-    if (!host->openable)
+    if (take_turn(host, TURN_RESTART) != KA_DONE) return host->error.error_class;
+    if (!host->life.openable)
         return fail(host, KA_ARGUMENT, "%.300s was never opened: its options are wrong", host->module);
     end_host(host);
-    host->sent = host->in_callback = false;
-    host->argc = 0;
+    host->building = no_building;
     clear_error(host);
     return open_process(host);
 }

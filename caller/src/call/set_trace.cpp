@@ -12,6 +12,7 @@ int32_t ka_set_trace(ka_host *host, int32_t level)
     HOLD_CANCELLATION;
     if (check_trace_level(host, level) != KA_DONE) return KA_ARGUMENT;
     host->options.trace_level = level;
+    if (take_turn(host, TURN_TRACE) != KA_DONE) return host->error.error_class; /* kept for a restart */
     if (check_alive(host) != KA_DONE) return host->error.error_class;
     if (await_ready(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return host->error.error_class;
     return apply_trace_level(host);

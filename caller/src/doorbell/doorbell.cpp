@@ -47,7 +47,7 @@ static sigset_t doorbell_set(void)
 
 static void hold_signal(ka_host *host)
 {
-    host->doorbell_thread = gettid();
+    host->waiting.doorbell_thread = gettid();
     if (hosts_held++ > 0) return;
     const sigset_t set = doorbell_set();
     sigset_t before;
@@ -64,44 +64,44 @@ static void unblock_signal(void)
 /* The host is dead by now, and its last signal taken: none can arrive unblocked. */
 static void release_signal(ka_host *host)
 {
-    const bool held_here = host->doorbell_thread == gettid();
-    host->doorbell_thread = 0;
+    const bool held_here = host->waiting.doorbell_thread == gettid();
+    host->waiting.doorbell_thread = 0;
     if (held_here && --hosts_held == 0) unblock_signal();
 }
 
 static void open_descriptor(ka_host *host)
 {
     const sigset_t set = doorbell_set();
-    host->doorbell_fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-    if (host->doorbell_fd != -1) note_owned(host, OWNED_DOORBELL); /* errno is wanted otherwise */
+    host->waiting.doorbell_fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (host->waiting.doorbell_fd != -1) note_owned(host, OWNED_DOORBELL); /* errno is wanted otherwise */
 }
 
 void reopen_doorbell(ka_host *host)
 {
-    if (host->doorbell_thread != 0 && host->doorbell_fd == -1) open_descriptor(host);
+    if (host->waiting.doorbell_thread != 0 && host->waiting.doorbell_fd == -1) open_descriptor(host);
 }
 
 void regain_doorbell(ka_host *host)
 {
-    if (host->doorbell_thread == 0 || is_owned(host, OWNED_DOORBELL)) return;
-    host->doorbell_fd = -1;
+    if (host->waiting.doorbell_thread == 0 || is_owned(host, OWNED_DOORBELL)) return;
+    host->waiting.doorbell_fd = -1;
     reopen_doorbell(host);
 }
 
 static int32_t open_fast(ka_host *host)
 {
     open_descriptor(host);
-    if (host->doorbell_fd == -1) return fail_system(host, errno, "cannot create a signal descriptor");
+    if (host->waiting.doorbell_fd == -1) return fail_system(host, errno, "cannot create a signal descriptor");
     hold_signal(host);
     return KA_DONE;
 }
 
 static void close_fast(ka_host *host)
 {
-    if (host->doorbell_thread == 0) return;
+    if (host->waiting.doorbell_thread == 0) return;
     for (int attempts = 0; attempts < 4 && drain_doorbell(host) != EAGAIN; attempts++)
         ; /* two can be pending, and a refusal does not last */
-    close_fd(&host->doorbell_fd);
+    close_fd(&host->waiting.doorbell_fd);
     release_signal(host);
 }
 
@@ -110,7 +110,7 @@ int drain_doorbell(const ka_host *host)
 {
     constexpr struct timespec no_time = {};
     const sigset_t set = doorbell_set();
-    if (host->doorbell_thread == 0) return EAGAIN;
+    if (host->waiting.doorbell_thread == 0) return EAGAIN;
     int result = -1;
     do {
         result = sigtimedwait(&set, nullptr, &no_time);
@@ -122,17 +122,17 @@ int drain_doorbell(const ka_host *host)
 
 static int32_t open_safe(ka_host *host)
 {
-    host->listener = claim_listener(host);
-    if (!host->listener) return fail_system(host, ENOMEM, "cannot wait for the host");
+    host->waiting.waiter = claim_waiter(host);
+    if (!host->waiting.waiter) return fail_system(host, ENOMEM, "cannot wait for the host");
     const int error = open_hosts == 0 ? install_handler() : 0;
     return error == 0 ? KA_DONE : fail_system(host, error, "cannot handle SIGUSR2");
 }
 
 static void close_safe(ka_host *host)
 {
-    if (!host->listener) return;
-    release_listener(host->listener);
-    host->listener = nullptr;
+    if (!host->waiting.waiter) return;
+    release_waiter(host->waiting.waiter);
+    host->waiting.waiter = nullptr;
     if (open_hosts == 0) remove_handler();
 }
 
@@ -143,30 +143,30 @@ static pid_t own_thread(void)
     return thread_id;
 }
 
-pid_t hearing_thread(const ka_host *host)
+pid_t waiting_thread(const ka_host *host)
 {
-    return host->hears ? own_thread() : host->caller;
+    return host->waiting.is_waiting ? own_thread() : host->life.caller;
 }
 
-void start_hearing(ka_host *host)
+void begin_wait(ka_host *host)
 {
-    if (!host->listener) return;
+    if (!host->waiting.waiter) return;
     const sigset_t set = doorbell_set();
-    pthread_sigmask(SIG_BLOCK, &set, &host->mask_before);
-    host->mask_waiting = host->mask_before;
-    sigdelset(&host->mask_waiting, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &set, &host->waiting.mask_before);
+    host->waiting.mask_waiting = host->waiting.mask_before;
+    sigdelset(&host->waiting.mask_waiting, SIGUSR2);
     store_caller(host, own_thread());
-    start_listening(host->listener, own_thread());
-    host->hears = true;
+    enter_waiter(host->waiting.waiter, own_thread());
+    host->waiting.is_waiting = true;
 }
 
-void stop_hearing(ka_host *host)
+void end_wait(ka_host *host)
 {
-    if (!host->hears) return;
-    host->hears = false;
-    stop_listening(host->listener);
-    store_caller(host, host->caller);
-    pthread_sigmask(SIG_SETMASK, &host->mask_before, nullptr);
+    if (!host->waiting.is_waiting) return;
+    host->waiting.is_waiting = false;
+    leave_waiter(host->waiting.waiter);
+    store_caller(host, host->life.caller);
+    pthread_sigmask(SIG_SETMASK, &host->waiting.mask_before, nullptr);
 }
 
 /* ---- Both ------------------------------------------------------------------------------------------------------ */
@@ -175,7 +175,8 @@ static int32_t open_locked(ka_host *host)
 {
     const int32_t wanted = host->options.waiting;
     if (wanted != KA_WAIT_SAFE && wanted != KA_WAIT_FAST)
-        return fail(host, KA_ARGUMENT, "there is no way of waiting %d", wanted);
+        return fail(host, KA_ARGUMENT, "waiting is %d; it is KA_WAIT_SAFE (%d) or KA_WAIT_FAST (%d)", wanted,
+                    KA_WAIT_SAFE, KA_WAIT_FAST);
     if (open_hosts > 0 && wanted != way_of_waiting) {
         return fail(host, KA_ARGUMENT, "waiting is %s, but open hosts of this program wait the %s way",
                     wanted == KA_WAIT_FAST ? "KA_WAIT_FAST" : "KA_WAIT_SAFE",
@@ -186,8 +187,8 @@ static int32_t open_locked(ka_host *host)
         return host->error.error_class;
     }
     way_of_waiting = wanted;
-    host->caller = getpid();
-    host->doorbell_open = true;
+    host->life.caller = getpid();
+    host->waiting.is_open = true;
     open_hosts++;
     return KA_DONE;
 }
@@ -202,8 +203,8 @@ int32_t open_doorbell(ka_host *host)
 
 void close_doorbell(ka_host *host)
 {
-    if (!host->doorbell_open) return;
-    host->doorbell_open = false;
+    if (!host->waiting.is_open) return;
+    host->waiting.is_open = false;
     pthread_mutex_lock(&lock);
     open_hosts--;
     close_fast(host);
@@ -214,10 +215,10 @@ void close_doorbell(ka_host *host)
 /* The handler stays, or the signal blocked, as long as the program runs. */
 void leave_doorbell(ka_host *host)
 {
-    host->doorbell_open = false;
-    host->listener = nullptr;
-    host->doorbell_thread = 0;
-    close_fd(&host->doorbell_fd);
+    host->waiting.is_open = false;
+    host->waiting.waiter = nullptr;
+    host->waiting.doorbell_thread = 0;
+    close_fd(&host->waiting.doorbell_fd);
 }
 
 /* ---- At a fork ------------------------------------------------------------------------------------------------- */
@@ -236,7 +237,7 @@ void release_doorbells(void)
 void begin_doorbells_anew(void)
 {
     if (open_hosts > 0 && way_of_waiting == KA_WAIT_SAFE) {
-        forget_listeners();
+        forget_waiters();
         remove_handler_in_child();
     }
     if (hosts_held > 0) unblock_signal();

@@ -14,9 +14,9 @@ int32_t open_doorbell(ka_host *host);
 void close_doorbell(ka_host *host);
 
 /* From before a request or an answer is sent until the reply was seen, this thread is the one that waits for it. */
-void start_hearing(ka_host *host);
-void stop_hearing(ka_host *host);
-pid_t hearing_thread(const ka_host *host); /* what stands in the block as the caller */
+void begin_wait(ka_host *host);
+void end_wait(ka_host *host);
+pid_t waiting_thread(const ka_host *host); /* what stands in the block as the caller */
 
 /* In place of close_doorbell for a host that lives on: nobody is to die of its signals. */
 void leave_doorbell(ka_host *host);

@@ -32,7 +32,7 @@ static constexpr uint64_t waiting_idle = waiting_in_callback | signal_bit(SIGUSR
 static bool look(ka_host *host, t_STATUS *status)
 {
     regain_view(host, OWNED_STATUS);
-    return read_status(host->status_fd, status);
+    return read_status(host->process.status_fd, status);
 }
 
 static bool has_doorbell(uint64_t signals)
@@ -44,9 +44,10 @@ t_REST look_for_rest(ka_host *host)
 {
     t_STATUS seen;
     if (!look(host, &seen)) return REST_UNKNOWABLE;
-    if (host->progress.taken && seen.asleep) host->progress.asleep = true;
-    if (!has_doorbell(seen.pending)) host->progress.taken = true;
-    if (!host->progress.asleep || has_doorbell(seen.pending) || !has_doorbell(seen.caught)) return NOT_AT_REST;
+    if (host->waiting.progress.taken && seen.asleep) host->waiting.progress.asleep = true;
+    if (!has_doorbell(seen.pending)) host->waiting.progress.taken = true;
+    if (!host->waiting.progress.asleep || has_doorbell(seen.pending) || !has_doorbell(seen.caught))
+        return NOT_AT_REST;
     if (seen.blocked == waiting_idle) return AT_REST_IDLE;
     if (seen.blocked == waiting_in_callback) return AT_REST_IN_CALLBACK;
     return NOT_AT_REST;
@@ -73,31 +74,31 @@ bool request_is_pending(ka_host *host)
 /* ---- Idle again ------------------------------------------------------------------------------------------------ */
 
 /* Empty when the process runs. False when this cannot be read, or not by this user. */
-static bool read_whereabouts(const ka_host *host, t_WHEREABOUTS *result)
+static bool read_sleep_place(const ka_host *host, t_SLEEP_PLACE *result)
 {
     const ssize_t length =
-        host->syscall_fd == -1 ? -1 : pread(host->syscall_fd, result->text, sizeof result->text, 0);
+        host->process.syscall_fd == -1 ? -1 : pread(host->process.syscall_fd, result->text, sizeof result->text, 0);
     if (length <= 0) return false;
     const bool runs = result->text[0] == 'r'; /* "running" */
     result->length = runs ? 0 : static_cast<int32_t>(length);
     return true;
 }
 
-static bool same_place(const t_WHEREABOUTS *one, const t_WHEREABOUTS *other)
+static bool same_place(const t_SLEEP_PLACE *one, const t_SLEEP_PLACE *other)
 {
     return one->length > 0 && one->length == other->length &&
            memcmp(one->text, other->text, static_cast<size_t>(one->length)) == 0;
 }
 
 /* It is nowhere else before and after the look at its signals, so that look is of this place. */
-static bool learn_idle_place(ka_host *host, const t_WHEREABOUTS *before)
+static bool learn_idle_place(ka_host *host, const t_SLEEP_PLACE *before)
 {
     t_STATUS seen;
-    t_WHEREABOUTS after;
+    t_SLEEP_PLACE after;
     if (!look(host, &seen) || !seen.asleep || has_doorbell(seen.pending) || seen.blocked != waiting_idle)
         return false;
-    if (!read_whereabouts(host, &after) || !same_place(before, &after)) return false;
-    host->idle = after;
+    if (!read_sleep_place(host, &after) || !same_place(before, &after)) return false;
+    host->process.idle_place = after;
     return true;
 }
 
@@ -107,11 +108,11 @@ static bool learn_idle_place(ka_host *host, const t_WHEREABOUTS *before)
    the descriptor is only where it tells of another. */
 bool is_idle_again(ka_host *host, bool thoroughly)
 {
-    t_WHEREABOUTS now;
-    bool known = read_whereabouts(host, &now);
-    if (known && same_place(&now, &host->idle)) return true;
-    if (regain_view(host, OWNED_SYSCALL)) known = read_whereabouts(host, &now);
+    t_SLEEP_PLACE now;
+    bool known = read_sleep_place(host, &now);
+    if (known && same_place(&now, &host->process.idle_place)) return true;
+    if (regain_view(host, OWNED_SYSCALL)) known = read_sleep_place(host, &now);
     if (!known) return true;
-    if (now.length == 0 || (host->idle.length > 0 && !thoroughly)) return false;
+    if (now.length == 0 || (host->process.idle_place.length > 0 && !thoroughly)) return false;
     return learn_idle_place(host, &now);
 }

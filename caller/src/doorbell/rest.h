@@ -8,7 +8,7 @@
 
 enum t_REST { NOT_AT_REST, AT_REST_IDLE, AT_REST_IN_CALLBACK, REST_UNKNOWABLE };
 
-/* One look; host->progress keeps what the looks before it have shown since the host was signalled. */
+/* One look; host->waiting.progress keeps what the looks before it have shown since the host was signalled. */
 t_REST look_for_rest(ka_host *host);
 t_REST look_for_first_rest(ka_host *host); /* before anything was sent */
 

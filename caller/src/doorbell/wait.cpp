@@ -16,7 +16,7 @@ enum { INTERRUPTED = -2 };
    signal handler of the program may interrupt the wait, which then goes on for the time that is left. */
 static int poll_until(const ka_host *host, struct pollfd *fds, nfds_t count, int64_t until)
 {
-    const sigset_t *mask = host->hears ? &host->mask_waiting : nullptr;
+    const sigset_t *mask = host->waiting.is_waiting ? &host->waiting.mask_waiting : nullptr;
     for (;;) {
         int64_t left = until > 0 ? until - now_ns() : 0;
         if (left < 0) left = 0;
@@ -36,8 +36,8 @@ static int fail_waiting(int error)
 /* Descriptors of -1 are passed over by the kernel. */
 int wait_until(const ka_host *host, int pipe_fd, int64_t until)
 {
-    struct pollfd fds[] = {{host->doorbell_fd, POLLIN, 0},
-                           {host->pid_fd, POLLIN, 0},
+    struct pollfd fds[] = {{host->waiting.doorbell_fd, POLLIN, 0},
+                           {host->process.pid_fd, POLLIN, 0},
                            {host->options.cancel_fd, POLLIN, 0},
                            {pipe_fd, POLLIN, 0}};
     static constexpr int meaning[] = {WOKEN_BY_SIGNAL, WOKEN_BY_DEATH, WOKEN_BY_CANCEL, WOKEN_BY_PIPE};

@@ -2,10 +2,10 @@
  *
  * A host replies to the thread that waits for it, and there the signal ends the wait. But a thread that is not yet or
  * no longer waiting has SIGUSR2 blocked, and then the kernel gives the signal to any other; and of two signals that
- * are on their way at the same moment one is lost. So the handler, wherever it runs, rouses every other thread whose
+ * are on their way at the same moment one is lost. So the handler, wherever it runs, wakes every other thread whose
  * host sent the signal or has changed its block, by a signal to that very thread.
  *
- * A thread is roused once in a wait at most, and takes that signal before it goes on: none can reach it later, when
+ * A thread is woken once in a wait at most, and takes that signal before it goes on: none can reach it later, when
  * the program's own handler, or none, is in place. What a handler misses the thread finds by looking at the block
  * from time to time (reply.cpp). */
 #include "waiters.h"
@@ -21,7 +21,7 @@
 #include "block/segment.h"
 #include "host/host.h"
 
-static std::atomic<t_LISTENER *> listeners; /* only ever grows */
+static std::atomic<t_WAITER *> waiters; /* only ever grows */
 
 /* ---- Processes that were hosts --------------------------------------------------------------------------------- */
 
@@ -53,7 +53,7 @@ static void remember_departed(pid_t process)
 static bool is_host(pid_t process)
 {
     if (process == 0) return false;
-    for (const t_LISTENER *one = listeners; one; one = one->next)
+    for (const t_WAITER *one = waiters; one; one = one->next)
         if (one->process == process) return true;
     for (const t_DEPARTED &one : departed)
         if (one.process == process && now_s() < one.until_s) return true;
@@ -62,120 +62,121 @@ static bool is_host(pid_t process)
 
 /* ---- Records --------------------------------------------------------------------------------------------------- */
 
-static t_LISTENER *reuse_listener(void)
+static t_WAITER *reuse_waiter(void)
 {
-    for (t_LISTENER *one = listeners; one; one = one->next) {
-        int32_t state = LISTENER_FREE;
-        if (one->state.compare_exchange_strong(state, LISTENER_IDLE)) return one;
+    for (t_WAITER *one = waiters; one; one = one->next) {
+        int32_t state = WAITER_FREE;
+        if (one->state.compare_exchange_strong(state, WAITER_IDLE)) return one;
     }
     return nullptr;
 }
 
-static t_LISTENER *new_listener(void)
+static t_WAITER *new_waiter(void)
 {
-    t_LISTENER *one = static_cast<t_LISTENER *>(calloc(1, sizeof *one));
+    t_WAITER *one = static_cast<t_WAITER *>(calloc(1, sizeof *one));
     if (!one) return nullptr;
-    one->state = LISTENER_IDLE;
-    one->next = listeners;
-    while (!listeners.compare_exchange_weak(one->next, one))
+    one->state = WAITER_IDLE;
+    one->next = waiters;
+    while (!waiters.compare_exchange_weak(one->next, one))
         ;
     return one;
 }
 
-t_LISTENER *claim_listener(const ka_host *host)
+t_WAITER *claim_waiter(const ka_host *host)
 {
-    t_LISTENER *listener = reuse_listener();
-    if (!listener) listener = new_listener();
-    if (listener) listener->host = host;
-    return listener;
+    t_WAITER *waiter = reuse_waiter();
+    if (!waiter) waiter = new_waiter();
+    if (waiter) waiter->host = host;
+    return waiter;
 }
 
-void release_listener(t_LISTENER *listener)
+void release_waiter(t_WAITER *waiter)
 {
-    const pid_t process = listener->process;
+    const pid_t process = waiter->process;
     if (process != 0) remember_departed(process);
-    listener->process = 0;
-    listener->state = LISTENER_FREE;
+    waiter->process = 0;
+    waiter->state = WAITER_FREE;
 }
 
-void forget_listeners(void)
+void forget_waiters(void)
 {
-    for (t_LISTENER *one = listeners; one; one = one->next) {
+    for (t_WAITER *one = waiters; one; one = one->next) {
         one->process = 0;
-        one->state = LISTENER_FREE;
+        one->state = WAITER_FREE;
     }
 }
 
-/* ---- Rousing; in the handler ----------------------------------------------------------------------------------- */
+/* ---- Waking; in the handler ----------------------------------------------------------------------------------- */
 
 static bool has_changed(const ka_host *host)
 {
-    return load32(host, host->layout->cbval) != host->mark || load32(host, host->layout->retcode) != host->known;
+    return load32(host, host->segment.layout->cbval) != host->waiting.cbval_before ||
+           load32(host, host->segment.layout->retcode) != host->waiting.retcode_before;
 }
 
-static bool send_rousing(const t_LISTENER *listener)
+static bool send_wake_signal(const t_WAITER *waiter)
 {
     siginfo_t info = {};
     info.si_code = SI_QUEUE;
     info.si_pid = getpid();
     info.si_uid = getuid();
-    info.si_value.sival_ptr = const_cast<t_LISTENER *>(listener);
-    return syscall(SYS_rt_tgsigqueueinfo, info.si_pid, listener->thread, SIGUSR2, &info) == 0;
+    info.si_value.sival_ptr = const_cast<t_WAITER *>(waiter);
+    return syscall(SYS_rt_tgsigqueueinfo, info.si_pid, waiter->thread, SIGUSR2, &info) == 0;
 }
 
-/* The host cannot go away while its block is looked at: stop_listening waits for the end of it. */
-static bool begin_look(t_LISTENER *listener)
+/* The host cannot go away while its block is looked at: leave_waiter waits for the end of it. */
+static bool begin_look(t_WAITER *waiter)
 {
     for (;;) {
-        int32_t state = listener->state;
-        if (state == LISTENER_WAITING) {
-            if (listener->state.compare_exchange_strong(state, LISTENER_LOOKED_AT)) return true;
-        } else if (state == LISTENER_LOOKED_AT) {
-            if (listener->state.compare_exchange_strong(state, LISTENER_LOOK_AGAIN)) return false;
+        int32_t state = waiter->state;
+        if (state == WAITER_WAITING) {
+            if (waiter->state.compare_exchange_strong(state, WAITER_LOOKED_AT)) return true;
+        } else if (state == WAITER_LOOKED_AT) {
+            if (waiter->state.compare_exchange_strong(state, WAITER_LOOK_AGAIN)) return false;
         } else {
             return false;
         }
     }
 }
 
-static void rouse(t_LISTENER *listener, pid_t sender, pid_t own_thread)
+static void wake(t_WAITER *waiter, pid_t sender, pid_t own_thread)
 {
-    if (!begin_look(listener)) return;
+    if (!begin_look(waiter)) return;
     for (;;) {
-        const bool wanted = listener->process == sender || has_changed(listener->host);
-        if (wanted && listener->thread != own_thread && send_rousing(listener)) {
-            listener->state = LISTENER_ROUSED;
+        const bool wanted = waiter->process == sender || has_changed(waiter->host);
+        if (wanted && waiter->thread != own_thread && send_wake_signal(waiter)) {
+            waiter->state = WAITER_WOKEN;
             return;
         }
-        int32_t state = LISTENER_LOOKED_AT;
-        if (listener->state.compare_exchange_strong(state, LISTENER_WAITING)) return;
-        listener->state = LISTENER_LOOKED_AT;
+        int32_t state = WAITER_LOOKED_AT;
+        if (waiter->state.compare_exchange_strong(state, WAITER_WAITING)) return;
+        waiter->state = WAITER_LOOKED_AT;
     }
 }
 
 /* The pointer in a signal can be anything: it is only compared. */
-static t_LISTENER *roused_by(const siginfo_t *info)
+static t_WAITER *woken_by(const siginfo_t *info)
 {
     if (info->si_code != SI_QUEUE || info->si_pid != getpid()) return nullptr;
-    for (t_LISTENER *one = listeners; one; one = one->next)
+    for (t_WAITER *one = waiters; one; one = one->next)
         if (info->si_value.sival_ptr == one) return one;
     return nullptr;
 }
 
 bool take_signal(const siginfo_t *info)
 {
-    t_LISTENER *roused = roused_by(info);
-    if (roused) {
-        roused->arrived = true;
+    t_WAITER *woken = woken_by(info);
+    if (woken) {
+        woken->arrived = true;
         return true;
     }
     const pid_t own_thread = gettid();
-    for (t_LISTENER *one = listeners; one; one = one->next)
-        rouse(one, info->si_pid, own_thread);
+    for (t_WAITER *one = waiters; one; one = one->next)
+        wake(one, info->si_pid, own_thread);
     return info->si_code == SI_USER && is_host(info->si_pid); /* a timer's signal has something else in that place */
 }
 
-/* ---- Listening ------------------------------------------------------------------------------------------------- */
+/* ---- Waiting ------------------------------------------------------------------------------------------------- */
 
 /* A signal that is not ours goes back to where it was pending. */
 static void put_back(siginfo_t *info)
@@ -201,12 +202,12 @@ static bool take_pending(siginfo_t *info)
 
 /* Ours has been sent: it has arrived in the handler, or is pending. Signals to a thread come before those to the
    process; where one was pending already ours was merged into it, and the queue is found empty. */
-static void take_rousing(const t_LISTENER *listener)
+static void take_wake_signal(const t_WAITER *waiter)
 {
     siginfo_t foreign;
     siginfo_t info;
     bool is_foreign = false;
-    while (!listener->arrived && take_pending(&info)) {
+    while (!waiter->arrived && take_pending(&info)) {
         if (take_signal(&info)) continue;
         foreign = info;
         is_foreign = true;
@@ -214,11 +215,11 @@ static void take_rousing(const t_LISTENER *listener)
     if (is_foreign) put_back(&foreign);
 }
 
-void start_listening(t_LISTENER *listener, pid_t own_thread)
+void enter_waiter(t_WAITER *waiter, pid_t own_thread)
 {
-    listener->thread = own_thread;
-    listener->arrived = false;
-    listener->state = LISTENER_WAITING;
+    waiter->thread = own_thread;
+    waiter->arrived = false;
+    waiter->state = WAITER_WAITING;
 }
 
 /* The handler is at work on another processor, or needs this one, perhaps with a lower priority. */
@@ -231,14 +232,14 @@ static void wait_for_handler(int attempts)
         clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
 }
 
-void stop_listening(t_LISTENER *listener)
+void leave_waiter(t_WAITER *waiter)
 {
     for (int attempts = 0;; attempts++) {
-        int32_t state = LISTENER_WAITING;
-        if (listener->state.compare_exchange_strong(state, LISTENER_IDLE)) return;
-        if (state == LISTENER_ROUSED) break;
+        int32_t state = WAITER_WAITING;
+        if (waiter->state.compare_exchange_strong(state, WAITER_IDLE)) return;
+        if (state == WAITER_WOKEN) break;
         wait_for_handler(attempts);
     }
-    take_rousing(listener);
-    listener->state = LISTENER_IDLE;
+    take_wake_signal(waiter);
+    waiter->state = WAITER_IDLE;
 }

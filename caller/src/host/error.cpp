@@ -57,7 +57,7 @@ int32_t clear_error(ka_host *host)
 {
     host->error = {};
     host->error.exit_status = -1;
-    host->remains.of_error = false;
+    host->last_end.of_error = false;
     return KA_DONE;
 }
 
@@ -66,8 +66,8 @@ static void note_moment(ka_host *host)
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
     host->moment.time_ns = static_cast<int64_t>(now.tv_sec) * NS_PER_S + now.tv_nsec;
-    host->moment.after_ns = host->called_ns != 0 ? now_ns() - host->called_ns : -1;
-    host->moment.in_callback = host->in_callback;
+    host->moment.after_ns = host->building.called_ns != 0 ? now_ns() - host->building.called_ns : -1;
+    host->moment.in_callback = host->building.in_callback;
 }
 
 /* Paths, names in files and words of users can be in it. */
@@ -92,7 +92,7 @@ int32_t fail(ka_host *host, int32_t error_class, const char *format, ...)
     clear_error(host);
     note_moment(host);
     host->error.error_class = error_class;
-    host->error.retry = retry_after(error_class, host->sent);
+    host->error.retry = retry_after(error_class, host->building.sent);
     va_list values;
     va_start(values, format);
     print_error_text(host, format, values);

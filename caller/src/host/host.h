@@ -17,7 +17,7 @@
 #include "wire/layout.h"
 
 /* One descriptor as it was written: 0 is the function name. */
-struct t_SLOT {
+struct t_ARGUMENT {
     int32_t type;
     int32_t passing;
     int32_t offset; /* of element 0 in the segment */
@@ -27,19 +27,17 @@ struct t_SLOT {
     bool gives_back; /* after a call: passed by reference, and not withdrawn by the module */
 };
 
+/* ORDER STATE */
 enum t_STATE {
     STATE_ENDED,    /* no process; a segment that is there waits for the next one */
     STATE_READY,    /* started; no call begun */
-    STATE_BUILDING, /* from ka_begin to ka_call; the process may have ended before, or meanwhile */
+    STATE_BUILDING, /* from ka_begin to ka_call; the process may end before ka_call */
     STATE_CALLING,  /* inside ka_call */
     STATE_CALLED    /* results can be read */
 };
 
-/* What is known of the host's progress since it was last signalled; see doorbell/rest.cpp. */
-struct t_PROGRESS {
-    bool taken;  /* the signal was seen to be no longer pending */
-    bool asleep; /* it was seen asleep after that */
-};
+/* The exit status of a host whose libraries the loader does not find; its own is KA_EXIT_START. */
+enum { EXIT_LOADER = 127 };
 
 /* When the last error happened. */
 struct t_MOMENT {
@@ -49,7 +47,7 @@ struct t_MOMENT {
 };
 
 /* What is kept of a process that has ended, to be reported. */
-struct t_REMAINS {
+struct t_LAST_END {
     bool of_error; /* the last error ended the host, or was its end */
     bool by_library;
     uint32_t overwritten; /* fields of the block's header that the module had overwritten, as bits */
@@ -61,6 +59,7 @@ struct t_REMAINS {
     char *output;      /* the last bytes of its standard error; null when there is no ring */
     int32_t output_length;
 };
+inline constexpr t_LAST_END no_last_end = {false, false, 0, 0, 0, 0, nullptr, nullptr, nullptr, 0};
 
 /* A process that could not be ended. */
 struct t_LEFT {
@@ -68,14 +67,15 @@ struct t_LEFT {
     int error; /* with which it cannot be signalled; 0 when it outlives SIGKILL */
 };
 
-/* Of a start that is under way; -1 otherwise. */
+/* Of a start that is under way. */
 struct t_PIPES {
     int go[2];     /* the host's argument goes to the child when the segment is safe */
     int report[2]; /* errno comes back when the module cannot be executed; closed by a successful exec */
 };
+inline constexpr t_PIPES no_pipes = {{-1, -1}, {-1, -1}};
 
 /* Where a sleeping process is: the text of /proc/PID/syscall. */
-struct t_WHEREABOUTS {
+struct t_SLEEP_PLACE {
     int32_t length;
     char text[180];
 };
@@ -88,14 +88,90 @@ struct t_FILE {
 };
 
 struct t_INSPECTION;
-struct t_RING;
-struct t_LISTENER;
+struct t_STDERR_RING;
+struct t_WAITER;
+
+/* From ka_open to ka_close, whatever becomes of its processes. */
+struct t_LIFE {
+    t_STATE state;
+    bool openable;           /* the options are sound: it can be started, and started again */
+    pid_t caller;            /* this process */
+    int error_fd;            /* KA_STDERR_FILE: a copy of the program's; else -1 */
+    int64_t started_ns;      /* when it was started last */
+    int32_t deaths_in_a_row; /* ends and failed starts since the last call that succeeded */
+    t_LEFT left;             /* reported by ka_close */
+};
+inline constexpr t_LIFE no_life = {STATE_ENDED, false, 0, -1, 0, 0, {}};
+
+struct t_PROCESS {
+    pid_t pid;
+    int pid_fd;
+    int status_fd;              /* /proc/PID/status; follows the process, not the number */
+    int syscall_fd;             /* /proc/PID/syscall likewise; -1 where it may not be read */
+    bool answered;              /* it has answered at least once */
+    bool seen_waiting;          /* it was seen waiting for calls: it has started */
+    t_SLEEP_PLACE idle_place;   /* of the idle host; empty when that is not known */
+    t_STDERR_RING *stderr_ring; /* KA_STDERR_RING; else null */
+    t_INSPECTION *inspection;   /* null when nobody looks at the host's end */
+};
+inline constexpr t_PROCESS no_process = {0, -1, -1, -1, false, false, {}, nullptr, nullptr};
+
+/* What was done for the process before its first call. It outlives the process, for the report of its end. */
+struct t_PREPARED {
+    bool done;         /* its tables were read, as far as they can be, and its trace level was set */
+    ka_tables *tables; /* null when they were not read, or cannot be */
+};
+inline constexpr t_PREPARED nothing_prepared = {false, nullptr};
+
+/* What is known of the host's progress since it was last signalled; see doorbell/rest.cpp. */
+struct t_PROGRESS {
+    bool taken;  /* the signal was seen to be no longer pending */
+    bool asleep; /* it was seen asleep after that */
+};
+
+/* SIGUSR2 of this host, and what its reply is known by. */
+struct t_WAITING {
+    bool is_open;          /* its doorbell */
+    bool is_waiting;       /* KA_WAIT_SAFE: this thread waits, with the two masks below */
+    t_WAITER *waiter;      /* KA_WAIT_SAFE */
+    pid_t doorbell_thread; /* KA_WAIT_FAST: in which SIGUSR2 is blocked for this host; 0 for none */
+    int doorbell_fd;       /* KA_WAIT_FAST: a signalfd for SIGUSR2 */
+    sigset_t mask_before;
+    sigset_t mask_waiting;  /* the same without SIGUSR2 */
+    t_PROGRESS progress;    /* since the host was last signalled */
+    int32_t cbval_before;   /* as it was before the host was signalled */
+    int32_t retcode_before; /* likewise */
+};
+inline constexpr t_WAITING no_waiting = {false, false, nullptr, 0, -1, {}, {}, {}, 0, 0};
+
+/* The segment in this process. */
+struct t_SEGMENT {
+    char *base; /* null when there is none */
+    const t_LAYOUT *layout;
+    int32_t id;
+    int32_t size;           /* as the block says, which may be a little less than was allocated */
+    int32_t scratch_offset; /* the scratch area, or the end of the segment when there is none */
+};
+inline constexpr t_SEGMENT no_segment = {nullptr, nullptr, 0, 0, 0};
+
+/* The call that was begun last. */
+struct t_BUILDING {
+    int32_t error; /* the first since ka_begin, or KA_DONE */
+    int32_t argc;
+    int32_t given_argc;
+    bool argc_is_given;   /* given_argc is sent instead of argc */
+    bool sent;            /* a request for it has gone out */
+    bool in_callback;     /* it has called back */
+    uint32_t overwritten; /* fields of the header, as found at the end of the call, before the header was mended */
+    int64_t cursor;       /* end of the values so far; beyond the room when the call is too big */
+    int64_t called_ns;    /* when ka_call began; 0 outside */
+};
+inline constexpr t_BUILDING no_building = {KA_DONE, 0, 0, false, false, false, 0, 0, 0};
 
 struct ka_host {
     ka_error error;
     t_MOMENT moment; /* of the error */
-    t_REMAINS remains;
-    t_LEFT left;  /* to be told by ka_close */
+    t_LAST_END last_end;
     char *report; /* the one that was asked for last, or null */
     ka_options options;
     char *module;
@@ -104,58 +180,18 @@ struct ka_host {
     ka_host **link; /* what points to this one */
     t_PIPES pipes;
 
-    pid_t caller;          /* this process */
-    pid_t doorbell_thread; /* KA_WAIT_FAST: in which SIGUSR2 is blocked for this host; 0 for none */
-    t_LISTENER *listener;  /* KA_WAIT_SAFE */
-    bool doorbell_open;
-    bool hears;          /* KA_WAIT_SAFE: this thread waits, with the two masks below */
-    bool openable;       /* the options are sound: it can be started, and started again */
-    bool prepared;       /* its tables were read, as far as they can be, and its trace level was set */
-    bool answered;       /* this process has answered at least once */
-    bool seen_waiting;   /* it was seen waiting for calls: it has started */
-    bool sent;           /* a request for the call that was begun has gone out */
-    bool in_callback;    /* the call that was begun has called back */
-    bool argc_is_given;  /* given_argc is sent instead of argc */
-    t_PROGRESS progress; /* since the host was last signalled */
-    t_STATE state;
-    sigset_t mask_before;
-    sigset_t mask_waiting; /* the same without SIGUSR2 */
-
-    char *base; /* of the segment in this process; null when there is none */
-    const t_LAYOUT *layout;
-    int32_t segment_id;
-    int32_t segment_size;   /* as the block says, which may be a little less than was allocated */
-    int32_t scratch_offset; /* the scratch area, or the end of the segment when there is none */
-
-    pid_t pid;
-    int pid_fd;
-    int doorbell_fd;          /* KA_WAIT_FAST: a signalfd for SIGUSR2 */
-    int status_fd;            /* /proc/PID/status; follows the process, not the number */
-    int syscall_fd;           /* /proc/PID/syscall likewise; -1 where it may not be read */
-    t_WHEREABOUTS idle;       /* what it says of the idle host; empty when that is not known */
-    int error_fd;             /* KA_STDERR_FILE: a copy of the program's; else -1 */
-    t_FILE owned[OWNED];      /* what these descriptors are, the doorbell's among them */
-    t_RING *ring;             /* KA_STDERR_RING: while there is a process; else null */
-    t_INSPECTION *inspection; /* null when nobody looks at the host's end */
-    ka_tables *tables;        /* null when they were not read, or cannot be */
-
-    int64_t called_ns;  /* when ka_call began; 0 outside */
-    int64_t started_ns; /* when it was started last */
-    int32_t losses;     /* ends and failed starts since the last call that succeeded */
-
-    uint32_t overwritten; /* as found at the end of the call, before the header was mended */
-
-    int32_t mark;  /* cbval as it was before the host was signalled */
-    int32_t known; /* retcode likewise */
+    t_LIFE life;
+    t_PROCESS process;
+    t_PREPARED prepared;
+    t_WAITING waiting;
+    t_SEGMENT segment;
+    t_FILE owned[OWNED]; /* what the descriptors in these groups are */
     uint64_t random;
 
-    int32_t build_error;    /* the first error since ka_begin, or KA_DONE */
-    ka_error build_failure; /* its record */
-    int32_t argc;
-    int32_t given_argc;
-    int64_t cursor;            /* end of the values so far; beyond the room when the call is too big */
+    t_BUILDING building;
+    ka_error build_failure;    /* the record of building.error */
     char function[SHOWN_NAME]; /* for messages: cut, and made printable */
-    t_SLOT slots[DLL_MAX_ARGC];
+    t_ARGUMENT arguments[DLL_MAX_ARGC];
 };
 
 /* error.cpp: store the error and return its class. */
@@ -164,10 +200,24 @@ __attribute__((format(printf, 2, 3))) void set_error_text(ka_host *host, const c
 int32_t fail_system(ka_host *host, int error_number, const char *what);
 int32_t clear_error(ka_host *host); /* KA_DONE */
 
+/* turn.cpp: which function may be called in which state. KA_DONE, or the error that was stored. */
+enum t_TURN {
+    TURN_BEGIN,
+    TURN_ADD,
+    TURN_DESCRIPTOR,
+    TURN_CALL,
+    TURN_GET,
+    TURN_TABLES,
+    TURN_TRACE,
+    TURN_RESTART,
+    TURN_CLOSE
+};
+int32_t take_turn(ka_host *host, t_TURN turn);
+
 /* Whether a host that has ended is started again for the next call. */
 inline bool can_restart(const ka_host *host)
 {
-    return host->options.restart != KA_RESTART_NEVER && host->base;
+    return host->options.restart != KA_RESTART_NEVER && host->segment.base;
 }
 
 #endif

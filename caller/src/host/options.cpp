@@ -39,18 +39,29 @@ void ka_options_init(ka_options *options, uint32_t size)
     options->size = size;
 }
 
+static int32_t fail_negative(ka_host *host, const char *field, int32_t value)
+{
+    return fail(host, KA_ARGUMENT, "%s is %d; it must not be below 0", field, value);
+}
+
+static int32_t fail_deadline(ka_host *host, int32_t deadline_ms)
+{
+    return fail(host, KA_ARGUMENT, "deadline_ms is %d; it must be above 0", deadline_ms);
+}
+
 /* The copy is numbered above the standard descriptors, one of which the program may have closed. */
 static int32_t take_error_output(ka_host *host)
 {
     const ka_options *options = &host->options;
     if (options->error_output < KA_STDERR_INHERIT || options->error_output > KA_STDERR_RING)
-        return fail(host, KA_ARGUMENT, "there is no error output %d", options->error_output);
+        return fail(host, KA_ARGUMENT, "error_output is %d; it is KA_STDERR_INHERIT (%d) to KA_STDERR_RING (%d)",
+                    options->error_output, KA_STDERR_INHERIT, KA_STDERR_RING);
     if (options->error_output == KA_STDERR_RING && options->ring_bytes <= 0)
-        return fail(host, KA_ARGUMENT, "a ring of %d bytes for standard error", options->ring_bytes);
+        return fail(host, KA_ARGUMENT, "ring_bytes is %d; KA_STDERR_RING needs at least 1", options->ring_bytes);
     if (options->error_output != KA_STDERR_FILE) return KA_DONE;
-    host->error_fd = fcntl(options->error_fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    host->life.error_fd = fcntl(options->error_fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     note_owned(host, OWNED_ERRORS);
-    if (host->error_fd != -1) return KA_DONE;
+    if (host->life.error_fd != -1) return KA_DONE;
     if (errno != EBADF) return fail_system(host, errno, "cannot copy error_fd");
     return fail(host, KA_ARGUMENT, "error_fd %d is not open", options->error_fd);
 }
@@ -65,10 +76,11 @@ static int32_t check_restart(ka_host *host)
 {
     const ka_options *options = &host->options;
     if (options->restart < KA_RESTART_NEVER || options->restart > KA_RESTART_AT_ONCE)
-        return fail(host, KA_ARGUMENT, "there is no restart policy %d", options->restart);
-    if (options->restart_pause_ms < 0 || options->restart_pause_max_ms < 0)
-        return fail(host, KA_ARGUMENT, "a pause of %d to %d ms before a restart", options->restart_pause_ms,
-                    options->restart_pause_max_ms);
+        return fail(host, KA_ARGUMENT, "restart is %d; it is KA_RESTART_NEVER (%d) to KA_RESTART_AT_ONCE (%d)",
+                    options->restart, KA_RESTART_NEVER, KA_RESTART_AT_ONCE);
+    if (options->restart_pause_ms < 0) return fail_negative(host, "restart_pause_ms", options->restart_pause_ms);
+    if (options->restart_pause_max_ms < 0)
+        return fail_negative(host, "restart_pause_max_ms", options->restart_pause_max_ms);
     return KA_DONE;
 }
 
@@ -81,13 +93,13 @@ int32_t take_options(ka_host *host, const ka_options *options)
     if (options->size < offsetof(ka_options, callback))
         return fail(host, KA_ARGUMENT, "options of %u bytes were not filled by ka_options_init", options->size);
     memcpy(&host->options, options, options->size < sizeof *options ? options->size : sizeof *options);
-    if (host->options.deadline_ms <= 0)
-        return fail(host, KA_ARGUMENT, "a deadline of %d ms", host->options.deadline_ms);
+    if (host->options.deadline_ms <= 0) return fail_deadline(host, host->options.deadline_ms);
     if (host->options.checking != KA_CHECKED && host->options.checking != KA_RAW)
-        return fail(host, KA_ARGUMENT, "there is no checking %d", host->options.checking);
+        return fail(host, KA_ARGUMENT, "checking is %d; it is KA_CHECKED (%d) or KA_RAW (%d)", host->options.checking,
+                    KA_CHECKED, KA_RAW);
     if (host->options.cancel_fd >= 0 && fcntl(host->options.cancel_fd, F_GETFD) == -1)
         return fail(host, KA_ARGUMENT, "cancel_fd %d is not open", host->options.cancel_fd);
-    if (host->options.grace_ms < 0) return fail(host, KA_ARGUMENT, "a grace time of %d ms", host->options.grace_ms);
+    if (host->options.grace_ms < 0) return fail_negative(host, "grace_ms", host->options.grace_ms);
     if (check_restart(host) != KA_DONE) return KA_ARGUMENT;
     if (check_trace_level(host, host->options.trace_level) != KA_DONE) return KA_ARGUMENT;
     return take_error_output(host);
@@ -95,7 +107,7 @@ int32_t take_options(ka_host *host, const ka_options *options)
 
 int32_t ka_set_deadline(ka_host *host, int32_t deadline_ms)
 {
-    if (deadline_ms <= 0) return fail(host, KA_ARGUMENT, "a deadline of %d ms", deadline_ms);
+    if (deadline_ms <= 0) return fail_deadline(host, deadline_ms);
     host->options.deadline_ms = deadline_ms;
     return KA_DONE;
 }

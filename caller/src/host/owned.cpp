@@ -25,8 +25,8 @@ static_assert(SIGUSR2 == 12, "the set of signals above is that of this number al
 
 static int *number_of(ka_host *host, t_OWNED which)
 {
-    int *const numbers[OWNED] = {&host->pid_fd, &host->doorbell_fd, &host->status_fd, &host->syscall_fd,
-                                 &host->error_fd};
+    int *const numbers[OWNED] = {&host->process.pid_fd, &host->waiting.doorbell_fd, &host->process.status_fd,
+                                 &host->process.syscall_fd, &host->life.error_fd};
     return numbers[which];
 }
 
@@ -85,7 +85,7 @@ static void open_view(ka_host *host, t_OWNED which, pid_t number)
 
 void open_views(ka_host *host)
 {
-    const pid_t number = number_in_proc(host->pid_fd);
+    const pid_t number = number_in_proc(host->process.pid_fd);
     open_view(host, OWNED_STATUS, number);
     open_view(host, OWNED_SYSCALL, number);
     note_owned(host, OWNED_PROCESS);
@@ -96,7 +96,7 @@ bool regain_view(ka_host *host, t_OWNED which)
 {
     bool nameless = false;
     if (*number_of(host, which) == -1 || is_noted_file(host, which, &nameless)) return false;
-    open_view(host, which, number_in_proc(host->pid_fd));
+    open_view(host, which, number_in_proc(host->process.pid_fd));
     return true;
 }
 
@@ -104,5 +104,6 @@ bool regain_view(ka_host *host, t_OWNED which)
 bool owns_process(ka_host *host)
 {
     bool nameless = false;
-    return is_noted_file(host, OWNED_PROCESS, &nameless) && (!nameless || signal_process(host->pid_fd, 0) != EBADF);
+    return is_noted_file(host, OWNED_PROCESS, &nameless) &&
+           (!nameless || signal_process(host->process.pid_fd, 0) != EBADF);
 }

@@ -14,9 +14,9 @@
 enum {
     PAGE_BYTES = 4096,
     PAGES_KEPT = 16,
-    PAGES_READ_MAX = 65536, /* of one image: tables could be laid out to make every look cost a page */
-    SEGMENTS_MAX = 64,      /* of a program */
-    OBJECTS_MAX = 256       /* the program and its libraries */
+    PAGES_READ_MAX = 65536,   /* of one image: tables could be laid out to make every look cost a page */
+    PROGRAM_HEADERS_MAX = 64, /* of a program */
+    OBJECTS_MAX = 256         /* the program and its libraries */
 };
 
 struct t_PAGE {
@@ -42,8 +42,8 @@ struct t_IMAGE {
     int fd;    /* of the file, or -1 */
     int32_t pages_read;
     int error; /* errno of the last page that could not be read */
-    int32_t segment_count;
-    Elf32_Phdr segments[SEGMENTS_MAX]; /* those of the program */
+    int32_t program_header_count;
+    Elf32_Phdr program_headers[PROGRAM_HEADERS_MAX]; /* those of the program */
     int32_t object_count;
     t_OBJECT objects[OBJECTS_MAX]; /* in the order in which the loader looks for symbols: the program first */
     t_PAGE pages[PAGES_KEPT];

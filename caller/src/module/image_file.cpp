@@ -20,20 +20,20 @@ static uint64_t page_of(uint64_t address)
     return address / PAGE_BYTES * PAGE_BYTES;
 }
 
-static bool touches(const Elf32_Phdr *segment, uint64_t page)
+static bool touches(const Elf32_Phdr *header, uint64_t page)
 {
-    const uint64_t end = uint64_t{segment->p_vaddr} + segment->p_memsz;
-    return segment->p_type == PT_LOAD && page >= page_of(segment->p_vaddr) && page < end;
+    const uint64_t end = uint64_t{header->p_vaddr} + header->p_memsz;
+    return header->p_type == PT_LOAD && page >= page_of(header->p_vaddr) && page < end;
 }
 
 /* The part of a segment that the file holds. */
-static int read_segment_part(const t_IMAGE *image, const Elf32_Phdr *segment, uint64_t page, uint8_t *bytes)
+static int read_segment_part(const t_IMAGE *image, const Elf32_Phdr *header, uint64_t page, uint8_t *bytes)
 {
-    const uint64_t end = uint64_t{segment->p_vaddr} + segment->p_filesz;
-    const uint64_t from = page > segment->p_vaddr ? page : segment->p_vaddr;
+    const uint64_t end = uint64_t{header->p_vaddr} + header->p_filesz;
+    const uint64_t from = page > header->p_vaddr ? page : header->p_vaddr;
     const uint64_t to = page + PAGE_BYTES < end ? page + PAGE_BYTES : end;
     if (from >= to) return 0;
-    const uint64_t offset = segment->p_offset + (from - segment->p_vaddr);
+    const uint64_t offset = header->p_offset + (from - header->p_vaddr);
     if (offset > INT32_MAX) return EFBIG;
     const size_t wanted = static_cast<size_t>(to - from);
     const ssize_t length = pread(image->fd, bytes + (from - page), wanted, static_cast<off_t>(offset));
@@ -45,9 +45,9 @@ static int read_file_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes
 {
     int error = EFAULT;
     memset(bytes, 0, PAGE_BYTES);
-    for (int32_t i = 0; i < image->segment_count; i++) {
-        if (!touches(&image->segments[i], address)) continue;
-        error = read_segment_part(image, &image->segments[i], address, bytes);
+    for (int32_t i = 0; i < image->program_header_count; i++) {
+        if (!touches(&image->program_headers[i], address)) continue;
+        error = read_segment_part(image, &image->program_headers[i], address, bytes);
         if (error != 0) return error;
     }
     return error;
@@ -58,13 +58,13 @@ static bool read_headers(t_IMAGE *image, char *why, size_t size)
     Elf32_Ehdr header;
     const ssize_t length = pread(image->fd, &header, sizeof header, 0);
     if (!check_elf_header(&header, length, why, size)) return false;
-    if (header.e_phentsize != sizeof(Elf32_Phdr) || header.e_phnum > SEGMENTS_MAX) {
+    if (header.e_phentsize != sizeof(Elf32_Phdr) || header.e_phnum > PROGRAM_HEADERS_MAX) {
         snprintf(why, size, "an ELF file with impossible program headers");
         return false;
     }
-    image->segment_count = header.e_phnum;
+    image->program_header_count = header.e_phnum;
     const size_t wanted = header.e_phnum * sizeof(Elf32_Phdr);
-    const ssize_t read = pread(image->fd, image->segments, wanted, static_cast<off_t>(header.e_phoff));
+    const ssize_t read = pread(image->fd, image->program_headers, wanted, static_cast<off_t>(header.e_phoff));
     if (read == static_cast<ssize_t>(wanted)) return true;
     snprintf(why, size, "a cut off ELF file");
     return false;
@@ -72,9 +72,9 @@ static bool read_headers(t_IMAGE *image, char *why, size_t size)
 
 static bool find_program(t_IMAGE *image, char *why, size_t size)
 {
-    for (int32_t i = 0; i < image->segment_count; i++) {
-        if (image->segments[i].p_type != PT_DYNAMIC) continue;
-        image->objects[0] = {0, image->segments[i].p_vaddr};
+    for (int32_t i = 0; i < image->program_header_count; i++) {
+        if (image->program_headers[i].p_type != PT_DYNAMIC) continue;
+        image->objects[0] = {0, image->program_headers[i].p_vaddr};
         image->object_count = 1;
         return true;
     }

@@ -65,15 +65,15 @@ static int read_start(pid_t pid, t_START *start)
 /* The program's own headers tell where they would lie without a bias. */
 static bool find_program(t_IMAGE *image, const t_START *start)
 {
-    if (start->header_count < 0 || start->header_count > SEGMENTS_MAX) return false;
+    if (start->header_count < 0 || start->header_count > PROGRAM_HEADERS_MAX) return false;
     const size_t size = static_cast<size_t>(start->header_count) * sizeof(Elf32_Phdr);
-    if (!read_image(image, start->headers, image->segments, size)) return false;
-    image->segment_count = start->header_count;
+    if (!read_image(image, start->headers, image->program_headers, size)) return false;
+    image->program_header_count = start->header_count;
     t_OBJECT program = {};
-    for (int32_t i = 0; i < image->segment_count; i++) {
-        const Elf32_Phdr *segment = &image->segments[i];
-        if (segment->p_type == PT_PHDR) program.bias = start->headers - segment->p_vaddr;
-        if (segment->p_type == PT_DYNAMIC) program.dynamic = segment->p_vaddr;
+    for (int32_t i = 0; i < image->program_header_count; i++) {
+        const Elf32_Phdr *header = &image->program_headers[i];
+        if (header->p_type == PT_PHDR) program.bias = start->headers - header->p_vaddr;
+        if (header->p_type == PT_DYNAMIC) program.dynamic = header->p_vaddr;
     }
     if (program.dynamic == 0) return false;
     program.dynamic += program.bias;

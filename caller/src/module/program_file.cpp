@@ -63,12 +63,13 @@ static bool find_loader(int fd, char *loader, size_t size)
     Elf32_Ehdr header;
     if (pread(fd, &header, sizeof header, 0) != static_cast<ssize_t>(sizeof header)) return false;
     for (int i = 0; i < header.e_phnum; i++) {
-        Elf32_Phdr segment;
+        Elf32_Phdr program_header;
         const off_t at = static_cast<off_t>(header.e_phoff) + static_cast<off_t>(i) * header.e_phentsize;
-        if (pread(fd, &segment, sizeof segment, at) != static_cast<ssize_t>(sizeof segment)) return false;
-        if (segment.p_type != PT_INTERP) continue;
-        const size_t wanted = segment.p_filesz < size - 1 ? segment.p_filesz : size - 1;
-        const ssize_t length = pread(fd, loader, wanted, static_cast<off_t>(segment.p_offset));
+        if (pread(fd, &program_header, sizeof program_header, at) != static_cast<ssize_t>(sizeof program_header))
+            return false;
+        if (program_header.p_type != PT_INTERP) continue;
+        const size_t wanted = program_header.p_filesz < size - 1 ? program_header.p_filesz : size - 1;
+        const ssize_t length = pread(fd, loader, wanted, static_cast<off_t>(program_header.p_offset));
         loader[length > 0 ? length : 0] = '\0';
         return length > 0;
     }

@@ -10,11 +10,11 @@
 #include "fork.h"
 #include "host/host.h"
 
-/* Told once: the next ka_close frees the host. */
+/* Reported once: the next ka_close frees the host. */
 static int32_t fail_left(ka_host *host)
 {
-    const t_LEFT left = host->left;
-    host->left = {};
+    const t_LEFT left = host->life.left;
+    host->life.left = no_life.left;
     fail(host, KA_SYSTEM, "%.200s: process %d is left: %s", host->module, left.pid,
          left.error != 0 ? errno_text(left.error) : "SIGKILL does not end it");
     host->error.sys_errno = left.error;
@@ -25,12 +25,12 @@ int32_t ka_close(ka_host *host)
 {
     HOLD_CANCELLATION;
     if (!host) return KA_DONE;
-    if (host->state == STATE_CALLING) return fail(host, KA_ARGUMENT, "a host cannot be closed inside its call-back");
+    if (take_turn(host, TURN_CLOSE) != KA_DONE) return host->error.error_class;
     end_host(host);
-    if (host->left.pid != 0) return fail_left(host);
+    if (host->life.left.pid != 0) return fail_left(host);
     leave_host(host);
-    free_remains(&host->remains);
-    close_fd(&host->error_fd);
+    forget_last_end(&host->last_end);
+    close_fd(&host->life.error_fd);
     free(host->report);
     remove_segment(host);
     forget_preparations(host);

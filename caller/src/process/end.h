@@ -13,12 +13,12 @@
 void end_host(ka_host *host);
 
 /* The same for a host that has failed; the class of its error. */
-int32_t lose_host(ka_host *host);
+int32_t fail_and_end(ka_host *host);
 
 /* A host that was found dead. */
 int32_t fail_dead(ka_host *host, const char *where);
 
-void free_remains(t_REMAINS *remains);
+void forget_last_end(t_LAST_END *last_end);
 void forget_preparations(ka_host *host);
 
 #endif

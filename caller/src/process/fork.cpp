@@ -36,12 +36,12 @@ static void hold_for_fork(void)
 {
     pthread_mutex_lock(&lock);
     hold_doorbells();
-    hold_attendant();
+    hold_helper_thread();
 }
 
 static void go_on_after_fork(void)
 {
-    release_attendant();
+    release_helper_thread();
     release_doorbells();
     pthread_mutex_unlock(&lock);
 }
@@ -50,24 +50,20 @@ static void go_on_after_fork(void)
 static void forget_process(ka_host *host)
 {
     close_all_pipes(&host->pipes);
-    host->state = STATE_ENDED;
-    host->pid = 0;
-    host->pid_fd = host->status_fd = host->syscall_fd = host->doorbell_fd = -1;
-    host->base = nullptr;
-    host->listener = nullptr;
-    host->doorbell_open = host->hears = false;
-    host->ring = nullptr;
-    host->inspection = nullptr;
-    host->tables = nullptr;
-    host->remains = {};
-    host->left = {};
+    host->life.state = STATE_ENDED;
+    host->life.left = no_life.left;
+    host->process = no_process;
+    host->prepared = nothing_prepared;
+    host->waiting = no_waiting;
+    host->segment = no_segment;
+    host->last_end = no_last_end;
     host->report = nullptr;
-    host->argc = 0;
+    host->building.argc = 0;
 }
 
 static void begin_anew_in_child(void)
 {
-    begin_attendant_anew();
+    begin_helper_thread_anew();
     begin_doorbells_anew();
     for (ka_host *host = hosts; host; host = host->next)
         forget_process(host);

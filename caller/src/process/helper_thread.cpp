@@ -101,7 +101,7 @@ static int await_job(t_JOB *job, int64_t deadline)
     return 0;
 }
 
-int attendant_run(void (*work)(void *argument), void *argument, int64_t deadline)
+int run_in_helper_thread(void (*work)(void *argument), void *argument, int64_t deadline)
 {
     t_JOB job = {work, argument, JOB_WAITS, nullptr};
     pthread_mutex_lock(&lock);
@@ -116,17 +116,17 @@ int attendant_run(void (*work)(void *argument), void *argument, int64_t deadline
 
 /* ---- At a fork ------------------------------------------------------------------------------------------------- */
 
-void hold_attendant(void)
+void hold_helper_thread(void)
 {
     pthread_mutex_lock(&lock);
 }
 
-void release_attendant(void)
+void release_helper_thread(void)
 {
     pthread_mutex_unlock(&lock);
 }
 
-void begin_attendant_anew(void)
+void begin_helper_thread_anew(void)
 {
     running = false;
     jobs = nullptr;

@@ -10,11 +10,11 @@
 
 /* Runs work in the attendant and waits until it has returned. Work must not wait for anything: everything else waits
    for it. 0, or an errno with nothing run: ETIMEDOUT when the attendant was busy with other work until then. */
-int attendant_run(void (*work)(void *argument), void *argument, int64_t deadline);
+int run_in_helper_thread(void (*work)(void *argument), void *argument, int64_t deadline);
 
 /* For fork.cpp. */
-void hold_attendant(void);
-void release_attendant(void);
-void begin_attendant_anew(void); /* in the child, while it is held */
+void hold_helper_thread(void);
+void release_helper_thread(void);
+void begin_helper_thread_anew(void); /* in the child, while it is held */
 
 #endif

@@ -22,7 +22,7 @@
 int32_t start_host(ka_host *host, int64_t deadline)
 {
     char why[128];
-    host->started_ns = now_ns();
+    host->life.started_ns = now_ns();
     if (!check_module(host->module, why, sizeof why))
         return fail(host, KA_START, "cannot start %.300s: %s", host->module, why);
     forget_preparations(host);
@@ -33,8 +33,8 @@ int32_t start_host(ka_host *host, int64_t deadline)
 /* Started for the first time, or at the program's wish: without a pause. */
 int32_t open_process(ka_host *host)
 {
-    if (start_host(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return lose_host(host);
-    host->state = STATE_READY;
+    if (start_host(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return fail_and_end(host);
+    host->life.state = STATE_READY;
     return KA_DONE;
 }
 
@@ -45,8 +45,10 @@ int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
     *result = host;
     if (!host) return KA_SYSTEM;
     clear_error(host);
-    host->pid_fd = host->doorbell_fd = host->status_fd = host->syscall_fd = host->error_fd = -1;
-    host->pipes = {{-1, -1}, {-1, -1}};
+    host->pipes = no_pipes;
+    host->life = no_life;
+    host->process = no_process;
+    host->waiting = no_waiting;
     seed_random(&host->random);
     host->module = strdup(module);
     if (!host->module || enter_host(host) != 0) {
@@ -56,12 +58,12 @@ int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
         return KA_SYSTEM;
     }
     if (take_options(host, options) != KA_DONE || check_sizes(host) != KA_DONE) return host->error.error_class;
-    host->openable = true;
+    host->life.openable = true;
     remove_abandoned_segments(0);
     return open_process(host);
 }
 
 int32_t ka_pid(const ka_host *host)
 {
-    return host->pid;
+    return host->process.pid;
 }

@@ -10,12 +10,12 @@
 
 bool regain_process(ka_host *host)
 {
-    if (host->pid_fd == -1 || owns_process(host)) return true;
+    if (host->process.pid_fd == -1 || owns_process(host)) return true;
     disown_lost(host);
-    host->pid_fd = reopen_child(host->pid);
-    if (host->pid_fd == -1) return false;
-    close_fd(&host->status_fd);
-    close_fd(&host->syscall_fd);
+    host->process.pid_fd = reopen_child(host->process.pid);
+    if (host->process.pid_fd == -1) return false;
+    close_fd(&host->process.status_fd);
+    close_fd(&host->process.syscall_fd);
     open_views(host);
     reopen_doorbell(host);
     return true;

@@ -40,11 +40,11 @@ static int launch_process(ka_host *host, const t_LAUNCH *launch)
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (error != 0) return error;
     setpgid(pid, pid); /* what the module forks is found by this number */
-    host->pid = pid;
-    host->pid_fd = pid_fd;
-    if (host->listener) host->listener->process = pid;
+    host->process.pid = pid;
+    host->process.pid_fd = pid_fd;
+    if (host->waiting.waiter) host->waiting.waiter->process = pid;
     open_views(host);
-    host->idle = {};
+    host->process.idle_place = {};
     return 0;
 }
 
@@ -68,7 +68,7 @@ static int launch_from_lasting_thread(ka_host *host, const t_LAUNCH *launch, int
 {
     if (host->options.waiting == KA_WAIT_FAST) return launch_process(host, launch);
     t_BIRTH birth = {host, launch, 0};
-    const int error = attendant_run(attend_birth, &birth, deadline);
+    const int error = run_in_helper_thread(attend_birth, &birth, deadline);
     return error != 0 ? error : birth.error;
 }
 
@@ -111,7 +111,7 @@ static int32_t await_exec(ka_host *host, int report_fd, int64_t deadline)
 static int32_t send_argument(ka_host *host)
 {
     char argument[ARGUMENT_SIZE] = {};
-    snprintf(argument, sizeof argument, host->options.layout == KA_LAYOUT_64 ? "%d:64" : "%d", host->segment_id);
+    snprintf(argument, sizeof argument, host->options.layout == KA_LAYOUT_64 ? "%d:64" : "%d", host->segment.id);
     if (write(host->pipes.go[1], argument, sizeof argument) != sizeof argument)
         return fail_system(host, errno, "cannot write to a pipe");
     return KA_DONE;
@@ -127,7 +127,7 @@ static int32_t start_child(ka_host *host, const t_LAUNCH *launch, int64_t deadli
 {
     const int error = launch_from_lasting_thread(host, launch, deadline);
     if (error != 0) return fail_system(host, error, "cannot create a process");
-    if (!host->base && create_segment(host) != KA_DONE) return host->error.error_class;
+    if (!host->segment.base && create_segment(host) != KA_DONE) return host->error.error_class;
     write_header(host);
     start_inspection(host);
     if (send_argument(host) != KA_DONE) return host->error.error_class;
@@ -140,14 +140,14 @@ static int32_t start_with_pipes(ka_host *host, t_LAUNCH *launch, int64_t deadlin
     int error = open_pipes(host);
     if (error != 0) return fail_system(host, error, "cannot create a pipe");
     disown_lost(host); /* error_fd is kept from process to process */
-    if (host->options.error_output == KA_STDERR_FILE && host->error_fd == -1)
+    if (host->options.error_output == KA_STDERR_FILE && host->life.error_fd == -1)
         return fail_system(host, EBADF, "the program has closed the library's copy of error_fd");
     if (host->options.error_output != KA_STDERR_RING) {
-        launch->error_fd = host->error_fd;
+        launch->error_fd = host->life.error_fd;
         return start_child(host, launch, deadline);
     }
-    host->ring = open_ring(host->options.ring_bytes, &launch->error_fd, &error);
-    if (!host->ring) return fail_system(host, error, "cannot collect the host's standard error");
+    host->process.stderr_ring = open_stderr_ring(host->options.ring_bytes, &launch->error_fd, &error);
+    if (!host->process.stderr_ring) return fail_system(host, error, "cannot collect the host's standard error");
     const int32_t result = start_child(host, launch, deadline);
     close_fd(&launch->error_fd);
     return result;

@@ -34,7 +34,7 @@ enum {
     PATIENCE_S = 10 /* for the thread, which needs a processor and nothing else */
 };
 
-struct t_RING {
+struct t_STDERR_RING {
     int fd; /* the reading end; from settled on a number in the thread's table */
     pthread_t thread;
     pthread_mutex_t lock; /* guards all below */
@@ -53,7 +53,7 @@ struct t_RING {
 /* ---- Filling --------------------------------------------------------------------------------------------------- */
 
 /* Reads up to the end of bytes at most. 0 when there is nothing to be read. */
-static int32_t read_some(t_RING *ring)
+static int32_t read_some(t_STDERR_RING *ring)
 {
     const int32_t at = static_cast<int32_t>(ring->written % ring->room);
     const ssize_t length = read(ring->fd, ring->bytes + at, static_cast<size_t>(ring->room - at));
@@ -63,7 +63,7 @@ static int32_t read_some(t_RING *ring)
     return static_cast<int32_t>(length);
 }
 
-static void drain(t_RING *ring)
+static void drain(t_STDERR_RING *ring)
 {
     int32_t taken = 0;
     int32_t length = 0;
@@ -115,7 +115,7 @@ static int open_waking(void)
     return signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-static void settle(t_RING *ring, int error)
+static void settle(t_STDERR_RING *ring, int error)
 {
     pthread_mutex_lock(&ring->lock);
     ring->error = error;
@@ -125,7 +125,7 @@ static void settle(t_RING *ring, int error)
 }
 
 /* A pipe at its end stays readable, and would keep the thread busy. False when it is to end. */
-static bool attend(t_RING *ring, int waking_fd)
+static bool attend(t_STDERR_RING *ring, int waking_fd)
 {
     struct pollfd fds[] = {{ring->ended ? -1 : ring->fd, POLLIN, 0}, {waking_fd, POLLIN, 0}};
     poll(fds, 2, -1);
@@ -142,7 +142,7 @@ static bool attend(t_RING *ring, int waking_fd)
 
 static void *collect(void *argument)
 {
-    t_RING *ring = static_cast<t_RING *>(argument);
+    t_STDERR_RING *ring = static_cast<t_STDERR_RING *>(argument);
     const int apart_error = move_apart(ring->fd);
     if (apart_error != 0) {
         settle(ring, apart_error);
@@ -166,12 +166,12 @@ static struct timespec end_of_patience(void)
     return until;
 }
 
-static void wake(const t_RING *ring)
+static void wake(const t_STDERR_RING *ring)
 {
     pthread_kill(ring->thread, WAKING_SIGNAL);
 }
 
-static void await_settled(t_RING *ring)
+static void await_settled(t_STDERR_RING *ring)
 {
     const struct timespec until = end_of_patience();
     int error = 0;
@@ -179,7 +179,7 @@ static void await_settled(t_RING *ring)
         error = pthread_cond_clockwait(&ring->changed, &ring->lock, CLOCK_MONOTONIC, &until);
 }
 
-static void await_look(t_RING *ring)
+static void await_look(t_STDERR_RING *ring)
 {
     const struct timespec until = end_of_patience();
     const uint32_t wanted = ++ring->asked;
@@ -219,9 +219,9 @@ static int open_pipe(int ends[2])
     return 0;
 }
 
-static t_RING *allocate_ring(int32_t room)
+static t_STDERR_RING *allocate_ring(int32_t room)
 {
-    t_RING *ring = static_cast<t_RING *>(calloc(1, sizeof *ring + static_cast<size_t>(room)));
+    t_STDERR_RING *ring = static_cast<t_STDERR_RING *>(calloc(1, sizeof *ring + static_cast<size_t>(room)));
     if (!ring) return nullptr;
     ring->bytes = reinterpret_cast<char *>(ring + 1);
     ring->room = room;
@@ -230,7 +230,7 @@ static t_RING *allocate_ring(int32_t room)
     return ring;
 }
 
-static void free_ring(t_RING *ring)
+static void free_ring(t_STDERR_RING *ring)
 {
     pthread_cond_destroy(&ring->changed);
     pthread_mutex_destroy(&ring->lock);
@@ -238,7 +238,7 @@ static void free_ring(t_RING *ring)
 }
 
 /* 0 or an errno; ETIMEDOUT when the thread did not get so far, and may still do so. */
-static int start_thread(t_RING *ring)
+static int start_thread(t_STDERR_RING *ring)
 {
     const int error = create_thread_without_signals(&ring->thread, STACK_BYTES, collect, ring);
     if (error != 0) return error;
@@ -254,10 +254,10 @@ static int start_thread(t_RING *ring)
 }
 
 /* A thread that is late keeps what it was given. */
-t_RING *open_ring(int32_t room, int *writing_end, int *error)
+t_STDERR_RING *open_stderr_ring(int32_t room, int *writing_end, int *error)
 {
     int ends[2];
-    t_RING *ring = allocate_ring(room);
+    t_STDERR_RING *ring = allocate_ring(room);
     *error = ring ? open_pipe(ends) : ENOMEM;
     if (*error == 0) {
         ring->fd = ends[0];
@@ -277,7 +277,7 @@ t_RING *open_ring(int32_t room, int *writing_end, int *error)
 }
 
 /* A thread that does not end in time keeps its record. */
-void close_ring(t_RING *ring)
+void close_stderr_ring(t_STDERR_RING *ring)
 {
     if (!ring) return;
     pthread_mutex_lock(&ring->lock);
@@ -293,7 +293,7 @@ void close_ring(t_RING *ring)
 
 /* ---- Reading --------------------------------------------------------------------------------------------------- */
 
-int32_t read_ring(t_RING *ring, char *buffer, int32_t size)
+int32_t read_stderr_ring(t_STDERR_RING *ring, char *buffer, int32_t size)
 {
     pthread_mutex_lock(&ring->lock);
     await_look(ring);

@@ -7,16 +7,16 @@
 
 #include <stdint.h>
 
-struct t_RING;
+struct t_STDERR_RING;
 
 /* Null, with an errno in *error, when there is no memory, descriptor or thread. *writing_end is the caller's, to be
    given to the host and closed: the ring itself has no descriptor in this process's table. */
-t_RING *open_ring(int32_t room, int *writing_end, int *error);
+t_STDERR_RING *open_stderr_ring(int32_t room, int *writing_end, int *error);
 
 /* The last bytes, at most size of them; how many. What the pipe still holds is read before. */
-int32_t read_ring(t_RING *ring, char *buffer, int32_t size);
+int32_t read_stderr_ring(t_STDERR_RING *ring, char *buffer, int32_t size);
 
 /* ring may be null. A process that still writes gets an error for it. */
-void close_ring(t_RING *ring);
+void close_stderr_ring(t_STDERR_RING *ring);
 
 #endif

@@ -174,32 +174,32 @@ void start_inspection(ka_host *host)
     if (!inspection) return;
     pthread_mutex_init(&inspection->lock, nullptr);
     pthread_cond_init(&inspection->changed, nullptr);
-    inspection->pid = host->pid;
-    inspection->number = number_in_proc(host->pid_fd);
+    inspection->pid = host->process.pid;
+    inspection->number = number_in_proc(host->process.pid_fd);
     inspection->inspector = host->options.inspector;
     inspection->user = host->options.user;
     if (create_thread_without_signals(&inspection->thread, STACK_BYTES, trace, inspection) != 0) {
         free(inspection);
         return;
     }
-    host->inspection = inspection;
+    host->process.inspection = inspection;
     await_flag(inspection, &inspection->settled);
 }
 
 void inspect_hanging(ka_host *host)
 {
-    t_INSPECTION *inspection = host->inspection;
+    t_INSPECTION *inspection = host->process.inspection;
     if (!inspection || !get_flag(inspection, &inspection->tracing)) return;
     if (get_flag(inspection, &inspection->suspended)) return;
     set_flag(inspection, &inspection->hanging, true);
-    if (signal_process(host->pid_fd, SIGSTOP) == 0) await_flag(inspection, &inspection->inspected);
+    if (signal_process(host->process.pid_fd, SIGSTOP) == 0) await_flag(inspection, &inspection->inspected);
 }
 
 /* A thread that does not end, since its host cannot be killed or its inspector does not return, keeps its record. */
 char *finish_inspection(ka_host *host)
 {
-    t_INSPECTION *inspection = host->inspection;
-    host->inspection = nullptr;
+    t_INSPECTION *inspection = host->process.inspection;
+    host->process.inspection = nullptr;
     if (!inspection) return nullptr;
     struct timespec until;
     clock_gettime(CLOCK_REALTIME, &until);

@@ -10,11 +10,12 @@
 int32_t ka_error_output(ka_host *host, char *buffer, int32_t size)
 {
     HOLD_CANCELLATION;
-    const t_REMAINS *remains = &host->remains;
+    const t_LAST_END *last_end = &host->last_end;
     if (size <= 0) return 0;
-    if (host->ring && !remains->of_error) return read_ring(host->ring, buffer, size);
-    if (!remains->output) return 0;
-    const int32_t count = size < remains->output_length ? size : remains->output_length;
-    memcpy(buffer, remains->output + remains->output_length - count, static_cast<size_t>(count));
+    if (host->process.stderr_ring && !last_end->of_error)
+        return read_stderr_ring(host->process.stderr_ring, buffer, size);
+    if (!last_end->output) return 0;
+    const int32_t count = size < last_end->output_length ? size : last_end->output_length;
+    memcpy(buffer, last_end->output + last_end->output_length - count, static_cast<size_t>(count));
     return count;
 }

@@ -8,23 +8,25 @@
 #include <time.h>
 
 #include "base/clock.h"
+#include "ka/dll_codes.h"
 #include "wire/kinds.h"
 
 bool concerns_call(const ka_host *host)
 {
-    return host->argc > 0 && host->base && host->build_error == KA_DONE && host->error.error_class != KA_CLOSED;
+    return host->building.argc > 0 && host->segment.base && host->building.error == KA_DONE &&
+           host->error.error_class != KA_CLOSED;
 }
 
 /* A child that could not become the host is no process of the module. */
 bool concerns_end(const ka_host *host)
 {
     const bool never_ran = host->error.error_class == KA_START && host->error.exit_status == -1;
-    return host->remains.of_error && host->remains.pid != 0 && !never_ran;
+    return host->last_end.of_error && host->last_end.pid != 0 && !never_ran;
 }
 
 static const ka_function *called_function(const ka_host *host)
 {
-    const ka_tables *tables = host->remains.of_error ? host->remains.tables : host->tables;
+    const ka_tables *tables = host->last_end.of_error ? host->last_end.tables : host->prepared.tables;
     return tables ? ka_find_function(tables, host->function) : nullptr;
 }
 
@@ -38,9 +40,9 @@ const ka_prototype *prototype_of(const ka_host *host, int32_t argument)
     return place < function->prototype_count ? &function->prototypes[place] : nullptr;
 }
 
-int32_t shown_elements(const t_SLOT *slot)
+int32_t shown_elements(const t_ARGUMENT *argument)
 {
-    return slot->count < SHOWN_ELEMENTS ? slot->count : static_cast<int32_t>(SHOWN_ELEMENTS);
+    return argument->count < SHOWN_ELEMENTS ? argument->count : static_cast<int32_t>(SHOWN_ELEMENTS);
 }
 
 void write_time(int64_t time_ns, char text[TIME_TEXT])
@@ -55,12 +57,12 @@ void write_time(int64_t time_ns, char text[TIME_TEXT])
 /* A function can end its process with any status: only a host that failed to start says what failed. */
 const char *exit_status_meaning(const ka_host *host)
 {
-    if (host->remains.status == 0) return "an orderly end";
+    if (host->last_end.status == 0) return "an orderly end";
     if (host->error.error_class != KA_START) return nullptr;
-    switch (host->remains.status) {
-    case 2:
+    switch (host->last_end.status) {
+    case KA_EXIT_START:
         return "the host could not start; see its standard error";
-    case 127:
+    case EXIT_LOADER:
         return "a library is missing; see its standard error";
     default:
         return nullptr;
@@ -85,10 +87,10 @@ bool next_line(const char **text, const char *end, t_LINE *line)
 /* From behind the line end before the last lines. */
 const char *last_lines(const ka_host *host, const char **end)
 {
-    const t_REMAINS *remains = &host->remains;
-    const bool there = concerns_end(host) && remains->output;
-    const char *start = there ? remains->output : nullptr;
-    *end = there ? start + remains->output_length : nullptr;
+    const t_LAST_END *last_end = &host->last_end;
+    const bool there = concerns_end(host) && last_end->output;
+    const char *start = there ? last_end->output : nullptr;
+    *end = there ? start + last_end->output_length : nullptr;
     const char *at = *end;
     for (int lines = 0; at > start; at--)
         if (at[-1] == '\n' && at < *end && ++lines == SHOWN_LINES) break;

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
  * What is known about the last error, for the text and for the JSON object. The block is read as the call left it;
- * where its values lie is taken from the library's own slots. */
+ * where its values lie is taken from the library's own record of the arguments. */
 #ifndef KA_CALLER_FACTS_H
 #define KA_CALLER_FACTS_H
 
@@ -19,7 +19,7 @@ bool concerns_end(const ka_host *host);
 /* An argument's prototype; null when the tables are not known, or have none for it. */
 const ka_prototype *prototype_of(const ka_host *host, int32_t argument);
 
-int32_t shown_elements(const t_SLOT *slot);
+int32_t shown_elements(const t_ARGUMENT *argument);
 
 /* 2026-11-21T16:20:31.123Z */
 enum { TIME_TEXT = 32 };

@@ -20,40 +20,40 @@
 /* ---- Arguments ------------------------------------------------------------------------------------------------- */
 
 /* True when the element is shown whole. */
-static bool write_element(t_JSON *json, const ka_host *host, const t_SLOT *slot, int32_t index)
+static bool write_element(t_JSON *json, const ka_host *host, const t_ARGUMENT *argument, int32_t index)
 {
-    if (slot->type == DLL_INTEGER) {
-        json_number(json, nullptr, read_integer(host, slot, index));
+    if (argument->type == DLL_INTEGER) {
+        json_number(json, nullptr, read_integer(host, argument, index));
         return true;
     }
-    if (slot->type == DLL_REAL) {
+    if (argument->type == DLL_REAL) {
         char text[KA_REAL_TEXT];
-        const t_DECIMAL value = read_real(host, slot, index);
+        const t_DECIMAL value = read_real(host, argument, index);
         json_text(json, nullptr, value.dec_pos == DEC_NULL ? nullptr : ka_real_to_text(&value, text));
         return true;
     }
     char bytes[SHOWN_CHARACTERS];
-    const int32_t length = read_string(host, slot, index, bytes, sizeof bytes);
+    const int32_t length = read_string(host, argument, index, bytes, sizeof bytes);
     const bool whole = length <= SHOWN_CHARACTERS;
     json_string(json, nullptr, bytes, whole ? static_cast<size_t>(length) : sizeof bytes);
     return whole;
 }
 
-static void write_argument(t_JSON *json, const ka_host *host, int32_t argument)
+static void write_argument(t_JSON *json, const ka_host *host, int32_t number)
 {
-    const t_SLOT *slot = &host->slots[argument];
-    const ka_prototype *prototype = prototype_of(host, argument);
-    bool whole = slot->count <= SHOWN_ELEMENTS;
+    const t_ARGUMENT *argument = &host->arguments[number];
+    const ka_prototype *prototype = prototype_of(host, number);
+    bool whole = argument->count <= SHOWN_ELEMENTS;
     json_open(json, nullptr, '{');
     json_text(json, "name", prototype ? prototype->name : nullptr);
     json_text(json, "kind", prototype ? kind_name(prototype->kind) : nullptr);
-    json_text(json, "type", wire::type_name(slot->type));
-    json_bool(json, "by_reference", slot->passing == KA_BY_REFERENCE);
-    if (slot->type == DLL_STRING) json_number(json, "room", slot->room);
-    json_number(json, "count", slot->count);
+    json_text(json, "type", wire::type_name(argument->type));
+    json_bool(json, "by_reference", argument->passing == KA_BY_REFERENCE);
+    if (argument->type == DLL_STRING) json_number(json, "room", argument->room);
+    json_number(json, "count", argument->count);
     json_open(json, "values", '[');
-    for (int32_t i = 0; i < shown_elements(slot); i++)
-        if (!write_element(json, host, slot, i)) whole = false;
+    for (int32_t i = 0; i < shown_elements(argument); i++)
+        if (!write_element(json, host, argument, i)) whole = false;
     json_close(json, ']');
     json_bool(json, "cut", !whole);
     json_close(json, '}');
@@ -68,7 +68,7 @@ static void write_call(t_JSON *json, const ka_host *host)
     }
     json_text(json, "function", host->function);
     json_open(json, "arguments", '[');
-    for (int32_t argument = 1; argument < host->argc; argument++)
+    for (int32_t argument = 1; argument < host->building.argc; argument++)
         write_argument(json, host, argument);
     json_close(json, ']');
 }
@@ -87,26 +87,26 @@ static void write_signal(t_JSON *json, int32_t signal)
 
 static void write_process(t_JSON *json, const ka_host *host)
 {
-    const t_REMAINS *remains = &host->remains;
+    const t_LAST_END *last_end = &host->last_end;
     if (!concerns_end(host)) {
         json_null(json, "process");
         return;
     }
     json_open(json, "process", '{');
-    json_number(json, "pid", remains->pid);
-    json_bool(json, "ended_by_library", remains->by_library);
-    if (remains->how == CLD_EXITED) {
-        json_number(json, "exit_status", remains->status);
+    json_number(json, "pid", last_end->pid);
+    json_bool(json, "ended_by_library", last_end->by_library);
+    if (last_end->how == CLD_EXITED) {
+        json_number(json, "exit_status", last_end->status);
         json_text(json, "meaning", exit_status_meaning(host));
-    } else if (remains->how != 0) {
-        write_signal(json, remains->status);
+    } else if (last_end->how != 0) {
+        write_signal(json, last_end->status);
     }
     json_close(json, '}');
 }
 
 static void write_header_damage(t_JSON *json, const ka_host *host)
 {
-    const uint32_t fields = concerns_end(host) ? host->remains.overwritten : 0;
+    const uint32_t fields = concerns_end(host) ? host->last_end.overwritten : 0;
     json_open(json, "overwritten_header", '[');
     for (int i = 0; header_field(i); i++)
         if (fields >> i & 1) json_text(json, nullptr, header_field(i));
@@ -138,7 +138,7 @@ static void write_lines(t_JSON *json, const char *name, const char *text, const 
 
 static void write_outputs(t_JSON *json, const ka_host *host)
 {
-    const char *backtrace = concerns_end(host) && host->remains.backtrace ? host->remains.backtrace : "";
+    const char *backtrace = concerns_end(host) && host->last_end.backtrace ? host->last_end.backtrace : "";
     write_lines(json, "backtrace", backtrace, backtrace + strlen(backtrace));
     const char *end;
     const char *lines = last_lines(host, &end);

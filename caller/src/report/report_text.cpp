@@ -22,53 +22,54 @@ static void begin_line(t_TEXT *report, const char *label)
 
 /* ---- Arguments ------------------------------------------------------------------------------------------------- */
 
-static void write_string(t_TEXT *report, const ka_host *host, const t_SLOT *slot, int32_t index)
+static void write_string(t_TEXT *report, const ka_host *host, const t_ARGUMENT *argument, int32_t index)
 {
     char bytes[SHOWN_CHARACTERS];
-    const int32_t length = read_string(host, slot, index, bytes, sizeof bytes);
+    const int32_t length = read_string(host, argument, index, bytes, sizeof bytes);
     const int32_t shown = length < SHOWN_CHARACTERS ? length : static_cast<int32_t>(SHOWN_CHARACTERS);
     write_quoted(report, bytes, static_cast<size_t>(shown));
     if (length > SHOWN_CHARACTERS) write_text(report, "... (%d characters)", length);
 }
 
-static void write_element(t_TEXT *report, const ka_host *host, const t_SLOT *slot, int32_t index)
+static void write_element(t_TEXT *report, const ka_host *host, const t_ARGUMENT *argument, int32_t index)
 {
-    if (slot->type == DLL_INTEGER) {
-        write_text(report, "%d", read_integer(host, slot, index));
-    } else if (slot->type == DLL_REAL) {
+    if (argument->type == DLL_INTEGER) {
+        write_text(report, "%d", read_integer(host, argument, index));
+    } else if (argument->type == DLL_REAL) {
         char text[KA_REAL_TEXT];
-        const t_DECIMAL value = read_real(host, slot, index);
+        const t_DECIMAL value = read_real(host, argument, index);
         write_text(report, "%s", ka_real_to_text(&value, text));
     } else {
-        write_string(report, host, slot, index);
+        write_string(report, host, argument, index);
     }
 }
 
-static void write_elements(t_TEXT *report, const ka_host *host, const t_SLOT *slot)
+static void write_elements(t_TEXT *report, const ka_host *host, const t_ARGUMENT *argument)
 {
-    const int32_t shown = shown_elements(slot);
-    if (slot->count != 1) write_bytes(report, "[", 1);
+    const int32_t shown = shown_elements(argument);
+    if (argument->count != 1) write_bytes(report, "[", 1);
     for (int32_t i = 0; i < shown; i++) {
         if (i > 0) write_bytes(report, ", ", 2);
-        write_element(report, host, slot, i);
+        write_element(report, host, argument, i);
     }
-    if (slot->count > shown) write_text(report, ", ... (%d elements)", slot->count);
-    if (slot->count != 1) write_bytes(report, "]", 1);
+    if (argument->count > shown) write_text(report, ", ... (%d elements)", argument->count);
+    if (argument->count != 1) write_bytes(report, "]", 1);
 }
 
-static void write_argument(t_TEXT *report, const ka_host *host, int32_t argument)
+static void write_argument(t_TEXT *report, const ka_host *host, int32_t number)
 {
-    const t_SLOT *slot = &host->slots[argument];
-    const ka_prototype *prototype = prototype_of(host, argument);
-    begin_line(report, argument == 1 ? "arguments" : "");
-    write_text(report, "%d", argument);
+    const t_ARGUMENT *argument = &host->arguments[number];
+    const ka_prototype *prototype = prototype_of(host, number);
+    begin_line(report, number == 1 ? "arguments" : "");
+    write_text(report, "%d", number);
     char name[SHOWN_NAME] = "";
     if (prototype) show_name(name, prototype->name);
     if (name[0] != '\0') write_text(report, " %s", name);
     write_bytes(report, " = ", 3);
-    write_elements(report, host, slot);
-    if (slot->passing == KA_BY_REFERENCE) write_text(report, ", by reference");
-    if (slot->passing == KA_BY_REFERENCE && slot->type == DLL_STRING) write_text(report, ", room for %d", slot->room);
+    write_elements(report, host, argument);
+    if (argument->passing == KA_BY_REFERENCE) write_text(report, ", by reference");
+    if (argument->passing == KA_BY_REFERENCE && argument->type == DLL_STRING)
+        write_text(report, ", room for %d", argument->room);
     write_bytes(report, "\n", 1);
 }
 
@@ -76,7 +77,7 @@ static void write_call(t_TEXT *report, const ka_host *host)
 {
     begin_line(report, "function");
     write_text(report, "%s\n", host->function);
-    for (int32_t argument = 1; argument < host->argc; argument++)
+    for (int32_t argument = 1; argument < host->building.argc; argument++)
         write_argument(report, host, argument);
 }
 
@@ -85,7 +86,7 @@ static void write_call(t_TEXT *report, const ka_host *host)
 static void write_exit(t_TEXT *report, const ka_host *host)
 {
     const char *meaning = exit_status_meaning(host);
-    write_text(report, "exit status %d", host->remains.status);
+    write_text(report, "exit status %d", host->last_end.status);
     if (meaning) write_text(report, " (%s)", meaning);
 }
 
@@ -100,23 +101,23 @@ static void write_signal(t_TEXT *report, int32_t signal)
 
 static void write_process(t_TEXT *report, const ka_host *host)
 {
-    const t_REMAINS *remains = &host->remains;
+    const t_LAST_END *last_end = &host->last_end;
     begin_line(report, "process");
-    write_text(report, "%d, %s: ", remains->pid, remains->by_library ? "ended by the library" : "ended");
-    if (remains->how == 0)
+    write_text(report, "%d, %s: ", last_end->pid, last_end->by_library ? "ended by the library" : "ended");
+    if (last_end->how == 0)
         write_text(report, "how is not known");
-    else if (remains->how == CLD_EXITED)
+    else if (last_end->how == CLD_EXITED)
         write_exit(report, host);
     else
-        write_signal(report, remains->status);
+        write_signal(report, last_end->status);
     write_bytes(report, "\n", 1);
 }
 
 static void write_header_damage(t_TEXT *report, const ka_host *host)
 {
     char fields[64];
-    if (host->remains.overwritten == 0) return;
-    write_overwritten(host->remains.overwritten, fields, sizeof fields);
+    if (host->last_end.overwritten == 0) return;
+    write_overwritten(host->last_end.overwritten, fields, sizeof fields);
     begin_line(report, "header");
     write_text(report, "overwritten by the module: %s\n", fields);
 }
@@ -187,8 +188,8 @@ const char *ka_report_text(ka_host *host)
     write_moment(&report, host);
     if (concerns_call(host)) write_call(&report, host);
     write_retry(&report, host->error.retry);
-    if (concerns_end(host) && host->remains.backtrace) {
-        const char *backtrace = host->remains.backtrace;
+    if (concerns_end(host) && host->last_end.backtrace) {
+        const char *backtrace = host->last_end.backtrace;
         write_lines(&report, "backtrace", backtrace, backtrace + strlen(backtrace));
     }
     const char *end;

@@ -16,36 +16,36 @@ namespace {
 constexpr pid_t no_host = 0x3fffffff; // no process has this number
 
 // SIGUSR2 is blocked in the test's thread, and nothing of it is left at the end.
-class Listeners : public testing::Test {
+class Waiters : public testing::Test {
 protected:
-    Listeners() : listener_(claim_listener(nullptr))
+    Waiters() : waiter_(claim_waiter(nullptr))
     {
         sigemptyset(&set_);
         sigaddset(&set_, SIGUSR2);
         pthread_sigmask(SIG_BLOCK, &set_, &before_);
-        listener_->process = no_host;
+        waiter_->process = no_host;
     }
-    ~Listeners() override
+    ~Waiters() override
     {
         siginfo_t info;
         while (take(&info))
             ;
-        listener_->process = 0;
-        release_listener(listener_);
+        waiter_->process = 0;
+        release_waiter(waiter_);
         pthread_sigmask(SIG_SETMASK, &before_, nullptr);
     }
     // A wait in which another thread gets the host's signal, and rouses this one.
     void wait_and_be_roused()
     {
-        start_listening(listener_, gettid());
+        enter_waiter(waiter_, gettid());
         std::thread([] {
             siginfo_t info = {};
             info.si_code = SI_USER;
             info.si_pid = no_host;
             EXPECT_TRUE(take_signal(&info));
         }).join();
-        EXPECT_EQ(listener_->state, LISTENER_ROUSED);
-        stop_listening(listener_);
+        EXPECT_EQ(waiter_->state, WAITER_WOKEN);
+        leave_waiter(waiter_);
     }
     bool take(siginfo_t *info) const
     {
@@ -54,14 +54,14 @@ protected:
     }
 
 private:
-    t_LISTENER *listener_;
+    t_WAITER *waiter_;
     sigset_t set_;
     sigset_t before_;
 };
 
 } // namespace
 
-TEST_F(Listeners, keep_no_rousing)
+TEST_F(Waiters, keep_no_rousing)
 {
     wait_and_be_roused();
     siginfo_t info;
@@ -69,7 +69,7 @@ TEST_F(Listeners, keep_no_rousing)
 }
 
 // The rousing is merged into the signal that is pending in the thread.
-TEST_F(Listeners, put_a_signal_to_the_thread_back)
+TEST_F(Waiters, put_a_signal_to_the_thread_back)
 {
     siginfo_t info;
     pthread_kill(pthread_self(), SIGUSR2);
@@ -79,7 +79,7 @@ TEST_F(Listeners, put_a_signal_to_the_thread_back)
     EXPECT_FALSE(take(&info));
 }
 
-TEST_F(Listeners, put_a_signal_to_the_process_back_with_its_value)
+TEST_F(Waiters, put_a_signal_to_the_process_back_with_its_value)
 {
     siginfo_t info;
     sigval value = {};
@@ -92,7 +92,7 @@ TEST_F(Listeners, put_a_signal_to_the_process_back_with_its_value)
     EXPECT_EQ(info.si_value.sival_int, 4711);
 }
 
-TEST_F(Listeners, put_a_signal_to_the_thread_back_to_the_thread)
+TEST_F(Waiters, put_a_signal_to_the_thread_back_to_the_thread)
 {
     pthread_kill(pthread_self(), SIGUSR2);
     wait_and_be_roused();

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // The library's own thread: what it runs, and for how long it is waited for.
-#include "base/clock.h"
 #include "process/helper_thread.h"
+#include "base/clock.h"
 
 #include <gtest/gtest.h>
 
@@ -27,45 +27,45 @@ void add_one(void *argument)
 
 } // namespace
 
-TEST(Attendant, work_has_been_done_on_return)
+TEST(HelperThread, work_has_been_done_on_return)
 {
     int done = 0;
     for (int i = 0; i < 1000; i++)
-        ASSERT_EQ(attendant_run(add_one, &done, never), 0);
+        ASSERT_EQ(run_in_helper_thread(add_one, &done, never), 0);
     EXPECT_EQ(done, 1000);
 }
 
-TEST(Attendant, work_of_many_threads_is_done_by_one)
+TEST(HelperThread, work_of_many_threads_is_done_by_one)
 {
     int done = 0; // not atomic, on purpose
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; i++)
         threads.emplace_back([&] {
             for (int k = 0; k < 500; k++)
-                ASSERT_EQ(attendant_run(add_one, &done, never), 0);
+                ASSERT_EQ(run_in_helper_thread(add_one, &done, never), 0);
         });
     for (std::thread &thread : threads)
         thread.join();
     EXPECT_EQ(done, 4000);
 }
 
-TEST(Attendant, blocks_every_signal)
+TEST(HelperThread, blocks_every_signal)
 {
     sigset_t blocked;
-    attendant_run([](void *set) { pthread_sigmask(SIG_SETMASK, nullptr, static_cast<sigset_t *>(set)); }, &blocked,
-                  never);
+    run_in_helper_thread([](void *set) { pthread_sigmask(SIG_SETMASK, nullptr, static_cast<sigset_t *>(set)); },
+                         &blocked, never);
     for (int signal : {SIGUSR2, SIGTERM, SIGINT, SIGCHLD, SIGALRM})
         EXPECT_EQ(sigismember(&blocked, signal), 1) << signal;
 }
 
 // Work that has not begun in time never begins.
-TEST(Attendant, is_not_waited_for_beyond_the_deadline)
+TEST(HelperThread, is_not_waited_for_beyond_the_deadline)
 {
     static std::atomic<bool> holds_up;
     holds_up = true;
     std::atomic<bool> busy{false};
     std::thread first([&] {
-        attendant_run(
+        run_in_helper_thread(
             [](void *begun) {
                 *static_cast<std::atomic<bool> *>(begun) = true;
                 while (holds_up)
@@ -75,15 +75,15 @@ TEST(Attendant, is_not_waited_for_beyond_the_deadline)
     });
     EXPECT_TRUE(becomes_true([&] { return busy.load(); }));
     int done = 0;
-    EXPECT_EQ(attendant_run(add_one, &done, 1), ETIMEDOUT);
+    EXPECT_EQ(run_in_helper_thread(add_one, &done, 1), ETIMEDOUT);
     holds_up = false;
     first.join();
-    EXPECT_EQ(attendant_run(add_one, &done, never), 0);
+    EXPECT_EQ(run_in_helper_thread(add_one, &done, never), 0);
     EXPECT_EQ(done, 1);
 }
 
 // It uses the caller's memory. Work that the system did not begin in time is tried again.
-TEST(Attendant, is_waited_for_beyond_the_deadline_once_it_has_begun)
+TEST(HelperThread, is_waited_for_beyond_the_deadline_once_it_has_begun)
 {
     struct Work {
         int64_t deadline;
@@ -92,7 +92,7 @@ TEST(Attendant, is_waited_for_beyond_the_deadline_once_it_has_begun)
     };
     for (int attempts = 0; attempts < 100; attempts++) {
         Work work{now_ns() + 50000000};
-        const int result = attendant_run(
+        const int result = run_in_helper_thread(
             [](void *argument) {
                 auto *own = static_cast<Work *>(argument);
                 own->begun = true;
@@ -109,7 +109,7 @@ TEST(Attendant, is_waited_for_beyond_the_deadline_once_it_has_begun)
 }
 
 // The threads that want it are the parent's.
-TEST(Attendant, child_of_fork_does_none_of_the_work_that_waits)
+TEST(HelperThread, child_of_fork_does_none_of_the_work_that_waits)
 {
     struct Hold {
         std::atomic<bool> begun{false};
@@ -118,7 +118,7 @@ TEST(Attendant, child_of_fork_does_none_of_the_work_that_waits)
     std::atomic<pid_t> waiting{0};
     int done = 0;
     std::thread first([&] {
-        attendant_run(
+        run_in_helper_thread(
             [](void *argument) {
                 auto *held = static_cast<Hold *>(argument);
                 held->begun = true;
@@ -130,7 +130,7 @@ TEST(Attendant, child_of_fork_does_none_of_the_work_that_waits)
     EXPECT_TRUE(becomes_true([&] { return hold.begun.load(); }));
     std::thread second([&] {
         waiting = gettid();
-        attendant_run(add_one, &done, never);
+        run_in_helper_thread(add_one, &done, never);
     });
     EXPECT_TRUE(becomes_true([&] {
         const std::string status = read_file("/proc/self/task/" + std::to_string(waiting) + "/status");
@@ -140,7 +140,7 @@ TEST(Attendant, child_of_fork_does_none_of_the_work_that_waits)
     if (child == 0) {
         alarm(20);
         int own = 0;
-        _exit(attendant_run(add_one, &own, never) == 0 && own == 1 ? done : 9);
+        _exit(run_in_helper_thread(add_one, &own, never) == 0 && own == 1 ? done : 9);
     }
     int status = -1;
     waitpid(child, &status, 0);
@@ -151,20 +151,20 @@ TEST(Attendant, child_of_fork_does_none_of_the_work_that_waits)
     EXPECT_EQ(done, 1);
 }
 
-TEST(Attendant, child_of_fork_gets_its_own)
+TEST(HelperThread, child_of_fork_gets_its_own)
 {
     int done = 0;
-    attendant_run(add_one, &done, never);
+    run_in_helper_thread(add_one, &done, never);
     const pid_t child = fork();
     if (child == 0) {
         alarm(20);
-        attendant_run(add_one, &done, never);
+        run_in_helper_thread(add_one, &done, never);
         _exit(done);
     }
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 2);
-    attendant_run(add_one, &done, never);
+    run_in_helper_thread(add_one, &done, never);
     EXPECT_EQ(done, 2);
 }
