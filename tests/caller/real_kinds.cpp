@@ -59,7 +59,7 @@ protected:
     }
 
     // One answer of several functions; when they differ, all of them.
-    std::string untouched(const std::string &number)
+    std::string unchanged(const std::string &number)
     {
         const std::string answer = given_back("leave_reference", number, false);
         const std::string array = given_back("leave_array", number, false);
@@ -85,9 +85,10 @@ TEST_P(RealKinds, give_what_the_module_guide_says)
     const std::map<std::string, std::function<std::string(const std::string &)>> measures = {
         {"received by `KA_INT_BY_VALUE`", [&](const std::string &x) { return shown("show_integer", x); }},
         {"received by `KA_REAL_BY_VALUE`", [&](const std::string &x) { return shown("show_double", x); }},
-        {"given back untouched: `KA_REAL_BY_REFERENCE`, `KA_REAL_ARRAY`, `KA_VARARG`",
-         [&](const std::string &x) { return untouched(x); }},
-        {"given back by them, the nearest double stored", [&](const std::string &x) { return stored(x); }},
+        {"given back unchanged: `KA_REAL_BY_REFERENCE`, `KA_REAL_ARRAY`, `KA_VARARG`",
+         [&](const std::string &x) { return unchanged(x); }},
+        {"given back by them, after the function has stored the nearest double",
+         [&](const std::string &x) { return stored(x); }},
         {"the record, from `u_get_arg`", [&](const std::string &x) { return shown("show_record", x); }},
     };
     const std::vector<Row> rows = table("A REAL of 14, 15, 16 decimals");

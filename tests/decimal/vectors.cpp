@@ -12,7 +12,7 @@
 
 using namespace model;
 
-// What a result record holds before the call, so that a byte left unwritten is seen as garbage.
+// The contents of a result record before the call, so that a byte left unwritten is seen as garbage.
 static t_DECIMAL unwritten()
 {
     t_DECIMAL x;
@@ -148,7 +148,8 @@ static std::string from_integer(const Words &args)
     return answer(code, result);
 }
 
-// Run over two different contents of the output, so that any value can be told from one that was left alone.
+// Run over two different contents of the output, so that a value that was written is distinguished from one that was
+// not.
 template <auto operation, typename Integer>
 static std::string to_integer(const Words &args)
 {

@@ -138,7 +138,7 @@ static std::string general(const Words &args)
     return quoted(text) + (text == buffer.data() && buffer.intact() ? "" : " and not within the buffer");
 }
 
-// What an operation gave, provided that every aliasing gave the same and no operand was written.
+// The result of an operation, provided that every aliasing gave the same and no operand was written.
 static std::string agreed(const std::string &apart, const std::string &aliased, bool operands_kept)
 {
     if (!operands_kept) return apart + " and an operand was written";
