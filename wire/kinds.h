@@ -31,7 +31,7 @@ namespace wire {
 /* ORDER KIND: the row number is the prototype's type. */
 // clang-format off
 inline constexpr t_KIND kinds[] = {
-    //                   none     INTEGER     REAL         STRING         array  gives back
+    /*                  none     INTEGER     REAL         STRING         array  gives back */
     {"VarArg",          {CV_NONE, CV_BLOCK,   CV_REAL_DBL, CV_STRREC },   false, true },
     {"IntByValue",      {CV_NONE, CV_BLOCK,   CV_REAL_INT, CV_NONE   },   false, false},
     {"IntByReference",  {CV_NONE, CV_BLOCK,   CV_NONE,     CV_NONE   },   false, true },

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
  * The call driver: finds the function, matches and converts its arguments, invokes it, gives results back. Runs
- * inside the handler of SIGUSR2 on the only thread; the module's function may wait for a call-back meanwhile, but the
- * driver is not entered again. An untraced call allocates nothing but the converted buffers. */
+ * inside the handler of SIGUSR2 on the main thread; the module's function may wait for a call-back, but the driver is
+ * not entered again before it returns. An untraced call allocates nothing but the converted buffers. */
 #include "call.h"
 
 #include <string.h>
@@ -52,7 +52,7 @@ int32_t find_function(void)
     return code;
 }
 
-/* What a call that failed half-way left behind; only the next call with a known function frees it. */
+/* Buffers of a call that failed half-way; only the next call with a known function frees them. */
 void release_leftovers(void)
 {
     for (int32_t slot = 0; slot < DLL_MAX_ARGS; slot++) {
@@ -109,7 +109,7 @@ int32_t give_back_argument(const t_DLL_PROTO *proto, int32_t n)
             const int32_t code = give_back(arg, n - 1);
             if (code != KA_OK) return code;
         } else {
-            u_unref_arg(n); /* the caller is told to copy nothing back */
+            u_unref_arg(n); /* so the caller copies nothing back */
         }
     }
     release_slot(n - 1);

@@ -60,7 +60,7 @@ int32_t array_kind(int32_t kind)
     }
 }
 
-/* What a VarArg stands for; itself for a value type that no kind has. */
+/* The kind that a VarArg is for a value of this type; itself for a type that no kind has. */
 int32_t kind_of_value(int32_t type)
 {
     switch (type) {

@@ -3,9 +3,9 @@
  * The descriptors that the process was started with, and what static constructors have printed on them. Nothing of
  * that may stay in a buffer: its descriptor's number soon belongs to a file of the module's.
  *
- * A write must neither wait nor kill, and it is stdio that writes, from buffers of any size that nobody can list. The
- * descriptors are the host's to change, since it closes them next: one that has no room is pointed at /dev/null; one
- * that may have too little is opened once more, because the flag that keeps writes from waiting belongs to what
+ * A write must neither wait nor kill, and it is stdio that writes, from buffers of any size that cannot be listed.
+ * The descriptors are the host's to change, since it closes them next: one that has no room is pointed at /dev/null;
+ * one that may have too little is opened once more, because the flag that keeps writes from waiting belongs to what
  * others have open too. */
 #include "inherited.h"
 

@@ -1,7 +1,7 @@
-// SPDX-License-Identifier: MIT
-//
-// REAL values: the decimal library's operations under the interpreter's status codes. settle is the one place where a
-// library code becomes a status code, a substitute value or the end of the process.
+/* SPDX-License-Identifier: MIT
+ *
+ * REAL values: the decimal library's operations under the interpreter's status codes. settle is the one place where a
+ * library code becomes a status code, a substitute value or the end of the process. */
 #include "ka/real.h"
 
 #include <math.h>
@@ -228,7 +228,7 @@ int m_to_dbl(const t_DECIMAL *x, double *d)
     int decpt = 0;
     int sign = 0;
     const char *decimals = rounded_decimals(x, 14, &decpt, &sign);
-    if (decimals[0] == '0') { // as m_gcvt takes it: zero, without a sign
+    if (decimals[0] == '0') { /* as m_gcvt takes it: zero, without a sign */
         *d = 0;
         return REAL_OK;
     }
@@ -266,7 +266,7 @@ int m_to_int(const t_DECIMAL *x, int32_t *i)
 
 int m_cv_int(int32_t i, t_DECIMAL *r)
 {
-    if (i == INT32_MIN) { // for the library it stands for null
+    if (i == INT32_MIN) { /* for the library it means null */
         *r = c_min_int32;
         return REAL_OK;
     }

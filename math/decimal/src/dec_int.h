@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * What the decimal operations share and nobody else sees: the accumulator, the digit helpers, the ways to give a
+ * What the decimal operations share, and only they see: the accumulator, the digit helpers, the ways to give a
  * result, the internal workers. Never installed.
  *
  * Operations read records through dec_count and dec_digit, which take a digit count below 0 for 0 and above 8 for 8:

@@ -1,7 +1,7 @@
-// SPDX-License-Identifier: MIT
-//
-// The normaliser: every operation that builds its result in an accumulator ends here. It strips zero digits at both
-// ends, rounds the guard digit away and holds the exponent to its range.
+/* SPDX-License-Identifier: MIT
+ *
+ * The normaliser: every operation that builds its result in an accumulator ends here. It strips zero digits at both
+ * ends, rounds the guard digit away and holds the exponent to its range. */
 #include "dec_int.h"
 #include "wire/always_assert.h"
 

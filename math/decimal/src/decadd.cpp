@@ -1,6 +1,6 @@
-// SPDX-License-Identifier: MIT
-//
-// Addition and subtraction: column by column in the accumulator, the larger magnitude below the smaller one.
+/* SPDX-License-Identifier: MIT
+ *
+ * Addition and subtraction: column by column in the accumulator, the larger magnitude below the smaller one. */
 #include "dec_int.h"
 
 static int compare_magnitudes(const t_DECIMAL *a, const t_DECIMAL *b)
@@ -46,7 +46,7 @@ int decadd(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result)
     const t_DECIMAL *larger = a_is_larger ? a : b;
     const t_DECIMAL *smaller = a_is_larger ? b : a;
     const int shift = larger->dec_exp - smaller->dec_exp;
-    if (shift >= ACCSIZE) return dec_give_copy(larger, result); // smaller lies wholly below the guard digit
+    if (shift >= ACCSIZE) return dec_give_copy(larger, result); /* smaller lies wholly below the guard digit */
 
     t_DECACC acc = accumulator_of(larger);
     const int carry = add_columns(&acc, smaller, shift);

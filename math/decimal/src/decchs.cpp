@@ -1,6 +1,6 @@
-// SPDX-License-Identifier: MIT
-//
-// Change of sign, in place.
+/* SPDX-License-Identifier: MIT
+ *
+ * Change of sign, in place. */
 #include "dec_int.h"
 
 int decchs(t_DECIMAL *x)

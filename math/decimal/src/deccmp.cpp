@@ -1,6 +1,6 @@
-// SPDX-License-Identifier: MIT
-//
-// Three-way comparison, by sign, then exponent, then digits.
+/* SPDX-License-Identifier: MIT
+ *
+ * Three-way comparison, by sign, then exponent, then digits. */
 #include "dec_int.h"
 
 int deccmp(const t_DECIMAL *a, const t_DECIMAL *b)

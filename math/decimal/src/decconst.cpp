@@ -1,6 +1,6 @@
-// SPDX-License-Identifier: MIT
-//
-// The constant records.
+/* SPDX-License-Identifier: MIT
+ *
+ * The constant records. */
 #include "dec_int.h"
 
 // clang-format off

@@ -1,9 +1,9 @@
-// SPDX-License-Identifier: MIT
-//
-// Text to record: blanks, sign, mantissa, exponent, read from a field of known length that need not be terminated.
+/* SPDX-License-Identifier: MIT
+ *
+ * Text to record: blanks, sign, mantissa, exponent, read from a field of known length that need not be terminated. */
 #include "dec_int.h"
 
-static constexpr int decimals_max = 2 * ACCSIZE; // significant decimals that the accumulator takes
+static constexpr int decimals_max = 2 * ACCSIZE; /* significant decimals that the accumulator takes */
 static constexpr int exponent_max = 999;
 
 namespace {
@@ -11,8 +11,8 @@ struct t_READER {
     const char *at;
     const char *end;
     t_DECACC acc;
-    int stored; // significant decimals in acc
-    int places; // decimals read after the point, zeros in front of the first stored one included
+    int stored; /* significant decimals in acc */
+    int places; /* decimals read after the point, zeros before the first stored one included */
     int exponent;
 };
 } // namespace
@@ -70,7 +70,7 @@ static int read_exponent(t_READER *r)
     return DEC_OK;
 }
 
-/* KEPT: whatever character stands last in the field is ignored, where one would expect a refusal: 1.5x is 1.5.
+/* KEPT: whatever character is last in the field is ignored, where one would expect a refusal: 1.5x is 1.5.
    Test: Deccvasc.stray_last_character_is_ignored.
    KEPT: of what follows a number, only the second character must be a blank, the rest is never looked at: "12x yz" is
    12. Test: Deccvasc.stray_character_before_a_blank_ends_the_number. */
@@ -120,7 +120,7 @@ static void place_point(t_READER *r)
 
 int deccvasc(const char *field, int length, t_DECIMAL *result)
 {
-    result->dec_pos = DEC_NULL; // for every return but the last
+    result->dec_pos = DEC_NULL; /* for every return but the last */
     t_READER r = {};
     r.at = field;
     r.end = length > 0 ? field + length : field;
@@ -133,6 +133,6 @@ int deccvasc(const char *field, int length, t_DECIMAL *result)
     if (code != DEC_OK) return code;
     place_point(&r);
     code = dec_give(&r.acc, 0, result);
-    result->dec_pos = pos; // after rounding, which makes zeros positive
+    result->dec_pos = pos; /* after rounding, which makes zeros positive */
     return code;
 }

@@ -1,6 +1,6 @@
-// SPDX-License-Identifier: MIT
-//
-// Floating point to records, by way of the decimals that the C library's ecvt gives.
+/* SPDX-License-Identifier: MIT
+ *
+ * Floating point to records, by way of the decimals that the C library's ecvt gives. */
 #include <math.h>
 #include <stdlib.h>
 
@@ -11,7 +11,7 @@ static constexpr int float_decimals = 6;
 
 int deccvreal(t_DECIMAL *result, int ndecimals, double value)
 {
-    if (!isfinite(value)) { // has no decimals; ecvt would give letters
+    if (!isfinite(value)) { /* has no decimals; ecvt would give letters */
         dec_give_null(result);
         return DEC_OVERFLOW;
     }
@@ -32,7 +32,7 @@ int deccvreal(t_DECIMAL *result, int ndecimals, double value)
     return dec_set_exponent((decpt > 0 ? decpt + 1 : decpt) / 2, &result->dec_exp);
 }
 
-/* KEPT: zero is a record of exponent 1, since ecvt puts its point behind one digit, and minus zero keeps its sign
+/* KEPT: zero is a record of exponent 1, since ecvt puts its point after one digit, and minus zero keeps its sign
    byte 0: to dectoasc such a zero has an integer place, "00". Test: Deccvdbl.zero_has_exponent_1_and_keeps_its_sign.
  */
 int deccvdbl(double value, t_DECIMAL *result)

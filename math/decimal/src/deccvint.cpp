@@ -1,12 +1,12 @@
-// SPDX-License-Identifier: MIT
-//
-// Integers to records, exactly. The most negative integer of each width stands for null.
+/* SPDX-License-Identifier: MIT
+ *
+ * Integers to records, exactly. The most negative integer of each width means null. */
 #include "dec_int.h"
 
 int deccvfix(int32_t value, t_DECIMAL *result)
 {
     uint32_t rest = value < 0 ? 0U - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
-    uint8_t digits[5] = {}; // 2^32 has 5 digits; filled from the end, where zeros are not kept
+    uint8_t digits[5] = {}; /* 2^32 has 5 digits; filled from the end, where zeros are not kept */
     int first = 5;
     while (rest > 0) {
         digits[--first] = static_cast<uint8_t>(rest % DEC_BASE);

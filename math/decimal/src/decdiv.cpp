@@ -1,18 +1,18 @@
-// SPDX-License-Identifier: MIT
-//
-// Division: long division in base 100. Every quotient digit is first estimated, never too small, and then corrected
-// downwards.
+/* SPDX-License-Identifier: MIT
+ *
+ * Division: long division in base 100. Every quotient digit is first estimated, never too small, and then corrected
+ * downwards. */
 #include "dec_int.h"
 
-/* In all of these r is the remainder, ACCSIZE digits, and the divisor b stands with its first digit under digit k. */
+/* In all of these r is the remainder, ACCSIZE digits, and the divisor b has its first digit under digit k. */
 
-/* How many digits of b stand under the remainder. */
+/* How many digits of b are under the remainder. */
 static int digits_inside(const t_DECIMAL *b, int k)
 {
     return dec_count(b) < ACCSIZE - k ? dec_count(b) : ACCSIZE - k;
 }
 
-/* From the leading digits, where the added 1 stands for all that follow. Not too small for a b in normal form; a b
+/* From the leading digits, where the added 1 covers all that follow. Not too small for a b in normal form; a b
    that begins with zeros gives a quotient without meaning, but no more than that.
    KEPT: only one digit in front of k is looked at. A remainder that was cut off can come to be b or a little more,
    and where b begins with 99 that is a 1 two places in front: 98.99999999999999 / 99.99999999999999 gives 0.989999,
@@ -37,7 +37,7 @@ static int subtract(int *r, const t_DECIMAL *b, int k, int q)
     int borrow = -(dec_digit(b, inside) * q / DEC_BASE);
     for (int j = inside - 1; j >= 0; j--) {
         const int left = r[k + j] - b->dec_dgts[j] * q + borrow;
-        borrow = -((DEC_BASE - 1 - left) / DEC_BASE); // rounds down: left is below DEC_BASE
+        borrow = -((DEC_BASE - 1 - left) / DEC_BASE); /* rounds down: left is below DEC_BASE */
         r[k + j] = left - borrow * DEC_BASE;
     }
     return borrow;

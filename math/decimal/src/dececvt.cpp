@@ -1,11 +1,11 @@
-// SPDX-License-Identifier: MIT
-//
-// The significant decimals of a value, rounded to a count of them or of places after the point. The string stands in
-// one static buffer, the only state that the library has.
+/* SPDX-License-Identifier: MIT
+ *
+ * The significant decimals of a value, rounded to a count of them or of places after the point. The string is in
+ * one static buffer, the only state that the library has. */
 #include "dec_int.h"
 
 static constexpr int ds_length = 151;
-static char ds[ds_length + 1]; // written by every call of decefcvt; its callers may shorten the string in place
+static char ds[ds_length + 1]; /* written by every call of decefcvt; its callers may shorten the string in place */
 
 /* 1 when the first digit has only one decimal, else 0. */
 static int leading_zeros(const t_DECIMAL *x)
@@ -64,7 +64,7 @@ char *decefcvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign, int mo
         if (decadd(value, &unit, &rounded) != DEC_OK) return ds;
     }
     *decpt = point_of(&rounded);
-    if (mode != 0) n = int64_t{ndigit} + *decpt; // a carry into a new decimal adds one
+    if (mode != 0) n = int64_t{ndigit} + *decpt; /* a carry into a new decimal adds one */
     write_decimals(&rounded, n);
     return ds;
 }

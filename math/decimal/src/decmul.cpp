@@ -1,6 +1,6 @@
-// SPDX-License-Identifier: MIT
-//
-// Multiplication: the schoolbook product as far as the accumulator reaches.
+/* SPDX-License-Identifier: MIT
+ *
+ * Multiplication: the schoolbook product as far as the accumulator reaches. */
 #include "dec_int.h"
 
 /* Adds the columns of the product that have a place among the digits, and carries through them; returns the carry out
@@ -28,7 +28,7 @@ int decmul(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result)
     if (dec_isnull(a) || dec_isnull(b)) return dec_give_null(result);
     if (dec_iszero(a) || dec_iszero(b)) return dec_give_zero(result);
 
-    /* The carry is the first digit of the product: without it the first one stands a place lower. */
+    /* The carry is the first digit of the product: without it the first one is a place lower. */
     t_DECACC acc = {static_cast<int16_t>(a->dec_exp + b->dec_exp - 1), dec_common_sign(a, b), ACCSIZE, {}};
     const int carry = multiply(a, b, acc.dec_dgts);
     return dec_give(&acc, carry, result);

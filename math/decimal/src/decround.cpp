@@ -1,6 +1,6 @@
-// SPDX-License-Identifier: MIT
-//
-// Rounding to decimal places, in the record itself.
+/* SPDX-License-Identifier: MIT
+ *
+ * Rounding to decimal places, in the record itself. */
 #include "dec_int.h"
 
 /* A carry out of the first digit becomes a digit of its own. Never of 8 digits, where the last one would fall off,

@@ -1,8 +1,8 @@
-// SPDX-License-Identifier: MIT
-//
-// The packed form: a byte of exponent and sign, then the digits, most significant first. A negative value holds the
-// complement of both, so that packed fields compare as bytes like the values they hold (zero aside, which stands
-// between the positive values below 0.01 and the others).
+/* SPDX-License-Identifier: MIT
+ *
+ * The packed form: a byte of exponent and sign, then the digits, most significant first. A negative value holds the
+ * complement of both, so that packed fields compare as bytes like the values they hold (zero aside, which is
+ * between the positive values below 0.01 and the others). */
 #include "dec_int.h"
 
 /* Bytes of the exponent -64 to 63 of a positive value are 0x80 to 0xFF. */

@@ -1,7 +1,7 @@
-// SPDX-License-Identifier: MIT
-//
-// A value as text in a field of fixed width: fixed notation where the integer part fits, else exponent notation, else
-// asterisks. Every write is bounded by the field.
+/* SPDX-License-Identifier: MIT
+ *
+ * A value as text in a field of fixed width: fixed notation where the integer part fits, else exponent notation, else
+ * asterisks. Every write is bounded by the field. */
 #include <stdlib.h>
 
 #include "dec_int.h"
@@ -108,7 +108,7 @@ static void put_mantissa(char *area, int length, const char *decimals)
     put(&field, decimals[0]);
     put(&field, '.');
     put_decimals(&field, decimals + 1, static_cast<int>(strlen(decimals)) - 1);
-    put_zeros(&field, length - field.used); // beyond the decimals that dececvt writes
+    put_zeros(&field, length - field.used); /* beyond the decimals that dececvt writes */
 }
 
 /* Takes the zeros before the e away, then the point; blanks follow the exponent instead. */
@@ -138,7 +138,7 @@ static bool put_scientific(const t_DECIMAL *value, char *field, int length, int 
         int sign = 0;
         const char *decimals = dececvt(value, room > 1 ? room - 1 : 1, &decpt, &sign);
         if (decpt != written) continue;
-        if (decimals[0] == '\0') return false; // rounding overflows
+        if (decimals[0] == '\0') return false; /* rounding overflows */
 
         if (start > 0) field[0] = '-';
         put_mantissa(field + start, room, decimals);
@@ -159,7 +159,8 @@ int dectoasc(const t_DECIMAL *value, char *field, int length, int places)
     if (length - (dec_isnegative(value) ? 1 : 0) >= decpt) return DEC_OK;
     if (put_scientific(value, field, length, decpt)) return DEC_OK;
 
-    /* For completeness: a value below 0.01 has no integer part, so its fixed text stands and it never comes here. */
+    /* For completeness: a value below 0.01 has no integer part, so its text is the fixed one and it never comes here.
+     */
     const bool tiny = value->dec_exp < -1;
     fill(field, length, tiny ? ' ' : '*'); // GCOVR_EXCL_LINE: never tiny, see above
     if (tiny) field[0] = '0';              // GCOVR_EXCL_LINE: likewise

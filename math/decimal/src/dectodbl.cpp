@@ -1,10 +1,10 @@
-// SPDX-License-Identifier: MIT
-//
-// Records to floating point. Everything is computed in the processor's 80-bit format, the same in 32-bit and 64-bit
-// programs, and rounded once, to double.
+/* SPDX-License-Identifier: MIT
+ *
+ * Records to floating point. Everything is computed in the processor's 80-bit format, the same in 32-bit and 64-bit
+ * programs, and rounded once, to double. */
 #include "dec_int.h"
 
-static constexpr int double_digits = 15; // all that a record has
+static constexpr int double_digits = 15; /* all that a record has */
 static constexpr int float_digits = 6;
 static constexpr long double base = DEC_BASE;
 

@@ -1,6 +1,6 @@
-// SPDX-License-Identifier: MIT
-//
-// Records to integers, truncated toward zero. Null gives the most negative integer of the width.
+/* SPDX-License-Identifier: MIT
+ *
+ * Records to integers, truncated toward zero. Null gives the most negative integer of the width. */
 #include "dec_int.h"
 
 /* Fraction digits play no part: 2147483647.99 is in range.
@@ -26,7 +26,7 @@ int dectofix(const t_DECIMAL *value, int32_t *result)
     return DEC_OK;
 }
 
-/* KEPT: -32768 is stored like any other value, although it also stands for null, so the two look the same.
+/* KEPT: -32768 is stored like any other value, although it also means null, so the two look the same.
    Test: Dectoint16.limits_are_accepted. */
 int dectoint16(const t_DECIMAL *value, int16_t *result)
 {

@@ -1,6 +1,6 @@
-// SPDX-License-Identifier: MIT
-//
-// Truncation to decimal places, in the record itself.
+/* SPDX-License-Identifier: MIT
+ *
+ * Truncation to decimal places, in the record itself. */
 #include "dec_int.h"
 
 /* KEPT: an exponent below 0 counts as 0, so a value below 0.01 keeps two more places for each base-100 zero after its
