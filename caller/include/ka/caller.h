@@ -25,8 +25,8 @@
  *    which does not touch the parent's, and may open its own.
  *  - pthread_cancel takes effect after the function of this library that the thread is in, not inside it.
  *  - A call is checked against the module's tables before it is sent (KA_REFUSED), so the return code is the
- *    function's own. Two codes can still be the call host's: 2, no memory for the arguments, and -1, a value that the
- *    function left in its arguments could not be given back. See ka_options.checking.
+ *    function's own. Two codes can still be the call host's: 2, no memory for the arguments, and -1, the function
+ *    changed its own prototypes while it ran, so not all results went back. See ka_options.checking.
  *  - While a host is open, the library handles SIGUSR2: it installs a handler, and hands on to the program's earlier
  *    handler every signal that does not come from a host; without an earlier handler such a signal is dropped. No
  *    thread needs to block SIGUSR2. ka_options.waiting has the other way.

@@ -156,6 +156,7 @@ public:
         return text;
     }
 
+    // The functions ka_restart, ka_set_deadline, ka_set_trace, ka_pid and ka_scratch of ka/caller.h.
     void restart() { check(ka_restart(get())); }
     void set_deadline(std::int32_t milliseconds) { check(ka_set_deadline(get(), milliseconds)); }
     void set_trace(std::int32_t level) { check(ka_set_trace(get(), level)); }

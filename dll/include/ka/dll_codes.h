@@ -13,7 +13,7 @@ enum {
     KA_WRONG_COUNT = 9,       /* no function name, too many or too few arguments */
     KA_TOO_FEW_ELEMENTS = 17, /* an array argument has fewer elements than its prototype asks for */
     KA_TOO_MANY_ARGS = 606,   /* more than 50 arguments */
-    KA_BAD_PROTOTYPE = -1     /* a prototype's kind is not 0 to 9 */
+    KA_BAD_PROTOTYPE = -1     /* a prototype's kind is not 0 to 9, or changed during the call */
 };
 
 /* Exit status of a host process that could not start. */
