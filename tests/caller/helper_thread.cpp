@@ -14,6 +14,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "caller/hosts.h"
 #include "caller/waiting.h"
 
 namespace {
@@ -24,6 +25,33 @@ void add_one(void *argument)
 {
     ++*static_cast<int *>(argument);
 }
+
+// Keeps the thread from all other work, from here to end().
+class LongWork {
+public:
+    LongWork() : thread_([this] { run_in_helper_thread(go_on, this, never); })
+    {
+        EXPECT_TRUE(becomes_true([&] { return begun_.load(); }));
+    }
+    void end()
+    {
+        ends_ = true;
+        thread_.join();
+    }
+
+private:
+    static void go_on(void *argument)
+    {
+        auto *work = static_cast<LongWork *>(argument);
+        work->begun_ = true;
+        while (!work->ends_)
+            std::this_thread::yield();
+    }
+
+    std::atomic<bool> begun_{false};
+    std::atomic<bool> ends_{false};
+    std::thread thread_;
+};
 
 } // namespace
 
@@ -61,25 +89,25 @@ TEST(HelperThread, blocks_every_signal)
 // Work that has not begun in time never begins.
 TEST(HelperThread, is_not_waited_for_beyond_the_deadline)
 {
-    static std::atomic<bool> holds_up;
-    holds_up = true;
-    std::atomic<bool> busy{false};
-    std::thread first([&] {
-        run_in_helper_thread(
-            [](void *begun) {
-                *static_cast<std::atomic<bool> *>(begun) = true;
-                while (holds_up)
-                    std::this_thread::yield();
-            },
-            &busy, never);
-    });
-    EXPECT_TRUE(becomes_true([&] { return busy.load(); }));
+    LongWork work;
     int done = 0;
     EXPECT_EQ(run_in_helper_thread(add_one, &done, 1), ETIMEDOUT);
-    holds_up = false;
-    first.join();
+    work.end();
     EXPECT_EQ(run_in_helper_thread(add_one, &done, never), 0);
     EXPECT_EQ(done, 1);
+}
+
+// The start of a host is such work.
+TEST(HelperThread, start_that_it_does_not_begin_in_time_is_late)
+{
+    LongWork work;
+    ka_options options = default_options();
+    options.deadline_ms = 20;
+    ka_host *host;
+    EXPECT_EQ(ka_open(&host, tasks_module.c_str(), &options), KA_DEADLINE);
+    EXPECT_EQ(error_text(host), tasks_module + " did not start within 20 ms");
+    ka_close(host);
+    work.end();
 }
 
 // It uses the caller's memory. Work that the system did not begin in time is tried again.

@@ -87,6 +87,11 @@ static int32_t fail_exec(ka_host *host, int error)
     return KA_START;
 }
 
+static int32_t fail_late(ka_host *host)
+{
+    return fail(host, KA_DEADLINE, "%.300s did not start within %d ms", host->module, host->options.deadline_ms);
+}
+
 /* The pipe ends without a word when the module runs, for exec has closed it. */
 static int32_t await_exec(ka_host *host, int report_fd, int64_t deadline)
 {
@@ -94,10 +99,7 @@ static int32_t await_exec(ka_host *host, int report_fd, int64_t deadline)
     while ((woken & (WOKEN_BY_PIPE | WOKEN_BY_CANCEL)) == 0) {
         woken = wait_until(host, report_fd, deadline);
         if (woken & WOKEN_BY_ERROR) return fail_system(host, errno, "cannot wait for the host");
-        if (woken == 0) {
-            return fail(host, KA_DEADLINE, "%.300s did not start within %d ms", host->module,
-                        host->options.deadline_ms);
-        }
+        if (woken == 0) return fail_late(host);
     }
     if (woken & WOKEN_BY_CANCEL) return fail(host, KA_CANCELLED, "the start of %.300s was cancelled", host->module);
     int error = 0;
@@ -126,6 +128,7 @@ static void send_refusal(const ka_host *host)
 static int32_t start_child(ka_host *host, const t_LAUNCH *launch, int64_t deadline)
 {
     const int error = launch_from_lasting_thread(host, launch, deadline);
+    if (error == ETIMEDOUT) return fail_late(host);
     if (error != 0) return fail_system(host, error, "cannot create a process");
     if (!host->segment.base && create_segment(host) != KA_DONE) return host->error.error_class;
     write_header(host);
