@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
 // How call-backs are answered.
-#include "callback.h"
+#include "values/callback_rule.h"
 
 #include <climits>
 
 #include "ka/command.h"
-#include "literal.h"
+#include "values/literal.h"
 
 static std::string complaint_about(const std::string &rule)
 {

@@ -8,7 +8,7 @@
 #include <functional>
 #include <string>
 
-#include "backtrace.h"
+#include "call/backtrace.h"
 
 static const std::string with_lines = CRASH_MODULES "/ka_module_crash";
 static const std::string stripped = CRASH_MODULES "/ka_module_crash_stripped";

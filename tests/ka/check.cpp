@@ -12,10 +12,10 @@
 #include <unistd.h>
 
 #include "caller/waiting.h"
+#include "elf/libraries.h"
 #include "ka/built_module.h"
 #include "ka/command.h"
 #include "ka/help_examples.h"
-#include "libraries.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <random>
 #include <sys/mman.h>
 
-#include "block.h"
+#include "block/decode.h"
 #include "ka/own_segment.h"
 #include "ka/terminal_text.h"
 

@@ -174,7 +174,7 @@ TEST(KaExplain, knows_every_code_of_the_public_headers_by_number_and_by_name)
         {"dll/include/ka/dll_codes.h", "KA_OK"},         {"dll/include/ka/dll_codes.h", "KA_EXIT_START"},
         {"dll/include/ka/kastring.h", "KASTR_OK"},       {"math/include/ka/real.h", "REAL_OK"},
         {"math/decimal/include/ka/decimal.h", "DEC_OK"}, {"caller/include/ka/caller.h", "KA_DONE"},
-        {"tools/ka/exit_status.h", "EXIT_DONE"},
+        {"tools/ka/base/exit_status.h", "EXIT_DONE"},
     };
     for (const auto &[header, first] : families) {
         const auto family = codes(header, first);

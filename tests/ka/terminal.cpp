@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Colour and progress are for terminals only: the streams are real pseudo-terminals.
-#include "terminal.h"
+#include "base/terminal.h"
 
 #include <gtest/gtest.h>
 

@@ -8,8 +8,8 @@
 #include <regex>
 #include <sys/wait.h>
 
+#include "base/duration.h"
 #include "caller/waiting.h"
-#include "duration.h"
 #include "ka/caller.h"
 #include "ka/help_examples.h"
 

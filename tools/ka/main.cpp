@@ -11,20 +11,12 @@
 #include <unistd.h>
 #include <vector>
 
-#include "call.h"
-#include "check.h"
-#include "command_words.h"
-#include "completion.h"
-#include "description.h"
-#include "dump.h"
-#include "exit_status.h"
-#include "explain.h"
-#include "list.h"
-#include "manual.h"
-#include "real.h"
-#include "shell.h"
-#include "trace.h"
-#include "usage.h"
+#include "base/exit_status.h"
+#include "base/words.h"
+#include "cli/completion_answer.h"
+#include "cli/mistakes.h"
+#include "cli/option_tree.h"
+#include "command/commands.h"
 
 // A descriptor that is closed would be given to the next thing opened, which would then be read for input, or written
 // to as results. These are at their end when read, and fail when written.

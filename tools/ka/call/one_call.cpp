@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+//
+// See one_call.h.
+#include "one_call.h"
+
+#include <chrono>
+#include <cstdio>
+
+#include "base/json.h"
+#include "base/text.h"
+#include "values/results.h"
+
+static std::vector<Result> read_results(ka_host *host, const Invocation &invocation)
+{
+    std::vector<Result> results;
+    for (size_t i = 0; i < invocation.arguments.size(); i++) {
+        const auto number = static_cast<int32_t>(i + 1);
+        if (ka_gives_back(host, number))
+            results.push_back({invocation.names[i], read_back(host, number, invocation.arguments[i])});
+    }
+    return results;
+}
+
+CallOutcome invoke(ka_host *host, const Invocation &invocation)
+{
+    CallOutcome outcome{};
+    ka_begin(host, invocation.function.c_str());
+    for (const Argument &argument : invocation.arguments)
+        add_argument(host, argument);
+    const auto begin = std::chrono::steady_clock::now();
+    outcome.error_class = ka_call(host, &outcome.code);
+    const std::chrono::duration<double, std::milli> passed = std::chrono::steady_clock::now() - begin;
+    outcome.milliseconds = passed.count();
+    if (outcome.error_class == KA_DONE) outcome.results = read_results(host, invocation);
+    return outcome;
+}
+
+std::string milliseconds_text(double milliseconds)
+{
+    char text[48];
+    std::snprintf(text, sizeof text, "%.4f", milliseconds);
+    return text;
+}
+
+std::string outcome_text(const CallOutcome &outcome)
+{
+    std::string text;
+    for (const Result &result : outcome.results)
+        text += printable(result.name) + " = " + argument_text(result.value) + "\n";
+    return text + "return code " + std::to_string(outcome.code) + "\n";
+}
+
+std::string outcome_members(const std::string &function, const CallOutcome &outcome)
+{
+    std::string results;
+    for (const Result &result : outcome.results)
+        results += (results.empty() ? "" : ",") + name_json(result.name) + ":" + argument_json(result.value);
+    return "\"function\":" + name_json(function) + ",\"return_code\":" + std::to_string(outcome.code) +
+           ",\"results\":{" + results + "},\"milliseconds\":" + milliseconds_text(outcome.milliseconds);
+}
+
+static const char *retry_text(int32_t retry)
+{
+    switch (retry) {
+    case KA_RETRY_NO:
+        return "no";
+    case KA_RETRY_YES:
+        return "yes";
+    default:
+        return "unsure";
+    }
+}
+
+std::string error_members(const ka_error &error)
+{
+    return "\"error\":" + name_json(ka_error_name(error.error_class)) +
+           ",\"error_class\":" + std::to_string(error.error_class) + ",\"message\":" + name_json(error.message) +
+           ",\"retry\":\"" + retry_text(error.retry) + "\"";
+}
+
+std::string error_members(const std::string &function, const ka_error &error)
+{
+    return error_members(error) + ",\"function\":" + name_json(function);
+}

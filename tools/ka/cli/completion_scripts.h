@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+//
+// The scripts that make shells ask ka what can stand on its command line.
+#ifndef KA_TOOL_CLI_COMPLETION_SCRIPTS_H
+#define KA_TOOL_CLI_COMPLETION_SCRIPTS_H
+
+#include <string>
+
+// shell: bash, zsh or fish.
+const char *completion_script(const std::string &shell);
+
+#endif

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+//
+// The options of the subcommands that start a host, and what the library makes of them.
+#ifndef KA_TOOL_CLI_HOST_OPTIONS_H
+#define KA_TOOL_CLI_HOST_OPTIONS_H
+
+#include <cstdint>
+#include <string>
+
+#include "ka/caller.h"
+
+namespace CLI {
+class App;
+}
+
+struct HostWishes {
+    std::string layout = "native";
+    std::string deadline = "30s";
+    std::string callback = "const:0";
+    int32_t segment_bytes = 0; // 0: what the subcommand finds right
+    int32_t scratch_bytes = 1 << 16;
+    int32_t trace_level = 0;
+    bool raw = false;
+};
+
+// A text that can be read as a time.
+void add_deadline_option(CLI::App *command, std::string &deadline, const std::string &purpose);
+int32_t deadline_ms(const std::string &deadline);
+
+// right_size says what a segment of 0 bytes stands for.
+void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &right_size);
+
+// Throws Malformed (values/literal.h); option says where the rule was given.
+void check_callback_rule(const std::string &option, const std::string &rule);
+
+// wishes answers the call-backs, and must live as long as the host.
+ka_options host_options(HostWishes &wishes, int32_t right_size, int cancel_fd);
+
+#endif

@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: MIT
+//
+// ka check: what would go wrong with a module, before it does.
+#include "commands.h"
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include "base/exit_status.h"
+#include "base/json.h"
+#include "base/terminal.h"
+#include "base/text.h"
+#include "call/failure.h"
+#include "check/finding.h"
+#include "cli/host_options.h"
+#include "cli/subcommand.h"
+
+namespace {
+
+struct Wishes {
+    std::string module;
+    std::string deadline = "10s";
+    bool no_start = false;
+    bool json = false;
+
+    Form form() const { return json ? Form::json : Form::text; }
+};
+
+struct Checked {
+    Findings findings;
+    std::optional<std::string> interruption; // the start was interrupted, and showed nothing
+};
+
+constexpr const char *description = R"(Looks for what would go wrong with a module, before it does.
+
+The file is read: its format, loader, libraries, symbols and tables. Then the module is started once and asked for a
+function that it does not have; of its own code only dll_setup and dll_cleanup run.
+Each finding is an error, a warning or a note, with what to do. Status 0: nothing worse than notes; 1: errors or
+warnings; 4: the module cannot be started.)";
+
+constexpr const char *examples = R"(Examples:
+  ka check ./adder
+  ka check --no-start ./adder
+  ka check --json ./adder
+)";
+
+const char *name_of(Severity severity)
+{
+    switch (severity) {
+    case Severity::note:
+        return "note";
+    case Severity::warning:
+        return "warning";
+    default:
+        return "error";
+    }
+}
+
+Severity worst_of(const Findings &findings)
+{
+    Severity worst = Severity::note;
+    for (const Finding &finding : findings)
+        worst = std::max(worst, finding.severity);
+    return worst;
+}
+
+ExitStatus status_of(const Findings &findings)
+{
+    switch (worst_of(findings)) {
+    case Severity::note:
+        return EXIT_DONE;
+    case Severity::fatal:
+        return EXIT_NOT_STARTED;
+    default:
+        return EXIT_NONZERO;
+    }
+}
+
+// What is behind the first line is set off, and is not taken for another finding.
+std::string indented(std::string text)
+{
+    for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at++)
+        text.insert(at + 1, "    ");
+    return text;
+}
+
+std::string show(const std::string &module, const Findings &findings)
+{
+    std::string text;
+    for (const Finding &finding : findings) {
+        const Paint paint = finding.severity >= Severity::error     ? Paint::error
+                            : finding.severity == Severity::warning ? Paint::warning
+                                                                    : Paint::faint;
+        text += painted(name_of(finding.severity), paint, STDOUT_FILENO) + ": " + printable(module) + ": " +
+                indented(printable_lines(finding.text)) + "\n";
+        if (!finding.remedy.empty()) text += "  " + finding.remedy + "\n";
+        for (const std::string &line : finding.backtrace)
+            text += (&line == &finding.backtrace[0] ? "  backtrace  " : "             ") + printable(line) + "\n";
+    }
+    return text.empty() ? printable(module) + ": " + painted("good", Paint::good, STDOUT_FILENO) + "\n" : text;
+}
+
+std::string json_of(const std::string &module, const Findings &findings)
+{
+    nlohmann::ordered_json json;
+    json["module"] = module;
+    json["startable"] = worst_of(findings) != Severity::fatal;
+    json["findings"] = nlohmann::ordered_json::array();
+    for (const Finding &finding : findings)
+        json["findings"].push_back({{"severity", name_of(finding.severity)},
+                                    {"text", printable_lines(finding.text)},
+                                    {"remedy", finding.remedy},
+                                    {"backtrace", finding.backtrace}});
+    return json_line(json) + "\n";
+}
+
+// What the file already shows to fail is not started: the answer would be a second one to the same question.
+Checked check_all(const Wishes &wishes)
+{
+    Checked checked;
+    Findings &findings = checked.findings;
+    const auto program = check_program(wishes.module, findings);
+    const bool tables_come_later = program && !check_tables(*program, findings);
+    const bool can_start = program && worst_of(findings) != Severity::fatal;
+    const auto is_hostless = [](const Finding &each) { return each.text.find("call host") != std::string::npos; };
+    const bool would_answer = std::none_of(findings.begin(), findings.end(), is_hostless);
+    if (can_start && would_answer && !wishes.no_start) {
+        const Progress progress("starting " + wishes.module);
+        checked.interruption = check_start(wishes.module, deadline_ms(wishes.deadline), tables_come_later, findings);
+    } else if (tables_come_later) {
+        findings.push_back({Severity::note, "its tables are filled as it starts, and were not looked at", ""});
+    }
+    return checked;
+}
+
+// What was found before is good to know; that nothing was found would say that the module is good.
+int show_interrupted(const Wishes &wishes, const Checked &checked)
+{
+    if (!wishes.json && !checked.findings.empty()) std::cout << show(wishes.module, checked.findings) << std::flush;
+    return tell_failure(KA_CANCELLED, *checked.interruption, wishes.form());
+}
+
+int run_check(const Wishes &wishes)
+{
+    const Checked checked = check_all(wishes);
+    if (checked.interruption) return show_interrupted(wishes, checked);
+    std::cout << (wishes.json ? json_of : show)(wishes.module, checked.findings) << std::flush;
+    return std::cout ? status_of(checked.findings) : complain(EXIT_USAGE, "the results could not be written");
+}
+
+} // namespace
+
+void add_check_command(CLI::App &app, int &exit_status)
+{
+    const auto wishes = std::make_shared<Wishes>();
+    CLI::App *check = add_subcommand(app, {"check", description, examples});
+    add_option(check, {.name = "MODULE", .text = "path of the module", .is_required = true}, wishes->module);
+    add_deadline_option(check, wishes->deadline, "how long to wait for the start");
+    add_flag(check, "--no-start", wishes->no_start, "reads the file only, and runs nothing");
+    add_flag(check, "--json", wishes->json, "shows one JSON object");
+    when_chosen(check, exit_status, [wishes] { return run_check(*wishes); });
+}

@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: MIT
+//
+// ka dump: the shared block of a segment or a process, decoded.
+#include "commands.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "base/exit_status.h"
+#include "base/json.h"
+#include "base/text.h"
+#include "block/show.h"
+#include "call/failure.h"
+#include "cli/mistakes.h"
+#include "cli/subcommand.h"
+
+namespace {
+
+struct Wishes {
+    int32_t number = 0;
+    bool by_id = false;
+    bool by_pid = false;
+    std::string layout;
+    int32_t elements = 20;
+    int32_t descriptors = -1;
+    bool json = false;
+
+    Form form() const { return json ? Form::json : Form::text; }
+};
+
+constexpr const char *description = R"(Shows the shared block of a segment, or of a running host or caller.
+
+The segment is attached read-only: nothing changes, and whoever uses it goes on meanwhile. Between calls argc is
+mostly 0; --descriptors shows what the last call left. Status 1: no block, or something is wrong in it.)";
+
+constexpr const char *examples = R"(Examples:
+  ka dump --id 32771
+  ka dump --descriptors 2 --pid 4711
+  ka dump --json 4711
+)";
+
+// ---- Which segments --------------------------------------------------------------------------------------------
+
+struct Found {
+    std::vector<int> ids;
+    std::string why; // there are none
+    bool is_ambiguous = false;
+};
+
+Found find_by_pid(int32_t pid)
+{
+    Found found;
+    const auto ids = segments_of(pid, found.why);
+    if (!ids) return found;
+    if (ids->empty()) found.why = "process " + std::to_string(pid) + " has no shared segment attached";
+    found.ids = *ids;
+    return found;
+}
+
+// A number can be a segment and a process at once; it is not guessed which was meant.
+Found find(const Wishes &wishes)
+{
+    if (wishes.by_pid) return find_by_pid(wishes.number);
+    std::string why;
+    const bool is_segment = find_segment(wishes.number, why).has_value();
+    if (wishes.by_id) return is_segment ? Found{{wishes.number}, ""} : Found{{}, why};
+    const Found by_pid = find_by_pid(wishes.number);
+    const std::string number = std::to_string(wishes.number);
+    if (is_segment && !by_pid.ids.empty())
+        return {{}, number + " is a segment, and a process that has one attached: say --id or --pid", true};
+    if (is_segment) return {{wishes.number}, ""};
+    return by_pid.ids.empty() ? Found{{}, why + ", and " + by_pid.why} : by_pid;
+}
+
+// ---- The dump --------------------------------------------------------------------------------------------------
+
+struct Choice {
+    int layout;
+    std::string from;
+};
+
+Choice choose_layout(const Wishes &wishes, const Segment &segment, Bytes bytes)
+{
+    if (!wishes.layout.empty()) return {wishes.layout == "64" ? 64 : 0, "as told"};
+    const auto is_host = [](const Attached &process) { return process.host_layout.has_value(); };
+    const auto host = std::find_if(segment.processes.begin(), segment.processes.end(), is_host);
+    if (host != segment.processes.end())
+        return {*host->host_layout, "as host " + std::to_string(host->pid) + " was told"};
+    return {likely_layout(bytes), "which fits the header better"};
+}
+
+Limits limits_of(const Wishes &wishes)
+{
+    if (wishes.descriptors < 0) return {std::nullopt, wishes.elements};
+    return {wishes.descriptors, wishes.elements};
+}
+
+// A segment without a block is decoded only when a layout is asked for.
+Dump take_dump(const Wishes &wishes, const Segment &segment, Bytes bytes)
+{
+    Dump dump{segment, why_no_block(bytes), "", std::nullopt};
+    if (!dump.no_block.empty() && wishes.layout.empty()) return dump;
+    const Choice choice = choose_layout(wishes, segment, bytes);
+    dump.layout_from = choice.from;
+    dump.block = decode_block(bytes, choice.layout, limits_of(wishes));
+    return dump;
+}
+
+bool is_sound(const Dump &dump)
+{
+    if (!dump.no_block.empty() || !dump.block->faults.empty()) return false;
+    for (const BlockDescriptor &descriptor : dump.block->descriptors) {
+        const auto has_fault = [](const BlockElement &element) { return !element.fault.empty(); };
+        const auto &elements = descriptor.elements;
+        if (!descriptor.faults.empty() || std::any_of(elements.begin(), elements.end(), has_fault)) return false;
+    }
+    return true;
+}
+
+// ---- The command -----------------------------------------------------------------------------------------------
+
+int dump_segments(const Wishes &wishes, const std::vector<int> &ids)
+{
+    int status = EXIT_DONE;
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const int id : ids) {
+        std::string why;
+        const auto segment = find_segment(id, why);
+        if (!segment) return tell_unreachable(KA_ARGUMENT, why, wishes.form());
+        const Attachment attachment(id);
+        if (attachment.data() == nullptr)
+            return tell_unreachable(KA_ARGUMENT, "segment " + std::to_string(id) + ": " + std::strerror(errno),
+                                    wishes.form());
+        const Dump dump = take_dump(wishes, *segment, {attachment.data(), segment->size});
+        if (!is_sound(dump)) status = EXIT_NONZERO;
+        if (wishes.json) list.push_back(dump_json(dump));
+        if (!wishes.json) std::cout << show_dump(dump);
+    }
+    if (wishes.json) std::cout << json_line(list) << '\n';
+    std::cout.flush();
+    return std::cout ? status : complain(EXIT_USAGE, "the results could not be written");
+}
+
+int run_dump(const Wishes &wishes)
+{
+    if (wishes.by_id && wishes.by_pid)
+        return tell_failure(KA_ARGUMENT, "the number is --id or --pid, not both", wishes.form());
+    const Found found = find(wishes);
+    if (found.is_ambiguous) return tell_failure(KA_ARGUMENT, found.why, wishes.form());
+    return found.ids.empty() ? tell_unreachable(KA_ARGUMENT, found.why, wishes.form())
+                             : dump_segments(wishes, found.ids);
+}
+
+std::string refuse_layout(const std::string &text)
+{
+    return fault_of_choice(text, {"native", "64"});
+}
+
+} // namespace
+
+void add_dump_command(CLI::App &app, int &exit_status)
+{
+    const auto wishes = std::make_shared<Wishes>();
+    CLI::App *dump = add_subcommand(app, {"dump", description, examples});
+    add_option(dump,
+               {.name = "NUMBER",
+                .text = "a segment, or a process that has one attached",
+                .is_required = true,
+                .range = Range{0, INT32_MAX}},
+               wishes->number);
+    add_flag(dump, "--id", wishes->by_id, "the number is a segment");
+    add_flag(dump, "--pid", wishes->by_pid, "the number is a process");
+    add_option(dump,
+               {.name = "--layout",
+                .value = "LAYOUT",
+                .text = "layout of the block: native or 64; otherwise it is found out",
+                .fault = refuse_layout},
+               wishes->layout);
+    add_option(dump,
+               {.name = "--elements",
+                .value = "N",
+                .text = "elements shown of each array",
+                .shows_default = true,
+                .range = Range{0, 1000000}},
+               wishes->elements);
+    add_option(
+        dump,
+        {.name = "--descriptors", .value = "N", .text = "descriptors shown, instead of argc", .range = Range{0, 51}},
+        wishes->descriptors);
+    add_flag(dump, "--json", wishes->json, "shows one JSON array, with an object for each segment");
+    when_chosen(dump, exit_status, [wishes] { return run_dump(*wishes); });
+}

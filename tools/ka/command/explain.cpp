@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: MIT
+//
+// ka explain: what a code, a name or a message means, why it comes and what to do.
+#include "commands.h"
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <unistd.h>
+
+#include "base/exit_status.h"
+#include "base/terminal.h"
+#include "base/text.h"
+#include "call/failure.h"
+#include "cli/subcommand.h"
+#include "explain/find.h"
+
+namespace {
+
+struct Wishes {
+    std::string text;
+    bool all = false;
+    bool json = false;
+
+    Form form() const { return json ? Form::json : Form::text; }
+};
+
+using Rows = std::vector<const Explanation *>;
+
+constexpr const char *description = R"(Explains a code, a name or a message: what it means, why it comes, what to do.
+
+  a number        a return code, the status of a REAL, an exit status, a signal
+  a name          KA_NO_FUNCTION, REAL_RANGE, SIGSEGV, died
+  a message       of a host, of ka, or of compiler, linker and loader, quoted or not; numbers and names in it may
+                  differ
+  -               the lines of standard input, each as a message)";
+
+constexpr const char *examples = R"(Examples:
+  ka explain 7
+  ka explain -1201
+  ka explain SIGSEGV
+  ka explain exit status 139
+  ka explain 'Unsupported DLL_VERSION 102'
+  ka explain --json 17
+  ka explain --all
+)";
+
+// ---- Finding ---------------------------------------------------------------------------------------------------
+
+// Each explanation once, however many lines it explains.
+Rows find_lines(std::istream &lines)
+{
+    Rows found;
+    for (std::string line; std::getline(lines, line);) {
+        for (const Explanation *row : look_up(line))
+            if (std::find(found.begin(), found.end(), row) == found.end()) found.push_back(row);
+    }
+    return found;
+}
+
+Rows find_wished(const Wishes &wishes)
+{
+    Rows found;
+    if (wishes.all) {
+        for (const Explanation &row : explanations())
+            found.push_back(&row);
+        return found;
+    }
+    if (wishes.text == "-") return find_lines(std::cin);
+    std::istringstream lines(wishes.text);
+    return find_lines(lines);
+}
+
+// ---- Showing ---------------------------------------------------------------------------------------------------
+
+std::string paragraph(const std::string &label, const char *text)
+{
+    const std::string indent(label.size(), ' ');
+    std::string out;
+    std::string line = label;
+    const auto width = static_cast<size_t>(columns_of(STDOUT_FILENO));
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        if (line.size() + 1 + word.size() > width) {
+            out += line + "\n";
+            line = indent;
+        }
+        line += (line.ends_with(' ') ? "" : " ") + word;
+    }
+    return out + line + "\n";
+}
+
+std::string first_line(const char *text)
+{
+    return std::string(text).substr(0, std::string(text).find('\n'));
+}
+
+std::string heading(const Explanation &row)
+{
+    const std::string number = row.number == NO_NUMBER ? "" : std::to_string(row.number);
+    const std::string name = row.name;
+    const std::string gap = number.empty() || name.empty() ? "" : " ";
+    const std::string key = number + gap + name;
+    const std::string shown = key.empty() ? "\"" + first_line(row.messages) + "\"" : key;
+    return painted(shown, Paint::name, STDOUT_FILENO) + ", " + row.layer;
+}
+
+std::string show(const Rows &rows)
+{
+    std::string out;
+    for (const Explanation *row : rows) {
+        out += (out.empty() ? "" : "\n") + heading(*row) + "\n";
+        out += paragraph("  means   ", row->meaning);
+        out += paragraph("  cause   ", row->cause);
+        out += paragraph("  remedy  ", row->remedy);
+    }
+    return out;
+}
+
+std::string json_of(const Rows &rows)
+{
+    using nlohmann::ordered_json;
+    ordered_json list = ordered_json::array();
+    for (const Explanation *row : rows) {
+        ordered_json json;
+        json["layer"] = row->layer;
+        json["number"] = row->number == NO_NUMBER ? ordered_json() : ordered_json(row->number);
+        json["name"] = row->name;
+        json["message"] = first_line(row->messages);
+        json["meaning"] = row->meaning;
+        json["cause"] = row->cause;
+        json["remedy"] = row->remedy;
+        list.push_back(json);
+    }
+    return list.dump() + "\n";
+}
+
+// ---- The command -----------------------------------------------------------------------------------------------
+
+int run_explain(const Wishes &wishes)
+{
+    if (wishes.text.empty() && !wishes.all)
+        return tell_failure(KA_ARGUMENT, "a number, a name or a message is missing", wishes.form());
+    const Rows rows = find_wished(wishes);
+    if (rows.empty()) {
+        const bool may_be_own = is_number(wishes.text);
+        const std::string remedy = may_be_own ? "; as the return code of a call it is the function's own" : "";
+        return tell_failure(KA_ARGUMENT, "nothing is known about '" + shortened(wishes.text) + "'" + remedy,
+                            wishes.form());
+    }
+    std::cout << (wishes.json ? json_of(rows) : show(rows)) << std::flush;
+    return std::cout ? EXIT_DONE : complain(EXIT_USAGE, "the results could not be written");
+}
+
+} // namespace
+
+void add_explain_command(CLI::App &app, int &exit_status)
+{
+    const auto wishes = std::make_shared<Wishes>();
+    CLI::App *explain =
+        add_subcommand(app, {"explain", description, examples, "[OPTIONS] NUMBER | NAME | MESSAGE... | -"});
+    take_extra_words(explain); // a number may begin with a minus sign
+    add_flag(explain, "--all", wishes->all, "shows all that is known");
+    add_flag(explain, "--json", wishes->json, "shows one JSON array");
+    when_chosen(explain, exit_status, [wishes, explain] {
+        for (const std::string &word : extra_words(explain))
+            if (word != "--") wishes->text += (wishes->text.empty() ? "" : " ") + word;
+        return run_explain(*wishes);
+    });
+}

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+//
+// See rows.h: what compiler, linker and loader say of a module that is built for the first time. A test
+// makes them say it.
+#include "rows.h"
+
+namespace {
+
+constexpr const char *building = "message when a module is built";
+constexpr const char *starting = "message when a module is started";
+
+constexpr const char *tables_needed = "a module defines KaFuncList, KaArgList and KaCall, with C linkage in C++ "
+                                      "(include ka/dll_module.h, which declares them), and exports them";
+
+constexpr Explanation rows[] = {
+    {building, NO_NUMBER, "",
+     "undefined reference to `KaFuncList'\n"
+     "undefined reference to `KaArgList'\n"
+     "undefined reference to `KaCall'\n"
+     "undefined symbol: KaFuncList\n"
+     "undefined symbol: KaArgList\n"
+     "undefined symbol: KaCall",
+     "the module lacks a part that the call host asks for",
+     "it is not defined, is static, has another name, or is a C++ function without extern \"C\"", tables_needed},
+    {building, NO_NUMBER, "", "undefined reference to `main'\nundefined symbol: main",
+     "nothing provides the program's main", "-lkahost is missing, or stands before the sources under -Wl,--as-needed",
+     "link with -lkahost behind the sources; main is in it, a module has none of its own"},
+    {building, NO_NUMBER, "", "cannot find -lkahost%s\nunable to find library -lkahost",
+     "the linker does not find libkahost.so for 32-bit programs", "-L is missing, or names another folder",
+     "-Lbuild/lib -Wl,-rpath,$PWD/build/lib -lkahost; the 64-bit folder lib64 has none: modules are 32-bit"},
+    {building, NO_NUMBER, "",
+     "skipping incompatible %s when searching for -lkahost\n"
+     "i386 architecture of input file %s is incompatible with i386:x86-64 output\n"
+     "i386:x86-64 architecture of input file %s is incompatible with i386 output",
+     "parts of 32 and of 64 bits were given to one program", "-m32 is missing, at compiling or at linking",
+     "give -m32 to every compiler and linker call of a module"},
+    {building, NO_NUMBER, "",
+     "skipping incompatible %s when searching for -lgcc\n"
+     "cannot find -lgcc%s\n"
+     "cannot find crt1.o%s\n"
+     "cannot find Scrt1.o%s\n"
+     "cannot find crti.o%s\n"
+     "fatal error: bits/libc-header-start.h: No such file or directory\n"
+     "fatal error: bits/c++config.h: No such file or directory\n"
+     "fatal error: sys/cdefs.h: No such file or directory\n"
+     "fatal error: gnu/stubs-32.h: No such file or directory\n"
+     "fatal error: asm/errno.h: No such file or directory",
+     "the compiler has no 32-bit headers or libraries", "its multilib package is not installed",
+     "on Debian: apt-get install gcc-multilib g++-multilib"},
+    {building, NO_NUMBER, "", "fatal error: ka/%s: No such file or directory",
+     "the compiler does not find the headers for modules", "-I is missing, or names another folder",
+     "-Ibuild/include"},
+    {starting, 127, "", "error while loading shared libraries: libkahost.so%s: cannot open shared object file",
+     "the module does not find the call host", "it was linked without -Wl,-rpath, or the build was moved",
+     "link with -Wl,-rpath,FOLDER, or set LD_LIBRARY_PATH; ka check MODULE tells where it looks"},
+    {starting, 127, "", "error while loading shared libraries: %s: wrong ELF class: ELFCLASS64",
+     "a library for 64-bit programs was found for the 32-bit module", "LD_LIBRARY_PATH or RUNPATH names its folder",
+     "give the folder of the 32-bit library"},
+};
+
+} // namespace
+
+std::span<const Explanation> build_rows()
+{
+    return rows;
+}

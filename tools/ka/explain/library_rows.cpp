@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: MIT
+//
+// See rows.h: what the caller's library says. The tests compare this table with the messages in its sources.
+#include "ka/caller.h"
+#include "rows.h"
+
+namespace {
+
+constexpr const char *error = "error of libkacall";
+
+constexpr Explanation rows[] = {
+    // ---- Errors of the caller's library
+    {error, KA_DONE, "KA_DONE", "", "no error", "none", "nothing to do"},
+    {error, KA_START, "KA_START", "cannot start %s: %s\n%s ended at start with status %d",
+     "the module could not be started, or ended at start", "the text says what the system or the module answered",
+     "ka check MODULE tells what is missing"},
+    {error, KA_REFUSED, "KA_REFUSED",
+     "the module has no function \"%s\"\n"
+     "takes %s, got %s\n"
+     "takes no arguments\n"
+     "(%s) is %s: takes %s, got %s\n"
+     "the module's own table is wrong: %s",
+     "the call does not suit the module's tables; nothing was sent",
+     "a wrong name, or a wrong count, type or length of arguments; the text names the argument",
+     "compare the call with ka list MODULE; the host can be used further"},
+    {error, KA_DIED, "KA_DIED", "the host ended with status %d\nthe host was killed by %s",
+     "the host ended by itself, or was killed", "a crash or an exit inside the function, or a kill from outside",
+     "look at the report: the signal, the arguments, the last lines of standard error; explain the signal too"},
+    {error, KA_DEADLINE, "KA_DEADLINE", "took more than %d ms\ndid not start within %d ms",
+     "no answer in time; the host was ended", "the function hangs, waits, or works longer than the deadline allows",
+     "give it longer (--deadline), or find out where it waits"},
+    {error, KA_TOO_BIG, "KA_TOO_BIG", "needs a segment of %d bytes, this one has %d",
+     "the call does not fit the shared segment", "the arguments together are larger than the segment",
+     "open the host with a segment of the size that the error names (--segment)"},
+    {error, KA_CLOSED, "KA_CLOSED", "the host has ended", "the host ended earlier",
+     "an earlier call killed it, ran out of time or was cancelled", "open it again, or choose a restart policy"},
+    {error, KA_SYSTEM, "KA_SYSTEM", "", "the system refused something",
+     "no memory, no right, or a limit of processes, descriptors or shared segments",
+     "the text and errno name it; ulimit -a and ipcs -l show the limits"},
+    {error, KA_ARGUMENT, "KA_ARGUMENT", "", "a bad argument, or a function out of turn",
+     "the program gave the library something impossible; the text says what", "mend the program"},
+    {error, KA_CANCELLED, "KA_CANCELLED", "was cancelled", "the program's cancel descriptor ended a start or a call",
+     "an interruption, SIGINT or SIGTERM in the case of ka", "nothing to do; the host was ended"},
+    {error, NO_NUMBER, "", "its loader %s is missing (the 32-bit C library is not installed)",
+     "this machine lacks what every 32-bit program needs", "the 32-bit C library is not installed",
+     "on Debian: dpkg --add-architecture i386, apt-get update, apt-get install libc6:i386"},
+    {error, NO_NUMBER, "", "a 64-bit program, and modules are 32-bit programs", "the module was built for 64 bits",
+     "it was compiled without -m32", "build it with -m32"},
+    {error, NO_NUMBER, "", "not executable", "the file may not be run", "its mode has no x bit for this user",
+     "chmod +x"},
+    {error, NO_NUMBER, "", "not an ELF file\na cut off ELF file\nan ELF file but no program",
+     "the file is no executable", "a script, a text, a damaged copy or an object file was given",
+     "give the path of the linked module"},
+    {error, NO_NUMBER, "", "this system does not run 32-bit programs", "the kernel refused the file's format",
+     "the kernel is built or started without 32-bit emulation", "enable IA32 emulation (ia32_emulation=1)"},
+    {error, NO_NUMBER, "",
+     "%s before ka_begin\n"
+     "%s before ka_call\n"
+     "%s inside a call-back of the same host; use a second host\n"
+     "%s inside a call-back of the same host; ka_call must return first\n"
+     "%s was never opened: its options are wrong",
+     "a function of the library was called when it could do nothing",
+     "the order is ka_open, then for each call ka_begin, ka_add_..., ka_call, ka_get_...; a call-back answers, and "
+     "calls nothing of its own host",
+     "put the calls in order; for a second call inside a call-back open a second host"},
+    {error, NO_NUMBER, "",
+     "a call of %s with more than %d arguments\n"
+     "argument %d of %s: %s\n"
+     "a null REAL\n"
+     "%s cannot be held by a REAL\n"
+     "count is %d; it must not be below 0\n"
+     "length is %d; it must not be below 0\n"
+     "room is %d; it must not be below 0\n"
+     "passing is %d; it is KA_BY_VALUE (%d) or KA_BY_REFERENCE (%d)\n"
+     "a string of %d bytes is longer than its room of %d\n"
+     "%s is not a REAL",
+     "an argument that no call can have; nothing was sent",
+     "the program gave ka_add_... a wrong count, length, room or passing, or a number that no REAL holds",
+     "mend the argument that the text names"},
+    {error, NO_NUMBER, "",
+     "%s was called without an argument %d\n"
+     "%s gives nothing back in argument %d\n"
+     "argument %d of %s has another type\n"
+     "argument %d of %s has %d elements, not %d\n"
+     "index is %d; it must not be below 0\n"
+     "size is %d; it must not be below 0",
+     "a result was asked for that the call does not have",
+     "ka_get_... names an argument by number, from 1; only what goes by reference comes back, in the type and the "
+     "count that was sent",
+     "ask ka_gives_back first"},
+    {error, NO_NUMBER, "", "descriptors are open to hosts with KA_RAW alone\n%s has no argument %d yet",
+     "a descriptor of the block cannot be set", "ka_set_descriptor changes an argument that was added to a raw call",
+     "open the host with checking KA_RAW, and add the argument before"},
+    {error, NO_NUMBER, "",
+     "error_output is %d; it is KA_STDERR_INHERIT (%d) to KA_STDERR_RING (%d)\n"
+     "ring_bytes is %d; KA_STDERR_RING needs at least 1\n"
+     "error_fd %d is not open\n"
+     "cancel_fd %d is not open\n"
+     "restart is %d; it is KA_RESTART_NEVER (%d) to KA_RESTART_AT_ONCE (%d)\n"
+     "%s is %d; it must not be below 0\n"
+     "options of %d bytes were not filled by ka_options_init\n"
+     "deadline_ms is %d; it must be above 0\n"
+     "trace_level is %d; it must be 0 to %d\n"
+     "checking is %d; it is KA_CHECKED (%d) or KA_RAW (%d)\n"
+     "layout is %d; it is KA_LAYOUT_NATIVE (%d) or KA_LAYOUT_64 (%d)\n"
+     "segment_bytes is %d; it must be at least scratch_bytes (%d) + %d\n"
+     "segment_bytes is %d; it must not be above %d\n"
+     "waiting is %d; it is KA_WAIT_SAFE (%d) or KA_WAIT_FAST (%d)",
+     "an option of a host has an impossible value",
+     "ka_options was not filled by ka_options_init, or a field is wrong",
+     "give the field a value that ka/caller.h allows"},
+    {error, NO_NUMBER, "", "waiting is %s, but open hosts of this program wait the %s way",
+     "a program waits in one way for all its hosts", "two parts of the program open hosts with different waiting",
+     "give both the same; KA_WAIT_SAFE suits every program"},
+    {error, NO_NUMBER, "",
+     "cannot create a signal descriptor\n"
+     "cannot wait for the host\n"
+     "cannot handle SIGUSR2\n"
+     "cannot read the host's state from /proc\n"
+     "cannot signal the host\n"
+     "process %d is left: %s\n"
+     "SIGKILL does not end it\n"
+     "cannot copy error_fd\n"
+     "cannot create a shared segment of %d bytes\n"
+     "cannot write to a pipe\n"
+     "cannot read from a pipe\n"
+     "cannot create a process\n"
+     "cannot create a pipe\n"
+     "cannot collect the host's standard error",
+     "the system refused what a host needs; its own reason follows the colon",
+     "a limit of processes, descriptors, pipes or shared segments; a /proc that is not mounted; or a sandbox",
+     "ulimit -a, ipcs -l and /proc/sys/kernel/shm* show the limits; close hosts that are not used"},
+    {error, NO_NUMBER, "", "the module had overwritten the block's header (%s)",
+     "the host ended after its module had written into fields that only the caller writes",
+     "a pointer gone astray, or an array or string that was written past its end",
+     "compare what the function writes with the lengths that it was given; ka call --trace 4 shows the block before "
+     "the call"},
+    {error, NO_NUMBER, "", "there is no memory for another host\nno memory", "the program has no memory left",
+     "ulimit -v, a limit of the container, or a 32-bit program that is full", "raise the limit, or close hosts"},
+    {error, NO_NUMBER, "", "ended, how is not known",
+     "the host has ended, and somebody else has collected its exit status",
+     "the program ignores SIGCHLD, or waits for any child",
+     "leave the hosts to the library: wait for own children only"},
+    {error, NO_NUMBER, "",
+     "the program closed descriptors of the library%s\n"
+     "the program has closed the library's copy of error_fd",
+     "the program has closed descriptors that it did not open",
+     "closefrom, close_range or a loop over all descriptors, while a call was under way or a host had an error_fd",
+     "close them between calls; a host with an error_fd is closed and opened again; raise ulimit -n where the "
+     "system refuses others"},
+    {error, NO_NUMBER, "", "the host was not ready for a call within %d ms",
+     "the first call could not be sent: the module was still starting", "dll_setup takes long, or never returns",
+     "a longer deadline; ka check MODULE starts it alone"},
+    {error, NO_NUMBER, "", "dll_setup calls back, and call-backs before the first call are not answered",
+     "the module waits in its start for an answer that nobody gives",
+     "dll_callback is used in dll_setup, where no call is under way",
+     "call back from functions; pass dll_setup what it needs by the environment or a file"},
+    {error, NO_NUMBER, "", "was not heard: the module handles SIGUSR2 itself",
+     "the host does not answer calls any more, and was ended",
+     "the module, or a library that it uses, has installed a handler of SIGUSR2, the host's own signal",
+     "give the other use of SIGUSR2 another signal"},
+    {error, NO_NUMBER, "", "after %d ends in a row the host is not started again within %d ms",
+     "the restart policy waits before the next start", "the module ends again and again, at start or in every call",
+     "find out why it ends: ka check MODULE, its standard error, the report; a longer deadline covers the pause"},
+    {error, NO_NUMBER, "",
+     "its tables cannot be read: %s\n"
+     "function %d has a name outside the module\n"
+     "function %d has a name of more than %d bytes\n"
+     "KaFuncList has no end within 100000 functions\n"
+     "the tables take more than 64 MiB\n"
+     "KaFuncList runs out of the module\n"
+     "no module: KaFuncList is missing\n"
+     "no module: KaArgList is missing",
+     "the module's tables are not to be had, or damaged",
+     "the program is no module, KaFuncList does not end with a null name, or the tables are built at start",
+     "ka check MODULE tells where; ka list --start reads the tables of the running module"},
+    {error, NO_NUMBER, "",
+     "an ELF file with impossible program headers\n"
+     "a program without dynamic symbols\n"
+     "a program for another processor (ELF machine %d)\n"
+     "no such file\n"
+     "a directory\n"
+     "not a regular file",
+     "the path does not lead to a module",
+     "a wrong path, a damaged copy, or a program that was built for something else",
+     "give the path of the linked module; ka check MODULE says more"},
+    {error, NO_NUMBER, "",
+     "is no host: it has no dll_debug\n"
+     "is no host: it has no KaFuncList\n"
+     "does not let its dll_debug be read\n"
+     "does not let its dll_debug be written\n"
+     "has ended\n"
+     "no permission to look into process %d: be its user or root, and see /proc/sys/kernel/yama/ptrace_scope\n"
+     "cannot look into process %d: %s\n"
+     "there is no process %d\n"
+     "process %d has no program: it has ended, or belongs to the kernel\n"
+     "process %d is a 64-bit program, and hosts are 32-bit programs\n"
+     "process %d runs a program without dynamic symbols\n"
+     "its trace level cannot be set: %s",
+     "a process that was named as a host cannot be read or written",
+     "it is no host (its caller, perhaps), it has ended, or it belongs to somebody else",
+     "ps -ef shows hosts as children of their caller; be their user or root"},
+};
+
+} // namespace
+
+std::span<const Explanation> library_rows()
+{
+    return rows;
+}

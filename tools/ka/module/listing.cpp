@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+//
+// See listing.h.
+#include "listing.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+#include <unistd.h>
+
+#include "base/json.h"
+#include "base/terminal.h"
+#include "base/text.h"
+#include "signatures.h"
+
+namespace {
+
+// ---- As a table ------------------------------------------------------------------------------------------------
+
+constexpr size_t columns = 5;
+using Row = std::array<std::string, columns>;
+
+std::string least_text(const Prototype &prototype)
+{
+    const int64_t least = least_elements(prototype);
+    return least > 0 ? std::to_string(least) : "";
+}
+
+std::string takes_text(const Function &function, const Prototype &prototype)
+{
+    const auto position = static_cast<size_t>(&prototype - function.prototypes.data());
+    if (position >= used_prototypes(function)) return "nothing: it stands behind a VarArg";
+    if (!is_kind(prototype.type)) return "nothing: there is no such kind";
+    return types_taken_by(prototype) +
+           (changes(prototype.type) ? "; comes back if by reference" : "; never comes back");
+}
+
+std::vector<Row> rows_of(const Function &function, bool is_hidden)
+{
+    std::vector<Row> rows;
+    for (const Prototype &prototype : function.prototypes) {
+        const std::string takes = takes_text(function, prototype);
+        const std::string name = prototype.name.empty() ? "(unnamed)" : printable(prototype.name);
+        rows.push_back({"", name, kind_name(prototype.type), takes, least_text(prototype)});
+    }
+    if (rows.empty()) rows.push_back({"", "-", "", "", ""});
+    rows[0][0] = printable(function.name);
+    if (is_hidden) rows.push_back({"", "(never called: another function of that name stands before it)", "", "", ""});
+    return rows;
+}
+
+// Characters, not bytes: those that go on a character of several bytes take no room.
+size_t width_of(const std::string &text)
+{
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
+}
+
+// A remark, which has no kind, is not counted.
+std::array<size_t, columns> widths_of(const std::vector<Row> &rows)
+{
+    std::array<size_t, columns> widths{};
+    for (const Row &row : rows)
+        for (size_t i = 0; i < columns; i++)
+            if (!row[2].empty()) widths[i] = std::max(widths[i], width_of(row[i]));
+    return widths;
+}
+
+std::string line_of(const Row &row, const std::array<size_t, columns> &widths, Paint first)
+{
+    std::string line;
+    for (size_t i = 0; i < columns; i++) {
+        const size_t padding = widths[i] > width_of(row[i]) ? widths[i] - width_of(row[i]) : 0;
+        line += (i == 0 && !row[0].empty() ? painted(row[0], first, STDOUT_FILENO) : row[i]);
+        line += std::string(padding + 2, ' ');
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line + "\n";
+}
+
+std::string prototype_json(const Function &function, const Prototype &prototype)
+{
+    const std::string least = least_text(prototype);
+    return "{\"name\":" + name_json(prototype.name) + ",\"kind\":" + name_json(kind_name(prototype.type)) +
+           ",\"takes\":" + name_json(takes_text(function, prototype)) +
+           (least.empty() ? "" : ",\"least_elements\":" + least) + "}";
+}
+
+} // namespace
+
+std::string functions_text(const std::vector<Function> &functions)
+{
+    std::vector<Row> rows = {{"FUNCTION", "ARGUMENT", "KIND", "TAKES", "AT LEAST"}};
+    std::set<std::string> seen;
+    for (const Function &function : functions) {
+        const std::vector<Row> own = rows_of(function, !seen.insert(function.name).second);
+        rows.insert(rows.end(), own.begin(), own.end());
+    }
+    const std::array<size_t, columns> widths = widths_of(rows);
+    std::string text;
+    for (const Row &row : rows)
+        text += line_of(row, widths, &row == &rows[0] ? Paint::faint : Paint::name);
+    return text;
+}
+
+std::string functions_json(const std::vector<Function> &functions)
+{
+    std::string list;
+    for (const Function &function : functions) {
+        std::string arguments;
+        for (const Prototype &prototype : function.prototypes)
+            arguments += (arguments.empty() ? "" : ",") + prototype_json(function, prototype);
+        list += (list.empty() ? "" : ",") + ("{\"name\":" + name_json(function.name));
+        list += ",\"arguments\":[" + arguments + "]}";
+    }
+    return "[" + list + "]";
+}
