@@ -156,7 +156,7 @@ TEST(CallArguments, results_must_be_asked_for_as_what_they_are)
     EXPECT_EQ(error_text(host), "argument 1 of \"double\" has 1 elements, not 2");
     EXPECT_EQ(ka_get_doubles(host, 1, &real, 1), KA_ARGUMENT);
     EXPECT_EQ(ka_get_string(host, 1, 0, text, sizeof text, &value), KA_ARGUMENT);
-    EXPECT_EQ(error_text(host), "argument 1 of \"double\" has another type");
+    EXPECT_EQ(error_text(host), "argument 1 of \"double\" is INTEGER, not STRING");
     EXPECT_EQ(ka_get_integers(host, 1, &value, 1), KA_DONE);
     EXPECT_EQ(value, 8);
 }
@@ -269,7 +269,7 @@ TEST_P(CallLimits, host_whose_module_took_its_calls_is_told)
     ka_add_integer(host, 6, KA_BY_VALUE);
     EXPECT_EQ(call_fails(host), KA_DEADLINE);
     EXPECT_EQ(error_text(host),
-              tasks_module + ": a call of \"give_code\" was not heard: the module handles SIGUSR2 itself");
+              tasks_module + ": a call of \"give_code\" was not answered: the module handles SIGUSR2 itself");
 }
 
 TEST_P(CallLimits, host_that_was_made_to_ignore_calls_is_late)

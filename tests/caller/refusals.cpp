@@ -310,7 +310,7 @@ TEST(HostTables, are_found_in_a_process_that_forges_its_list_of_libraries)
     EXPECT_EQ(ka_set_trace(host, 1), KA_SYSTEM);
     EXPECT_EQ(error_text(host),
               std::string(CALLER_MODULES "/caller_module_circular: its trace level cannot be set: process ") +
-                  std::to_string(ka_pid(host)) + " is no host: it has no dll_debug");
+                  std::to_string(ka_pid(host)) + " is not a host: it has no dll_debug");
     EXPECT_EQ(call_with(host, "same", 9), 9);
 }
 

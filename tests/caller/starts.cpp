@@ -56,7 +56,7 @@ TEST(Start, file_that_cannot_be_a_module_is_named)
         {empty.path, "not an ELF file"},
         {wide.path, "a 64-bit program, and modules are 32-bit programs"},
         {foreign.path, "a program for another processor (ELF machine 40)"},
-        {object.path, "an ELF file but no program"},
+        {object.path, "an ELF file but not a program"},
         {cut.path, "a cut off ELF file"},
     };
     for (const auto &[path, why] : cases)

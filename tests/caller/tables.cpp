@@ -108,8 +108,8 @@ TEST(TablesOfFiles, that_are_none_are_explained)
     EXPECT_EQ(why_no_tables("/dev/zero"), "not a regular file");
     EXPECT_EQ(why_no_tables(text.path), "not an ELF file");
     EXPECT_EQ(why_no_tables(cut.path), "a cut off ELF file");
-    EXPECT_EQ(why_no_tables(CALLER_HOST_LIBRARY), "no module: KaFuncList is missing");
-    EXPECT_EQ(why_no_tables(CALLER_MODULES "/caller_module_apart"), "no module: KaFuncList is missing");
+    EXPECT_EQ(why_no_tables(CALLER_HOST_LIBRARY), "not a module: KaFuncList is missing");
+    EXPECT_EQ(why_no_tables(CALLER_MODULES "/caller_module_apart"), "not a module: KaFuncList is missing");
 }
 
 TEST(TablesOfFiles, reason_is_cut_to_its_room)

@@ -122,7 +122,7 @@ TEST(TraceOfProcess, program_that_is_no_host_is_told_so)
     const Level result = refused(getpid());
     EXPECT_EQ(result.error_class, KA_ARGUMENT);
     EXPECT_EQ(result.why, number + (sizeof(void *) == 8 ? " is a 64-bit program, and hosts are 32-bit programs"
-                                                        : " is no host: it has no dll_debug"));
+                                                        : " is not a host: it has no dll_debug"));
 }
 
 TEST(TraceOfProcess, process_of_another_user_is_left_alone)

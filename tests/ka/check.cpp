@@ -61,7 +61,7 @@ TEST(KaCheck, says_what_is_no_module)
     expect_finding(KA_COMMAND, "error", "a 64-bit program\n", 4);
     module.build("object", "int x;", "-c");
     chmod((folder + "/object").c_str(), 0755);
-    expect_finding(folder + "/object", "error", "an ELF file but no program\n", 4);
+    expect_finding(folder + "/object", "error", "an ELF file but not a program\n", 4);
     std::ofstream(folder + "/short") << "\177ELF\1";
     chmod((folder + "/short").c_str(), 0755);
     expect_finding(folder + "/short", "error", "a damaged ELF file\n", 4);

@@ -154,7 +154,7 @@ TEST(KaList, module_that_is_none_is_told_what_is_missing)
     expect_none(module.path, "a program for another processor (ELF machine 40)");
     module.write(18, "\x03");
     module.write(16, "\x01"); // e_type
-    expect_none(module.path, "an ELF file but no program");
+    expect_none(module.path, "an ELF file but not a program");
     std::filesystem::resize_file(module.path, 40);
     expect_none(module.path, "not an ELF file");
 }

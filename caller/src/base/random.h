@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * Random words: values that a module cannot have put there itself, and names that nobody else uses. They need not be
+ * Random words: values that a module cannot have put there itself, and names that are not in use. They need not be
  * secret. */
 #ifndef KA_CALLER_RANDOM_H
 #define KA_CALLER_RANDOM_H

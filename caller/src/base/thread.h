@@ -11,7 +11,7 @@
 int create_thread_without_signals(pthread_t *created, size_t stack_bytes, void *(*run)(void *), void *argument);
 
 /* Threads that the program cancels: one that is in the library would end at its next system call, with locks held
-   that everybody needs, and with a host in the middle of a call. */
+   that others need, and with a host in the middle of a call. */
 inline int hold_cancellation(void)
 {
     int before = PTHREAD_CANCEL_ENABLE;

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
- * Segments that nobody will remove: their creator was killed between their creation and their mark for removal, a few
- * microseconds, and so was the child that guards it. They are known by the upper half of their key, which a segment
- * loses with the mark, and by their size, their mode and their owner. */
+ * See abandoned.h. Segments that were not removed: their creator was killed between their creation and their mark for
+ * removal, a few microseconds, and so was the child that guards it. They are known by the upper half of their key,
+ * which a segment loses with the mark, and by their size, their mode and their owner. */
 #include "abandoned.h"
 
 #include <errno.h>

@@ -99,7 +99,7 @@ static int32_t put_doubles(ka_host *host, const t_ARGUMENT *argument, const doub
     return KA_DONE;
 }
 
-/* Room behind a string is cleared, so that nothing of an earlier call shows. */
+/* Room after a string is cleared, so that nothing of an earlier call shows. */
 static int32_t put_strings(ka_host *host, const t_ARGUMENT *argument, const ka_text *values)
 {
     for (int32_t i = 0; i < argument->count; i++) {

@@ -177,7 +177,7 @@ static int32_t check_arguments(ka_host *host, const ka_function *function)
     return wire::takes_all_further(function->prototypes[position].kind) ? KA_DONE : refuse_count(host, function);
 }
 
-/* The name is read where the host will read it. What a module makes of it meanwhile deceives but the module. */
+/* The name is read where the host will read it. A module that changes it now only misleads itself. */
 int32_t check_call(ka_host *host)
 {
     const t_ARGUMENT *name = &host->arguments[0];

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * Descriptors as they stand in the block, for those who test modules and hosts: every field can be set to anything.
+ * Descriptors as they are in the block, for those who test modules and hosts: every field can be set to anything.
  * The library goes by its own record of the arguments, so a forged descriptor misleads the host alone. */
 #include <string.h>
 

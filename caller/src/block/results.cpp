@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include "segment.h"
+#include "wire/kinds.h"
 #include "wire/real_fault.h"
 
 static bool is_argument(const ka_host *host, int32_t argument)
@@ -37,7 +38,8 @@ static const t_ARGUMENT *find_result(ka_host *host, int32_t argument, int32_t ty
     } else if (!ka_gives_back(host, argument)) {
         fail(host, KA_ARGUMENT, "\"%s\" gives nothing back in argument %d", host->function, argument);
     } else if (host->arguments[argument].type != type) {
-        fail(host, KA_ARGUMENT, "argument %d of \"%s\" has another type", argument, host->function);
+        fail(host, KA_ARGUMENT, "argument %d of \"%s\" is %s, not %s", argument, host->function,
+             wire::type_name(host->arguments[argument].type), wire::type_name(type));
     } else if (count < 0 || count > host->arguments[argument].count) {
         fail(host, KA_ARGUMENT, "argument %d of \"%s\" has %d elements, not %d", argument, host->function,
              host->arguments[argument].count, count);

@@ -186,7 +186,7 @@ static void *attach_segment(ka_host *host, int *error)
     if (!attached) *error = errno;
     if (shmctl(host->segment.id, IPC_RMID, nullptr) == 0) return attached ? base : nullptr;
     *error = errno;
-    shmctl(host->segment.id, IPC_RMID, nullptr); /* one that nobody marks outlives its users */
+    shmctl(host->segment.id, IPC_RMID, nullptr); /* one that is not marked outlives its users */
     if (attached) shmdt(base);
     return nullptr;
 }

@@ -1,12 +1,10 @@
 /* SPDX-License-Identifier: MIT
  *
- * One call: the request, the answers to its call-backs, and its end. How the replies are told apart stands in
- * reply.cpp.
+ * One call: the request, the answers to its call-backs, and its end. reply.cpp says how replies are distinguished.
  *
- * A foreign signal from the moment of argc to the end of the call makes the host perform the call twice, or go on
- * from a call-back without its answer: that nobody can prevent. But the end of the second performance must not be
- * taken for the reply to the next call, nor may its results get into that call's arguments. So a call is over only
- * when the host has been seen idle after argc was taken back: what is performed after that is a refusal. */
+ * If another process signals the host between the writing of argc and the end of the call, the host runs the call
+ * twice, or leaves a call-back without its answer. We cannot prevent that. We can keep the second run out of the next
+ * call: a call is over only once the host has been seen idle after argc was reset. Whatever runs later is refused. */
 #include <errno.h>
 #include <sched.h>
 #include <signal.h>
@@ -33,8 +31,7 @@ static int32_t answer(ka_host *host, int32_t value)
     return host->options.callback ? host->options.callback(host, value, host->options.user) : 0;
 }
 
-/* ---- What can go wrong -------------------------------------------------------------------------------------------
- */
+/* ---- What can go wrong ----------------------------------------------------------------------------------------- */
 
 static int32_t fail_call(ka_host *host, t_EVENT event)
 {
@@ -68,8 +65,8 @@ static int32_t fail_wait(ka_host *host, int error)
 
 static int32_t fail_unanswered(ka_host *host)
 {
-    fail(host, KA_DEADLINE, "%.300s: a call of \"%s\" was not heard: the module handles SIGUSR2 itself", host->module,
-         host->function);
+    fail(host, KA_DEADLINE, "%.300s: a call of \"%s\" was not answered: the module handles SIGUSR2 itself",
+         host->module, host->function);
     return fail_and_end(host);
 }
 
@@ -80,24 +77,23 @@ static int32_t fail_late_idle(ka_host *host)
     return fail_and_end(host);
 }
 
-/* ---- The end of a call -------------------------------------------------------------------------------------------
- */
+/* ---- The end of a call ----------------------------------------------------------------------------------------- */
 
-/* A function that is performed again may call back again, and that is answered like the first time. argc stays 0. */
+/* A function that runs again may call back again, and gets an answer like the first time. argc stays 0. */
 static int32_t answer_again(ka_host *host)
 {
     host->building.in_callback = true;
-    const int32_t known = answer(host, load32(host, host->segment.layout->cbval));
+    const int32_t retcode_before = answer(host, load32(host, host->segment.layout->cbval));
     if (host->life.state != STATE_CALLING) return take_turn(host, TURN_CALL);
     if (!regain_process(host)) return fail_call(host, EVENT_DIED);
-    prepare_reply(host, known);
+    prepare_reply(host, retcode_before);
     signal_process(host->process.pid_fd, SIGUSR2); /* a host that has died is found so */
     return KA_DONE;
 }
 
-/* Nearly every host is idle before its reply has waked this thread, and the others will be in a moment: so at first
-   they are only given the processor. A host that dies now has replied, and the next call will report it. */
-static int32_t settle(ka_host *host, int64_t deadline)
+/* Most hosts are idle before their reply wakes this thread; the rest need microseconds, so yield first and sleep
+   later. A host that dies now has already replied: the next call reports it. */
+static int32_t await_idle(ka_host *host, int64_t deadline)
 {
     enum { QUICK_LOOKS = 20 };
     int64_t pause = 0;
@@ -120,41 +116,39 @@ static int32_t settle(ka_host *host, int64_t deadline)
     return KA_DONE;
 }
 
-/* ---- The call ----------------------------------------------------------------------------------------------------
- */
+/* ---- The call -------------------------------------------------------------------------------------------------- */
 
-/* A host that was signalled and rests, with the random word in its place that was put there, has either performed a
-   function that returned that very word, or nothing at all, since the module has a handler of its own. One more
-   signal tells, for without argc it brings a refusal. Done also when the host dies or is late meanwhile, which is
-   found after that. */
-static int32_t check_answers(ka_host *host, int64_t deadline)
+/* The host is idle and retcode still holds our random word. Either the function returned exactly that word, or the
+   module replaced the SIGUSR2 handler and nothing ran. Signal once more with argc 0: a host that answers refuses, and
+   retcode changes. Also done if the host dies or is late here; the caller finds that next. */
+static int32_t check_that_it_answers(ka_host *host, int64_t deadline)
 {
-    const int32_t known = random_word(&host->random);
-    const t_REPLY reply = send_and_await(host, known, 0, deadline);
+    const int32_t retcode_before = random_word(&host->random);
+    const t_REPLY reply = send_and_await(host, retcode_before, 0, deadline);
     if (reply.event == EVENT_UNWAITED) return fail_wait(host, reply.value);
-    return reply.event == EVENT_RETURNED && reply.value == known ? fail_unanswered(host) : KA_DONE;
+    return reply.event == EVENT_RETURNED && reply.value == retcode_before ? fail_unanswered(host) : KA_DONE;
 }
 
 static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
 {
     const int32_t argc = host->building.argc_is_given ? host->building.given_argc : host->building.argc;
-    int32_t known = random_word(&host->random);
+    int32_t retcode_before = random_word(&host->random);
     for (;;) {
-        const t_REPLY reply = send_and_await(host, known, argc, deadline);
+        const t_REPLY reply = send_and_await(host, retcode_before, argc, deadline);
         if (reply.event == EVENT_NOT_SENT) return fail_signal(host, reply.value);
         if (reply.event == EVENT_UNWAITED) return fail_wait(host, reply.value);
         if (reply.event != EVENT_RETURNED && reply.event != EVENT_CALLBACK) return fail_call(host, reply.event);
-        const bool unchanged = reply.event == EVENT_RETURNED && reply.value == known;
-        if (unchanged && !host->building.in_callback && check_answers(host, deadline) != KA_DONE)
+        const bool unchanged = reply.event == EVENT_RETURNED && reply.value == retcode_before;
+        if (unchanged && !host->building.in_callback && check_that_it_answers(host, deadline) != KA_DONE)
             return host->error.error_class;
         host->process.answered = true;
         if (reply.event == EVENT_RETURNED) {
             host->life.deaths_in_a_row = 0;
             *return_code = reply.value;
-            return settle(host, deadline);
+            return await_idle(host, deadline);
         }
         host->building.in_callback = true;
-        known = answer(host, reply.value);
+        retcode_before = answer(host, reply.value);
         if (host->life.state != STATE_CALLING)
             return take_turn(host, TURN_CALL); /* the child of a fork in the call-back */
         if (!regain_process(host)) return fail_call(host, EVENT_DIED);
@@ -162,8 +156,8 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
     }
 }
 
-/* What happened while nobody waited: a reply to a foreign signal is dropped, a death is reported, unless the host may
-   be started again. */
+/* Events since the last call: a reply to a foreign signal is dropped; a death is reported, unless the host may be
+   started again. */
 static int32_t look_before_call(ka_host *host, int64_t deadline)
 {
     if (!regain_process(host)) return fail_dead(host, "between calls");

@@ -1,8 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * What comes before the first call: a host's memory can be looked into once it waits for calls, for then its
- * libraries are loaded and the module has set itself up. Then its tables are read and its trace level is set; later
- * calls find that done. */
+ * Before the first call: wait until the host waits for calls (its libraries are loaded, dll_setup has run), then read
+ * its tables and set its trace level. Once per process. */
 #include "prepare.h"
 
 #include <errno.h>
@@ -32,7 +31,7 @@ static int32_t fail_not_ready(ka_host *host, int woken)
     return fail_and_end(host);
 }
 
-/* So many looks in a row, a moment apart, have shown the host in the wait for an answer that nobody will send. */
+/* So many looks in a row, a moment apart, have shown the host in the wait for an answer that will not come. */
 enum { LOOKS_AT_CALLBACK = 50 };
 
 static int32_t fail_callback_at_start(ka_host *host)
@@ -43,7 +42,7 @@ static int32_t fail_callback_at_start(ka_host *host)
     return fail_and_end(host);
 }
 
-/* A host that has answered was ready then. Where /proc is not to be had, there is nothing to wait for. */
+/* A host that has answered was ready then. Where /proc cannot be read, there is nothing to wait for. */
 int32_t await_ready(ka_host *host, int64_t deadline)
 {
     if (host->process.answered) return KA_DONE;

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * What has to be done once for each process that is started, and what every call goes through before it is sent. A
- * host that dies or is late meanwhile is ended. */
+ * The steps that are done once for each process that is started, and the checks of every call before it is sent. A
+ * host that dies or is late in between is ended. */
 #ifndef KA_CALLER_PREPARE_H
 #define KA_CALLER_PREPARE_H
 

@@ -3,18 +3,18 @@
  * See reply.h.
  *
  * A call-back and the end of a call arrive as the same signal; the host writes cbval before the one and retcode
- * before the other. So before the host is signalled both fields are given known values: cbval a fresh random mark,
+ * before the other. So before the host is signalled both fields are given known values: cbval a fresh random word,
  * retcode another, or, for an answer, the answer itself. Then a changed cbval means a call-back and a changed retcode
- * the end; no value is reserved. Where the host writes the very value that stood there, nothing changes, and its
- * state decides (rest.cpp).
+ * the end; no value is reserved. Where the host writes the very value that was there, nothing changes, and its
+ * state decides (doorbell/rest.cpp).
  *
  * A signal makes the library look, and is never counted: replies and signals of others merge, and one that arrives
- * late finds the block unchanged, which again is left to the host's state. Nor does it prove anything that the host
- * itself is the sender: it can be its late reply to a foreign signal. So a signal is never asked where it comes from.
+ * late finds the block unchanged, which again is left to the host's state. Even a signal sent by the host proves
+ * nothing: it may be a late reply to someone else's signal. So the sender is never looked at.
  *
  * A SIGUSR2 that anyone else sends to a waiting host makes it do what the block says. Therefore argc, without which
- * there is no call, is written last and taken back at the end: such a signal then costs a refusal with
- * KA_WRONG_COUNT, or with KA_WRONG_TYPE when argc is taken back under the host's eyes. The refusal can fall into the
+ * there is no call, is written last and reset at the end: such a signal then costs a refusal with KA_WRONG_COUNT, or
+ * with KA_WRONG_TYPE when argc is reset while the host reads it. The refusal can fall into the
  * next call, before the host has seen its request; so these two codes are believed only when the host has taken the
  * request and is at rest. */
 #include "reply.h"
@@ -32,24 +32,24 @@
 #include "host/host.h"
 #include "ka/dll_codes.h"
 
-/* Between two looks at a host. After a signal that did not decide its state has to, which changes soon; before that a
-   look only finds what a lost signal would have told: the program may have replaced the handler, or ignore SIGUSR2.
- */
+/* Between two looks at a host. After a signal that did not decide, its state must, and that changes soon. Before any
+   signal, a look only finds a reply whose signal was lost: the program may have replaced the handler, or ignore
+   SIGUSR2. */
 enum : int64_t { FIRST_PAUSE_NS = 20000, FIRST_QUIET_PAUSE_NS = 1000000, LONGEST_PAUSE_NS = 50000000 };
 
-/* ---- Ring ------------------------------------------------------------------------------------------------------ */
+/* ---- The request ----------------------------------------------------------------------------------------------- */
 
-void prepare_reply(ka_host *host, int32_t known)
+void prepare_reply(ka_host *host, int32_t retcode_before)
 {
     host->waiting.cbval_before = random_word(&host->random);
-    host->waiting.retcode_before = known;
+    host->waiting.retcode_before = retcode_before;
     host->waiting.progress = {};
     store32(host, host->segment.layout->cbval, host->waiting.cbval_before);
     store32(host, host->segment.layout->retcode, host->waiting.retcode_before);
 }
 
 /* 0 or an errno. argc goes last: until then a foreign signal finds no call. */
-static int ring(ka_host *host, int32_t argc)
+static int send_signal(ka_host *host, int32_t argc)
 {
     store32(host, host->segment.layout->argc, argc);
     const int error = signal_process(host->process.pid_fd, SIGUSR2);
@@ -74,19 +74,20 @@ static t_REPLY judge_by_rest(ka_host *host)
     return {EVENT_NONE, 0};
 }
 
-static bool can_be_of_a_foreign_signal(int32_t code)
+static bool can_be_of_a_foreign_signal(int32_t return_code)
 {
-    return code == KA_WRONG_COUNT || code == KA_WRONG_TYPE;
+    return return_code == KA_WRONG_COUNT || return_code == KA_WRONG_TYPE;
 }
 
-/* Without a signal a changed block is no reply yet: a module can have written there. */
+/* Without a signal a changed block is not a reply yet: a module can have written there. */
 static t_REPLY judge(ka_host *host, bool replied)
 {
     if (!replied) return judge_by_rest(host);
     const int32_t value = load32(host, host->segment.layout->cbval);
     if (value != host->waiting.cbval_before) return {EVENT_CALLBACK, value};
-    const int32_t code = load32(host, host->segment.layout->retcode);
-    if (code != host->waiting.retcode_before && !can_be_of_a_foreign_signal(code)) return {EVENT_RETURNED, code};
+    const int32_t return_code = load32(host, host->segment.layout->retcode);
+    if (return_code != host->waiting.retcode_before && !can_be_of_a_foreign_signal(return_code))
+        return {EVENT_RETURNED, return_code};
     return judge_by_rest(host);
 }
 
@@ -96,7 +97,7 @@ int64_t next_pause(int64_t pause)
     return pause < LONGEST_PAUSE_NS / 2 ? pause * 2 : LONGEST_PAUSE_NS;
 }
 
-/* A wait that finds the host dead does not take its last signal, which a thread that hears has blocked again. */
+/* A wait that finds the host dead does not take its last signal, which a waiting thread has blocked again. */
 static bool signal_is_pending(void)
 {
     sigset_t pending;
@@ -127,11 +128,11 @@ static t_REPLY await_reply(ka_host *host, int64_t deadline)
 }
 
 /* At the end of the call argc goes first. */
-t_REPLY send_and_await(ka_host *host, int32_t known, int32_t argc, int64_t deadline)
+t_REPLY send_and_await(ka_host *host, int32_t retcode_before, int32_t argc, int64_t deadline)
 {
-    prepare_reply(host, known);
+    prepare_reply(host, retcode_before);
     begin_wait(host);
-    const int error = ring(host, argc);
+    const int error = send_signal(host, argc);
     const t_REPLY reply = error == 0 ? await_reply(host, deadline) : t_REPLY{EVENT_NOT_SENT, error};
     if (reply.event == EVENT_RETURNED) store32(host, host->segment.layout->argc, 0);
     if (reply.event != EVENT_RETURNED) host->building.overwritten = overwritten_fields(host, waiting_thread(host));

@@ -25,12 +25,12 @@ struct t_REPLY {
     int32_t value; /* of the call-back, the return code, or an errno */
 };
 
-/* One request, or one answer to a call-back, and what comes of it. known, the answer or a random word, stands in
+/* One request, or one answer to a call-back, and what comes of it. retcode_before, the answer or a random word, is in
    retcode until the host writes there; argc makes it a call, or with 0 a request that is refused. */
-t_REPLY send_and_await(ka_host *host, int32_t known, int32_t argc, int64_t deadline);
+t_REPLY send_and_await(ka_host *host, int32_t retcode_before, int32_t argc, int64_t deadline);
 
 /* Puts the values into the block by whose change a reply is known. */
-void prepare_reply(ka_host *host, int32_t known);
+void prepare_reply(ka_host *host, int32_t retcode_before);
 
 /* The pause between two looks at a host that follows this one; the first follows 0. */
 int64_t next_pause(int64_t pause);

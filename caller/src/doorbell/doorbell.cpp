@@ -3,7 +3,7 @@
  * SIGUSR2 on the caller's side, in the two ways of waiting for it.
  *
  * Safe: a handler for the whole process (handler.cpp), and SIGUSR2 blocked in the calling thread except inside its
- * wait, so that no reply slips in between the look at the block and the wait. While a thread waits, its own id stands
+ * wait, so that no reply slips in between the look at the block and the wait. While a thread waits, its own id is
  * in the block: the kernel finds the process by the id of any of its threads, and prefers that thread.
  *
  * Fast: SIGUSR2 is blocked in the thread that opened the host, and read through a descriptor.

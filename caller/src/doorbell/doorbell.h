@@ -16,9 +16,9 @@ void close_doorbell(ka_host *host);
 /* From before a request or an answer is sent until the reply was seen, this thread is the one that waits for it. */
 void begin_wait(ka_host *host);
 void end_wait(ka_host *host);
-pid_t waiting_thread(const ka_host *host); /* what stands in the block as the caller */
+pid_t waiting_thread(const ka_host *host); /* the caller as the block has it */
 
-/* In place of close_doorbell for a host that lives on: nobody is to die of its signals. */
+/* In place of close_doorbell for a host that lives on: its signals must not end the program. */
 void leave_doorbell(ka_host *host);
 
 /* KA_WAIT_FAST: takes a signal that is pending. 0; EAGAIN when there is none; or another errno. */

@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
  * While hosts are open, SIGUSR2 is theirs first: what they send is taken (waiters.cpp), everything else goes on to
- * the handler that the program had before. Where it had none such a signal is dropped: hosts are no reason to die. */
+ * the handler that the program had before. Where it had none such a signal is dropped: a host must not end the
+ * program. */
 #include "handler.h"
 
 #include <errno.h>

@@ -29,7 +29,7 @@
 static constexpr uint64_t waiting_in_callback = signal_bit(SIGINT) | signal_bit(SIGIO) | signal_bit(SIGALRM);
 static constexpr uint64_t waiting_idle = waiting_in_callback | signal_bit(SIGUSR1);
 
-static bool look(ka_host *host, t_STATUS *status)
+static bool read_host_status(ka_host *host, t_STATUS *status)
 {
     regain_view(host, OWNED_STATUS);
     return read_status(host->process.status_fd, status);
@@ -43,7 +43,7 @@ static bool has_doorbell(uint64_t signals)
 t_REST look_for_rest(ka_host *host)
 {
     t_STATUS seen;
-    if (!look(host, &seen)) return REST_UNKNOWABLE;
+    if (!read_host_status(host, &seen)) return REST_UNKNOWABLE;
     if (host->waiting.progress.taken && seen.asleep) host->waiting.progress.asleep = true;
     if (!has_doorbell(seen.pending)) host->waiting.progress.taken = true;
     if (!host->waiting.progress.asleep || has_doorbell(seen.pending) || !has_doorbell(seen.caught))
@@ -54,11 +54,11 @@ t_REST look_for_rest(ka_host *host)
 }
 
 /* The mask of the first wait comes about in no other way, so one look is proof. That of a call-back from dll_setup is
-   shown as long as nobody answers it. */
+   shown until it is answered. */
 t_REST look_for_first_rest(ka_host *host)
 {
     t_STATUS seen;
-    if (!look(host, &seen)) return REST_UNKNOWABLE;
+    if (!read_host_status(host, &seen)) return REST_UNKNOWABLE;
     if (has_doorbell(seen.pending)) return NOT_AT_REST;
     if (seen.blocked == waiting_idle) return AT_REST_IDLE;
     return seen.asleep && has_doorbell(seen.caught) && seen.blocked == waiting_in_callback ? AT_REST_IN_CALLBACK
@@ -68,7 +68,7 @@ t_REST look_for_first_rest(ka_host *host)
 bool request_is_pending(ka_host *host)
 {
     t_STATUS seen;
-    return look(host, &seen) && has_doorbell(seen.pending);
+    return read_host_status(host, &seen) && has_doorbell(seen.pending);
 }
 
 /* ---- Idle again ------------------------------------------------------------------------------------------------ */
@@ -95,7 +95,7 @@ static bool learn_idle_place(ka_host *host, const t_SLEEP_PLACE *before)
 {
     t_STATUS seen;
     t_SLEEP_PLACE after;
-    if (!look(host, &seen) || !seen.asleep || has_doorbell(seen.pending) || seen.blocked != waiting_idle)
+    if (!read_host_status(host, &seen) || !seen.asleep || has_doorbell(seen.pending) || seen.blocked != waiting_idle)
         return false;
     if (!read_sleep_place(host, &after) || !same_place(before, &after)) return false;
     host->process.idle_place = after;
@@ -104,8 +104,8 @@ static bool learn_idle_place(ka_host *host, const t_SLEEP_PLACE *before)
 
 /* A process that a signal has reached does not sleep any more. So one that sleeps in the system call, and at the
    place, in which the idle host once slept, is idle, and whatever came before this look is done. That costs a tenth
-   of the look at the signals, from which the place is learnt. No other file tells of that place, so it is asked whose
-   the descriptor is only where it tells of another. */
+   of the look at the signals, from which the place is learnt. No other file has that text, so the descriptor is
+   checked only where the text is another. */
 bool is_idle_again(ka_host *host, bool thoroughly)
 {
     t_SLEEP_PLACE now;

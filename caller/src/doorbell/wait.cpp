@@ -12,8 +12,8 @@
 
 enum { INTERRUPTED = -2 };
 
-/* A thread that hears its host opens SIGUSR2 for the wait alone, and whatever interrupts it is a hint to look. Else a
-   signal handler of the program may interrupt the wait, which then goes on for the time that is left. */
+/* A thread that waits the safe way opens SIGUSR2 for the wait alone, and whatever interrupts it is a hint to look.
+   Else a signal handler of the program may interrupt the wait, which then goes on for the time that is left. */
 static int poll_until(const ka_host *host, struct pollfd *fds, nfds_t count, int64_t until)
 {
     const sigset_t *mask = host->waiting.is_waiting ? &host->waiting.mask_waiting : nullptr;

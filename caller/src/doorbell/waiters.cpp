@@ -1,13 +1,12 @@
 /* SPDX-License-Identifier: MIT
  *
- * A host replies to the thread that waits for it, and there the signal ends the wait. But a thread that is not yet or
- * no longer waiting has SIGUSR2 blocked, and then the kernel gives the signal to any other; and of two signals that
- * are on their way at the same moment one is lost. So the handler, wherever it runs, wakes every other thread whose
- * host sent the signal or has changed its block, by a signal to that very thread.
+ * A thread blocks SIGUSR2 except while it waits. A reply that comes just before or after goes to some other thread,
+ * and two pending signals merge into one. So the handler, in whichever thread it runs, wakes every waiting thread
+ * whose host sent the signal or changed its block, with a signal addressed to that thread.
  *
  * A thread is woken once in a wait at most, and takes that signal before it goes on: none can reach it later, when
- * the program's own handler, or none, is in place. What a handler misses the thread finds by looking at the block
- * from time to time (reply.cpp). */
+ * the program's own handler, or none, is in place. A reply that every handler misses is found by the thread itself,
+ * which looks at the block from time to time (call/reply.cpp). */
 #include "waiters.h"
 
 #include <errno.h>

@@ -13,7 +13,7 @@ struct ka_host;
 
 enum t_WAITER_STATE : int32_t {
     WAITER_FREE,
-    WAITER_IDLE,       /* belongs to a host; nobody waits */
+    WAITER_IDLE,       /* belongs to a host; no thread waits */
     WAITER_WAITING,    /* a thread waits for the host's reply */
     WAITER_LOOKED_AT,  /* it waits, and a handler reads the host's block to learn whether to wake it */
     WAITER_LOOK_AGAIN, /* the same, and another handler asks for a second look */
@@ -39,8 +39,8 @@ void release_waiter(t_WAITER *waiter);
 void enter_waiter(t_WAITER *waiter, pid_t own_thread);
 void leave_waiter(t_WAITER *waiter);
 
-/* What a signal means to those who wait. True when it is a host's, or one of ours; else it is for the program.
-   Async-signal-safe. */
+/* A signal has come: wakes those for whom it may be. True when it is a host's, or one of ours; else it is for the
+   program. Async-signal-safe. */
 bool take_signal(const siginfo_t *info);
 
 /* In a child of fork: the hosts are its parent's. */

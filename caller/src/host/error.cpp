@@ -71,7 +71,7 @@ static void note_moment(ka_host *host)
 }
 
 /* Paths, names in files and words of users can be in it. */
-static void print_error_text(ka_host *host, const char *format, va_list values)
+static void print_error_message(ka_host *host, const char *format, va_list values)
 {
     char text[sizeof host->error.message];
     // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the callers' va_start is not understood
@@ -79,11 +79,11 @@ static void print_error_text(ka_host *host, const char *format, va_list values)
     copy_printable(host->error.message, sizeof host->error.message, text);
 }
 
-void set_error_text(ka_host *host, const char *format, ...)
+void set_error_message(ka_host *host, const char *format, ...)
 {
     va_list values;
     va_start(values, format);
-    print_error_text(host, format, values);
+    print_error_message(host, format, values);
     va_end(values);
 }
 
@@ -95,7 +95,7 @@ int32_t fail(ka_host *host, int32_t error_class, const char *format, ...)
     host->error.retry = retry_after(error_class, host->building.sent);
     va_list values;
     va_start(values, format);
-    print_error_text(host, format, values);
+    print_error_message(host, format, values);
     va_end(values);
     return error_class;
 }

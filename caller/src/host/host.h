@@ -46,7 +46,7 @@ struct t_MOMENT {
     bool in_callback; /* the call had called back before */
 };
 
-/* What is kept of a process that has ended, to be reported. */
+/* A process that has ended, for the report. */
 struct t_LAST_END {
     bool of_error; /* the last error ended the host, or was its end */
     bool by_library;
@@ -112,11 +112,11 @@ struct t_PROCESS {
     bool seen_waiting;          /* it was seen waiting for calls: it has started */
     t_SLEEP_PLACE idle_place;   /* of the idle host; empty when that is not known */
     t_STDERR_RING *stderr_ring; /* KA_STDERR_RING; else null */
-    t_INSPECTION *inspection;   /* null when nobody looks at the host's end */
+    t_INSPECTION *inspection;   /* null without an inspector */
 };
 inline constexpr t_PROCESS no_process = {0, -1, -1, -1, false, false, {}, nullptr, nullptr};
 
-/* What was done for the process before its first call. It outlives the process, for the report of its end. */
+/* The work done for the process before its first call. It outlives the process, for the report of its end. */
 struct t_PREPARED {
     bool done;         /* its tables were read, as far as they can be, and its trace level was set */
     ka_tables *tables; /* null when they were not read, or cannot be */
@@ -196,7 +196,7 @@ struct ka_host {
 
 /* error.cpp: store the error and return its class. */
 __attribute__((format(printf, 3, 4))) int32_t fail(ka_host *host, int32_t error_class, const char *format, ...);
-__attribute__((format(printf, 2, 3))) void set_error_text(ka_host *host, const char *format, ...);
+__attribute__((format(printf, 2, 3))) void set_error_message(ka_host *host, const char *format, ...);
 int32_t fail_system(ka_host *host, int error_number, const char *what);
 int32_t clear_error(ka_host *host); /* KA_DONE */
 

@@ -100,7 +100,7 @@ bool regain_view(ka_host *host, t_OWNED which)
     return true;
 }
 
-/* A nameless file may be another; that it is no process costs less to find out than what it is. */
+/* A nameless file may be another; to learn that it is not a process costs less than to learn its kind. */
 bool owns_process(ka_host *host)
 {
     bool nameless = false;

@@ -2,7 +2,7 @@
  *
  * The image that a module's file would become, before it is relocated: as if it were loaded at the addresses that it
  * names. Program headers alone are used, for sections can be stripped. On 32-bit x86 what is to be relocated holds
- * its address in place, so pointers inside the file can be followed as they stand. */
+ * its address in place, so pointers inside the file can be followed as they are. */
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>

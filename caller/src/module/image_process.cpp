@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * The image of a running process. The kernel tells where the program's headers lie, and the loader keeps a list of
+ * The image of a running process. The kernel says where the program's headers are, and the loader keeps a list of
  * what it has loaded, in the order in which it looks for symbols. The file is not needed: it may be gone. */
 #include <errno.h>
 #include <signal.h>
@@ -62,7 +62,7 @@ static int read_start(pid_t pid, t_START *start)
     return 0;
 }
 
-/* The program's own headers tell where they would lie without a bias. */
+/* The program's own headers say where they would lie without a bias. */
 static bool find_program(t_IMAGE *image, const t_START *start)
 {
     if (start->header_count < 0 || start->header_count > PROGRAM_HEADERS_MAX) return false;

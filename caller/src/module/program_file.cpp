@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * Looks at a module's file before it is started, since the kernel's answers do not tell what is wrong: a 64-bit
+ * Looks at a module's file before it is started, since the kernel's answers do not say what is wrong: a 64-bit
  * program would start and never answer, and a missing loader is reported as if the module were missing. */
 #include "program_file.h"
 
@@ -31,7 +31,8 @@ bool check_elf_header(const Elf32_Ehdr *header, ssize_t length, char *why, size_
         snprintf(why, size, "a program for another processor (ELF machine %d)", header->e_machine);
         return false;
     }
-    if (header->e_type != ET_EXEC && header->e_type != ET_DYN) return refuse(why, size, "an ELF file but no program");
+    if (header->e_type != ET_EXEC && header->e_type != ET_DYN)
+        return refuse(why, size, "an ELF file but not a program");
     return true;
 }
 

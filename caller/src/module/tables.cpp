@@ -1,8 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * The tables of a module, read from an image and kept: functions with their prototypes, and an index by name. What
- * the host would do with a record decides how it is read, down to a table index that wraps around; only what could
- * not be the work of a module that answers calls is refused as a whole. */
+ * See tables.h: functions with their prototypes, and an index by name. Records are read as the host would use them,
+ * including an index that wraps around. A table is refused as a whole only if no working module could have it. */
 #include "tables.h"
 
 #include <stdio.h>
@@ -15,7 +14,7 @@
 #include "ka/dll_module.h"
 
 enum {
-    FUNCTIONS_MAX = 100000,         /* a table without an end is no table */
+    FUNCTIONS_MAX = 100000,         /* a table without an end is not a table */
     NAME_BYTES_MAX = 1024,          /* a name, terminator included */
     TABLE_BYTES_MAX = 64 << 20,     /* prototypes and names of all functions */
     PROTOTYPES_READ = DLL_MAX_ARGC, /* of one function: one more than a call has arguments */
@@ -57,7 +56,7 @@ struct t_TABLES {
 
 } // namespace
 
-static const t_TABLES *behind(const ka_tables *tables)
+static const t_TABLES *record_of(const ka_tables *tables)
 {
     return reinterpret_cast<const t_TABLES *>(tables);
 }
@@ -132,7 +131,7 @@ static const char *keep_text(t_TABLES *tables, const char *text, int32_t length)
     return kept;
 }
 
-/* The host never follows it except to print it, so a name that cannot be read is but an empty one. */
+/* The host only prints it, so an unreadable name counts as empty. */
 static const char *read_prototype_name(const t_READER *reader, uint32_t address)
 {
     char text[NAME_BYTES_MAX];
@@ -255,7 +254,7 @@ static bool build_index(t_TABLES *tables)
 
 const ka_function *look_up(const ka_tables *shown, const char *name, int32_t length)
 {
-    const t_TABLES *tables = behind(shown);
+    const t_TABLES *tables = record_of(shown);
     const int32_t place = *place_of(tables, name, length);
     return place == 0 ? nullptr : &tables->functions[place - 1];
 }
@@ -271,9 +270,9 @@ const ka_function *ka_find_function(const ka_tables *tables, const char *name)
 static bool fill_tables(t_READER *reader)
 {
     if (!find_symbol(reader->image, "KaFuncList", &reader->functions))
-        return refuse(reader->why, reader->why_size, "no module: KaFuncList is missing");
+        return refuse(reader->why, reader->why_size, "not a module: KaFuncList is missing");
     if (!find_symbol(reader->image, "KaArgList", &reader->prototypes))
-        return refuse(reader->why, reader->why_size, "no module: KaArgList is missing");
+        return refuse(reader->why, reader->why_size, "not a module: KaArgList is missing");
     if (!read_functions(reader)) return false;
     reader->tables->shown.functions = reader->tables->functions;
     return build_index(reader->tables) || refuse(reader->why, reader->why_size, "no memory");

@@ -21,9 +21,9 @@ static int32_t find_level(t_IMAGE *image, uint32_t *address, char *why, size_t s
 {
     uint32_t functions = 0;
     if (!find_symbol(image, "dll_debug", address))
-        return refuse(KA_ARGUMENT, why, size, image->pid, "is no host: it has no dll_debug");
+        return refuse(KA_ARGUMENT, why, size, image->pid, "is not a host: it has no dll_debug");
     if (!find_symbol(image, "KaFuncList", &functions))
-        return refuse(KA_ARGUMENT, why, size, image->pid, "is no host: it has no KaFuncList");
+        return refuse(KA_ARGUMENT, why, size, image->pid, "is not a host: it has no KaFuncList");
     return KA_DONE;
 }
 

@@ -12,7 +12,7 @@
 
 #include "block/abandoned.h"
 
-/* A host is never in the foreground of the program's terminal. What it writes there must not stop it, whatever the
+/* A host is never in the foreground of the program's terminal. Writing there must not stop it, whatever the
    terminal is set to; and reading there fails. It leaves ignored what it finds ignored. */
 static void ignore_terminal(void)
 {
@@ -48,8 +48,8 @@ static void await_any(struct pollfd *fds, nfds_t count)
         ;
 }
 
-/* Reads the host's argument, or ends with what the caller has left. The end of the pipe is no sign that the caller
-   dies: children of other starts, born meanwhile, hold copies of it, and wait as this one does. So the caller is
+/* Reads the host's argument, or ends with the segments that the caller has left. The end of the pipe does not show
+   that the caller dies: children of other starts hold copies of it, and wait as this one does. So the caller is
    watched as well. And a caller that dies closes the pipe before it is dead; one that lives always sends a word, and
    looks after its segments itself. */
 static void await_argument(const t_LAUNCH *launch, char argument[ARGUMENT_SIZE])

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * What the child does until it is the host. It may call async-signal-safe functions only. */
+ * The child until it is the host. It may call async-signal-safe functions only. */
 #ifndef KA_CALLER_CHILD_H
 #define KA_CALLER_CHILD_H
 

@@ -40,7 +40,7 @@ void forget_preparations(ka_host *host)
     host->prepared = nothing_prepared;
 }
 
-/* The process is dead: all it wrote stands in the pipe or in the ring. */
+/* The process is dead: all it wrote is in the pipe or in the ring. */
 static void keep_output(ka_host *host)
 {
     if (!host->process.stderr_ring) return;
@@ -56,8 +56,8 @@ static bool is_child(const ka_host *host)
     return host->process.pid != 0 && look_at_child(host->process.pid_fd, host->process.pid, &info, WNOWAIT) == 0;
 }
 
-/* What the module has forked is left in the host's group. The group has the host's number, which belongs to nobody
-   else until the zombie is taken: so nothing is signalled once the program has taken it. */
+/* Processes that the module forked are left in the host's group. The group has the host's number, which no other
+   process gets until the zombie is taken: so nothing is signalled once the program has taken it. */
 static bool end_group(const ka_host *host)
 {
     return is_child(host) && kill(-host->process.pid, SIGKILL) == 0;
@@ -94,7 +94,7 @@ static void release_process(ka_host *host)
     host->life.state = STATE_ENDED;
 }
 
-/* By its number where the descriptor was lost and cannot be had again: it belongs to an unreaped child. */
+/* By its number where the descriptor was lost and cannot be opened again: it belongs to an unreaped child. */
 static int signal_child(const ka_host *host, int signal)
 {
     if (host->process.pid_fd != -1) return signal_process(host->process.pid_fd, signal);
@@ -161,7 +161,7 @@ void end_host(ka_host *host)
     release_process(host);
 }
 
-/* A host that is late, or that nobody wants to wait for any longer, is inspected before it is ended. */
+/* A host that is late, or whose call was cancelled, is inspected before it is ended. */
 int32_t fail_and_end(ka_host *host)
 {
     const int32_t error_class = host->error.error_class;
@@ -188,7 +188,7 @@ static void describe_death(ka_host *host, const t_LAST_END *last_end, char *text
     }
 }
 
-/* What was found is not the death of the process, but that its descriptor is gone. */
+/* Not the death of the process was found, but that its descriptor is gone. */
 static bool is_lost(ka_host *host)
 {
     return host->process.pid_fd != -1 ? !owns_process(host) : !is_dead(host);
@@ -201,8 +201,8 @@ static int32_t fail_lost(ka_host *host)
     return fail_and_end(host);
 }
 
-/* A function can end its process with any status. So the status alone does not tell that the host never started: that
-   needs a host that nobody has seen waiting, and no request that it may have taken. A request that was sent to a
+/* A function can end its process with any status. So the status alone does not show that the host never started: that
+   needs a host that was never seen waiting, and no request that it may have taken. A request that was sent to a
    process which was ending already is not found pending, and counts as taken. */
 static bool may_never_have_started(ka_host *host)
 {
@@ -238,7 +238,7 @@ int32_t fail_dead(ka_host *host, const char *where)
         char text[120];
         fail(host, KA_DIED, " ");
         describe_death(host, last_end, text, sizeof text);
-        set_error_text(host, "%.200s: the host %s %s", host->module, text, where);
+        set_error_message(host, "%.200s: the host %s %s", host->module, text, where);
         add_overwritten(host);
     }
     host->last_end.of_error = true;

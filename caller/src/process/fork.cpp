@@ -46,7 +46,7 @@ static void go_on_after_fork(void)
     pthread_mutex_unlock(&lock);
 }
 
-/* Its segment was not copied, and its process is no child of this one. */
+/* Its segment was not copied, and its process is not a child of this one. */
 static void forget_process(ka_host *host)
 {
     close_all_pipes(&host->pipes);
@@ -70,8 +70,8 @@ static void begin_anew_in_child(void)
     go_on_after_fork();
 }
 
-/* Before anything of ours can hold a lock. Done at first use, beside a fork in another thread that has begun already,
-   it would come too late for that fork: its child would find the lock of the first use held for ever. */
+/* In a constructor, not at first use: a fork that another thread has already begun would miss the handlers, and its
+   child would inherit a lock that is never released. */
 __attribute__((constructor)) static void prepare_for_forks(void)
 {
     fork_error = pthread_atfork(hold_for_fork, go_on_after_fork, begin_anew_in_child);

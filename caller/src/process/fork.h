@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * What the child of a fork finds of its parent's hosts: records of hosts that have ended, which it may close. What it
- * does not find: the pipes of starts that are under way; as long as it held one, its parent would wait. */
+ * The child of a fork finds its parent's hosts as records of hosts that have ended, which it may close. The child
+ * closes the pipes of starts in progress: the parent would wait for as long as the child held one. */
 #ifndef KA_CALLER_FORK_H
 #define KA_CALLER_FORK_H
 

@@ -3,7 +3,7 @@
  * One thread that takes jobs from a list. It is woken by a condition alone: a descriptor could be closed by a program
  * that closes all that it does not know, and its number could be that of a file of the program's then.
  *
- * A fork copies the records of the attendant, but not the thread: the child begins anew. */
+ * A fork copies its records, but not the thread: the child begins anew. */
 #include "helper_thread.h"
 
 #include <errno.h>
@@ -35,7 +35,7 @@ static t_JOB *jobs;
 
 /* ---- The thread ------------------------------------------------------------------------------------------------ */
 
-static void *attend(void *)
+static void *run_jobs(void *)
 {
     pthread_mutex_lock(&lock);
     for (;;) {
@@ -58,7 +58,7 @@ static int ensure_running(void)
 {
     if (running) return 0;
     pthread_t thread;
-    const int error = create_thread_without_signals(&thread, STACK_BYTES, attend, nullptr);
+    const int error = create_thread_without_signals(&thread, STACK_BYTES, run_jobs, nullptr);
     if (error != 0) return error;
     pthread_detach(thread);
     running = true;

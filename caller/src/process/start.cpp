@@ -56,19 +56,19 @@ struct t_BIRTH {
 };
 } // namespace
 
-static void attend_birth(void *argument)
+static void launch_for(void *argument)
 {
     t_BIRTH *birth = static_cast<t_BIRTH *>(argument);
     birth->error = launch_process(birth->host, birth->launch);
 }
 
-/* The kernel ends the host with the thread that started it: that is the attendant, which stays, or this thread, to
-   which a host that waits fast belongs. */
+/* The kernel ends the host with the thread that started it: that is the helper thread, which stays, or this thread,
+   to which a host that waits fast belongs. */
 static int launch_from_lasting_thread(ka_host *host, const t_LAUNCH *launch, int64_t deadline)
 {
     if (host->options.waiting == KA_WAIT_FAST) return launch_process(host, launch);
     t_BIRTH birth = {host, launch, 0};
-    const int error = run_in_helper_thread(attend_birth, &birth, deadline);
+    const int error = run_in_helper_thread(launch_for, &birth, deadline);
     return error != 0 ? error : birth.error;
 }
 

@@ -29,24 +29,24 @@
 enum { PIPE_BYTES = 1 << 18 };
 
 enum {
-    WAKING_SIGNAL = SIGURG, /* a signal that harms nobody */
+    WAKING_SIGNAL = SIGURG, /* ignored by default */
     STACK_BYTES = 1 << 17,
     PATIENCE_S = 10 /* for the thread, which needs a processor and nothing else */
 };
 
 struct t_STDERR_RING {
-    int fd; /* the reading end; from settled on a number in the thread's table */
+    int fd; /* the reading end; from ready on a number in the thread's table */
     pthread_t thread;
     pthread_mutex_t lock; /* guards all below */
     pthread_cond_t changed;
-    bool settled;   /* error is known, and the thread needs nothing of this process's table any more */
+    bool ready;     /* error is known, and the thread needs nothing of this process's table any more */
     int error;      /* why the thread cannot read, or 0 */
     bool stopping;  /* the thread is to end */
     bool ended;     /* all writing ends are closed */
     uint32_t asked; /* looks into the pipe that were asked for */
     uint32_t looked;
     int32_t room;    /* size of bytes */
-    int64_t written; /* in all; the last ones stand in bytes, the next at written % room */
+    int64_t written; /* in all; the last ones are in bytes, the next at written % room */
     char *bytes;     /* allocated with the record */
 };
 
@@ -115,11 +115,11 @@ static int open_waking(void)
     return signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-static void settle(t_STDERR_RING *ring, int error)
+static void report_ready(t_STDERR_RING *ring, int error)
 {
     pthread_mutex_lock(&ring->lock);
     ring->error = error;
-    ring->settled = true;
+    ring->ready = true;
     pthread_cond_broadcast(&ring->changed);
     pthread_mutex_unlock(&ring->lock);
 }
@@ -145,11 +145,11 @@ static void *collect(void *argument)
     t_STDERR_RING *ring = static_cast<t_STDERR_RING *>(argument);
     const int apart_error = move_apart(ring->fd);
     if (apart_error != 0) {
-        settle(ring, apart_error);
+        report_ready(ring, apart_error);
         return nullptr;
     }
     const int waking_fd = open_waking();
-    settle(ring, waking_fd == -1 ? errno : 0);
+    report_ready(ring, waking_fd == -1 ? errno : 0);
     while (waking_fd != -1 && attend(ring, waking_fd))
         ;
     close(ring->fd); /* before the thread is seen to have ended: whoever writes then gets an error */
@@ -171,11 +171,11 @@ static void wake(const t_STDERR_RING *ring)
     pthread_kill(ring->thread, WAKING_SIGNAL);
 }
 
-static void await_settled(t_STDERR_RING *ring)
+static void await_ready(t_STDERR_RING *ring)
 {
     const struct timespec until = end_of_patience();
     int error = 0;
-    while (error == 0 && !ring->settled)
+    while (error == 0 && !ring->ready)
         error = pthread_cond_clockwait(&ring->changed, &ring->lock, CLOCK_MONOTONIC, &until);
 }
 
@@ -243,8 +243,8 @@ static int start_thread(t_STDERR_RING *ring)
     const int error = create_thread_without_signals(&ring->thread, STACK_BYTES, collect, ring);
     if (error != 0) return error;
     pthread_mutex_lock(&ring->lock);
-    await_settled(ring);
-    const int result = ring->settled ? ring->error : ETIMEDOUT;
+    await_ready(ring);
+    const int result = ring->ready ? ring->error : ETIMEDOUT;
     pthread_mutex_unlock(&ring->lock);
     if (result == ETIMEDOUT)
         pthread_detach(ring->thread);

@@ -13,7 +13,7 @@ struct t_STDERR_RING;
    given to the host and closed: the ring itself has no descriptor in this process's table. */
 t_STDERR_RING *open_stderr_ring(int32_t room, int *writing_end, int *error);
 
-/* The last bytes, at most size of them; how many. What the pipe still holds is read before. */
+/* The last bytes, at most size of them; how many. First the rest of the pipe is read. */
 int32_t read_stderr_ring(t_STDERR_RING *ring, char *buffer, int32_t size);
 
 /* ring may be null. A process that still writes gets an error for it. */

@@ -109,7 +109,7 @@ static int pass_signal(t_INSPECTION *inspection, pid_t thread, int signal)
     return signal;
 }
 
-/* A stop with an event is no delivery of a signal. One of them is the stop by job control, in which the process is
+/* A stop with an event is not a delivery of a signal. One of them is the stop by job control, in which the process is
    left until a SIGCONT. */
 static void handle_stop(t_INSPECTION *inspection, pid_t thread, int status)
 {

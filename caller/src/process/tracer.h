@@ -1,8 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * Looks at a host where it stands when it is about to end: a thread of the library traces it from before its first
- * instruction to its end. Only when there is an inspector; where the system forbids tracing, nothing is seen and all
- * else is the same.
+ * Traces a host from its first instruction to its end, in a thread of its own, so that the inspector can examine it
+ * right before it dies. Only with an inspector; where tracing is forbidden, reports have no backtrace.
  *
  * Every signal of a traced process stops it until the tracer lets it go on: that is the price, paid once with every
  * call and every answer to a call-back. Nothing but the tracer's life holds the host: when the program is killed, the
@@ -18,7 +17,7 @@ void start_inspection(ka_host *host);
 /* Has a host looked at that hangs, before it is ended. Bounded in time. */
 void inspect_hanging(ka_host *host);
 
-/* After the host's end. What the inspector wrote, which the caller frees; null when it wrote nothing. */
+/* After the host's end. The text of the inspector, which the caller frees; null when it wrote nothing. */
 char *finish_inspection(ka_host *host);
 
 #endif

@@ -17,7 +17,7 @@ bool concerns_call(const ka_host *host)
            host->error.error_class != KA_CLOSED;
 }
 
-/* A child that could not become the host is no process of the module. */
+/* A child that could not become the host is not a process of the module. */
 bool concerns_end(const ka_host *host)
 {
     const bool never_ran = host->error.error_class == KA_START && host->error.exit_status == -1;
@@ -84,7 +84,7 @@ bool next_line(const char **text, const char *end, t_LINE *line)
     return true;
 }
 
-/* From behind the line end before the last lines. */
+/* From after the line end before the last lines. */
 const char *last_lines(const ka_host *host, const char **end)
 {
     const t_LAST_END *last_end = &host->last_end;

@@ -10,7 +10,7 @@
 /* What is shown of an array, of a string, and of the standard error. */
 enum { SHOWN_ELEMENTS = 16, SHOWN_CHARACTERS = 256, SHOWN_LINES = 20 };
 
-/* Whether the error was one of a call that was built: then function and arguments are told. */
+/* Whether the error was one of a call that was built: then function and arguments are shown. */
 bool concerns_call(const ka_host *host);
 
 /* Whether the error has to do with the end of a process that ran the module. */

@@ -203,7 +203,7 @@ std::string why_not(const std::string &bytes, Elf *elf)
     if (elf == nullptr || gelf_getehdr(elf, &header) == nullptr) return "a damaged ELF file";
     if (header.e_machine != EM_386)
         return "for another processor (ELF machine " + std::to_string(header.e_machine) + ")";
-    if (header.e_type != ET_EXEC && header.e_type != ET_DYN) return "an ELF file but no program";
+    if (header.e_type != ET_EXEC && header.e_type != ET_DYN) return "an ELF file but not a program";
     return "";
 }
 

@@ -48,7 +48,7 @@ constexpr Explanation rows[] = {
      "it was compiled without -m32", "build it with -m32"},
     {error, NO_NUMBER, "", "not executable", "the file may not be run", "its mode has no x bit for this user",
      "chmod +x"},
-    {error, NO_NUMBER, "", "not an ELF file\na cut off ELF file\nan ELF file but no program",
+    {error, NO_NUMBER, "", "not an ELF file\na cut off ELF file\nan ELF file but not a program",
      "the file is no executable", "a script, a text, a damaged copy or an object file was given",
      "give the path of the linked module"},
     {error, NO_NUMBER, "", "this system does not run 32-bit programs", "the kernel refused the file's format",
@@ -80,7 +80,7 @@ constexpr Explanation rows[] = {
     {error, NO_NUMBER, "",
      "%s was called without an argument %d\n"
      "%s gives nothing back in argument %d\n"
-     "argument %d of %s has another type\n"
+     "argument %d of %s is %s, not %s\n"
      "argument %d of %s has %d elements, not %d\n"
      "index is %d; it must not be below 0\n"
      "size is %d; it must not be below 0",
@@ -155,7 +155,7 @@ constexpr Explanation rows[] = {
      "the module waits in its start for an answer that nobody gives",
      "dll_callback is used in dll_setup, where no call is under way",
      "call back from functions; pass dll_setup what it needs by the environment or a file"},
-    {error, NO_NUMBER, "", "was not heard: the module handles SIGUSR2 itself",
+    {error, NO_NUMBER, "", "was not answered: the module handles SIGUSR2 itself",
      "the host does not answer calls any more, and was ended",
      "the module, or a library that it uses, has installed a handler of SIGUSR2, the host's own signal",
      "give the other use of SIGUSR2 another signal"},
@@ -169,8 +169,8 @@ constexpr Explanation rows[] = {
      "KaFuncList has no end within 100000 functions\n"
      "the tables take more than 64 MiB\n"
      "KaFuncList runs out of the module\n"
-     "no module: KaFuncList is missing\n"
-     "no module: KaArgList is missing",
+     "not a module: KaFuncList is missing\n"
+     "not a module: KaArgList is missing",
      "the module's tables are not to be had, or damaged",
      "the program is no module, KaFuncList does not end with a null name, or the tables are built at start",
      "ka check MODULE tells where; ka list --start reads the tables of the running module"},
@@ -185,8 +185,8 @@ constexpr Explanation rows[] = {
      "a wrong path, a damaged copy, or a program that was built for something else",
      "give the path of the linked module; ka check MODULE says more"},
     {error, NO_NUMBER, "",
-     "is no host: it has no dll_debug\n"
-     "is no host: it has no KaFuncList\n"
+     "is not a host: it has no dll_debug\n"
+     "is not a host: it has no KaFuncList\n"
      "does not let its dll_debug be read\n"
      "does not let its dll_debug be written\n"
      "has ended\n"

@@ -40,7 +40,7 @@ std::string Image::open_file(const std::string &path)
     if (gelf_getclass(elf_) == ELFCLASS64) return "a 64-bit program, and modules are 32-bit programs";
     if (header.e_machine != EM_386)
         return "a program for another processor (ELF machine " + std::to_string(header.e_machine) + ")";
-    if (header.e_type != ET_EXEC && header.e_type != ET_DYN) return "an ELF file but no program";
+    if (header.e_type != ET_EXEC && header.e_type != ET_DYN) return "an ELF file but not a program";
     size_t size = 0;
     const char *bytes = elf_rawfile(elf_, &size);
     if (bytes == nullptr || elf_getphdrnum(elf_, &segments_) != 0) return "a cut off ELF file";
