@@ -18,7 +18,7 @@ inline size_t character_length(const unsigned char *bytes, size_t length)
     if (first < 0xc2 || first > 0xf4 || wanted > length) return 0;
     for (size_t i = 1; i < wanted; i++)
         if ((bytes[i] & 0xc0) != 0x80) return 0;
-    /* Longer than needed, halves of a pair, beyond the last character: told by the second byte. */
+    /* Longer than needed, halves of a pair, beyond the last character: the second byte shows it. */
     const unsigned char second = bytes[1];
     if ((first == 0xe0 && second < 0xa0) || (first == 0xed && second > 0x9f)) return 0;
     if ((first == 0xf0 && second < 0x90) || (first == 0xf4 && second > 0x8f)) return 0;
