@@ -30,11 +30,8 @@ inline void store32(void *to, int32_t value)
     memcpy(to, &value, sizeof value);
 }
 
-/* Where the caller finds what dll_main returned. */
-void store_return_code(int32_t code);
-
-/* False when the caller is gone. */
-bool signal_caller(void);
+/* Stores what dll_main returned, and signals the caller. False when the caller is gone. */
+bool reply(int32_t code);
 
 /* The host's address of element k of an argument. Addresses wrap at 32 bits, as the block's own do. */
 inline char *element(const t_DLL_ARG &arg, int32_t k)

@@ -122,8 +122,7 @@ void attach_block(void)
 
 [[gnu::noinline]] void perform_call(void)
 {
-    store_return_code(dll_main());
-    if (!signal_caller()) raise(SIGTERM);
+    if (!reply(dll_main())) raise(SIGTERM);
 }
 
 /* SIGTERM is never blocked: the end can come nested inside a call. */

@@ -129,10 +129,7 @@ void *dll_scratch(int32_t size)
 
 /* ---- Replies and call-backs ------------------------------------------------------------------------------------ */
 
-void store_return_code(int32_t code)
-{
-    store32(at(layout().retcode), code);
-}
+namespace {
 
 /* A pid of 0 or below would name a group of processes or all of them: it counts as gone. */
 bool signal_caller(void)
@@ -140,8 +137,6 @@ bool signal_caller(void)
     const int32_t pid = load32(at(wire::PID_AT));
     return pid > 0 && kill(pid, SIGUSR2) == 0;
 }
-
-namespace {
 
 pthread_t callback_thread;   /* the one in dll_callback; the main thread while there is none */
 sigjmp_buf dll_callback_jmp; /* valid while dll_callback waits */
@@ -154,6 +149,12 @@ void dll_callback_handler(int signal)
 }
 
 } // namespace
+
+bool reply(int32_t code)
+{
+    store32(at(layout().retcode), code);
+    return signal_caller();
+}
 
 /* SIGUSR2 is blocked on entry and stays so up to the wait: an answer that comes early stays pending and is not lost.
  */

@@ -6,32 +6,15 @@
 pthread_t main_thread;
 bool ending;
 
-bool passed_on(int signal, pthread_t owner)
-{
-    return pthread_equal(pthread_self(), owner) == 0 && pthread_kill(owner, signal) == 0;
+namespace {
+bool put_off; /* a SIGUSR2 waits until the handler that it interrupted has returned */
 }
 
-namespace {
-
-/* Whether SIGTERM is blocked in a handler of SIGUSR2, which no wait does: the handler is then on top of another one.
-   For a handler that interrupts the wait itself the frame has the mask from before the wait. So without SIGTERM in
-   the frame there is none, and no system call is spent on the question; with it, a module may have blocked it itself.
- */
-[[gnu::noinline]] bool sigterm_is_blocked(const t_FRAME *frame)
+bool put_off_on_top(void)
 {
-    if ((frame->interrupted.oldmask >> (SIGTERM - 1) & 1) == 0) return false;
     sigset_t now;
     sigprocmask(SIG_BLOCK, nullptr, &now);
-    return sigismember(&now, SIGTERM) == 1;
-}
-
-bool put_off; /* a SIGUSR2 waits until the handler that it interrupted has returned */
-
-} // namespace
-
-bool must_wait(const t_FRAME *frame)
-{
-    if (!sigterm_is_blocked(frame)) return false;
+    if (sigismember(&now, SIGTERM) != 1) return false;
     __atomic_store_n(&put_off, true, __ATOMIC_RELAXED);
     return true;
 }

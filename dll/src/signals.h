@@ -13,7 +13,10 @@ extern bool ending;           /* the block is being detached, or has been */
 
 /* The kernel delivers a signal of the process to any thread that lets it in. True: this was the wrong one, and the
    right one has the signal now. (After a fork in a thread there is no right one: then the thread at hand acts.) */
-bool passed_on(int signal, pthread_t owner);
+inline bool passed_on(int signal, pthread_t owner)
+{
+    return pthread_equal(pthread_self(), owner) == 0 && pthread_kill(owner, signal) == 0;
+}
 
 /* What the kernel puts above the return address of a handler installed without SA_SIGINFO; interrupted.oldmask holds
    signals 1 to 32 of the mask that comes into force when the handler returns. (On 64-bit x86 it is a ucontext_t.) */
@@ -27,10 +30,18 @@ struct t_FRAME {
    (the compiler may use an argument's place for its own ends, and never touches what comes after the last one). */
 #define THIS_FRAME static_cast<const t_FRAME *>(__builtin_dwarf_cfa())
 
-/* Asked by a handler of SIGUSR2. On top of a handler that blocks SIGTERM it does not act upon the signal: if that one
-   is the host's own, the end goes on; if it is one of the module's, it comes back to the wait, which raises the
-   signal anew. */
-bool must_wait(const t_FRAME *frame);
+/* Puts the signal at hand off, and is true, where SIGTERM is blocked: the wait raises it anew. */
+bool put_off_on_top(void);
+
+/* Asked by a handler of SIGUSR2. On top of a handler that blocks SIGTERM, which no wait does, it does not act upon
+   the signal: if that one is the host's own, the end goes on; if it is one of the module's, it comes back to the
+   wait. For a handler that interrupts the wait itself the frame has the mask from before the wait. So without SIGTERM
+   in the frame there is no handler below, and no system call is spent on the question; with it, a module may have
+   blocked it itself. */
+inline bool must_wait(const t_FRAME *frame)
+{
+    return (frame->interrupted.oldmask >> (SIGTERM - 1) & 1) != 0 && put_off_on_top();
+}
 
 /* previous may be null. */
 void install(int signal, void (*handler)(int), struct sigaction *previous);
