@@ -104,8 +104,7 @@ static int32_t put_strings(ka_host *host, const t_ARGUMENT *argument, const ka_t
 {
     for (int32_t i = 0; i < argument->count; i++) {
         char *element = host->segment.base + argument->offset + static_cast<ptrdiff_t>(i) * argument->stride;
-        // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.Assign): there are as many values as the argument has
-        // elements
+        // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.Assign): values has as many elements
         const size_t length = static_cast<size_t>(values[i].length);
         memcpy(element, &values[i].length, 4);
         if (length > 0) memcpy(element + 4, values[i].data, length);
