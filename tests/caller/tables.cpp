@@ -73,12 +73,36 @@ TEST(TablesOfFiles, are_found_without_section_headers)
     }
 }
 
-TEST(TablesOfFiles, that_are_filled_at_start_are_empty)
+TEST(TablesOfFiles, that_are_filled_at_start_are_empty_and_marked)
 {
     const TablesOfFile file(CALLER_MODULES "/caller_module_built");
     ASSERT_NE(file.tables, nullptr) << file.why;
     EXPECT_EQ(file.tables->function_count, 0);
     EXPECT_EQ(ka_find_function(file.tables, ""), nullptr);
+    EXPECT_NE(file.tables->filled_at_start, 0);
+}
+
+TEST(TablesOfFiles, whose_prototypes_are_filled_at_start_are_marked)
+{
+    const TablesOfFile file(CALLER_MODULES "/caller_module_late");
+    ASSERT_NE(file.tables, nullptr) << file.why;
+    EXPECT_EQ(file.tables->function_count, 2);
+    EXPECT_NE(file.tables->filled_at_start, 0);
+}
+
+// The host's are those that it has started with, whoever filled them.
+TEST(TablesOfFiles, that_are_whole_are_not_marked_nor_are_those_of_a_host)
+{
+    for (const char *name : {"tasks", "fixed", "stripped"}) {
+        const TablesOfFile file(CALLER_MODULES "/caller_module_" + std::string(name));
+        ASSERT_NE(file.tables, nullptr) << file.why;
+        EXPECT_EQ(file.tables->filled_at_start, 0) << name;
+    }
+    const Host host({}, CALLER_MODULES "/caller_module_late");
+    const ka_tables *tables = ka_host_tables(host);
+    ASSERT_NE(tables, nullptr) << error_text(host);
+    EXPECT_EQ(text_of(tables->functions[1]), "add(a:1 sum:2)");
+    EXPECT_EQ(tables->filled_at_start, 0);
 }
 
 TEST(TablesOfFiles, function_is_found_by_its_exact_name)

@@ -35,6 +35,7 @@ TEST(CppTables, are_those_of_the_file_and_may_be_copied)
 {
     const ka::Tables copy = ka::read_tables(tasks_module);
     expect_add(copy);
+    EXPECT_FALSE(copy.filled_at_start());
 }
 
 TEST(CppTables, that_are_missing_are_an_error_with_the_reason)

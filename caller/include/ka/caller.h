@@ -321,6 +321,8 @@ typedef struct ka_function {
 typedef struct ka_tables {
     const ka_function *functions; /* in the module's order: of two with one name only the first can be called */
     int32_t function_count;
+    int32_t filled_at_start; /* not 0 of a module's file when the module fills a part of its tables as it starts:
+                                calls will meet other tables than these */
 } ka_tables;
 
 /* The tables as they are in the memory of the host process once it has started; waits for that, within deadline_ms.
@@ -329,8 +331,8 @@ typedef struct ka_tables {
 KA_API const ka_tables *ka_host_tables(ka_host *host);
 
 /* The tables in a module's file, which is not run: pointers and counts that the module computes as it starts are
-   missing. The caller frees them with ka_free_tables. Null when there are none; then why, which has room for size
-   bytes, says the reason. */
+   missing, and filled_at_start says so. The caller frees them with ka_free_tables. Null when there are none; then
+   why, which has room for size bytes, says the reason. */
 KA_API ka_tables *ka_read_tables(const char *module, char *why, int32_t size);
 KA_API void ka_free_tables(ka_tables *tables); /* of ka_read_tables only; may be null */
 

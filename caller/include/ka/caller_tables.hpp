@@ -21,6 +21,8 @@ public:
     const ka_function *begin() const noexcept { return tables_->functions; }
     const ka_function *end() const noexcept { return begin() + tables_->function_count; }
     std::size_t size() const noexcept { return static_cast<std::size_t>(tables_->function_count); }
+    // True of a module's file when the module fills a part of its tables as it starts: see ka_tables.
+    bool filled_at_start() const noexcept { return tables_->filled_at_start != 0; }
     // The function of that name, or null.
     const ka_function *find(std::string_view name) const
     {

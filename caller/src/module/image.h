@@ -65,6 +65,9 @@ bool read_image(t_IMAGE *image, uint32_t address, void *to, size_t size);
 enum { TEXT_UNREADABLE = -1, TEXT_TOO_LONG = -2 };
 int32_t read_image_text(t_IMAGE *image, uint32_t address, char *buffer, int32_t size);
 
+/* image_file.cpp: of a file, is some of it memory that the file does not fill? The module may, as it starts. */
+bool is_filled_at_start(const t_IMAGE *image, uint32_t address, size_t size);
+
 /* symbols.cpp: the address of the first symbol of that name which an object defines. */
 bool find_symbol(t_IMAGE *image, const char *name, uint32_t *address);
 

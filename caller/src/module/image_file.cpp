@@ -53,6 +53,18 @@ static int read_file_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes
     return error;
 }
 
+bool is_filled_at_start(const t_IMAGE *image, uint32_t address, size_t size)
+{
+    if (image->fd == -1) return false;
+    for (int32_t i = 0; i < image->program_header_count; i++) {
+        const Elf32_Phdr *header = &image->program_headers[i];
+        const uint64_t begin = uint64_t{header->p_vaddr} + header->p_filesz;
+        const uint64_t end = uint64_t{header->p_vaddr} + header->p_memsz;
+        if (header->p_type == PT_LOAD && address < end && address + uint64_t{size} > begin) return true;
+    }
+    return false;
+}
+
 static bool read_headers(t_IMAGE *image, char *why, size_t size)
 {
     Elf32_Ehdr header;

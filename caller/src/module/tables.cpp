@@ -124,6 +124,12 @@ struct t_READER {
 };
 } // namespace
 
+static bool read_record(const t_READER *reader, uint32_t address, void *words, size_t size)
+{
+    if (is_filled_at_start(reader->image, address, size)) reader->tables->shown.filled_at_start = 1;
+    return read_image(reader->image, address, words, size);
+}
+
 static const char *keep_text(t_TABLES *tables, const char *text, int32_t length)
 {
     char *kept = static_cast<char *>(take(tables, static_cast<size_t>(length) + 1));
@@ -143,7 +149,7 @@ static const char *read_prototype_name(const t_READER *reader, uint32_t address)
 static bool read_prototype(const t_READER *reader, uint32_t address, ka_prototype *prototype)
 {
     t_PROTOTYPE_WORDS words = {0, KIND_UNREADABLE, 0};
-    if (!read_image(reader->image, address, &words, sizeof words)) words = {0, KIND_UNREADABLE, 0};
+    if (!read_record(reader, address, &words, sizeof words)) words = {0, KIND_UNREADABLE, 0};
     *prototype = {read_prototype_name(reader, words.name), words.type, words.min_elcnt};
     return prototype->name != nullptr;
 }
@@ -202,7 +208,7 @@ static bool read_functions(const t_READER *reader)
 {
     for (uint32_t at = reader->functions;; at += static_cast<uint32_t>(sizeof(t_FUNCTION_WORDS))) {
         t_FUNCTION_WORDS words;
-        if (!read_image(reader->image, at, &words, sizeof words))
+        if (!read_record(reader, at, &words, sizeof words))
             return refuse(reader->why, reader->why_size, "KaFuncList runs out of the module");
         if (words.name == 0) return true;
         if (!keep_function(reader, &words)) return false;
