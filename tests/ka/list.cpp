@@ -148,7 +148,7 @@ TEST(KaList, module_that_is_none_is_told_what_is_missing)
     expect_none("/dev/null", "not a regular file");
     expect_none(KA_COMMAND, "a 64-bit program, and modules are 32-bit programs");
     const std::string library = KA_LIBRARIES "/libkahost.so.1";
-    expect_none(library, "does not define KaFuncList");
+    expect_none(library, "not a module: KaFuncList is missing");
     const Altered module(tasks_module, "");
     module.write(18, "\x28"); // e_machine
     expect_none(module.path, "a program for another processor (ELF machine 40)");
@@ -156,13 +156,13 @@ TEST(KaList, module_that_is_none_is_told_what_is_missing)
     module.write(16, "\x01"); // e_type
     expect_none(module.path, "an ELF file but not a program");
     std::filesystem::resize_file(module.path, 40);
-    expect_none(module.path, "not an ELF file");
+    expect_none(module.path, "a cut off ELF file");
 }
 
-TEST(KaList, tables_that_are_filled_at_start_are_told)
+TEST(KaList, tables_that_are_filled_at_start_are_reported)
 {
-    expect_none(modules + "ka_module_late",
-                "the table of functions is filled when the module starts; --start reads it then");
+    for (const char *name : {"ka_module_late", "caller_module_late"})
+        expect_none(modules + name, "the module fills its tables as it starts; --start reads them then");
 }
 
 TEST(KaList, tables_that_are_filled_at_start_are_read_from_a_host)

@@ -17,7 +17,7 @@ constexpr uint32_t functions_max = 100000;
 struct Prototype {
     bool has_name;
     std::string name;
-    int32_t type, min_elcnt;
+    int32_t kind, min_elements;
 };
 
 struct Function {
@@ -77,30 +77,30 @@ Tables read_tables(const ElfFile &file, const ElfSymbol &functions, const ElfSym
 
 // ---- One prototype ---------------------------------------------------------------------------------------------
 
-bool is_array_kind(int32_t type)
+bool is_array_kind(int32_t kind)
 {
-    return wire::is_kind(type) && wire::kinds[type].array;
+    return wire::is_kind(kind) && wire::kinds[kind].array;
 }
 
 void check_prototype(const std::string &where, const Prototype &prototype, Findings &findings)
 {
     if (!prototype.has_name)
         findings.push_back({Severity::warning, where + " has no name", "name it: traces and errors show the name"});
-    if (prototype.type == INT32_MIN)
+    if (prototype.kind == INT32_MIN)
         findings.push_back({Severity::error, where + " lies outside the module: it cannot be called",
                             "arg_idx counts records of KaArgList from 0: look at it and at arg_cnt"});
-    else if (!wire::is_kind(prototype.type))
+    else if (!wire::is_kind(prototype.kind))
         findings.push_back({Severity::error,
-                            where + " is of kind " + std::to_string(prototype.type) + ": calls are answered with -1",
+                            where + " is of kind " + std::to_string(prototype.kind) + ": calls are answered with -1",
                             "use a kind of ka/dll_module.h, 0 to 9"});
-    else if (is_array_kind(prototype.type) && prototype.min_elcnt < 0)
+    else if (is_array_kind(prototype.kind) && prototype.min_elements < 0)
         findings.push_back({Severity::warning,
-                            where + " asks for at least " + std::to_string(prototype.min_elcnt) + " elements",
+                            where + " asks for at least " + std::to_string(prototype.min_elements) + " elements",
                             "0 takes any number"});
-    else if (!is_array_kind(prototype.type) && prototype.min_elcnt != 0)
+    else if (!is_array_kind(prototype.kind) && prototype.min_elements != 0)
         findings.push_back(
             {Severity::note,
-             where + " has a minimum of " + std::to_string(prototype.min_elcnt) + " elements, which its kind ignores",
+             where + " has a minimum of " + std::to_string(prototype.min_elements) + " elements, which its kind ignores",
              "write 0, or use an array kind"});
 }
 
@@ -109,7 +109,7 @@ void check_prototype(const std::string &where, const Prototype &prototype, Findi
 // The place of the first VarArg; the number of prototypes when there is none.
 size_t place_of_vararg(const std::vector<Prototype> &prototypes)
 {
-    const auto is_vararg = [](const Prototype &each) { return wire::takes_all_further(each.type); };
+    const auto is_vararg = [](const Prototype &each) { return wire::takes_all_further(each.kind); };
     return static_cast<size_t>(std::find_if(prototypes.begin(), prototypes.end(), is_vararg) - prototypes.begin());
 }
 

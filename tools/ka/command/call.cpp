@@ -220,7 +220,7 @@ int run_host(CallWishes &wishes)
 {
     const Tables tables = read_tables(wishes.module);
     if (wishes.raw) return run_prepared(wishes, prepare_raw(wishes, tables.functions));
-    if (tables.missing.empty()) return run_prepared(wishes, prepare(wishes, tables.functions));
+    if (tables.are_whole()) return run_prepared(wishes, prepare(wishes, tables.functions));
     return run_unprepared(wishes);
 }
 

@@ -66,9 +66,10 @@ int show_wanted(const Wishes &wishes, const std::vector<Function> &functions)
 int list_file(const Wishes &wishes)
 {
     const Tables tables = read_tables(wishes.module);
-    if (tables.missing.empty()) return show_wanted(wishes, tables.functions);
-    const std::string remedy = tables.missing.ends_with("starts") ? "; --start reads it then" : "";
-    return tell_failure(KA_START, wishes.module + ": " + tables.missing + remedy, wishes.form());
+    if (tables.are_whole()) return show_wanted(wishes, tables.functions);
+    const std::string why =
+        tables.filled_at_start ? "the module fills its tables as it starts; --start reads them then" : tables.fault;
+    return tell_failure(KA_START, wishes.module + ": " + why, wishes.form());
 }
 
 int list_host(const Wishes &wishes)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The tables of a module: functions and their prototypes. Read from its file without running it, or from a host.
+// The functions of a module and their prototypes: read from its file without running it, or from a host.
 #ifndef KA_TOOL_MODULE_FUNCTIONS_H
 #define KA_TOOL_MODULE_FUNCTIONS_H
 
@@ -12,8 +12,8 @@
 
 struct Prototype {
     std::string name;
-    int32_t type; // KA_VARARG ... of ka/dll_module.h; any number when the module's table is wrong
-    int32_t min_elcnt;
+    int32_t kind; // KA_VARARG ... of ka/dll_module.h; any number when the module's table is wrong
+    int32_t min_elements;
 };
 
 struct Function {
@@ -23,7 +23,10 @@ struct Function {
 
 struct Tables {
     std::vector<Function> functions; // in the module's order: of two with one name only the first can be called
-    std::string missing;             // what the file does not tell, and why; empty when it tells all
+    std::string fault;               // why the file has none; empty when it has some
+    bool filled_at_start = false;    // the module fills a part of them as it starts: a host has them
+
+    bool are_whole() const { return fault.empty() && !filled_at_start; }
 };
 
 Tables read_tables(const std::string &module);

@@ -30,9 +30,9 @@ std::string takes_text(const Function &function, const Prototype &prototype)
 {
     const auto position = static_cast<size_t>(&prototype - function.prototypes.data());
     if (position >= used_prototypes(function)) return "nothing: it stands behind a VarArg";
-    if (!is_kind(prototype.type)) return "nothing: there is no such kind";
+    if (!is_kind(prototype.kind)) return "nothing: there is no such kind";
     return types_taken_by(prototype) +
-           (changes(prototype.type) ? "; comes back if by reference" : "; never comes back");
+           (changes(prototype.kind) ? "; comes back if by reference" : "; never comes back");
 }
 
 std::vector<Row> rows_of(const Function &function, bool is_hidden)
@@ -41,7 +41,7 @@ std::vector<Row> rows_of(const Function &function, bool is_hidden)
     for (const Prototype &prototype : function.prototypes) {
         const std::string takes = takes_text(function, prototype);
         const std::string name = prototype.name.empty() ? "(unnamed)" : printable(prototype.name);
-        rows.push_back({"", name, kind_name(prototype.type), takes, least_text(prototype)});
+        rows.push_back({"", name, kind_name(prototype.kind), takes, least_text(prototype)});
     }
     if (rows.empty()) rows.push_back({"", "-", "", "", ""});
     rows[0][0] = printable(function.name);
@@ -80,7 +80,7 @@ std::string line_of(const Row &row, const std::array<size_t, columns> &widths, P
 std::string prototype_json(const Function &function, const Prototype &prototype)
 {
     const std::string least = least_text(prototype);
-    return "{\"name\":" + name_json(prototype.name) + ",\"kind\":" + name_json(kind_name(prototype.type)) +
+    return "{\"name\":" + name_json(prototype.name) + ",\"kind\":" + name_json(kind_name(prototype.kind)) +
            ",\"takes\":" + name_json(takes_text(function, prototype)) +
            (least.empty() ? "" : ",\"least_elements\":" + least) + "}";
 }

@@ -33,21 +33,21 @@ bool changes(int32_t kind)
 
 int64_t least_elements(const Prototype &prototype)
 {
-    return is_kind(prototype.type) && wire::kinds[prototype.type].array ? std::max(prototype.min_elcnt, 0) : 0;
+    return is_kind(prototype.kind) && wire::kinds[prototype.kind].array ? std::max(prototype.min_elements, 0) : 0;
 }
 
 std::string types_taken_by(const Prototype &prototype)
 {
-    if (prototype.type == KA_VARARG) return "anything";
+    if (prototype.kind == KA_VARARG) return "anything";
     std::string types;
     for (int32_t type = DLL_INTEGER; type <= DLL_STRING; type++)
-        if (takes(prototype.type, type)) types += (types.empty() ? "" : " or ") + std::string(wire::type_name(type));
+        if (takes(prototype.kind, type)) types += (types.empty() ? "" : " or ") + std::string(wire::type_name(type));
     return types;
 }
 
 std::string taken_by(const Prototype &prototype)
 {
-    return types_taken_by(prototype) + (changes(prototype.type) ? " by reference" : " by value");
+    return types_taken_by(prototype) + (changes(prototype.kind) ? " by reference" : " by value");
 }
 
 // ---- The function that is meant --------------------------------------------------------------------------------
@@ -68,7 +68,7 @@ const Function &find_function(const std::vector<Function> &functions, const std:
 
 size_t used_prototypes(const Function &function)
 {
-    const auto is_vararg = [](const Prototype &prototype) { return wire::takes_all_further(prototype.type); };
+    const auto is_vararg = [](const Prototype &prototype) { return wire::takes_all_further(prototype.kind); };
     const auto vararg = std::find_if(function.prototypes.begin(), function.prototypes.end(), is_vararg);
     const auto used = static_cast<size_t>(vararg - function.prototypes.begin());
     return vararg == function.prototypes.end() ? used : used + 1;
@@ -79,7 +79,7 @@ namespace {
 bool ends_with_vararg(const Function &function)
 {
     const size_t used = used_prototypes(function);
-    return used > 0 && wire::takes_all_further(function.prototypes[used - 1].type);
+    return used > 0 && wire::takes_all_further(function.prototypes[used - 1].kind);
 }
 
 std::string arguments_text(size_t count)

@@ -35,7 +35,7 @@ std::string signature(const Session &session, const std::string &name)
         if (function.name != name) continue;
         std::string text = printable(name);
         for (const Prototype &prototype : function.prototypes)
-            text += " " + printable(prototype.name) + ":" + kind_name(prototype.type);
+            text += " " + printable(prototype.name) + ":" + kind_name(prototype.kind);
         return text;
     }
     return "";

@@ -171,13 +171,13 @@ std::string given(const Literal &literal, const Element &element)
 
 Argument argument_for(const Prototype &prototype, const Literal &literal)
 {
-    if (prototype.type == KA_VARARG) return argument_of(literal);
+    if (prototype.kind == KA_VARARG) return argument_of(literal);
     for (const Element &element : literal.elements)
-        if (!suits(prototype.type, element))
+        if (!suits(prototype.kind, element))
             throw Refused("takes " + taken_by(prototype) + ", got " + given(literal, element));
-    const int32_t type = wanted_type(prototype.type, literal.elements);
+    const int32_t type = wanted_type(prototype.kind, literal.elements);
     Argument argument = make_argument(literal, type);
-    if (!changes(prototype.type)) return argument;
+    if (!changes(prototype.kind)) return argument;
     argument.passing = KA_BY_REFERENCE;
     if (type == DLL_STRING && !literal.room) argument.room = std::max(usual_room, longest(argument));
     return argument;
@@ -185,11 +185,11 @@ Argument argument_for(const Prototype &prototype, const Literal &literal)
 
 void check_elements(const Prototype &prototype, const Literal &literal)
 {
-    if (!is_kind(prototype.type))
-        throw Refused("the module's own table is wrong: there is no kind " + std::to_string(prototype.type));
+    if (!is_kind(prototype.kind))
+        throw Refused("the module's own table is wrong: there is no kind " + std::to_string(prototype.kind));
     const auto count = static_cast<int64_t>(literal.elements.size());
     if (least_elements(prototype) <= count) return;
-    throw Refused("takes at least " + std::to_string(prototype.min_elcnt) + " elements, got " +
+    throw Refused("takes at least " + std::to_string(prototype.min_elements) + " elements, got " +
                   std::to_string(count));
 }
 
@@ -198,7 +198,7 @@ std::string label(const Function &function, size_t position, const Prototype *pr
 {
     const std::string number = function.name + ": argument " + std::to_string(position);
     if (prototype == nullptr) return number + ": ";
-    return number + " (" + prototype->name + ") is " + kind_name(prototype->type) + ": ";
+    return number + " (" + prototype->name + ") is " + kind_name(prototype->kind) + ": ";
 }
 
 Argument argument_at(const Function &function, size_t position, const Literal &literal)
@@ -237,7 +237,7 @@ Argument argument_of(const Literal &literal)
 Literal read_literal_for(const Function &function, size_t position, const std::string &text)
 {
     const Prototype *prototype = prototype_at(function, position);
-    const bool is_text = prototype != nullptr && prototype->type != KA_VARARG && takes(prototype->type, DLL_STRING);
+    const bool is_text = prototype != nullptr && prototype->kind != KA_VARARG && takes(prototype->kind, DLL_STRING);
     try {
         return read_literal(text, is_text ? Unquoted::text : Unquoted::number);
     } catch (const Malformed &malformed) {
