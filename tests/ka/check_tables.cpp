@@ -51,7 +51,7 @@ TEST(KaCheckTables, names_each_fault)
         {"t_DLL_PROTO KaArgList[] = {{\"a\", 8, 5}};" + first + end,
          "note: %: f: argument 1 (a) has a minimum of 5 elements, which its kind ignores\n", 0},
         {"t_DLL_PROTO KaArgList[] = {{\"v\", 0, 0}, {\"b\", 1, 0}};" + list + "{\"f\", 0, 2, 0}" + end,
-         "warning: %: f: the prototypes behind v (VarArg) are never used", 1},
+         "warning: %: f: the prototypes after v (VarArg) are never used", 1},
         {"t_DLL_PROTO KaArgList[] = {{\"a\", 1, 0}, {\"a\", 1, 0}};" + list + "{\"f\", 0, 2, 0}" + end,
          "note: %: f: two arguments are named a\n", 0},
         {prototypes(51, "1") + list + "{\"f\", 0, 51, 0}" + end,
@@ -80,7 +80,7 @@ TEST(KaCheckTables, that_are_filled_at_start_are_those_of_the_host)
     const Outcome outcome = ka({"check", module.path()});
     EXPECT_EQ(outcome.status, 1);
     for (const char *finding :
-         {"two functions are named f: only", "f: argument 2 (b) is of kind 12: calls", "prototypes behind v (VarArg)",
+         {"two functions are named f: only", "f: argument 2 (b) is of kind 12: calls", "prototypes after v (VarArg)",
           "g: counts -1 prototypes", "f: argument 1 lies outside the module"})
         EXPECT_NE(outcome.out.find(finding), std::string::npos) << finding << " not in\n" << outcome.out;
     EXPECT_EQ(outcome.out.find("were not looked at"), std::string::npos) << outcome.out;

@@ -131,7 +131,7 @@ TEST(KaDump, names_what_is_wrong_and_has_status_1)
         {[](t_DLL_INFO32 *i, char *) { i->scratch = 1; }, "its scratch address 0x1 is outside the segment"},
         {[](t_DLL_INFO32 *i, char *) { i->argc = -3; }, "its argc is -3: answered with 9"},
         {[](t_DLL_INFO32 *i, char *) { i->argc = 52; }, "its argc is 52: answered with 606"},
-        {[](t_DLL_INFO32 *i, char *) { i->args[0].type = DLL_REAL; }, "the function name is no STRING"},
+        {[](t_DLL_INFO32 *i, char *) { i->args[0].type = DLL_REAL; }, "the function name is not a STRING"},
         {[](t_DLL_INFO32 *i, char *) { i->args[2].type = 9; }, "there is no value type 9: answered with 8"},
         {[](t_DLL_INFO32 *i, char *) { i->args[2].ptr = own_base + size; },
          "its address 0x40002000 is outside the segment: the host aborts"},
@@ -207,7 +207,8 @@ TEST(KaDump, shows_a_running_call_by_any_of_its_numbers)
         const pid_t host = host_of(running.pid);
         const int segment = segment_of(host);
         EXPECT_TRUE(sleeps_in_a_call(host));
-        const std::string from = "block: layout " + std::string(layout) + ", as host " + std::to_string(host);
+        const std::string from =
+            "block: layout " + std::string(layout) + ", as given to host " + std::to_string(host);
         for (const std::vector<std::string> &words : {std::vector<std::string>{"--pid", std::to_string(host)},
                                                       {"--pid", std::to_string(running.pid)},
                                                       {"--id", std::to_string(segment)}}) {

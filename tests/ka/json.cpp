@@ -107,8 +107,8 @@ TEST(KaJsonArguments, malformed_ones_are_named)
         {"{}", "the arguments are not one JSON array"},
         {"[[[1]]]", "argument 1 ([[1]]): an array within an array"},
         {"[1,[]]", "argument 2 ([]): an empty array"},
-        {"[null]", "argument 1 (null): null is no value"},
-        {"[true]", "argument 1 (true): true is no value"},
+        {"[null]", "argument 1 (null): null is not a value"},
+        {"[true]", "argument 1 (true): true is not a value"},
         {"[{}]", "argument 1 ({}): a value is missing: integer, real, string or hex"},
         {R"([{"room":3}])", R"(argument 1 ({"room":3}): a value is missing: integer, real, string or hex)"},
         {R"([{"text":"a"}])",
@@ -120,8 +120,8 @@ TEST(KaJsonArguments, malformed_ones_are_named)
         {R"([{"integer":1,"by_reference":1}])",
          R"(argument 1 ({"integer":1,"by_reference":1}): "by_reference" holds true or false)"},
         {R"([{"hex":"abc"}])", R"(argument 1 ({"hex":"abc"}): "hex" holds pairs of hexadecimal digits)"},
-        {R"([{"integer":4.5}])", R"(argument 1 ({"integer":4.5}): 4.5 is no whole number)"},
-        {R"([{"real":"x"}])", R"(argument 1 ({"real":"x"}): x is no number, or out of a REAL's range)"},
+        {R"([{"integer":4.5}])", R"(argument 1 ({"integer":4.5}): 4.5 is not a whole number)"},
+        {R"([{"real":"x"}])", R"(argument 1 ({"real":"x"}): x is not a number, or out of a REAL's range)"},
         {R"([{"string":"a","room":3,"room":40}])",
          R"(argument 1 ({"string":"a","room":3,"room":40}): "room" is given twice)"},
         {R"([1,{"by_reference":true,"integer":1,"by_reference":false}])",
@@ -132,7 +132,7 @@ TEST(KaJsonArguments, malformed_ones_are_named)
         {"[1e999]", "argument 1: 1e999 is out of a REAL's range"},
         {"[1,[2,-1e999]]", "argument 2, element 2: -1e999 is out of a REAL's range"},
         {R"([1,2,{"real":1e999}])", "argument 3: 1e999 is out of a REAL's range"},
-        {"[1e127]", "argument 1 (1e127): 1e127 is no number, or out of a REAL's range"},
+        {"[1e127]", "argument 1 (1e127): 1e127 is not a number, or out of a REAL's range"},
     };
     for (const auto &[arguments, reason] : cases) {
         const Outcome outcome = call_with(arguments, {"--raw", "describe"});
@@ -154,7 +154,7 @@ TEST(KaJsonArguments, cannot_be_read_or_are_given_twice)
               "ka: --args /no/such/file: cannot be read: No such file or directory\n");
     EXPECT_EQ(call({"--args", "/tmp", "add"}).err, "ka: --args /tmp: cannot be read: Is a directory\n");
     EXPECT_EQ(call_with("[1]", {"add", "1"}).err,
-              "ka: arguments are given twice: with --args, and behind the function\n");
+              "ka: arguments are given twice: with --args, and after the function\n");
 }
 
 TEST(KaJsonResults, are_one_object)

@@ -59,7 +59,7 @@ void expect_none(const std::string &module, const std::string &why)
 TEST(KaList, shows_names_kinds_and_least_numbers)
 {
     EXPECT_EQ(ka({"list", KA_EXAMPLES "/adder"}).out,
-              "FUNCTION  ARGUMENT  KIND            TAKES                                AT LEAST\n"
+              "FUNCTION  ARGUMENT  KIND            TAKES                                MIN ELEMENTS\n"
               "add       a         IntByValue      INTEGER or REAL; never comes back\n"
               "          b         IntByValue      INTEGER or REAL; never comes back\n"
               "          sum       IntByReference  INTEGER; comes back if by reference\n");
@@ -73,7 +73,7 @@ TEST(KaList, shows_names_kinds_and_least_numbers)
 TEST(KaList, shows_one_function)
 {
     const Outcome outcome = ka({"list", tasks_module, "measure"});
-    EXPECT_EQ(outcome.out, "FUNCTION  ARGUMENT  KIND     TAKES                     AT LEAST\n"
+    EXPECT_EQ(outcome.out, "FUNCTION  ARGUMENT  KIND     TAKES                     MIN ELEMENTS\n"
                            "measure   text      zString  STRING; never comes back\n");
     const Outcome misspelt = ka({"list", tasks_module, "Mesure"});
     EXPECT_EQ(misspelt.status, 3);
@@ -89,8 +89,8 @@ TEST(KaList, json_has_every_function_in_the_order_of_the_table)
     EXPECT_EQ(json["functions"][0]["name"], "add");
     EXPECT_EQ(json["functions"][0]["arguments"][2]["name"], "sum");
     EXPECT_EQ(json["functions"][0]["arguments"][2]["kind"], "IntByReference");
-    EXPECT_FALSE(json["functions"][0]["arguments"][2].contains("least_elements"));
-    EXPECT_EQ(json["functions"][5]["arguments"][0]["least_elements"], 2);
+    EXPECT_FALSE(json["functions"][0]["arguments"][2].contains("min_elements"));
+    EXPECT_EQ(json["functions"][5]["arguments"][0]["min_elements"], 2);
 }
 
 TEST(KaList, does_not_run_the_module)
@@ -125,16 +125,16 @@ TEST(KaList, reads_a_module_without_section_headers)
 TEST(KaList, odd_tables_are_shown_as_they_are)
 {
     EXPECT_EQ(list_of(modules + "ka_module_odd"),
-              "FUNCTION     ARGUMENT     KIND            TAKES                                 AT LEAST\n"
+              "FUNCTION     ARGUMENT     KIND            TAKES                                 MIN ELEMENTS\n"
               "no_kind      first        kind 12         nothing: there is no such kind\n"
               "no_name      (unnamed)    IntByValue      INTEGER or REAL; never comes back\n"
               "vararg       any          VarArg          anything; comes back if by reference\n"
-              "             behind       IntByValue      nothing: it stands behind a VarArg\n"
+              "             behind       IntByValue      nothing: it follows a VarArg\n"
               "red\\x1b[31m  red\\x1b[31m  zString         STRING; never comes back\n"
               "twice        same         IntArray        INTEGER; comes back if by reference   3\n"
               "             same         IntByReference  INTEGER; comes back if by reference\n"
               "twice        -\n"
-              "             (never called: another function of that name stands before it)\n"
+              "             (never called: another function of that name comes before it)\n"
               "negative     -\n"
               "bytes        \\xffname     IntByReference  INTEGER; comes back if by reference\n");
     EXPECT_EQ(nlohmann::json::parse(ka({"list", "--json", modules + "ka_module_odd"}).out)["functions"].size(), 8u);

@@ -89,7 +89,7 @@ TEST(KaPrototypes, refusals_name_function_argument_wanted_and_given)
     const std::string a = "add: argument 1 (a) is IntByValue: takes INTEGER or REAL by value, got ";
     expect_refused({"add", "'2'", "3", "0"}, a + "STRING '2'");
     expect_refused({"add", "two", "3", "0"}, a + "two, which is neither a number nor a quoted 'text'");
-    expect_refused({"add", "1e200", "3", "0"}, a + "1e200, which is no number, or out of a REAL's range");
+    expect_refused({"add", "1e200", "3", "0"}, a + "1e200, which is not a number, or out of a REAL's range");
     expect_refused({"add", "[1,'a']", "3", "0"}, a + "STRING 'a' as element 2");
     expect_refused({"add", "2", "3", "&0.5"},
                    "add: argument 3 (sum) is IntByReference: takes INTEGER by reference, got REAL 0.5");
@@ -183,7 +183,7 @@ TEST(KaPrototypes, misspelt_option_is_no_argument)
         const Outcome outcome = call({"measure", word});
         EXPECT_EQ(outcome.status, 2);
         EXPECT_EQ(outcome.err,
-                  "ka: no option " + word + nearest + "; an argument that begins like one stands behind --\n");
+                  "ka: unknown option " + word + nearest + "; put -- before an argument that begins like one\n");
     }
 }
 

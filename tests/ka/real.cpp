@@ -19,7 +19,7 @@ Outcome real(const std::string &words)
     return ka(all);
 }
 
-// What stands behind the name of a line, "" when there is no such line.
+// What follows the name of a line, "" when there is no such line.
 std::string line(const Outcome &outcome, const std::string &name)
 {
     const std::string out = "\n" + outcome.out;
@@ -283,8 +283,8 @@ TEST(KaReal, json_of_null_and_of_an_order)
 
 TEST(KaReal, refuses_what_is_no_number)
 {
-    expect_refusal("", "a number is missing; ka real --help tells more");
-    EXPECT_EQ(ka({"real", "  "}).err, "ka: a number is missing; ka real --help tells more\n");
+    expect_refusal("", "a number is missing; see ka real --help");
+    EXPECT_EQ(ka({"real", "  "}).err, "ka: a number is missing; see ka real --help\n");
     for (const std::string bad : {"abc", "1.5x", ".", "-", "e5", "1e", "1e+", "1.2.3", "--5", "0x10"})
         expect_refusal(bad, "'" + bad + "' is not a number, such as 12.5, -1e9 or 1:+:12,50");
     expect_refusal("1e1000", "the exponent of '1e1000' is above 999");
@@ -325,9 +325,9 @@ TEST(KaReal, refuses_operations_that_would_end_the_process)
 
 TEST(KaReal, refuses_incomplete_and_unknown_operations)
 {
-    expect_refusal("1 /", "a NUMBER, or A OPERATION B, is expected; ka real --help tells more");
-    expect_refusal("1 2 3 4", "a NUMBER, or A OPERATION B, is expected; ka real --help tells more");
-    expect_refusal("1 % 2", "'%' is no operation; these are: + - x * /");
+    expect_refusal("1 /", "a NUMBER, or A OPERATION B, is expected; see ka real --help");
+    expect_refusal("1 2 3 4", "a NUMBER, or A OPERATION B, is expected; see ka real --help");
+    expect_refusal("1 % 2", "'%' is not an operation; these are: + - x * /");
     expect_refusal("1e200 + 1", "'1e200' is out of a REAL's range");
     expect_refusal("round 2.5", "usage: ka real round NUMBER N");
     expect_refusal("negate 1 2", "usage: ka real negate NUMBER");

@@ -368,7 +368,7 @@ TEST_F(KaShell, standard_output_has_the_results_alone)
     EXPECT_TRUE(read_file(file).starts_with("{\"function\":\"give_code\",\"return_code\":3,")) << read_file(file);
 }
 
-// Whatever wrote to the terminal meanwhile: the line is there again, and can be typed on.
+// Whatever has written to the terminal: the line is there again, and can be typed on.
 TEST_F(KaShell, line_is_shown_again_after_a_stop)
 {
     const auto terminal = start();

@@ -119,7 +119,7 @@ TEST(KaTrace, leaves_a_level_alone_that_somebody_else_has_set)
     kill(trace.pid, SIGINT);
     const Outcome outcome = await_ka(trace);
     EXPECT_EQ(outcome.status, 130);
-    EXPECT_NE(outcome.err.find("ka: the level has become 2 meanwhile, and is left so\n"), std::string::npos);
+    EXPECT_NE(outcome.err.find("ka: the level is 2 now, and is left so\n"), std::string::npos);
     EXPECT_EQ(level_of(call.pid), 2);
     end_call(call);
 }
@@ -171,10 +171,9 @@ TEST(KaTrace, refuses_bad_usage)
         EXPECT_EQ(outcome.err.find("ka: "), 0u) << outcome.err;
     }
     EXPECT_NE(ka({"trace", "0"}).err.find("PID: takes 1 to 2147483647, not \"0\""), std::string::npos);
-    EXPECT_EQ(ka({"trace", own, "--level", "5"}).err,
-              "ka: --level: takes 0 to 4, not \"5\"; ka trace --help tells more\n");
+    EXPECT_EQ(ka({"trace", own, "--level", "5"}).err, "ka: --level: takes 0 to 4, not \"5\"; see ka trace --help\n");
     EXPECT_EQ(ka({"call", "--trace", "5", tasks_module, "give_code"}).err,
-              "ka: --trace: takes 0 to 4, not \"5\"; ka call --help tells more\n");
+              "ka: --trace: takes 0 to 4, not \"5\"; see ka call --help\n");
 }
 
 TEST(KaTraceHelp, examples_work)

@@ -19,7 +19,7 @@ void expect_refused(const Words &words, const std::string &reason, const std::st
     const Outcome outcome = ka(words);
     EXPECT_EQ(outcome.status, 2) << reason;
     EXPECT_EQ(outcome.out, "");
-    EXPECT_EQ(outcome.err, "ka: " + reason + "; " + command + " --help tells more\n");
+    EXPECT_EQ(outcome.err, "ka: " + reason + "; see " + command + " --help\n");
 }
 
 } // namespace
@@ -27,13 +27,13 @@ void expect_refused(const Words &words, const std::string &reason, const std::st
 TEST(KaUsage, what_was_wrong_is_named)
 {
     expect_refused({}, "a subcommand is missing", "ka");
-    expect_refused({"foo"}, "no subcommand \"foo\"", "ka");
-    expect_refused({"--foo"}, "no option --foo", "ka");
+    expect_refused({"foo"}, "unknown subcommand \"foo\"", "ka");
+    expect_refused({"--foo"}, "unknown option --foo", "ka");
     expect_refused({"list"}, "MODULE is missing", "ka list");
     expect_refused({"call", "m"}, "FUNCTION is missing", "ka call");
-    expect_refused({"list", "--foo", "m"}, "no option --foo", "ka list");
-    expect_refused({"list", "m", "f", "one", "two"}, "nothing is expected at \"one\"", "ka list");
-    expect_refused({"list", "m", "f", "\x1b[31m"}, "nothing is expected at \"\\x1b[31m\"", "ka list");
+    expect_refused({"list", "--foo", "m"}, "unknown option --foo", "ka list");
+    expect_refused({"list", "m", "f", "one", "two"}, "unexpected argument \"one\"", "ka list");
+    expect_refused({"list", "m", "f", "\x1b[31m"}, "unexpected argument \"\\x1b[31m\"", "ka list");
     expect_refused({"call", "--deadline"}, "--deadline needs a value: TIME", "ka call");
     expect_refused({"call", "--layout", "64", "--layout", "64", "m", "f"}, "--layout is given more than once",
                    "ka call");
@@ -42,13 +42,14 @@ TEST(KaUsage, what_was_wrong_is_named)
 
 TEST(KaUsage, a_misspelt_word_is_told_the_nearest)
 {
-    expect_refused({"chekc"}, "no subcommand \"chekc\" (did you mean check?)", "ka");
-    expect_refused({"List", "m"}, "no subcommand \"List\" (did you mean list?)", "ka");
-    expect_refused({"--verson"}, "no option --verson (did you mean --version?)", "ka");
-    expect_refused({"list", "--jsno", "m"}, "no option --jsno (did you mean --json?)", "ka list");
-    expect_refused({"check", "--deadlin=5s", "m"}, "no option --deadlin=5s (did you mean --deadline?)", "ka check");
-    expect_refused({"dump", "--elemnts", "3", "5"}, "no option --elemnts (did you mean --elements?)", "ka dump");
-    expect_refused({"shell", "-json", "m"}, "no option -json (did you mean --json?)", "ka shell");
+    expect_refused({"chekc"}, "unknown subcommand \"chekc\" (did you mean check?)", "ka");
+    expect_refused({"List", "m"}, "unknown subcommand \"List\" (did you mean list?)", "ka");
+    expect_refused({"--verson"}, "unknown option --verson (did you mean --version?)", "ka");
+    expect_refused({"list", "--jsno", "m"}, "unknown option --jsno (did you mean --json?)", "ka list");
+    expect_refused({"check", "--deadlin=5s", "m"}, "unknown option --deadlin=5s (did you mean --deadline?)",
+                   "ka check");
+    expect_refused({"dump", "--elemnts", "3", "5"}, "unknown option --elemnts (did you mean --elements?)", "ka dump");
+    expect_refused({"shell", "-json", "m"}, "unknown option -json (did you mean --json?)", "ka shell");
 }
 
 TEST(KaUsage, value_out_of_range_is_told_with_the_range)
@@ -112,7 +113,7 @@ TEST(KaUsage, a_failure_is_an_object_where_json_is_asked_for)
     }
 }
 
-// What stands behind "--" belongs to the function.
+// What follows "--" belongs to the function.
 TEST(KaUsage, json_behind_two_minus_signs_asks_for_none)
 {
     EXPECT_EQ(ka({"call", "--layout", "32", "m", "f", "--", "--json"}).out, "");

@@ -18,9 +18,9 @@
 #include "cli/option_tree.h"
 #include "command/commands.h"
 
-// A descriptor that is closed would be given to the next thing opened, which would then be read for input, or written
-// to as results. These are at their end when read, and fail when written.
-static void hold_standard_descriptors()
+// A file descriptor that is closed would be given to the next thing opened, which would then be read for input, or
+// written to as results. These are at their end when read, and fail when written.
+static void hold_standard_fds()
 {
     for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDONLY) != fd) return;
@@ -29,7 +29,7 @@ static void hold_standard_descriptors()
 static int show_help(const CLI::App &app, const CLI::Success &help)
 {
     const int status = app.exit(help);
-    return std::cout.flush() ? status : complain(EXIT_USAGE, "the help could not be written");
+    return std::cout.flush() ? status : report_error(EXIT_USAGE, "the help could not be written");
 }
 
 static int run(int argc, char **argv)
@@ -62,16 +62,16 @@ static int run(int argc, char **argv)
     } catch (const CLI::ParseError &error) {
         return refuse_usage(app, error, {argv + 1, argv + argc});
     }
-    return app.get_subcommands().empty() ? complain(EXIT_USAGE, "a subcommand is missing; ka --help tells more")
+    return app.get_subcommands().empty() ? report_error(EXIT_USAGE, "a subcommand is missing; see ka --help")
                                          : exit_status;
 }
 
 int main(int argc, char **argv)
 {
-    hold_standard_descriptors();
+    hold_standard_fds();
     try {
         return run(argc, argv);
     } catch (const std::exception &error) { // no memory, for one
-        return complain(EXIT_USAGE, error.what());
+        return report_error(EXIT_USAGE, error.what());
     }
 }

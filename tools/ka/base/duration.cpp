@@ -25,7 +25,7 @@ std::optional<std::chrono::milliseconds> read_duration(const std::string &text)
     return std::nullopt;
 }
 
-std::string refuse_duration(const std::string &text)
+std::string fault_of_duration(const std::string &text)
 {
     return read_duration(text) ? "" : "takes a time from 1ms to 500h, such as 10s, not \"" + text + "\"";
 }

@@ -8,10 +8,10 @@
 #include <optional>
 #include <string>
 
-// Nothing when it is no time, or one below a millisecond or above 500 hours, which fit an int32_t of milliseconds.
+// Nothing when it is not a time, or one below a millisecond or above 500 hours, which fit an int32_t of milliseconds.
 std::optional<std::chrono::milliseconds> read_duration(const std::string &text);
 
 // What is wrong with it, for a message that begins with what takes it; empty when nothing is.
-std::string refuse_duration(const std::string &text);
+std::string fault_of_duration(const std::string &text);
 
 #endif

@@ -10,12 +10,14 @@
 #include "terminal.h"
 #include "text.h"
 
+namespace {
+
 struct Row {
     ExitStatus status;
     const char *meaning;
 };
 
-static constexpr Row rows[] = {
+constexpr Row rows[] = {
     {EXIT_DONE, "done: the function returned 0, the REAL is as asked for"},
     {EXIT_NONZERO, "the function returned another code, the REAL has a status, something was found"},
     {EXIT_USAGE, "bad usage or a malformed argument, or the results could not be written"},
@@ -25,6 +27,8 @@ static constexpr Row rows[] = {
     {EXIT_DEADLINE, "no answer within the deadline"},
     {EXIT_INTERRUPTED, "interrupted by SIGINT or SIGTERM"},
 };
+
+} // namespace
 
 ExitStatus exit_status_of(int32_t error_class)
 {
@@ -58,18 +62,18 @@ std::string exit_status_help()
     return text;
 }
 
-static int tell(ExitStatus status, const std::string &text)
+static int write_line(ExitStatus status, const std::string &text)
 {
     std::cerr << painted("ka:", Paint::error, STDERR_FILENO) << ' ' << text << '\n';
     return status;
 }
 
-int complain(ExitStatus status, const std::string &text)
+int report_error(ExitStatus status, const std::string &text)
 {
-    return tell(status, printable(text));
+    return write_line(status, printable(text));
 }
 
-int complain_lines(ExitStatus status, const std::string &lines)
+int report_error_lines(ExitStatus status, const std::string &lines)
 {
-    return tell(status, printable_lines(lines));
+    return write_line(status, printable_lines(lines));
 }

@@ -24,10 +24,10 @@ ExitStatus exit_status_of(int32_t error_class);
 // The table, a line for each status.
 std::string exit_status_help();
 
-// Tells text on standard error as a line of ka, whatever is in it; returns status.
-int complain(ExitStatus status, const std::string &text);
+// Writes text to standard error as a line of ka, whatever is in it; returns status.
+int report_error(ExitStatus status, const std::string &text);
 
 // The same of a report with lines of its own.
-int complain_lines(ExitStatus status, const std::string &lines);
+int report_error_lines(ExitStatus status, const std::string &lines);
 
 #endif

@@ -8,7 +8,7 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-int interruption_descriptor()
+int open_interruption_fd()
 {
     sigset_t set;
     sigemptyset(&set);
@@ -22,9 +22,9 @@ int interruption_descriptor()
     return fd;
 }
 
-int take_interruption(int descriptor)
+int take_interruption(int fd)
 {
     struct signalfd_siginfo signal;
-    const bool has_come = descriptor != -1 && read(descriptor, &signal, sizeof signal) == sizeof signal;
+    const bool has_come = fd != -1 && read(fd, &signal, sizeof signal) == sizeof signal;
     return has_come ? static_cast<int>(signal.ssi_signo) : 0;
 }

@@ -3,8 +3,10 @@
 // See json.h.
 #include "json.h"
 
+#include <charconv>
+#include <cmath>
 #include <cstdio>
-#include <nlohmann/json.hpp>
+#include <cstring>
 #include <string_view>
 
 #include "text.h"
@@ -12,20 +14,8 @@
 
 namespace {
 
-constexpr char hex[] = "0123456789abcdef";
-
-std::string hex_json(const std::string &value)
-{
-    std::string text;
-    for (char c : value) {
-        const auto byte = static_cast<unsigned char>(c);
-        text += {hex[byte >> 4], hex[byte & 15]};
-    }
-    return "{\"hex\":\"" + text + "\"}";
-}
-
 // Of a character that is obeyed; those have up to three bytes.
-std::string json_escape(std::string_view character)
+std::string code_escape(std::string_view character)
 {
     unsigned code = static_cast<unsigned char>(character[0]) & (character.size() == 1 ? 0x7fu : 0x1fu);
     for (const char byte : character.substr(1))
@@ -35,29 +25,76 @@ std::string json_escape(std::string_view character)
     return text;
 }
 
+std::string escaped(std::string_view character)
+{
+    constexpr const char *with_letters = "\"\\\b\f\n\r\t";
+    const char *found = character[0] == '\0' ? nullptr : std::strchr(with_letters, character[0]);
+    if (found != nullptr) return {'\\', "\"\\bfnrt"[found - with_letters]};
+    const auto *bytes = reinterpret_cast<const unsigned char *>(character.data());
+    return wire::is_obeyed(bytes, character.size()) ? code_escape(character) : std::string(character);
+}
+
+// Could bytes go on to a character? Then they are replaced together.
+bool begins_character(const std::string &bytes)
+{
+    const std::string whole = bytes + "\x80\x80\x80";
+    return wire::character_length(reinterpret_cast<const unsigned char *>(whole.data()), whole.size()) > bytes.size();
+}
+
+// Of bytes that do not begin with a character: those that U+FFFD replaces.
+size_t broken_length(std::string_view bytes)
+{
+    size_t length = 1;
+    while (length < bytes.size() && begins_character(std::string(bytes.substr(0, length + 1))))
+        length++;
+    return length;
+}
+
 } // namespace
 
-// The JSON library leaves as they are the control characters that JSON allows in a string.
-std::string json_line(const nlohmann::ordered_json &json)
+Json::Json(const std::string &text) : text_("\"")
 {
-    const std::string text = json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    std::string shown;
     for (std::string_view rest = text; !rest.empty();) {
-        const auto *bytes = reinterpret_cast<const unsigned char *>(rest.data());
-        const size_t length = wire::character_length(bytes, rest.size());
-        const std::string_view character = rest.substr(0, length);
-        shown += wire::is_obeyed(bytes, length) ? json_escape(character) : std::string(character);
+        size_t length = wire::character_length(reinterpret_cast<const unsigned char *>(rest.data()), rest.size());
+        text_ += length > 0 ? escaped(rest.substr(0, length)) : "\xef\xbf\xbd";
+        if (length == 0) length = broken_length(rest);
         rest.remove_prefix(length);
     }
-    return shown;
+    text_ += '"';
 }
 
-std::string string_json(const std::string &text)
+// The fewest digits that read back, always with a point or an exponent.
+Json::Json(double value)
 {
-    return is_utf8(text) ? json_line(text) : hex_json(text);
+    const double size = std::fabs(value);
+    const bool is_plain = size == 0 || (size >= 1e-4 && size < 1e15);
+    char text[64];
+    const auto format = is_plain ? std::chars_format::fixed : std::chars_format::scientific;
+    text_.assign(text, std::to_chars(text, text + sizeof text, value, format).ptr);
+    if (text_.find_first_of(".e") == std::string::npos) text_ += ".0";
 }
 
-std::string name_json(const std::string &name)
+Json Json::of_json(const std::string &json)
 {
-    return json_line(name);
+    Json value;
+    value.text_ = json;
+    return value;
+}
+
+Json Json::of_bytes(const std::string &bytes)
+{
+    if (is_utf8(bytes)) return bytes;
+    return JsonObject().add("hex", hex_digits(bytes));
+}
+
+JsonObject &JsonObject::add(const std::string &name, const Json &value)
+{
+    members_ += (members_.empty() ? "" : ",") + Json(name).text() + ":" + value.text();
+    return *this;
+}
+
+JsonArray &JsonArray::add(const Json &value)
+{
+    elements_ += (elements_.empty() ? "" : ",") + value.text();
+    return *this;
 }

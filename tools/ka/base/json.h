@@ -1,19 +1,70 @@
 // SPDX-License-Identifier: MIT
 //
-// JSON as ka shows it.
+// JSON as ka shows it: built in the order in which it is read, on one line. A character of a text that is not shown
+// as it is becomes \uHHHH, and what is not UTF-8 becomes U+FFFD.
 #ifndef KA_TOOL_BASE_JSON_H
 #define KA_TOOL_BASE_JSON_H
 
-#include <nlohmann/json_fwd.hpp>
+#include <concepts>
+#include <optional>
 #include <string>
+#include <vector>
 
-// JSON on one line. A character that is not shown as it is becomes \uHHHH, and a byte that is not UTF-8 becomes
-// U+FFFD.
-std::string json_line(const nlohmann::ordered_json &json);
+// A value.
+class Json {
+public:
+    Json() : text_("null") {}
+    Json(bool value) : text_(value ? "true" : "false") {}
+    Json(std::integral auto value) : text_(std::to_string(value)) {}
+    Json(double value);
+    Json(const char *text) : Json(std::string(text)) {}
+    Json(const std::string &text);
+    template <typename Value>
+    Json(const std::vector<Value> &values); // an array
+    template <typename Value>
+    Json(const std::optional<Value> &value) : Json(value ? Json(*value) : Json())
+    {
+    }
 
-// A text, quotes included: one that is not UTF-8 becomes {"hex":"..."}; a name or message stays a string whatever is
-// in it.
-std::string string_json(const std::string &text);
-std::string name_json(const std::string &name);
+    // What is JSON already: a number with all its decimals, a report of the library.
+    static Json of_json(const std::string &json);
+
+    // Bytes: a text where they are UTF-8, else {"hex":"..."}.
+    static Json of_bytes(const std::string &bytes);
+
+    const std::string &text() const { return text_; }
+
+private:
+    std::string text_;
+};
+
+class JsonObject {
+public:
+    JsonObject &add(const std::string &name, const Json &value);
+    operator Json() const { return Json::of_json(text()); }
+    std::string text() const { return "{" + members_ + "}"; }
+
+private:
+    std::string members_;
+};
+
+class JsonArray {
+public:
+    JsonArray &add(const Json &value);
+    operator Json() const { return Json::of_json(text()); }
+    std::string text() const { return "[" + elements_ + "]"; }
+
+private:
+    std::string elements_;
+};
+
+template <typename Value>
+Json::Json(const std::vector<Value> &values)
+{
+    JsonArray array;
+    for (const Value &value : values)
+        array.add(value);
+    text_ = array.text();
+}
 
 #endif

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// See terminal.h. Progress is told by a thread, since its owner waits for something else meanwhile.
+// See terminal.h. Progress is shown by a thread of its own, since its owner waits for something else.
 #include "terminal.h"
 
 #include <chrono>
@@ -67,25 +67,25 @@ static void write_line(const std::string &text)
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
 }
 
-struct Progress::Teller {
+struct Progress::Display {
     std::mutex mutex;
     std::condition_variable over;
     bool is_over = false;
     std::thread thread;
 
-    void tell(const Progress &progress)
+    void show(const Progress &progress)
     {
         const auto begin = std::chrono::steady_clock::now();
         std::unique_lock lock(mutex);
         auto next = begin + patience;
-        bool told = false;
+        bool is_shown = false;
         while (!over.wait_until(lock, next, [this] { return is_over; })) {
             const auto passed = std::chrono::steady_clock::now() - begin;
             write_line(clear_line + progress.line(std::chrono::duration_cast<std::chrono::seconds>(passed).count()));
             next += pause_between_lines;
-            told = true;
+            is_shown = true;
         }
-        if (told) write_line(clear_line);
+        if (is_shown) write_line(clear_line);
     }
 };
 
@@ -93,24 +93,24 @@ struct Progress::Teller {
 Progress::Progress(std::string what, int64_t total) : what_(printable(what)), total_(total)
 {
     if (!is_terminal(STDERR_FILENO)) return;
-    teller_ = std::make_unique<Teller>();
+    display_ = std::make_unique<Display>();
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    teller_->thread = std::thread([this] { teller_->tell(*this); });
+    display_->thread = std::thread([this] { display_->show(*this); });
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 Progress::~Progress()
 {
-    if (teller_ == nullptr) return;
+    if (display_ == nullptr) return;
     {
-        const std::lock_guard lock(teller_->mutex);
-        teller_->is_over = true;
+        const std::lock_guard lock(display_->mutex);
+        display_->is_over = true;
     }
-    teller_->over.notify_one();
-    teller_->thread.join();
+    display_->over.notify_one();
+    display_->thread.join();
 }
 
 // One character less than the terminal has, or some would begin a new line.

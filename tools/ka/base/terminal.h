@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What ka does on a terminal only: colour, and a line that tells how far long work has come. In a file or a pipe
-// stands plain text.
+// What ka does on a terminal only: colour, and a line that shows how far long work has come. A file or a pipe gets
+// plain text.
 #ifndef KA_TOOL_BASE_TERMINAL_H
 #define KA_TOOL_BASE_TERMINAL_H
 
@@ -24,7 +24,7 @@ std::string painted(const std::string &text, Paint paint, int fd);
 // Characters in a line of the terminal; 80 where that is not known.
 int columns_of(int fd);
 
-// From its construction to its end something is under way. After a second standard error tells what, when it is a
+// From its construction to its end something is under way. After a second standard error shows what, when it is a
 // terminal; the line is gone at the end.
 class Progress {
 public:
@@ -37,14 +37,14 @@ public:
     void advance() { done_.fetch_add(1, std::memory_order_relaxed); }
 
 private:
-    struct Teller;
+    struct Display;
 
     std::string line(int64_t seconds) const;
 
     std::string what_;
     int64_t total_;
     std::atomic<int64_t> done_ = 0;
-    std::unique_ptr<Teller> teller_; // null where nothing is told
+    std::unique_ptr<Display> display_; // null where nothing is shown
 };
 
 #endif

@@ -15,9 +15,7 @@ enum class Style { line, lines, literal };
 
 std::string byte_text(char byte)
 {
-    char text[8];
-    std::snprintf(text, sizeof text, "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(byte)));
-    return text;
+    return "\\x" + hex_digits({byte});
 }
 
 // Of characters that have a form of their own in that style; else empty.
@@ -79,6 +77,24 @@ std::string shortened(const std::string &text)
 std::string string_literal(const std::string &bytes)
 {
     return "'" + escaped(bytes, Style::literal) + "'";
+}
+
+std::string hex_digits(const std::string &bytes)
+{
+    std::string digits;
+    for (const char byte : bytes) {
+        char pair[4];
+        std::snprintf(pair, sizeof pair, "%02x", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+        digits += pair;
+    }
+    return digits;
+}
+
+std::string hex_number(uint64_t number)
+{
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(number));
+    return text;
 }
 
 bool is_utf8(const std::string &text)

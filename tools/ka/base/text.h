@@ -6,6 +6,7 @@
 #ifndef KA_TOOL_BASE_TEXT_H
 #define KA_TOOL_BASE_TEXT_H
 
+#include <cstdint>
 #include <string>
 
 // On one line.
@@ -19,6 +20,10 @@ std::string shortened(const std::string &text);
 
 // In quotes, as an argument is written that stands for these very bytes: see values/literal.h.
 std::string string_literal(const std::string &bytes);
+
+// "00ff" for bytes, "0x1f" for a number.
+std::string hex_digits(const std::string &bytes);
+std::string hex_number(uint64_t number);
 
 bool is_utf8(const std::string &text);
 

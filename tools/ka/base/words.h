@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// In the reverse order, as the library takes them. For call, those behind a first "--", which is left out, are
+// In the reverse order, as the library takes them. For call, those after a first "--", which is left out, are
 // marked.
 std::vector<std::string> command_words(int argc, char **argv);
 

@@ -29,7 +29,7 @@ std::vector<std::string> command_line(pid_t pid)
     return words;
 }
 
-// A host has one argument: the segment, and its layout behind a colon. It reads both as strtol does.
+// A host has one argument: the segment, and its layout after a colon. It reads both as strtol does.
 std::optional<int> host_layout(const std::vector<std::string> &words, int id)
 {
     if (words.size() != 2) return std::nullopt;

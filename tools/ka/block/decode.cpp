@@ -10,6 +10,7 @@
 #include "base/text.h"
 #include "ka/caller.h"
 #include "ka/dll_block.h"
+#include "values/results.h"
 #include "wire/kinds.h"
 #include "wire/layout.h"
 #include "wire/real_fault.h"
@@ -43,13 +44,6 @@ int32_t word_at(Bytes bytes, uint64_t offset)
 uint32_t unsigned_at(Bytes bytes, uint64_t offset)
 {
     return static_cast<uint32_t>(word_at(bytes, offset));
-}
-
-std::string hex(uint64_t value)
-{
-    char text[24];
-    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
-    return text;
 }
 
 // As the host does it: the distance from base, in 32 bits, within shmsz.
@@ -86,23 +80,24 @@ std::string fault_of(const t_DECIMAL &real)
     return "";
 }
 
-// A REAL of whole value shows a point, so that it is not taken for an INTEGER.
+BlockElement outside()
+{
+    return {"", "", "reaches beyond the segment", true};
+}
+
 BlockElement read_real(Bytes bytes, uint64_t offset)
 {
     t_DECIMAL real;
-    if (!is_inside(bytes, offset, sizeof real)) return {"", "", "reaches beyond the segment"};
+    if (!is_inside(bytes, offset, sizeof real)) return outside();
     std::memcpy(&real, bytes.data + offset, sizeof real);
     const std::string fault = fault_of(real);
     if (!fault.empty()) return {"", "", fault};
-    char buffer[KA_REAL_TEXT];
-    const std::string text = ka_real_to_text(&real, buffer);
-    const bool whole = text.find_first_not_of("-0123456789") == std::string::npos;
-    return {whole ? text + ".0" : text, "", ""};
+    return {real_text(real), "", ""};
 }
 
 BlockElement read_integer(Bytes bytes, uint64_t offset)
 {
-    if (!is_inside(bytes, offset, sizeof(int32_t))) return {"", "", "reaches beyond the segment"};
+    if (!is_inside(bytes, offset, sizeof(int32_t))) return outside();
     return {std::to_string(word_at(bytes, offset)), "", ""};
 }
 
@@ -111,7 +106,7 @@ constexpr size_t shown_characters = 4096; // of a string
 // What there is of a string that says more than there can be is shown up to its room.
 BlockElement read_string(Bytes bytes, uint64_t offset, int32_t room)
 {
-    if (!is_inside(bytes, offset, sizeof(int32_t))) return {"", "", "reaches beyond the segment"};
+    if (!is_inside(bytes, offset, sizeof(int32_t))) return outside();
     const int32_t length = word_at(bytes, offset);
     const uint64_t begin = offset + sizeof length;
     if (length < 0) return {"", "", "its length is " + std::to_string(length)};
@@ -147,7 +142,7 @@ void read_elements(Bytes bytes, BlockDescriptor &descriptor, int32_t count)
         // It wraps at 32 bits, as in the host.
         const uint32_t distance = static_cast<uint32_t>(k) * static_cast<uint32_t>(descriptor.elsz) * uint32_t{4};
         descriptor.elements.push_back(read_element(bytes, descriptor, uint64_t{*descriptor.offset} + distance));
-        if (descriptor.elements.back().fault.starts_with("reaches beyond")) break;
+        if (descriptor.elements.back().is_outside) break;
     }
 }
 
@@ -161,8 +156,10 @@ void judge(BlockDescriptor &descriptor, bool is_name)
     const auto fault = [&](const std::string &text) { descriptor.faults.push_back(text); };
     const bool known = wire::is_type(descriptor.type);
     if (!known) fault("there is no value type " + std::to_string(descriptor.type) + ": answered with 8");
-    if (is_name && known && descriptor.type != DLL_STRING) fault("the function name is no STRING: answered with 8");
-    if (!descriptor.offset) fault("its address " + hex(descriptor.ptr) + " is outside the segment: the host aborts");
+    if (is_name && known && descriptor.type != DLL_STRING)
+        fault("the function name is not a STRING: answered with 8");
+    if (!descriptor.offset)
+        fault("its address " + hex_number(descriptor.ptr) + " is outside the segment: the host aborts");
     if (descriptor.elcnt < 0) fault("it counts " + std::to_string(descriptor.elcnt) + " elements");
     if (known && descriptor.elcnt > 1 && descriptor.elsz < words_of_type(descriptor.type))
         fault("its elements overlap: they are " + std::to_string(descriptor.elsz) + " words apart");
@@ -218,7 +215,7 @@ void judge(Block &block, Bytes bytes)
         fault("its shmsz is " + std::to_string(block.shmsz) + ", the segment has " + std::to_string(bytes.size) +
               " bytes");
     if (block.scratch != 0 && !block.scratch_offset)
-        fault("its scratch address " + hex(block.scratch) +
+        fault("its scratch address " + hex_number(block.scratch) +
               " is outside the segment: the host aborts when it is used");
     if (block.argc < 0) fault("its argc is " + std::to_string(block.argc) + ": answered with 9");
     if (block.argc > DLL_MAX_ARGC) fault("its argc is " + std::to_string(block.argc) + ": answered with 606");
@@ -269,8 +266,8 @@ std::string why_no_block(Bytes bytes)
     if (found == magic) return "";
     const size_t letters = std::strlen(DLL_MAGIC);
     if (found.compare(0, letters, magic, 0, letters) == 0)
-        return "it begins with KA.DLL, but bytes 6 and 7 are " + hex(static_cast<unsigned char>(found[6])) + " and " +
-               hex(static_cast<unsigned char>(found[7])) + ", not 0";
+        return "it begins with KA.DLL, but bytes 6 and 7 are " + hex_number(static_cast<unsigned char>(found[6])) +
+               " and " + hex_number(static_cast<unsigned char>(found[7])) + ", not 0";
     return "it begins with " + string_literal(found) + ", not with KA.DLL and two zero bytes";
 }
 

@@ -18,9 +18,10 @@ struct Bytes {
 };
 
 struct BlockElement {
-    std::string text;  // as an argument of ka call is written; empty where there is none to be read
-    std::string bytes; // of a string
-    std::string fault; // what is wrong with it, or empty
+    std::string text;        // as an argument of ka call is written; empty where there is none to be read
+    std::string bytes;       // of a string
+    std::string fault;       // what is wrong with it, or empty
+    bool is_outside = false; // begins outside the segment
 };
 
 struct BlockDescriptor {

@@ -4,7 +4,6 @@
 #include "show.h"
 
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include "base/terminal.h"
@@ -12,8 +11,6 @@
 #include "ka/dll_block.h"
 
 namespace {
-
-using nlohmann::ordered_json;
 
 std::string line(const char *name, const std::string &value)
 {
@@ -111,81 +108,70 @@ std::string show_descriptor(const BlockDescriptor &descriptor, size_t index)
     return text;
 }
 
-ordered_json segment_json(const Dump &dump)
+Json segment_json(const Dump &dump)
 {
     const Segment &segment = dump.segment;
-    ordered_json json;
-    json["id"] = segment.id;
-    json["bytes"] = segment.size;
-    json["attachments"] = segment.attachments;
-    json["removed"] = segment.is_removed;
-    json["processes"] = ordered_json::array();
+    JsonArray processes;
     for (const Attached &process : segment.processes)
-        json["processes"].push_back(
-            {{"pid", process.pid}, {"role", role_of(dump, process)}, {"command", process.command}});
+        processes.add(
+            JsonObject().add("pid", process.pid).add("role", role_of(dump, process)).add("command", process.command));
+    return JsonObject()
+        .add("id", segment.id)
+        .add("bytes", segment.size)
+        .add("attachments", segment.attachments)
+        .add("removed", segment.is_removed)
+        .add("processes", processes);
+}
+
+// Of a string the bytes too: a JSON text cannot hold bytes that are not UTF-8.
+Json element_json(const BlockElement &element, bool is_string)
+{
+    JsonObject json;
+    json.add("text", element.text.empty() ? Json() : element.text);
+    if (is_string) json.add("hex", hex_digits(element.bytes));
+    if (!element.fault.empty()) json.add("wrong", element.fault);
     return json;
 }
 
-std::string hex_of(const std::string &bytes)
+Json descriptor_json(const BlockDescriptor &descriptor)
 {
-    std::string text;
-    for (const char byte : bytes) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<unsigned char>(byte));
-        text += digits;
-    }
-    return text;
-}
-
-// Of a string the bytes too: a JSON text cannot tell those that are no UTF-8.
-ordered_json element_json(const BlockElement &element, bool is_string)
-{
-    ordered_json json;
-    json["text"] = element.text.empty() ? ordered_json() : ordered_json(element.text);
-    if (is_string) json["hex"] = hex_of(element.bytes);
-    if (!element.fault.empty()) json["wrong"] = element.fault;
-    return json;
-}
-
-ordered_json descriptor_json(const BlockDescriptor &descriptor)
-{
-    ordered_json json;
-    json["type"] = descriptor.type;
-    json["type_name"] = type_name(descriptor.type);
-    json["by_reference"] = descriptor.ref != 0;
-    json["ptr"] = descriptor.ptr;
-    json["offset"] = descriptor.offset ? ordered_json(*descriptor.offset) : ordered_json();
-    json["maxlen"] = descriptor.maxlen;
-    json["elsz"] = descriptor.elsz;
-    json["elcnt"] = descriptor.elcnt;
-    json["values"] = ordered_json::array();
+    JsonArray values;
     for (const BlockElement &element : descriptor.elements)
-        json["values"].push_back(element_json(element, descriptor.type == DLL_STRING));
-    json["wrong"] = descriptor.faults;
-    return json;
+        values.add(element_json(element, descriptor.type == DLL_STRING));
+    return JsonObject()
+        .add("type", descriptor.type)
+        .add("type_name", type_name(descriptor.type))
+        .add("by_reference", descriptor.ref != 0)
+        .add("ptr", descriptor.ptr)
+        .add("offset", descriptor.offset)
+        .add("maxlen", descriptor.maxlen)
+        .add("elsz", descriptor.elsz)
+        .add("elcnt", descriptor.elcnt)
+        .add("values", values)
+        .add("wrong", descriptor.faults);
 }
 
-ordered_json block_json(const Dump &dump)
+Json block_json(const Dump &dump)
 {
     const Block &block = *dump.block;
-    ordered_json json;
-    json["layout"] = block.layout == 64 ? "64" : "native";
-    json["layout_from"] = dump.layout_from;
-    json["version"] = block.version;
-    json["pid"] = block.pid;
-    json["pid_alive"] = is_alive(block.pid);
-    json["base"] = block.base;
-    json["retcode"] = block.retcode;
-    json["shmsz"] = block.shmsz;
-    json["scratch"] = block.scratch;
-    json["scratch_offset"] = block.scratch_offset ? ordered_json(*block.scratch_offset) : ordered_json();
-    json["cbval"] = block.cbval;
-    json["argc"] = block.argc;
-    json["wrong"] = block.faults;
-    json["descriptors"] = ordered_json::array();
+    JsonArray descriptors;
     for (const BlockDescriptor &descriptor : block.descriptors)
-        json["descriptors"].push_back(descriptor_json(descriptor));
-    return json;
+        descriptors.add(descriptor_json(descriptor));
+    return JsonObject()
+        .add("layout", block.layout == 64 ? "64" : "native")
+        .add("layout_from", dump.layout_from)
+        .add("version", block.version)
+        .add("pid", block.pid)
+        .add("pid_alive", is_alive(block.pid))
+        .add("base", block.base)
+        .add("retcode", block.retcode)
+        .add("shmsz", block.shmsz)
+        .add("scratch", block.scratch)
+        .add("scratch_offset", block.scratch_offset)
+        .add("cbval", block.cbval)
+        .add("argc", block.argc)
+        .add("wrong", block.faults)
+        .add("descriptors", descriptors);
 }
 
 } // namespace
@@ -201,11 +187,10 @@ std::string show_dump(const Dump &dump)
     return text;
 }
 
-ordered_json dump_json(const Dump &dump)
+Json dump_json(const Dump &dump)
 {
-    ordered_json json;
-    json["segment"] = segment_json(dump);
-    json["no_block"] = dump.no_block.empty() ? ordered_json() : ordered_json(dump.no_block);
-    json["block"] = dump.block ? block_json(dump) : ordered_json();
-    return json;
+    return JsonObject()
+        .add("segment", segment_json(dump))
+        .add("no_block", dump.no_block.empty() ? Json() : dump.no_block)
+        .add("block", dump.block ? block_json(dump) : Json());
 }

@@ -4,11 +4,11 @@
 #ifndef KA_TOOL_BLOCK_SHOW_H
 #define KA_TOOL_BLOCK_SHOW_H
 
-#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 
 #include "attached.h"
+#include "base/json.h"
 #include "decode.h"
 
 struct Dump {
@@ -21,6 +21,6 @@ struct Dump {
 // Lines, each with its line end.
 std::string show_dump(const Dump &dump);
 
-nlohmann::ordered_json dump_json(const Dump &dump);
+Json dump_json(const Dump &dump);
 
 #endif

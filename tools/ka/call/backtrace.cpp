@@ -21,26 +21,19 @@
 
 namespace {
 
-// The stack of an endless recursion is deep, and is unwound to its bottom: there stands where it began.
-constexpr size_t most_frames = 1 << 20;
-constexpr std::chrono::seconds most_time(3);
-constexpr size_t most_lines = 64;
+// The stack of an endless recursion is deep, and is unwound to its bottom, which shows where it began.
+constexpr size_t max_frames = 1 << 20;
+constexpr std::chrono::seconds max_time(3);
+constexpr size_t max_lines = 64;
 constexpr size_t lines_at_the_bottom = 24; // of them, when they are not enough
 constexpr size_t longest_cycle = 8;        // functions that call each other in turn
 constexpr size_t least_repeats = 4;        // of a cycle that is folded
 constexpr uint64_t near_stack = 1 << 16;   // of the stack pointer: what a function can reach below it in one step
 
 struct Frame {
-    Dwarf_Addr address; // of the instruction, or of the one behind a call
+    Dwarf_Addr address; // of the instruction, or of the one after a call
     bool is_exact;
 };
-
-std::string hexadecimal(uint64_t number)
-{
-    char text[2 + 16 + 1];
-    snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(number));
-    return text;
-}
 
 // ---- Names -----------------------------------------------------------------------------------------------------
 
@@ -66,22 +59,22 @@ std::string source_line(Dwfl_Module *module, Dwarf_Addr address)
     return file ? " at " + printable(file) + ":" + std::to_string(line) : "";
 }
 
-// The address behind a call can belong to the next line, or the next function.
+// The address after a call can belong to the next line, or the next function.
 std::string describe(Dwfl *dwfl, const Frame &frame)
 {
     const Dwarf_Addr inside = frame.is_exact ? frame.address : frame.address - 1;
     Dwfl_Module *module = dwfl_addrmodule(dwfl, inside);
-    if (!module) return hexadecimal(frame.address);
+    if (!module) return hex_number(frame.address);
     GElf_Off offset = 0;
     GElf_Sym symbol;
     Dwarf_Addr start = 0;
     const char *path = dwfl_module_info(module, nullptr, &start, nullptr, nullptr, nullptr, nullptr, nullptr);
     const std::string file = path ? file_name(path) : "?";
     const char *name = dwfl_module_addrinfo(module, inside, &offset, &symbol, nullptr, nullptr, nullptr);
-    if (!name) return file + "+" + hexadecimal(frame.address - start);
+    if (!name) return file + "+" + hex_number(frame.address - start);
     const std::string line = source_line(module, inside);
     if (!line.empty()) return readable(name) + line;
-    return readable(name) + "+" + hexadecimal(offset + (frame.address - inside)) + " in " + file;
+    return readable(name) + "+" + hex_number(offset + (frame.address - inside)) + " in " + file;
 }
 
 // Of the function alone.
@@ -95,7 +88,7 @@ std::string function_of(Dwfl *dwfl, const Frame &frame)
 
 struct Unwinding {
     std::vector<Frame> frames;
-    std::chrono::steady_clock::time_point end = std::chrono::steady_clock::now() + most_time;
+    std::chrono::steady_clock::time_point end = std::chrono::steady_clock::now() + max_time;
     bool is_cut = false;
 };
 
@@ -107,20 +100,20 @@ int add_frame(Dwfl_Frame *state, void *argument)
     unwinding->frames.push_back(frame);
     const size_t count = unwinding->frames.size();
     const bool is_late = count % 1024 == 0 && std::chrono::steady_clock::now() > unwinding->end;
-    unwinding->is_cut = is_late || count == most_frames;
+    unwinding->is_cut = is_late || count == max_frames;
     return unwinding->is_cut ? DWARF_CB_ABORT : DWARF_CB_OK;
 }
 
 // ---- Cycles ----------------------------------------------------------------------------------------------------
 
-// A frame that is shown, or frames that are told by their number.
+// A frame that is shown, or frames that are counted.
 struct Line {
     size_t frame;      // the first
     size_t folded = 0; // 0: it is shown
     size_t period = 0; // folded frames repeat after so many; 0: they do not
 };
 
-// How many frames from first on repeat those that stand period before them.
+// How many frames from first on repeat those that are period before them.
 size_t repeated(const std::vector<Frame> &frames, size_t first, size_t period)
 {
     size_t at = first;
@@ -160,8 +153,8 @@ std::vector<Line> fold(const std::vector<Frame> &frames)
 // Those in the middle make room.
 void shorten(std::vector<Line> &lines)
 {
-    if (lines.size() <= most_lines) return;
-    const size_t top = most_lines - lines_at_the_bottom - 1;
+    if (lines.size() <= max_lines) return;
+    const size_t top = max_lines - lines_at_the_bottom - 1;
     const size_t bottom = lines.size() - lines_at_the_bottom;
     const Line between = {lines[top].frame, lines[bottom].frame - lines[top].frame};
     lines.erase(lines.begin() + static_cast<ptrdiff_t>(top), lines.begin() + static_cast<ptrdiff_t>(bottom));
@@ -208,7 +201,7 @@ std::string backtrace(int32_t pid)
     return show_all(dwfl.get(), unwinding);
 }
 
-// Where the memory begins that the stack pointer is in, or has just left; 0 when that cannot be told.
+// Where the memory begins that the stack pointer is in, or has just left; 0 when that is not known.
 uint64_t stack_begin(int32_t pid, uint64_t stack_pointer)
 {
     std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
@@ -239,7 +232,7 @@ std::string fault_address(int32_t pid, int32_t signal)
     if (!has_address || ptrace(PTRACE_GETSIGINFO, pid, nullptr, &info) != 0 || info.si_code <= 0) return "";
     const uint64_t address = reinterpret_cast<uintptr_t>(info.si_addr);
     const bool is_overflow = signal == SIGSEGV && is_stack_overflow(pid, address);
-    return (is_overflow ? "stack overflow: " : "") + ("fault at address " + hexadecimal(address)) + "\n";
+    return (is_overflow ? "stack overflow: " : "") + ("fault at address " + hex_number(address)) + "\n";
 }
 
 // Cut at the end of a line where it does not fit.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Where a host stood when it died or hung: for ka_options.inspector.
+// The backtrace of a host when it dies or is late: for ka_options.inspector.
 #ifndef KA_TOOL_CALL_BACKTRACE_H
 #define KA_TOOL_CALL_BACKTRACE_H
 

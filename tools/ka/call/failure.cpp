@@ -3,14 +3,14 @@
 // See failure.h.
 #include "failure.h"
 
-#include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "base/exit_status.h"
+#include "base/output.h"
 #include "base/text.h"
 #include "one_call.h"
 
-// What killed a host, or kept it busy, is worth more than a line; then there is a report of it, else none.
+// A host that was ended, or ended itself, has a report; other errors have a line only.
 static const char *report_of(ka_host *host, const char *(*write)(ka_host *))
 {
     const int32_t error_class = ka_last_error(host)->error_class;
@@ -30,7 +30,7 @@ std::string failure_text(ka_host *host)
 std::string failure_json(ka_host *host, const std::string &function)
 {
     const char *report = report_of(host, ka_report_json);
-    return report != nullptr ? report : "{" + error_members(function, *ka_last_error(host)) + "}";
+    return report != nullptr ? report : error_json(function, *ka_last_error(host)).text();
 }
 
 int32_t pid_of_failure(ka_host *host)
@@ -51,25 +51,23 @@ static ka_error error_of(int32_t error_class, const std::string &text)
     return error;
 }
 
-std::string unmade_call_json(const std::string &function, int32_t error_class, const std::string &text)
+std::string refused_call_json(const std::string &function, int32_t error_class, const std::string &text)
 {
-    return "{" + error_members(function, error_of(error_class, text)) + "}";
+    return error_json(function, error_of(error_class, text)).text();
 }
 
-static int tell(ExitStatus status, int32_t error_class, const std::string &text, Form form)
+static int report(ExitStatus status, int32_t error_class, const std::string &text, Form form)
 {
-    complain(status, text);
-    if (form == Form::text) return status;
-    std::cout << "{" << error_members(error_of(error_class, text)) << "}" << std::endl;
-    return std::cout ? status : complain(EXIT_USAGE, "the results could not be written");
+    report_error(status, text);
+    return form == Form::text ? status : write_results(error_json(error_of(error_class, text)).text() + "\n", status);
 }
 
-int tell_failure(int32_t error_class, const std::string &text, Form form)
+int report_failure(int32_t error_class, const std::string &text, Form form)
 {
-    return tell(exit_status_of(error_class), error_class, text, form);
+    return report(exit_status_of(error_class), error_class, text, form);
 }
 
-int tell_unreachable(int32_t error_class, const std::string &text, Form form)
+int report_unreachable(int32_t error_class, const std::string &text, Form form)
 {
-    return tell(EXIT_NOT_STARTED, error_class, text, form);
+    return report(EXIT_NOT_STARTED, error_class, text, form);
 }

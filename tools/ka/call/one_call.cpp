@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cstdio>
 
-#include "base/json.h"
 #include "base/text.h"
 #include "values/results.h"
 
@@ -28,7 +27,7 @@ CallOutcome invoke(ka_host *host, const Invocation &invocation)
     for (const Argument &argument : invocation.arguments)
         add_argument(host, argument);
     const auto begin = std::chrono::steady_clock::now();
-    outcome.error_class = ka_call(host, &outcome.code);
+    outcome.error_class = ka_call(host, &outcome.return_code);
     const std::chrono::duration<double, std::milli> passed = std::chrono::steady_clock::now() - begin;
     outcome.milliseconds = passed.count();
     if (outcome.error_class == KA_DONE) outcome.results = read_results(host, invocation);
@@ -42,21 +41,29 @@ std::string milliseconds_text(double milliseconds)
     return text;
 }
 
+Json milliseconds_json(double milliseconds)
+{
+    return Json::of_json(milliseconds_text(milliseconds));
+}
+
 std::string outcome_text(const CallOutcome &outcome)
 {
     std::string text;
     for (const Result &result : outcome.results)
         text += printable(result.name) + " = " + argument_text(result.value) + "\n";
-    return text + "return code " + std::to_string(outcome.code) + "\n";
+    return text + "return code " + std::to_string(outcome.return_code) + "\n";
 }
 
-std::string outcome_members(const std::string &function, const CallOutcome &outcome)
+JsonObject outcome_json(const std::string &function, const CallOutcome &outcome)
 {
-    std::string results;
+    JsonObject results;
     for (const Result &result : outcome.results)
-        results += (results.empty() ? "" : ",") + name_json(result.name) + ":" + argument_json(result.value);
-    return "\"function\":" + name_json(function) + ",\"return_code\":" + std::to_string(outcome.code) +
-           ",\"results\":{" + results + "},\"milliseconds\":" + milliseconds_text(outcome.milliseconds);
+        results.add(result.name, argument_json(result.value));
+    return JsonObject()
+        .add("function", function)
+        .add("return_code", outcome.return_code)
+        .add("results", results)
+        .add("milliseconds", milliseconds_json(outcome.milliseconds));
 }
 
 static const char *retry_text(int32_t retry)
@@ -71,14 +78,16 @@ static const char *retry_text(int32_t retry)
     }
 }
 
-std::string error_members(const ka_error &error)
+JsonObject error_json(const ka_error &error)
 {
-    return "\"error\":" + name_json(ka_error_name(error.error_class)) +
-           ",\"error_class\":" + std::to_string(error.error_class) + ",\"message\":" + name_json(error.message) +
-           ",\"retry\":\"" + retry_text(error.retry) + "\"";
+    return JsonObject()
+        .add("error", ka_error_name(error.error_class))
+        .add("error_class", error.error_class)
+        .add("message", error.message)
+        .add("retry", retry_text(error.retry));
 }
 
-std::string error_members(const std::string &function, const ka_error &error)
+JsonObject error_json(const std::string &function, const ka_error &error)
 {
-    return error_members(error) + ",\"function\":" + name_json(function);
+    return error_json(error).add("function", function);
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/json.h"
 #include "values/arguments.h"
 
 struct Invocation {
@@ -22,8 +23,8 @@ struct Result {
 };
 
 struct CallOutcome {
-    int32_t error_class; // KA_DONE; any other: the host's last error tells the rest, and what follows is empty
-    int32_t code;
+    int32_t error_class; // KA_DONE; any other: the host's last error has the rest, and what follows is empty
+    int32_t return_code;
     double milliseconds; // from the request to the answer
     std::vector<Result> results;
 };
@@ -33,14 +34,15 @@ CallOutcome invoke(ka_host *host, const Invocation &invocation);
 // A line for each result, and the return code.
 std::string outcome_text(const CallOutcome &outcome);
 
-// Members of a JSON object: "function", "return_code", "results", "milliseconds".
-std::string outcome_members(const std::string &function, const CallOutcome &outcome);
+// "function", "return_code", "results", "milliseconds".
+JsonObject outcome_json(const std::string &function, const CallOutcome &outcome);
 
-// Likewise: those members of a report (ka_report_json) that tell what the error is; of a call with its function.
-std::string error_members(const ka_error &error);
-std::string error_members(const std::string &function, const ka_error &error);
+// The same for an error: the members that ka_report_json begins with; with the function's name for a call.
+JsonObject error_json(const ka_error &error);
+JsonObject error_json(const std::string &function, const ka_error &error);
 
-// A time in milliseconds as JSON has it.
+// A time, for people and as JSON.
 std::string milliseconds_text(double milliseconds);
+Json milliseconds_json(double milliseconds);
 
 #endif

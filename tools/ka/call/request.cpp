@@ -13,7 +13,7 @@
 
 namespace {
 
-// The streams of the standard library do not tell a file that cannot be read from an empty one.
+// To the streams of the standard library a file that cannot be read is an empty one.
 bool append_all(int fd, std::string &text)
 {
     char buffer[1 << 16];
@@ -35,7 +35,7 @@ std::string read_all(const std::string &path)
     return text;
 }
 
-// Where a malformed argument stands.
+// The place of a malformed argument.
 std::string place_of(const Request &request)
 {
     return request.arguments_file.empty() ? "" : "--args " + request.arguments_file + ": ";

@@ -42,10 +42,10 @@ static std::string rounded(double value)
     return text;
 }
 
-void Timing::add(double milliseconds, int32_t code)
+void Timing::add(double milliseconds, int32_t return_code)
 {
     times_.push_back(milliseconds);
-    if (code != 0) nonzero_calls_++;
+    if (return_code != 0) nonzero_calls_++;
 }
 
 std::string Timing::text() const
@@ -57,11 +57,11 @@ std::string Timing::text() const
            milliseconds_text(all.p99) + ", max " + milliseconds_text(all.max) + " ms\n";
 }
 
-std::string Timing::members() const
+void Timing::add_to(JsonObject &json) const
 {
     const Summary all = summary();
-    return "\"calls\":" + std::to_string(calls()) + ",\"nonzero_calls\":" + std::to_string(nonzero_calls_) +
-           ",\"calls_per_second\":" + rounded(all.per_second) + ",\"min_ms\":" + milliseconds_text(all.min) +
-           ",\"median_ms\":" + milliseconds_text(all.median) + ",\"p99_ms\":" + milliseconds_text(all.p99) +
-           ",\"max_ms\":" + milliseconds_text(all.max);
+    json.add("calls", calls()).add("nonzero_calls", nonzero_calls_);
+    json.add("calls_per_second", Json::of_json(rounded(all.per_second)));
+    json.add("min_ms", milliseconds_json(all.min)).add("median_ms", milliseconds_json(all.median));
+    json.add("p99_ms", milliseconds_json(all.p99)).add("max_ms", milliseconds_json(all.max));
 }

@@ -8,15 +8,18 @@
 #include <string>
 #include <vector>
 
+#include "base/json.h"
+
 class Timing {
 public:
-    void add(double milliseconds, int32_t code);
+    void add(double milliseconds, int32_t return_code);
     size_t calls() const { return times_.size(); }
     size_t nonzero_calls() const { return nonzero_calls_; } // answered with another code than 0
 
     // Not for no calls at all.
-    std::string text() const;    // lines
-    std::string members() const; // of a JSON object
+    std::string text() const; // lines
+    void add_to(JsonObject &json) const;
+
 private:
     struct Summary;
     Summary summary() const;

@@ -18,7 +18,8 @@ struct Finding {
     Severity severity;
     std::string text;
     std::string remedy;
-    std::vector<std::string> backtrace = {}; // where the host stood
+    std::vector<std::string> backtrace = {}; // of the host when it died or was late
+    bool never_answers = false;              // a start would wait for an answer that cannot come
 };
 
 using Findings = std::vector<Finding>;
@@ -32,7 +33,7 @@ bool check_tables(const ElfFile &program, Findings &findings);
 void check_tables(const ka_tables &tables, Findings &findings);
 
 // start.cpp: starts the module, asks for a function that it does not have, and ends it; with_tables: looks at
-// those of the host. When it was interrupted meanwhile, what that has ended; nothing is found then.
+// those of the host. An interruption's text when one ended it; nothing is found then.
 std::optional<std::string> check_start(const std::string &module, int deadline_ms, bool with_tables,
                                        Findings &findings);
 

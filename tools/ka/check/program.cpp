@@ -84,7 +84,7 @@ std::set<std::string> provided_symbols(const ElfFile &program, const Libraries &
     return names;
 }
 
-// Where a library is missing, its symbols would all be told again.
+// Where a library is missing, its symbols would all be reported again.
 void check_undefined(const ElfFile &program, const Libraries &libraries, Findings &findings)
 {
     if (!libraries.missing.empty()) return;
@@ -132,14 +132,20 @@ void check_host(const ElfFile &program, const Libraries &libraries, Findings &fi
     const bool host_missing = std::any_of(libraries.missing.begin(), libraries.missing.end(), is_host);
     if (host_missing) return;
     if (!has_host(program, libraries)) {
-        findings.push_back({Severity::error, "it is not linked with the call host: it would never answer",
-                            "link it with -lkahost; it must not have a main of its own"});
+        findings.push_back({Severity::error,
+                            "it is not linked with the call host: it would never answer",
+                            "link it with -lkahost; it must not have a main of its own",
+                            {},
+                            true});
         return;
     }
     const bool host_inside = find_defined(program, "u_get_baseptr") != nullptr;
     if (!host_inside && find_defined(program, "main") != nullptr)
-        findings.push_back({Severity::error, "it has a main of its own, so that of the call host never runs",
-                            "remove main: dll_setup is where a module begins"});
+        findings.push_back({Severity::error,
+                            "it has a main of its own, so that of the call host never runs",
+                            "remove main: dll_setup is where a module begins",
+                            {},
+                            true});
 }
 
 void check_own_symbols(const ElfFile &program, Findings &findings)
@@ -152,7 +158,8 @@ void check_own_symbols(const ElfFile &program, Findings &findings)
             findings.push_back({Severity::fatal, std::string("it does not define ") + name,
                                 "define it in the module; in C++ within extern \"C\""});
         } else if (symbol->type != wanted && symbol->type != STT_NOTYPE) {
-            findings.push_back({Severity::error, std::string(name) + (is_table ? " is no table" : " is no function"),
+            findings.push_back({Severity::error,
+                                std::string(name) + (is_table ? " is not a table" : " is not a function"),
                                 "declare it as ka/dll_module.h does: include that header"});
         }
     }

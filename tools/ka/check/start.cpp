@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// See finding.h. First the host is waited for, so that what fails in the start is told apart from what fails in a
+// See finding.h. First the host is waited for, so that a failure in the start is not taken for one in a
 // call; then a call of a function that no module has shows that it answers. Of the module nothing runs but dll_setup
 // and dll_cleanup.
 #include <csignal>
@@ -17,8 +17,8 @@
 
 namespace {
 
-constexpr const char *nobody = "\x01ka check"; // no function is named so
-constexpr size_t shown_bytes = 400;            // of what the module writes, its last
+constexpr const char *no_function = "\x01ka check"; // no module has one of this name
+constexpr size_t shown_bytes = 400;                 // of what the module writes, its last
 
 // Of what the host has written on standard error, the end: whole lines, when there are some.
 std::string written_by(ka_host *host)
@@ -44,15 +44,15 @@ void end_module(ka_host *host, int grace_ms)
     close(process.fd);
 }
 
-struct Trial {
+struct StartResult {
     int32_t error_class;
     std::string error;
-    int32_t code;
+    int32_t return_code;
     std::string written;
     std::vector<std::string> backtrace;
 };
 
-// Tables that cannot be read are no finding: calls go unchecked then, and work.
+// Tables that cannot be read are not a finding: calls go unchecked then, and work.
 int32_t await_start(ka_host *host, bool with_tables, Findings &findings)
 {
     const ka_tables *tables = ka_host_tables(host);
@@ -68,35 +68,35 @@ std::vector<std::string> backtrace_of(ka_host *host)
     return nlohmann::json::parse(report)["backtrace"].get<std::vector<std::string>>();
 }
 
-Trial try_module(const std::string &module, int deadline_ms, bool with_tables, Findings &findings)
+StartResult start_module(const std::string &module, int deadline_ms, bool with_tables, Findings &findings)
 {
     ka_options options;
     ka_options_init(&options, sizeof options);
     options.deadline_ms = deadline_ms;
-    options.cancel_fd = interruption_descriptor();
+    options.cancel_fd = open_interruption_fd();
     options.checking = KA_RAW;
     options.inspector = backtrace_inspector();
     options.error_output = KA_STDERR_RING;
     ka_host *host = nullptr;
-    Trial trial{};
-    trial.error_class = ka_open(&host, module.c_str(), &options);
-    if (trial.error_class == KA_DONE) trial.error_class = await_start(host, with_tables, findings);
-    if (trial.error_class == KA_DONE) {
-        ka_begin(host, nobody);
-        trial.error_class = ka_call(host, &trial.code);
+    StartResult result{};
+    result.error_class = ka_open(&host, module.c_str(), &options);
+    if (result.error_class == KA_DONE) result.error_class = await_start(host, with_tables, findings);
+    if (result.error_class == KA_DONE) {
+        ka_begin(host, no_function);
+        result.error_class = ka_call(host, &result.return_code);
     }
-    trial.error = ka_last_error(host)->message;
-    if (trial.error_class != KA_DONE) trial.backtrace = backtrace_of(host);
+    result.error = ka_last_error(host)->message;
+    if (result.error_class != KA_DONE) result.backtrace = backtrace_of(host);
     end_module(host, options.grace_ms);
-    trial.written = written_by(host);
+    result.written = written_by(host);
     ka_close(host);
-    return trial;
+    return result;
 }
 
 // The innermost of those of the module's own functions that the host runs as it starts or ends.
-std::string place_of(const Trial &trial)
+std::string place_of(const StartResult &result)
 {
-    for (const std::string &line : trial.backtrace)
+    for (const std::string &line : result.backtrace)
         for (const std::string hook : {"dll_setup", "dll_cleanup"})
             if (line.find(" " + hook + " at ") != std::string::npos ||
                 line.find(" " + hook + "+0x") != std::string::npos)
@@ -104,11 +104,11 @@ std::string place_of(const Trial &trial)
     return "";
 }
 
-std::string remedy_of(const Trial &trial)
+std::string remedy_of(const StartResult &result)
 {
-    if (trial.error.find("calls back") != std::string::npos)
+    if (result.error.find("calls back") != std::string::npos)
         return "call back from functions, while a call is under way";
-    return trial.error_class == KA_DEADLINE
+    return result.error_class == KA_DEADLINE
                ? "dll_setup takes too long, or the host never waits for calls; --deadline gives it longer"
                : "look at dll_setup and at what was written; ka explain knows statuses and signals";
 }
@@ -118,21 +118,21 @@ std::string remedy_of(const Trial &trial)
 std::optional<std::string> check_start(const std::string &module, int deadline_ms, bool with_tables,
                                        Findings &findings)
 {
-    const Trial trial = try_module(module, deadline_ms, with_tables, findings);
-    const std::string written = trial.written.empty() ? "" : "; it wrote: " + trial.written;
-    if (trial.error_class == KA_CANCELLED) return trial.error + written;
-    if (trial.error_class != KA_DONE) {
-        findings.push_back({Severity::fatal, "it does not start: " + trial.error + place_of(trial) + written,
-                            remedy_of(trial), trial.backtrace});
+    const StartResult result = start_module(module, deadline_ms, with_tables, findings);
+    const std::string written = result.written.empty() ? "" : "; it wrote: " + result.written;
+    if (result.error_class == KA_CANCELLED) return result.error + written;
+    if (result.error_class != KA_DONE) {
+        findings.push_back({Severity::fatal, "it does not start: " + result.error + place_of(result) + written,
+                            remedy_of(result), result.backtrace});
         return std::nullopt;
     }
-    if (trial.code != KA_NO_FUNCTION)
-        findings.push_back(
-            {Severity::error,
-             "a function that it does not have is answered with " + std::to_string(trial.code) + ", not with 7",
-             "its tables are damaged, or changed as it starts"});
-    if (!trial.written.empty())
-        findings.push_back({Severity::warning, "it writes on standard error as it starts or ends: " + trial.written,
+    if (result.return_code != KA_NO_FUNCTION)
+        findings.push_back({Severity::error,
+                            "a function that it does not have is answered with " +
+                                std::to_string(result.return_code) + ", not with 7",
+                            "its tables are damaged, or changed as it starts"});
+    if (!result.written.empty())
+        findings.push_back({Severity::warning, "it writes on standard error as it starts or ends: " + result.written,
                             "its callers see that too, mixed with their own"});
     return std::nullopt;
 }

@@ -98,10 +98,10 @@ void check_prototype(const std::string &where, const Prototype &prototype, Findi
                             where + " asks for at least " + std::to_string(prototype.min_elements) + " elements",
                             "0 takes any number"});
     else if (!is_array_kind(prototype.kind) && prototype.min_elements != 0)
-        findings.push_back(
-            {Severity::note,
-             where + " has a minimum of " + std::to_string(prototype.min_elements) + " elements, which its kind ignores",
-             "write 0, or use an array kind"});
+        findings.push_back({Severity::note,
+                            where + " has a minimum of " + std::to_string(prototype.min_elements) +
+                                " elements, which its kind ignores",
+                            "write 0, or use an array kind"});
 }
 
 // ---- One function ----------------------------------------------------------------------------------------------
@@ -113,13 +113,13 @@ size_t place_of_vararg(const std::vector<Prototype> &prototypes)
     return static_cast<size_t>(std::find_if(prototypes.begin(), prototypes.end(), is_vararg) - prototypes.begin());
 }
 
-// A call has 50 arguments at most; a VarArg behind the fiftieth matches none and stands for none.
+// A call has 50 arguments at most; a VarArg after the fiftieth never matches one.
 void check_reach(const std::string &name, const std::vector<Prototype> &prototypes, Findings &findings)
 {
     const size_t vararg = place_of_vararg(prototypes);
     if (vararg + 1 < prototypes.size())
         findings.push_back({Severity::warning,
-                            name + ": the prototypes behind " + printable(prototypes[vararg].name) +
+                            name + ": the prototypes after " + printable(prototypes[vararg].name) +
                                 " (VarArg) are never used: it takes all arguments that follow",
                             "let the VarArg be the last"});
     if (vararg <= DLL_MAX_ARGS && vararg < prototypes.size()) return;

@@ -58,10 +58,10 @@ void step(const std::vector<Command> &commands, Place &place, const std::string 
     }
 }
 
-// ---- What can stand at the cursor ------------------------------------------------------------------------------
+// ---- What may be at the cursor ---------------------------------------------------------------------------------
 
 struct Answer {
-    std::string kind = "words";
+    std::string form = "words";
     std::string lines;
 };
 
@@ -90,14 +90,14 @@ void offer_functions(Answer &answer, const std::string &start, const std::string
     }
 }
 
-// What the value of an option, or an argument, can be: told by the word that stands for it. before is what stands in
-// front of the value in the same word: "--layout=".
+// The values that an option or an argument can have: the word that stands for it says so. before is the beginning of
+// the same word: "--layout=".
 Answer values_of(const Entry &entry, const std::string &word, const std::string &before, const Place &place)
 {
     Answer answer;
     const std::string &what = entry.value.empty() ? entry.names[0] : entry.value;
-    if (what == "MODULE") answer.kind = "executables";
-    if (what.starts_with("FILE")) answer.kind = "files";
+    if (what == "MODULE") answer.form = "executables";
+    if (what.starts_with("FILE")) answer.form = "files";
     if (what == "FUNCTION" && !place.arguments.empty()) offer_functions(answer, word, place.arguments[0]);
     for (const std::string &choice : entry.choices)
         offer(answer, before + word, before + choice, "");
@@ -152,5 +152,5 @@ std::string completion_answer(const CLI::App &app, const std::vector<std::string
     for (size_t i = 0; i + 1 < words.size(); i++)
         step(commands, place, words[i]);
     const Answer answer = answer_at(commands, place, words.empty() ? "" : words.back());
-    return answer.kind + "\n" + answer.lines;
+    return answer.form + "\n" + answer.lines;
 }

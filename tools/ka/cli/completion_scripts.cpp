@@ -6,8 +6,8 @@
 static constexpr const char *bash_script = R"(# SPDX-License-Identifier: MIT
 # Completion of ka in bash.
 _ka() {
-    # Bash takes = and : for words of their own. For ka they join what they stand between, and what is left of the
-    # last of them is no part of a reply.
+    # Bash takes = and : for words of their own. For ka they join the words around them, and what is left of the
+    # last of them is not part of a reply.
     local word words=() joins=
     for word in "${COMP_WORDS[@]:1:COMP_CWORD}"; do
         if [[ ${#words[@]} -gt 0 && ( $joins || $word == [=:]* ) ]]; then

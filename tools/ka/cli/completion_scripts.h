@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The scripts that make shells ask ka what can stand on its command line.
+// The scripts that make shells ask ka what may follow on its command line.
 #ifndef KA_TOOL_CLI_COMPLETION_SCRIPTS_H
 #define KA_TOOL_CLI_COMPLETION_SCRIPTS_H
 

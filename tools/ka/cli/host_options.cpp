@@ -12,7 +12,7 @@
 
 namespace {
 
-void add_block_options(CLI::App *command, HostWishes &wishes, const std::string &right_size)
+void add_block_options(CLI::App *command, HostOptions &options, const std::string &right_size)
 {
     add_option(command,
                {.name = "--layout",
@@ -20,26 +20,26 @@ void add_block_options(CLI::App *command, HostWishes &wishes, const std::string 
                 .text = "layout of the shared block",
                 .shows_default = true,
                 .choices = {"native", "64"}},
-               wishes.layout);
+               options.layout);
     add_option(command,
                {.name = "--segment",
                 .value = "BYTES",
                 .text = "size of the shared segment; 0: " + right_size,
                 .shows_default = true,
                 .range = Range{0, INT32_MAX}},
-               wishes.segment_bytes);
+               options.segment_bytes);
     add_option(command,
                {.name = "--scratch",
                 .value = "BYTES",
                 .text = "size of the scratch area at its end",
                 .shows_default = true,
                 .range = Range{0, INT32_MAX}},
-               wishes.scratch_bytes);
+               options.scratch_bytes);
 }
 
 int32_t answer_callback(ka_host *, int32_t value, void *user)
 {
-    const Answer answer = answer_to(static_cast<const HostWishes *>(user)->callback, value);
+    const Answer answer = answer_to(static_cast<const HostOptions *>(user)->callback, value);
     std::cerr << "ka: call-back " << value << ", answered " << answer.value
               << (answer.divides_by_zero ? ", since something is divided by zero\n" : "\n");
     return answer.value;
@@ -54,7 +54,7 @@ void add_deadline_option(CLI::App *command, std::string &deadline, const std::st
                 .value = "TIME",
                 .text = purpose + ": 10s, 500ms, 2m, 1h; a number alone is seconds",
                 .shows_default = true,
-                .fault = refuse_duration},
+                .fault = fault_of_duration},
                deadline);
 }
 
@@ -63,10 +63,10 @@ int32_t deadline_ms(const std::string &deadline)
     return static_cast<int32_t>(read_duration(deadline).value().count());
 }
 
-void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &right_size)
+void add_host_options(CLI::App *command, HostOptions &options, const std::string &right_size)
 {
-    add_flag(command, "--raw", wishes.raw, "sends the arguments as written, unchecked");
-    add_deadline_option(command, wishes.deadline, "how long to wait for the answer");
+    add_flag(command, "--raw", options.raw, "sends the arguments as written, unchecked");
+    add_deadline_option(command, options.deadline, "how long to wait for the answer");
     add_option(command,
                {.name = "--callback",
                 .value = "RULE",
@@ -74,15 +74,15 @@ void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &
                     "answer to every call-back: const:N, or arithmetic over value with + - * / % and parentheses, "
                     "in 32 bits that wrap around; 0 when it divides by zero",
                 .shows_default = true},
-               wishes.callback);
+               options.callback);
     add_option(command,
                {.name = "--trace",
                 .value = "N",
                 .text = "trace of the calls on standard error: 0 (none) to 4",
                 .shows_default = true,
                 .range = Range{0, KA_TRACE_MAX}},
-               wishes.trace_level);
-    add_block_options(command, wishes, right_size);
+               options.trace_level);
+    add_block_options(command, options, right_size);
 }
 
 void check_callback_rule(const std::string &option, const std::string &rule)
@@ -94,18 +94,18 @@ void check_callback_rule(const std::string &option, const std::string &rule)
     }
 }
 
-ka_options host_options(HostWishes &wishes, int32_t right_size, int cancel_fd)
+ka_options host_options(HostOptions &options, int32_t right_size, int cancel_fd)
 {
-    ka_options options;
-    ka_options_init(&options, sizeof options);
-    options.layout = wishes.layout == "64" ? KA_LAYOUT_64 : KA_LAYOUT_NATIVE;
-    options.segment_bytes = wishes.segment_bytes != 0 ? wishes.segment_bytes : right_size;
-    options.scratch_bytes = wishes.scratch_bytes;
-    options.deadline_ms = deadline_ms(wishes.deadline);
-    options.cancel_fd = cancel_fd;
-    options.checking = wishes.raw ? KA_RAW : KA_CHECKED;
-    options.trace_level = wishes.trace_level;
-    options.callback = answer_callback;
-    options.user = &wishes;
-    return options;
+    ka_options settings;
+    ka_options_init(&settings, sizeof settings);
+    settings.layout = options.layout == "64" ? KA_LAYOUT_64 : KA_LAYOUT_NATIVE;
+    settings.segment_bytes = options.segment_bytes != 0 ? options.segment_bytes : right_size;
+    settings.scratch_bytes = options.scratch_bytes;
+    settings.deadline_ms = deadline_ms(options.deadline);
+    settings.cancel_fd = cancel_fd;
+    settings.checking = options.raw ? KA_RAW : KA_CHECKED;
+    settings.trace_level = options.trace_level;
+    settings.callback = answer_callback;
+    settings.user = &options;
+    return settings;
 }

@@ -13,7 +13,7 @@ namespace CLI {
 class App;
 }
 
-struct HostWishes {
+struct HostOptions {
     std::string layout = "native";
     std::string deadline = "30s";
     std::string callback = "const:0";
@@ -28,12 +28,12 @@ void add_deadline_option(CLI::App *command, std::string &deadline, const std::st
 int32_t deadline_ms(const std::string &deadline);
 
 // right_size says what a segment of 0 bytes stands for.
-void add_host_options(CLI::App *command, HostWishes &wishes, const std::string &right_size);
+void add_host_options(CLI::App *command, HostOptions &options, const std::string &right_size);
 
 // Throws Malformed (values/literal.h); option says where the rule was given.
 void check_callback_rule(const std::string &option, const std::string &rule);
 
-// wishes answers the call-backs, and must live as long as the host.
-ka_options host_options(HostWishes &wishes, int32_t right_size, int cancel_fd);
+// options answers the call-backs, and must live as long as the host.
+ka_options host_options(HostOptions &options, int32_t right_size, int cancel_fd);
 
 #endif

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// See mistakes.h. The command-line library tells mistakes apart by the classes of its exceptions; which words and
+// See mistakes.h. The command-line library distinguishes mistakes by the classes of its exceptions; which words and
 // which options they are about is asked of the tree that parsed them.
 #include "mistakes.h"
 
@@ -53,13 +53,13 @@ std::vector<std::string> subcommand_names(const CLI::App &app)
 std::string describe_extras(const CLI::App &app, const CLI::App &command)
 {
     const std::vector<std::string> words = command.remaining();
-    if (words.empty()) return "a word too many";
+    if (words.empty()) return "unexpected argument";
     const auto begins_like_option = [](const std::string &word) { return word.size() > 1 && word[0] == '-'; };
     const auto option = std::find_if(words.begin(), words.end(), begins_like_option);
     if (option != words.end()) return unknown_option(*option, option_names(&command));
     if (&command == &app)
-        return "no subcommand " + quoted(words[0]) + meant(nearest_word(subcommand_names(app), words[0]));
-    return "nothing is expected at " + quoted(words[0]);
+        return "unknown subcommand " + quoted(words[0]) + meant(nearest_word(subcommand_names(app), words[0]));
+    return "unexpected argument " + quoted(words[0]);
 }
 
 std::string describe_missing(const CLI::App &command)
@@ -69,7 +69,7 @@ std::string describe_missing(const CLI::App &command)
     return "a word is missing";
 }
 
-// The option that the message is about stands at its beginning; a flag without its minus signs.
+// The message begins with the option that it is about; a flag without its minus signs.
 const CLI::Option *option_in(const CLI::App &command, const CLI::ParseError &error)
 {
     const std::string text = error.what();
@@ -95,7 +95,7 @@ std::string describe(const CLI::App &app, const CLI::App &command, const CLI::Pa
     return describe_option(command, error);
 }
 
-// The library gives up at the first mistake: --json can stand behind it.
+// The library gives up at the first mistake: --json can follow it.
 Form wanted_form(const CLI::App &command, const std::vector<std::string> &words)
 {
     if (command.get_option_no_throw("--json") == nullptr) return Form::text;
@@ -107,7 +107,7 @@ Form wanted_form(const CLI::App &command, const std::vector<std::string> &words)
 
 std::string unknown_option(const std::string &word, const std::vector<std::string> &names)
 {
-    return "no option " + shortened(word) + meant(nearest_word(names, word.substr(0, word.find('='))));
+    return "unknown option " + shortened(word) + meant(nearest_word(names, word.substr(0, word.find('='))));
 }
 
 std::string fault_of_number(const std::string &text, const Range &range)
@@ -129,6 +129,6 @@ int refuse_usage(const CLI::App &app, const CLI::ParseError &error, const std::v
 {
     const CLI::App &command = command_in(app);
     const std::string name = &command == &app ? "ka" : "ka " + command.get_name();
-    return tell_failure(KA_ARGUMENT, describe(app, command, error) + "; " + name + " --help tells more",
-                        wanted_form(command, words));
+    return report_failure(KA_ARGUMENT, describe(app, command, error) + "; see " + name + " --help",
+                          wanted_form(command, words));
 }

@@ -17,14 +17,14 @@ struct Range {
     int most;
 };
 
-// "no option WORD", with the nearest of those that there are.
+// "unknown option WORD", with the nearest of those that there are.
 std::string unknown_option(const std::string &word, const std::vector<std::string> &names);
 
 // What is wrong with a value; empty when it is good.
 std::string fault_of_number(const std::string &text, const Range &range);
 std::string fault_of_choice(const std::string &text, const std::vector<std::string> &choices);
 
-// Tells what is wrong with the words that app could not take; returns the exit status. words: as given.
+// Says what is wrong with the words that app could not take; returns the exit status. words: as given.
 int refuse_usage(const CLI::App &app, const CLI::ParseError &error, const std::vector<std::string> &words);
 
 #endif

@@ -15,13 +15,13 @@ std::string first_line(const std::string &text)
     return text.substr(0, text.find('\n'));
 }
 
-std::string behind_first_line(const std::string &text)
+std::string after_first_line(const std::string &text)
 {
     const size_t end = text.find_first_not_of('\n', first_line(text).size());
     return end == std::string::npos ? "" : text.substr(end);
 }
 
-// The library writes choices behind the value's own name: LAYOUT:{native,64}.
+// The library writes choices after the value's own name: LAYOUT:{native,64}.
 std::vector<std::string> choices_in(const std::string &type_name)
 {
     const size_t begin = type_name.find('{');
@@ -73,7 +73,7 @@ Command command_of(const CLI::App &app, const std::string &full_name)
     Command command{};
     command.name = app.get_parent() == nullptr ? "" : app.get_name();
     command.summary = first_line(app.get_description());
-    command.details = behind_first_line(app.get_description());
+    command.details = after_first_line(app.get_description());
     command.usage = usage_of(app, full_name);
     command.footer = app.get_footer();
     for (const CLI::Option *option : app.get_options()) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Subcommands and their options, declared as plain records. The command-line library stands behind these functions,
-// so that only four sources include its headers: they cost a compiler several seconds each time.
+// Subcommands and their options, declared as plain records. The command-line library is hidden in these functions,
+// so that few sources include its headers: they cost a compiler several seconds each time.
 #ifndef KA_TOOL_CLI_SUBCOMMAND_H
 #define KA_TOOL_CLI_SUBCOMMAND_H
 
@@ -21,7 +21,7 @@ struct Subcommand {
     std::string name;
     std::string description; // the first line is the summary
     std::string examples;    // the exit statuses follow them in --help
-    std::string usage = {};  // behind "ka NAME "; empty: made from the options and arguments
+    std::string usage = {};  // after "ka NAME "; empty: made from the options and arguments
 };
 
 // What takes a value: by its name, which begins with dashes, or by its place.

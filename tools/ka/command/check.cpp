@@ -6,11 +6,11 @@
 #include <algorithm>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include "base/exit_status.h"
 #include "base/json.h"
+#include "base/output.h"
 #include "base/terminal.h"
 #include "base/text.h"
 #include "call/failure.h"
@@ -20,7 +20,7 @@
 
 namespace {
 
-struct Wishes {
+struct Options {
     std::string module;
     std::string deadline = "10s";
     bool no_start = false;
@@ -29,7 +29,7 @@ struct Wishes {
     Form form() const { return json ? Form::json : Form::text; }
 };
 
-struct Checked {
+struct CheckResult {
     Findings findings;
     std::optional<std::string> interruption; // the start was interrupted, and showed nothing
 };
@@ -79,7 +79,7 @@ ExitStatus status_of(const Findings &findings)
     }
 }
 
-// What is behind the first line is set off, and is not taken for another finding.
+// Lines after the first are indented, and are not taken for other findings.
 std::string indented(std::string text)
 {
     for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at++)
@@ -105,31 +105,31 @@ std::string show(const std::string &module, const Findings &findings)
 
 std::string json_of(const std::string &module, const Findings &findings)
 {
-    nlohmann::ordered_json json;
-    json["module"] = module;
-    json["startable"] = worst_of(findings) != Severity::fatal;
-    json["findings"] = nlohmann::ordered_json::array();
+    JsonArray list;
     for (const Finding &finding : findings)
-        json["findings"].push_back({{"severity", name_of(finding.severity)},
-                                    {"text", printable_lines(finding.text)},
-                                    {"remedy", finding.remedy},
-                                    {"backtrace", finding.backtrace}});
-    return json_line(json) + "\n";
+        list.add(JsonObject()
+                     .add("severity", name_of(finding.severity))
+                     .add("text", printable_lines(finding.text))
+                     .add("remedy", finding.remedy)
+                     .add("backtrace", finding.backtrace));
+    const bool is_startable = worst_of(findings) != Severity::fatal;
+    return JsonObject().add("module", module).add("startable", is_startable).add("findings", list).text() + "\n";
 }
 
 // What the file already shows to fail is not started: the answer would be a second one to the same question.
-Checked check_all(const Wishes &wishes)
+CheckResult check_all(const Options &options)
 {
-    Checked checked;
+    CheckResult checked;
     Findings &findings = checked.findings;
-    const auto program = check_program(wishes.module, findings);
+    const auto program = check_program(options.module, findings);
     const bool tables_come_later = program && !check_tables(*program, findings);
     const bool can_start = program && worst_of(findings) != Severity::fatal;
-    const auto is_hostless = [](const Finding &each) { return each.text.find("call host") != std::string::npos; };
-    const bool would_answer = std::none_of(findings.begin(), findings.end(), is_hostless);
-    if (can_start && would_answer && !wishes.no_start) {
-        const Progress progress("starting " + wishes.module);
-        checked.interruption = check_start(wishes.module, deadline_ms(wishes.deadline), tables_come_later, findings);
+    const auto never_answers = [](const Finding &each) { return each.never_answers; };
+    const bool would_answer = std::none_of(findings.begin(), findings.end(), never_answers);
+    if (can_start && would_answer && !options.no_start) {
+        const Progress progress("starting " + options.module);
+        checked.interruption =
+            check_start(options.module, deadline_ms(options.deadline), tables_come_later, findings);
     } else if (tables_come_later) {
         findings.push_back({Severity::note, "its tables are filled as it starts, and were not looked at", ""});
     }
@@ -137,29 +137,29 @@ Checked check_all(const Wishes &wishes)
 }
 
 // What was found before is good to know; that nothing was found would say that the module is good.
-int show_interrupted(const Wishes &wishes, const Checked &checked)
+int show_interrupted(const Options &options, const CheckResult &checked)
 {
-    if (!wishes.json && !checked.findings.empty()) std::cout << show(wishes.module, checked.findings) << std::flush;
-    return tell_failure(KA_CANCELLED, *checked.interruption, wishes.form());
+    if (!options.json && !checked.findings.empty()) std::cout << show(options.module, checked.findings) << std::flush;
+    return report_failure(KA_CANCELLED, *checked.interruption, options.form());
 }
 
-int run_check(const Wishes &wishes)
+int run_check(const Options &options)
 {
-    const Checked checked = check_all(wishes);
-    if (checked.interruption) return show_interrupted(wishes, checked);
-    std::cout << (wishes.json ? json_of : show)(wishes.module, checked.findings) << std::flush;
-    return std::cout ? status_of(checked.findings) : complain(EXIT_USAGE, "the results could not be written");
+    const CheckResult checked = check_all(options);
+    if (checked.interruption) return show_interrupted(options, checked);
+    return write_results((options.json ? json_of : show)(options.module, checked.findings),
+                         status_of(checked.findings));
 }
 
 } // namespace
 
 void add_check_command(CLI::App &app, int &exit_status)
 {
-    const auto wishes = std::make_shared<Wishes>();
+    const auto options = std::make_shared<Options>();
     CLI::App *check = add_subcommand(app, {"check", description, examples});
-    add_option(check, {.name = "MODULE", .text = "path of the module", .is_required = true}, wishes->module);
-    add_deadline_option(check, wishes->deadline, "how long to wait for the start");
-    add_flag(check, "--no-start", wishes->no_start, "reads the file only, and runs nothing");
-    add_flag(check, "--json", wishes->json, "shows one JSON object");
-    when_chosen(check, exit_status, [wishes] { return run_check(*wishes); });
+    add_option(check, {.name = "MODULE", .text = "path of the module", .is_required = true}, options->module);
+    add_deadline_option(check, options->deadline, "how long to wait for the start");
+    add_flag(check, "--no-start", options->no_start, "reads the file only, and runs nothing");
+    add_flag(check, "--json", options->json, "shows one JSON object");
+    when_chosen(check, exit_status, [options] { return run_check(*options); });
 }

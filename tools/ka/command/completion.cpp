@@ -3,10 +3,10 @@
 // ka completion: the scripts that make shells ask ka what can follow on its command line.
 #include "commands.h"
 
-#include <iostream>
 #include <memory>
 
 #include "base/exit_status.h"
+#include "base/output.h"
 #include "cli/completion_scripts.h"
 #include "cli/subcommand.h"
 
@@ -32,8 +32,5 @@ void add_completion_command(CLI::App &app, int &exit_status)
         completion,
         {.name = "SHELL", .text = "the shell to write for", .is_required = true, .choices = {"bash", "zsh", "fish"}},
         *shell);
-    when_chosen(completion, exit_status, [shell] {
-        std::cout << completion_script(*shell) << std::flush;
-        return std::cout ? EXIT_DONE : EXIT_USAGE;
-    });
+    when_chosen(completion, exit_status, [shell] { return write_results(completion_script(*shell), EXIT_DONE); });
 }

@@ -6,12 +6,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "base/exit_status.h"
 #include "base/json.h"
+#include "base/output.h"
 #include "base/text.h"
 #include "block/show.h"
 #include "call/failure.h"
@@ -20,7 +19,7 @@
 
 namespace {
 
-struct Wishes {
+struct Options {
     int32_t number = 0;
     bool by_id = false;
     bool by_pid = false;
@@ -34,7 +33,7 @@ struct Wishes {
 
 constexpr const char *description = R"(Shows the shared block of a segment, or of a running host or caller.
 
-The segment is attached read-only: nothing changes, and whoever uses it goes on meanwhile. Between calls argc is
+The segment is attached read-only: nothing changes, and its users go on. Between calls argc is
 mostly 0; --descriptors shows what the last call left. Status 1: no block, or something is wrong in it.)";
 
 constexpr const char *examples = R"(Examples:
@@ -45,15 +44,15 @@ constexpr const char *examples = R"(Examples:
 
 // ---- Which segments --------------------------------------------------------------------------------------------
 
-struct Found {
+struct Segments {
     std::vector<int> ids;
     std::string why; // there are none
     bool is_ambiguous = false;
 };
 
-Found find_by_pid(int32_t pid)
+Segments find_by_pid(int32_t pid)
 {
-    Found found;
+    Segments found;
     const auto ids = segments_of(pid, found.why);
     if (!ids) return found;
     if (ids->empty()) found.why = "process " + std::to_string(pid) + " has no shared segment attached";
@@ -62,18 +61,18 @@ Found find_by_pid(int32_t pid)
 }
 
 // A number can be a segment and a process at once; it is not guessed which was meant.
-Found find(const Wishes &wishes)
+Segments find_segments(const Options &options)
 {
-    if (wishes.by_pid) return find_by_pid(wishes.number);
+    if (options.by_pid) return find_by_pid(options.number);
     std::string why;
-    const bool is_segment = find_segment(wishes.number, why).has_value();
-    if (wishes.by_id) return is_segment ? Found{{wishes.number}, ""} : Found{{}, why};
-    const Found by_pid = find_by_pid(wishes.number);
-    const std::string number = std::to_string(wishes.number);
+    const bool is_segment = find_segment(options.number, why).has_value();
+    if (options.by_id) return is_segment ? Segments{{options.number}, ""} : Segments{{}, why};
+    const Segments by_pid = find_by_pid(options.number);
+    const std::string number = std::to_string(options.number);
     if (is_segment && !by_pid.ids.empty())
         return {{}, number + " is a segment, and a process that has one attached: say --id or --pid", true};
-    if (is_segment) return {{wishes.number}, ""};
-    return by_pid.ids.empty() ? Found{{}, why + ", and " + by_pid.why} : by_pid;
+    if (is_segment) return {{options.number}, ""};
+    return by_pid.ids.empty() ? Segments{{}, why + ", and " + by_pid.why} : by_pid;
 }
 
 // ---- The dump --------------------------------------------------------------------------------------------------
@@ -83,30 +82,29 @@ struct Choice {
     std::string from;
 };
 
-Choice choose_layout(const Wishes &wishes, const Segment &segment, Bytes bytes)
+Choice choose_layout(const Options &options, const Segment &segment, Bytes bytes)
 {
-    if (!wishes.layout.empty()) return {wishes.layout == "64" ? 64 : 0, "as told"};
+    if (!options.layout.empty()) return {options.layout == "64" ? 64 : 0, "as given"};
     const auto is_host = [](const Attached &process) { return process.host_layout.has_value(); };
     const auto host = std::find_if(segment.processes.begin(), segment.processes.end(), is_host);
-    if (host != segment.processes.end())
-        return {*host->host_layout, "as host " + std::to_string(host->pid) + " was told"};
+    if (host != segment.processes.end()) return {*host->host_layout, "as given to host " + std::to_string(host->pid)};
     return {likely_layout(bytes), "which fits the header better"};
 }
 
-Limits limits_of(const Wishes &wishes)
+Limits limits_of(const Options &options)
 {
-    if (wishes.descriptors < 0) return {std::nullopt, wishes.elements};
-    return {wishes.descriptors, wishes.elements};
+    if (options.descriptors < 0) return {std::nullopt, options.elements};
+    return {options.descriptors, options.elements};
 }
 
 // A segment without a block is decoded only when a layout is asked for.
-Dump take_dump(const Wishes &wishes, const Segment &segment, Bytes bytes)
+Dump take_dump(const Options &options, const Segment &segment, Bytes bytes)
 {
     Dump dump{segment, why_no_block(bytes), "", std::nullopt};
-    if (!dump.no_block.empty() && wishes.layout.empty()) return dump;
-    const Choice choice = choose_layout(wishes, segment, bytes);
+    if (!dump.no_block.empty() && options.layout.empty()) return dump;
+    const Choice choice = choose_layout(options, segment, bytes);
     dump.layout_from = choice.from;
-    dump.block = decode_block(bytes, choice.layout, limits_of(wishes));
+    dump.block = decode_block(bytes, choice.layout, limits_of(options));
     return dump;
 }
 
@@ -123,39 +121,37 @@ bool is_sound(const Dump &dump)
 
 // ---- The command -----------------------------------------------------------------------------------------------
 
-int dump_segments(const Wishes &wishes, const std::vector<int> &ids)
+int dump_segments(const Options &options, const std::vector<int> &ids)
 {
     int status = EXIT_DONE;
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    JsonArray list;
     for (const int id : ids) {
         std::string why;
         const auto segment = find_segment(id, why);
-        if (!segment) return tell_unreachable(KA_ARGUMENT, why, wishes.form());
+        if (!segment) return report_unreachable(KA_ARGUMENT, why, options.form());
         const Attachment attachment(id);
         if (attachment.data() == nullptr)
-            return tell_unreachable(KA_ARGUMENT, "segment " + std::to_string(id) + ": " + std::strerror(errno),
-                                    wishes.form());
-        const Dump dump = take_dump(wishes, *segment, {attachment.data(), segment->size});
+            return report_unreachable(KA_ARGUMENT, "segment " + std::to_string(id) + ": " + std::strerror(errno),
+                                      options.form());
+        const Dump dump = take_dump(options, *segment, {attachment.data(), segment->size});
         if (!is_sound(dump)) status = EXIT_NONZERO;
-        if (wishes.json) list.push_back(dump_json(dump));
-        if (!wishes.json) std::cout << show_dump(dump);
+        list.add(dump_json(dump));
+        if (!options.json && write_results(show_dump(dump), EXIT_DONE) != EXIT_DONE) return EXIT_USAGE;
     }
-    if (wishes.json) std::cout << json_line(list) << '\n';
-    std::cout.flush();
-    return std::cout ? status : complain(EXIT_USAGE, "the results could not be written");
+    return options.json ? write_results(list.text() + "\n", status) : status;
 }
 
-int run_dump(const Wishes &wishes)
+int run_dump(const Options &options)
 {
-    if (wishes.by_id && wishes.by_pid)
-        return tell_failure(KA_ARGUMENT, "the number is --id or --pid, not both", wishes.form());
-    const Found found = find(wishes);
-    if (found.is_ambiguous) return tell_failure(KA_ARGUMENT, found.why, wishes.form());
-    return found.ids.empty() ? tell_unreachable(KA_ARGUMENT, found.why, wishes.form())
-                             : dump_segments(wishes, found.ids);
+    if (options.by_id && options.by_pid)
+        return report_failure(KA_ARGUMENT, "the number is --id or --pid, not both", options.form());
+    const Segments found = find_segments(options);
+    if (found.is_ambiguous) return report_failure(KA_ARGUMENT, found.why, options.form());
+    return found.ids.empty() ? report_unreachable(KA_ARGUMENT, found.why, options.form())
+                             : dump_segments(options, found.ids);
 }
 
-std::string refuse_layout(const std::string &text)
+std::string fault_of_layout(const std::string &text)
 {
     return fault_of_choice(text, {"native", "64"});
 }
@@ -164,33 +160,33 @@ std::string refuse_layout(const std::string &text)
 
 void add_dump_command(CLI::App &app, int &exit_status)
 {
-    const auto wishes = std::make_shared<Wishes>();
+    const auto options = std::make_shared<Options>();
     CLI::App *dump = add_subcommand(app, {"dump", description, examples});
     add_option(dump,
                {.name = "NUMBER",
                 .text = "a segment, or a process that has one attached",
                 .is_required = true,
                 .range = Range{0, INT32_MAX}},
-               wishes->number);
-    add_flag(dump, "--id", wishes->by_id, "the number is a segment");
-    add_flag(dump, "--pid", wishes->by_pid, "the number is a process");
+               options->number);
+    add_flag(dump, "--id", options->by_id, "the number is a segment");
+    add_flag(dump, "--pid", options->by_pid, "the number is a process");
     add_option(dump,
                {.name = "--layout",
                 .value = "LAYOUT",
                 .text = "layout of the block: native or 64; otherwise it is found out",
-                .fault = refuse_layout},
-               wishes->layout);
+                .fault = fault_of_layout},
+               options->layout);
     add_option(dump,
                {.name = "--elements",
                 .value = "N",
                 .text = "elements shown of each array",
                 .shows_default = true,
                 .range = Range{0, 1000000}},
-               wishes->elements);
+               options->elements);
     add_option(
         dump,
         {.name = "--descriptors", .value = "N", .text = "descriptors shown, instead of argc", .range = Range{0, 51}},
-        wishes->descriptors);
-    add_flag(dump, "--json", wishes->json, "shows one JSON array, with an object for each segment");
-    when_chosen(dump, exit_status, [wishes] { return run_dump(*wishes); });
+        options->descriptors);
+    add_flag(dump, "--json", options->json, "shows one JSON array, with an object for each segment");
+    when_chosen(dump, exit_status, [options] { return run_dump(*options); });
 }

@@ -6,11 +6,12 @@
 #include <algorithm>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <sstream>
 #include <unistd.h>
 
 #include "base/exit_status.h"
+#include "base/json.h"
+#include "base/output.h"
 #include "base/terminal.h"
 #include "base/text.h"
 #include "call/failure.h"
@@ -19,7 +20,7 @@
 
 namespace {
 
-struct Wishes {
+struct Options {
     std::string text;
     bool all = false;
     bool json = false;
@@ -60,16 +61,16 @@ Rows find_lines(std::istream &lines)
     return found;
 }
 
-Rows find_wished(const Wishes &wishes)
+Rows rows_wanted(const Options &options)
 {
     Rows found;
-    if (wishes.all) {
+    if (options.all) {
         for (const Explanation &row : explanations())
             found.push_back(&row);
         return found;
     }
-    if (wishes.text == "-") return find_lines(std::cin);
-    std::istringstream lines(wishes.text);
+    if (options.text == "-") return find_lines(std::cin);
+    std::istringstream lines(options.text);
     return find_lines(lines);
 }
 
@@ -121,52 +122,48 @@ std::string show(const Rows &rows)
 
 std::string json_of(const Rows &rows)
 {
-    using nlohmann::ordered_json;
-    ordered_json list = ordered_json::array();
-    for (const Explanation *row : rows) {
-        ordered_json json;
-        json["layer"] = row->layer;
-        json["number"] = row->number == NO_NUMBER ? ordered_json() : ordered_json(row->number);
-        json["name"] = row->name;
-        json["message"] = first_line(row->messages);
-        json["meaning"] = row->meaning;
-        json["cause"] = row->cause;
-        json["remedy"] = row->remedy;
-        list.push_back(json);
-    }
-    return list.dump() + "\n";
+    JsonArray list;
+    for (const Explanation *row : rows)
+        list.add(JsonObject()
+                     .add("layer", row->layer)
+                     .add("number", row->number == NO_NUMBER ? Json() : row->number)
+                     .add("name", row->name)
+                     .add("message", first_line(row->messages))
+                     .add("meaning", row->meaning)
+                     .add("cause", row->cause)
+                     .add("remedy", row->remedy));
+    return list.text() + "\n";
 }
 
 // ---- The command -----------------------------------------------------------------------------------------------
 
-int run_explain(const Wishes &wishes)
+int run_explain(const Options &options)
 {
-    if (wishes.text.empty() && !wishes.all)
-        return tell_failure(KA_ARGUMENT, "a number, a name or a message is missing", wishes.form());
-    const Rows rows = find_wished(wishes);
+    if (options.text.empty() && !options.all)
+        return report_failure(KA_ARGUMENT, "a number, a name or a message is missing", options.form());
+    const Rows rows = rows_wanted(options);
     if (rows.empty()) {
-        const bool may_be_own = is_number(wishes.text);
+        const bool may_be_own = is_number(options.text);
         const std::string remedy = may_be_own ? "; as the return code of a call it is the function's own" : "";
-        return tell_failure(KA_ARGUMENT, "nothing is known about '" + shortened(wishes.text) + "'" + remedy,
-                            wishes.form());
+        return report_failure(KA_ARGUMENT, "nothing is known about '" + shortened(options.text) + "'" + remedy,
+                              options.form());
     }
-    std::cout << (wishes.json ? json_of(rows) : show(rows)) << std::flush;
-    return std::cout ? EXIT_DONE : complain(EXIT_USAGE, "the results could not be written");
+    return write_results(options.json ? json_of(rows) : show(rows), EXIT_DONE);
 }
 
 } // namespace
 
 void add_explain_command(CLI::App &app, int &exit_status)
 {
-    const auto wishes = std::make_shared<Wishes>();
+    const auto options = std::make_shared<Options>();
     CLI::App *explain =
         add_subcommand(app, {"explain", description, examples, "[OPTIONS] NUMBER | NAME | MESSAGE... | -"});
     take_extra_words(explain); // a number may begin with a minus sign
-    add_flag(explain, "--all", wishes->all, "shows all that is known");
-    add_flag(explain, "--json", wishes->json, "shows one JSON array");
-    when_chosen(explain, exit_status, [wishes, explain] {
+    add_flag(explain, "--all", options->all, "shows all that is known");
+    add_flag(explain, "--json", options->json, "shows one JSON array");
+    when_chosen(explain, exit_status, [options, explain] {
         for (const std::string &word : extra_words(explain))
-            if (word != "--") wishes->text += (wishes->text.empty() ? "" : " ") + word;
-        return run_explain(*wishes);
+            if (word != "--") options->text += (options->text.empty() ? "" : " ") + word;
+        return run_explain(*options);
     });
 }

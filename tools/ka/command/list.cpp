@@ -3,12 +3,12 @@
 // ka list: the functions of a module.
 #include "commands.h"
 
-#include <iostream>
 #include <memory>
 
 #include "base/exit_status.h"
 #include "base/interruption.h"
 #include "base/json.h"
+#include "base/output.h"
 #include "call/failure.h"
 #include "cli/subcommand.h"
 #include "module/listing.h"
@@ -16,7 +16,7 @@
 
 namespace {
 
-struct Wishes {
+struct Options {
     std::string module;
     std::string function;
     bool start = false;
@@ -41,48 +41,42 @@ constexpr const char *examples = R"(Examples:
 
 // ---- The command -----------------------------------------------------------------------------------------------
 
-int show(const Wishes &wishes, const std::vector<Function> &functions)
+int show(const Options &options, const std::vector<Function> &functions)
 {
-    if (wishes.json) {
-        std::cout << "{\"module\":" << name_json(wishes.module) << ",\"functions\":" << functions_json(functions)
-                  << "}\n";
-    } else {
-        std::cout << functions_text(functions);
-    }
-    std::cout.flush();
-    return std::cout ? EXIT_DONE : complain(EXIT_USAGE, "the results could not be written");
+    const JsonObject json = JsonObject().add("module", options.module).add("functions", functions_json(functions));
+    return write_results(options.json ? json.text() + "\n" : functions_text(functions), EXIT_DONE);
 }
 
-int show_wanted(const Wishes &wishes, const std::vector<Function> &functions)
+int show_wanted(const Options &options, const std::vector<Function> &functions)
 {
-    if (wishes.function.empty()) return show(wishes, functions);
+    if (options.function.empty()) return show(options, functions);
     try {
-        return show(wishes, {find_function(functions, wishes.function)});
+        return show(options, {find_function(functions, options.function)});
     } catch (const Refused &refused) {
-        return tell_failure(KA_REFUSED, refused.what(), wishes.form());
+        return report_failure(KA_REFUSED, refused.what(), options.form());
     }
 }
 
-int list_file(const Wishes &wishes)
+int list_file(const Options &options)
 {
-    const Tables tables = read_tables(wishes.module);
-    if (tables.are_whole()) return show_wanted(wishes, tables.functions);
+    const Tables tables = read_tables(options.module);
+    if (tables.are_whole()) return show_wanted(options, tables.functions);
     const std::string why =
         tables.filled_at_start ? "the module fills its tables as it starts; --start reads them then" : tables.fault;
-    return tell_failure(KA_START, wishes.module + ": " + why, wishes.form());
+    return report_failure(KA_START, options.module + ": " + why, options.form());
 }
 
-int list_host(const Wishes &wishes)
+int list_host(const Options &options)
 {
-    ka_options options;
-    ka_options_init(&options, sizeof options);
-    options.cancel_fd = interruption_descriptor();
+    ka_options settings;
+    ka_options_init(&settings, sizeof settings);
+    settings.cancel_fd = open_interruption_fd();
     ka_host *host = nullptr;
     const ka_tables *tables = nullptr;
-    if (ka_open(&host, wishes.module.c_str(), &options) == KA_DONE) tables = ka_host_tables(host);
+    if (ka_open(&host, options.module.c_str(), &settings) == KA_DONE) tables = ka_host_tables(host);
     const ka_error *error = ka_last_error(host);
-    const int status = tables != nullptr ? show_wanted(wishes, functions_of(*tables))
-                                         : tell_failure(error->error_class, error->message, wishes.form());
+    const int status = tables != nullptr ? show_wanted(options, functions_of(*tables))
+                                         : report_failure(error->error_class, error->message, options.form());
     ka_close(host);
     return status;
 }
@@ -91,11 +85,11 @@ int list_host(const Wishes &wishes)
 
 void add_list_command(CLI::App &app, int &exit_status)
 {
-    const auto wishes = std::make_shared<Wishes>();
+    const auto options = std::make_shared<Options>();
     CLI::App *list = add_subcommand(app, {"list", description, examples, "[OPTIONS] MODULE [FUNCTION]"});
-    add_option(list, {.name = "MODULE", .text = "path of the module", .is_required = true}, wishes->module);
-    add_option(list, {.name = "FUNCTION", .text = "only this function"}, wishes->function);
-    add_flag(list, "--start", wishes->start, "starts the module, and reads the tables that it has then");
-    add_flag(list, "--json", wishes->json, "shows one JSON object");
-    when_chosen(list, exit_status, [wishes] { return wishes->start ? list_host(*wishes) : list_file(*wishes); });
+    add_option(list, {.name = "MODULE", .text = "path of the module", .is_required = true}, options->module);
+    add_option(list, {.name = "FUNCTION", .text = "only this function"}, options->function);
+    add_flag(list, "--start", options->start, "starts the module, and reads the tables that it has then");
+    add_flag(list, "--json", options->json, "shows one JSON object");
+    when_chosen(list, exit_status, [options] { return options->start ? list_host(*options) : list_file(*options); });
 }

@@ -7,9 +7,9 @@
 
 #include <algorithm>
 #include <cctype>
-#include <iostream>
 
 #include "base/exit_status.h"
+#include "base/output.h"
 #include "cli/option_tree.h"
 #include "cli/subcommand.h"
 
@@ -57,7 +57,7 @@ std::string escaped(const std::string &text)
     return out;
 }
 
-// The words behind an option are part of a list in --help; here they are a sentence.
+// The words after an option are part of a list in --help; here they are a sentence.
 std::string sentence(std::string text)
 {
     if (!text.empty()) text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
@@ -81,7 +81,7 @@ bool is_heading(const std::vector<std::string> &lines, size_t i)
            is_indented(lines[i + 1]);
 }
 
-// Lines that stay as they are, from the one at i; i is left at the first behind them.
+// Lines that stay as they are, from the one at i; i is left at the first after them.
 std::string verbatim(const std::vector<std::string> &lines, size_t &i)
 {
     std::string out = ".RS 4\n.nf\n";
@@ -143,7 +143,7 @@ std::string entries(const Command &command)
     return out;
 }
 
-// The exit statuses, which every --help ends with, stand once in the page.
+// The exit statuses, which every --help ends with, are in the page once.
 std::string without_exit_status(std::string footer)
 {
     const size_t at = footer.find(exit_status_help());
@@ -186,8 +186,5 @@ std::string page(const CLI::App &app)
 void add_manual_command(CLI::App &app, int &exit_status)
 {
     CLI::App *manual = add_subcommand(app, {"manual", description, examples});
-    when_chosen(manual, exit_status, [&app] {
-        std::cout << page(app) << std::flush;
-        return std::cout ? EXIT_DONE : EXIT_USAGE;
-    });
+    when_chosen(manual, exit_status, [&app] { return write_results(page(app), EXIT_DONE); });
 }

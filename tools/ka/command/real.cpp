@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iostream>
 #include <memory>
 #include <sstream>
 
 #include "base/exit_status.h"
+#include "base/output.h"
 #include "call/failure.h"
 #include "cli/subcommand.h"
 #include "number/show.h"
@@ -17,7 +17,7 @@
 
 namespace {
 
-struct Wishes {
+struct Options {
     std::vector<std::string> words;
     int packed_length = DEC_DIGITS + 1;
     bool json = false;
@@ -97,7 +97,7 @@ Number calculate(const Words &words)
     const auto *operation = std::find_if(std::begin(operations), std::end(operations),
                                          [&](const Operation &each) { return each.name == words[1]; });
     if (operation == std::end(operations))
-        throw Malformed("'" + words[1] + "' is no operation; these are: + - x * /");
+        throw Malformed("'" + words[1] + "' is not an operation; these are: + - x * /");
     const Number a = read_operand(words[0]);
     const Number b = read_operand(words[2]);
     Number result{};
@@ -165,17 +165,17 @@ Number evaluate(const Words &words)
         return read_double(words[1]);
     }
     if (words.size() == 3) return calculate(words);
-    if (words.size() != 1) throw Malformed("a NUMBER, or A OPERATION B, is expected; ka real --help tells more");
+    if (words.size() != 1) throw Malformed("a NUMBER, or A OPERATION B, is expected; see ka real --help");
     return words[0].find(':') == std::string::npos ? read_text(words[0]) : read_record(words[0]);
 }
 
-std::string compare(const Wishes &wishes)
+std::string compare(const Options &options)
 {
-    expect(wishes.words, 3, "A B");
-    const Number a = read_operand(wishes.words[1]);
-    const Number b = read_operand(wishes.words[2]);
+    expect(options.words, 3, "A B");
+    const Number a = read_operand(options.words[1]);
+    const Number b = read_operand(options.words[2]);
     const int order = m_cmp(&a.value, &b.value);
-    return wishes.json ? order_json(order) : show_order(order, exact_text(a.value), exact_text(b.value));
+    return options.json ? order_json(order) : show_order(order, exact_text(a.value), exact_text(b.value));
 }
 
 // Words in one quoted argument count as several.
@@ -190,28 +190,21 @@ Words words_of(const Words &arguments)
     return words;
 }
 
-int show(const Wishes &wishes)
+int show(const Options &options)
 {
-    if (wishes.words.empty()) throw Malformed("a number is missing; ka real --help tells more");
-    int status = REAL_OK;
-    if (wishes.words[0] == "compare") {
-        std::cout << compare(wishes);
-    } else {
-        const Number number = evaluate(wishes.words);
-        std::cout << (wishes.json ? number_json : show_number)(number, wishes.packed_length);
-        status = number.status;
-    }
-    std::cout.flush();
-    if (!std::cout) return complain(EXIT_USAGE, "the results could not be written");
-    return status == REAL_OK ? EXIT_DONE : EXIT_NONZERO;
+    if (options.words.empty()) throw Malformed("a number is missing; see ka real --help");
+    if (options.words[0] == "compare") return write_results(compare(options), EXIT_DONE);
+    const Number number = evaluate(options.words);
+    return write_results((options.json ? number_json : show_number)(number, options.packed_length),
+                         number.status == REAL_OK ? EXIT_DONE : EXIT_NONZERO);
 }
 
-int run_real(const Wishes &wishes)
+int run_real(const Options &options)
 {
     try {
-        return show(wishes);
+        return show(options);
     } catch (const Malformed &malformed) {
-        return tell_failure(KA_ARGUMENT, malformed.what(), wishes.form());
+        return report_failure(KA_ARGUMENT, malformed.what(), options.form());
     }
 }
 
@@ -219,7 +212,7 @@ int run_real(const Wishes &wishes)
 
 void add_real_command(CLI::App &app, int &exit_status)
 {
-    const auto wishes = std::make_shared<Wishes>();
+    const auto options = std::make_shared<Options>();
     CLI::App *real =
         add_subcommand(app, {"real", description, examples, "[OPTIONS] NUMBER | A OPERATION B | VERB ..."});
     take_extra_words(real); // a number may begin with a minus sign
@@ -229,10 +222,10 @@ void add_real_command(CLI::App &app, int &exit_status)
                 .text = "bytes of the packed form shown",
                 .shows_default = true,
                 .range = Range{2, 64}},
-               wishes->packed_length);
-    add_flag(real, "--json", wishes->json, "shows one JSON object");
-    when_chosen(real, exit_status, [wishes, real] {
-        wishes->words = words_of(extra_words(real));
-        return run_real(*wishes);
+               options->packed_length);
+    add_flag(real, "--json", options->json, "shows one JSON object");
+    when_chosen(real, exit_status, [options, real] {
+        options->words = words_of(extra_words(real));
+        return run_real(*options);
     });
 }

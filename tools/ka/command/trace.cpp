@@ -7,7 +7,6 @@
 #include <chrono>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <poll.h>
 #include <sys/syscall.h>
@@ -16,6 +15,8 @@
 #include "base/duration.h"
 #include "base/exit_status.h"
 #include "base/interruption.h"
+#include "base/json.h"
+#include "base/output.h"
 #include "call/failure.h"
 #include "cli/subcommand.h"
 #include "ka/caller.h"
@@ -25,7 +26,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-struct Wishes {
+struct Options {
     int32_t pid = 0;
     int32_t level = 0;
     bool has_level = false;
@@ -53,19 +54,19 @@ constexpr const char *examples = R"(Examples:
   ka trace 4711 --level 3 --keep
 )";
 
-void tell(const std::string &text)
+void say(const std::string &text)
 {
     std::cerr << "ka: " << text << std::endl;
 }
 
 // ---- The level -------------------------------------------------------------------------------------------------
 
-// What is wrong has been told when the status is not EXIT_DONE.
-int access_level(const Wishes &wishes, const int32_t *level, int32_t *old, Form form)
+// The fault has been reported when the status is not EXIT_DONE.
+int access_level(const Options &options, const int32_t *level, int32_t *old, Form form)
 {
     char why[512] = "";
-    const int32_t error_class = ka_trace_process(wishes.pid, level, old, why, sizeof why);
-    return error_class == KA_DONE ? EXIT_DONE : tell_unreachable(error_class, why, form);
+    const int32_t error_class = ka_trace_process(options.pid, level, old, why, sizeof why);
+    return error_class == KA_DONE ? EXIT_DONE : report_unreachable(error_class, why, form);
 }
 
 // ---- Waiting ---------------------------------------------------------------------------------------------------
@@ -102,82 +103,80 @@ End await_end(int host_fd, int interruption_fd, const std::optional<milliseconds
 
 // ---- The command -----------------------------------------------------------------------------------------------
 
-int show_levels(const Wishes &wishes, int32_t old)
+int show_levels(const Options &options, int32_t old)
 {
-    if (wishes.json) {
-        nlohmann::ordered_json json;
-        json["pid"] = wishes.pid;
-        json["was"] = old;
-        json["is"] = wishes.has_level ? wishes.level : old;
-        std::cout << json.dump() << std::endl;
-    } else if (wishes.has_level) {
-        std::cout << "trace level of " << wishes.pid << ": was " << old << ", is " << wishes.level << std::endl;
-    } else {
-        std::cout << "trace level of " << wishes.pid << ": is " << old << std::endl;
+    const int32_t present = options.has_level ? options.level : old;
+    if (options.json) {
+        const JsonObject json = JsonObject().add("pid", options.pid).add("was", old).add("is", present);
+        return write_results(json.text() + "\n", EXIT_DONE);
     }
-    return std::cout ? EXIT_DONE : complain(EXIT_USAGE, "the results could not be written");
+    const std::string was = options.has_level ? "was " + std::to_string(old) + ", " : "";
+    return write_results("trace level of " + std::to_string(options.pid) + ": " + was + "is " +
+                             std::to_string(present) + "\n",
+                         EXIT_DONE);
 }
 
-// Where a module sets its own level meanwhile, that one is left alone. The object on standard output has been
+// A level that the module itself has set since then is left alone. The object on standard output has been
 // written.
-int restore_level(const Wishes &wishes, int32_t old)
+int restore_level(const Options &options, int32_t old)
 {
     int32_t present = 0;
-    const int status = access_level(wishes, nullptr, &present, Form::text);
+    const int status = access_level(options, nullptr, &present, Form::text);
     if (status != EXIT_DONE) return status;
-    if (present != wishes.level) {
-        tell("the level has become " + std::to_string(present) + " meanwhile, and is left so");
+    if (present != options.level) {
+        say("the level is " + std::to_string(present) + " now, and is left so");
         return EXIT_DONE;
     }
-    tell("level " + std::to_string(old) + " again");
-    return access_level(wishes, &old, nullptr, Form::text);
+    say("level " + std::to_string(old) + " again");
+    return access_level(options, &old, nullptr, Form::text);
 }
 
-int hold_level(const Wishes &wishes, int32_t old, int host_fd, int interruption_fd,
+int hold_level(const Options &options, int32_t old, int host_fd, int interruption_fd,
                const std::optional<milliseconds> &duration)
 {
-    tell("the host traces on its own standard error; level " + std::to_string(old) + " comes back " +
-         (duration ? "after " + wishes.duration : "when this command is ended"));
+    say("the host traces on its own standard error; level " + std::to_string(old) + " comes back " +
+        (duration ? "after " + options.duration : "when this command is ended"));
     const End end = await_end(host_fd, interruption_fd, duration);
     if (end == End::host_ended) {
-        tell("the host has ended");
+        say("the host has ended");
         return EXIT_DONE;
     }
-    const int status = restore_level(wishes, old);
+    const int status = restore_level(options, old);
     if (status != EXIT_DONE) return status;
     return end == End::interrupted ? EXIT_INTERRUPTED : EXIT_DONE;
 }
 
-int switch_level(const Wishes &wishes, int host_fd, int interruption_fd, const std::optional<milliseconds> &duration)
+int switch_level(const Options &options, int host_fd, int interruption_fd,
+                 const std::optional<milliseconds> &duration)
 {
     int32_t old = 0;
-    int status = access_level(wishes, wishes.has_level ? &wishes.level : nullptr, &old, wishes.form());
+    int status = access_level(options, options.has_level ? &options.level : nullptr, &old, options.form());
     if (status != EXIT_DONE) return status;
-    status = show_levels(wishes, old);
-    if (!wishes.has_level || wishes.keep) return status;
-    const int held = hold_level(wishes, old, host_fd, interruption_fd, duration);
+    status = show_levels(options, old);
+    if (!options.has_level || options.keep) return status;
+    const int held = hold_level(options, old, host_fd, interruption_fd, duration);
     return held == EXIT_DONE ? status : held;
 }
 
-// A descriptor of the process, so that a later one of the same number is not taken for it.
+// A pidfd, so that a later one of the same number is not taken for it.
 int open_process(int32_t pid)
 {
     return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
 }
 
-int run_trace(const Wishes &wishes)
+int run_trace(const Options &options)
 {
-    const auto duration = read_duration(wishes.duration);
-    if (!wishes.has_level && (duration || wishes.keep))
-        return tell_failure(KA_ARGUMENT, "--for and --keep need a --level", wishes.form());
-    if (wishes.keep && duration)
-        return tell_failure(KA_ARGUMENT, "--for and --keep exclude each other", wishes.form());
+    const auto duration = read_duration(options.duration);
+    if (!options.has_level && (duration || options.keep))
+        return report_failure(KA_ARGUMENT, "--for and --keep need a --level", options.form());
+    if (options.keep && duration)
+        return report_failure(KA_ARGUMENT, "--for and --keep exclude each other", options.form());
     // From here on an interruption waits until the level is restored.
-    const int interruption_fd = wishes.has_level ? interruption_descriptor() : -1;
-    const int host_fd = open_process(wishes.pid);
+    const int interruption_fd = options.has_level ? open_interruption_fd() : -1;
+    const int host_fd = open_process(options.pid);
     if (host_fd == -1)
-        return tell_unreachable(KA_ARGUMENT, "there is no process " + std::to_string(wishes.pid), wishes.form());
-    const int status = switch_level(wishes, host_fd, interruption_fd, duration);
+        return report_unreachable(KA_ARGUMENT, "there is no process " + std::to_string(options.pid), options.form());
+    const int status = switch_level(options, host_fd, interruption_fd, duration);
     close(host_fd);
     return status;
 }
@@ -186,23 +185,23 @@ int run_trace(const Wishes &wishes)
 
 void add_trace_command(CLI::App &app, int &exit_status)
 {
-    const auto wishes = std::make_shared<Wishes>();
+    const auto options = std::make_shared<Options>();
     CLI::App *trace = add_subcommand(app, {"trace", description, examples});
     add_option(trace, {.name = "PID", .text = "process of a host", .is_required = true, .range = Range{1, INT32_MAX}},
-               wishes->pid);
+               options->pid);
     add_option(trace,
                {.name = "--level", .value = "N", .text = "the level to set: 0 to 4", .range = Range{0, KA_TRACE_MAX}},
-               wishes->level);
+               options->level);
     add_option(trace,
                {.name = "--for",
                 .value = "TIME",
                 .text = "how long: 10s, 500ms, 2m; otherwise until interrupted",
-                .fault = refuse_duration},
-               wishes->duration);
-    add_flag(trace, "--keep", wishes->keep, "leaves the level set, and ends at once");
-    add_flag(trace, "--json", wishes->json, "shows one JSON object");
-    when_chosen(trace, exit_status, [wishes, trace] {
-        wishes->has_level = is_given(trace, "--level");
-        return run_trace(*wishes);
+                .fault = fault_of_duration},
+               options->duration);
+    add_flag(trace, "--keep", options->keep, "leaves the level set, and ends at once");
+    add_flag(trace, "--json", options->json, "shows one JSON object");
+    when_chosen(trace, exit_status, [options, trace] {
+        options->has_level = is_given(trace, "--level");
+        return run_trace(*options);
     });
 }

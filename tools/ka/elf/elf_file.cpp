@@ -18,9 +18,9 @@ template <typename Record>
 std::optional<Record> record_at(const ElfFile &file, uint32_t address)
 {
     Record record;
-    for (const ElfSegment &segment : file.segments) {
-        if (address < segment.address || address - segment.address >= segment.file_size) continue;
-        const uint64_t offset = segment.offset + (address - segment.address);
+    for (const ElfProgramHeader &header : file.program_headers) {
+        if (address < header.address || address - header.address >= header.file_size) continue;
+        const uint64_t offset = header.offset + (address - header.address);
         if (offset > file.bytes.size() || file.bytes.size() - offset < sizeof record) return std::nullopt;
         std::memcpy(&record, file.bytes.data() + offset, sizeof record);
         return record;
@@ -49,7 +49,7 @@ uint32_t value_of(const Dynamic &dynamic, int32_t tag)
     return found == dynamic.end() ? 0 : found->second;
 }
 
-// The old table of hashes tells the count; the new one has to be followed to the end of its last chain.
+// The old table of hashes has the count; the new one has to be followed to the end of its last chain.
 size_t count_by_gnu_hash(const ElfFile &file, uint32_t table)
 {
     const uint32_t buckets = word_at(file, table).value_or(0);
@@ -179,7 +179,7 @@ void read_symbol_table(ElfFile &file, Elf *elf)
     }
 }
 
-void read_segments(ElfFile &file, Elf *elf, std::optional<uint32_t> &dynamic)
+void read_program_headers(ElfFile &file, Elf *elf, std::optional<uint32_t> &dynamic)
 {
     size_t count = 0;
     GElf_Phdr header;
@@ -187,8 +187,8 @@ void read_segments(ElfFile &file, Elf *elf, std::optional<uint32_t> &dynamic)
     for (int i = 0; i < static_cast<int>(count) && gelf_getphdr(elf, i, &header) != nullptr; i++) {
         const auto address = static_cast<uint32_t>(header.p_vaddr);
         if (header.p_type == PT_LOAD)
-            file.segments.push_back({address, static_cast<uint32_t>(header.p_filesz),
-                                     static_cast<uint32_t>(header.p_memsz), header.p_offset});
+            file.program_headers.push_back({address, static_cast<uint32_t>(header.p_filesz),
+                                            static_cast<uint32_t>(header.p_memsz), header.p_offset});
         if (header.p_type == PT_DYNAMIC) dynamic = address;
         if (header.p_type == PT_INTERP && header.p_offset < file.bytes.size())
             file.loader = file.bytes.c_str() + header.p_offset;
@@ -225,7 +225,7 @@ std::optional<ElfFile> read_elf(const std::string &path, std::string &why)
     why = why_not(file.bytes, elf);
     std::optional<uint32_t> dynamic;
     if (why.empty()) {
-        read_segments(file, elf, dynamic);
+        read_program_headers(file, elf, dynamic);
         read_symbol_table(file, elf);
         if (dynamic) read_dynamic_part(file, *dynamic);
     }
@@ -245,17 +245,16 @@ const ElfSymbol *find_defined(const ElfFile &file, const std::string &name)
 std::optional<uint32_t> word_at(const ElfFile &file, uint32_t address)
 {
     if (const auto word = record_at<uint32_t>(file, address)) return word;
-    for (const ElfSegment &segment : file.segments)
-        if (address >= segment.address + segment.file_size && address - segment.address < segment.memory_size)
-            return 0;
+    for (const ElfProgramHeader &header : file.program_headers)
+        if (address >= header.address + header.file_size && address - header.address < header.memory_size) return 0;
     return std::nullopt;
 }
 
 std::string text_at(const ElfFile &file, uint32_t address)
 {
-    for (const ElfSegment &segment : file.segments) {
-        if (address < segment.address || address - segment.address >= segment.file_size) continue;
-        const uint64_t offset = segment.offset + (address - segment.address);
+    for (const ElfProgramHeader &header : file.program_headers) {
+        if (address < header.address || address - header.address >= header.file_size) continue;
+        const uint64_t offset = header.offset + (address - header.address);
         return offset < file.bytes.size() ? std::string(file.bytes.c_str() + offset) : "";
     }
     return "";

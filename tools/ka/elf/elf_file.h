@@ -25,7 +25,7 @@ struct ElfNeed { // a version that another library must have
     bool is_weak;
 };
 
-struct ElfSegment {
+struct ElfProgramHeader {
     uint32_t address, file_size, memory_size;
     uint64_t offset;
 };
@@ -33,8 +33,8 @@ struct ElfSegment {
 struct ElfFile {
     std::string path;
     std::string bytes;
-    std::vector<ElfSegment> segments; // that are loaded
-    std::string loader;               // empty when it asks for none
+    std::vector<ElfProgramHeader> program_headers; // that are loaded
+    std::string loader;                            // empty when it asks for none
     std::string soname, rpath, runpath;
     std::vector<std::string> needed;
     std::vector<ElfNeed> versions_needed;

@@ -71,7 +71,7 @@ std::multimap<std::string, std::string> read_cache()
     std::ifstream stream("/etc/ld.so.cache", std::ios::binary);
     const std::string bytes(std::istreambuf_iterator<char>(stream), {});
     std::multimap<std::string, std::string> cache;
-    const size_t start = bytes.find("glibc-ld.so.cache1.1"); // an older form may stand before it
+    const size_t start = bytes.find("glibc-ld.so.cache1.1"); // an older form may come before it
     CacheHeader header;
     if (start == std::string::npos || bytes.size() - start < sizeof header) return cache;
     std::memcpy(&header, bytes.data() + start, sizeof header);

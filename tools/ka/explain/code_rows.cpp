@@ -23,7 +23,7 @@ constexpr Explanation rows[] = {
      "the name is misspelt, or differs in letter case or by a blank; or another module runs",
      "compare it with ka list MODULE"},
     {call, KA_WRONG_TYPE, "KA_WRONG_TYPE", "", "the type of an argument does not suit its prototype",
-     "an INTEGER, REAL or STRING was passed where the kind takes another; or the function name is no STRING",
+     "an INTEGER, REAL or STRING was passed where the kind takes another; or the function name is not a STRING",
      "compare the call with ka list MODULE; a trace of level 3 shows the argument last"},
     {call, KA_WRONG_COUNT, "KA_WRONG_COUNT", "", "too many or too few arguments, or no function name",
      "the call does not have the arguments that the prototypes name, or argc in the block is 0 or less",

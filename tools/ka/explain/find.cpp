@@ -32,7 +32,7 @@ bool is_signal(const Explanation &row)
     return std::strncmp(row.name, "SIG", 3) == 0;
 }
 
-// A shell tells the death of a program by 128 and the signal.
+// A shell reports the death of a program as 128 and the signal.
 Rows find_number(int number)
 {
     Rows found;
@@ -98,7 +98,7 @@ struct Match {
     size_t weight; // characters of the form that are the message's own
 };
 
-// Where a form says %s, %d or %x stands a value.
+// %s, %d and %x in a form stand for values.
 std::string pattern_of(const std::string &form)
 {
     std::string pattern;
@@ -116,7 +116,7 @@ std::string pattern_of(const std::string &form)
     return pattern;
 }
 
-// At an end of a form any text need not be matched at all: the message may stand inside a line.
+// At an end of a form any text need not be matched at all: the message may be part of a line.
 std::string without_ends(std::string form)
 {
     if (form.starts_with("%s")) form.erase(0, 2);

@@ -13,9 +13,9 @@ constexpr const char *fatal = "last words of a host";
 constexpr Explanation rows[] = {
     // ---- What a host writes: at start
     {start, NO_NUMBER, "", "%s: Illegal call", "the host was not given exactly one argument",
-     "a module is no command: it was started by hand, or by a caller that gives too much",
+     "a module is not a command: it was started by hand, or by a caller that gives too much",
      "start it through a caller: ka call MODULE FUNCTION [ARGUMENT...]"},
-    {start, NO_NUMBER, "", "%s: Illegal argument: %s", "the layout behind the colon is not 0, 32 or 64",
+    {start, NO_NUMBER, "", "%s: Illegal argument: %s", "the layout after the colon is not 0, 32 or 64",
      "the caller asks for a layout that does not exist", "start it with SEGMENT, SEGMENT:32 or SEGMENT:64"},
     {start, NO_NUMBER, "", "shmat: %s\nshmat", "the shared segment could not be attached",
      "the identifier is wrong, the segment is gone, or belongs to another user",
@@ -32,7 +32,7 @@ constexpr Explanation rows[] = {
      "argc in the block is 0 or less; a stray SIGUSR2 between calls looks so", "write the call before the signal"},
     {refusal, NO_NUMBER, "", "argument count exceeds maximum (%d)", "the call has too many arguments: 606",
      "argc in the block is above 51", "pass many values as one array"},
-    {refusal, NO_NUMBER, "", "first argument must be function name", "descriptor 0 is no STRING: 8",
+    {refusal, NO_NUMBER, "", "first argument must be function name", "descriptor 0 is not a STRING: 8",
      "the caller does not write the function name first", "mend the caller; ka dump shows the descriptors"},
     {refusal, NO_NUMBER, "", "undefined function name: \"%s\"", "the module has no function of that name: 7",
      "the name is misspelt, or differs in letter case or by a blank", "compare it with ka list MODULE"},
@@ -100,9 +100,8 @@ constexpr Explanation rows[] = {
      "ofs >= 0 && ofs < ((t_DLL_INFO32 *)dll_info)->shmsz\n"
      "ofs >= 0 && ofs < ((t_DLL_INFO64 *)dll_info)->shmsz",
      "an address in the block lies outside the segment; the host aborted",
-     "u_get__arg: the ptr of an argument; dll_scratch: the scratch field. Or base or shmsz is wrong, or the layout "
-     "is "
-     "not the one that the host was started with",
+     "u_get__arg: the ptr of an argument; dll_scratch: the scratch field. Or base, shmsz "
+     "or the layout is wrong: it must be the one that the host was started with",
      "mend the caller: addresses are its own, from base to base + shmsz - 1; ka dump names the one that is outside"},
     {fatal, NO_NUMBER, "",
      "Assertion `s->dec_ndgts >= 0 && s->dec_ndgts <= ACCSIZE' failed\n"

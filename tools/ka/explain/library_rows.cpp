@@ -13,7 +13,7 @@ constexpr Explanation rows[] = {
     {error, KA_DONE, "KA_DONE", "", "no error", "none", "nothing to do"},
     {error, KA_START, "KA_START", "cannot start %s: %s\n%s ended at start with status %d",
      "the module could not be started, or ended at start", "the text says what the system or the module answered",
-     "ka check MODULE tells what is missing"},
+     "ka check MODULE says what is missing"},
     {error, KA_REFUSED, "KA_REFUSED",
      "the module has no function \"%s\"\n"
      "takes %s, got %s\n"
@@ -49,7 +49,7 @@ constexpr Explanation rows[] = {
     {error, NO_NUMBER, "", "not executable", "the file may not be run", "its mode has no x bit for this user",
      "chmod +x"},
     {error, NO_NUMBER, "", "not an ELF file\na cut off ELF file\nan ELF file but not a program",
-     "the file is no executable", "a script, a text, a damaged copy or an object file was given",
+     "the file is not an executable", "a script, a text, a damaged copy or an object file was given",
      "give the path of the linked module"},
     {error, NO_NUMBER, "", "this system does not run 32-bit programs", "the kernel refused the file's format",
      "the kernel is built or started without 32-bit emulation", "enable IA32 emulation (ia32_emulation=1)"},
@@ -152,7 +152,7 @@ constexpr Explanation rows[] = {
      "the first call could not be sent: the module was still starting", "dll_setup takes long, or never returns",
      "a longer deadline; ka check MODULE starts it alone"},
     {error, NO_NUMBER, "", "dll_setup calls back, and call-backs before the first call are not answered",
-     "the module waits in its start for an answer that nobody gives",
+     "the module waits in its start for an answer that does not come",
      "dll_callback is used in dll_setup, where no call is under way",
      "call back from functions; pass dll_setup what it needs by the environment or a file"},
     {error, NO_NUMBER, "", "was not answered: the module handles SIGUSR2 itself",
@@ -172,8 +172,8 @@ constexpr Explanation rows[] = {
      "not a module: KaFuncList is missing\n"
      "not a module: KaArgList is missing",
      "the module's tables are not to be had, or damaged",
-     "the program is no module, KaFuncList does not end with a null name, or the tables are built at start",
-     "ka check MODULE tells where; ka list --start reads the tables of the running module"},
+     "the program is not a module, KaFuncList does not end with a null name, or the tables are built at start",
+     "ka check MODULE says where; ka list --start reads the tables of the running module"},
     {error, NO_NUMBER, "",
      "an ELF file with impossible program headers\n"
      "a program without dynamic symbols\n"
@@ -198,7 +198,7 @@ constexpr Explanation rows[] = {
      "process %d runs a program without dynamic symbols\n"
      "its trace level cannot be set: %s",
      "a process that was named as a host cannot be read or written",
-     "it is no host (its caller, perhaps), it has ended, or it belongs to somebody else",
+     "it is not a host (its caller, perhaps), it has ended, or it belongs to somebody else",
      "ps -ef shows hosts as children of their caller; be their user or root"},
 };
 

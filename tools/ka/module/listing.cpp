@@ -8,7 +8,6 @@
 #include <set>
 #include <unistd.h>
 
-#include "base/json.h"
 #include "base/terminal.h"
 #include "base/text.h"
 #include "signatures.h"
@@ -20,16 +19,16 @@ namespace {
 constexpr size_t columns = 5;
 using Row = std::array<std::string, columns>;
 
-std::string least_text(const Prototype &prototype)
+std::string min_text(const Prototype &prototype)
 {
-    const int64_t least = least_elements(prototype);
-    return least > 0 ? std::to_string(least) : "";
+    const int64_t count = min_elements(prototype);
+    return count > 0 ? std::to_string(count) : "";
 }
 
 std::string takes_text(const Function &function, const Prototype &prototype)
 {
     const auto position = static_cast<size_t>(&prototype - function.prototypes.data());
-    if (position >= used_prototypes(function)) return "nothing: it stands behind a VarArg";
+    if (position >= used_prototypes(function)) return "nothing: it follows a VarArg";
     if (!is_kind(prototype.kind)) return "nothing: there is no such kind";
     return types_taken_by(prototype) +
            (changes(prototype.kind) ? "; comes back if by reference" : "; never comes back");
@@ -41,11 +40,11 @@ std::vector<Row> rows_of(const Function &function, bool is_hidden)
     for (const Prototype &prototype : function.prototypes) {
         const std::string takes = takes_text(function, prototype);
         const std::string name = prototype.name.empty() ? "(unnamed)" : printable(prototype.name);
-        rows.push_back({"", name, kind_name(prototype.kind), takes, least_text(prototype)});
+        rows.push_back({"", name, kind_name(prototype.kind), takes, min_text(prototype)});
     }
     if (rows.empty()) rows.push_back({"", "-", "", "", ""});
     rows[0][0] = printable(function.name);
-    if (is_hidden) rows.push_back({"", "(never called: another function of that name stands before it)", "", "", ""});
+    if (is_hidden) rows.push_back({"", "(never called: another function of that name comes before it)", "", "", ""});
     return rows;
 }
 
@@ -77,19 +76,20 @@ std::string line_of(const Row &row, const std::array<size_t, columns> &widths, P
     return line + "\n";
 }
 
-std::string prototype_json(const Function &function, const Prototype &prototype)
+Json prototype_json(const Function &function, const Prototype &prototype)
 {
-    const std::string least = least_text(prototype);
-    return "{\"name\":" + name_json(prototype.name) + ",\"kind\":" + name_json(kind_name(prototype.kind)) +
-           ",\"takes\":" + name_json(takes_text(function, prototype)) +
-           (least.empty() ? "" : ",\"least_elements\":" + least) + "}";
+    JsonObject json;
+    json.add("name", prototype.name).add("kind", kind_name(prototype.kind));
+    json.add("takes", takes_text(function, prototype));
+    if (min_elements(prototype) > 0) json.add("min_elements", min_elements(prototype));
+    return json;
 }
 
 } // namespace
 
 std::string functions_text(const std::vector<Function> &functions)
 {
-    std::vector<Row> rows = {{"FUNCTION", "ARGUMENT", "KIND", "TAKES", "AT LEAST"}};
+    std::vector<Row> rows = {{"FUNCTION", "ARGUMENT", "KIND", "TAKES", "MIN ELEMENTS"}};
     std::set<std::string> seen;
     for (const Function &function : functions) {
         const std::vector<Row> own = rows_of(function, !seen.insert(function.name).second);
@@ -102,15 +102,14 @@ std::string functions_text(const std::vector<Function> &functions)
     return text;
 }
 
-std::string functions_json(const std::vector<Function> &functions)
+Json functions_json(const std::vector<Function> &functions)
 {
-    std::string list;
+    JsonArray list;
     for (const Function &function : functions) {
-        std::string arguments;
+        JsonArray arguments;
         for (const Prototype &prototype : function.prototypes)
-            arguments += (arguments.empty() ? "" : ",") + prototype_json(function, prototype);
-        list += (list.empty() ? "" : ",") + ("{\"name\":" + name_json(function.name));
-        list += ",\"arguments\":[" + arguments + "]}";
+            arguments.add(prototype_json(function, prototype));
+        list.add(JsonObject().add("name", function.name).add("arguments", arguments));
     }
-    return "[" + list + "]";
+    return list;
 }

@@ -7,10 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "base/json.h"
 #include "functions.h"
 
 // A table with a line for each argument; a JSON array with an object for each function.
 std::string functions_text(const std::vector<Function> &functions);
-std::string functions_json(const std::vector<Function> &functions);
+Json functions_json(const std::vector<Function> &functions);
 
 #endif

@@ -31,7 +31,7 @@ bool changes(int32_t kind)
     return is_kind(kind) && wire::kinds[kind].gives_back;
 }
 
-int64_t least_elements(const Prototype &prototype)
+int64_t min_elements(const Prototype &prototype)
 {
     return is_kind(prototype.kind) && wire::kinds[prototype.kind].array ? std::max(prototype.min_elements, 0) : 0;
 }

@@ -26,7 +26,7 @@ bool takes(int32_t kind, int32_t type);
 bool changes(int32_t kind);
 
 // The number of elements below which a call is refused.
-int64_t least_elements(const Prototype &prototype);
+int64_t min_elements(const Prototype &prototype);
 
 // "INTEGER"; and as ka call passes it, "INTEGER by reference"
 std::string types_taken_by(const Prototype &prototype);
@@ -50,8 +50,8 @@ std::string argument_list(const Function &function);
 // Throws Refused when the function does not take so many arguments.
 void check_count(const Function &function, size_t count);
 
-// What to call each of count arguments, every one otherwise: the prototype's name, and the position where that is not
-// known or names several. function may be null.
+// A distinct label for each of count arguments: its prototype's name, plus its position if the name is missing or
+// used twice. function may be null.
 std::vector<std::string> argument_names(const Function *function, size_t count);
 
 #endif

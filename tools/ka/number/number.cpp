@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char *decimals = "0123456789";
 
-// The significant decimals of a number and where its point stands: 0.ddd * 10^point. Zero has no decimals.
+// The significant decimals of a number and the place of its point: 0.ddd * 10^point. Zero has no decimals.
 struct Digits {
     std::string digits;
     long point;

@@ -22,7 +22,7 @@ struct Number {
     std::vector<std::string> notes; // what was lost, and why
 };
 
-// These throw Malformed (values/arguments.h).
+// These throw Malformed (values/literal.h).
 Number read_text(const std::string &text);
 Number read_record(const std::string &text);
 Number read_bytes(const std::string &hex);

@@ -5,7 +5,8 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <nlohmann/json.hpp>
+
+#include "base/json.h"
 
 namespace {
 
@@ -119,22 +120,23 @@ std::string show_number(const Number &number, int packed_length)
 
 std::string number_json(const Number &number, int packed_length)
 {
-    using nlohmann::ordered_json;
     const View view = view_of(number, packed_length);
     const t_DECIMAL &value = number.value;
-    ordered_json json;
-    json["text"] = view.is_null ? ordered_json() : ordered_json(view.text);
-    json["record"]["dec_exp"] = value.dec_exp;
-    json["record"]["dec_pos"] = value.dec_pos;
-    json["record"]["digits"] = std::vector<int>(value.dec_dgts, value.dec_dgts + value.dec_ndgts);
-    json["packed"] = view.packed;
-    json["double"] = view.is_null ? ordered_json() : ordered_json(view.nearest);
-    json["hex"] = view.is_null ? ordered_json() : ordered_json(hex_text(view.nearest));
-    json["form"] = view.form;
-    json["status"] = number.status;
-    json["status_text"] = view.status_text;
-    json["notes"] = view.notes;
-    return json.dump() + "\n";
+    const Json record = JsonObject()
+                            .add("dec_exp", value.dec_exp)
+                            .add("dec_pos", value.dec_pos)
+                            .add("digits", std::vector<int>(value.dec_dgts, value.dec_dgts + value.dec_ndgts));
+    const JsonObject json = JsonObject()
+                                .add("text", view.is_null ? Json() : view.text)
+                                .add("record", record)
+                                .add("packed", view.packed)
+                                .add("double", view.is_null ? Json() : view.nearest)
+                                .add("hex", view.is_null ? Json() : hex_text(view.nearest))
+                                .add("form", view.form)
+                                .add("status", number.status)
+                                .add("status_text", view.status_text)
+                                .add("notes", view.notes);
+    return json.text() + "\n";
 }
 
 std::string show_order(int order, const std::string &a, const std::string &b)
@@ -145,5 +147,5 @@ std::string show_order(int order, const std::string &a, const std::string &b)
 
 std::string order_json(int order)
 {
-    return nlohmann::ordered_json({{"order", order}}).dump() + "\n";
+    return JsonObject().add("order", order).text() + "\n";
 }

@@ -7,10 +7,11 @@
 
 #include "base/text.h"
 #include "module/signatures.h"
+#include "orders.h"
 
 namespace {
 
-// Where the word at the end begins: behind the last blank, at the $ of a variable's name when it is one.
+// Where the word at the end begins: after the last blank, at the $ of a variable's name when it is one.
 size_t word_begin(const std::string &before)
 {
     const size_t blank = before.find_last_of(" \t");

@@ -43,7 +43,7 @@ void list_words(const std::vector<std::string> &words)
 }
 
 // The editing library handles the first of these signals in a line, and leaves the next to the program, which must be
-// waked by it too.
+// woken by it too.
 void wake_by_stops_and_windows()
 {
     struct sigaction waking = {};
@@ -104,8 +104,8 @@ char *Editor::prompt_of(EditLine *line)
     return of(line).prompt_.data();
 }
 
-// What was typed while a call was under way, when the terminal made lines of it: there a ctrl-D is no key but an end
-// of input. Read before the editor takes the terminal, which it must do before its prompt invites to type.
+// What was typed while a call was under way, when the terminal made lines of it: there a ctrl-D is not a key but an
+// end of input. Read before the editor takes the terminal, which it must do before its prompt invites to type.
 void Editor::take_typed_ahead()
 {
     struct pollfd typed = {STDIN_FILENO, POLLIN, 0};
@@ -178,25 +178,25 @@ void Editor::remember(const std::string &line)
     if (!is_last) add_to_history(history_file_, line);
 }
 
-Got Editor::next(std::string &line)
+LineEvent Editor::next(std::string &line)
 {
     int length = 0;
     signal_ = 0;
     take_typed_ahead();
     const char *typed = el_gets(line_, &length);
-    if (signal_ == SIGTERM) return Got::ended;
+    if (signal_ == SIGTERM) return LineEvent::ended;
     if (signal_ != 0) {
         typed_ahead_.clear();
         std::cerr << "^C\n";
-        return Got::interrupted;
+        return LineEvent::interrupted;
     }
     if (typed == nullptr || length <= 0) {
         std::cerr << '\n';
-        return Got::end;
+        return LineEvent::end;
     }
     line.assign(typed, static_cast<size_t>(length));
     while (line.ends_with('\n') || line.ends_with('\r'))
         line.pop_back();
     remember(line);
-    return Got::line;
+    return LineEvent::line;
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // A person's lines: edited with the keys of the line editor, with history and completion. The prompt and what is
-// typed stand on standard error, so that standard output has the results alone.
+// typed are on standard error, so that standard output has the results alone.
 #ifndef KA_TOOL_SHELL_EDITOR_H
 #define KA_TOOL_SHELL_EDITOR_H
 
@@ -14,7 +14,7 @@
 
 #include "input.h"
 
-// What can stand at the cursor: words that would replace the text from begin on. When there are none, the hint is
+// The words that may be at the cursor: they would replace the text from begin on. When there are none, the hint is
 // shown.
 struct Completion {
     size_t begin;
@@ -25,15 +25,15 @@ struct Completion {
 // Asked with the line up to the cursor.
 using Completer = std::function<Completion(const std::string &)>;
 
-class Editor : public Input {
+class Editor {
 public:
     Editor(std::string prompt, Completer completer, int interruption);
-    ~Editor() override;
+    ~Editor();
     Editor(const Editor &) = delete;
     Editor &operator=(const Editor &) = delete;
 
     // The line is added to the history, unless it begins with a blank.
-    Got next(std::string &line) override;
+    LineEvent next(std::string &line);
 
 private:
     static Editor &of(EditLine *line);

@@ -57,7 +57,7 @@ void append(const std::string &file, const std::string &text)
 {
     const int fd = open_history(file, O_WRONLY | O_APPEND | O_CREAT);
     if (fd == -1) return;
-    // One write, so that lines of several sessions do not mix. What cannot be written is no history.
+    // One write, so that lines of several sessions do not mix. A history that cannot be written is left out.
     const ssize_t written = write(fd, text.data(), text.size());
     (void)written;
     close(fd);

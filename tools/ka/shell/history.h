@@ -19,7 +19,7 @@ std::string history_file();
 // The last lines, the oldest first; none when there is no such file.
 std::vector<std::string> read_history(const std::string &file);
 
-// Makes the file and its folders when they are missing. A history that cannot be written is none.
+// Makes the file and its folders when they are missing. A history that cannot be written is left out.
 void add_to_history(const std::string &file, const std::string &line);
 
 #endif

@@ -7,23 +7,18 @@
 #include <functional>
 #include <string>
 
-enum class Got {
+enum class LineEvent {
     line,
     end,         // of the input
     interrupted, // the line that was being typed is given up
-    ended        // by SIGTERM; by SIGINT too, where nobody types
-};
-
-struct Input {
-    virtual ~Input() = default;
-    virtual Got next(std::string &line) = 0;
+    ended        // by SIGTERM; by SIGINT too in a script
 };
 
 // Lines of standard input, which is read no further than it must be.
-class Script : public Input {
+class Script {
 public:
     explicit Script(int interruption) : interruption_(interruption) {}
-    Got next(std::string &line) override;
+    LineEvent next(std::string &line);
 
 private:
     int interruption_;
@@ -31,9 +26,9 @@ private:
     bool at_end_ = false;
 };
 
-// Waits until standard input can be read or an interruption has come; its signal, or 0. A signal that has a handler,
-// such as a new size of the window or the end of a stop, is none: after it, meanwhile is called.
+// Waits until standard input can be read or an interruption has come; its signal, or 0. A handled signal (SIGWINCH,
+// SIGCONT) does not end the wait: on_signal is called and the wait goes on.
 int await_input(
-    int interruption, const std::function<void()> &meanwhile = [] {});
+    int interruption, const std::function<void()> &on_signal = [] {});
 
 #endif

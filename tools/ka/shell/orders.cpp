@@ -1,42 +1,107 @@
 // SPDX-License-Identifier: MIT
 //
-// The orders of ka shell: lines that begin with a colon.
-#include <iostream>
+// See orders.h.
+#include "orders.h"
 
 #include "base/duration.h"
 #include "base/exit_status.h"
 #include "base/json.h"
 #include "base/text.h"
 #include "cli/mistakes.h"
-#include "cli/subcommand.h"
 #include "module/listing.h"
 #include "module/signatures.h"
-#include "session.h"
-#include "values/literal.h"
 
-struct Session::Order {
+namespace {
+
+// ---- One function for each order -------------------------------------------------------------------------------
+
+int help(Session &session, const Words &)
+{
+    return session.show(order_help(""), EXIT_DONE);
+}
+
+int list(Session &session, const Words &words)
+{
+    try {
+        std::vector<Function> functions = session.functions();
+        if (words.size() == 2) functions = {find_function(functions, words[1])};
+        return session.show(
+            session.shows_json() ? functions_json(functions).text() + "\n" : functions_text(functions), EXIT_DONE);
+    } catch (const Refused &refused) {
+        return session.fail(EXIT_REFUSED, refused.what());
+    }
+}
+
+int vars(Session &session, const Words &)
+{
+    JsonObject json;
+    std::string text;
+    for (const auto &[name, value] : session.variables()) {
+        json.add(name, printable(value));
+        text.append(name).append(" = ").append(printable(value)).append("\n");
+    }
+    return session.show(session.shows_json() ? json.text() + "\n" : text, EXIT_DONE);
+}
+
+int trace(Session &session, const Words &words)
+{
+    const std::string fault = fault_of_number(words[1], {0, KA_TRACE_MAX});
+    if (!fault.empty()) return session.fail(EXIT_USAGE, ":trace " + fault);
+    return session.set_trace_level(std::stoi(words[1]));
+}
+
+int deadline(Session &session, const Words &words)
+{
+    const std::string fault = fault_of_duration(words[1]);
+    if (!fault.empty()) return session.fail(EXIT_USAGE, ":deadline " + fault);
+    session.set_deadline(deadline_ms(words[1]));
+    return EXIT_DONE;
+}
+
+int callback(Session &session, const Words &words)
+{
+    check_callback_rule(":callback", words[1]);
+    session.set_callback_rule(words[1]);
+    return EXIT_DONE;
+}
+
+int restart(Session &session, const Words &)
+{
+    return session.restart();
+}
+
+int quit(Session &session, const Words &)
+{
+    session.end();
+    return EXIT_DONE;
+}
+
+// ---- The table -------------------------------------------------------------------------------------------------
+
+struct Order {
     const char *name;
     const char *argument; // in brackets when it can be left out; empty for none
     const char *text;
-    int (Session::*run)(const Words &);
+    int (*run)(Session &, const Words &);
 };
 
-const Session::Order Session::orders[] = {
-    {":list", "[FUNCTION]", "lists the functions of the module, or one of them", &Session::list},
-    {":vars", "", "lists the variables", &Session::vars},
-    {":trace", "N", "sets the level of the host's trace on standard error: 0 to 4", &Session::trace},
-    {":deadline", "TIME", "sets the time that a call may take", &Session::deadline},
-    {":callback", "RULE", "sets the answer to every call-back: const:N, or arithmetic over value",
-     &Session::callback},
-    {":restart", "", "ends the host and starts a new one", &Session::restart},
-    {":help", "", "shows this", &Session::help},
-    {":quit", "", "ends the session; so does ctrl-D", &Session::quit},
+constexpr Order orders[] = {
+    {":list", "[FUNCTION]", "lists the functions of the module, or one of them", list},
+    {":vars", "", "lists the variables", vars},
+    {":trace", "N", "sets the level of the host's trace on standard error: 0 to 4", trace},
+    {":deadline", "TIME", "sets the time that a call may take", deadline},
+    {":callback", "RULE", "sets the answer to every call-back: const:N, or arithmetic over value", callback},
+    {":restart", "", "ends the host and starts a new one", restart},
+    {":help", "", "shows this", help},
+    {":quit", "", "ends the session; so does ctrl-D", quit},
 };
+
+} // namespace
 
 std::vector<std::string> order_names()
 {
     std::vector<std::string> names;
-    for (const Session::Order &order : Session::orders)
+    for (const Order &order : orders)
         names.emplace_back(order.name);
     return names;
 }
@@ -49,91 +114,32 @@ std::string order_help(const std::string &indentation)
     };
     std::string text = line("FUNCTION ARGUMENT...", "calls a function; arguments are written as for ka call") +
                        line("NAME = VALUE", "sets a variable: sum = 42, names = ['a','b']");
-    for (const Session::Order &order : Session::orders)
+    for (const Order &order : orders)
         text += line(order.name + (" " + std::string(order.argument)), order.text);
-    return text + line("# ...", "a comment, also behind a line");
+    return text + line("# ...", "a comment, also after a line");
 }
 
-// The beginning of a name stands for it when it is that of no other.
-int Session::run_order(const Words &words)
+bool is_order(const Words &words)
+{
+    return words[0].starts_with(':');
+}
+
+// The beginning of a name is enough where no other name begins so.
+int run_order(Session &session, const Words &words)
 {
     const Order *found = nullptr;
     for (const Order &order : orders) {
         if (!std::string_view(order.name).starts_with(words[0])) continue;
-        if (found != nullptr) return fail(EXIT_USAGE, words[0] + " could be " + found->name + " or " + order.name);
+        if (found != nullptr)
+            return session.fail(EXIT_USAGE, words[0] + " could be " + found->name + " or " + order.name);
         found = &order;
     }
-    if (found == nullptr) return fail(EXIT_USAGE, "there is no " + words[0] + "; :help lists what there is");
+    if (found == nullptr) return session.fail(EXIT_USAGE, "there is no " + words[0] + "; :help lists what there is");
     const std::string argument = found->argument;
     const size_t most = argument.empty() ? 1 : 2;
     const size_t least = argument.empty() || argument.starts_with('[') ? 1 : 2;
     if (words.size() < least || words.size() > most)
-        return fail(EXIT_USAGE, "usage: " + std::string(found->name) + (argument.empty() ? "" : " " + argument));
-    return (this->*found->run)(words);
-}
-
-int Session::help(const Words &)
-{
-    return show(order_help(""), EXIT_DONE);
-}
-
-int Session::list(const Words &words)
-{
-    const auto text = wishes_.json ? functions_json : functions_text;
-    const std::string end = wishes_.json ? "\n" : "";
-    try {
-        if (words.size() == 2) return show(text({find_function(functions_, words[1])}) + end, EXIT_DONE);
-        return show(text(functions_) + end, EXIT_DONE);
-    } catch (const Refused &refused) {
-        return fail(EXIT_REFUSED, refused.what());
-    }
-}
-
-int Session::vars(const Words &)
-{
-    std::string text;
-    for (const auto &[name, value] : variables_) {
-        if (wishes_.json)
-            text += (text.empty() ? "" : ",") + name_json(name) + ":" + name_json(printable(value));
-        else
-            text.append(name).append(" = ").append(printable(value)).append("\n");
-    }
-    return show(wishes_.json ? "{" + text + "}\n" : text, EXIT_DONE);
-}
-
-int Session::trace(const Words &words)
-{
-    const std::string refusal = fault_of_number(words[1], {0, KA_TRACE_MAX});
-    if (!refusal.empty()) return fail(EXIT_USAGE, ":trace " + refusal);
-    wishes_.host.trace_level = std::stoi(words[1]);
-    return ka_set_trace(host_, wishes_.host.trace_level) == KA_DONE ? EXIT_DONE : show_error("");
-}
-
-int Session::deadline(const Words &words)
-{
-    const std::string refusal = refuse_duration(words[1]);
-    if (!refusal.empty()) return fail(EXIT_USAGE, ":deadline " + refusal);
-    ka_set_deadline(host_, deadline_ms(words[1]));
-    return EXIT_DONE;
-}
-
-int Session::callback(const Words &words)
-{
-    check_callback_rule(":callback", words[1]);
-    wishes_.host.callback = words[1];
-    return EXIT_DONE;
-}
-
-int Session::restart(const Words &)
-{
-    const int32_t error_class = ka_restart(host_);
-    tell_restart(ka_pid(host_));
-    if (error_class == KA_DONE) learn_tables();
-    return error_class == KA_DONE ? EXIT_DONE : show_error("");
-}
-
-int Session::quit(const Words &)
-{
-    is_over_ = true;
-    return EXIT_DONE;
+        return session.fail(EXIT_USAGE,
+                            "usage: " + std::string(found->name) + (argument.empty() ? "" : " " + argument));
+    return found->run(session, words);
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// See session.h; the orders, which begin with a colon, are in orders.cpp.
+// See session.h.
 #include "session.h"
 
 #include <csignal>
@@ -8,6 +8,7 @@
 
 #include "base/exit_status.h"
 #include "base/interruption.h"
+#include "base/output.h"
 #include "call/backtrace.h"
 #include "call/failure.h"
 #include "call/request.h"
@@ -20,11 +21,11 @@ Session::~Session()
 
 int Session::open()
 {
-    ka_options options = host_options(wishes_.host, roomy_segment_bytes, interruption_);
-    options.restart = KA_RESTART_NEXT_CALL;
-    options.restart_pause_ms = 0; // who types has paused
-    options.inspector = backtrace_inspector();
-    const int32_t error_class = ka_open(&host_, wishes_.module.c_str(), &options);
+    ka_options settings = host_options(options_.host, roomy_segment_bytes, interruption_);
+    settings.restart = KA_RESTART_NEXT_CALL;
+    settings.restart_pause_ms = 0; // who types has paused
+    settings.inspector = backtrace_inspector();
+    const int32_t error_class = ka_open(&host_, options_.module.c_str(), &settings);
     if (error_class != KA_DONE) return show_error("");
     learn_tables();
     pid_ = ka_pid(host_);
@@ -35,34 +36,33 @@ int Session::open()
 void Session::learn_tables()
 {
     const ka_tables *tables = ka_host_tables(host_);
-    functions_ = tables != nullptr ? functions_of(*tables) : read_tables(wishes_.module).functions;
+    functions_ = tables != nullptr ? functions_of(*tables) : read_tables(options_.module).functions;
 }
 
 // ---- Showing ---------------------------------------------------------------------------------------------------
 
 int Session::fail(int status, const std::string &text) const
 {
-    return complain(static_cast<ExitStatus>(status), place_ + text);
+    return report_error(static_cast<ExitStatus>(status), place_ + text);
 }
 
 int Session::show(const std::string &text, int status) const
 {
-    std::cout << text << std::flush;
-    return std::cout ? status : fail(EXIT_USAGE, "the results could not be written");
+    return write_results(text, status, place_);
 }
 
 int Session::show_error(const std::string &function)
 {
     const int32_t error_class = ka_last_error(host_)->error_class;
     const std::string remedy = error_class == KA_TOO_BIG ? " (--segment)" : "";
-    const int status = complain_lines(exit_status_of(error_class), place_ + failure_text(host_) + remedy);
-    return wishes_.json ? show(failure_json(host_, function) + "\n", status) : status;
+    const int status = report_error_lines(exit_status_of(error_class), place_ + failure_text(host_) + remedy);
+    return options_.json ? show(failure_json(host_, function) + "\n", status) : status;
 }
 
-int Session::fail_unmade(const std::string &function, int32_t error_class, const std::string &text)
+int Session::fail_call(const std::string &function, int32_t error_class, const std::string &text)
 {
     const int status = fail(exit_status_of(error_class), text);
-    return wishes_.json ? show(unmade_call_json(function, error_class, text) + "\n", status) : status;
+    return options_.json ? show(refused_call_json(function, error_class, text) + "\n", status) : status;
 }
 
 // ---- A call ----------------------------------------------------------------------------------------------------
@@ -71,25 +71,26 @@ int Session::call_function(const Words &words)
 {
     try {
         const Request request{words[0], {words.begin() + 1, words.end()}, ""};
-        const CallOutcome outcome = invoke(host_, (wishes_.host.raw ? prepare_raw : prepare)(request, functions_));
-        tell_restart(outcome.error_class == KA_DONE ? ka_pid(host_) : pid_of_failure(host_));
+        const CallOutcome outcome = invoke(host_, (options_.host.raw ? prepare_raw : prepare)(request, functions_));
+        report_restart(outcome.error_class == KA_DONE ? ka_pid(host_) : pid_of_failure(host_));
         const int status = outcome.error_class == KA_DONE ? show_call(outcome, words[0]) : show_error(words[0]);
         take_interruptions();
         return status;
     } catch (const Malformed &malformed) {
-        return fail_unmade(words[0], KA_ARGUMENT, malformed.what());
+        return fail_call(words[0], KA_ARGUMENT, malformed.what());
     } catch (const Refused &refused) {
-        return fail_unmade(words[0], KA_REFUSED, refused.what());
+        return fail_call(words[0], KA_REFUSED, refused.what());
     }
 }
 
 int Session::show_call(const CallOutcome &outcome, const std::string &function)
 {
     keep_results(outcome);
-    last_call_ = outcome.code == 0 ? EXIT_DONE : EXIT_NONZERO;
-    const std::string refusal = wishes_.host.raw ? meaning_of_refusal(outcome.code) : "";
-    if (!refusal.empty()) fail(EXIT_NONZERO, "a host answers " + std::to_string(outcome.code) + " when " + refusal);
-    return show(wishes_.json ? "{" + outcome_members(function, outcome) + "}\n" : outcome_text(outcome), last_call_);
+    last_call_ = outcome.return_code == 0 ? EXIT_DONE : EXIT_NONZERO;
+    const std::string refusal = options_.host.raw ? meaning_of_refusal(outcome.return_code) : "";
+    if (!refusal.empty())
+        fail(EXIT_NONZERO, "a host answers " + std::to_string(outcome.return_code) + " when " + refusal);
+    return show(options_.json ? outcome_json(function, outcome).text() + "\n" : outcome_text(outcome), last_call_);
 }
 
 void Session::keep_results(const CallOutcome &outcome)
@@ -106,7 +107,7 @@ void Session::take_interruptions()
 }
 
 // pid: of the host that was called, 0 when none was.
-void Session::tell_restart(int32_t pid)
+void Session::report_restart(int32_t pid)
 {
     if (pid != 0 && pid != pid_)
         std::cerr << "ka: the module was started again, its memory is new (process " << pid << ")\n";
@@ -116,7 +117,7 @@ void Session::tell_restart(int32_t pid)
 // ---- A line ----------------------------------------------------------------------------------------------------
 
 // NAME = VALUE, the blanks being optional.
-static bool is_assignment(const std::vector<std::string> &words)
+static bool is_assignment(const Words &words)
 {
     const size_t begin = words[0].starts_with('$') ? 1 : 0;
     size_t end = begin;
@@ -140,18 +141,28 @@ int Session::set_variable(const Words &words)
     return EXIT_DONE;
 }
 
-int Session::run_words(const Words &words)
+int Session::run(const Words &words)
 {
-    if (words.empty()) return EXIT_DONE;
-    if (words[0].starts_with(':')) return run_order(words);
     return is_assignment(words) ? set_variable(words) : call_function(words);
 }
 
-int Session::run(const std::string &line)
+// ---- What orders change ----------------------------------------------------------------------------------------
+
+int Session::set_trace_level(int32_t level)
 {
-    try {
-        return run_words(words_of_line(line, variables_));
-    } catch (const Malformed &malformed) {
-        return fail(EXIT_USAGE, malformed.what());
-    }
+    options_.host.trace_level = level;
+    return ka_set_trace(host_, level) == KA_DONE ? EXIT_DONE : show_error("");
+}
+
+void Session::set_deadline(int32_t milliseconds)
+{
+    ka_set_deadline(host_, milliseconds);
+}
+
+int Session::restart()
+{
+    const int32_t error_class = ka_restart(host_);
+    report_restart(ka_pid(host_));
+    if (error_class == KA_DONE) learn_tables();
+    return error_class == KA_DONE ? EXIT_DONE : show_error("");
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What ka shell does with a line: one host, and the variables that its calls leave.
+// A session of ka shell: one host, and the variables that its calls leave.
 #ifndef KA_TOOL_SHELL_SESSION_H
 #define KA_TOOL_SHELL_SESSION_H
 
@@ -13,12 +13,12 @@
 #include "module/functions.h"
 #include "words.h"
 
-// The size of the segment unless it is wished otherwise: room for nearly every call, as that of a living host cannot
+// The size of the segment unless another is given: room for nearly every call, as that of a living host cannot
 // grow. Memory is used as far as calls need it.
 inline constexpr int32_t roomy_segment_bytes = 16 << 20;
 
-struct SessionWishes {
-    HostWishes host;
+struct SessionOptions {
+    HostOptions host;
     std::string module;
     bool json = false;
     bool keep_going = false;
@@ -26,18 +26,19 @@ struct SessionWishes {
 
 class Session {
 public:
-    Session(SessionWishes &wishes, int interruption) : wishes_(wishes), interruption_(interruption) {}
+    Session(SessionOptions &options, int interruption) : options_(options), interruption_(interruption) {}
     ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
-    // Starts the module; an exit status, after the reason was told.
+    // Starts the module; an exit status, after the reason was shown.
     int open();
 
-    // Does what the line says and shows what comes of it; an exit status.
-    int run(const std::string &line);
+    // Calls a function or sets a variable, and shows the result; an exit status. words has one at least. Throws
+    // Malformed.
+    int run(const Words &words);
 
-    // Put in front of every complaint: "line 3: ".
+    // Begins every error line: "line 3: ".
     void set_place(const std::string &place) { place_ = place; }
 
     // The status of the last function that returned.
@@ -48,38 +49,30 @@ public:
 
     const std::vector<Function> &functions() const { return functions_; }
     const Variables &variables() const { return variables_; }
+    bool shows_json() const { return options_.json; }
+
+    // These return the exit status that they are given, or that of results which cannot be written.
+    int show(const std::string &text, int status) const;
+    int fail(int status, const std::string &text) const;
+
+    int set_trace_level(int32_t level);
+    void set_deadline(int32_t milliseconds);
+    void set_callback_rule(const std::string &rule) { options_.host.callback = rule; }
+    int restart();
+    void end() { is_over_ = true; }
 
 private:
-    using Words = std::vector<std::string>;
-    struct Order;
-    friend std::vector<std::string> order_names();
-    friend std::string order_help(const std::string &indentation);
-    static const Order orders[];
-
-    int run_words(const Words &words);
     int set_variable(const Words &words);
     int call_function(const Words &words);
     int show_call(const CallOutcome &outcome, const std::string &function);
     void keep_results(const CallOutcome &outcome);
     int show_error(const std::string &function);
-    int fail_unmade(const std::string &function, int32_t error_class, const std::string &text);
-    int fail(int status, const std::string &text) const;
-    int show(const std::string &text, int status) const;
+    int fail_call(const std::string &function, int32_t error_class, const std::string &text);
     void take_interruptions();
     void learn_tables();
-    void tell_restart(int32_t pid);
+    void report_restart(int32_t pid);
 
-    int run_order(const Words &words);
-    int help(const Words &words);
-    int list(const Words &words);
-    int vars(const Words &words);
-    int trace(const Words &words);
-    int deadline(const Words &words);
-    int callback(const Words &words);
-    int restart(const Words &words);
-    int quit(const Words &words);
-
-    SessionWishes &wishes_;
+    SessionOptions &options_;
     int interruption_;
     ka_host *host_ = nullptr;
     int32_t pid_ = 0; // of the host that is known to the user
@@ -90,9 +83,5 @@ private:
     bool is_over_ = false;
     bool is_terminated_ = false;
 };
-
-// The orders of a session: ":list" and the others; and the lines that explain what can be typed, indented or not.
-std::vector<std::string> order_names();
-std::string order_help(const std::string &indentation);
 
 #endif

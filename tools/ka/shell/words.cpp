@@ -27,8 +27,8 @@ bool is_blank(char c)
     return c == ' ' || c == '\t';
 }
 
-// From the opening quote to the closing one. A backslash takes the character behind it along, so that a quote can
-// stand in the text.
+// From the opening quote to the closing one. A backslash takes the next character along, so that a text can
+// have quotes.
 void take_text(Splitter &splitter)
 {
     splitter.word += splitter.take();

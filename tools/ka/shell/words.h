@@ -19,8 +19,10 @@
 // Values as they would be written on the line.
 using Variables = std::map<std::string, std::string>;
 
+using Words = std::vector<std::string>;
+
 // The first word, which is a name, keeps its $. Throws Malformed: a quote or bracket is open, a variable is unknown.
-std::vector<std::string> words_of_line(std::string_view line, const Variables &variables);
+Words words_of_line(std::string_view line, const Variables &variables);
 
 // The characters that names of variables are made of.
 bool is_name_character(char c);

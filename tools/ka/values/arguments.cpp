@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <optional>
 
 #include "base/text.h"
 #include "results.h"
@@ -27,7 +28,7 @@ bool read_real(const std::string &text, t_DECIMAL &value)
 
 int32_t to_integer(const std::string &text)
 {
-    if (!is_whole(text)) throw Malformed(text + " is no whole number");
+    if (!is_whole(text)) throw Malformed(text + " is not a whole number");
     int32_t value = 0;
     const char *begin = text.data() + (text.starts_with('+') ? 1 : 0);
     const auto result = std::from_chars(begin, text.data() + text.size(), value);
@@ -40,41 +41,63 @@ int32_t to_integer(const std::string &text)
 t_DECIMAL to_real(const std::string &text)
 {
     t_DECIMAL value;
-    if (!read_real(text, value)) throw Malformed(text + " is no number, or out of a REAL's range");
+    if (!read_real(text, value)) throw Malformed(text + " is not a number, or out of a REAL's range");
     return value;
 }
 
-// The block's value type of an element by itself; 0 for a word that is no number.
-int32_t own_type(const Element &element)
+// An element with the block's value type that it has by itself.
+struct TypedElement {
+    const Element &element;
+    int32_t type;                  // 0 for a word that is not a number
+    std::optional<t_DECIMAL> real; // its value, where that was read to find the type
+};
+
+TypedElement typed(const Element &element)
 {
-    if (element.kind == Kind::string) return DLL_STRING;
-    if (element.kind == Kind::integer) return DLL_INTEGER;
-    if (element.kind == Kind::real) return DLL_REAL;
+    if (element.notation == Notation::string) return {element, DLL_STRING, {}};
+    if (element.notation == Notation::integer) return {element, DLL_INTEGER, {}};
+    if (element.notation == Notation::real) return {element, DLL_REAL, {}};
+    if (is_whole(element.text)) return {element, DLL_INTEGER, {}};
     t_DECIMAL value;
-    if (is_whole(element.text)) return DLL_INTEGER;
-    return read_real(element.text, value) ? DLL_REAL : 0;
+    if (!read_real(element.text, value)) return {element, 0, {}};
+    return {element, DLL_REAL, value};
+}
+
+using TypedElements = std::vector<TypedElement>;
+
+TypedElements typed(const std::vector<Element> &elements)
+{
+    TypedElements all;
+    for (const Element &element : elements)
+        all.push_back(typed(element));
+    return all;
 }
 
 // What a word of no type is.
 std::string why_no_type(const std::string &text)
 {
     if (!text.empty() && text.find_first_not_of("+-.0123456789eE") == std::string::npos)
-        return "is no number, or out of a REAL's range";
+        return "is not a number, or out of a REAL's range";
     return "is neither a number nor a quoted 'text'";
 }
 
 // ---- By themselves ---------------------------------------------------------------------------------------------
 
-int32_t common_type(const Literal &literal)
+// "element 3: ", counted from 1; empty where the argument is one value.
+std::string place_in(const Literal &literal, size_t index)
+{
+    return literal.is_array ? "element " + std::to_string(index + 1) + ": " : "";
+}
+
+int32_t common_type(const Literal &literal, const TypedElements &elements)
 {
     bool strings = false;
     bool reals = false;
     bool integers = false;
-    for (const Element &element : literal.elements) {
-        const int32_t type = own_type(element);
-        const std::string number = std::to_string(&element - literal.elements.data() + 1);
-        const std::string place = literal.is_array ? "element " + number + ": " : "";
-        if (type == 0) throw Malformed(place + element.text + " " + why_no_type(element.text));
+    for (size_t i = 0; i < elements.size(); i++) {
+        const int32_t type = elements[i].type;
+        const std::string &text = elements[i].element.text;
+        if (type == 0) throw Malformed(place_in(literal, i) + text + " " + why_no_type(text));
         strings |= type == DLL_STRING;
         reals |= type == DLL_REAL;
         integers |= type == DLL_INTEGER;
@@ -83,21 +106,21 @@ int32_t common_type(const Literal &literal)
     return strings ? DLL_STRING : reals ? DLL_REAL : DLL_INTEGER;
 }
 
-void add_element(Argument &argument, const Element &element)
+void add_element(Argument &argument, const TypedElement &typed)
 {
-    if (argument.type == DLL_STRING) argument.strings.push_back(element.text);
-    if (argument.type == DLL_REAL) argument.reals.push_back(to_real(element.text));
-    if (argument.type == DLL_INTEGER) argument.integers.push_back(to_integer(element.text));
+    const std::string &text = typed.element.text;
+    if (argument.type == DLL_STRING) argument.strings.push_back(text);
+    if (argument.type == DLL_REAL) argument.reals.push_back(typed.real ? *typed.real : to_real(text));
+    if (argument.type == DLL_INTEGER) argument.integers.push_back(to_integer(text));
 }
 
-void set_elements(Argument &argument, const std::vector<Element> &elements)
+void set_elements(Argument &argument, const Literal &literal, const TypedElements &elements)
 {
     for (size_t i = 0; i < elements.size(); i++) {
         try {
             add_element(argument, elements[i]);
         } catch (const Malformed &malformed) {
-            if (!argument.is_array) throw;
-            throw Malformed("element " + std::to_string(i + 1) + ": " + malformed.what());
+            throw Malformed(place_in(literal, i) + malformed.what());
         }
     }
 }
@@ -126,13 +149,13 @@ void set_room(Argument &argument, const Literal &literal)
     argument.room = *literal.room;
 }
 
-Argument make_argument(const Literal &literal, int32_t type)
+Argument make_argument(const Literal &literal, const TypedElements &elements, int32_t type)
 {
     Argument argument{};
     argument.type = type;
     argument.passing = literal.by_reference ? KA_BY_REFERENCE : KA_BY_VALUE;
     argument.is_array = literal.is_array;
-    set_elements(argument, literal.elements);
+    set_elements(argument, literal, elements);
     set_room(argument, literal);
     return argument;
 }
@@ -140,43 +163,44 @@ Argument make_argument(const Literal &literal, int32_t type)
 // ---- By a prototype --------------------------------------------------------------------------------------------
 
 // A word suits as a string, whatever it holds; an INTEGER suits as a REAL.
-bool suits(int32_t kind, const Element &element)
+bool suits(int32_t kind, const TypedElement &typed)
 {
-    if (takes(kind, DLL_STRING)) return element.kind == Kind::string || element.kind == Kind::word;
-    const int32_t type = own_type(element);
-    return takes(kind, type) || (type == DLL_INTEGER && takes(kind, DLL_REAL));
+    const Notation notation = typed.element.notation;
+    if (takes(kind, DLL_STRING)) return notation == Notation::string || notation == Notation::word;
+    return takes(kind, typed.type) || (typed.type == DLL_INTEGER && takes(kind, DLL_REAL));
 }
 
 // The type in which a function gets elements that suit it.
-int32_t wanted_type(int32_t kind, const std::vector<Element> &elements)
+int32_t wanted_type(int32_t kind, const TypedElements &elements)
 {
     if (takes(kind, DLL_STRING)) return DLL_STRING;
-    const auto is_integer = [](const Element &element) { return own_type(element) == DLL_INTEGER; };
+    const auto is_integer = [](const TypedElement &typed) { return typed.type == DLL_INTEGER; };
     const bool whole = std::all_of(elements.begin(), elements.end(), is_integer);
     return whole && takes(kind, DLL_INTEGER) && kind != KA_REAL_BY_VALUE ? DLL_INTEGER : DLL_REAL;
 }
 
-// An element that does not suit: its type, or why it has none. What is no array is shown as it was written.
-std::string given(const Literal &literal, const Element &element)
+// An element that does not suit: its type, or why it has none. One that is not in an array is shown as it was
+// written.
+std::string given(const Literal &literal, const TypedElement &typed, size_t index)
 {
-    const int32_t type = own_type(element);
-    const std::string number = std::to_string(&element - literal.elements.data() + 1);
-    const std::string place = literal.is_array ? " as element " + number : "";
-    if (type == 0) return shortened(element.text) + place + ", which " + why_no_type(element.text);
+    const std::string &text = typed.element.text;
+    const std::string place = literal.is_array ? " as element " + std::to_string(index + 1) : "";
+    if (typed.type == 0) return shortened(text) + place + ", which " + why_no_type(text);
     const size_t mark = literal.written.starts_with('&') ? 1 : 0;
-    const std::string name = wire::type_name(type);
+    const std::string name = wire::type_name(typed.type);
     if (!literal.is_array) return name + " " + shortened(literal.written.substr(mark));
-    return name + " " + shortened(type == DLL_STRING ? string_literal(element.text) : element.text) + place;
+    return name + " " + shortened(typed.type == DLL_STRING ? string_literal(text) : text) + place;
 }
 
 Argument argument_for(const Prototype &prototype, const Literal &literal)
 {
     if (prototype.kind == KA_VARARG) return argument_of(literal);
-    for (const Element &element : literal.elements)
-        if (!suits(prototype.kind, element))
-            throw Refused("takes " + taken_by(prototype) + ", got " + given(literal, element));
-    const int32_t type = wanted_type(prototype.kind, literal.elements);
-    Argument argument = make_argument(literal, type);
+    const TypedElements elements = typed(literal.elements);
+    for (size_t i = 0; i < elements.size(); i++)
+        if (!suits(prototype.kind, elements[i]))
+            throw Refused("takes " + taken_by(prototype) + ", got " + given(literal, elements[i], i));
+    const int32_t type = wanted_type(prototype.kind, elements);
+    Argument argument = make_argument(literal, elements, type);
     if (!changes(prototype.kind)) return argument;
     argument.passing = KA_BY_REFERENCE;
     if (type == DLL_STRING && !literal.room) argument.room = std::max(usual_room, longest(argument));
@@ -188,7 +212,7 @@ void check_elements(const Prototype &prototype, const Literal &literal)
     if (!is_kind(prototype.kind))
         throw Refused("the module's own table is wrong: there is no kind " + std::to_string(prototype.kind));
     const auto count = static_cast<int64_t>(literal.elements.size());
-    if (least_elements(prototype) <= count) return;
+    if (min_elements(prototype) <= count) return;
     throw Refused("takes at least " + std::to_string(prototype.min_elements) + " elements, got " +
                   std::to_string(count));
 }
@@ -224,14 +248,15 @@ int64_t element_bytes(const Argument &argument)
 Element element_of(const t_DECIMAL &value)
 {
     char text[KA_REAL_TEXT];
-    return {Kind::real, ka_real_to_text(&value, text)};
+    return {Notation::real, ka_real_to_text(&value, text)};
 }
 
 } // namespace
 
 Argument argument_of(const Literal &literal)
 {
-    return make_argument(literal, common_type(literal));
+    const TypedElements elements = typed(literal.elements);
+    return make_argument(literal, elements, common_type(literal, elements));
 }
 
 Literal read_literal_for(const Function &function, size_t position, const std::string &text)
@@ -262,11 +287,11 @@ Literal literal_of(const Argument &argument)
     literal.written = argument_text(argument);
     literal.is_array = argument.is_array;
     for (int32_t value : argument.integers)
-        literal.elements.push_back({Kind::integer, std::to_string(value)});
+        literal.elements.push_back({Notation::integer, std::to_string(value)});
     for (const t_DECIMAL &value : argument.reals)
         literal.elements.push_back(element_of(value));
     for (const std::string &text : argument.strings)
-        literal.elements.push_back({Kind::string, text});
+        literal.elements.push_back({Notation::string, text});
     return literal;
 }
 

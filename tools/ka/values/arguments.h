@@ -3,8 +3,8 @@
 // Arguments of a call: literals whose types are decided, by themselves or by the prototypes of the function.
 //
 // By themselves: 42 is an INTEGER, 4.2 and 1e9 are REALs, 'text' is a STRING; integers among REALs are REALs.
-// By a prototype: numbers are INTEGER or REAL as the function takes them, what stands without quotes for a string is
-// that text, and what the function can change goes by reference, strings with room for 256 characters at least.
+// By a prototype: numbers are INTEGER or REAL as the function takes them, text without quotes for a string is that
+// text, and what the function can change goes by reference, strings with room for 256 characters at least.
 #ifndef KA_TOOL_VALUES_ARGUMENTS_H
 #define KA_TOOL_VALUES_ARGUMENTS_H
 

@@ -114,6 +114,6 @@ Answer answer_to(const std::string &rule, int32_t value)
     reader.accept("const:");
     const int32_t answer = reader.sum();
     reader.accept("");
-    if (!reader.rest.empty()) throw Malformed("\"" + std::string(reader.rest) + "\" is no arithmetic");
+    if (!reader.rest.empty()) throw Malformed("\"" + std::string(reader.rest) + "\" is not arithmetic");
     return {reader.divides_by_zero ? 0 : answer, reader.divides_by_zero};
 }

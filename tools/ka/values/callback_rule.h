@@ -17,7 +17,7 @@ struct Answer {
     bool divides_by_zero;
 };
 
-// Throws Malformed (literal.h) when rule is no arithmetic, whatever value is.
+// Throws Malformed (literal.h) when rule is not arithmetic, whatever value is.
 Answer answer_to(const std::string &rule, int32_t value);
 
 #endif

@@ -13,7 +13,7 @@
 
 namespace {
 
-using Json = nlohmann::json;
+using Parser = nlohmann::json;
 
 constexpr size_t depth_max = 4; // the list, an argument, its array, an element that is an object
 
@@ -27,7 +27,7 @@ struct Node {
 };
 
 // Builds the tree. Of the open nodes only the innermost gets children, so pointers to the others stay good.
-class Builder : public nlohmann::json_sax<Json> {
+class Builder : public nlohmann::json_sax<Parser> {
 public:
     Node root{Type::other, {}, {}, {}};
     std::string fault;
@@ -51,9 +51,9 @@ public:
     bool parse_error(std::size_t, const std::string &token, const nlohmann::detail::exception &error) override
     {
         const std::string text = error.what();
-        fault = text.substr(std::min(text.find("] ") + 2, text.size())); // behind the exception's own name
+        fault = text.substr(std::min(text.find("] ") + 2, text.size())); // after the exception's own name
         // A number that the parser finds too large for a double.
-        if (dynamic_cast<const Json::out_of_range *>(&error) != nullptr) fault = number_fault(token);
+        if (dynamic_cast<const Parser::out_of_range *>(&error) != nullptr) fault = number_fault(token);
         return false;
     }
 
@@ -98,7 +98,7 @@ private:
 Node parse(const std::string &text)
 {
     Builder builder;
-    if (!Json::sax_parse(text, &builder)) throw Malformed(builder.fault);
+    if (!Parser::sax_parse(text, &builder)) throw Malformed(builder.fault);
     return std::move(builder.root);
 }
 
@@ -117,29 +117,29 @@ std::string from_hex(const std::string &digits)
     return bytes;
 }
 
-// One value behind the key "integer", "real", "string" or "hex".
+// One value after the key "integer", "real", "string" or "hex".
 Element typed_element(const std::string &key, const Node &node)
 {
     const bool is_text = key == "string" || key == "hex";
     if (node.type != Type::string && (is_text || node.type != Type::number))
         throw Malformed("\"" + key + "\" holds " + (is_text ? "a string" : "a number, or one as text") +
                         ", or an array of them");
-    if (key == "hex") return {Kind::string, from_hex(node.text)};
-    if (key == "string") return {Kind::string, node.text};
-    return {key == "real" ? Kind::real : Kind::integer, node.text};
+    if (key == "hex") return {Notation::string, from_hex(node.text)};
+    if (key == "string") return {Notation::string, node.text};
+    return {key == "real" ? Notation::real : Notation::integer, node.text};
 }
 
 Element element_of(const Node &node)
 {
-    if (node.type == Type::number) return {Kind::number, node.text};
-    if (node.type == Type::string) return {Kind::string, node.text};
+    if (node.type == Type::number) return {Notation::number, node.text};
+    if (node.type == Type::string) return {Notation::string, node.text};
     if (node.type == Type::array) throw Malformed("an array within an array");
     if (node.type == Type::object && node.keys.size() == 1) {
         const std::string &key = node.keys[0];
         if (key == "integer" || key == "real" || key == "string" || key == "hex")
             return typed_element(key, node.items[0]);
     }
-    throw Malformed(node.type == Type::object ? "an element that is no value" : node.text + " is no value");
+    throw Malformed(node.type == Type::object ? "an element that is not a value" : node.text + " is not a value");
 }
 
 template <typename Read>
@@ -179,23 +179,25 @@ void set_member(Literal &literal, const std::string &key, const Node &node)
     }
 }
 
-std::string written(const Node &node)
+Json written(const Node &node)
 {
-    if (node.type == Type::string) return string_json(node.text);
-    if (node.type != Type::array && node.type != Type::object) return node.text;
-    std::string text;
+    if (node.type == Type::string) return node.text;
+    if (node.type != Type::array && node.type != Type::object) return Json::of_json(node.text);
+    JsonArray array;
+    JsonObject object;
     for (size_t i = 0; i < node.items.size(); i++) {
-        text += i == 0 ? "" : ",";
-        text += node.type == Type::object ? string_json(node.keys[i]) + ":" : "";
-        text += written(node.items[i]);
+        if (node.type == Type::array)
+            array.add(written(node.items[i]));
+        else
+            object.add(node.keys[i], written(node.items[i]));
     }
-    return node.type == Type::array ? "[" + text + "]" : "{" + text + "}";
+    return node.type == Type::array ? Json(array) : Json(object);
 }
 
 Literal literal_from(const Node &node)
 {
     Literal literal;
-    literal.written = written(node);
+    literal.written = written(node).text();
     if (node.type != Type::object) {
         set_elements(literal, node, element_of);
         return literal;
@@ -221,7 +223,7 @@ std::vector<Literal> read_json_arguments(const std::string &text)
         try {
             literals.push_back(literal_from(node));
         } catch (const Malformed &malformed) {
-            throw Malformed("argument " + std::to_string(literals.size() + 1) + " (" + written(node) +
+            throw Malformed("argument " + std::to_string(literals.size() + 1) + " (" + written(node).text() +
                             "): " + malformed.what());
         }
     }

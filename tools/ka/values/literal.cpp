@@ -69,14 +69,14 @@ char read_escape(Scanner &scanner)
     case 'x':
         return read_hex(scanner);
     default:
-        throw Malformed("\\" + escape + " is no escape; a backslash is written \\\\");
+        throw Malformed("\\" + escape + " is not an escape; a backslash is written \\\\");
     }
 }
 
 // Behind the opening quote.
 Element read_string(Scanner &scanner)
 {
-    Element element{Kind::string, {}};
+    Element element{Notation::string, {}};
     while (!scanner.accept('\'')) {
         if (scanner.rest.empty()) throw Malformed("the closing quote is missing");
         const char c = scanner.rest.front();
@@ -92,7 +92,7 @@ Element read_number(Scanner &scanner)
 {
     const std::string text = scanner.take(scanner.rest.find_first_of(", ]:"));
     if (text.empty()) throw Malformed("a value is missing");
-    return {Kind::word, text};
+    return {Notation::word, text};
 }
 
 Element read_text_in_array(Scanner &scanner)
@@ -100,7 +100,7 @@ Element read_text_in_array(Scanner &scanner)
     std::string text = scanner.take(scanner.rest.find_first_of(",]"));
     text.erase(text.find_last_not_of(' ') + 1);
     if (text.empty()) throw Malformed("a value is missing; an empty string is written ''");
-    return {Kind::word, text};
+    return {Notation::word, text};
 }
 
 Element read_element(Scanner &scanner)
@@ -131,7 +131,7 @@ int32_t read_room(Scanner &scanner)
     const char *begin = scanner.rest.data();
     const char *end = begin + scanner.rest.size();
     const auto [stop, error] = std::from_chars(begin, end, room);
-    if (error != std::errc() || room < 0) throw Malformed("the room behind the colon must be a number of characters");
+    if (error != std::errc() || room < 0) throw Malformed("the room after the colon must be a number of characters");
     scanner.rest.remove_prefix(static_cast<size_t>(stop - begin));
     return room;
 }
@@ -143,9 +143,9 @@ void read_elements(Scanner &scanner, Literal &literal)
         literal.elements = read_array(scanner);
     } else if (scanner.rest.starts_with("str:")) {
         scanner.take(3);
-        literal.elements = {{Kind::string, {}}};
+        literal.elements = {{Notation::string, {}}};
     } else if (scanner.unquoted == Unquoted::text && !scanner.rest.starts_with('\'')) {
-        literal.elements = {{Kind::word, scanner.take(scanner.rest.size())}};
+        literal.elements = {{Notation::word, scanner.take(scanner.rest.size())}};
     } else {
         literal.elements = {read_element(scanner)};
     }
@@ -161,6 +161,6 @@ Literal read_literal(const std::string &text, Unquoted unquoted)
     literal.by_reference = scanner.accept('&');
     read_elements(scanner, literal);
     if (scanner.accept(':')) literal.room = read_room(scanner);
-    if (!scanner.rest.empty()) throw Malformed("\"" + std::string(scanner.rest) + "\" stands behind the value");
+    if (!scanner.rest.empty()) throw Malformed("\"" + std::string(scanner.rest) + "\" follows the value");
     return literal;
 }

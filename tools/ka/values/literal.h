@@ -19,10 +19,10 @@
 #include <vector>
 
 // word: without quotes, a number or not. number: known to be one. integer, real: of that type in so many words.
-enum class Kind { word, number, integer, real, string };
+enum class Notation { word, number, integer, real, string };
 
 struct Element {
-    Kind kind;
+    Notation notation;
     std::string text; // without quotes and escapes
 };
 
@@ -39,7 +39,7 @@ struct Malformed : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// What stands without quotes: a number, which ends at a comma, a blank, a colon or a bracket; or a text, which
+// How text without quotes is read: a number, which ends at a comma, a blank, a colon or a bracket; or a text, which
 // reaches to the end of the argument, in an array to the next comma or bracket.
 enum class Unquoted { number, text };
 

@@ -5,20 +5,11 @@
 
 #include <algorithm>
 
-#include "base/json.h"
 #include "base/text.h"
 #include "ka/dll_block.h"
 #include "ka/dll_codes.h"
 
 namespace {
-
-// A REAL of whole value shows a point, so that it is not taken for an INTEGER.
-std::string show_real(const t_DECIMAL &value)
-{
-    char buffer[KA_REAL_TEXT];
-    const std::string text = ka_real_to_text(&value, buffer);
-    return text.find_first_not_of("-0123456789") == std::string::npos ? text + ".0" : text;
-}
 
 std::string read_string(ka_host *host, int32_t number, int32_t element)
 {
@@ -30,27 +21,31 @@ std::string read_string(ka_host *host, int32_t number, int32_t element)
     return value;
 }
 
-using Show = std::string (*)(const std::string &);
-
-std::vector<std::string> element_texts(const Argument &argument, Show show)
+// What write makes of each element.
+template <typename Shown, typename Write>
+std::vector<Shown> elements_of(const Argument &argument, Write write)
 {
-    std::vector<std::string> texts;
+    std::vector<Shown> shown;
     for (int32_t value : argument.integers)
-        texts.push_back(std::to_string(value));
+        shown.push_back(write(value));
     for (const t_DECIMAL &value : argument.reals)
-        texts.push_back(show_real(value));
+        shown.push_back(write(value));
     for (const std::string &value : argument.strings)
-        texts.push_back(show(value));
-    return texts;
+        shown.push_back(write(value));
+    return shown;
 }
 
-std::string joined(const Argument &argument, Show show, const char *comma)
-{
-    std::string text;
-    for (const std::string &element : element_texts(argument, show))
-        text += (text.empty() ? "" : comma) + element;
-    return argument.is_array ? "[" + text + "]" : text;
-}
+struct AsText {
+    std::string operator()(int32_t value) const { return std::to_string(value); }
+    std::string operator()(const t_DECIMAL &value) const { return real_text(value); }
+    std::string operator()(const std::string &value) const { return string_literal(value); }
+};
+
+struct AsJson {
+    Json operator()(int32_t value) const { return value; }
+    Json operator()(const t_DECIMAL &value) const { return Json::of_json(real_text(value)); }
+    Json operator()(const std::string &value) const { return Json::of_bytes(value); }
+};
 
 } // namespace
 
@@ -66,19 +61,30 @@ Argument read_back(ka_host *host, int32_t number, const Argument &sent)
     return argument;
 }
 
+std::string real_text(const t_DECIMAL &value)
+{
+    char buffer[KA_REAL_TEXT];
+    const std::string text = ka_real_to_text(&value, buffer);
+    return text.find_first_not_of("-0123456789") == std::string::npos ? text + ".0" : text;
+}
+
 std::string argument_text(const Argument &argument)
 {
-    return joined(argument, string_literal, ", ");
+    std::string text;
+    for (const std::string &element : elements_of<std::string>(argument, AsText()))
+        text += (text.empty() ? "" : ", ") + element;
+    return argument.is_array ? "[" + text + "]" : text;
 }
 
-std::string argument_json(const Argument &argument)
+Json argument_json(const Argument &argument)
 {
-    return joined(argument, string_json, ",");
+    const std::vector<Json> elements = elements_of<Json>(argument, AsJson());
+    return argument.is_array ? Json(elements) : elements[0];
 }
 
-std::string meaning_of_refusal(int32_t code)
+std::string meaning_of_refusal(int32_t return_code)
 {
-    switch (code) {
+    switch (return_code) {
     case KA_NO_MEMORY:
         return "the module has not the memory for the arguments";
     case KA_NO_FUNCTION:
