@@ -28,7 +28,7 @@ struct t_KIND {
 
 namespace wire {
 
-/* ORDER KIND: the row number is the prototype's type. */
+/* ORDER KIND: the row number is the prototype's kind. */
 // clang-format off
 inline constexpr t_KIND kinds[] = {
     /*                  none     INTEGER     REAL         STRING         array  gives back */

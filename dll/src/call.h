@@ -44,7 +44,8 @@ int32_t convert(int32_t code, const t_DLL_ARG &arg, int32_t slot);
 /* Carries what the function left in slot back into the argument. KA_OK or KA_BAD_PROTOTYPE. */
 int32_t give_back(const t_DLL_ARG &arg, int32_t slot);
 
-/* Frees what slot holds and clears it. */
+/* buffers.cpp: frees what slot holds, or every slot, and clears it. */
 void release_slot(int32_t slot);
+void release_leftovers(void);
 
 #endif

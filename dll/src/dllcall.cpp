@@ -52,14 +52,6 @@ int32_t find_function(void)
     return code;
 }
 
-/* Buffers of a call that failed half-way; only the next call with a known function frees them. */
-void release_leftovers(void)
-{
-    for (int32_t slot = 0; slot < DLL_MAX_ARGS; slot++) {
-        release_slot(slot);
-    }
-}
-
 int32_t convert_argument(const t_DLL_PROTO *proto, int32_t n)
 {
     const t_DLL_ARG arg = u_get_arg(n);
@@ -95,9 +87,9 @@ int32_t convert_arguments(void)
 }
 
 /* A kind that the function changed to nonsense during the call is left to give_back. */
-bool gives_back(int32_t type)
+bool gives_back(int32_t kind)
 {
-    return !wire::is_kind(type) || wire::kinds[type].gives_back;
+    return !wire::is_kind(kind) || wire::kinds[kind].gives_back;
 }
 
 int32_t give_back_argument(const t_DLL_PROTO *proto, int32_t n)

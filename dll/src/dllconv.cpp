@@ -150,9 +150,3 @@ int32_t give_back(const t_DLL_ARG &arg, int32_t slot)
         return KA_BAD_PROTOTYPE; /* the function changed its own prototypes during the call */
     }
 }
-
-void release_slot(int32_t slot)
-{
-    if (KaCv[slot] != CV_BLOCK) free(KaAv[slot]);
-    KaAv[slot] = nullptr;
-}

@@ -108,7 +108,7 @@ void attach_block(void)
 /* Returns only where dll_cleanup itself has let SIGTERM in once more. */
 [[gnu::noinline]] void end_host(void)
 {
-    if (__atomic_exchange_n(&ending, true, __ATOMIC_RELAXED)) return;
+    if (__atomic_exchange_n(&host::ending, true, __ATOMIC_RELAXED)) return;
     /* The block goes away: a call signal that comes now must not find it gone. */
     sigset_t calls;
     sigemptyset(&calls);
@@ -128,7 +128,7 @@ void attach_block(void)
 /* SIGTERM is never blocked: the end can come nested inside a call. */
 void signal_handler(int signal)
 {
-    if (passed_on(signal, main_thread)) return;
+    if (passed_on(signal, host::main_thread)) return;
     if (signal == SIGTERM) return end_host();
     if (!must_wait(THIS_FRAME)) perform_call();
 }
@@ -137,16 +137,10 @@ void signal_handler(int signal)
 
 KA_API int main(int argc, char **argv)
 {
-    main_thread = pthread_self();
+    host::main_thread = pthread_self();
     read_arguments(argc, argv);
 
-    sigset_t blocked;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGINT);
-    sigaddset(&blocked, SIGUSR1);
-    sigaddset(&blocked, SIGUSR2);
-    sigaddset(&blocked, SIGIO);
-    sigaddset(&blocked, SIGALRM);
+    const sigset_t blocked = blocked_at_start();
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
 
     reset_signals();
@@ -157,7 +151,6 @@ KA_API int main(int argc, char **argv)
     install(SIGTERM, signal_handler, nullptr);
     install(SIGUSR2, signal_handler, nullptr);
 
-    sigdelset(&blocked, SIGUSR2);
-    sigdelset(&blocked, SIGTERM);
-    wait_for_signals(&blocked);
+    const sigset_t idle = blocked_while_idle();
+    wait_for_signals(&idle);
 }

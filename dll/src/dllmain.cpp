@@ -24,7 +24,7 @@ int32_t shm_id;
 
 namespace {
 
-/* What the host does with a layout, beside the offsets. */
+/* A layout, beside the offsets: how the host treats its addresses. */
 struct t_ROW {
     t_LAYOUT layout;
     bool translates_ptr;    /* see row_32 */
@@ -138,13 +138,13 @@ bool signal_caller(void)
     return pid > 0 && kill(pid, SIGUSR2) == 0;
 }
 
-pthread_t callback_thread;   /* the one in dll_callback; the main thread while there is none */
+pthread_t callback_thread;   /* the one in dll_callback; the main thread after it */
 sigjmp_buf dll_callback_jmp; /* valid while dll_callback waits */
 
 void dll_callback_handler(int signal)
 {
     if (passed_on(signal, callback_thread)) return;
-    if (__atomic_load_n(&ending, __ATOMIC_RELAXED) || must_wait(THIS_FRAME)) return;
+    if (__atomic_load_n(&host::ending, __ATOMIC_RELAXED) || must_wait(THIS_FRAME)) return;
     siglongjmp(dll_callback_jmp, 0);
 }
 
@@ -179,6 +179,6 @@ int32_t dll_callback(int32_t value)
     }
     set_arithmetic(&own);
     sigaction(SIGUSR2, &previous, nullptr);
-    callback_thread = main_thread;
+    callback_thread = host::main_thread;
     return load32(at(layout().retcode));
 }

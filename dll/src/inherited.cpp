@@ -52,7 +52,7 @@ void replace(int fd, int opened)
     close(opened);
 }
 
-/* What is written there from now on is gone. */
+/* Whatever is written there from now on is gone. */
 void discard_output(int fd)
 {
     const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
@@ -148,7 +148,7 @@ bool close_ranges(int last)
 
 } // namespace
 
-/* What was opened above a limit that was lowered since stays. */
+/* Files that were opened above a limit that was lowered since stay. */
 void close_inherited(void)
 {
     const int last = static_cast<int>(sysconf(_SC_OPEN_MAX)) - 1;

@@ -3,8 +3,8 @@
  * See signals.h. */
 #include "signals.h"
 
-pthread_t main_thread;
-bool ending;
+pthread_t host::main_thread;
+bool host::ending;
 
 namespace {
 bool put_off; /* a SIGUSR2 waits until the handler that it interrupted has returned */
@@ -17,6 +17,26 @@ bool put_off_on_top(void)
     if (sigismember(&now, SIGTERM) != 1) return false;
     __atomic_store_n(&put_off, true, __ATOMIC_RELAXED);
     return true;
+}
+
+sigset_t blocked_at_start(void)
+{
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGINT);
+    sigaddset(&blocked, SIGUSR1);
+    sigaddset(&blocked, SIGUSR2);
+    sigaddset(&blocked, SIGIO);
+    sigaddset(&blocked, SIGALRM);
+    return blocked;
+}
+
+sigset_t blocked_while_idle(void)
+{
+    sigset_t blocked = blocked_at_start();
+    sigdelset(&blocked, SIGUSR2);
+    sigdelset(&blocked, SIGTERM);
+    return blocked;
 }
 
 void install(int signal, void (*handler)(int), struct sigaction *previous)

@@ -8,8 +8,11 @@
 #include <pthread.h>
 #include <signal.h>
 
+/* In a namespace: linked statically, the host shares plain names with the module. */
+namespace host {
 extern pthread_t main_thread; /* set when main begins */
 extern bool ending;           /* the block is being detached, or has been */
+} // namespace host
 
 /* The kernel delivers a signal of the process to any thread that lets it in. True: this was the wrong one, and the
    right one has the signal now. (After a fork in a thread there is no right one: then the thread at hand acts.) */
@@ -30,8 +33,9 @@ struct t_FRAME {
    (the compiler may use an argument's place for its own ends, and never touches what comes after the last one). */
 #define THIS_FRAME static_cast<const t_FRAME *>(__builtin_dwarf_cfa())
 
-/* Puts the signal at hand off, and is true, where SIGTERM is blocked: the wait raises it anew. */
-bool put_off_on_top(void);
+/* Puts the signal at hand off, and is true, where SIGTERM is blocked: the wait raises it anew. noinline: its local
+   mask must not become one of the handler's (see THIS_FRAME). */
+[[gnu::noinline]] bool put_off_on_top(void);
 
 /* Asked by a handler of SIGUSR2. On top of a handler that blocks SIGTERM, which no wait does, it does not act upon
    the signal: if that one is the host's own, the end goes on; if it is one of the module's, it comes back to the
@@ -45,6 +49,13 @@ inline bool must_wait(const t_FRAME *frame)
 
 /* previous may be null. */
 void install(int signal, void (*handler)(int), struct sigaction *previous);
+
+/* Blocked when main begins: those that somebody may send who does not know what the process is, and SIGUSR2, which
+   must not come before the host can answer. */
+sigset_t blocked_at_start(void);
+
+/* Blocked while the host waits for calls: the same without the two signals that it waits for. */
+sigset_t blocked_while_idle(void);
 
 /* Lets signals in, except those of blocked, for as long as it takes. */
 [[noreturn]] void wait_for_signals(const sigset_t *blocked);
