@@ -77,6 +77,13 @@ static int32_t fail_late_idle(ka_host *host)
     return fail_and_end(host);
 }
 
+/* After a call-back that has changed the host's state: the program has forked in it, and this is the child. */
+static int32_t fail_out_of_turn(ka_host *host)
+{
+    if (take_turn(host, TURN_CALL) != KA_DONE) return host->error.error_class;
+    return fail(host, KA_ARGUMENT, "ka_call before ka_begin");
+}
+
 /* ---- The end of a call ----------------------------------------------------------------------------------------- */
 
 /* A function that runs again may call back again, and gets an answer like the first time. argc stays 0. */
@@ -84,7 +91,7 @@ static int32_t answer_again(ka_host *host)
 {
     host->building.in_callback = true;
     const int32_t retcode_before = answer(host, load32(host, host->segment.layout->cbval));
-    if (host->life.state != STATE_CALLING) return take_turn(host, TURN_CALL);
+    if (host->life.state != STATE_CALLING) return fail_out_of_turn(host);
     if (!regain_process(host)) return fail_call(host, EVENT_DIED);
     prepare_reply(host, retcode_before);
     signal_process(host->process.pid_fd, SIGUSR2); /* a host that has died is found so */
@@ -149,8 +156,7 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
         }
         host->building.in_callback = true;
         retcode_before = answer(host, reply.value);
-        if (host->life.state != STATE_CALLING)
-            return take_turn(host, TURN_CALL); /* the child of a fork in the call-back */
+        if (host->life.state != STATE_CALLING) return fail_out_of_turn(host);
         if (!regain_process(host)) return fail_call(host, EVENT_DIED);
         if (now_ns() >= deadline) return fail_call(host, EVENT_LATE);
     }
