@@ -32,7 +32,7 @@ std::vector<std::string> all_matches(const std::string &text, const std::regex &
     return found;
 }
 
-// The enumeration in which the constant stands, by name.
+// The enumeration that has the constant, by name.
 std::map<std::string, int> codes(const std::string &header, const std::string &constant)
 {
     const std::string text = source(header);
@@ -79,7 +79,7 @@ std::string without_comments(std::string text)
     return std::regex_replace(text, std::regex(R"(//[^\n]*|#include[^\n]*)"), "");
 }
 
-// Pieces of lines and of numbers, and names: nobody meets them alone.
+// Pieces of lines and of numbers, and names: they are never met alone.
 const std::set<std::string> no_messages = {
     "C",           "Unknown",     "???",        "ByRef",           "ByValue",       "dll_setup",
     "dll_cleanup", "dll_scratch", "u_get__arg", "dll/src/dllmain", "math/src/math", "math/decimal/src/dec_roun",

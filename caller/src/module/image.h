@@ -50,7 +50,7 @@ struct t_IMAGE {
 };
 
 /* Null, with the reason in why. Of a process that still loads its libraries, not all objects are found. *error_class
-   becomes KA_ARGUMENT when the process is none that could be a host, KA_SYSTEM when it cannot be looked into. */
+   becomes KA_ARGUMENT when the process cannot be a host, KA_SYSTEM when it cannot be looked into. */
 t_IMAGE *open_file_image(const char *path, char *why, size_t size);
 t_IMAGE *open_process_image(pid_t pid, int32_t *error_class, char *why, size_t size);
 

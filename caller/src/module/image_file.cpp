@@ -26,8 +26,8 @@ static bool touches(const Elf32_Phdr *header, uint64_t page)
     return header->p_type == PT_LOAD && page >= page_of(header->p_vaddr) && page < end;
 }
 
-/* The part of a segment that the file holds. */
-static int read_segment_part(const t_IMAGE *image, const Elf32_Phdr *header, uint64_t page, uint8_t *bytes)
+/* The part of a page that the file holds. */
+static int read_held_part(const t_IMAGE *image, const Elf32_Phdr *header, uint64_t page, uint8_t *bytes)
 {
     const uint64_t end = uint64_t{header->p_vaddr} + header->p_filesz;
     const uint64_t from = page > header->p_vaddr ? page : header->p_vaddr;
@@ -47,7 +47,7 @@ static int read_file_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes
     memset(bytes, 0, PAGE_BYTES);
     for (int32_t i = 0; i < image->program_header_count; i++) {
         if (!touches(&image->program_headers[i], address)) continue;
-        error = read_segment_part(image, &image->program_headers[i], address, bytes);
+        error = read_held_part(image, &image->program_headers[i], address, bytes);
         if (error != 0) return error;
     }
     return error;
@@ -60,7 +60,8 @@ bool is_filled_at_start(const t_IMAGE *image, uint32_t address, size_t size)
         const Elf32_Phdr *header = &image->program_headers[i];
         const uint64_t begin = uint64_t{header->p_vaddr} + header->p_filesz;
         const uint64_t end = uint64_t{header->p_vaddr} + header->p_memsz;
-        if (header->p_type == PT_LOAD && address < end && address + uint64_t{size} > begin) return true;
+        const bool touched = begin < end && address < end && address + uint64_t{size} > begin;
+        if (header->p_type == PT_LOAD && touched) return true;
     }
     return false;
 }
