@@ -17,6 +17,7 @@
 #include "call/failure.h"
 #include "call/one_call.h"
 #include "call/request.h"
+#include "call/segment_size.h"
 #include "call/timing.h"
 #include "cli/host_options.h"
 #include "cli/mistakes.h"
@@ -84,15 +85,6 @@ ka_options settings_of(CallOptions &options)
     ka_options settings = host_options(options, usual_segment_bytes, open_interruption_fd());
     if (options.repeat == 0) settings.inspector = backtrace_inspector(); // which costs time in every call
     return settings;
-}
-
-// Makes the segment big enough, unless its size was asked for; true when it was too small.
-bool make_room(ka_options &settings, const CallOptions &options, const Invocation &invocation)
-{
-    const int64_t needed = segment_bytes_for(invocation.function, invocation.arguments, options.scratch_bytes);
-    if (options.segment_bytes != 0 || needed <= settings.segment_bytes) return false;
-    settings.segment_bytes = static_cast<int32_t>(std::min<int64_t>(needed, INT32_MAX));
-    return true;
 }
 
 // ---- What is shown ---------------------------------------------------------------------------------------------
@@ -192,7 +184,7 @@ int run_prepared(CallOptions &options, const Invocation &invocation)
 {
     Host host;
     ka_options settings = settings_of(options);
-    make_room(settings, options, invocation);
+    if (options.segment_bytes == 0) make_room(settings, invocation);
     if (host.open(options, settings) != KA_DONE) return show_error(host.get(), options);
     return call_and_show(host.get(), options, invocation, settings.cancel_fd);
 }
@@ -207,8 +199,8 @@ int run_unprepared(CallOptions &options)
     if (host.open(options, settings) == KA_DONE) tables = ka_host_tables(host.get());
     if (tables == nullptr) return show_error(host.get(), options);
     const Invocation invocation = prepare(options, functions_of(*tables));
-    if (make_room(settings, options, invocation) && host.open(options, settings) != KA_DONE)
-        return show_error(host.get(), options);
+    const bool too_small = options.segment_bytes == 0 && make_room(settings, invocation);
+    if (too_small && host.open(options, settings) != KA_DONE) return show_error(host.get(), options);
     return call_and_show(host.get(), options, invocation, settings.cancel_fd);
 }
 

@@ -4,82 +4,13 @@
 #include "arguments.h"
 
 #include <algorithm>
-#include <charconv>
-#include <optional>
 
 #include "base/text.h"
+#include "number_type.h"
 #include "results.h"
 #include "wire/kinds.h"
 
 namespace {
-
-// ---- Numbers ---------------------------------------------------------------------------------------------------
-
-bool is_whole(const std::string &text)
-{
-    const size_t sign = text.starts_with('-') || text.starts_with('+') ? 1 : 0;
-    return text.size() > sign && text.find_first_not_of("0123456789", sign) == std::string::npos;
-}
-
-bool read_real(const std::string &text, t_DECIMAL &value)
-{
-    return ka_real_from_text(text.data(), static_cast<int32_t>(text.size()), &value) == KA_DONE;
-}
-
-int32_t to_integer(const std::string &text)
-{
-    if (!is_whole(text)) throw Malformed(text + " is not a whole number");
-    int32_t value = 0;
-    const char *begin = text.data() + (text.starts_with('+') ? 1 : 0);
-    const auto result = std::from_chars(begin, text.data() + text.size(), value);
-    if (result.ec != std::errc())
-        throw Malformed(text + " does not fit an INTEGER (-2147483648 to 2147483647); a REAL is written " + text +
-                        ".0");
-    return value;
-}
-
-t_DECIMAL to_real(const std::string &text)
-{
-    t_DECIMAL value;
-    if (!read_real(text, value)) throw Malformed(text + " is not a number, or out of a REAL's range");
-    return value;
-}
-
-// An element with the block's value type that it has by itself.
-struct TypedElement {
-    const Element &element;
-    int32_t type;                  // 0 for a word that is not a number
-    std::optional<t_DECIMAL> real; // its value, where that was read to find the type
-};
-
-TypedElement typed(const Element &element)
-{
-    if (element.notation == Notation::string) return {element, DLL_STRING, {}};
-    if (element.notation == Notation::integer) return {element, DLL_INTEGER, {}};
-    if (element.notation == Notation::real) return {element, DLL_REAL, {}};
-    if (is_whole(element.text)) return {element, DLL_INTEGER, {}};
-    t_DECIMAL value;
-    if (!read_real(element.text, value)) return {element, 0, {}};
-    return {element, DLL_REAL, value};
-}
-
-using TypedElements = std::vector<TypedElement>;
-
-TypedElements typed(const std::vector<Element> &elements)
-{
-    TypedElements all;
-    for (const Element &element : elements)
-        all.push_back(typed(element));
-    return all;
-}
-
-// What a word of no type is.
-std::string why_no_type(const std::string &text)
-{
-    if (!text.empty() && text.find_first_not_of("+-.0123456789eE") == std::string::npos)
-        return "is not a number, or out of a REAL's range";
-    return "is neither a number nor a quoted 'text'";
-}
 
 // ---- By themselves ---------------------------------------------------------------------------------------------
 
@@ -123,14 +54,6 @@ void set_elements(Argument &argument, const Literal &literal, const TypedElement
             throw Malformed(place_in(literal, i) + malformed.what());
         }
     }
-}
-
-int32_t longest(const Argument &argument)
-{
-    size_t length = 0;
-    for (const std::string &text : argument.strings)
-        length = std::max(length, text.size());
-    return static_cast<int32_t>(std::min<size_t>(length, INT32_MAX));
 }
 
 void set_room(Argument &argument, const Literal &literal)
@@ -203,7 +126,7 @@ Argument argument_for(const Prototype &prototype, const Literal &literal)
     Argument argument = make_argument(literal, elements, type);
     if (!changes(prototype.kind)) return argument;
     argument.passing = KA_BY_REFERENCE;
-    if (type == DLL_STRING && !literal.room) argument.room = std::max(usual_room, longest(argument));
+    if (type == DLL_STRING && !literal.room) argument.room = std::max(usual_room, longest_string(argument));
     return argument;
 }
 
@@ -238,13 +161,6 @@ Argument argument_at(const Function &function, size_t position, const Literal &l
     }
 }
 
-int64_t element_bytes(const Argument &argument)
-{
-    if (argument.type == DLL_INTEGER) return 4;
-    if (argument.type == DLL_REAL) return int64_t{sizeof(t_DECIMAL)};
-    return 8 + std::max<int64_t>(argument.room, longest(argument));
-}
-
 Element element_of(const t_DECIMAL &value)
 {
     char text[KA_REAL_TEXT];
@@ -252,6 +168,14 @@ Element element_of(const t_DECIMAL &value)
 }
 
 } // namespace
+
+int32_t longest_string(const Argument &argument)
+{
+    size_t length = 0;
+    for (const std::string &text : argument.strings)
+        length = std::max(length, text.size());
+    return static_cast<int32_t>(std::min<size_t>(length, INT32_MAX));
+}
 
 Argument argument_of(const Literal &literal)
 {
@@ -309,15 +233,4 @@ int32_t add_argument(ka_host *host, const Argument &argument)
     for (const std::string &text : argument.strings)
         texts.push_back({text.data(), static_cast<int32_t>(text.size())});
     return ka_add_strings(host, texts.data(), static_cast<int32_t>(texts.size()), argument.room, argument.passing);
-}
-
-// The header and 51 descriptors have a page.
-int64_t segment_bytes_for(const std::string &function, const std::vector<Argument> &arguments, int32_t scratch_bytes)
-{
-    int64_t sum = 4096 + static_cast<int64_t>(function.size()) + int64_t{scratch_bytes};
-    for (const Argument &argument : arguments) {
-        const size_t count = argument.integers.size() + argument.reals.size() + argument.strings.size();
-        sum += 16 + static_cast<int64_t>(count) * element_bytes(argument);
-    }
-    return sum;
 }

@@ -44,7 +44,7 @@ Literal literal_of(const Argument &argument);
 // Adds it to the call that is being built; the class of the library's error.
 int32_t add_argument(ka_host *host, const Argument &argument);
 
-// A size in which the segment holds a call with these arguments and a scratch area.
-int64_t segment_bytes_for(const std::string &function, const std::vector<Argument> &arguments, int32_t scratch_bytes);
+// Characters of the longest of its strings; INT32_MAX for more.
+int32_t longest_string(const Argument &argument);
 
 #endif
