@@ -180,7 +180,8 @@ TEST_P(Descriptors, are_open_only_while_a_raw_call_is_built)
     Host checked;
     ka_begin(checked, "add");
     EXPECT_EQ(ka_get_descriptor(checked, 0, &descriptor), KA_ARGUMENT);
-    EXPECT_EQ(error_text(checked), "descriptors are open to hosts with KA_RAW alone");
+    EXPECT_EQ(error_text(checked),
+              "checking is KA_CHECKED (0); descriptors can be seen and changed with KA_RAW (1) only");
     EXPECT_EQ(ka_set_descriptor(checked, 0, &descriptor), KA_ARGUMENT);
     EXPECT_EQ(ka_set_argc(checked, 1), KA_ARGUMENT);
 }

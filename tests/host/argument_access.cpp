@@ -151,8 +151,7 @@ TEST_P(Access, descriptors_are_read_at_each_use)
     host.leave();
 }
 
-// ---- u_unref_arg
-// ----------------------------------------------------------------------------------------------------
+// ---- u_unref_arg ------------------------------------------------------------------------------------------------
 
 // The bytes in which the segment differs from before, the mailbox left out.
 std::set<int> changed_bytes(const Block &block, const std::string &before)
@@ -224,8 +223,7 @@ TEST_P(Access, reading_writes_nothing)
     host.leave();
 }
 
-// ---- Layout 64 alone
-// ------------------------------------------------------------------------------------------------
+// ---- Layout 64 alone --------------------------------------------------------------------------------------------
 
 TEST(Layout64, high_halves_of_addresses_are_ignored)
 {

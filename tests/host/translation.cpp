@@ -191,8 +191,7 @@ TEST_P(Translation, the_assertion_names_the_program_without_its_folder)
     expect_assertion(host, "u_get__arg", "named so");
 }
 
-// ---- The scratch area
-// -----------------------------------------------------------------------------------------------
+// ---- The scratch area -------------------------------------------------------------------------------------------
 
 TEST_P(Translation, a_scratch_area_outside_ends_the_host)
 {

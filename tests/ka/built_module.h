@@ -23,7 +23,7 @@ public:
     // Makes a file of the folder the module.
     void take(const std::string &name) const;
 
-    // Replaces bytes of the module: all places where they stand.
+    // Replaces bytes of the module: all places where they occur.
     void replace(const std::string &from, const std::string &to) const;
     void put(size_t offset, const std::string &bytes) const;
 

@@ -107,7 +107,7 @@ TEST(KaCheck, follows_libraries_of_libraries)
                    4);
 }
 
-// The dynamic linker itself tells what it would load.
+// The dynamic linker itself says what it would load.
 TEST(KaCheck, finds_the_libraries_that_the_loader_finds)
 {
     std::string why;
@@ -208,10 +208,11 @@ TEST(KaCheck, says_that_a_call_back_in_dll_setup_is_not_answered)
 {
     const BuiltModule asks("#include \"ka/dll_host.h\"\n" + sound_tables +
                            "void dll_setup(void) { dll_callback(7); }");
-    expect_finding(asks.path(), "error",
-                   "it does not start: cannot start " + asks.path() +
-                       ": dll_setup calls back, and call-backs before the first call are not answered\n  call back",
-                   4);
+    expect_finding(
+        asks.path(), "error",
+        "it does not start: cannot start " + asks.path() +
+            ": dll_setup calls back, and call-backs before the first call are not answered\n  look at dll_setup",
+        4);
 }
 
 // Of what a process holds: its own memory, and files that are nowhere but in memory.
@@ -251,7 +252,7 @@ TEST(KaCheck, keeps_little_of_a_module_that_writes_without_end)
     EXPECT_LT(most, bound * 1024) << "kB";
 }
 
-// The last of it: what went wrong is mostly told at the end.
+// The last of it: what went wrong is mostly said at the end.
 TEST(KaCheck, shows_the_end_of_what_is_written)
 {
     const BuiltModule ends(sound_tables + "void dll_setup(void) { for (int i = 0; i < 5000; i++)"

@@ -144,10 +144,10 @@ TEST(KaDump, names_what_is_wrong_and_has_status_1)
         {[](t_DLL_INFO32 *, char *b) { b[3103] = 1; }, "element 0: its length is 16777221"},
         {[](t_DLL_INFO32 *, char *b) { b[3103] = '\xff'; }, "element 0: its length is -16777211"},
         {[](t_DLL_INFO32 *, char *b) { b[3302] = '\xff'; }, "element 0: null: a host ends when it is given one"},
-        {[](t_DLL_INFO32 *, char *b) { b[3302] = 2; }, "element 0: no REAL: its sign is 2"},
-        {[](t_DLL_INFO32 *, char *b) { b[3303] = 9; }, "element 0: no REAL: it counts 9 digits"},
-        {[](t_DLL_INFO32 *, char *b) { b[3300] = 64; }, "element 0: no REAL: its exponent is 64"},
-        {[](t_DLL_INFO32 *, char *b) { b[3304] = 100; }, "element 0: no REAL: a digit is 100"},
+        {[](t_DLL_INFO32 *, char *b) { b[3302] = 2; }, "element 0: not a REAL: its sign is 2"},
+        {[](t_DLL_INFO32 *, char *b) { b[3303] = 9; }, "element 0: not a REAL: it counts 9 digits"},
+        {[](t_DLL_INFO32 *, char *b) { b[3300] = 64; }, "element 0: not a REAL: its exponent is 64"},
+        {[](t_DLL_INFO32 *, char *b) { b[3304] = 100; }, "element 0: not a REAL: a digit is 100"},
     };
     for (const auto &[change, text] : cases) {
         OwnSegment segment(size);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Whatever stands in a segment, decoding ends, and reads nothing outside: the bytes stand at the end of a page that
+// Whatever is in a segment, decoding ends, and reads nothing outside: the bytes are at the end of a page that
 // is followed by one that cannot be read.
 #include "ka/command.h"
 

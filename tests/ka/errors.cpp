@@ -117,7 +117,7 @@ TEST(KaExitStatus, is_6_past_the_deadline)
     EXPECT_EQ(outcome.status, 6);
     const std::string line = "ka: " + tasks_module + ": a call of \"hang\" took more than 1500 ms\n";
     EXPECT_EQ(outcome.err.substr(0, line.size()), line);
-    EXPECT_NE(outcome.err.find(" hang"), std::string::npos) << "where it stood: " << outcome.err;
+    EXPECT_NE(outcome.err.find(" hang"), std::string::npos) << "where it was: " << outcome.err;
 }
 
 TEST(KaExitStatus, is_3_when_the_call_does_not_suit_the_tables_and_nothing_is_started)

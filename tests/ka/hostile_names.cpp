@@ -39,7 +39,7 @@ void expect_all_harmless(const std::string &module)
     expect_harmless({"shell", module}, "evil\nevil 1 2 3\n:list\n:list evil\n");
 }
 
-// As it stands in C.
+// As it is written in C.
 const std::string evil_name = R"(evil\x1b[31m\xc2\x9b\x9b\x7f\r\nforged: \xe2\x80\xae\xe2\x80\xa8\t)";
 const std::string evil_bytes = "evil\x1b[31m\xc2\x9b\x9b\x7f\r\nforged: \xe2\x80\xae\xe2\x80\xa8\t";
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // ka list and ka check read files that are damaged: in the headers, in what the dynamic linker reads, in the tables.
-// Whatever stands there, they end with a status of the table and say what is wrong, in
+// Whatever is there, they end with a status of the table and say what is wrong, in
 // words that a terminal only shows. KA_SEED repeats a run.
 #include <cctype>
 #include <cstring>
@@ -30,7 +30,7 @@ Record record_at(const std::string &bytes, size_t offset)
     return record;
 }
 
-// The ELF, program and section headers, and each section that is no code and has bytes in the file.
+// The ELF, program and section headers, and each section without code that has bytes in the file.
 std::vector<Part> parts_of(const std::string &module)
 {
     const auto header = record_at<Elf32_Ehdr>(module, 0);

@@ -57,7 +57,7 @@ inline void write_string(char *at, const std::string &text)
     std::memcpy(at + sizeof length, text.data(), text.size());
 }
 
-// scale('name', [-7, 8], 12.5 by reference): a value of each type behind the header, at 3000, 3100, 3200 and 3300.
+// scale('name', [-7, 8], 12.5 by reference): a value of each type after the header, at 3000, 3100, 3200 and 3300.
 template <typename Info>
 void write_call(Info *info, char *bytes)
 {

@@ -19,7 +19,7 @@ public:
 
     void type(const std::string &keys);
 
-    // Waits until the text is written, behind what was found before; false when it does not come.
+    // Waits until the text is written, after what was found before; false when it does not come.
     bool shows(const std::string &text);
 
     // Waits for the end of the program; its exit status, minus the signal that ended it.

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * The clock by which everything is timed: it never goes back, and no one sets it. */
+ * The clock of deadlines and pauses: it never goes back, and cannot be set. */
 #ifndef KA_CALLER_CLOCK_H
 #define KA_CALLER_CLOCK_H
 

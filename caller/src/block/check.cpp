@@ -20,13 +20,13 @@ const char *kind_name(int32_t kind)
 
 namespace {
 /* A text of limited length, put together from parts. */
-struct t_TEXT {
+struct t_REFUSAL_TEXT {
     char characters[400];
     size_t length;
 };
 } // namespace
 
-__attribute__((format(printf, 2, 3))) static void append(t_TEXT *text, const char *format, ...)
+__attribute__((format(printf, 2, 3))) static void append(t_REFUSAL_TEXT *text, const char *format, ...)
 {
     va_list values;
     va_start(values, format);
@@ -38,17 +38,17 @@ __attribute__((format(printf, 2, 3))) static void append(t_TEXT *text, const cha
 }
 
 /* Stores the refusal; what follows the function's name in it is text. */
-static int32_t refuse(ka_host *host, int32_t code, int32_t argument, const t_TEXT *text)
+static int32_t refuse(ka_host *host, int32_t return_code, int32_t argument, const t_REFUSAL_TEXT *text)
 {
     fail(host, KA_REFUSED, "%s: %s", host->function, text->characters);
-    host->error.return_code = code;
+    host->error.return_code = return_code;
     host->error.argument = argument;
     return KA_REFUSED;
 }
 
 /* ---- One argument ---------------------------------------------------------------------------------------------- */
 
-static void append_argument(t_TEXT *text, int32_t number, const ka_prototype *prototype)
+static void append_argument(t_REFUSAL_TEXT *text, int32_t number, const ka_prototype *prototype)
 {
     char name[SHOWN_NAME];
     show_name(name, prototype->name);
@@ -56,14 +56,14 @@ static void append_argument(t_TEXT *text, int32_t number, const ka_prototype *pr
     if (name[0] != '\0') append(text, " (%s)", name);
 }
 
-static void append_elements(t_TEXT *text, int32_t count)
+static void append_elements(t_REFUSAL_TEXT *text, int32_t count)
 {
     append(text, "%d element%s of ", count, count == 1 ? "" : "s");
 }
 
 static int32_t refuse_kind(ka_host *host, int32_t number, const ka_prototype *prototype)
 {
-    t_TEXT text = {};
+    t_REFUSAL_TEXT text = {};
     append(&text, "the module's own table is wrong: the prototype of ");
     append_argument(&text, number, prototype);
     if (prototype->kind == KIND_UNREADABLE)
@@ -73,7 +73,7 @@ static int32_t refuse_kind(ka_host *host, int32_t number, const ka_prototype *pr
     return refuse(host, KA_BAD_PROTOTYPE, number, &text);
 }
 
-static void append_taken(t_TEXT *text, const t_KIND &kind)
+static void append_taken(t_REFUSAL_TEXT *text, const t_KIND &kind)
 {
     const char *separator = "";
     for (int32_t type = DLL_INTEGER; type <= DLL_STRING; type++) {
@@ -85,12 +85,12 @@ static void append_taken(t_TEXT *text, const t_KIND &kind)
 }
 
 /* Element counts are shown only for kinds that have a minimum. */
-static int32_t refuse_value(ka_host *host, int32_t code, int32_t number, const ka_prototype *prototype)
+static int32_t refuse_value(ka_host *host, int32_t return_code, int32_t number, const ka_prototype *prototype)
 {
     const t_KIND &kind = wire::kinds[prototype->kind];
     const t_ARGUMENT *argument = &host->arguments[number];
     const bool counted = kind.array && prototype->min_elements > 0;
-    t_TEXT text = {};
+    t_REFUSAL_TEXT text = {};
     append_argument(&text, number, prototype);
     append(&text, " is %s: takes ", kind.name);
     if (counted) append(&text, "at least ");
@@ -99,7 +99,7 @@ static int32_t refuse_value(ka_host *host, int32_t code, int32_t number, const k
     append(&text, ", got ");
     if (counted) append_elements(&text, argument->count);
     append(&text, "%s", wire::type_name(argument->type));
-    return refuse(host, code, number, &text);
+    return refuse(host, return_code, number, &text);
 }
 
 /* Too few elements come before a wrong type. */
@@ -116,7 +116,7 @@ static int32_t check_argument(ka_host *host, int32_t number, const ka_prototype 
 
 /* ---- All of them ----------------------------------------------------------------------------------------------- */
 
-static void append_names(t_TEXT *text, const ka_function *function, int32_t count)
+static void append_names(t_REFUSAL_TEXT *text, const ka_function *function, int32_t count)
 {
     static constexpr size_t room_for_rest = 120;
     for (int32_t i = 0; i < count; i++) {
@@ -143,7 +143,7 @@ static int32_t find_vararg(const ka_function *function)
 
 static int32_t refuse_count(ka_host *host, const ka_function *function)
 {
-    t_TEXT text = {};
+    t_REFUSAL_TEXT text = {};
     const int32_t count = function->prototype_count;
     const int32_t least = find_vararg(function);
     if (count < 0)
@@ -162,7 +162,7 @@ static int32_t refuse_count(ka_host *host, const ka_function *function)
     return refuse(host, KA_WRONG_COUNT, 0, &text);
 }
 
-/* A VarArg matches its own argument and all that follow, or none. It counts even as the first prototype of a function
+/* A VarArg (wire/kinds.h) counts even as the first prototype of a function
    with fewer than none. */
 static int32_t check_arguments(ka_host *host, const ka_function *function)
 {

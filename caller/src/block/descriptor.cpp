@@ -11,7 +11,8 @@ static int32_t check_raw_turn(ka_host *host)
 {
     if (take_turn(host, TURN_DESCRIPTOR) != KA_DONE) return host->error.error_class;
     if (host->options.checking != KA_RAW)
-        return fail(host, KA_ARGUMENT, "descriptors are open to hosts with KA_RAW alone");
+        return fail(host, KA_ARGUMENT,
+                    "checking is KA_CHECKED (0); descriptors can be seen and changed with KA_RAW (1) only");
     return host->building.error;
 }
 

@@ -69,7 +69,7 @@ static void release_signal(ka_host *host)
     if (held_here && --hosts_held == 0) unblock_signal();
 }
 
-static void open_descriptor(ka_host *host)
+static void open_doorbell_fd(ka_host *host)
 {
     const sigset_t set = doorbell_set();
     host->waiting.doorbell_fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
@@ -78,7 +78,7 @@ static void open_descriptor(ka_host *host)
 
 void reopen_doorbell(ka_host *host)
 {
-    if (host->waiting.doorbell_thread != 0 && host->waiting.doorbell_fd == -1) open_descriptor(host);
+    if (host->waiting.doorbell_thread != 0 && host->waiting.doorbell_fd == -1) open_doorbell_fd(host);
 }
 
 void regain_doorbell(ka_host *host)
@@ -90,8 +90,8 @@ void regain_doorbell(ka_host *host)
 
 static int32_t open_fast(ka_host *host)
 {
-    open_descriptor(host);
-    if (host->waiting.doorbell_fd == -1) return fail_system(host, errno, "cannot create a signal descriptor");
+    open_doorbell_fd(host);
+    if (host->waiting.doorbell_fd == -1) return fail_system(host, errno, "cannot create a signalfd");
     hold_signal(host);
     return KA_DONE;
 }

@@ -116,7 +116,7 @@ struct t_PROCESS {
 };
 inline constexpr t_PROCESS no_process = {0, -1, -1, -1, false, false, {}, nullptr, nullptr};
 
-/* The work done for the process before its first call. It outlives the process, for the report of its end. */
+/* The work done for the process before its first call. The tables of a process that ended are in t_LAST_END. */
 struct t_PREPARED {
     bool done;         /* its tables were read, as far as they can be, and its trace level was set */
     ka_tables *tables; /* null when they were not read, or cannot be */

@@ -12,6 +12,9 @@
 
 #include "block/abandoned.h"
 
+/* The status of a child that executes nothing, as shells have it. Its parent knows why, or has ended. */
+enum { NOT_EXECUTED = 127 };
+
 /* A host is never in the foreground of the program's terminal. Writing there must not stop it, whatever the
    terminal is set to; and reading there fails. It leaves ignored what it finds ignored. */
 static void ignore_terminal(void)
@@ -48,8 +51,8 @@ static void await_any(struct pollfd *fds, nfds_t count)
         ;
 }
 
-/* Reads the host's argument, or ends with the segments that the caller has left. The end of the pipe does not show
-   that the caller dies: children of other starts hold copies of it, and wait as this one does. So the caller is
+/* Reads the host's argument, or removes the segments that the caller has left, and ends. The end of the pipe does not
+   show that the caller dies: children of other starts hold copies of it, and wait as this one does. So the caller is
    watched as well. And a caller that dies closes the pipe before it is dead; one that lives always sends a word, and
    looks after its segments itself. */
 static void await_argument(const t_LAUNCH *launch, char argument[ARGUMENT_SIZE])
@@ -60,12 +63,12 @@ static void await_argument(const t_LAUNCH *launch, char argument[ARGUMENT_SIZE])
         await_any(fds, 2);
         if (fds[1].revents & POLLIN) {
             if (read(launch->pipes->go[0], argument, ARGUMENT_SIZE) == ARGUMENT_SIZE) return;
-            _exit(127);
+            _exit(NOT_EXECUTED);
         }
         if (parent_fd != -1) await_any(fds, 1);
     }
     remove_abandoned_segments(launch->parent);
-    _exit(127);
+    _exit(NOT_EXECUTED);
 }
 
 void become_host(const t_LAUNCH *launch)
@@ -76,12 +79,12 @@ void become_host(const t_LAUNCH *launch)
     char argument[ARGUMENT_SIZE];
     await_argument(launch, argument);
     /* A parent that died before the first line sends no signal any more. */
-    if (getppid() != launch->parent) _exit(127);
+    if (getppid() != launch->parent) _exit(NOT_EXECUTED);
     reset_signals();
     if (launch->error_fd != -1) dup2(launch->error_fd, STDERR_FILENO);
     char *const arguments[] = {const_cast<char *>(launch->module), argument, nullptr};
     execve(launch->module, arguments, environ);
     const int error = errno;
     if (write(launch->pipes->report[1], &error, sizeof error) != sizeof error) _exit(126);
-    _exit(127);
+    _exit(NOT_EXECUTED);
 }

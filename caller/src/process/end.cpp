@@ -196,7 +196,7 @@ static bool is_lost(ka_host *host)
 
 static int32_t fail_lost(ka_host *host)
 {
-    fail(host, KA_SYSTEM, "%.300s: the program closed descriptors of the library%s", host->module,
+    fail(host, KA_SYSTEM, "%.300s: the program closed file descriptors of the library%s", host->module,
          host->process.pid_fd != -1 ? " during a call" : ", and the system refuses others");
     return fail_and_end(host);
 }

@@ -30,7 +30,7 @@ int32_t start_host(ka_host *host, int64_t deadline)
     return start_process(host, deadline);
 }
 
-/* Started for the first time, or at the program's wish: without a pause. */
+/* Started for the first time, or when the program asks for it: without a pause. */
 int32_t open_process(ka_host *host)
 {
     if (start_host(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return fail_and_end(host);

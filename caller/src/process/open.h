@@ -9,7 +9,7 @@
 /* With the segment that is there, or a new one. */
 int32_t start_host(ka_host *host, int64_t deadline);
 
-/* The same at the program's wish: without a pause, and the host is ready for a call. */
+/* The same when the program asks for it: without a pause, and the host is ready for a call. */
 int32_t open_process(ka_host *host);
 
 #endif

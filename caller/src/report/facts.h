@@ -7,7 +7,7 @@
 
 #include "host/host.h"
 
-/* What is shown of an array, of a string, and of the standard error. */
+/* How much is shown of an array, of a string, and of the standard error. */
 enum { SHOWN_ELEMENTS = 16, SHOWN_CHARACTERS = 256, SHOWN_LINES = 20 };
 
 /* Whether the error was one of a call that was built: then function and arguments are shown. */

@@ -65,13 +65,13 @@ std::string fault_of(const t_DECIMAL &real)
     case REAL_IS_NULL:
         return "null: a host ends when it is given one";
     case REAL_BAD_SIGN:
-        return "no REAL: its sign is " + number;
+        return "not a REAL: its sign is " + number;
     case REAL_BAD_COUNT:
-        return "no REAL: it counts " + number + " digits";
+        return "not a REAL: it counts " + number + " digits";
     case REAL_BAD_EXPONENT:
-        return "no REAL: its exponent is " + number;
+        return "not a REAL: its exponent is " + number;
     case REAL_BAD_DIGIT:
-        return "no REAL: a digit is " + number;
+        return "not a REAL: a digit is " + number;
     case REAL_LEADING_ZERO:
         return "not normal: its first digit is 0";
     case REAL_SOUND:

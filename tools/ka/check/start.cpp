@@ -106,8 +106,6 @@ std::string place_of(const StartResult &result)
 
 std::string remedy_of(const StartResult &result)
 {
-    if (result.error.find("calls back") != std::string::npos)
-        return "call back from functions, while a call is under way";
     return result.error_class == KA_DEADLINE
                ? "dll_setup takes too long, or the host never waits for calls; --deadline gives it longer"
                : "look at dll_setup and at what was written; ka explain knows statuses and signals";

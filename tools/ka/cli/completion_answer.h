@@ -11,7 +11,7 @@ namespace CLI {
 class App;
 }
 
-// What a shell's script asks: it calls "ka complete WORD..." with the words after ka up to the cursor, the last of
+// A shell's script calls "ka complete WORD..." with the words after ka up to the cursor, the last of
 // them unfinished. The answer's first line is "words", "files" or "executables"; the lines after it are words that
 // may be there, each with a tab and a description.
 std::string completion_answer(const CLI::App &app, const std::vector<std::string> &words);

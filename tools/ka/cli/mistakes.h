@@ -20,7 +20,7 @@ struct Range {
 // "unknown option WORD", with the nearest of those that there are.
 std::string unknown_option(const std::string &word, const std::vector<std::string> &names);
 
-// What is wrong with a value; empty when it is good.
+// The mistake of a value; empty when it is good.
 std::string fault_of_number(const std::string &text, const Range &range);
 std::string fault_of_choice(const std::string &text, const std::vector<std::string> &choices);
 

@@ -38,7 +38,7 @@ struct Option {
 
 CLI::App *add_subcommand(CLI::App &app, const Subcommand &subcommand);
 
-// What is declared stores into value, which lives until the command line is parsed and the subcommand has run.
+// Each declaration stores into value, which lives until the command line is parsed and the subcommand has run.
 void add_flag(CLI::App *command, const std::string &name, bool &value, const std::string &text);
 void add_option(CLI::App *command, const Option &option, std::string &value);
 void add_option(CLI::App *command, const Option &option, int32_t &value);

@@ -136,7 +136,7 @@ CheckResult check_all(const Options &options)
     return checked;
 }
 
-// What was found before is good to know; that nothing was found would say that the module is good.
+// Earlier findings are good to know; that nothing was found would say that the module is good.
 int show_interrupted(const Options &options, const CheckResult &checked)
 {
     if (!options.json && !checked.findings.empty()) std::cout << show(options.module, checked.findings) << std::flush;

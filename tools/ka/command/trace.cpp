@@ -158,7 +158,7 @@ int switch_level(const Options &options, int host_fd, int interruption_fd,
     return held == EXIT_DONE ? status : held;
 }
 
-// A pidfd, so that a later one of the same number is not taken for it.
+// A pidfd, so that a later process of the same number is not taken for it.
 int open_process(int32_t pid)
 {
     return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));

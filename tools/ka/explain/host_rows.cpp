@@ -72,7 +72,7 @@ constexpr Explanation rows[] = {
     {trace, NO_NUMBER, "", "argc = %d\n# %d",
      "level 4: number of descriptors, and of the descriptor whose fields follow", "dll_debug is 4 or more",
      "descriptor 0 is the function name"},
-    {trace, NO_NUMBER, "", "type   = %s\nDLL_???", "level 4: the value type; DLL_??? is none that exists",
+    {trace, NO_NUMBER, "", "type   = %s\nDLL_???", "level 4: the value type; DLL_??? is not a value type",
      "dll_debug is 4 or more", "DLL_??? is answered with 8: mend the caller"},
     {trace, NO_NUMBER, "", "ptr    = %s\nofs    = %d",
      "level 4: the value's address in the host, and its distance from the function name's", "dll_debug is 4 or more",

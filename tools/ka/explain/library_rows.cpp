@@ -88,7 +88,9 @@ constexpr Explanation rows[] = {
      "ka_get_... names an argument by number, from 1; only what goes by reference comes back, in the type and the "
      "count that was sent",
      "ask ka_gives_back first"},
-    {error, NO_NUMBER, "", "descriptors are open to hosts with KA_RAW alone\n%s has no argument %d yet",
+    {error, NO_NUMBER, "",
+     "checking is KA_CHECKED (0); descriptors can be seen and changed with KA_RAW (1) only\n%s has no argument %d "
+     "yet",
      "a descriptor of the block cannot be set", "ka_set_descriptor changes an argument that was added to a raw call",
      "open the host with checking KA_RAW, and add the argument before"},
     {error, NO_NUMBER, "",
@@ -113,7 +115,7 @@ constexpr Explanation rows[] = {
      "a program waits in one way for all its hosts", "two parts of the program open hosts with different waiting",
      "give both the same; KA_WAIT_SAFE suits every program"},
     {error, NO_NUMBER, "",
-     "cannot create a signal descriptor\n"
+     "cannot create a signalfd\n"
      "cannot wait for the host\n"
      "cannot handle SIGUSR2\n"
      "cannot read the host's state from /proc\n"
@@ -142,7 +144,7 @@ constexpr Explanation rows[] = {
      "the program ignores SIGCHLD, or waits for any child",
      "leave the hosts to the library: wait for own children only"},
     {error, NO_NUMBER, "",
-     "the program closed descriptors of the library%s\n"
+     "the program closed file descriptors of the library%s\n"
      "the program has closed the library's copy of error_fd",
      "the program has closed descriptors that it did not open",
      "closefrom, close_range or a loop over all descriptors, while a call was under way or a host had an error_fd",

@@ -26,12 +26,11 @@ struct Explanation {
 // the messages in the sources.
 std::span<const Explanation> explanations();
 
-// Its parts: what functions return, what the caller's library says, how a process ends, what a host writes, and what
-// compiler, linker and loader say.
-std::span<const Explanation> code_rows();
-std::span<const Explanation> library_rows();
-std::span<const Explanation> exit_rows();
-std::span<const Explanation> host_rows();
-std::span<const Explanation> build_rows();
+// Its parts, one file each.
+std::span<const Explanation> code_rows();    // what functions return
+std::span<const Explanation> library_rows(); // what libkacall says: fail() in caller/src/host/error.cpp stores it
+std::span<const Explanation> exit_rows();    // how a process ends
+std::span<const Explanation> host_rows();    // what a host writes
+std::span<const Explanation> build_rows();   // what compiler, linker and loader say
 
 #endif

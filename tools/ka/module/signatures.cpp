@@ -18,6 +18,7 @@ bool is_kind(int32_t kind)
 
 std::string kind_name(int32_t kind)
 {
+    if (kind == INT32_MIN) return "outside the module";
     return is_kind(kind) ? wire::kinds[kind].name : "kind " + std::to_string(kind);
 }
 

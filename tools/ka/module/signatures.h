@@ -19,7 +19,8 @@ struct Refused : std::runtime_error {
 // ---- Kinds -----------------------------------------------------------------------------------------------------
 
 bool is_kind(int32_t kind);
-std::string kind_name(int32_t kind); // "IntByValue"; "kind 12" for what is none
+// "IntByValue"; "kind 12" for what is not a kind, "outside the module" for that of a prototype there.
+std::string kind_name(int32_t kind);
 
 // Does a kind accept a value type of the block, can the function change such an argument?
 bool takes(int32_t kind, int32_t type);

@@ -136,7 +136,7 @@ int Session::set_variable(const Words &words)
     const size_t begin = line.find_first_not_of(' ', equals + 1);
     const std::string name = line.substr(0, line.find_first_of(" =", 1));
     const std::string value = begin == std::string::npos ? "" : line.substr(begin);
-    argument_of(read_literal(value, Unquoted::number)); // throws when it is none
+    argument_of(read_literal(value, Unquoted::number)); // throws when it is not a value
     variables_[name.substr(name.starts_with('$') ? 1 : 0)] = value;
     return EXIT_DONE;
 }
