@@ -42,7 +42,7 @@ TEST(PidNamespace, with_a_foreign_proc_is_like_any)
         for (int32_t layout : {KA_LAYOUT_NATIVE, KA_LAYOUT_64}) {
             Host host([layout](ka_options &options) {
                 options.layout = layout;
-                options.deadline_ms = 5000;
+                options.deadline_ms = 30000;
                 options.callback = [](ka_host *, int32_t value, void *) { return value; };
             });
             EXPECT_EQ(call_with(host, "give_code", 4), 4);

@@ -127,7 +127,7 @@ protected:
         for (int turn = 0; turn < kinds; turn++) {
             const pid_t child = fork();
             if (child == 0) {
-                alarm(30);
+                alarm(120);
                 _exit(steps(turn, bystander.pid));
             }
             int status = -1;
@@ -140,7 +140,7 @@ protected:
     {
         ka_options options = default_options();
         options.waiting = std::get<0>(GetParam());
-        options.deadline_ms = 5000;
+        options.deadline_ms = 30000;
         options.callback = callback;
         options.user = user;
         options.error_fd = memfd_create("errors", 0);
