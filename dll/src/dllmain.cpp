@@ -170,11 +170,7 @@ int32_t dll_callback(int32_t value)
     /* KEPT: the jump leaves the mask of the answering handler in force, so from here on SIGUSR1 is not blocked until
        the call ends; a mask saved and restored would block it again. Test: Callback.leaves_sigusr1_unblocked. */
     if (sigsetjmp(dll_callback_jmp, 0) == 0) {
-        sigset_t blocked;
-        sigemptyset(&blocked);
-        sigaddset(&blocked, SIGINT);
-        sigaddset(&blocked, SIGIO);
-        sigaddset(&blocked, SIGALRM);
+        const sigset_t blocked = blocked_in_callback();
         wait_for_signals(&blocked);
     }
     set_arithmetic(&own);

@@ -39,6 +39,16 @@ sigset_t blocked_while_idle(void)
     return blocked;
 }
 
+sigset_t blocked_in_callback(void)
+{
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGINT);
+    sigaddset(&blocked, SIGIO);
+    sigaddset(&blocked, SIGALRM);
+    return blocked;
+}
+
 void install(int signal, void (*handler)(int), struct sigaction *previous)
 {
     struct sigaction action = {};

@@ -13,7 +13,8 @@ enum : size_t { SIZE_STEP = 4096, SIZE_MARK = 0x6b1 }; /* its size is SIZE_MARK 
 
 key_t new_segment_key(uint64_t *random);
 
-/* 0 for those of any dead creator. Async-signal-safe. */
+/* Asked by a child that waits for its start, as its caller dies; and by every ka_open, with 0: for those of any dead
+   creator, which is how the segment goes of a caller and a host that were both killed. Async-signal-safe. */
 void remove_abandoned_segments(pid_t dead_creator);
 
 #endif

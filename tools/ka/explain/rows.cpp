@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// See rows.h: the whole table.
+// See rows.h: the whole table. A message comes from the call host (host_rows), from fail() in libkacall
+// (library_rows), from compiler, linker and loader (build_rows); numbers are those of functions (code_rows) and of
+// ended processes (exit_rows).
 #include "rows.h"
 
 std::span<const Explanation> explanations()
