@@ -9,8 +9,8 @@
 
 struct t_LAYOUT {
     uint8_t base, retcode, shmsz, scratch, cbval, argc, args; /* offsets in the header */
-    uint8_t arg_size,
-        arg_counts;       /* size of a descriptor; offset in it of maxlen, elsz and elcnt, one after the other */
+    uint8_t arg_size;                                         /* of a descriptor */
+    uint8_t arg_counts;   /* offset in it of maxlen, elsz and elcnt, one after the other */
     uint8_t address_size; /* bytes of an address */
 };
 

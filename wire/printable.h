@@ -38,6 +38,16 @@ inline bool is_obeyed(const unsigned char *character, size_t length)
     return character[1] == 0x81 && last >= 0xa6 && last <= 0xa9;
 }
 
+/* The number of a character of this length, which is that of character_length and not 0. */
+inline unsigned code_of(const unsigned char *character, size_t length)
+{
+    if (length == 1) return *character;
+    unsigned code = *character & (0xffU >> (length + 1));
+    for (size_t i = 1; i < length; i++)
+        code = code << 6 | (character[i] & 0x3fU);
+    return code;
+}
+
 /* Length of the character at the start of bytes when it may be shown as it is; 0 when it may not, nor the first byte.
  */
 inline size_t printable_length(const char *text, size_t length)

@@ -41,11 +41,8 @@ sigset_t blocked_while_idle(void)
 
 sigset_t blocked_in_callback(void)
 {
-    sigset_t blocked;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGINT);
-    sigaddset(&blocked, SIGIO);
-    sigaddset(&blocked, SIGALRM);
+    sigset_t blocked = blocked_while_idle();
+    sigdelset(&blocked, SIGUSR1);
     return blocked;
 }
 

@@ -57,7 +57,7 @@ sigset_t blocked_at_start(void);
 /* Blocked while the host waits for calls: the same without the two signals that it waits for. */
 sigset_t blocked_while_idle(void);
 
-/* Blocked while a function waits for the answer to its call-back. */
+/* Blocked while a function waits for the answer to its call-back: the same without SIGUSR1. */
 sigset_t blocked_in_callback(void);
 
 /* Lets signals in, except those of blocked, for as long as it takes. */

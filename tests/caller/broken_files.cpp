@@ -136,6 +136,23 @@ TEST(BrokenFiles, table_that_lies_nowhere_or_never_ends_is_told)
     }
 }
 
+// A table that is cut off is not one that the module fills as it starts: no memory is added after the file's bytes.
+TEST(BrokenFiles, table_across_the_end_of_the_file_is_not_filled_at_start)
+{
+    Program program;
+    const uint32_t name = program.add_text("f");
+    constexpr uint32_t size = 4000; // the rest of the page reads as zeros
+    std::string file = program.file(origin + size - 20, origin);
+    file.resize(size - 20, '\0');
+    file.append(reinterpret_cast<const char *>(&name), 4).append(16, '\0');
+    for (const size_t field : {offsetof(Elf32_Phdr, p_filesz), offsetof(Elf32_Phdr, p_memsz)})
+        std::memcpy(file.data() + sizeof(Elf32_Ehdr) + field, &size, sizeof size);
+    const Reading reading(file);
+    ASSERT_NE(reading.tables, nullptr) << reading.why;
+    EXPECT_EQ(reading.tables->function_count, 1);
+    EXPECT_EQ(reading.tables->filled_at_start, 0);
+}
+
 TEST(BrokenFiles, names_that_are_none_are_told)
 {
     {

@@ -104,6 +104,31 @@ TEST(Fork, in_a_callback_ends_the_call_in_the_child)
     EXPECT_EQ(status, 0);
 }
 
+// Such a call is not the one that called back: the child must not take it for done.
+TEST(Fork, in_a_callback_ends_the_call_also_where_the_child_begins_another)
+{
+    Host host([](ka_options &options) {
+        options.callback = [](ka_host *own, int32_t, void *) -> int32_t {
+            const pid_t child = fork();
+            if (child == 0 && (ka_restart(own) != KA_DONE || ka_begin(own, "give_code") != KA_DONE)) _exit(2);
+            return child;
+        };
+    });
+    const pid_t parent = getpid();
+    int32_t code = 0;
+    ka_begin(host, "ask");
+    ka_add_integer(host, 1, KA_BY_VALUE);
+    const int32_t result = ka_call(host, &code);
+    if (getpid() != parent) {
+        ka_close(host);
+        _exit(result == KA_ARGUMENT ? 0 : 1);
+    }
+    EXPECT_EQ(result, KA_DONE);
+    int status = -1;
+    EXPECT_EQ(waitpid(code, &status, 0), code);
+    EXPECT_EQ(status, 0);
+}
+
 // Children that live on, without a new program, and are born at every moment of the starts.
 TEST(Fork, children_that_stay_hold_no_start_back)
 {

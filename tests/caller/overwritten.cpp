@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <nlohmann/json.hpp>
+#include <sys/wait.h>
 
 class OverwrittenHeader : public EveryWay {};
 IN_EVERY_WAY(OverwrittenHeader);
@@ -42,6 +43,22 @@ TEST_P(OverwrittenHeader, is_told_by_its_fields)
         const auto seen = nlohmann::json::parse(ka_report_json(host));
         EXPECT_EQ(seen["overwritten_header"], nlohmann::json({name}));
     }
+}
+
+TEST_P(OverwrittenHeader, is_not_said_of_the_process_after_it)
+{
+    Host host(layout());
+    ka_begin(host, "overwrite");
+    ka_add_integer(host, offsetof(t_DLL_INFO32, pid), KA_BY_VALUE);
+    EXPECT_EQ(call_fails(host), KA_DIED);
+    ASSERT_EQ(ka_restart(host), KA_DONE);
+    const auto pid = static_cast<id_t>(ka_pid(host));
+    siginfo_t end = {};
+    kill(ka_pid(host), SIGKILL);
+    ASSERT_EQ(waitid(P_PID, pid, &end, WEXITED | WNOWAIT), 0); // dead, and left to the library
+    EXPECT_EQ(ka_host_tables(host), nullptr);
+    EXPECT_NE(error_text(host).find("SIGKILL"), std::string::npos) << error_text(host);
+    EXPECT_EQ(error_text(host).find("header"), std::string::npos) << error_text(host);
 }
 
 TEST_P(OverwrittenHeader, is_not_told_of_a_host_that_left_it_alone)

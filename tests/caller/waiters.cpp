@@ -61,7 +61,7 @@ private:
 
 } // namespace
 
-TEST_F(Waiters, keep_no_rousing)
+TEST_F(Waiters, keep_no_wake_signal)
 {
     wait_and_be_roused();
     siginfo_t info;

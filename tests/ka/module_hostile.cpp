@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // ka list and ka check read files that are damaged: in the headers, in what the dynamic linker reads, in the tables.
-// Whatever is there, they end with a status of the table and say what is wrong, in
-// words that a terminal only shows. KA_SEED repeats a run.
+// Whatever is there, they end with a status of the table and say what is wrong, in words that a terminal only shows.
+// KA_SEED repeats a run.
 #include <cctype>
 #include <cstring>
 #include <elf.h>
@@ -12,6 +12,7 @@
 #include <random>
 #include <unistd.h>
 
+#include "ka/built_module.h"
 #include "ka/caller.h"
 #include "ka/command.h"
 #include "ka/terminal_text.h"
@@ -148,4 +149,15 @@ TEST(KaModuleHostile, damaged_modules_are_read_to_an_end)
         EXPECT_FALSE(HasFailure()) << "KA_SEED=" << seed << ", round " << round << "; the module is left: " << path;
     }
     if (!HasFailure()) std::filesystem::remove(path);
+}
+
+TEST(KaModuleHostile, prototype_outside_the_module_is_listed_as_that)
+{
+    const BuiltModule module("t_DLL_PROTO KaArgList[] = {{\"v\", 1, 0}};"
+                             "t_DLL_FUNC KaFuncList[] = {{\"f\", 90000000, 1}, {0}};");
+    const Outcome outcome = ka({"list", module.path()});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_NE(outcome.out.find("outside the module"), std::string::npos) << outcome.out;
+    const auto json = nlohmann::json::parse(ka({"list", "--json", module.path()}).out);
+    EXPECT_EQ(json["functions"][0]["arguments"][0]["kind"], "outside the module");
 }

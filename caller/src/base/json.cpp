@@ -7,15 +7,6 @@
 
 #include "wire/printable.h"
 
-static unsigned code_of(const unsigned char *character, size_t length)
-{
-    if (length == 1) return *character;
-    unsigned code = *character & (0xffU >> (length + 1));
-    for (size_t i = 1; i < length; i++)
-        code = code << 6 | (character[i] & 0x3fU);
-    return code;
-}
-
 static void write_json_character(t_TEXT *text, const unsigned char *character, size_t length)
 {
     if (length == 0)
@@ -25,7 +16,7 @@ static void write_json_character(t_TEXT *text, const unsigned char *character, s
     else if (*character == '\n')
         write_bytes(text, "\\n", 2);
     else if (wire::is_obeyed(character, length))
-        write_text(text, "\\u%04x", code_of(character, length));
+        write_text(text, "\\u%04x", wire::code_of(character, length));
     else
         write_bytes(text, reinterpret_cast<const char *>(character), length);
 }

@@ -15,13 +15,10 @@
 namespace {
 
 // Of a character that is obeyed; those have up to three bytes.
-std::string code_escape(std::string_view character)
+std::string code_escape(const unsigned char *character, size_t length)
 {
-    unsigned code = static_cast<unsigned char>(character[0]) & (character.size() == 1 ? 0x7fu : 0x1fu);
-    for (const char byte : character.substr(1))
-        code = code << 6 | (static_cast<unsigned char>(byte) & 0x3fu);
     char text[8];
-    std::snprintf(text, sizeof text, "\\u%04x", code & 0xffffu);
+    std::snprintf(text, sizeof text, "\\u%04x", wire::code_of(character, length) & 0xffffu);
     return text;
 }
 
@@ -31,7 +28,7 @@ std::string escaped(std::string_view character)
     const char *found = character[0] == '\0' ? nullptr : std::strchr(with_letters, character[0]);
     if (found != nullptr) return {'\\', "\"\\bfnrt"[found - with_letters]};
     const auto *bytes = reinterpret_cast<const unsigned char *>(character.data());
-    return wire::is_obeyed(bytes, character.size()) ? code_escape(character) : std::string(character);
+    return wire::is_obeyed(bytes, character.size()) ? code_escape(bytes, character.size()) : std::string(character);
 }
 
 // Could bytes go on to a character? Then they are replaced together.
