@@ -1,6 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
- * The host's reply to a request, or to the answer to a call-back: what it is, and the value that came with it. */
+ * One turn of the talk with the host: a request, or the answer to a call-back, is sent as SIGUSR2, and what comes of
+ * it is told, with the value that came with it: a call-back, the end of the call, the host's death, a passed
+ * deadline. */
 #ifndef KA_CALLER_REPLY_H
 #define KA_CALLER_REPLY_H
 

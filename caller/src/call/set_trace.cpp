@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * The trace level of a host. */
+ * ka_set_trace. module/trace_level.cpp writes the level into the process; prepare.cpp has that done for a host that
+ * was opened with a level. */
 #include "base/clock.h"
 #include "base/thread.h"
 #include "host/host.h"

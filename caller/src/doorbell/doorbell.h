@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * SIGUSR2 of an open host, in the way of waiting that its options name. */
+ * SIGUSR2 from an open host, as the caller hears it, in the way of waiting that its options name. The caller's own
+ * signals to the host are sent in call/reply.cpp. */
 #ifndef KA_CALLER_DOORBELL_H
 #define KA_CALLER_DOORBELL_H
 

@@ -1,8 +1,9 @@
 /* SPDX-License-Identifier: MIT
  *
- * The end of a host: asked for, or found. The process is waited for and what belongs to it is released. The segment
- * stays until the host is closed: it holds the arguments that an error is reported with, a call that was built before
- * the end, and the scratch area, for the process that may be started next. */
+ * The end of a host: asked for, or found. The process is waited for, the error says how it ended ("the host was
+ * killed by SIGABRT ..."), and what belongs to it is released. The segment stays until the host is closed: it holds
+ * the arguments that an error is reported with, a call that was built before the end, and the scratch area, for the
+ * process that may be started next. */
 #ifndef KA_CALLER_END_H
 #define KA_CALLER_END_H
 

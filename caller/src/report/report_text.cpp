@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * The report that people read: the error, then what is known about it, one line for each thing under a label. */
+ * The report that people read: the error as it is noted (that of a dead host in process/end.cpp), then what is known
+ * about it, one line for each thing under a label. */
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
