@@ -1,8 +1,13 @@
 # SPDX-License-Identifier: MIT
 #
-# One configure builds two worlds: 32-bit programs (the call host and its modules) and those of the machine's own word
-# size (callers and tools). Every target is named NAME_BITS, and carries the options of its world. On a true 32-bit
-# system there is one world and no -m32.
+# One configure builds the programs of every word size that the compiler makes here, each in a world of its own: those
+# of the machine, and where that has 64 bits and is of the x86 family, 32-bit ones too. A caller and a module of either
+# world work together. Every target is named NAME_BITS, and carries the options of its world.
+#
+#   KA_32BIT        ON: 32-bit programs are asked for, and an error where the compiler makes none; OFF: none;
+#                   AUTO, the default: where the compiler makes them
+#   KA_WORLDS       the word sizes that are built, the machine's own last
+#   KA_OWN_WORLD    the machine's own
 #
 #   ka_objects(NAME BITS SOURCES ... [INCLUDES ...] [NEEDS NAME ...])   sources compiled once, for archives and libraries
 #   ka_archive(NAME BITS OBJECTS NAME ...)                              lib<NAME>.a
@@ -11,35 +16,50 @@
 #
 # Results: build/lib (32-bit), build/lib64 (64-bit), build/bin.
 
+set(KA_32BIT AUTO CACHE STRING "Build for 32 bits, too: ON, OFF, or AUTO, where the compiler does")
+set_property(CACHE KA_32BIT PROPERTY STRINGS AUTO ON OFF)
+
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
-add_library(ka_world_32 INTERFACE)
-add_library(ka_world_64 INTERFACE)
-if(CMAKE_SIZEOF_VOID_P EQUAL 8)
-  set(KA_WORLDS 32 64)
-  target_compile_options(ka_world_32 INTERFACE -m32)
-  target_link_options(ka_world_32 INTERFACE -m32)
-else()
-  set(KA_WORLDS 32)
-endif()
-list(GET KA_WORLDS -1 KA_OWN_WORLD)
+math(EXPR KA_OWN_WORLD "8 * ${CMAKE_SIZEOF_VOID_P}")
+set(KA_WORLDS ${KA_OWN_WORLD})
+
 # Debian's g++-multilib leads -m32 to the kernel's headers, <asm/...>. It conflicts with cross compilers; beside them,
 # with the compiler's own g++-12-multilib only, they are found where the machine's own are.
 set(KA_KERNEL_HEADERS "")
-if(64 IN_LIST KA_WORLDS)
-  file(CONFIGURE OUTPUT kernel_headers.c CONTENT "#include <asm/errno.h>\n")
-  execute_process(COMMAND ${CMAKE_C_COMPILER} -m32 -fsyntax-only ${CMAKE_CURRENT_BINARY_DIR}/kernel_headers.c
-                  RESULT_VARIABLE missing OUTPUT_QUIET ERROR_QUIET)
+if(KA_OWN_WORLD EQUAL 64 AND NOT KA_32BIT STREQUAL "OFF")
+  # Asked at every configuration, since packages come and go: in which way, if any, is a 32-bit program made?
+  file(CONFIGURE OUTPUT narrow.cpp CONTENT "#include <asm/errno.h>\n#include <vector>\nint main() { return 0; }\n")
+  set(narrow_compiler "")
+  foreach(headers IN ITEMS "" "-idirafter;/usr/include/${CMAKE_LIBRARY_ARCHITECTURE}")
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -m32 ${headers} ${CMAKE_CURRENT_BINARY_DIR}/narrow.cpp
+                            -o ${CMAKE_CURRENT_BINARY_DIR}/narrow
+                    RESULT_VARIABLE refused OUTPUT_QUIET ERROR_VARIABLE narrow_errors)
+    if(NOT refused)
+      set(KA_KERNEL_HEADERS ${headers})
+      set(KA_WORLDS 32 64)
+      break()
+    endif()
+  endforeach()
+  if(KA_WORLDS STREQUAL "64" AND KA_32BIT STREQUAL "ON")
+    message(FATAL_ERROR "KA_32BIT is ON, and the compiler makes no 32-bit programs; on Debian, g++-multilib is missing."
+                        " KA_32BIT=OFF builds without them.\n${narrow_errors}")
+  endif()
   if(EXISTS /usr/include/asm/errno.h) # which a cross compiler can take away later
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS /usr/include/asm/errno.h)
   endif()
-  if(missing)
-    set(KA_KERNEL_HEADERS -idirafter /usr/include/${CMAKE_LIBRARY_ARCHITECTURE})
-  endif()
 endif()
-target_compile_options(ka_world_32 INTERFACE ${KA_KERNEL_HEADERS})
+
+add_library(ka_world_32 INTERFACE)
+add_library(ka_world_64 INTERFACE)
+if(KA_OWN_WORLD EQUAL 64)
+  target_compile_options(ka_world_32 INTERFACE -m32 ${KA_KERNEL_HEADERS})
+  target_link_options(ka_world_32 INTERFACE -m32)
+endif()
 # Doubles are computed in SSE2, so that no result depends on the extra precision of the x87 registers.
-target_compile_options(ka_world_32 INTERFACE -msse2 -mfpmath=sse)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|i.86)$")
+  target_compile_options(ka_world_32 INTERFACE -msse2 -mfpmath=sse)
+endif()
 
 add_library(ka_options INTERFACE)
 target_link_libraries(ka_world_32 INTERFACE ka_options)
@@ -49,7 +69,9 @@ target_compile_options(
   INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wcast-align$<$<CXX_COMPILER_ID:GNU>:=strict> -Wformat=2 -Wundef -Wvla
             $<$<BOOL:${KA_WERROR}>:-Werror>
             # The build is reproducible in any directory; messages name files from the project's root.
-            -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+            -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=
+            # Nor does a number depend on whether the processor multiplies and adds in one step.
+            -ffp-contract=off)
 if(KA_SANITIZE)
   target_compile_options(ka_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
                                              -fno-omit-frame-pointer)

@@ -1,11 +1,14 @@
 /* SPDX-License-Identifier: MIT
  *
- * How the processor computes: rounding, precision, traps, in its two units. The C library converts numbers with both,
- * and gives doubles back on the x87 stack. A signal handler, and so every call, begins with the defaults. */
+ * How the processor computes: rounding, precision, traps. A signal handler, and so every call, begins with the
+ * defaults. On x86 it has two units; the C library converts numbers with both, and a 32-bit one gives doubles back on
+ * the x87 stack. */
 #ifndef KA_ARITHMETIC_H
 #define KA_ARITHMETIC_H
 
 #include <stdint.h>
+
+#if defined(__i386__) || defined(__x86_64__)
 
 struct t_ARITHMETIC {
     uint16_t x87;
@@ -35,5 +38,31 @@ inline void reset_arithmetic(void)
     __asm__ volatile("emms");
     set_arithmetic(&defaults);
 }
+
+#else
+#include <fenv.h>
+
+struct t_ARITHMETIC {
+    fenv_t all;
+};
+
+inline t_ARITHMETIC arithmetic(void)
+{
+    t_ARITHMETIC now;
+    fegetenv(&now.all);
+    return now;
+}
+
+inline void set_arithmetic(const t_ARITHMETIC *wanted)
+{
+    fesetenv(&wanted->all);
+}
+
+inline void reset_arithmetic(void)
+{
+    fesetenv(FE_DFL_ENV);
+}
+
+#endif
 
 #endif

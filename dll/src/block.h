@@ -11,7 +11,7 @@
 #include "ka/dll_host.h"
 
 extern "C" {
-extern int32_t dll_compat;   /* layout selector: 0 native, 64; 32 is understood by the accessors but never stored */
+extern int32_t dll_compat;   /* layout selector: 0, 64; 32 is understood by the accessors but never stored */
 extern t_DLL_INFO *dll_info; /* the host's own address of the segment */
 extern void *shm_addr;       /* the same, kept for detaching */
 extern int32_t shm_id;       /* the segment identifier from the command line */
@@ -33,11 +33,12 @@ inline void store32(void *to, int32_t value)
 /* Stores what dll_main returned, and signals the caller. False when the caller is gone. */
 bool reply(int32_t code);
 
-/* The host's address of element k of an argument. Addresses wrap at 32 bits, as the block's own do. */
+/* The host's address of element k of an argument. Distances wrap at 32 bits, as the block's own do, and are signed: a
+   negative elsz leads backwards in a host of either word size. */
 inline char *element(const t_DLL_ARG &arg, int32_t k)
 {
-    const uintptr_t distance = static_cast<uint32_t>(k) * static_cast<uint32_t>(arg.elsz) * 4u;
-    return reinterpret_cast<char *>(reinterpret_cast<uintptr_t>(arg.ptr) + distance);
+    const auto distance = static_cast<int32_t>(static_cast<uint32_t>(k) * static_cast<uint32_t>(arg.elsz) * 4u);
+    return reinterpret_cast<char *>(reinterpret_cast<uintptr_t>(arg.ptr) + static_cast<uintptr_t>(distance));
 }
 
 #endif

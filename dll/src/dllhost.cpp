@@ -38,18 +38,25 @@ t_HOOK find_hook(const char *name, t_HOOK linked)
 
 t_HOOK cleanup; /* found at start, because a signal handler may not ask the dynamic linker */
 
+/* A number out of range is the nearest one of 32 bits, in a host of either word size. */
+int32_t read_number(const char *text)
+{
+    const long number = strtol(text, nullptr, 10);
+    return number > INT32_MAX ? INT32_MAX : number < INT32_MIN ? INT32_MIN : static_cast<int32_t>(number);
+}
+
 void read_arguments(int argc, char **argv)
 {
     if (argc != 2) {
         fprintf(stderr, "%s: Illegal call\n", argv[0]);
         exit(KA_EXIT_START);
     }
-    shm_id = static_cast<int32_t>(strtol(argv[1], nullptr, 10));
+    shm_id = read_number(argv[1]);
     dll_compat = 0;
     const char *colon = strchr(argv[1], ':');
     if (colon == nullptr) return;
-    const long suffix = strtol(colon + 1, nullptr, 10);
-    if ((suffix & ~32L) == 0) return; /* 0 and 32: the native layout has the offsets of layout 32 */
+    const int32_t suffix = read_number(colon + 1);
+    if ((suffix & ~32) == 0) return; /* 0 and 32 */
     if (suffix != 64) {
         fprintf(stderr, "%s: Illegal argument: %s\n", argv[0], argv[1]);
         exit(KA_EXIT_START);

@@ -31,9 +31,10 @@ struct t_ROW {
     const char *range_text; /* what a failed address check prints */
 };
 
-/* In a 32-bit program the native layout is layout 32. */
-static_assert(sizeof(t_DLL_INFO) == sizeof(t_DLL_INFO32));
-constexpr t_ROW row_native = {wire::layout_32, true, "ofs >= 0 && ofs < dll_info->shmsz"};
+/* The suffix of the command line alone names the layout: a caller need not know for which word size a module was
+   built. 32 bits of an address are enough in a host of either word size, since addresses count by their distance from
+   base. */
+constexpr t_ROW row_0 = {wire::layout_32, true, "ofs >= 0 && ofs < dll_info->shmsz"};
 /* KEPT: with this layout an argument's ptr is handed on as stored, neither translated nor checked, although the
    scratch address is both. Test: Layout32.u_get_arg_hands_ptr_on_as_stored. */
 constexpr t_ROW row_32 = {wire::layout_32, false, "ofs >= 0 && ofs < ((t_DLL_INFO32 *)dll_info)->shmsz"};
@@ -43,7 +44,7 @@ constexpr t_ROW row_64 = {wire::layout_64, true, "ofs >= 0 && ofs < ((t_DLL_INFO
 
 const t_ROW &row_in_force(void)
 {
-    if (dll_compat == 0) return row_native;
+    if (dll_compat == 0) return row_0;
     return dll_compat == 32 ? row_32 : row_64;
 }
 

@@ -29,9 +29,10 @@ int32_t room_of(const char *string)
 {
     struct shmid_ds segment;
     if (shmctl(shm_id, IPC_STAT, &segment) != 0) return 0;
+    const size_t size = segment.shm_segsz < INT32_MAX ? segment.shm_segsz : INT32_MAX;
     const uintptr_t ofs = reinterpret_cast<uintptr_t>(string) - reinterpret_cast<uintptr_t>(u_get_baseptr());
-    if (ofs >= segment.shm_segsz) return static_cast<int32_t>(segment.shm_segsz);
-    const size_t rest = segment.shm_segsz - ofs;
+    if (ofs >= size) return static_cast<int32_t>(size);
+    const size_t rest = size - ofs;
     return rest < sizeof(int32_t) ? 0 : static_cast<int32_t>(rest - sizeof(int32_t));
 }
 
@@ -164,7 +165,7 @@ void write_element(int32_t code, const void *values, int32_t k)
     switch (code) {
     case CV_BLOCK:
     case CV_REAL_INT:
-        fprintf(stderr, "%d", load32(static_cast<const char *>(values) + 4 * k));
+        fprintf(stderr, "%d", load32(static_cast<const char *>(values) + sizeof(int32_t) * static_cast<size_t>(k)));
         break;
     case CV_STRREC: {
         const KaStr &s = static_cast<const KaStr *>(values)[k];

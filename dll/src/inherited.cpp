@@ -16,10 +16,16 @@
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/single_threaded.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
+
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#else
+static constexpr char __libc_single_threaded = 0; /* not every C library tells */
+#endif
 
 namespace {
 
@@ -139,11 +145,16 @@ void close_descriptor(int fd)
     close(fd);
 }
 
+/* By its number: not every C library has a function for it. */
+bool close_range_of(int first, int last)
+{
+    return syscall(SYS_close_range, first, last, 0) == 0;
+}
+
 /* One system call each where the kernel has it, and allows it: the limit can be 2^30. */
 bool close_ranges(int last)
 {
-    if (close_range(0, static_cast<unsigned>(last < 1 ? last : 1), 0) != 0) return false;
-    return last < 3 || close_range(3, static_cast<unsigned>(last), 0) == 0;
+    return close_range_of(0, last < 1 ? last : 1) && (last < 3 || close_range_of(3, last));
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <ucontext.h>
 
 /* In a namespace: linked statically, the host shares plain names with the module. */
 namespace host {
@@ -21,12 +22,32 @@ inline bool passed_on(int signal, pthread_t owner)
     return pthread_equal(pthread_self(), owner) == 0 && pthread_kill(owner, signal) == 0;
 }
 
-/* What the kernel puts above the return address of a handler installed without SA_SIGINFO; interrupted.oldmask holds
-   signals 1 to 32 of the mask that comes into force when the handler returns. (On 64-bit x86 it is a ucontext_t.) */
+/* What the kernel puts above the return address of a handler installed without SA_SIGINFO; the mask in it comes into
+   force when the handler returns. */
+#if defined(__x86_64__)
+struct t_FRAME {
+    ucontext_t interrupted;
+};
+#elif defined(__i386__)
 struct t_FRAME {
     int signal;
-    struct sigcontext interrupted;
+    struct sigcontext interrupted; /* oldmask holds signals 1 to 32 */
 };
+#else
+struct t_FRAME; /* not known: the system is asked each time */
+#endif
+
+/* Whether SIGTERM is in that mask. */
+inline bool blocks_sigterm([[maybe_unused]] const t_FRAME *frame)
+{
+#if defined(__x86_64__)
+    return sigismember(&frame->interrupted.uc_sigmask, SIGTERM) == 1;
+#elif defined(__i386__)
+    return (frame->interrupted.oldmask >> (SIGTERM - 1) & 1) != 0;
+#else
+    return true;
+#endif
+}
 
 /* The frame of the handler that says this. Two rules keep it the kernel's: the handler itself has no local variable
    that needs an address (the compiler may realign the stack for one, and then points elsewhere), and one argument
@@ -44,7 +65,7 @@ struct t_FRAME {
    blocked it itself. */
 inline bool must_wait(const t_FRAME *frame)
 {
-    return (frame->interrupted.oldmask >> (SIGTERM - 1) & 1) != 0 && put_off_on_top();
+    return blocks_sigterm(frame) && put_off_on_top();
 }
 
 /* previous may be null. */
