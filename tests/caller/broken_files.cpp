@@ -238,7 +238,7 @@ TEST(BrokenFiles, hash_tables_that_go_in_circles_or_astray_come_to_an_end)
 // Wherever the file is cut off.
 TEST(BrokenFiles, cut_off_modules_are_read_to_an_end)
 {
-    const std::string whole = read_file(CALLER_MODULES "/caller_module_stripped");
+    const std::string whole = read_file(module_folder(CALLER_MODULES) + "/caller_module_stripped");
     for (size_t length = 0; length < whole.size(); length += 97)
         Reading(whole.substr(0, length));
 }
@@ -246,7 +246,7 @@ TEST(BrokenFiles, cut_off_modules_are_read_to_an_end)
 // Headers, symbols and tables are what is hit: bytes that are not 0.
 TEST(BrokenFiles, damaged_modules_are_read_to_an_end)
 {
-    const std::string whole = read_file(CALLER_MODULES "/caller_module_fixed_stripped");
+    const std::string whole = read_file(module_folder(CALLER_MODULES) + "/caller_module_fixed_stripped");
     std::mt19937 random(20260);
     int sound = 0;
     for (int round = 0; round < 1500; round++) {

@@ -12,7 +12,7 @@
 
 #include "caller/waiting.h"
 
-static const std::string guarded_module = CALLER_MODULES "/caller_module_guarded";
+static const std::string guarded_module = module_folder(CALLER_MODULES) + "/caller_module_guarded";
 
 static bool give_up_looking()
 {
@@ -67,7 +67,7 @@ TEST(GuardedHosts, are_checked_by_the_tables_in_their_files)
 TEST(GuardedHosts, whose_files_are_gone_too_are_called_unchecked)
 {
     const File copy(read_file(guarded_module), 0755);
-    const std::string library = CALLER_HOST_LIBRARY;
+    const std::string library = library_folder(CALLER_BUILD) + "/libkahost.so";
     setenv("LD_LIBRARY_PATH", library.substr(0, library.rfind('/')).c_str(), 1);
     EXPECT_EQ(without_rights([&copy] {
                   Host host({}, copy.path);

@@ -16,10 +16,11 @@
 #include "ka/caller.h"
 #include "ka/dll_block.h"
 #include "ka/dll_codes.h"
+#include "module_bits.h"
 
-inline const std::string tasks_module = CALLER_MODULES "/caller_module_tasks";
-inline const std::string no_loader_module = CALLER_MODULES "/caller_module_no_loader";
-inline const std::string no_library_module = CALLER_MODULES "/caller_module_no_library";
+inline const std::string tasks_module = module_folder(CALLER_MODULES) + "/caller_module_tasks";
+inline const std::string no_loader_module = module_folder(CALLER_MODULES) + "/caller_module_no_loader";
+inline const std::string no_library_module = module_folder(CALLER_MODULES) + "/caller_module_no_library";
 
 // A host that lives as long as this record. The test fails when the module does not start.
 struct Host {

@@ -275,7 +275,7 @@ TEST(RestartAfterStart, tells_when_the_module_has_vanished_meanwhile)
 {
     const std::string copy = "/tmp/ka_test_module_" + std::to_string(getpid());
     std::filesystem::copy_file(tasks_module, copy, std::filesystem::copy_options::overwrite_existing);
-    setenv("LD_LIBRARY_PATH", CALLER_HOST_DIR, 1);
+    setenv("LD_LIBRARY_PATH", library_folder(CALLER_BUILD).c_str(), 1);
     {
         Host host(policy(KA_RESTART_NEXT_CALL), copy);
         EXPECT_EQ(count_call(host), 1);

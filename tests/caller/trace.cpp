@@ -13,9 +13,9 @@
 #include "caller/waiting.h"
 
 static const std::string modules[] = {
-    CALLER_MODULES "/caller_module_tasks",       CALLER_MODULES "/caller_module_fixed",
-    CALLER_MODULES "/caller_module_fixed_sysv",  CALLER_MODULES "/caller_module_level",
-    CALLER_MODULES "/caller_module_level_fixed", CALLER_MODULES "/caller_module_apart",
+    module_folder(CALLER_MODULES) + "/caller_module_tasks",       module_folder(CALLER_MODULES) + "/caller_module_fixed",
+    module_folder(CALLER_MODULES) + "/caller_module_fixed_sysv",  module_folder(CALLER_MODULES) + "/caller_module_level",
+    module_folder(CALLER_MODULES) + "/caller_module_level_fixed", module_folder(CALLER_MODULES) + "/caller_module_apart",
 };
 
 struct Level {
@@ -56,7 +56,7 @@ TEST(TraceOfProcess, is_read_and_set_whatever_the_module_is_like)
 TEST(TraceOfProcess, reaches_the_variable_that_the_module_sees)
 {
     for (const char *name : {"level", "level_fixed"}) {
-        Host host({}, CALLER_MODULES "/caller_module_" + std::string(name));
+        Host host({}, module_folder(CALLER_MODULES) + "/caller_module_" + std::string(name));
         ASSERT_TRUE(becomes_idle(ka_pid(host)));
         EXPECT_EQ(set_level(ka_pid(host), -44).error_class, KA_DONE);
         ka_begin(host, "level");
@@ -67,7 +67,7 @@ TEST(TraceOfProcess, reaches_the_variable_that_the_module_sees)
 TEST(TraceOfProcess, module_whose_file_is_gone_is_traced_like_any)
 {
     const File copy(read_file(tasks_module), 0755); // which looks for its library in its own folder
-    const std::string library = CALLER_HOST_LIBRARY;
+    const std::string library = library_folder(CALLER_BUILD) + "/libkahost.so";
     setenv("LD_LIBRARY_PATH", library.substr(0, library.rfind('/')).c_str(), 1);
     Host host({}, copy.path);
     const bool idle = becomes_idle(ka_pid(host));

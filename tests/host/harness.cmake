@@ -3,9 +3,10 @@
 # For tests that talk to real host processes; include() it from any folder of tests. Tests include
 # "host/host_process.h".
 #
-#   ka_module(NAME SOURCES ... [STATIC])            a function module, found by its NAME; STATIC: the host's objects are
-#                                                   linked in, so that the module can set the host's own variables
-#   ka_host_test(NAME SOURCES ... [MODULES ...])    a test program for each word size, built after those modules
+#   ka_module(NAME SOURCES ... [STATIC] [INCLUDES ...])   a function module, found by its NAME; STATIC: the host's objects
+#                                                         are linked in, so that the module can set the host's own
+#                                                         variables. Targets module_NAME_BITS
+#   ka_host_test(NAME SOURCES ... [MODULES ...])          a test program for each word size, built after those modules
 
 # Before the guard: a variable is seen only in the folder that includes this, the rest everywhere.
 set(KA_MODULE_DIR ${CMAKE_BINARY_DIR}/tests/modules)
@@ -23,27 +24,32 @@ foreach(bits IN LISTS KA_WORLDS)
 endforeach()
 
 function(ka_module name)
-  cmake_parse_arguments(arg "STATIC" "" "SOURCES" ${ARGN})
-  add_executable(module_${name} ${arg_SOURCES})
-  ka_world(module_${name} 32)
-  if(arg_STATIC)
-    foreach(part IN ITEMS host real decimal)
-      target_sources(module_${name} PRIVATE $<TARGET_OBJECTS:${part}_32>)
-      target_include_directories(module_${name}
-                                 PRIVATE $<TARGET_PROPERTY:${part}_32,INTERFACE_INCLUDE_DIRECTORIES>)
-    endforeach()
-  else()
-    target_link_libraries(module_${name} PRIVATE kahost_32)
-  endif()
-  set_target_properties(module_${name} PROPERTIES OUTPUT_NAME ${name} RUNTIME_OUTPUT_DIRECTORY ${KA_MODULE_DIR})
+  cmake_parse_arguments(arg "STATIC" "" "SOURCES;INCLUDES;DEFINES" ${ARGN})
+  foreach(bits IN LISTS KA_WORLDS)
+    set(target module_${name}_${bits})
+    add_executable(${target} ${arg_SOURCES})
+    ka_world(${target} ${bits})
+    target_include_directories(${target} PRIVATE ${arg_INCLUDES})
+    target_compile_definitions(${target} PRIVATE ${arg_DEFINES})
+    if(arg_STATIC)
+      foreach(part IN ITEMS host real decimal)
+        target_sources(${target} PRIVATE $<TARGET_OBJECTS:${part}_${bits}>)
+        target_include_directories(${target} PRIVATE $<TARGET_PROPERTY:${part}_${bits},INTERFACE_INCLUDE_DIRECTORIES>)
+      endforeach()
+    else()
+      target_link_libraries(${target} PRIVATE kahost_${bits})
+    endif()
+    set_target_properties(${target} PROPERTIES OUTPUT_NAME ${name} RUNTIME_OUTPUT_DIRECTORY ${KA_MODULE_DIR}/${bits})
+  endforeach()
 endfunction()
 
 function(ka_host_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;MODULES;LABELS" ${ARGN})
   foreach(bits IN LISTS KA_WORLDS)
-    ka_test(${name} ${bits} SOURCES ${arg_SOURCES} LIBS host_harness_${bits} LABELS ${arg_LABELS})
-    foreach(module IN LISTS arg_MODULES)
-      add_dependencies(${name}_${bits} module_${module})
+    ka_test(${name} ${bits} CALLS_MODULES SOURCES ${arg_SOURCES} LIBS host_harness_${bits} LABELS ${arg_LABELS})
+    foreach(modules IN LISTS KA_WORLDS)
+      list(TRANSFORM arg_MODULES REPLACE "(.+)" "module_\\1_${modules}" OUTPUT_VARIABLE targets)
+      add_dependencies(${name}_${bits} ${targets})
     endforeach()
   endforeach()
 endfunction()

@@ -19,6 +19,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "module_bits.h"
+
 namespace harness {
 namespace {
 
@@ -227,7 +229,7 @@ std::vector<sock_filter> killed_by_group_signals()
 
 std::string module_path(const std::string &module)
 {
-    return module.find('/') == std::string::npos ? KA_MODULE_DIR "/" + module : module;
+    return module.find('/') == std::string::npos ? module_folder(KA_MODULE_DIR) + "/" + module : module;
 }
 
 Started start(const Start &how, const std::string &default_argument, bool traced)

@@ -10,8 +10,8 @@
 
 #include "call/backtrace.h"
 
-static const std::string with_lines = CRASH_MODULES "/ka_module_crash";
-static const std::string stripped = CRASH_MODULES "/ka_module_crash_stripped";
+static const std::string with_lines = module_folder(CALLER_MODULES) + "/ka_module_crash";
+static const std::string stripped = module_folder(CALLER_MODULES) + "/ka_module_crash_stripped";
 
 struct Seen {
     std::string text;

@@ -27,7 +27,7 @@ std::vector<std::string> examples_of(const std::string &subcommand)
 TEST(KaCallExamples, work)
 {
     const std::string folder = std::filesystem::path(KA_COMMAND).parent_path();
-    const std::string setting = "cd " KA_EXAMPLES " && PATH=" + folder + ":$PATH && ";
+    const std::string setting = "cd " + examples_folder(KA_EXAMPLES) + " && PATH=" + folder + ":$PATH && ";
     for (const char *subcommand : {"list", "call"}) {
         const std::vector<std::string> examples = examples_of(subcommand);
         EXPECT_GE(examples.size(), 3u);

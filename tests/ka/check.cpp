@@ -42,7 +42,7 @@ const std::string two_bytes_of_another_machine = {'\x28', '\0'};
 TEST(KaCheck, finds_a_sound_module_good_and_starts_it)
 {
     for (const char *name : {"caller_module_tasks", "caller_module_fixed"}) {
-        const std::string path = std::string(CALLER_MODULES "/") + name;
+        const std::string path = std::string(module_folder(CALLER_MODULES) + "/") + name;
         const Outcome outcome = check(path);
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.out, path + ": good\n");
@@ -65,7 +65,7 @@ TEST(KaCheck, says_what_is_no_module)
     std::ofstream(folder + "/short") << "\177ELF\1";
     chmod((folder + "/short").c_str(), 0755);
     expect_finding(folder + "/short", "error", "a damaged ELF file\n", 4);
-    expect_finding(KA_BUILD "/lib/libkahost.so.1", "error", "it names no loader: a shared library, not a program\n",
+    expect_finding(library_folder(KA_BUILD) + "/libkahost.so.1", "error", "it names no loader: a shared library, not a program\n",
                    4);
     module.put(0x12, two_bytes_of_another_machine);
     expect_finding(module.path(), "error", "for another processor (ELF machine 40)\n", 4);
@@ -73,9 +73,9 @@ TEST(KaCheck, says_what_is_no_module)
 
 TEST(KaCheck, says_what_the_loader_would_miss)
 {
-    expect_finding(CALLER_MODULES "/caller_module_no_loader", "error",
+    expect_finding(module_folder(CALLER_MODULES) + "/caller_module_no_loader", "error",
                    "its loader /nowhere/ld-linux.so.2 is missing\n", 4);
-    const std::string no_library = CALLER_MODULES "/caller_module_no_library";
+    const std::string no_library = module_folder(CALLER_MODULES) + "/caller_module_no_library";
     expect_finding(no_library, "error", "the library libkahost.so.1 is missing, which " + no_library + " needs\n", 4);
 }
 

@@ -11,8 +11,9 @@
 #include <vector>
 
 #include "caller/waiting.h"
+#include "module_bits.h"
 
-inline const std::string tasks_module = CALLER_MODULES "/caller_module_tasks";
+inline const std::string tasks_module = module_folder(CALLER_MODULES) + "/caller_module_tasks";
 
 struct Outcome {
     int status; // exit status; minus the signal that ended it

@@ -72,7 +72,7 @@ TEST(KaExitStatus, is_2_for_more_than_fifty_arguments)
 
 TEST(KaExitStatus, is_4_when_the_module_cannot_start)
 {
-    const std::string no_loader = CALLER_MODULES "/caller_module_no_loader";
+    const std::string no_loader = module_folder(CALLER_MODULES) + "/caller_module_no_loader";
     const std::pair<std::string, std::string> cases[] = {
         {"/no/such/module", "no such file"},
         {"/tmp", "a directory"},
@@ -89,7 +89,7 @@ TEST(KaExitStatus, is_4_when_the_module_cannot_start)
 
 TEST(KaExitStatus, is_4_when_the_module_ends_at_start)
 {
-    const std::string module = CALLER_MODULES "/caller_module_no_library";
+    const std::string module = module_folder(CALLER_MODULES) + "/caller_module_no_library";
     const Outcome outcome = ka({"call", module, "count_call"});
     EXPECT_EQ(outcome.status, 4);
     EXPECT_NE(outcome.err.find("libkahost.so.1"), std::string::npos) << "the loader's own words";
@@ -122,7 +122,7 @@ TEST(KaExitStatus, is_6_past_the_deadline)
 
 TEST(KaExitStatus, is_3_when_the_call_does_not_suit_the_tables_and_nothing_is_started)
 {
-    const Outcome outcome = ka({"call", CALLER_MODULES "/caller_module_no_loader", "add", "1", "2", "3.5"});
+    const Outcome outcome = ka({"call", module_folder(CALLER_MODULES) + "/caller_module_no_loader", "add", "1", "2", "3.5"});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err, "ka: add: argument 3 (sum) is IntByReference: takes INTEGER by reference, got REAL 3.5\n");

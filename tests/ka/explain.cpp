@@ -263,7 +263,7 @@ TEST(KaExplain, knows_what_is_really_said)
         const std::string said = call(words).err;
         EXPECT_TRUE(has(explained(said), "KA_REFUSED", 2)) << said;
     }
-    const std::string missing = CALLER_MODULES "/caller_module_no_library";
+    const std::string missing = module_folder(CALLER_MODULES) + "/caller_module_no_library";
     EXPECT_TRUE(has(explained(ka({"call", missing, "count_call"}).err), "", 127));
     FILE *pipe = popen((tasks_module + " 2>&1").c_str(), "r");
     char line[1000] = "";

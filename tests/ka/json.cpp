@@ -15,7 +15,7 @@ using Json = nlohmann::json;
 
 std::string arguments_file()
 {
-    return CALLER_MODULES "/arguments." + std::to_string(getpid());
+    return module_folder(CALLER_MODULES) + "/arguments." + std::to_string(getpid());
 }
 
 // ka call with these arguments in a file.

@@ -7,7 +7,7 @@
 
 namespace {
 
-const std::string ledger = KA_EXAMPLES "/ledger";
+const std::string ledger = examples_folder(KA_EXAMPLES) + "/ledger";
 
 // What comes back in the argument of that name; the return code where it is not 0.
 std::string answer(const std::vector<std::string> &arguments, const std::string &name)

@@ -13,7 +13,7 @@
 
 namespace {
 
-const std::string modules = CALLER_MODULES "/";
+const std::string modules = module_folder(CALLER_MODULES) + "/";
 
 // A file made of a module's for one test.
 class Altered {
@@ -58,7 +58,7 @@ void expect_none(const std::string &module, const std::string &why)
 
 TEST(KaList, shows_names_kinds_and_least_numbers)
 {
-    EXPECT_EQ(ka({"list", KA_EXAMPLES "/adder"}).out,
+    EXPECT_EQ(ka({"list", examples_folder(KA_EXAMPLES) + "/adder"}).out,
               "FUNCTION  ARGUMENT  KIND            TAKES                                MIN ELEMENTS\n"
               "add       a         IntByValue      INTEGER or REAL; never comes back\n"
               "          b         IntByValue      INTEGER or REAL; never comes back\n"
@@ -108,7 +108,7 @@ TEST(KaList, reads_modules_however_they_are_linked)
     EXPECT_EQ(list_of(modules + "caller_module_fixed"), expected);
     EXPECT_EQ(list_of(modules + "ka_module_old_hash"), expected);
     EXPECT_EQ(list_of(Altered(tasks_module, "strip").path), expected);
-    EXPECT_NE(list_of(KA_EXAMPLES "/ledger")
+    EXPECT_NE(list_of(examples_folder(KA_EXAMPLES) + "/ledger")
                   .find("\nsum_texts   amounts   StringArray      STRING; comes back if by reference  1\n"),
               std::string::npos);
 }
@@ -147,7 +147,7 @@ TEST(KaList, module_that_is_none_is_told_what_is_missing)
     expect_none("/etc/passwd", "not an ELF file");
     expect_none("/dev/null", "not a regular file");
     expect_none(KA_COMMAND, "a 64-bit program, and modules are 32-bit programs");
-    const std::string library = KA_LIBRARIES "/libkahost.so.1";
+    const std::string library = library_folder(KA_BUILD) + "/libkahost.so.1";
     expect_none(library, "not a module: KaFuncList is missing");
     const Altered module(tasks_module, "");
     module.write(18, "\x28"); // e_machine

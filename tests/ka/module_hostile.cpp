@@ -135,7 +135,7 @@ TEST(KaModuleHostile, damaged_modules_are_read_to_an_end)
     std::mt19937 random(seed);
     const std::string sound = read_file(tasks_module);
     const std::vector<Part> parts = parts_of(sound);
-    const std::string path = CALLER_MODULES "/damaged." + std::to_string(getpid());
+    const std::string path = module_folder(CALLER_MODULES) + "/damaged." + std::to_string(getpid());
     for (int round = 0; round < 200 && !HasFailure(); round++) {
         std::string module = sound;
         for (unsigned n = 1u << random() % 5; n > 0; n--)

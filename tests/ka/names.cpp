@@ -21,7 +21,7 @@ TEST(KaNames, are_those_of_the_prototypes)
 
 TEST(KaNames, are_read_from_a_module_that_is_not_position_independent)
 {
-    const Outcome outcome = call_of(CALLER_MODULES "/caller_module_fixed", {"add", "2", "40", "&0"});
+    const Outcome outcome = call_of(module_folder(CALLER_MODULES) + "/caller_module_fixed", {"add", "2", "40", "&0"});
     EXPECT_EQ(outcome.out, "sum = 42\nreturn code 0\n") << outcome.err;
 }
 

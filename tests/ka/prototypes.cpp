@@ -141,7 +141,7 @@ TEST(KaPrototypes, unusable_values_are_named)
 // The file does not tell them, so the host is asked.
 TEST(KaPrototypes, count_when_the_module_fills_its_tables_at_start)
 {
-    const std::string module = CALLER_MODULES "/ka_module_late";
+    const std::string module = module_folder(CALLER_MODULES) + "/ka_module_late";
     EXPECT_EQ(ka({"call", module, "twice", "[1,2,3]", "4"}).out,
               "same (argument 1) = [1, 2, 3]\nsame (argument 2) = 4\nreturn code 0\n");
     EXPECT_EQ(ka({"call", module, "red\x1b[31m", std::string(100000, 'x')}).status, 0);

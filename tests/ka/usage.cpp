@@ -76,7 +76,7 @@ TEST(KaUsage, an_empty_word_is_no_number)
 
 TEST(KaUsage, a_failure_is_an_object_where_json_is_asked_for)
 {
-    const std::string no_module = CALLER_MODULES "/none";
+    const std::string no_module = module_folder(CALLER_MODULES) + "/none";
     const std::tuple<Words, int, int> cases[] = {
         {{"list", "--json", no_module}, KA_START, 4},
         {{"list", "--json", "--start", no_module}, KA_START, 4},

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <vector>
 
+#include "module_bits.h"
 #include "toolchain.h"
 
 namespace {
@@ -63,17 +63,13 @@ TEST_P(Headers, compile_alone_without_warnings)
     const std::string flags = " -fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wcast-align -Wundef "
                               "-Wstrict-aliasing -Werror -I" +
                               root + "/dll/include -I" + root + "/math/include -I" + root + "/math/decimal/include ";
-    const std::vector<const char *> widths =
-        sizeof(void *) == 8 ? std::vector{" -m32", " -m64"} : std::vector{" -m32"};
     const std::set<std::string> headers = public_headers();
     ASSERT_GE(headers.size(), 8u);
     for (const std::string &header : headers) {
-        for (const char *bits : widths) {
-            // Through standard input: a header compiled as a main file would be warned about, and so would a C source
-            // that declares nothing.
-            const std::string source = "printf '#include \"" + header + "\"\nextern int declared;\n'";
-            EXPECT_EQ(complaints(source + " | " + GetParam().command + bits + flags + "-"), "");
-        }
+        // Through standard input: a header compiled as a main file would be warned about, and so would a C source
+        // that declares nothing.
+        const std::string source = "printf '#include \"" + header + "\"\nextern int declared;\n'";
+        EXPECT_EQ(complaints(source + " | " + GetParam().command + module_flag() + flags + "-"), "");
     }
 }
 

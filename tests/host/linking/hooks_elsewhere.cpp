@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "host/host_process.h"
+#include "module_bits.h"
 #include "toolchain.h"
 
 namespace {
@@ -28,7 +29,8 @@ protected:
     {
         std::ofstream(folder_.path("hooks.c")) << hooks_source;
         std::ofstream(folder_.path("use.c")) << use_source;
-        const std::string compile = "gcc -m32 -O2 -Wall -Werror -I" LINKING_ROOT "/dll/include -I" LINKING_ROOT
+        const std::string compile = "gcc" + module_flag() +
+                                    "-O2 -Wall -Werror -I" LINKING_ROOT "/dll/include -I" LINKING_ROOT
                                     "/math/include -I" LINKING_ROOT "/math/decimal/include ";
         run(compile + "-c hooks.c && ar rc libhooks.a hooks.o");
         run(compile + "-c use.c");
@@ -40,7 +42,7 @@ protected:
     std::string hooks_of(const std::string &parts) const
     {
         const std::string host = linking::host_folder("built");
-        run("gcc -m32 " + std::string(GetParam()) + " module.o " + parts + " -o module -L. -L" + host +
+        run("gcc" + module_flag() + GetParam() + " module.o " + parts + " -o module -L. -L" + host +
             " -Wl,-rpath,'$ORIGIN' -Wl,-rpath," + host);
         Block block;
         HostProcess process(block, folder_.path("module"));

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "host/host_process.h"
+#include "module_bits.h"
 #include "toolchain.h"
 
 namespace {
@@ -49,7 +50,7 @@ protected:
         const std::string source = folder_.path("own.c");
         const std::string own = folder_.path("own.o");
         std::ofstream(source) << own_definitions();
-        linking::run(std::string("gcc -m32 -c ") + GetParam() + " " + source + " -o " + own);
+        linking::run("gcc" + module_flag() + "-c " + GetParam() + " " + source + " -o " + own);
         link("", plain());
         link(own, module());
     }
@@ -60,7 +61,7 @@ private:
     void link(const std::string &own, const std::string &output) const
     {
         const std::string folder = linking::host_folder("built");
-        linking::run(std::string("gcc -m32 -rdynamic ") + GetParam() +
+        linking::run("gcc" + module_flag() + "-rdynamic " + GetParam() +
                      " -I" LINKING_ROOT "/dll/include -I" LINKING_ROOT "/math/include -I" LINKING_ROOT
                      "/math/decimal/include " LINKING_FOLDER "/own_names.c " +
                      own + " -o " + output + " -L" + folder + " -Wl,-rpath," + folder + " -lkahost");

@@ -8,6 +8,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "module_bits.h"
+
 namespace linking {
 
 Folder::Folder() : path_(std::filesystem::temp_directory_path() / "linking.XXXXXX")
@@ -23,7 +25,7 @@ Folder::~Folder()
 
 std::string host_folder(const std::string &host)
 {
-    return host == "built" ? LINKING_BUILT : LINKING_HOSTS "/" + host;
+    return host == "built" ? library_folder(LINKING_BUILD) : module_folder(LINKING_HOSTS) + "/" + host;
 }
 
 std::string run(const std::string &command)
@@ -46,8 +48,8 @@ void build_module(const std::string &compiler, const std::string &flags, const s
     const std::string includes =
         " -I" + root + "/dll/include -I" + root + "/math/include -I" + root + "/math/decimal/include";
     const std::string folder = host_folder(host);
-    run(compiler + " -m32 -O2 -Wall -Wextra -Werror " + flags + includes + " " + LINKING_SOURCE + " -x none -o " +
-        output + " -L" + folder + " -Wl,-rpath," + folder + " -lkahost");
+    run(compiler + module_flag() + "-O2 -Wall -Wextra -Werror " + flags + includes + " " + LINKING_SOURCE +
+        " -x none -o " + output + " -L" + folder + " -Wl,-rpath," + folder + " -lkahost");
 }
 
 std::set<std::string> dynamic_entries(const std::string &file, const std::string &tag)
