@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The cost of a call, next to the least that two processes can do: a ping-pong of SIGUSR2 with sigwaitinfo and
-// nothing else. Then the cost of each converted element. usage: calls PATH-OF-ECHO-MODULE
+// nothing else. Then the cost of each converted element. usage: bench_calls_BITS PATH-OF-ECHO-MODULE
 #include <cstdlib>
 
 #include "ka/caller.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Nanoseconds of one operation, and a table of them. The packaged benchmark libraries are built for 64 bits only, and
-// the numbers of interest are the 32-bit ones. Figures of different runs or machines are not comparable: in every
+// the benchmarks are run in each word size. Figures of different runs or machines are not comparable: in every
 // table the ratios are to one row, measured in the same run.
 #ifndef BENCH_TIMING_H
 #define BENCH_TIMING_H

@@ -8,6 +8,7 @@
 #                   AUTO, the default: where the compiler makes them
 #   KA_WORLDS       the word sizes that are built, the machine's own last
 #   KA_OWN_WORLD    the machine's own
+#   KA_FLAGS_32     options of the compiler for 32-bit programs, on any machine that makes them
 #
 #   ka_objects(NAME BITS SOURCES ... [INCLUDES ...] [NEEDS NAME ...])   sources compiled once, for archives and libraries
 #   ka_archive(NAME BITS OBJECTS NAME ...)                              lib<NAME>.a
@@ -57,9 +58,11 @@ if(KA_OWN_WORLD EQUAL 64)
   target_link_options(ka_world_32 INTERFACE -m32)
 endif()
 # Doubles are computed in SSE2, so that no result depends on the extra precision of the x87 registers.
+set(KA_FLAGS_32 "")
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|i.86)$")
-  target_compile_options(ka_world_32 INTERFACE -msse2 -mfpmath=sse)
+  set(KA_FLAGS_32 -msse2 -mfpmath=sse)
 endif()
+target_compile_options(ka_world_32 INTERFACE ${KA_FLAGS_32})
 
 add_library(ka_options INTERFACE)
 target_link_libraries(ka_world_32 INTERFACE ka_options)
