@@ -57,14 +57,14 @@ std::string Session::output()
 }
 
 // The line of /proc/PID/maps whose inode is the segment's identifier.
-uint32_t Session::host_address() const
+uint64_t Session::host_address() const
 {
     std::ifstream maps("/proc/" + std::to_string(host.pid()) + "/maps");
     std::string line;
     while (std::getline(maps, line)) {
         if (line.find("/SYSV") == std::string::npos) continue;
         if (line.find(" " + std::to_string(block.id()) + " ") == std::string::npos) continue;
-        return static_cast<uint32_t>(std::stoul(line, nullptr, 16));
+        return std::stoull(line, nullptr, 16);
     }
     throw std::runtime_error("the host has not attached the segment");
 }

@@ -58,7 +58,7 @@ public:
     // The text of host and function on standard error since this was called last.
     std::string output();
     // Where the host has attached the segment, as the kernel reports.
-    uint32_t host_address() const;
+    uint64_t host_address() const;
     // Offset of the segment's byte that an argument's value begins at.
     int32_t at(int argument) const { return block.offset_of(block.get(argument, Arg::ptr)); }
     HeapCount heap() const { return block.load<HeapCount>(heap_offset); }

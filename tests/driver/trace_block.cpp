@@ -3,6 +3,7 @@
 // The dump of the block at level 4, to the byte.
 #include <gtest/gtest.h>
 
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 
@@ -20,7 +21,7 @@ protected:
     std::string pointer(int32_t offset) const
     {
         char text[20];
-        std::snprintf(text, sizeof text, "0x%x", session_.host_address() + static_cast<uint32_t>(offset));
+        std::snprintf(text, sizeof text, "0x%" PRIx64, session_.host_address() + static_cast<uint64_t>(offset));
         return text;
     }
 

@@ -15,7 +15,7 @@ using namespace harness;
 const SeenArgument none = {0, 0, -1, 0, 0, 0, 0};
 
 // The descriptor as it must be seen: its fields, and the byte of the segment that its address means.
-SeenArgument expected(const Block &block, int i, uint32_t host_base)
+SeenArgument expected(const Block &block, int i, uint64_t host_base)
 {
     const auto field = [&](Arg name) { return static_cast<int32_t>(block.get(i, name)); };
     const int32_t offset = block.offset_of(block.get(i, Arg::ptr));
@@ -25,12 +25,7 @@ SeenArgument expected(const Block &block, int i, uint32_t host_base)
             field(Arg::maxlen),
             field(Arg::elsz),
             field(Arg::elcnt),
-            host_base + static_cast<uint32_t>(offset)};
-}
-
-uint32_t host_base(Probe &host)
-{
-    return static_cast<uint32_t>(host.ask(PROBE_ADDRESS));
+            host_base + static_cast<uint64_t>(offset)};
 }
 
 class Access : public testing::TestWithParam<Layout> {
@@ -43,7 +38,7 @@ TEST_P(Access, base_pointer_is_where_the_segment_is_attached)
 {
     Probe host(block);
     const std::set<uint64_t> starts = segment_addresses(host.pid());
-    EXPECT_EQ(starts, std::set<uint64_t>{host_base(host)});
+    EXPECT_EQ(starts, std::set<uint64_t>{host.base()});
     host.leave();
 }
 
@@ -63,7 +58,7 @@ TEST_P(Access, argument_0_is_the_function_name)
 {
     Probe host(block, {integer(1)});
     const SeenArgument name = host.arg(0);
-    EXPECT_EQ(name, expected(block, 0, host_base(host)));
+    EXPECT_EQ(name, expected(block, 0, host.base()));
     EXPECT_EQ(name.type, 3);
     EXPECT_EQ(name.maxlen, 5);
     EXPECT_EQ(name.elcnt, 1);
@@ -74,7 +69,7 @@ TEST_P(Access, argument_0_is_the_function_name)
 TEST_P(Access, arguments_of_each_type_are_described_as_the_caller_passed_them)
 {
     Probe host(block, {integer(7), reals(std::vector<t_DECIMAL>(3)).by_ref(), strings({"a", "bcd"}, 10).by_ref(9)});
-    const uint32_t base = host_base(host);
+    const uint64_t base = host.base();
     for (int i = 0; i < 4; i++)
         EXPECT_EQ(host.arg(i), expected(block, i, base));
     EXPECT_EQ(host.arg(2).type, 2);
@@ -109,7 +104,7 @@ TEST_P(Access, no_descriptor_exists_when_argc_is_zero_or_negative)
 TEST_P(Access, descriptors_beyond_51_are_read_where_argc_says_that_they_exist)
 {
     Probe host(block);
-    const uint32_t base = host_base(host);
+    const uint64_t base = host.base();
     block.set(60, Arg::type, 1);
     block.set(60, Arg::ref, 5);
     block.set(60, Arg::ptr, block.address(4321));
@@ -126,7 +121,7 @@ TEST_P(Access, descriptors_beyond_51_are_read_where_argc_says_that_they_exist)
 TEST_P(Access, any_values_of_the_fields_are_handed_on)
 {
     Probe host(block, {integer(1)});
-    const uint32_t base = host_base(host);
+    const uint64_t base = host.base();
     const int32_t values[] = {0, 1, -1, 0x12345678, INT_MAX, INT_MIN};
     for (const int32_t value : values) {
         block.set(1, Arg::type, value);

@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <vector>
 
 #include "host/probe.h"
 #include "host/probe_mailbox.h"
+#include "module_bits.h"
 
 namespace {
 
@@ -34,7 +36,7 @@ TEST(Layout32, u_get_arg_hands_ptr_on_as_stored)
     host.leave();
 }
 
-TEST(Layout32, the_static_host_translates_in_its_native_layout)
+TEST(Layout32, the_static_host_translates_in_layout_0)
 {
     Block block;
     Probe host(block, {integer(1)}, with_selector);
@@ -102,15 +104,20 @@ TEST(Layout32, scratch_outside_the_segment_ends_the_host)
     }
 }
 
-// Addresses go through as stored, so the caller writes the host's own.
-TEST(Layout32, a_whole_call_works_when_the_addresses_are_the_hosts)
+// Addresses go through as stored, so the caller writes the host's own, which a field has room for only where the host
+// is a 32-bit program.
+class Layout32WithAddressesOfTheHost : public testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(Bits, Layout32WithAddressesOfTheHost,
+                         testing::ValuesIn(std::vector<int>(module_bits() == 32 ? 1 : 0, 32)));
+
+TEST_P(Layout32WithAddressesOfTheHost, a_whole_call_works)
 {
     Block block;
     Probe host(block, {}, with_selector);
-    const auto address = static_cast<uint32_t>(host.ask(PROBE_ADDRESS));
-    host.ask(PROBE_LAYOUT, 32);
+    const uint64_t address = host.base();
+    host.ask(PROBE_LAYOUT, GetParam());
     host.leave();
-    block.set(Head::base, address);
+    block.set(Head::base, static_cast<uint32_t>(address));
     host.enter({integers({1, 2, 3}).by_ref()});
     EXPECT_EQ(host.arg(1).address, static_cast<uint32_t>(block.get(1, Arg::ptr)));
     EXPECT_EQ(host.arg(1).offset, block.offset_of(block.get(1, Arg::ptr)));

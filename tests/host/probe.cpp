@@ -56,6 +56,12 @@ int32_t Probe::ask(int32_t command, int32_t value)
     return finish();
 }
 
+uint64_t Probe::base()
+{
+    ask(PROBE_ADDRESS);
+    return block_.load<uint64_t>(at_out);
+}
+
 SeenArgument Probe::arg(int32_t i)
 {
     ask(PROBE_ARG, i);

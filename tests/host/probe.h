@@ -12,7 +12,7 @@ namespace harness {
 
 struct SeenArgument {
     int32_t type, ref, offset, maxlen, elsz, elcnt;
-    uint32_t address; // the pointer itself
+    uint64_t address; // the pointer itself
     bool operator==(const SeenArgument &) const = default;
 };
 
@@ -39,6 +39,7 @@ public:
     int32_t finish();
 
     SeenArgument arg(int32_t i);
+    uint64_t base(); // u_get_baseptr
     // A whole call-back: returns what dll_callback returned.
     int32_t callback(int32_t value, int32_t answer_value);
     // Ends the call; returns retcode.

@@ -13,24 +13,24 @@ enum { MAILBOX_EMPTY = 0, MAILBOX_FULL = 1, MAILBOX_DONE = 2 };
 
 //                       value            out
 enum {
-    PROBE_RETURN = 0,     // return code     -           the call ends
-    PROBE_BASE = 1,       // -               distance of u_get_baseptr from itself: 0
-    PROBE_ARGC = 2,       // -               u_get_argc
-    PROBE_ARG = 3,        // index           type, ref, offset in the segment (-1: null), maxlen, elsz, elcnt, address
-    PROBE_UNREF = 4,      // index           u_unref_arg
-    PROBE_SCRATCH = 5,    // size            offset of dll_scratch in the segment, -1 for null
-    PROBE_CALLBACK = 6,   // value           dll_callback
-    PROBE_OWN_ACTION = 7, // 1 or 0          puts an action of the module's own on SIGUSR2, or the host's back
-    PROBE_ACTION_NOW = 8, // -               1: its own is in force, 2: one of the host's kind, 0: neither
-    PROBE_WRITE = 9,      // descriptor      errno of writing one byte, 0 when that works
-    PROBE_RAISE = 10,     // signal          raise
-    PROBE_ADDRESS = 11,   // -               u_get_baseptr as a number
-    PROBE_LAYOUT = 12,    // selector        sets the layout in force; only in the module probe_layout
-    PROBE_BLOCK = 13,     // signal          blocks it
-    PROBE_IGNORE = 14,    // signal          ignores it
-    PROBE_HANDLE = 15,    // signal          installs a handler of the module's own that counts
-    PROBE_HANDLED = 16,   // -               signals counted so far
-    PROBE_KILL = 17,      // process id      kill with signal 0, which reaches no process
+    PROBE_RETURN = 0, // return code     -           the call ends
+    PROBE_BASE = 1,   // -               distance of u_get_baseptr from itself: 0
+    PROBE_ARGC = 2,   // -               u_get_argc
+    PROBE_ARG = 3,    // index           type, ref, offset in the segment (-1: null), maxlen, elsz, elcnt, address (2)
+    PROBE_UNREF = 4,  // index           u_unref_arg
+    PROBE_SCRATCH = 5,     // size            offset of dll_scratch in the segment, -1 for null
+    PROBE_CALLBACK = 6,    // value           dll_callback
+    PROBE_OWN_ACTION = 7,  // 1 or 0          puts an action of the module's own on SIGUSR2, or the host's back
+    PROBE_ACTION_NOW = 8,  // -               1: its own is in force, 2: one of the host's kind, 0: neither
+    PROBE_WRITE = 9,       // descriptor      errno of writing one byte, 0 when that works
+    PROBE_RAISE = 10,      // signal          raise
+    PROBE_ADDRESS = 11,    // -               u_get_baseptr as a number, in two words
+    PROBE_LAYOUT = 12,     // selector        sets the layout in force; only in the module probe_layout
+    PROBE_BLOCK = 13,      // signal          blocks it
+    PROBE_IGNORE = 14,     // signal          ignores it
+    PROBE_HANDLE = 15,     // signal          installs a handler of the module's own that counts
+    PROBE_HANDLED = 16,    // -               signals counted so far
+    PROBE_KILL = 17,       // process id      kill with signal 0, which reaches no process
     PROBE_WRITE_MUCH = 18, // count          writes so many characters on standard error
     PROBE_MASK = 19,       // signal          a handler that is installed from now on blocks it too while it runs
     PROBE_DEFAULT = 20,    // signal          1: its action is the default with empty mask and no flags, 0: it is not
@@ -43,7 +43,7 @@ struct Mailbox {
     int32_t state;
     int32_t command;
     int32_t value;
-    int32_t out[7];
+    int32_t out[8];
     int32_t handled; // signals counted so far, to be read at any time
 };
 

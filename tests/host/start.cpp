@@ -2,7 +2,6 @@
 #include "host/start.h"
 
 #include <fcntl.h>
-#include <linux/audit.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
@@ -19,14 +18,12 @@
 #include <filesystem>
 #include <system_error>
 
-#include "module_bits.h"
+#include "host/world.h"
 
 namespace harness {
 namespace {
 
-// System call numbers of the 32-bit world, whatever this program's own are.
-enum { I386_KILL = 37, I386_OPENAT = 295, I386_CLOSE_RANGE = 436 };
-enum : uint32_t { I386_DIRECTORY = 0200000 }; // O_DIRECTORY
+constexpr uint32_t directory_flag = 0200000; // O_DIRECTORY of both worlds
 
 constexpr uint32_t at_number = offsetof(seccomp_data, nr);
 constexpr uint32_t at_arch = offsetof(seccomp_data, arch);
@@ -40,6 +37,10 @@ sock_filter load(uint32_t offset)
 sock_filter skip_unless(uint32_t value, uint8_t count)
 {
     return BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, value, 0, count);
+}
+uint32_t number(int32_t system_call)
+{
+    return static_cast<uint32_t>(system_call);
 }
 sock_filter verdict(uint32_t value)
 {
@@ -181,9 +182,9 @@ namespace {
 std::vector<sock_filter> close_range_fails_with(uint32_t error)
 {
     return {load(at_arch),
-            skip_unless(AUDIT_ARCH_I386, 3),
+            skip_unless(hosts_world().arch, 3),
             load(at_number),
-            skip_unless(I386_CLOSE_RANGE, 1),
+            skip_unless(number(hosts_world().close_range), 1),
             verdict(SECCOMP_RET_ERRNO | error),
             verdict(SECCOMP_RET_ALLOW)};
 }
@@ -203,13 +204,13 @@ std::vector<sock_filter> refused_close_range()
 std::vector<sock_filter> without_folders()
 {
     return {load(at_arch),
-            skip_unless(AUDIT_ARCH_I386, 7),
+            skip_unless(hosts_world().arch, 7),
             load(at_number),
-            skip_unless(I386_CLOSE_RANGE, 1),
+            skip_unless(number(hosts_world().close_range), 1),
             verdict(SECCOMP_RET_ERRNO | ENOSYS),
-            skip_unless(I386_OPENAT, 3),
+            skip_unless(number(hosts_world().openat), 3),
             load(at_arg2),
-            BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, I386_DIRECTORY, 0, 1),
+            BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, directory_flag, 0, 1),
             verdict(SECCOMP_RET_ERRNO | ENOENT),
             verdict(SECCOMP_RET_ALLOW)};
 }
@@ -217,9 +218,9 @@ std::vector<sock_filter> without_folders()
 std::vector<sock_filter> killed_by_group_signals()
 {
     return {load(at_arch),
-            skip_unless(AUDIT_ARCH_I386, 5),
+            skip_unless(hosts_world().arch, 5),
             load(at_number),
-            skip_unless(I386_KILL, 3),
+            skip_unless(number(hosts_world().kill), 3),
             load(at_arg0),
             BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, 0x80000000U, 2, 0),
             BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 1, 0),

@@ -13,33 +13,25 @@
 #include <system_error>
 #include <utility>
 
+#include "host/world.h"
+
 namespace harness {
 namespace {
 
-// System calls of the 32-bit world.
-enum {
-    I386_WRITE = 4,
-    I386_CLOSE = 6,
-    I386_KILL = 37,
-    I386_IPC = 117,
-    I386_RT_SIGACTION = 174,
-    I386_RT_SIGPROCMASK = 175,
-    I386_RT_SIGSUSPEND = 179,
-    I386_EXIT_GROUP = 252,
-    I386_TGKILL = 270,
-    I386_SHMAT = 397,
-    I386_SHMDT = 398,
-    I386_CLOSE_RANGE = 436,
-    I386_SIGALTSTACK = 186
-};
 enum { IPC_SHMAT = 21, IPC_SHMDT = 22 };
 
-// The 32-bit kernel's record of a signal action.
+// The kernel's records of a signal action.
 struct KernelAction32 {
     uint32_t handler;
     uint32_t flags;
     uint32_t restorer;
     uint32_t mask[2];
+};
+struct KernelAction64 {
+    uint64_t handler;
+    uint64_t flags;
+    uint64_t restorer;
+    uint64_t mask;
 };
 constexpr uint32_t restorer_flag = 0x04000000; // the C library's own business
 
@@ -126,12 +118,23 @@ std::string mask_line(const Traced &host, const char *what, uint64_t address)
     return with_signals(what, mask);
 }
 
+KernelAction64 read_action(const Traced &host, uint64_t address)
+{
+    KernelAction64 wide = {};
+    if (module_bits() == 64) {
+        host.read(address, &wide, sizeof wide);
+        return wide;
+    }
+    KernelAction32 narrow = {};
+    host.read(address, &narrow, sizeof narrow);
+    return {narrow.handler, narrow.flags, narrow.restorer, narrow.mask[0] | uint64_t{narrow.mask[1]} << 32};
+}
+
 std::string action_line(const Traced &host, uint64_t signal, uint64_t address)
 {
     if (address == 0) return "look " + std::to_string(signal);
-    KernelAction32 action;
-    host.read(address, &action, sizeof action);
-    const uint32_t flags = action.flags & ~restorer_flag;
+    const KernelAction64 action = read_action(host, address);
+    const uint64_t flags = action.flags & ~uint64_t{restorer_flag};
     std::string line = action.handler == 0 ? "default" : action.handler == 1 ? "ignore" : "handle";
     line += " " + std::to_string(signal);
     if (flags == SA_RESTART) {
@@ -139,8 +142,7 @@ std::string action_line(const Traced &host, uint64_t signal, uint64_t address)
     } else if (flags != 0) {
         line += " flags " + std::to_string(flags);
     }
-    const uint64_t mask = action.mask[0] | static_cast<uint64_t>(action.mask[1]) << 32;
-    return mask == 0 ? line : with_signals(line + " mask", mask);
+    return action.mask == 0 ? line : with_signals(line + " mask", action.mask);
 }
 
 std::string text_at(const Traced &host, uint64_t address, uint64_t size)
@@ -154,33 +156,19 @@ std::string text_at(const Traced &host, uint64_t address, uint64_t size)
 std::string line_of(const Traced &host, const __ptrace_syscall_info &info)
 {
     const auto &arg = info.entry.args;
-    switch (info.entry.nr) {
-    case I386_WRITE:
-        return arg[0] == STDERR_FILENO ? "write " + text_at(host, arg[1], arg[2]) : "";
-    case I386_CLOSE:
-    case I386_CLOSE_RANGE:
-        return "close";
-    case I386_KILL:
-        return "kill";
-    case I386_TGKILL:
-        return "raise";
-    case I386_IPC:
-        return arg[0] == IPC_SHMAT ? "attach" : arg[0] == IPC_SHMDT ? "detach" : "ipc";
-    case I386_SHMAT:
-        return "attach";
-    case I386_SHMDT:
-        return "detach";
-    case I386_RT_SIGACTION:
-        return action_line(host, arg[0], arg[1]);
-    case I386_RT_SIGPROCMASK:
-        return arg[0] == SIG_BLOCK && arg[1] != 0 ? mask_line(host, "block", arg[1]) : "";
-    case I386_RT_SIGSUSPEND:
-        return mask_line(host, "wait", arg[0]);
-    case I386_EXIT_GROUP:
-        return "exit " + std::to_string(arg[0]);
-    default:
-        return "";
-    }
+    const World &world = hosts_world();
+    const auto is = [&info](int32_t system_call) { return info.entry.nr == static_cast<uint64_t>(system_call); };
+    if (is(world.write)) return arg[0] == STDERR_FILENO ? "write " + text_at(host, arg[1], arg[2]) : "";
+    if (is(world.close) || is(world.close_range)) return "close";
+    if (is(world.kill)) return "kill";
+    if (is(world.tgkill)) return "raise";
+    if (is(world.ipc)) return arg[0] == IPC_SHMAT ? "attach" : arg[0] == IPC_SHMDT ? "detach" : "ipc";
+    if (is(world.shmat)) return "attach";
+    if (is(world.shmdt)) return "detach";
+    if (is(world.rt_sigaction)) return action_line(host, arg[0], arg[1]);
+    if (is(world.rt_sigprocmask)) return arg[0] == SIG_BLOCK && arg[1] != 0 ? mask_line(host, "block", arg[1]) : "";
+    if (is(world.rt_sigsuspend)) return mask_line(host, "wait", arg[0]);
+    return is(world.exit_group) ? "exit " + std::to_string(arg[0]) : "";
 }
 
 void note(Life &life, const std::string &line)
@@ -228,8 +216,9 @@ int system_calls_until_next_wait(pid_t host)
         __ptrace_syscall_info info = {};
         if (call && ptrace(PTRACE_GET_SYSCALL_INFO, host, sizeof info, &info) == -1) fail("ptrace");
         const bool entered = call && info.op == PTRACE_SYSCALL_INFO_ENTRY;
-        if (entered && info.entry.nr == I386_RT_SIGSUSPEND) break;
-        if (entered && info.entry.nr != I386_SIGALTSTACK) count++; // which the address sanitizer asks at a jump
+        if (entered && info.entry.nr == static_cast<uint64_t>(hosts_world().rt_sigsuspend)) break;
+        if (entered && info.entry.nr != static_cast<uint64_t>(hosts_world().sigaltstack))
+            count++; // which the address sanitizer asks at a jump
         if (ptrace(PTRACE_SYSCALL, host, nullptr, call ? 0 : WSTOPSIG(status)) == -1) fail("ptrace");
     }
     if (ptrace(PTRACE_DETACH, host, nullptr, nullptr) == -1) fail("ptrace");

@@ -162,6 +162,14 @@ int32_t write_much(int32_t count)
     return count;
 }
 
+// The low half, and the high one at the place that is named.
+int32_t copy_address(const void *address, int32_t *high)
+{
+    const uint64_t number = reinterpret_cast<uintptr_t>(address);
+    *high = static_cast<int32_t>(number >> 32);
+    return static_cast<int32_t>(number);
+}
+
 int32_t copy_argument(const t_DLL_ARG &arg, int32_t *out)
 {
     out[1] = arg.ref;
@@ -169,7 +177,7 @@ int32_t copy_argument(const t_DLL_ARG &arg, int32_t *out)
     out[3] = arg.maxlen;
     out[4] = arg.elsz;
     out[5] = arg.elcnt;
-    out[6] = static_cast<int32_t>(reinterpret_cast<uintptr_t>(arg.ptr));
+    out[6] = copy_address(arg.ptr, &out[7]);
     return arg.type;
 }
 
@@ -200,7 +208,7 @@ int32_t perform(int32_t command, int32_t value, int32_t *out)
     case PROBE_RAISE:
         return raise(value);
     case PROBE_ADDRESS:
-        return static_cast<int32_t>(reinterpret_cast<uintptr_t>(u_get_baseptr()));
+        return copy_address(u_get_baseptr(), &out[1]);
     case PROBE_BLOCK:
         return block(value);
     case PROBE_IGNORE:
