@@ -107,6 +107,7 @@ TEST(Layout32, scratch_outside_the_segment_ends_the_host)
 // Addresses go through as stored, so the caller writes the host's own, which a field has room for only where the host
 // is a 32-bit program.
 class Layout32WithAddressesOfTheHost : public testing::TestWithParam<int> {};
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Layout32WithAddressesOfTheHost);
 INSTANTIATE_TEST_SUITE_P(Bits, Layout32WithAddressesOfTheHost,
                          testing::ValuesIn(std::vector<int>(module_bits() == 32 ? 1 : 0, 32)));
 
