@@ -149,6 +149,16 @@ TEST(CommandLine, identifier_that_does_not_exist_fails_to_attach)
     EXPECT_EQ(start_with({"2147483647:64"}), (Outcome{exited(2), no_such_segment}));
 }
 
+// The nearest number of 32 bits, which is no segment; not what is left of it in 32 bits, which would be one.
+TEST(CommandLine, identifier_out_of_range_is_the_nearest_number)
+{
+    Block block;
+    for (const char *sign : {"", "-"}) {
+        const std::string wrapped = sign + std::to_string((int64_t{1} << 32) + (*sign == 0 ? 1 : -1) * block.id());
+        EXPECT_EQ(start_with({wrapped}), (Outcome{exited(2), no_such_segment})) << wrapped;
+    }
+}
+
 TEST(CommandLine, illegal_suffix_is_found_before_the_segment_is_looked_for)
 {
     EXPECT_EQ(start_with({"2147483647:16"}), (Outcome{exited(2), "a host: Illegal argument: 2147483647:16\n"}));
