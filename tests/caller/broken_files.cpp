@@ -9,74 +9,17 @@
 #include <elf.h>
 #include <random>
 
+#include "caller/elf_program.h"
 #include "caller/waiting.h"
 #include "ka/dll_module.h"
 
 namespace {
 
-constexpr uint32_t origin = 0x10000; // address of the file's first byte
-constexpr uint32_t nowhere = 0xdead0000;
+constexpr uint64_t origin = ElfProgram::origin;
+constexpr uint64_t nowhere = ElfProgram::nowhere;
 
-// A 32-bit program of one segment that holds the whole file: headers, symbols, and what a test adds.
-class Program {
-public:
-    Program()
-    {
-        add_bytes(sizeof(Elf32_Ehdr) + 2 * sizeof(Elf32_Phdr));
-        strings_ = add(std::string("\0KaFuncList\0KaArgList\0", 22));
-    }
-    uint32_t add(const std::string &bytes)
-    {
-        while (bytes_.size() % 4 != 0)
-            bytes_ += '\0';
-        bytes_ += bytes;
-        return origin + static_cast<uint32_t>(bytes_.size() - bytes.size());
-    }
-    uint32_t add_bytes(size_t count) { return add(std::string(count, '\0')); }
-    uint32_t add_words(const std::vector<uint32_t> &words)
-    {
-        return add({reinterpret_cast<const char *>(words.data()), words.size() * 4});
-    }
-    uint32_t add_text(const std::string &text) { return add(text + '\0'); }
-    uint32_t function(uint32_t name, int32_t arg_idx, int32_t arg_cnt)
-    {
-        return add_words({name, static_cast<uint32_t>(arg_idx), static_cast<uint32_t>(arg_cnt), 0});
-    }
-    uint32_t end_of_functions() { return function(0, 0, 0); }
-
-    // The file, with the tables at these addresses, and the hash table of the test's making or a sound one.
-    std::string file(uint32_t functions, uint32_t prototypes, std::vector<uint32_t> hash = {1, 3, 1, 0, 2, 0})
-    {
-        const uint32_t symbols = add_words({0, 0, 0, 0});
-        add_words({1, functions, 16, STT_OBJECT | STB_GLOBAL << 4 | 1 << 16});
-        add_words({12, prototypes, 12, STT_OBJECT | STB_GLOBAL << 4 | 1 << 16});
-        const uint32_t table = add_words(hash);
-        const uint32_t dynamic =
-            add_words({DT_HASH, table, DT_SYMTAB, symbols, DT_STRTAB, strings_, DT_NULL, 0, DT_NULL, 0});
-        write_headers(dynamic);
-        return bytes_;
-    }
-
-private:
-    void write_headers(uint32_t dynamic)
-    {
-        Elf32_Ehdr header = {};
-        std::memcpy(header.e_ident, ELFMAG, SELFMAG);
-        header.e_ident[EI_CLASS] = ELFCLASS32;
-        header.e_ident[EI_DATA] = ELFDATA2LSB;
-        header.e_type = ET_EXEC;
-        header.e_machine = EM_386;
-        header.e_phoff = sizeof header;
-        header.e_phentsize = sizeof(Elf32_Phdr);
-        header.e_phnum = 2;
-        const auto size = static_cast<Elf32_Word>(bytes_.size());
-        const Elf32_Phdr segments[] = {{PT_LOAD, 0, origin, origin, size, size, PF_R | PF_W, 0x1000},
-                                       {PT_DYNAMIC, dynamic - origin, dynamic, dynamic, 80, 80, PF_R, 4}};
-        std::memcpy(bytes_.data(), &header, sizeof header);
-        std::memcpy(bytes_.data() + sizeof header, segments, sizeof segments);
-    }
-    std::string bytes_;
-    uint32_t strings_;
+struct Program : ElfProgram {
+    Program() : ElfProgram(module_bits()) {}
 };
 
 struct Reading {
@@ -96,9 +39,9 @@ struct Reading {
 TEST(BrokenFiles, builder_of_these_tests_makes_sound_ones)
 {
     Program program;
-    const uint32_t name = program.add_text("f");
-    const uint32_t prototypes = program.add_words({program.add_text("x"), KA_INT_ARRAY, 4});
-    const uint32_t functions = program.function(name, 0, 1);
+    const uint64_t name = program.add_text("f");
+    const uint64_t prototypes = program.prototype(program.add_text("x"), KA_INT_ARRAY, 4);
+    const uint64_t functions = program.function(name, 0, 1);
     program.end_of_functions();
     const Reading reading(program.file(functions, prototypes));
     ASSERT_NE(reading.tables, nullptr) << reading.why;
@@ -115,23 +58,21 @@ TEST(BrokenFiles, table_that_lies_nowhere_or_never_ends_is_told)
     }
     {
         Program program; // the last function is the last of the file, which fills its last page
-        const uint32_t name = program.add_text("f");
-        std::string file = program.file(0, 0);
-        const uint32_t functions = origin + 4096 - 64;
-        file = program.file(functions, origin);
-        file.resize(4096 - 64, '\0');
-        for (int i = 0; i < 4; i++)
-            file.append(reinterpret_cast<const char *>(&name), 4).append(12, '\0');
-        std::memcpy(file.data() + sizeof(Elf32_Ehdr) + offsetof(Elf32_Phdr, p_filesz), "\0\x10\0\0\0\x10\0\0", 8);
+        const uint64_t name = program.add_text("f");
+        program.load(4096, 4096);
+        const uint64_t functions = origin + 4096 - 4 * program.function_bytes();
+        std::string file = program.file(functions, origin);
+        file.resize(4096, '\0');
+        for (uint64_t at = functions; at < origin + 4096; at += program.function_bytes())
+            std::memcpy(file.data() + (at - origin), &name, program.word());
         EXPECT_STREQ(Reading(file).why, "KaFuncList runs out of the module");
     }
     {
         Program program;
-        const uint32_t name = program.add_text("f");
-        std::vector<uint32_t> words;
-        for (int i = 0; i < 100001; i++)
-            words.insert(words.end(), {name, 0, 0, 0});
-        const uint32_t functions = program.add_words(words);
+        const uint64_t name = program.add_text("f");
+        const uint64_t functions = program.function(name, 0, 0);
+        for (int i = 0; i < 100000; i++)
+            program.function(name, 0, 0);
         EXPECT_STREQ(Reading(program.file(functions, origin)).why, "KaFuncList has no end within 100000 functions");
     }
 }
@@ -140,13 +81,13 @@ TEST(BrokenFiles, table_that_lies_nowhere_or_never_ends_is_told)
 TEST(BrokenFiles, table_across_the_end_of_the_file_is_not_filled_at_start)
 {
     Program program;
-    const uint32_t name = program.add_text("f");
-    constexpr uint32_t size = 4000; // the rest of the page reads as zeros
-    std::string file = program.file(origin + size - 20, origin);
-    file.resize(size - 20, '\0');
-    file.append(reinterpret_cast<const char *>(&name), 4).append(16, '\0');
-    for (const size_t field : {offsetof(Elf32_Phdr, p_filesz), offsetof(Elf32_Phdr, p_memsz)})
-        std::memcpy(file.data() + sizeof(Elf32_Ehdr) + field, &size, sizeof size);
+    const uint64_t name = program.add_text("f");
+    const size_t size = 4096 - 2 * program.function_bytes() + program.word(); // the rest of the page reads as zeros
+    const uint64_t functions = origin + size - program.word() - program.function_bytes();
+    program.load(size, size);
+    std::string file = program.file(functions, origin);
+    file.resize(size, '\0');
+    std::memcpy(file.data() + (functions - origin), &name, program.word());
     const Reading reading(file);
     ASSERT_NE(reading.tables, nullptr) << reading.why;
     EXPECT_EQ(reading.tables->function_count, 1);
@@ -157,13 +98,13 @@ TEST(BrokenFiles, names_that_are_none_are_told)
 {
     {
         Program program;
-        const uint32_t functions = program.function(program.add_text("f"), 0, 0);
+        const uint64_t functions = program.function(program.add_text("f"), 0, 0);
         program.function(nowhere, 0, 0);
         EXPECT_STREQ(Reading(program.file(functions, origin)).why, "function 1 has a name outside the module");
     }
     {
         Program program;
-        const uint32_t functions = program.function(program.add_text(std::string(1024, 'n')), 0, 0);
+        const uint64_t functions = program.function(program.add_text(std::string(1024, 'n')), 0, 0);
         program.end_of_functions();
         EXPECT_STREQ(Reading(program.file(functions, origin)).why, "function 0 has a name of more than 1023 bytes");
     }
@@ -173,7 +114,7 @@ TEST(BrokenFiles, name_of_greatest_length_is_kept)
 {
     Program program;
     const std::string longest(1023, 'n');
-    const uint32_t functions = program.function(program.add_text(longest), 0, 0);
+    const uint64_t functions = program.function(program.add_text(longest), 0, 0);
     program.end_of_functions();
     const Reading reading(program.file(functions, origin));
     ASSERT_NE(reading.tables, nullptr) << reading.why;
@@ -184,9 +125,9 @@ TEST(BrokenFiles, name_of_greatest_length_is_kept)
 TEST(BrokenFiles, absurd_prototypes_cost_nothing_but_themselves)
 {
     Program program;
-    const uint32_t name = program.add_text("f");
-    const uint32_t prototypes = program.add_words({nowhere, 77, 0});
-    const uint32_t functions = program.function(name, 0, 1);
+    const uint64_t name = program.add_text("f");
+    const uint64_t prototypes = program.prototype(nowhere, 77, 0);
+    const uint64_t functions = program.function(name, 0, 1);
     program.function(name, 0, INT32_MAX);
     program.function(name, 0, INT32_MIN);
     program.function(name, 0x08000000, 1);
@@ -206,17 +147,16 @@ TEST(BrokenFiles, absurd_prototypes_cost_nothing_but_themselves)
 TEST(BrokenFiles, tables_larger_than_any_module_has_are_refused)
 {
     Program program;
-    const uint32_t name = program.add_text("f");
-    const uint32_t long_name = program.add_text(std::string(1000, 'x'));
-    std::vector<uint32_t> prototypes;
-    for (int i = 0; i < 51; i++)
-        prototypes.insert(prototypes.end(), {long_name, 0, 0});
-    std::vector<uint32_t> functions;
-    for (int i = 0; i < 5000; i++)
-        functions.insert(functions.end(), {name, 0, 51, 0});
-    functions.insert(functions.end(), {0, 0, 0, 0});
-    const uint32_t list = program.add_words(functions);
-    EXPECT_STREQ(Reading(program.file(list, program.add_words(prototypes))).why, "the tables take more than 64 MiB");
+    const uint64_t name = program.add_text("f");
+    const uint64_t long_name = program.add_text(std::string(1000, 'x'));
+    const uint64_t prototypes = program.prototype(long_name, 0, 0);
+    for (int i = 1; i < 51; i++)
+        program.prototype(long_name, 0, 0);
+    const uint64_t functions = program.function(name, 0, 51);
+    for (int i = 1; i < 5000; i++)
+        program.function(name, 0, 51);
+    program.end_of_functions();
+    EXPECT_STREQ(Reading(program.file(functions, prototypes)).why, "the tables take more than 64 MiB");
 }
 
 TEST(BrokenFiles, hash_tables_that_go_in_circles_or_astray_come_to_an_end)
@@ -227,7 +167,7 @@ TEST(BrokenFiles, hash_tables_that_go_in_circles_or_astray_come_to_an_end)
     };
     for (const std::vector<uint32_t> &table : tables) {
         Program program;
-        const uint32_t functions = program.end_of_functions();
+        const uint64_t functions = program.end_of_functions();
         const Reading reading(program.file(functions, functions, table));
         EXPECT_EQ(std::string(reading.why).substr(0, 14), "not a module: ");
     }
@@ -238,7 +178,7 @@ TEST(BrokenFiles, hash_tables_that_go_in_circles_or_astray_come_to_an_end)
 // Wherever the file is cut off.
 TEST(BrokenFiles, cut_off_modules_are_read_to_an_end)
 {
-    const std::string whole = read_file(module_folder(CALLER_MODULES) + "/caller_module_stripped");
+    const std::string whole = read_file(module_path("stripped"));
     for (size_t length = 0; length < whole.size(); length += 97)
         Reading(whole.substr(0, length));
 }
@@ -246,7 +186,7 @@ TEST(BrokenFiles, cut_off_modules_are_read_to_an_end)
 // Headers, symbols and tables are what is hit: bytes that are not 0.
 TEST(BrokenFiles, damaged_modules_are_read_to_an_end)
 {
-    const std::string whole = read_file(module_folder(CALLER_MODULES) + "/caller_module_fixed_stripped");
+    const std::string whole = read_file(module_path("fixed_stripped"));
     std::mt19937 random(20260);
     int sound = 0;
     for (int round = 0; round < 1500; round++) {

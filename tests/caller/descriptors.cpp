@@ -13,7 +13,7 @@ protected:
                   layout()(options);
                   options.checking = KA_RAW;
               },
-              module_folder(CALLER_MODULES) + "/caller_module_probe")
+              module_path("probe"))
     {
     }
     Host host;
@@ -121,7 +121,7 @@ TEST_P(Descriptors, with_an_address_outside_the_segment_end_the_host)
                 options.checking = KA_RAW;
                 options.error_output = KA_STDERR_RING;
             },
-            module_folder(CALLER_MODULES) + "/caller_module_probe");
+            module_path("probe"));
         ka_descriptor descriptor = begin_showing(victim);
         descriptor.offset = offset;
         ka_set_descriptor(victim, 3, &descriptor);
@@ -193,7 +193,7 @@ IN_BOTH_LAYOUTS(ScrambledBlock);
 
 TEST_P(ScrambledBlock, is_whole_again_at_the_next_call)
 {
-    Host host(layout(), module_folder(CALLER_MODULES) + "/caller_module_probe");
+    Host host(layout(), module_path("probe"));
     for (int round = 0; round < 300; round++) {
         ka_begin(host, "scramble");
         ASSERT_EQ(call(host), 77);
@@ -215,7 +215,7 @@ TEST_P(ScrambledBlock, with_a_forged_callback_or_end_harms_but_the_module)
                 layout()(options);
                 options.error_output = KA_STDERR_RING;
             },
-            module_folder(CALLER_MODULES) + "/caller_module_probe");
+            module_path("probe"));
         int32_t status = KA_DONE;
         for (int i = 0; i < 4 && status == KA_DONE; i++) {
             int32_t code = 0;

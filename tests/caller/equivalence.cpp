@@ -177,7 +177,7 @@ TEST_P(Equivalence, of_the_librarys_and_the_hosts_refusals)
         const RandomTables tables = random_tables(dice);
         const File file(tables.text(), 0644);
         setenv("KA_TEST_TABLES", file.path.c_str(), 1);
-        const std::string module = module_folder(CALLER_MODULES) + "/caller_module_random_tables";
+        const std::string module = module_path("random_tables");
         Host checked(layout(), module);
         Host raw(
             [this](ka_options &options) {

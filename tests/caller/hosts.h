@@ -18,9 +18,14 @@
 #include "ka/dll_codes.h"
 #include "module_bits.h"
 
-inline const std::string tasks_module = module_folder(CALLER_MODULES) + "/caller_module_tasks";
-inline const std::string no_loader_module = module_folder(CALLER_MODULES) + "/caller_module_no_loader";
-inline const std::string no_library_module = module_folder(CALLER_MODULES) + "/caller_module_no_library";
+inline std::string module_path(const std::string &name)
+{
+    return module_folder(CALLER_MODULES) + "/caller_module_" + name;
+}
+
+inline const std::string tasks_module = module_path("tasks");
+inline const std::string no_loader_module = module_path("no_loader");
+inline const std::string no_library_module = module_path("no_library");
 
 // A host that lives as long as this record. The test fails when the module does not start.
 struct Host {

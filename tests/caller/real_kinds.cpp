@@ -74,7 +74,7 @@ protected:
         return answer == array ? answer : answer + " " + array;
     }
 
-    Host host_{layout(), module_folder(CALLER_MODULES) + "/caller_module_reals"};
+    Host host_{layout(), module_path("reals")};
 };
 IN_BOTH_LAYOUTS(RealKinds);
 

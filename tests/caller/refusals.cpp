@@ -188,7 +188,7 @@ struct TablesHost {
     explicit TablesHost(const std::string &tables) : file(tables, 0644)
     {
         setenv("KA_TEST_TABLES", file.path.c_str(), 1);
-        ka_open(&host, module_folder(CALLER_MODULES) + "/caller_module_random_tables", nullptr);
+        ka_open(&host, module_path("random_tables").c_str(), nullptr);
         EXPECT_NE(ka_host_tables(host), nullptr) << error_text(host);
         unsetenv("KA_TEST_TABLES");
     }
@@ -255,7 +255,7 @@ TEST(RefusalTexts, of_many_arguments_are_cut)
 // Tables that the module fills as it starts are those that count.
 TEST(HostTables, are_those_in_memory)
 {
-    Host host({}, module_folder(CALLER_MODULES) + "/caller_module_built");
+    Host host({}, module_path("built"));
     begin(host, "twice", 0);
     EXPECT_EQ(refused(host).text, "twice: takes 1 argument (number), got 0");
     begin(host, "half_of_a_name_that_no_short_string_holds", 1);
@@ -283,7 +283,7 @@ TEST(HostTables, are_given_before_any_call_and_when_nothing_is_checked)
 
 TEST(HostTables, of_a_library_that_the_program_was_linked_with_are_found)
 {
-    Host host({}, module_folder(CALLER_MODULES) + "/caller_module_apart");
+    Host host({}, module_path("apart"));
     begin(host, "from_a_library", 1);
     EXPECT_EQ(refused(host).text,
               "from_a_library: argument 1 (text) is String: takes STRING by reference, got INTEGER");
@@ -291,9 +291,9 @@ TEST(HostTables, of_a_library_that_the_program_was_linked_with_are_found)
 
 TEST(HostTables, are_found_however_the_module_was_linked)
 {
-    for (const char *name : {"tasks", "fixed", "stripped", "fixed_stripped", "sysv", "fixed_sysv"}) {
+    for (const char *name : {"tasks", "fixed", "stripped", "fixed_stripped", "sysv", "fixed_sysv", "packed"}) {
         SCOPED_TRACE(name);
-        Host host({}, module_folder(CALLER_MODULES) + "/caller_module_" + std::string(name));
+        Host host({}, module_path(name));
         const ka_tables *tables = ka_host_tables(host);
         ASSERT_NE(tables, nullptr) << error_text(host);
         EXPECT_NE(ka_find_function(tables, "scribble_base"), nullptr);
@@ -303,14 +303,13 @@ TEST(HostTables, are_found_however_the_module_was_linked)
 // The program itself is found without the list; a library that the list hides is not.
 TEST(HostTables, are_found_in_a_process_that_forges_its_list_of_libraries)
 {
-    Host host({}, module_folder(CALLER_MODULES) + "/caller_module_circular");
+    Host host({}, module_path("circular"));
     EXPECT_EQ(call_with(host, "same", 8), 8);
     begin(host, "same", 2);
     EXPECT_EQ(refused(host).text, "same: takes 1 argument (number), got 2");
     EXPECT_EQ(ka_set_trace(host, 1), KA_SYSTEM);
-    EXPECT_EQ(error_text(host),
-              std::string(module_folder(CALLER_MODULES) + "/caller_module_circular: its trace level cannot be set: process ") +
-                  std::to_string(ka_pid(host)) + " is not a host: it has no dll_debug");
+    EXPECT_EQ(error_text(host), module_path("circular") + ": its trace level cannot be set: process " +
+                                    std::to_string(ka_pid(host)) + " is not a host: it has no dll_debug");
     EXPECT_EQ(call_with(host, "same", 9), 9);
 }
 
@@ -319,15 +318,14 @@ TEST(HostTables, are_none_in_a_process_that_forges_the_number_of_its_headers)
 {
     for (const char *count : {"65", "2000", "-1", "-2147483648"}) {
         setenv("KA_TEST_HEADERS", count, 1);
-        Host host({}, module_folder(CALLER_MODULES) + "/caller_module_misleading");
+        Host host({}, module_path("misleading"));
         unsetenv("KA_TEST_HEADERS");
         EXPECT_EQ(ka_set_trace(host, 1), KA_SYSTEM) << count;
-        EXPECT_EQ(error_text(host), std::string(module_folder(CALLER_MODULES) + "/caller_module_misleading: its trace level cannot be "
-                                                               "set: process ") +
+        EXPECT_EQ(error_text(host), module_path("misleading") + ": its trace level cannot be set: process " +
                                         std::to_string(ka_pid(host)) + " runs a program without dynamic symbols")
             << count;
     }
-    Host truthful({}, module_folder(CALLER_MODULES) + "/caller_module_misleading");
+    Host truthful({}, module_path("misleading"));
     EXPECT_EQ(ka_set_trace(truthful, 1), KA_DONE) << error_text(truthful);
 }
 

@@ -25,26 +25,35 @@ static std::string start_error(const std::string &module)
     return text;
 }
 
+template <typename Header>
 static std::string elf_header(unsigned char elf_class, Elf32_Half machine, Elf32_Half type)
 {
-    Elf32_Ehdr header = {};
+    Header header = {};
     memcpy(header.e_ident, ELFMAG, SELFMAG);
     header.e_ident[EI_CLASS] = elf_class;
     header.e_ident[EI_DATA] = ELFDATA2LSB;
     header.e_machine = machine;
     header.e_type = type;
+    header.e_phentsize = sizeof(Elf32_Phdr);
+    if (elf_class == ELFCLASS64) header.e_phentsize = sizeof(Elf64_Phdr);
     return {reinterpret_cast<const char *>(&header), sizeof header};
+}
+
+static std::string narrow_header(Elf32_Half machine, Elf32_Half type)
+{
+    return elf_header<Elf32_Ehdr>(ELFCLASS32, machine, type);
+}
+
+static std::string wide_header(Elf32_Half machine, Elf32_Half type)
+{
+    return elf_header<Elf64_Ehdr>(ELFCLASS64, machine, type);
 }
 
 TEST(Start, file_that_cannot_be_a_module_is_named)
 {
-    const File not_executable(elf_header(ELFCLASS32, EM_386, ET_EXEC), 0644);
+    const File not_executable(narrow_header(EM_386, ET_EXEC), 0644);
     const File script("#!/bin/sh\n", 0755);
     const File empty("", 0755);
-    const File wide(elf_header(ELFCLASS64, EM_X86_64, ET_DYN), 0755);
-    const File foreign(elf_header(ELFCLASS32, EM_ARM, ET_EXEC), 0755);
-    const File object(elf_header(ELFCLASS32, EM_386, ET_REL), 0755);
-    const File cut(elf_header(ELFCLASS32, EM_386, ET_REL).substr(0, 20), 0755);
     const std::pair<std::string, std::string> cases[] = {
         {"/no/such/module", "no such file"},
         {script.path + "/module", "Not a directory"},
@@ -54,28 +63,48 @@ TEST(Start, file_that_cannot_be_a_module_is_named)
         {not_executable.path, "not executable"},
         {script.path, "not an ELF file"},
         {empty.path, "not an ELF file"},
-        {wide.path, "a 64-bit program, and modules are 32-bit programs"},
-        {foreign.path, "a program for another processor (ELF machine 40)"},
-        {object.path, "an ELF file but not a program"},
-        {cut.path, "a cut off ELF file"},
     };
     for (const auto &[path, why] : cases)
         EXPECT_EQ(start_error(path), "cannot start " + path + ": " + why);
 }
 
+// Class and processor must be those of one family: of a 64-bit processor there are programs with 32-bit addresses,
+// too.
+TEST(Start, program_that_this_machine_does_not_run_is_named)
+{
+    const std::string other = "a program for another processor (ELF machine ";
+    const std::pair<std::string, std::string> cases[] = {
+        {narrow_header(EM_ARM, ET_EXEC), other + "40)"},
+        {narrow_header(EM_X86_64, ET_DYN), other + "62)"},
+        {wide_header(EM_386, ET_DYN), other + "3)"},
+        {wide_header(EM_AARCH64, ET_DYN), other + "183)"},
+        {elf_header<Elf32_Ehdr>(ELFCLASSNONE, EM_386, ET_EXEC), other + "3)"},
+        {narrow_header(EM_386, ET_REL), "an ELF file but not a program"},
+        {wide_header(EM_X86_64, ET_CORE), "an ELF file but not a program"},
+        {narrow_header(EM_386, ET_EXEC).substr(0, 20), "a cut off ELF file"},
+        {wide_header(EM_X86_64, ET_EXEC).substr(0, sizeof(Elf32_Ehdr)), "a cut off ELF file"},
+    };
+    for (const auto &[header, why] : cases) {
+        const File file(header, 0755);
+        EXPECT_EQ(start_error(file.path), "cannot start " + file.path + ": " + why);
+    }
+}
+
 TEST(Start, missing_loader_is_named)
 {
-    EXPECT_EQ(start_error(no_loader_module),
-              "cannot start " + no_loader_module +
-                  ": its loader /nowhere/ld-linux.so.2 is missing (the 32-bit C library is not installed)");
+    EXPECT_EQ(start_error(no_loader_module), "cannot start " + no_loader_module +
+                                                 ": its loader /nowhere/ld-linux.so.2 is missing (the " +
+                                                 std::to_string(module_bits()) + "-bit C library is not installed)");
 }
 
 // A program whose header is all there is: the kernel refuses it.
 TEST(Start, refusal_of_the_kernel_is_told)
 {
-    const File hollow(elf_header(ELFCLASS32, EM_386, ET_EXEC), 0755);
-    const std::string text = start_error(hollow.path);
-    EXPECT_EQ(text.find("cannot start " + hollow.path + ": "), 0u) << text;
+    for (const std::string &header : {narrow_header(EM_386, ET_EXEC), wide_header(EM_X86_64, ET_EXEC)}) {
+        const File hollow(header, 0755);
+        const std::string text = start_error(hollow.path);
+        EXPECT_EQ(text.find("cannot start " + hollow.path + ": "), 0u) << text;
+    }
 }
 
 // ---- Modules that end at start ---------------------------------------------------------------------------------

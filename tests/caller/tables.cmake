@@ -3,7 +3,6 @@
 # Tests of what the library reads out of modules: their tables and trace level. The modules differ in how they were
 # linked, and in when their tables are filled.
 
-
 #   table_module(NAME ...)   caller_module_NAME, see modules.cmake
 macro(table_module name)
   caller_module(caller_module_${name} ${ARGN})
@@ -23,20 +22,39 @@ table_module(probe modules/probe.c)
 table_module(guarded modules/guarded.c)
 table_module(circular modules/circular.c)
 table_module(misleading modules/misleading.c)
+table_module(packed modules/tasks.c LINK -Wl,-z,pack-relative-relocs)
 table_module(apart modules/apart_program.c LINK -Wl,--no-as-needed)
+table_module(borrowed modules/borrowed.c)
+table_module(borrowed_guarded modules/borrowed.c DEFINES GUARDED)
+
+# Of these, a part is in a library.
 foreach(bits IN LISTS KA_WORLDS)
-  set(library caller_module_apart_library_${bits})
-  add_library(${library} SHARED modules/apart.c)
-  ka_world(${library} ${bits})
-  target_link_libraries(${library} PRIVATE kahost_${bits})
-  set_target_properties(${library} PROPERTIES OUTPUT_NAME caller_module_apart_library LIBRARY_OUTPUT_DIRECTORY ${CALLER_MODULE_DIR}/${bits})
-  target_link_libraries(caller_module_apart_${bits} PRIVATE ${library})
+  foreach(name apart borrowed)
+    set(library caller_module_${name}_library_${bits})
+    add_library(${library} SHARED modules/${name}_library.c)
+    ka_world(${library} ${bits})
+    target_link_libraries(${library} PRIVATE kahost_${bits})
+    set_target_properties(${library} PROPERTIES OUTPUT_NAME caller_module_${name}_library LIBRARY_OUTPUT_DIRECTORY ${CALLER_MODULE_DIR}/${bits})
+    target_link_libraries(caller_module_${name}_${bits} PRIVATE ${library})
+  endforeach()
+  target_link_libraries(caller_module_borrowed_guarded_${bits} PRIVATE caller_module_borrowed_library_${bits})
+endforeach()
+
+# A shared library that can be run, with the compiler's own beginning of a program.
+table_module(named modules/named.c LINK -shared -Wl,-e,_start -Wl,--no-as-needed)
+foreach(bits IN LISTS KA_WORLDS)
+  get_target_property(flags ka_world_${bits} INTERFACE_LINK_OPTIONS)
+  list(FILTER flags INCLUDE REGEX "^-m[0-9]+$")
+  execute_process(COMMAND ${CMAKE_C_COMPILER} ${flags} -print-file-name=Scrt1.o OUTPUT_VARIABLE start
+                  OUTPUT_STRIP_TRAILING_WHITESPACE)
+  target_compile_options(caller_module_named_${bits} PRIVATE -fPIC)
+  target_link_libraries(caller_module_named_${bits} PRIVATE ${start})
 endforeach()
 
 foreach(bits IN LISTS KA_WORLDS)
   ka_test(
     caller_tables ${bits} CALLS_MODULES
-    SOURCES broken_files.cpp descriptors.cpp equivalence.cpp guarded.cpp hosts.cpp refusals.cpp tables.cpp trace.cpp
+    SOURCES broken_files.cpp descriptors.cpp elf_program.cpp equivalence.cpp guarded.cpp hosts.cpp refusals.cpp relocations.cpp tables.cpp trace.cpp
     LIBS kacall_static_${bits}
     LABELS caller)
   target_compile_definitions(caller_tables_${bits} PRIVATE CALLER_BUILD="${CMAKE_BINARY_DIR}")

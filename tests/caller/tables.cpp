@@ -51,23 +51,32 @@ static void expect_tasks(const ka_tables *tables)
 
 TEST(TablesOfFiles, are_found_however_the_module_was_linked)
 {
-    for (const char *name : {"tasks", "fixed", "stripped", "fixed_stripped", "sysv", "fixed_sysv"}) {
+    for (const char *name : {"tasks", "fixed", "stripped", "fixed_stripped", "sysv", "fixed_sysv", "packed"}) {
         SCOPED_TRACE(name);
-        const TablesOfFile file(module_folder(CALLER_MODULES) + "/caller_module_" + std::string(name));
+        const TablesOfFile file(module_path(name));
         EXPECT_STREQ(file.why, "");
         expect_tasks(file.tables);
     }
 }
 
+template <typename Header>
+static void remove_section_headers(std::string &bytes)
+{
+    Header header;
+    std::memcpy(&header, bytes.data(), sizeof header);
+    bytes.resize(static_cast<size_t>(header.e_shoff));
+    header.e_shoff = header.e_shnum = header.e_shstrndx = 0;
+    std::memcpy(bytes.data(), &header, sizeof header);
+}
+
 TEST(TablesOfFiles, are_found_without_section_headers)
 {
     for (const char *name : {"stripped", "fixed_stripped"}) {
-        std::string bytes = read_file(module_folder(CALLER_MODULES) + "/caller_module_" + std::string(name));
-        Elf32_Ehdr header;
-        std::memcpy(&header, bytes.data(), sizeof header);
-        bytes.resize(header.e_shoff);
-        header.e_shoff = header.e_shnum = header.e_shstrndx = 0;
-        std::memcpy(bytes.data(), &header, sizeof header);
+        std::string bytes = read_file(module_path(name));
+        if (module_bits() == 64)
+            remove_section_headers<Elf64_Ehdr>(bytes);
+        else
+            remove_section_headers<Elf32_Ehdr>(bytes);
         const File file(bytes, 0644);
         expect_tasks(TablesOfFile(file.path).tables);
     }
@@ -75,7 +84,7 @@ TEST(TablesOfFiles, are_found_without_section_headers)
 
 TEST(TablesOfFiles, that_are_filled_at_start_are_empty_and_marked)
 {
-    const TablesOfFile file(module_folder(CALLER_MODULES) + "/caller_module_built");
+    const TablesOfFile file(module_path("built"));
     ASSERT_NE(file.tables, nullptr) << file.why;
     EXPECT_EQ(file.tables->function_count, 0);
     EXPECT_EQ(ka_find_function(file.tables, ""), nullptr);
@@ -84,7 +93,7 @@ TEST(TablesOfFiles, that_are_filled_at_start_are_empty_and_marked)
 
 TEST(TablesOfFiles, whose_prototypes_are_filled_at_start_are_marked)
 {
-    const TablesOfFile file(module_folder(CALLER_MODULES) + "/caller_module_late");
+    const TablesOfFile file(module_path("late"));
     ASSERT_NE(file.tables, nullptr) << file.why;
     EXPECT_EQ(file.tables->function_count, 2);
     EXPECT_NE(file.tables->filled_at_start, 0);
@@ -94,11 +103,11 @@ TEST(TablesOfFiles, whose_prototypes_are_filled_at_start_are_marked)
 TEST(TablesOfFiles, that_are_whole_are_not_marked_nor_are_those_of_a_host)
 {
     for (const char *name : {"tasks", "fixed", "stripped"}) {
-        const TablesOfFile file(module_folder(CALLER_MODULES) + "/caller_module_" + std::string(name));
+        const TablesOfFile file(module_path(name));
         ASSERT_NE(file.tables, nullptr) << file.why;
         EXPECT_EQ(file.tables->filled_at_start, 0) << name;
     }
-    const Host host({}, module_folder(CALLER_MODULES) + "/caller_module_late");
+    const Host host({}, module_path("late"));
     const ka_tables *tables = ka_host_tables(host);
     ASSERT_NE(tables, nullptr) << error_text(host);
     EXPECT_EQ(text_of(tables->functions[1]), "add(a:1 sum:2)");
@@ -133,7 +142,7 @@ TEST(TablesOfFiles, that_are_none_are_explained)
     EXPECT_EQ(why_no_tables(text.path), "not an ELF file");
     EXPECT_EQ(why_no_tables(cut.path), "a cut off ELF file");
     EXPECT_EQ(why_no_tables(library_folder(CALLER_BUILD) + "/libkahost.so"), "not a module: KaFuncList is missing");
-    EXPECT_EQ(why_no_tables(module_folder(CALLER_MODULES) + "/caller_module_apart"), "not a module: KaFuncList is missing");
+    EXPECT_EQ(why_no_tables(module_path("apart")), "not a module: KaFuncList is missing");
 }
 
 TEST(TablesOfFiles, reason_is_cut_to_its_room)

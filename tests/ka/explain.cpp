@@ -138,6 +138,7 @@ const std::set<std::string> no_library_messages = {"KA_WAIT_FAST",
                                                    "shmsz",
                                                    "scratch", // fields of the header
                                                    "exe",
+                                                   "mem",
                                                    "process %d %s",
                                                    "status",
                                                    "syscall",

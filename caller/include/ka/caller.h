@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
  * The caller's side: starts a function module in a process of its own, calls its functions, answers its call-backs,
- * reads what it gives back, and ends it. Nothing is left over, whichever of the two processes dies.
+ * reads what it gives back, and ends it. Nothing is left over, whichever of the two processes dies. Caller and module
+ * are programs of 32 or of 64 bits each; which, makes no difference to either.
  *
  *     ka_host *host;
  *     int32_t code;
@@ -89,7 +90,8 @@ typedef struct ka_error {
 
 /* ---- Options --------------------------------------------------------------------------------------------------- */
 
-/* ka_options.layout: of the shared segment. Every module serves both, and both serve 32- and 64-bit callers. */
+/* ka_options.layout: of the shared segment. Nobody has to choose one: every module serves both, and both serve
+   callers and modules of 32 and 64 bits. */
 enum { KA_LAYOUT_NATIVE = 0, KA_LAYOUT_64 = 64 };
 
 /* ka_options.callback: called for each call-back, in the thread that is in ka_call; returns the answer. Of its own
@@ -321,18 +323,18 @@ typedef struct ka_function {
 typedef struct ka_tables {
     const ka_function *functions; /* in the module's order: of two with one name only the first can be called */
     int32_t function_count;
-    int32_t filled_at_start; /* not 0 of a module's file when the module fills a part of its tables as it starts:
-                                calls will meet other tables than these */
+    int32_t filled_at_start; /* not 0 of a module's file when a part of its tables is filled as it starts, by the
+                                module or with a name from a library: calls will meet other tables than these */
 } ka_tables;
 
 /* The tables as they are in the memory of the host process once it has started; waits for that, within deadline_ms.
-   Where the system guards that memory, the tables of the module's file. Owned by the host, valid until the host
-   process ends. Null, with ka_last_error set, when they cannot be read. */
+   Where the system guards that memory, the tables of the module's file, if all of them are there. Owned by the host,
+   valid until the host process ends. Null, with ka_last_error set, when they cannot be read. */
 KA_API const ka_tables *ka_host_tables(ka_host *host);
 
 /* The tables in a module's file, which is not run: pointers and counts that the module computes as it starts are
-   missing, and filled_at_start says so. The caller frees them with ka_free_tables. Null when there are none; then
-   why, which has room for size bytes, says the reason. */
+   missing, names from a library are empty, and filled_at_start says so. The caller frees them with ka_free_tables.
+   Null when there are none; then why, which has room for size bytes, says the reason. */
 KA_API ka_tables *ka_read_tables(const char *module, char *why, int32_t size);
 KA_API void ka_free_tables(ka_tables *tables); /* of ka_read_tables only; may be null */
 

@@ -28,11 +28,11 @@ pid_t number_in_proc(int pid_fd)
     return 0;
 }
 
-int open_proc_file(pid_t number, const char *name)
+int open_proc_file(pid_t number, const char *name, int flags)
 {
     char path[40];
     snprintf(path, sizeof path, "/proc/%d/%s", number, name);
-    return open(path, O_RDONLY | O_CLOEXEC);
+    return open(path, flags | O_CLOEXEC);
 }
 
 /* ---- Status ---------------------------------------------------------------------------------------------------- */

@@ -11,8 +11,8 @@
 /* The number of the process in /proc; 0, and an errno, when it is not to be seen there. */
 pid_t number_in_proc(int pid_fd);
 
-/* A descriptor for reading, or -1 and an errno. */
-int open_proc_file(pid_t number, const char *name);
+/* Opened as the flags say; a descriptor, or -1 and an errno. */
+int open_proc_file(pid_t number, const char *name, int flags);
 
 /* /proc/PID/status: the main thread, and the dispositions of the process as a whole. */
 struct t_STATUS {

@@ -64,13 +64,13 @@ int32_t await_ready(ka_host *host, int64_t deadline)
 
 /* ---- Tables ---------------------------------------------------------------------------------------------------- */
 
-/* Of the file only when the system guards the memory of processes: what the module computes as it starts is missing
+/* Of the file only when the system guards the memory of processes: what is filled as the module starts is missing
    there, and a table without any function is most likely one of that kind. */
 static ka_tables *read_from_file(const ka_host *host)
 {
     char ignored[8];
     ka_tables *tables = ka_read_tables(host->module, ignored, sizeof ignored);
-    if (tables && tables->function_count > 0) return tables;
+    if (tables && tables->function_count > 0 && !tables->filled_at_start) return tables;
     ka_free_tables(tables);
     return nullptr;
 }

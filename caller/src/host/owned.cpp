@@ -79,7 +79,7 @@ void disown_lost(ka_host *host)
 
 static void open_view(ka_host *host, t_OWNED which, pid_t number)
 {
-    *number_of(host, which) = open_proc_file(number, which == OWNED_STATUS ? "status" : "syscall");
+    *number_of(host, which) = open_proc_file(number, which == OWNED_STATUS ? "status" : "syscall", O_RDONLY);
     note_owned(host, which);
 }
 

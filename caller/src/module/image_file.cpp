@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
- * The image that a module's file would become, before it is relocated: as if it were loaded at the addresses that it
- * names. Program headers alone are used, for sections can be stripped. On 32-bit x86 what is to be relocated holds
- * its address in place, so pointers inside the file can be followed as they are. */
+ * The image that a module's file would become: as if it were loaded at the addresses that it names. Program headers
+ * alone are used, for sections can be stripped. Its pages are those of the file; what the loader would change in them
+ * is in relocations.cpp. */
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -20,28 +20,35 @@ static uint64_t page_of(uint64_t address)
     return address / PAGE_BYTES * PAGE_BYTES;
 }
 
-static bool touches(const Elf32_Phdr *header, uint64_t page)
+/* The last address is never exceeded. */
+static uint64_t end_of(uint64_t begin, uint64_t size)
 {
-    const uint64_t end = uint64_t{header->p_vaddr} + header->p_memsz;
+    return size <= UINT64_MAX - begin ? begin + size : UINT64_MAX;
+}
+
+static bool touches(const Elf64_Phdr *header, uint64_t page)
+{
+    const uint64_t end = end_of(header->p_vaddr, header->p_memsz);
     return header->p_type == PT_LOAD && page >= page_of(header->p_vaddr) && page < end;
 }
 
 /* The part of a page that the file holds. */
-static int read_held_part(const t_IMAGE *image, const Elf32_Phdr *header, uint64_t page, uint8_t *bytes)
+static int read_held_part(const t_IMAGE *image, const Elf64_Phdr *header, uint64_t page, uint8_t *bytes)
 {
-    const uint64_t end = uint64_t{header->p_vaddr} + header->p_filesz;
+    const uint64_t end = end_of(header->p_vaddr, header->p_filesz);
+    const uint64_t page_end = end_of(page, PAGE_BYTES);
     const uint64_t from = page > header->p_vaddr ? page : header->p_vaddr;
-    const uint64_t to = page + PAGE_BYTES < end ? page + PAGE_BYTES : end;
+    const uint64_t to = page_end < end ? page_end : end;
     if (from >= to) return 0;
-    const uint64_t offset = header->p_offset + (from - header->p_vaddr);
-    if (offset > INT32_MAX) return EFBIG;
+    const uint64_t offset = end_of(header->p_offset, from - header->p_vaddr);
+    if (offset > INT64_MAX) return EFBIG;
     const size_t wanted = static_cast<size_t>(to - from);
     const ssize_t length = pread(image->fd, bytes + (from - page), wanted, static_cast<off_t>(offset));
     if (length < 0) return errno;
     return static_cast<size_t>(length) == wanted ? 0 : ENODATA;
 }
 
-static int read_file_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes)
+static int read_file_page(const t_IMAGE *image, uint64_t address, uint8_t *bytes)
 {
     int error = EFAULT;
     memset(bytes, 0, PAGE_BYTES);
@@ -53,33 +60,16 @@ static int read_file_page(const t_IMAGE *image, uint32_t address, uint8_t *bytes
     return error;
 }
 
-bool is_filled_at_start(const t_IMAGE *image, uint32_t address, size_t size)
+bool is_filled_at_start(const t_IMAGE *image, uint64_t address, size_t size)
 {
-    if (image->fd == -1) return false;
+    if (image->pid != 0) return false;
     for (int32_t i = 0; i < image->program_header_count; i++) {
-        const Elf32_Phdr *header = &image->program_headers[i];
-        const uint64_t begin = uint64_t{header->p_vaddr} + header->p_filesz;
-        const uint64_t end = uint64_t{header->p_vaddr} + header->p_memsz;
-        const bool touched = begin < end && address < end && address + uint64_t{size} > begin;
+        const Elf64_Phdr *header = &image->program_headers[i];
+        const uint64_t begin = end_of(header->p_vaddr, header->p_filesz);
+        const uint64_t end = end_of(header->p_vaddr, header->p_memsz);
+        const bool touched = begin < end && address < end && end_of(address, size) > begin;
         if (header->p_type == PT_LOAD && touched) return true;
     }
-    return false;
-}
-
-static bool read_headers(t_IMAGE *image, char *why, size_t size)
-{
-    Elf32_Ehdr header;
-    const ssize_t length = pread(image->fd, &header, sizeof header, 0);
-    if (!check_elf_header(&header, length, why, size)) return false;
-    if (header.e_phentsize != sizeof(Elf32_Phdr) || header.e_phnum > PROGRAM_HEADERS_MAX) {
-        snprintf(why, size, "an ELF file with impossible program headers");
-        return false;
-    }
-    image->program_header_count = header.e_phnum;
-    const size_t wanted = header.e_phnum * sizeof(Elf32_Phdr);
-    const ssize_t read = pread(image->fd, image->program_headers, wanted, static_cast<off_t>(header.e_phoff));
-    if (read == static_cast<ssize_t>(wanted)) return true;
-    snprintf(why, size, "a cut off ELF file");
     return false;
 }
 
@@ -110,17 +100,30 @@ static int open_regular_file(const char *path, char *why, size_t size)
     return -1;
 }
 
+/* The descriptor is the image's. */
+static t_IMAGE *create_file_image(int fd, const t_MACHINE *machine, char *why, size_t size)
+{
+    t_IMAGE *image = create_image(read_file_page, machine, 0, fd);
+    if (image) return image;
+    snprintf(why, size, "no memory");
+    close(fd);
+    return nullptr;
+}
+
 t_IMAGE *open_file_image(const char *path, char *why, size_t size)
 {
+    t_ELF_HEADER header = {};
     const int fd = open_regular_file(path, why, size);
     if (fd == -1) return nullptr;
-    t_IMAGE *image = create_image(read_file_page, 0, fd);
-    if (!image) {
-        snprintf(why, size, "no memory");
+    if (!check_elf_header(&header, pread(fd, &header, sizeof header, 0), why, size)) {
         close(fd);
         return nullptr;
     }
-    if (read_headers(image, why, size) && find_program(image, why, size)) return image;
+    t_IMAGE *image = create_file_image(fd, find_machine(&header), why, size);
+    if (!image) return nullptr;
+    if (read_program_headers(fd, &header, image->program_headers, &image->program_header_count, why, size) &&
+        find_program(image, why, size) && read_relocations(image, why, size))
+        return image;
     close_image(image);
     return nullptr;
 }

@@ -23,19 +23,14 @@ enum {
 
 namespace {
 
-/* The records as a module holds them. */
-struct t_FUNCTION_WORDS {
-    uint32_t name;
-    int32_t arg_idx;
-    int32_t arg_cnt;
-    uint32_t user;
+/* What counts of a record: in the module, of its own word size, the name is a pointer. */
+struct t_RECORD {
+    uint64_t name;
+    bool is_named_elsewhere; /* of a file: the loader takes the name from a library */
+    int32_t numbers[2];
 };
-
-struct t_PROTOTYPE_WORDS {
-    uint32_t name;
-    int32_t type;
-    int32_t min_elcnt;
-};
+enum { ARG_IDX, ARG_CNT }; /* of a function; its record ends with one word more */
+enum { TYPE, MIN_ELCNT };  /* of a prototype */
 
 /* Memory that is handed out in parts, and freed as a whole. */
 struct t_PIECE {
@@ -117,17 +112,34 @@ namespace {
 struct t_READER {
     t_IMAGE *image;
     t_TABLES *tables;
-    uint32_t functions; /* addresses of the two tables */
-    uint32_t prototypes;
+    uint64_t functions; /* addresses of the two tables */
+    uint64_t prototypes;
     char *why;
     size_t why_size;
 };
 } // namespace
 
-static bool read_record(const t_READER *reader, uint32_t address, void *words, size_t size)
+static size_t prototype_bytes(const t_IMAGE *image)
 {
-    if (is_filled_at_start(reader->image, address, size)) reader->tables->shown.filled_at_start = 1;
-    return read_image(reader->image, address, words, size);
+    return word_bytes(image->machine) + sizeof t_RECORD::numbers;
+}
+
+static size_t function_bytes(const t_IMAGE *image)
+{
+    return prototype_bytes(image) + word_bytes(image->machine);
+}
+
+static bool read_record(const t_READER *reader, uint64_t address, size_t size, t_RECORD *record)
+{
+    t_IMAGE *image = reader->image;
+    char bytes[2 * sizeof(uint64_t) + sizeof record->numbers];
+    address = wrapped(image, address);
+    if (is_filled_at_start(image, address, size)) reader->tables->shown.filled_at_start = 1;
+    if (!read_image(image, address, bytes, size)) return false;
+    memcpy(record->numbers, bytes + word_bytes(image->machine), sizeof record->numbers);
+    record->is_named_elsewhere = !relocate(image, address, word_in(image->machine, bytes), &record->name);
+    if (record->is_named_elsewhere) reader->tables->shown.filled_at_start = 1;
+    return true;
 }
 
 static const char *keep_text(t_TABLES *tables, const char *text, int32_t length)
@@ -138,35 +150,39 @@ static const char *keep_text(t_TABLES *tables, const char *text, int32_t length)
 }
 
 /* The host only prints it, so an unreadable name counts as empty. */
-static const char *read_prototype_name(const t_READER *reader, uint32_t address)
+static const char *read_prototype_name(const t_READER *reader, const t_RECORD *record)
 {
     char text[NAME_BYTES_MAX];
-    const int32_t length = address == 0 ? 0 : read_image_text(reader->image, address, text, sizeof text);
+    if (record->name == 0 || record->is_named_elsewhere) return "";
+    const int32_t length = read_image_text(reader->image, record->name, text, sizeof text);
     return length > 0 ? keep_text(reader->tables, text, length) : "";
 }
 
 /* The host would die of a prototype that lies nowhere; its kind is one that no call gets past. */
-static bool read_prototype(const t_READER *reader, uint32_t address, ka_prototype *prototype)
+static bool read_prototype(const t_READER *reader, uint64_t address, ka_prototype *prototype)
 {
-    t_PROTOTYPE_WORDS words = {0, KIND_UNREADABLE, 0};
-    if (!read_record(reader, address, &words, sizeof words)) words = {0, KIND_UNREADABLE, 0};
-    *prototype = {read_prototype_name(reader, words.name), words.type, words.min_elcnt};
+    t_RECORD record;
+    if (!read_record(reader, address, prototype_bytes(reader->image), &record))
+        record = {0, false, {KIND_UNREADABLE, 0}};
+    *prototype = {read_prototype_name(reader, &record), record.numbers[TYPE], record.numbers[MIN_ELCNT]};
     return prototype->name != nullptr;
 }
 
 /* One prototype is read even of a function with fewer than none: called without arguments, the host looks at it. */
-static bool read_prototypes(const t_READER *reader, const t_FUNCTION_WORDS *words, ka_function *function)
+static bool read_prototypes(const t_READER *reader, const t_RECORD *record, ka_function *function)
 {
-    int32_t count = words->arg_cnt < PROTOTYPES_READ ? words->arg_cnt : static_cast<int32_t>(PROTOTYPES_READ);
+    int32_t count = record->numbers[ARG_CNT];
+    if (count > PROTOTYPES_READ) count = PROTOTYPES_READ;
     function->prototype_count = count;
     if (count < 0) count = 1;
     if (count == 0) return true;
     const size_t size = static_cast<size_t>(count) * sizeof(ka_prototype);
     ka_prototype *prototypes = static_cast<ka_prototype *>(take(reader->tables, size));
     if (!prototypes) return false;
-    const uint32_t first = static_cast<uint32_t>(words->arg_idx);
+    const uint32_t first = static_cast<uint32_t>(record->numbers[ARG_IDX]);
     for (uint32_t i = 0; i < static_cast<uint32_t>(count); i++) {
-        const uint32_t at = reader->prototypes + (first + i) * static_cast<uint32_t>(sizeof(t_PROTOTYPE_WORDS));
+        const int64_t index = static_cast<int32_t>(first + i);
+        const uint64_t at = reader->prototypes + static_cast<uint64_t>(index) * prototype_bytes(reader->image);
         if (!read_prototype(reader, at, &prototypes[i])) return false;
     }
     function->prototypes = prototypes;
@@ -174,11 +190,12 @@ static bool read_prototypes(const t_READER *reader, const t_FUNCTION_WORDS *word
 }
 
 /* The host reads every name up to the one that it looks for, so all of them must be there. */
-static bool read_function_name(const t_READER *reader, uint32_t address, ka_function *function)
+static bool read_function_name(const t_READER *reader, const t_RECORD *record, ka_function *function)
 {
-    char text[NAME_BYTES_MAX];
+    char text[NAME_BYTES_MAX] = "";
     const int32_t number = reader->tables->shown.function_count;
-    const int32_t length = read_image_text(reader->image, address, text, sizeof text);
+    const int32_t length =
+        record->is_named_elsewhere ? 0 : read_image_text(reader->image, record->name, text, sizeof text);
     if (length == TEXT_UNREADABLE)
         snprintf(reader->why, reader->why_size, "function %d has a name outside the module", number);
     else if (length == TEXT_TOO_LONG)
@@ -189,7 +206,7 @@ static bool read_function_name(const t_READER *reader, uint32_t address, ka_func
     return function->name || refuse(reader->why, reader->why_size, "no memory");
 }
 
-static bool keep_function(const t_READER *reader, const t_FUNCTION_WORDS *words)
+static bool keep_function(const t_READER *reader, const t_RECORD *record)
 {
     t_TABLES *tables = reader->tables;
     if (tables->shown.function_count == FUNCTIONS_MAX)
@@ -197,8 +214,8 @@ static bool keep_function(const t_READER *reader, const t_FUNCTION_WORDS *words)
     if (tables->bytes > TABLE_BYTES_MAX)
         return refuse(reader->why, reader->why_size, "the tables take more than 64 MiB");
     ka_function function = {};
-    if (!read_function_name(reader, words->name, &function)) return false;
-    if (!read_prototypes(reader, words, &function) || !make_room(tables))
+    if (!read_function_name(reader, record, &function)) return false;
+    if (!read_prototypes(reader, record, &function) || !make_room(tables))
         return refuse(reader->why, reader->why_size, "no memory");
     tables->functions[tables->shown.function_count++] = function;
     return true;
@@ -206,12 +223,13 @@ static bool keep_function(const t_READER *reader, const t_FUNCTION_WORDS *words)
 
 static bool read_functions(const t_READER *reader)
 {
-    for (uint32_t at = reader->functions;; at += static_cast<uint32_t>(sizeof(t_FUNCTION_WORDS))) {
-        t_FUNCTION_WORDS words;
-        if (!read_record(reader, at, &words, sizeof words))
+    const size_t size = function_bytes(reader->image);
+    for (uint64_t at = reader->functions;; at += size) {
+        t_RECORD record;
+        if (!read_record(reader, at, size, &record))
             return refuse(reader->why, reader->why_size, "KaFuncList runs out of the module");
-        if (words.name == 0) return true;
-        if (!keep_function(reader, &words)) return false;
+        if (record.name == 0 && !record.is_named_elsewhere) return true;
+        if (!keep_function(reader, &record)) return false;
     }
 }
 

@@ -4,7 +4,6 @@
  * mentions it, the loader has moved it from the library into the program, so that one is the one in use. */
 #include <errno.h>
 #include <stdio.h>
-#include <sys/uio.h>
 
 #include "base/thread.h"
 #include "image.h"
@@ -17,9 +16,9 @@ static int32_t refuse(int32_t error_class, char *why, size_t size, pid_t pid, co
 }
 
 /* A library that is linked into something else, too, has the variable; a host has the tables besides. */
-static int32_t find_level(t_IMAGE *image, uint32_t *address, char *why, size_t size)
+static int32_t find_level(t_IMAGE *image, uint64_t *address, char *why, size_t size)
 {
-    uint32_t functions = 0;
+    uint64_t functions = 0;
     if (!find_symbol(image, "dll_debug", address))
         return refuse(KA_ARGUMENT, why, size, image->pid, "is not a host: it has no dll_debug");
     if (!find_symbol(image, "KaFuncList", &functions))
@@ -27,24 +26,15 @@ static int32_t find_level(t_IMAGE *image, uint32_t *address, char *why, size_t s
     return KA_DONE;
 }
 
-static bool write_word(pid_t pid, uint32_t address, int32_t value)
-{
-    const struct iovec from = {&value, sizeof value};
-    const struct iovec to = {reinterpret_cast<void *>(static_cast<uintptr_t>(address)), sizeof value};
-    return process_vm_writev(pid, &from, 1, &to, 1, 0) == static_cast<ssize_t>(sizeof value);
-}
-
 static int32_t access_level(t_IMAGE *image, const int32_t *level, int32_t *old, char *why, size_t size)
 {
-    uint32_t address = 0;
+    uint64_t address = 0;
     if (find_level(image, &address, why, size) != KA_DONE) return KA_ARGUMENT;
     if (old && !read_image(image, address, old, sizeof *old))
         return refuse(KA_SYSTEM, why, size, image->pid, "does not let its dll_debug be read");
-    if (level && !write_word(image->pid, address, *level)) {
-        const bool ended = errno == ESRCH;
-        return refuse(ended ? KA_ARGUMENT : KA_SYSTEM, why, size, image->pid,
-                      ended ? "has ended" : "does not let its dll_debug be written");
-    }
+    const int error = level ? write_image(image, address, level, sizeof *level) : 0;
+    if (error == ESRCH) return refuse(KA_ARGUMENT, why, size, image->pid, "has ended");
+    if (error != 0) return refuse(KA_SYSTEM, why, size, image->pid, "does not let its dll_debug be written");
     return KA_DONE;
 }
 

@@ -76,11 +76,12 @@ static int32_t fail_exec(ka_host *host, int error)
 {
     char loader[128];
     const char *module = host->module;
-    if (error == ENOENT && read_loader(module, loader, sizeof loader))
-        fail(host, KA_START, "cannot start %.300s: its loader %s is missing (the 32-bit C library is not installed)",
-             module, loader);
-    else if (error == ENOEXEC)
-        fail(host, KA_START, "cannot start %.300s: this system does not run 32-bit programs", module);
+    const int32_t bits = read_loader(module, loader, sizeof loader);
+    if (error == ENOENT && loader[0] != '\0')
+        fail(host, KA_START, "cannot start %.300s: its loader %s is missing (the %d-bit C library is not installed)",
+             module, loader, bits);
+    else if (error == ENOEXEC && bits != 0)
+        fail(host, KA_START, "cannot start %.300s: this system does not run %d-bit programs", module, bits);
     else
         fail(host, KA_START, "cannot start %.300s: %s", module, errno_text(error));
     host->error.sys_errno = error;

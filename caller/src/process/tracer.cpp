@@ -7,6 +7,7 @@
 #include "tracer.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -83,7 +84,8 @@ static bool will_end(const t_INSPECTION *inspection, int signal)
 {
     t_STATUS status;
     if (signal == SIGUSR2 || !ends_by_default(signal)) return false;
-    const int status_fd = open_proc_file(inspection->number, "status"); /* the program could close one that is kept */
+    /* The program could close one that is kept. */
+    const int status_fd = open_proc_file(inspection->number, "status", O_RDONLY);
     const bool known = status_fd != -1 && read_status(status_fd, &status);
     if (status_fd != -1) close(status_fd);
     return known && ((status.caught | status.ignored) & signal_bit(signal)) == 0;

@@ -1,4 +1,4 @@
 /* SPDX-License-Identifier: MIT
  *
- * The program that belongs to apart.c. */
+ * The program that belongs to apart_library.c. */
 typedef int apart_program;

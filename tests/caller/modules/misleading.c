@@ -5,6 +5,7 @@
 #define _GNU_SOURCE
 #include <elf.h>
 #include <fcntl.h>
+#include <link.h>
 #include <linux/prctl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -43,7 +44,8 @@ static void read_places(unsigned long long fields[53])
         fields[i] = strtoull(at, &at, 10);
 }
 
-/* As a 64-bit kernel reads it: code, data, heap, stack, arguments and environment, and where the new values are. */
+/* As a 64-bit kernel reads it of programs of both word sizes: code, data, heap, stack, arguments and environment, and
+ * where the new values are. */
 struct t_MAP {
     uint64_t places[12];
     uint32_t size;
@@ -53,7 +55,7 @@ struct t_MAP {
 void dll_setup(void)
 {
     const char *wish = getenv("KA_TEST_HEADERS");
-    Elf32_auxv_t entries[64];
+    ElfW(auxv_t) entries[64];
     unsigned long long fields[53] = {0};
     if (!wish) return;
     const long size = read_all("/proc/self/auxv", entries, sizeof entries);

@@ -41,18 +41,19 @@ constexpr Explanation rows[] = {
      "the program gave the library something impossible; the text says what", "mend the program"},
     {error, KA_CANCELLED, "KA_CANCELLED", "was cancelled", "the program's cancel descriptor ended a start or a call",
      "an interruption, SIGINT or SIGTERM in the case of ka", "nothing to do; the host was ended"},
-    {error, NO_NUMBER, "", "its loader %s is missing (the 32-bit C library is not installed)",
-     "this machine lacks what every 32-bit program needs", "the 32-bit C library is not installed",
-     "on Debian: dpkg --add-architecture i386, apt-get update, apt-get install libc6:i386"},
-    {error, NO_NUMBER, "", "a 64-bit program, and modules are 32-bit programs", "the module was built for 64 bits",
-     "it was compiled without -m32", "build it with -m32"},
+    {error, NO_NUMBER, "", "its loader %s is missing (the %d-bit C library is not installed)",
+     "this machine lacks what every program of the module's word size needs",
+     "the C library of that word size is not installed",
+     "install it, for 32 bits on Debian: dpkg --add-architecture i386, apt-get update, apt-get install libc6:i386; "
+     "or build the module for the other word size"},
     {error, NO_NUMBER, "", "not executable", "the file may not be run", "its mode has no x bit for this user",
      "chmod +x"},
     {error, NO_NUMBER, "", "not an ELF file\na cut off ELF file\nan ELF file but not a program",
      "the file is not an executable", "a script, a text, a damaged copy or an object file was given",
      "give the path of the linked module"},
-    {error, NO_NUMBER, "", "this system does not run 32-bit programs", "the kernel refused the file's format",
-     "the kernel is built or started without 32-bit emulation", "enable IA32 emulation (ia32_emulation=1)"},
+    {error, NO_NUMBER, "", "this system does not run %d-bit programs", "the kernel refused the file's format",
+     "the kernel has 32 bits itself, or is built or started without 32-bit emulation",
+     "build the module for the other word size, or enable IA32 emulation (ia32_emulation=1)"},
     {error, NO_NUMBER, "",
      "%s before ka_begin\n"
      "%s before ka_call\n"
@@ -178,6 +179,8 @@ constexpr Explanation rows[] = {
      "ka check MODULE says where; ka list --start reads the tables of the running module"},
     {error, NO_NUMBER, "",
      "an ELF file with impossible program headers\n"
+     "a program with more than %d relocations\n"
+     "its relocations lie outside the file\n"
      "a program without dynamic symbols\n"
      "a program for another processor (ELF machine %d)\n"
      "no such file\n"
@@ -196,7 +199,7 @@ constexpr Explanation rows[] = {
      "cannot look into process %d: %s\n"
      "there is no process %d\n"
      "process %d has no program: it has ended, or belongs to the kernel\n"
-     "process %d is a 64-bit program, and hosts are 32-bit programs\n"
+     "process %d is %s\n"
      "process %d runs a program without dynamic symbols\n"
      "its trace level cannot be set: %s",
      "a process that was named as a host cannot be read or written",
