@@ -2,11 +2,13 @@
  *
  * The shared call block, through which caller and call host talk. It begins a System V shared memory segment that the
  * caller creates. After the header come the argument descriptors; each points at value data elsewhere in the segment.
- * Three layouts exist. The native one holds the pointers of the program that includes this header, so in a
- * 32-bit program it is layout 32; a 64-bit caller writes layout 32 or 64 through the records of those names.
+ * The block has layout 32 or 64, as the host's command line says; callers and hosts of either word size use both. The
+ * records of those names are the layouts. t_DLL_INFO and t_DLL_ARG hold pointers of the program that includes this
+ * header, and are no layout of the block: a 64-bit module may well be called with layout 32. Modules reach the block
+ * through ka/dll_host.h.
  *
- * All integers are little-endian. Addresses in the block are the caller's; the host translates them by their distance
- * from base. Values need not be aligned. */
+ * All integers are little-endian. Addresses in the block are the caller's; the host translates them by the low 32 bits
+ * of their distance from base, as a signed number. Values need not be aligned. */
 #ifndef KA_DLL_BLOCK_H
 #define KA_DLL_BLOCK_H
 
@@ -150,7 +152,8 @@ DLL_WIRE(t_DLL_INFO64, cbval,   40, 4);
 DLL_WIRE(t_DLL_INFO64, argc,    44, 4);
 DLL_WIRE(t_DLL_INFO64, args,    48, DLL_MAX_ARGC * sizeof(t_DLL_ARG64));
 
-/* The native layout is layout 32 in a 32-bit program and layout 64, but for the reserved word's name, in a 64-bit one. */
+/* The records with pointers lie as layout 32 does in a 32-bit program, and as layout 64, but for the reserved word's
+   name, in a 64-bit one. */
 #if UINTPTR_MAX == 0xffffffffu
 #define DLL_NATIVE_INFO t_DLL_INFO32
 #define DLL_NATIVE_ARG t_DLL_ARG32

@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
  * The definitions of a function module: an executable without main, linked with -lkahost, that defines KaFuncList,
- * KaArgList and KaCall, and may define dll_setup and dll_cleanup. */
+ * KaArgList and KaCall, and may define dll_setup and dll_cleanup. It is a program of 32 or of 64 bits, from the same
+ * source; callers see no difference. */
 #ifndef KA_DLL_MODULE_H
 #define KA_DLL_MODULE_H
 
