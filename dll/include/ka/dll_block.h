@@ -7,8 +7,8 @@
  * header, and are no layout of the block: a 64-bit module may well be called with layout 32. Modules reach the block
  * through ka/dll_host.h.
  *
- * All integers are little-endian. Addresses in the block are the caller's; the host translates them by the low 32 bits
- * of their distance from base, as a signed number. Values need not be aligned. */
+ * All integers are little-endian. Addresses in the block are the caller's; the host translates them by the low 32
+ * bits of their distance from base, as a signed number. Values need not be aligned. */
 #ifndef KA_DLL_BLOCK_H
 #define KA_DLL_BLOCK_H
 
