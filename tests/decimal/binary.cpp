@@ -148,6 +148,15 @@ TEST(Dectodbl, is_computed_in_extended_precision_and_rounded_once)
     EXPECT_GT(differ, 10);
 }
 
+TEST(Dectodbl, is_not_always_the_nearest_double)
+{
+    const t_DECIMAL x = record(-3, DEC_POSITIVE, {5, 21});
+    double result = 0;
+    EXPECT_EQ(dectodbl(&x, &result), DEC_OK);
+    EXPECT_EQ(show(result), "5.2099999999999997e-08"); // nearest is 5.21e-08, the double after it
+    EXPECT_EQ(show(std::nextafter(result, 1.0)), "5.21e-08");
+}
+
 TEST(Dectoflt, value_beyond_the_floats_is_infinite)
 {
     const t_DECIMAL x = record(63, DEC_NEGATIVE, {1});

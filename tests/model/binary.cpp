@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "model/floating.h"
+
 namespace model {
 
 static constexpr int exponent_bias = 192;
@@ -103,53 +105,15 @@ Outcome from_decimals(std::string_view digits, int decpt, bool negative)
 
 Outcome from_double(double value, int ndigit)
 {
-    int decpt = 0;
-    int sign = 0;
-    const std::string digits = ecvt(value, ndigit, &decpt, &sign);
-    return from_decimals(std::string_view(digits).substr(0, static_cast<size_t>(ndigit)), decpt, sign != 0);
+    const Decimals decimals = decimals_of(std::fabs(value), ndigit);
+    return from_decimals(decimals.text, decimals.point, std::signbit(value));
 }
-
-// m * 2^e, exact.
-struct Binary {
-    Int m;
-    int e;
-};
-
-static Binary rounded(Binary x, int bits)
-{
-    if (x.m == 0) return x;
-    const int surplus = static_cast<int>(msb(x.m)) + 1 - bits;
-    if (surplus <= 0) return x;
-    const Int kept = x.m >> surplus;
-    const Int half = Int(1) << (surplus - 1);
-    const Int rest = x.m - (kept << surplus);
-    const bool up = rest > half || (rest == half && bit_test(kept, 0));
-    return {up ? Int(kept + 1) : kept, x.e + surplus};
-}
-
-static constexpr int extended_bits = 64;
 
 static Binary plus(const Binary &x, int digit)
 {
     if (x.m == 0) return {digit, 0};
     const int e = std::min(x.e, 0);
     return rounded({(x.m << (x.e - e)) + (Int(digit) << -e), e}, extended_bits);
-}
-
-static Binary times_base(const Binary &x)
-{
-    return rounded({x.m * base, x.e}, extended_bits);
-}
-
-static Binary over_base(const Binary &x)
-{
-    if (x.m == 0) return x;
-    // Far more bits than are kept, and one that represents any remainder.
-    const int extra = 2 * extended_bits;
-    const Int wide = x.m << extra;
-    const Int quotient = wide / base;
-    const int sticky = wide % base != 0 ? 1 : 0;
-    return rounded({(quotient << 1) + sticky, x.e - extra - 1}, extended_bits);
 }
 
 double nearest_double(const Int &m, int exponent10)
@@ -170,13 +134,14 @@ double nearest_double(const Int &m, int exponent10)
 
 double to_double(const t_DECIMAL &x, int digits)
 {
+    const Binary hundred = {base, 0};
     Binary sum = {0, 0};
     for (int i = std::min<int>(digits, x.dec_ndgts) - 1; i >= 0; i--)
-        sum = over_base(plus(sum, x.dec_dgts[i]));
+        sum = over(plus(sum, x.dec_dgts[i]), hundred);
     for (int i = 0; i < x.dec_exp; i++)
-        sum = times_base(sum);
+        sum = times(sum, hundred);
     for (int i = 0; i > x.dec_exp; i--)
-        sum = over_base(sum);
+        sum = over(sum, hundred);
     const Binary stored = rounded(sum, 53);
     const double magnitude = std::ldexp(static_cast<double>(stored.m), stored.e);
     return is_negative(x) ? -magnitude : magnitude;

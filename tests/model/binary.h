@@ -23,8 +23,7 @@ std::optional<int32_t> to_int32(const t_DECIMAL &x);
 // The record of 0.ddd... * 10^decpt, clamped.
 Outcome from_decimals(std::string_view digits, int decpt, bool negative);
 
-// The C library's ecvt of the value: its first ndigit characters, so that the extra character it
-// sometimes gives does not count. The test's own word size decides. The value must be finite.
+// From the decimals that ecvt gives in 32-bit programs (model/floating.h). The value must be finite.
 Outcome from_double(double value, int ndigit);
 
 // The double nearest to m * 10^exponent10, m not negative; normal doubles only. The libraries' own conversions are no

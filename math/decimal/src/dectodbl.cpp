@@ -1,25 +1,27 @@
 /* SPDX-License-Identifier: MIT
  *
- * Records to floating point. Everything is computed in the processor's 80-bit format, the same in 32-bit and 64-bit
- * programs, and rounded once, to double. */
+ * Records to floating point. Everything is computed in 64 significant bits, the same on every machine, and rounded
+ * once, to double. */
 #include "dec_int.h"
+#include "extended.h"
 
 static constexpr int double_digits = 15; /* all that a record has */
 static constexpr int float_digits = 6;
-static constexpr long double base = DEC_BASE;
 
+/* KEPT: every step rounds to 64 bits, so the result is not always the double nearest to the value: 5.21e-8 becomes
+   5.2099999999999997e-8; 5.2100000000000003e-8 would be nearest. Test: Dectodbl.is_not_always_the_nearest_double. */
 int dectoreal(const t_DECIMAL *value, double *result, int ndigit)
 {
-    long double x = 0;
+    constexpr t_EXTENDED base = ext_from(DEC_BASE);
+    t_EXTENDED x = ext_from(0);
     for (int i = (ndigit < dec_count(value) ? ndigit : dec_count(value)) - 1; i >= 0; i--)
-        x = (x + value->dec_dgts[i]) / base;
-    if (dec_isnegative(value)) x = -x;
+        x = ext_div(ext_add(x, ext_from(value->dec_dgts[i])), base);
     /* One step at a time: the result depends on the rounding of each. */
     for (int i = 0; i < value->dec_exp; i++)
-        x *= base;
+        x = ext_mul(x, base);
     for (int i = 0; i > value->dec_exp; i--)
-        x /= base;
-    *result = static_cast<double>(x);
+        x = ext_div(x, base);
+    *result = dec_isnegative(value) ? -ext_to_double(x) : ext_to_double(x);
     return DEC_OK;
 }
 

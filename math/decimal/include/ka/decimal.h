@@ -9,8 +9,8 @@
  *  - Zero has no digits. The library's own zero is dec_exp 0, dec_pos 1; a zero with dec_pos 0 can come from text.
  *  - Null (no value) is dec_pos 255, and only dec_pos decides.
  *  - A result record may be the same object as an operand. No operation allocates, none keeps state except the digit
- *    strings: dececvt, decfcvt and decefcvt share one static buffer, which dectoasc uses too, and deccvdbl and
- *    deccvflt use that of the C library's ecvt. Pointers must not be null.
+ *    strings: dececvt, decfcvt and decefcvt share one static buffer, which dectoasc uses too, and in 32-bit programs
+ *    deccvdbl and deccvflt use that of the C library's ecvt. Pointers must not be null.
  *  - Rounding is half away from zero, truncation is toward zero.
  *  - Error bounds are in units of a result's eighth digit: one is at most 1e-14 of the result.
  *    They hold for operands whose first digit is not 0. Zero digits at the end never matter; zero digits in front
@@ -170,13 +170,14 @@ KA_API int deccvint32(int32_t value, t_DECIMAL *result);
 KA_API int dectoint16(const t_DECIMAL *value, int16_t *result);
 KA_API int dectoint32(const t_DECIMAL *value, int32_t *result);
 
-/* Floating point to record, from the 15 (double) or 6 (float) decimals that the C library's ecvt gives. Infinity and
-   NaN give DEC_OVERFLOW and null. Returns DEC_OK, DEC_OVERFLOW or DEC_UNDERFLOW; the exponent is then clamped. */
+/* Floating point to record, everywhere from the 15 (double) or 6 (float) decimals that the C library's ecvt gives in
+   32-bit programs. Infinity and NaN give DEC_OVERFLOW and null. Returns DEC_OK, DEC_OVERFLOW or DEC_UNDERFLOW; the
+   exponent is then clamped. */
 KA_API int deccvdbl(double value, t_DECIMAL *result);
 KA_API int deccvflt(float value, t_DECIMAL *result);
 
-/* Record to floating point, computed in extended precision and rounded once; the float uses the first 6 digits and is
-   narrowed from the double. Null counts as positive. Returns DEC_OK. */
+/* Record to floating point, everywhere computed step by step in 64 significant bits, and rounded to double at the
+   end; the float uses the first 6 digits and is narrowed from the double. Null counts as positive. Returns DEC_OK. */
 KA_API int dectodbl(const t_DECIMAL *value, double *result);
 KA_API int dectoflt(const t_DECIMAL *value, float *result);
 
