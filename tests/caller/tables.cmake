@@ -51,10 +51,28 @@ foreach(bits IN LISTS KA_WORLDS)
   target_link_libraries(caller_module_named_${bits} PRIVATE ${start})
 endforeach()
 
+# All libraries in the program; the sanitizers' are there as shared ones only.
+if(NOT KA_SANITIZE)
+  foreach(bits IN LISTS KA_WORLDS)
+    set(target caller_module_static_pie_${bits})
+    add_executable(${target} modules/tasks.c)
+    ka_world(${target} ${bits})
+    foreach(part IN ITEMS host real decimal)
+      target_sources(${target} PRIVATE $<TARGET_OBJECTS:${part}_${bits}>)
+      target_include_directories(${target} PRIVATE $<TARGET_PROPERTY:${part}_${bits},INTERFACE_INCLUDE_DIRECTORIES>)
+    endforeach()
+    target_link_options(${target} PRIVATE -static-pie)
+    set_target_properties(${target} PROPERTIES OUTPUT_NAME caller_module_static_pie RUNTIME_OUTPUT_DIRECTORY ${CALLER_MODULE_DIR}/${bits}
+                                               LINKER_LANGUAGE C)
+  endforeach()
+  list(APPEND table_modules caller_module_static_pie)
+  set(static_pie static_pie.cpp)
+endif()
+
 foreach(bits IN LISTS KA_WORLDS)
   ka_test(
     caller_tables ${bits} CALLS_MODULES
-    SOURCES broken_files.cpp descriptors.cpp elf_program.cpp equivalence.cpp guarded.cpp hosts.cpp refusals.cpp relocations.cpp tables.cpp trace.cpp
+    SOURCES broken_files.cpp descriptors.cpp elf_program.cpp equivalence.cpp guarded.cpp hosts.cpp refusals.cpp relocations.cpp tables.cpp trace.cpp ${static_pie}
     LIBS kacall_static_${bits}
     LABELS caller)
   target_compile_definitions(caller_tables_${bits} PRIVATE CALLER_BUILD="${CMAKE_BINARY_DIR}")
