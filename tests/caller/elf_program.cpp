@@ -144,7 +144,7 @@ void ElfProgram::write_headers(unsigned char elf_class, uint16_t machine, uint64
     };
     const uint64_t whole = bytes_.size();
     set(headers[0], PT_LOAD, origin, is_loaded_in_part_ ? file_bytes_ : whole,
-        is_loaded_in_part_ ? memory_bytes_ : whole);
+        is_loaded_in_part_ ? memory_bytes_ : whole + added_memory_);
     set(headers[1], PT_DYNAMIC, dynamic, dynamic_bytes, dynamic_bytes);
     std::memcpy(bytes_.data(), &header, sizeof header);
     std::memcpy(bytes_.data() + sizeof header, headers, sizeof headers);

@@ -37,6 +37,9 @@ public:
     // How much of the file is loaded; all of it unless this says something else.
     void load(uint64_t file_bytes, uint64_t memory_bytes);
 
+    // So much memory follows the file's bytes.
+    void add_memory(uint64_t bytes) { added_memory_ = bytes; }
+
     // The file, with the tables at these addresses, and the hash table of the test's making or a sound one.
     std::string file(uint64_t functions, uint64_t prototypes, const std::vector<uint32_t> &hash = {1, 3, 1, 0, 2, 0});
 
@@ -70,6 +73,7 @@ private:
     bool is_loaded_in_part_ = false;
     uint64_t file_bytes_ = 0;
     uint64_t memory_bytes_ = 0;
+    uint64_t added_memory_ = 0;
 };
 
 #endif

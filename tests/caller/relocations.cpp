@@ -166,20 +166,29 @@ TEST(Relocations, by_the_hundred_thousand_are_read_to_an_end)
     }
 }
 
-// Every record asks for another page of symbols: the image has so many pages, and no more are read.
+// Memory costs a file nothing, but to read it would cost as much as to read a large one.
+TEST(Relocations, in_memory_that_the_file_does_not_fill_are_told)
+{
+    Program program;
+    program.add_memory(uint64_t{1} << 30);
+    set_table(program, 0x01000000, 30 << 20);
+    EXPECT_EQ(program.names(), "its relocations lie outside the file");
+}
+
+// Each asks for another page of symbols; so many pages are read, and no more.
 TEST(Relocations, by_symbols_anywhere_are_read_to_an_end)
 {
     std::mt19937 random(20262);
     Program program;
+    program.add_memory(uint64_t{1} << 30);
     const uint64_t list = program.function(0, 0, 0);
-    for (int i = 0; i < 100000; i++)
+    for (int i = 1; i < 100000; i++)
         program.function(0, 0, 0);
-    for (uint64_t i = 0; i < 100000; i++)
-        program.relocate(list + i * program.function_bytes(), Program::OF_SYMBOL,
-                         static_cast<uint32_t>(random() & 0xffffff), 0);
-    program.load(uint64_t{1} << 31, uint64_t{1} << 31);
-    const std::string file = program.file(list, origin);
-    EXPECT_NE(names_in_file(file), "");
+    for (uint64_t i = 0; i < 100000; i++) {
+        const auto number = static_cast<uint32_t>(random() & 0xffffff);
+        program.relocate(list + i * program.function_bytes(), Program::OF_SYMBOL, number, 0);
+    }
+    EXPECT_EQ(names_in_file(program.file(list, origin)), "KaFuncList runs out of the module");
 }
 
 // ---- Modules ---------------------------------------------------------------------------------------------------

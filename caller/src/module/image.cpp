@@ -96,3 +96,16 @@ int32_t read_image_text(t_IMAGE *image, uint64_t address, char *buffer, int32_t 
     }
     return TEXT_TOO_LONG;
 }
+
+bool is_filled_at_start(const t_IMAGE *image, uint64_t address, size_t size)
+{
+    if (image->pid != 0) return false;
+    for (int32_t i = 0; i < image->program_header_count; i++) {
+        const Elf64_Phdr *header = &image->program_headers[i];
+        const uint64_t begin = end_of(header->p_vaddr, header->p_filesz);
+        const uint64_t end = end_of(header->p_vaddr, header->p_memsz);
+        const bool touched = begin < end && address < end && end_of(address, size) > begin;
+        if (header->p_type == PT_LOAD && touched) return true;
+    }
+    return false;
+}

@@ -85,12 +85,18 @@ bool read_words(t_IMAGE *image, uint64_t address, uint64_t *words, int32_t count
 /* An address of the program, whose sums wrap at its word size. */
 uint64_t wrapped(const t_IMAGE *image, uint64_t address);
 
+/* Where so many bytes end; the last address is never exceeded. */
+inline uint64_t end_of(uint64_t begin, uint64_t size)
+{
+    return size <= UINT64_MAX - begin ? begin + size : UINT64_MAX;
+}
+
+/* Of a file: is some of it memory that the file does not fill? The module may, as it starts. */
+bool is_filled_at_start(const t_IMAGE *image, uint64_t address, size_t size);
+
 /* Copies a zero-terminated text; its length, or why there is none. */
 enum { TEXT_UNREADABLE = -1, TEXT_TOO_LONG = -2 };
 int32_t read_image_text(t_IMAGE *image, uint64_t address, char *buffer, int32_t size);
-
-/* image_file.cpp: of a file, is some of it memory that the file does not fill? The module may, as it starts. */
-bool is_filled_at_start(const t_IMAGE *image, uint64_t address, size_t size);
 
 /* image_process.cpp: writes into the memory of a process. 0 or an errno. */
 int write_image(const t_IMAGE *image, uint64_t address, const void *bytes, size_t size);

@@ -20,12 +20,6 @@ static uint64_t page_of(uint64_t address)
     return address / PAGE_BYTES * PAGE_BYTES;
 }
 
-/* The last address is never exceeded. */
-static uint64_t end_of(uint64_t begin, uint64_t size)
-{
-    return size <= UINT64_MAX - begin ? begin + size : UINT64_MAX;
-}
-
 static bool touches(const Elf64_Phdr *header, uint64_t page)
 {
     const uint64_t end = end_of(header->p_vaddr, header->p_memsz);
@@ -58,19 +52,6 @@ static int read_file_page(const t_IMAGE *image, uint64_t address, uint8_t *bytes
         if (error != 0) return error;
     }
     return error;
-}
-
-bool is_filled_at_start(const t_IMAGE *image, uint64_t address, size_t size)
-{
-    if (image->pid != 0) return false;
-    for (int32_t i = 0; i < image->program_header_count; i++) {
-        const Elf64_Phdr *header = &image->program_headers[i];
-        const uint64_t begin = end_of(header->p_vaddr, header->p_filesz);
-        const uint64_t end = end_of(header->p_vaddr, header->p_memsz);
-        const bool touched = begin < end && address < end && end_of(address, size) > begin;
-        if (header->p_type == PT_LOAD && touched) return true;
-    }
-    return false;
 }
 
 static bool find_program(t_IMAGE *image, char *why, size_t size)

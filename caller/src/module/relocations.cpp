@@ -103,6 +103,8 @@ static bool keep(t_RELOCATIONS *relocations, uint64_t place, uint32_t number)
     return true;
 }
 
+static constexpr char outside[] = "its relocations lie outside the file";
+
 /* Why the table cannot be read, or null. */
 static const char *read_table(t_IMAGE *image, uint32_t count)
 {
@@ -110,13 +112,14 @@ static const char *read_table(t_IMAGE *image, uint32_t count)
     const t_MACHINE *machine = image->machine;
     for (uint32_t number = 0; number < count; number++) {
         uint64_t record[RECORD_WORDS];
-        if (!read_record(image, number, record)) return "its relocations lie outside the file";
+        if (!read_record(image, number, record)) return outside;
         const bool in_place = !machine->has_addends && type_in(machine, record[RECORD_INFO]) == machine->relative;
         if (!in_place && !keep(relocations, record[RECORD_PLACE], number)) return "no memory";
     }
     return nullptr;
 }
 
+/* A table in memory that the file does not fill could cost a small file as much as the largest one. */
 bool read_relocations(t_IMAGE *image, char *why, size_t size)
 {
     t_RELOCATIONS *relocations = &image->relocations;
@@ -131,7 +134,8 @@ bool read_relocations(t_IMAGE *image, char *why, size_t size)
         snprintf(why, size, "a program with more than %d relocations", RELOCATIONS_MAX);
         return false;
     }
-    const char *reason = read_table(image, static_cast<uint32_t>(count));
+    const bool is_in_file = !is_filled_at_start(image, relocations->table, static_cast<size_t>(bytes));
+    const char *reason = is_in_file ? read_table(image, static_cast<uint32_t>(count)) : outside;
     if (reason) snprintf(why, size, "%s", reason);
     if (!reason) sort(relocations->list, relocations->count);
     return !reason;
