@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The ways to try bytes. Each returns an empty string if the library did what the model says, else a text for
-// people: what was run, what was expected, what came.
+// The ways to try bytes. Each returns an empty string if the library did what it should, else a text for people: what
+// was run, what was expected, what came.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +18,10 @@ std::string try_text(const Bytes &input);
 
 // A program of operations on eight registers.
 std::string try_program(const Bytes &input);
+
+// The file of a module, sound or not.
+std::string try_tables(const Bytes &input);
+bool has_tables(const Bytes &input);
 
 // Names of all operations of programs, and of those that the program carries out.
 std::set<std::string> all_operations();
