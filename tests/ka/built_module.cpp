@@ -22,9 +22,8 @@ BuiltModule::BuiltModule(const std::string &source, const std::string &flags)
     std::string folder = std::filesystem::temp_directory_path() / "ka_module.XXXXXX";
     EXPECT_NE(mkdtemp(folder.data()), nullptr);
     folder_ = folder;
-    const std::string host = flags.find("-DNO_HOST") != std::string::npos ? "" : " -lkahost";
-    build("module", frame + source,
-          "-L" KA_BUILD "/lib" + host + " -Wl,-rpath," KA_BUILD "/lib " KA_MODULE_FLAGS " " + flags);
+    const bool has_host = flags.find("-DNO_HOST") == std::string::npos;
+    build("module", frame + source, (has_host ? host_flags() : KA_MODULE_FLAGS " ") + flags);
 }
 
 BuiltModule::~BuiltModule()
@@ -37,7 +36,7 @@ void BuiltModule::build(const std::string &name, const std::string &source, cons
     const std::string file = folder_ + "/" + name;
     std::ofstream(file + ".c") << source << '\n';
     const std::string command =
-        KA_C_COMPILER " -m32 -w -I" KA_BUILD "/include -o " + file + " " + file + ".c " + flags;
+        KA_C_COMPILER + module_flag() + "-w -I" KA_BUILD "/include -o " + file + " " + file + ".c " + flags;
     EXPECT_EQ(std::system(command.c_str()), 0) << command;
 }
 

@@ -6,6 +6,16 @@
 
 #include <string>
 
+#include "module_bits.h"
+
+// Modules are built for the word size that the tests are run for. This links one with the call host; folders: where
+// it looks for libraries too, each after a colon.
+inline std::string host_flags(const std::string &folders = "")
+{
+    const std::string folder = library_folder(KA_BUILD);
+    return " -L" + folder + " -lkahost -Wl,-rpath," + folder + folders + " " KA_MODULE_FLAGS " ";
+}
+
 class BuiltModule {
 public:
     // source: what follows the includes. It defines the tables; KaCall is added unless the flags say -DOWN_KACALL.

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
 // ka check of tables that are wrong, each in one way.
+#include "elf/elf_file.h"
 #include "ka/built_module.h"
 #include "ka/command.h"
+#include "ka/elf_fields.h"
 
+#include <algorithm>
 #include <tuple>
 
 namespace {
@@ -21,6 +24,31 @@ std::string prototypes(int count, const std::string &kind, const std::string &la
 Outcome check(const BuiltModule &module)
 {
     return ka({"check", "--no-start", module.path()});
+}
+
+// Of a module, changes the relocation of the first function's name: it names a symbol then.
+template <typename Elf, typename Relocation>
+void name_by_symbol(const BuiltModule &module, int64_t table_tag, int64_t size_tag, const std::string &symbol)
+{
+    std::string why;
+    const ElfFile file = read_elf(module.path(), why).value();
+    const uint64_t place = find_defined(file, "KaFuncList")->value;
+    const auto is_it = [&](const ElfSymbol &each) { return each.name == symbol; };
+    const auto found = std::find_if(file.exported.begin(), file.exported.end(), is_it);
+    ASSERT_NE(found, file.exported.end());
+    const auto number = static_cast<typename Elf::Word>(found - file.exported.begin() + 1);
+    const uint64_t table = dynamic_value(file, table_tag);
+    for (uint64_t at = table; at < table + dynamic_value(file, size_tag); at += sizeof(Relocation)) {
+        Relocation relocation = record_at<Relocation>(file, at).value();
+        if (relocation.r_offset != place) continue;
+        relocation.r_info = number << (sizeof number == 8 ? 32 : 8) | file.machine->symbolic;
+        if constexpr (requires { relocation.r_addend; }) relocation.r_addend = 0;
+        const auto *bytes = reinterpret_cast<const char *>(&relocation);
+        module.put(offset_of(file, at).value(), {bytes, sizeof relocation});
+        module.put(offset_of(file, place).value(), std::string(sizeof number, '\0'));
+        return;
+    }
+    ADD_FAILURE() << "no such relocation";
 }
 
 } // namespace
@@ -110,9 +138,41 @@ TEST(KaCheckTables, are_read_from_a_file_without_sections)
 {
     const BuiltModule module("t_DLL_PROTO KaArgList[] = {{\"a\", 10, 0}};"
                              "t_DLL_FUNC KaFuncList[] = {{\"f\", 0, 1, 0}, {0, 0, 0, 0}};");
-    module.put(0x20, std::string(4, '\0')); // e_shoff
-    module.put(0x30, std::string(4, '\0')); // e_shnum, e_shstrndx
+    for (const auto &[offset, zeros] : no_sections())
+        module.put(offset, zeros);
     const Outcome outcome = check(module);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_NE(outcome.out.find("argument 1 (a) is of kind 10"), std::string::npos) << outcome.out;
+}
+
+// Of a library, or of the module itself: the dynamic linker fills them in.
+TEST(KaCheckTables, may_have_names_that_are_symbols)
+{
+    const std::string tables = "extern char far_name[]; t_DLL_PROTO KaArgList[] = {{far_name, 1, 0}};"
+                               "t_DLL_FUNC KaFuncList[] = {{far_name, 0, 1, 0}, {0, 0, 0, 0}};";
+    const BuiltModule module(sound_tables);
+    module.build("libname.so", "char far_name[] = \"f\";", "-shared -fPIC");
+    const std::string flags = " -L" + module.folder() + " -lname" + host_flags(":'$ORIGIN'");
+    for (const std::string way : {"", "-no-pie -fno-pie", "-fPIC -pie"})
+        for (const std::string use : {"0", "far_name[0] == 0"}) { // by its code too: then the linker copies it
+            module.build("user",
+                         "#include \"ka/dll_module.h\"\n" + tables + "int32_t KaCall(int32_t i, void **a) { return " +
+                             use + "; }",
+                         way + flags);
+            const std::string user = module.folder() + "/user";
+            EXPECT_EQ(ka({"check", user}).out, user + ": good\n") << way << ", " << use;
+        }
+}
+
+TEST(KaCheckTables, have_the_names_that_are_symbols_of_the_module)
+{
+    const BuiltModule module("char own_name[] = \"by_symbol\"; t_DLL_PROTO KaArgList[] = {{\"a\", 10, 0}};"
+                             "t_DLL_FUNC KaFuncList[] = {{\"f\", 0, 1, 0}, {0, 0, 0, 0}};",
+                             "-rdynamic");
+    if (module_bits() == 64)
+        name_by_symbol<Elf64, Elf64_Rela>(module, DT_RELA, DT_RELASZ, "own_name");
+    else
+        name_by_symbol<Elf32, Elf32_Rel>(module, DT_REL, DT_RELSZ, "own_name");
+    const Outcome outcome = ka({"check", module.path()});
+    EXPECT_NE(outcome.out.find(": by_symbol: argument 1 (a) is of kind 10"), std::string::npos) << outcome.out;
 }

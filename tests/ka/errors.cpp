@@ -77,7 +77,7 @@ TEST(KaExitStatus, is_4_when_the_module_cannot_start)
         {"/no/such/module", "no such file"},
         {"/tmp", "a directory"},
         {"/etc/passwd", "not executable"},
-        {no_loader, "its loader /nowhere/ld-linux.so.2 is missing (the 32-bit C library is not installed)"},
+        {no_loader, "its loader /nowhere/ld-linux.so.2 is missing (the " + std::to_string(module_bits()) + "-bit C library is not installed)"},
     };
     for (const auto &[module, why] : cases) {
         const Outcome outcome = ka({"call", module, "count_call"});

@@ -90,7 +90,7 @@ TEST(KaHostileNames, in_tables_that_are_wrong)
 TEST(KaHostileNames, of_the_loader_and_of_libraries)
 {
     const BuiltModule loader(sound_tables);
-    loader.replace("/lib/ld-linux.so.2", "/lib/\x1b[31m\xc2\x9b\x9b\x7f.\n2");
+    loader.replace("/ld-linux", "/\x1b[31m\xc2\x9b\n");
     expect_all_harmless(loader.path());
     const BuiltModule library(sound_tables);
     library.replace("libkahost.so.1", "libk\x1b[31m\xc2\x9b\x9b.1");
@@ -105,8 +105,7 @@ TEST(KaHostileNames, of_symbols_and_versions)
     module.build("user",
                  "#include \"ka/dll_module.h\"\nint undefined_function(void);\n" + sound_tables +
                      "int32_t KaCall(int32_t i, void **a) { return undefined_function(); }",
-                 "-L" + module.folder() +
-                     " -lstub -L" KA_BUILD "/lib -lkahost -Wl,-z,lazy -Wl,-rpath," KA_BUILD "/lib:'$ORIGIN'");
+                 "-L" + module.folder() + " -lstub -Wl,-z,lazy" + host_flags(":'$ORIGIN'"));
     module.take("user");
     module.replace("undefined_function", "undefined\x1b[31m\xc2\x9b\x9b\n");
     expect_harmless({"check", "--no-start", module.path()});

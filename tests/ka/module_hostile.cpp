@@ -32,14 +32,15 @@ Record record_at(const std::string &bytes, size_t offset)
 }
 
 // The ELF, program and section headers, and each section without code that has bytes in the file.
+template <typename Header, typename ProgramHeader, typename Section>
 std::vector<Part> parts_of(const std::string &module)
 {
-    const auto header = record_at<Elf32_Ehdr>(module, 0);
+    const auto header = record_at<Header>(module, 0);
     std::vector<Part> parts = {{0, sizeof header},
-                               {header.e_phoff, header.e_phnum * sizeof(Elf32_Phdr)},
-                               {header.e_shoff, header.e_shnum * sizeof(Elf32_Shdr)}};
+                               {header.e_phoff, header.e_phnum * sizeof(ProgramHeader)},
+                               {header.e_shoff, header.e_shnum * sizeof(Section)}};
     for (size_t i = 0; i < header.e_shnum; i++) {
-        const auto section = record_at<Elf32_Shdr>(module, header.e_shoff + i * sizeof(Elf32_Shdr));
+        const auto section = record_at<Section>(module, header.e_shoff + i * sizeof(Section));
         const bool is_code = (section.sh_flags & SHF_EXECINSTR) != 0;
         const bool is_mapped = (section.sh_flags & SHF_ALLOC) != 0;
         if (section.sh_type != SHT_NOBITS && is_mapped && !is_code)
@@ -134,7 +135,8 @@ TEST(KaModuleHostile, damaged_modules_are_read_to_an_end)
     const unsigned seed = seed_of_run();
     std::mt19937 random(seed);
     const std::string sound = read_file(tasks_module);
-    const std::vector<Part> parts = parts_of(sound);
+    const std::vector<Part> parts = module_bits() == 64 ? parts_of<Elf64_Ehdr, Elf64_Phdr, Elf64_Shdr>(sound)
+                                                        : parts_of<Elf32_Ehdr, Elf32_Phdr, Elf32_Shdr>(sound);
     const std::string path = module_folder(CALLER_MODULES) + "/damaged." + std::to_string(getpid());
     for (int round = 0; round < 200 && !HasFailure(); round++) {
         std::string module = sound;

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr const char *missing_32_bit = "install the 32-bit C library (Debian: libc6:i386 or libc6-i386)";
-
 bool check_file(const std::string &module, Findings &findings)
 {
     std::error_code error;
@@ -46,19 +44,30 @@ void check_loader(const ElfFile &program, Findings &findings)
         findings.push_back({Severity::fatal, "it names no loader: a shared library, not a program",
                             "link it as an executable, without -shared"});
     } else if (!std::filesystem::exists(program.loader, unreachable)) {
-        findings.push_back(
-            {Severity::fatal, "its loader " + printable(program.loader) + " is missing", missing_32_bit});
+        findings.push_back({Severity::fatal, "its loader " + printable(program.loader) + " is missing",
+                            "install the " + bits_text(*program.machine) +
+                                " C library (Debian: " + c_library_package(*program.machine) + ")"});
     }
 }
 
-void report_missing(const Libraries &libraries, Findings &findings)
+std::string remedy_of(const MissingLibrary &missing, const ElfMachine &machine)
+{
+    const std::string package = package_of(missing.library, machine);
+    if (!package.empty()) return "install it in its " + bits_text(machine) + " form (Debian: " + package + ")";
+    const std::string ways = " by -Wl,-rpath or LD_LIBRARY_PATH";
+    if (missing.is_of_other_size)
+        return "give the folder of its " + bits_text(machine) + " form" + ways + ", or build the module with " +
+               other_machine(machine).flag;
+    return "install its " + bits_text(machine) + " form, or give its folder" + ways;
+}
+
+void report_missing(const Libraries &libraries, const ElfMachine &machine, Findings &findings)
 {
     for (const MissingLibrary &each : libraries.missing) {
         std::string text =
             "the library " + printable(each.library) + " is missing, which " + printable(each.needed_by) + " needs";
         if (!each.met.empty()) text += " (" + printable(each.met) + ")";
-        findings.push_back(
-            {Severity::fatal, text, "install its 32-bit form, or give its folder by -Wl,-rpath or LD_LIBRARY_PATH"});
+        findings.push_back({Severity::fatal, text, remedy_of(each, machine)});
     }
 }
 
@@ -173,12 +182,12 @@ std::optional<ElfFile> check_program(const std::string &module, Findings &findin
     std::string why;
     auto program = read_elf(module, why);
     if (!program) {
-        findings.push_back({Severity::fatal, why, "modules are 32-bit x86 programs: build with -m32"});
+        findings.push_back({Severity::fatal, why, "build it with a compiler for this machine"});
         return std::nullopt;
     }
     check_loader(*program, findings);
     const Libraries libraries = find_libraries(*program);
-    report_missing(libraries, findings);
+    report_missing(libraries, *program->machine, findings);
     check_versions(*program, libraries, findings);
     for (const ElfFile &library : libraries.loaded)
         check_versions(library, libraries, findings);

@@ -5,14 +5,29 @@
 #include <map>
 
 #include "base/text.h"
+#include "elf/pointers.h"
 #include "finding.h"
 #include "wire/kinds.h"
 
 namespace {
 
-constexpr uint32_t function_size = 16; // records of a 32-bit program
-constexpr uint32_t prototype_size = 12;
-constexpr uint32_t functions_max = 100000;
+constexpr uint64_t functions_max = 100000;
+
+// A record begins with a pointer to its name and two numbers; a function has a pointer more.
+uint64_t pointer_size(const ElfFile &file)
+{
+    return static_cast<uint64_t>(file.machine->bits) / 8;
+}
+
+uint64_t prototype_size(const ElfFile &file)
+{
+    return pointer_size(file) + 2 * sizeof(int32_t);
+}
+
+uint64_t function_size(const ElfFile &file)
+{
+    return prototype_size(file) + pointer_size(file);
+}
 
 struct Prototype {
     bool has_name;
@@ -32,45 +47,47 @@ struct Tables {
     bool ends;                         // KaFuncList has a record whose name is null
 };
 
-int32_t int_at(const ElfFile &file, uint32_t address)
+struct Record {
+    bool has_name;
+    std::string name; // "?" where the file does not have it: the program gets it as it starts
+    int32_t first_number, second_number;
+};
+
+// Nothing outside of the program.
+std::optional<Record> read_record(const ElfFile &file, const Pointers &pointers, uint64_t address)
 {
-    return static_cast<int32_t>(word_at(file, address).value_or(0));
+    const uint64_t numbers = address + pointer_size(file);
+    const auto first = word_at(file, numbers);
+    const auto second = word_at(file, numbers + sizeof(int32_t));
+    if (!word_at(file, address) || !first || !second) return std::nullopt;
+    return Record{pointers.at(address) != 0, pointers.text_at(address).value_or("?"), static_cast<int32_t>(*first),
+                  static_cast<int32_t>(*second)};
 }
 
-// A name that the dynamic linker fills in cannot be read here, but is there.
-bool has_name(const ElfFile &file, uint32_t address)
+void read_functions(const ElfFile &file, const Pointers &pointers, const ElfSymbol &symbol, Tables &tables)
 {
-    return word_at(file, address).value_or(0) != 0 || file.filled_by_name.contains(address);
-}
-
-std::string name_at(const ElfFile &file, uint32_t address)
-{
-    return file.filled_by_name.contains(address) ? "?" : text_at(file, word_at(file, address).value_or(0));
-}
-
-void read_functions(const ElfFile &file, const ElfSymbol &symbol, Tables &tables)
-{
-    const uint32_t known = symbol.size / function_size;
-    const uint32_t count = symbol.size == 0 ? functions_max : std::min(known, functions_max);
-    for (uint32_t i = 0; i < count; i++) {
-        const uint32_t at = symbol.value + i * function_size;
-        if (!word_at(file, at)) return;
-        tables.ends = !has_name(file, at);
+    const uint64_t known = symbol.size / function_size(file);
+    const uint64_t count = symbol.size == 0 ? functions_max : std::min(known, functions_max);
+    for (uint64_t i = 0; i < count; i++) {
+        const auto record = read_record(file, pointers, symbol.value + i * function_size(file));
+        if (!record) return;
+        tables.ends = !record->has_name;
         if (tables.ends) return;
-        tables.functions.push_back({name_at(file, at), int_at(file, at + 4), int_at(file, at + 8)});
+        tables.functions.push_back({record->name, record->first_number, record->second_number});
     }
 }
 
 Tables read_tables(const ElfFile &file, const ElfSymbol &functions, const ElfSymbol &prototypes)
 {
+    const Pointers pointers(file);
     Tables tables{};
     tables.has_size = prototypes.size != 0;
-    read_functions(file, functions, tables);
-    const uint32_t count = std::min(prototypes.size / prototype_size, functions_max * DLL_MAX_ARGS);
-    for (uint32_t i = 0; i < count; i++) {
-        const uint32_t at = prototypes.value + i * prototype_size;
-        tables.prototypes.push_back(
-            {has_name(file, at), name_at(file, at), int_at(file, at + 4), int_at(file, at + 8)});
+    read_functions(file, pointers, functions, tables);
+    const uint64_t count = std::min(prototypes.size / prototype_size(file), functions_max * DLL_MAX_ARGS);
+    for (uint64_t i = 0; i < count; i++) {
+        const auto record = read_record(file, pointers, prototypes.value + i * prototype_size(file));
+        if (!record) break;
+        tables.prototypes.push_back({record->has_name, record->name, record->first_number, record->second_number});
     }
     return tables;
 }
@@ -224,7 +241,7 @@ bool check_tables(const ElfFile &program, Findings &findings)
     const ElfSymbol *prototypes = find_defined(program, "KaArgList");
     if (functions == nullptr || prototypes == nullptr) return true;
     const Tables tables = read_tables(program, *functions, *prototypes);
-    const bool is_filled_later = functions->size > function_size && tables.functions.empty() && tables.ends;
+    const bool is_filled_later = functions->size > function_size(program) && tables.functions.empty() && tables.ends;
     if (is_filled_later) return false;
     if (!tables.ends)
         findings.push_back({Severity::error, "KaFuncList does not end: a name that is not found ends the host",

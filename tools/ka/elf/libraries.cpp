@@ -11,6 +11,7 @@
 #include <iterator>
 #include <map>
 #include <sstream>
+#include <unistd.h>
 
 namespace {
 
@@ -22,33 +23,54 @@ struct Node {
     int parent;
 };
 
+// ---- Names in paths --------------------------------------------------------------------------------------------
+
+// What $LIB is, the dynamic linker was told when it was built: the folder that it lies in itself.
+std::string lib_folder(const std::string &loader)
+{
+    std::error_code unreachable; // a program without it does not start
+    const std::string folder = std::filesystem::canonical(loader, unreachable).parent_path();
+    const size_t at = folder.rfind("/lib");
+    return at == std::string::npos ? "lib" : folder.substr(at + 1);
+}
+
 void replace_all(std::string &text, const std::string &from, const std::string &to)
 {
     for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
         text.replace(at, from.size(), to);
 }
 
-std::string expanded(std::string folder, const ElfFile &file)
+std::string replaced(std::string text, const std::string &name, const std::string &value)
+{
+    replace_all(text, "${" + name + "}", value);
+    replace_all(text, "$" + name, value);
+    return text;
+}
+
+// More than one path, where it names what can have several values. A program's loader expands the paths of all files.
+Paths expanded(const std::string &path, const ElfFile &file, const ElfFile &program)
 {
     std::error_code ignored;
     const std::string origin = std::filesystem::absolute(file.path, ignored).parent_path();
-    for (const auto &[name, value] :
-         {std::pair<std::string, std::string>{"ORIGIN", origin}, {"LIB", "lib"}, {"PLATFORM", "i686"}}) {
-        replace_all(folder, "${" + name + "}", value);
-        replace_all(folder, "$" + name, value);
+    const std::string known = replaced(replaced(path, "ORIGIN", origin), "LIB", lib_folder(program.loader));
+    Paths paths;
+    for (const char *platform : program.machine->platforms) {
+        const std::string whole = replaced(known, "PLATFORM", platform);
+        if (paths.empty() || paths.back() != whole) paths.push_back(whole);
     }
-    return folder;
+    return paths;
 }
 
 // An empty folder in a list is the current one.
-void add_folders(Paths &folders, const std::string &list, const ElfFile &file)
+void add_folders(Paths &folders, const std::string &list, const ElfFile &file, const ElfFile &program)
 {
     if (list.empty()) return;
     std::string separated = list;
     std::replace(separated.begin(), separated.end(), ';', ':');
     std::istringstream parts(separated);
     for (std::string folder; std::getline(parts, folder, ':');)
-        folders.push_back(folder.empty() ? "." : expanded(folder, file));
+        for (const std::string &each : expanded(folder.empty() ? "." : folder, file, program))
+            folders.push_back(each);
 }
 
 // ---- The linker's cache ----------------------------------------------------------------------------------------
@@ -64,13 +86,19 @@ struct CacheEntry {
 };
 static_assert(sizeof(CacheHeader) == 48 && sizeof(CacheEntry) == 24);
 
-constexpr int32_t cache_32_bit = 3; // ELF, and no other word size
+constexpr int32_t cache_flags_of_all = 1; // files that say nothing about their word size
 
-std::multimap<std::string, std::string> read_cache()
+struct CachedLibrary {
+    int32_t flags;
+    std::string path;
+};
+using Cache = std::multimap<std::string, CachedLibrary>;
+
+Cache read_cache()
 {
     std::ifstream stream("/etc/ld.so.cache", std::ios::binary);
     const std::string bytes(std::istreambuf_iterator<char>(stream), {});
-    std::multimap<std::string, std::string> cache;
+    Cache cache;
     const size_t start = bytes.find("glibc-ld.so.cache1.1"); // an older form may come before it
     CacheHeader header;
     if (start == std::string::npos || bytes.size() - start < sizeof header) return cache;
@@ -83,9 +111,18 @@ std::multimap<std::string, std::string> read_cache()
         const size_t at = start + sizeof header + i * sizeof entry;
         if (at + sizeof entry > bytes.size()) break;
         std::memcpy(&entry, bytes.data() + at, sizeof entry);
-        if (entry.flags == cache_32_bit) cache.emplace(text(entry.name), text(entry.path));
+        cache.emplace(text(entry.name), CachedLibrary{entry.flags, text(entry.path)});
     }
     return cache;
+}
+
+void add_cached(Paths &paths, const std::string &name, const ElfMachine &machine)
+{
+    static const Cache cache = read_cache();
+    const auto [begin, end] = cache.equal_range(name);
+    for (auto entry = begin; entry != end; ++entry)
+        if (entry->second.flags == machine.cache_flags || entry->second.flags == cache_flags_of_all)
+            paths.push_back(entry->second.path);
 }
 
 // ---- The search ------------------------------------------------------------------------------------------------
@@ -93,44 +130,68 @@ std::multimap<std::string, std::string> read_cache()
 Paths folders_before_cache(const std::vector<Node> &nodes, int asking)
 {
     Paths folders;
+    const ElfFile &program = nodes[0].file;
     const ElfFile &file = nodes[static_cast<size_t>(asking)].file;
     // A RUNPATH puts the RPATHs out of force, those of the files above too.
     for (int at = asking; file.runpath.empty() && at >= 0; at = nodes[static_cast<size_t>(at)].parent) {
         const ElfFile &above = nodes[static_cast<size_t>(at)].file;
-        if (above.runpath.empty()) add_folders(folders, above.rpath, above);
+        if (above.runpath.empty()) add_folders(folders, above.rpath, above, program);
     }
     const char *environment = std::getenv("LD_LIBRARY_PATH");
-    if (environment != nullptr) add_folders(folders, environment, nodes[0].file);
-    add_folders(folders, file.runpath, file);
+    if (environment != nullptr) add_folders(folders, environment, program, program);
+    add_folders(folders, file.runpath, file, program);
     return folders;
 }
 
 Paths candidates(const std::vector<Node> &nodes, int asking, const std::string &name)
 {
-    if (name.find('/') != std::string::npos) return {expanded(name, nodes[static_cast<size_t>(asking)].file)};
+    const ElfFile &program = nodes[0].file;
+    if (name.find('/') != std::string::npos) return expanded(name, nodes[static_cast<size_t>(asking)].file, program);
     Paths paths;
     for (const std::string &folder : folders_before_cache(nodes, asking))
         paths.push_back(std::filesystem::path(folder) / name);
-    static const std::multimap<std::string, std::string> cache = read_cache();
-    const auto [begin, end] = cache.equal_range(name);
-    for (auto entry = begin; entry != end; ++entry)
-        paths.push_back(entry->second);
-    for (const char *folder :
-         {"/lib/i386-linux-gnu", "/usr/lib/i386-linux-gnu", "/lib32", "/usr/lib32", "/lib", "/usr/lib"})
+    add_cached(paths, name, *program.machine);
+    const std::string lib = lib_folder(program.loader);
+    for (const std::string &folder : {"/" + lib, "/usr/" + lib, std::string("/lib"), std::string("/usr/lib")})
         paths.push_back(std::filesystem::path(folder) / name);
     return paths;
 }
 
-// Files of another word size or processor are passed over, as the linker does.
-std::optional<ElfFile> search(const std::vector<Node> &nodes, int asking, const std::string &name, std::string &met)
+// A file that the linker comes to.
+struct Met {
+    std::optional<ElfFile> library;
+    std::string why; // it is none
+    bool is_of_other_size = false;
+    bool is_passed_over = false; // the linker looks further; on everything else that is no library it gives up
+};
+
+Met meet(const std::string &path, const ElfMachine &machine)
 {
-    for (const std::string &path : candidates(nodes, asking, name)) {
+    std::error_code unreachable;
+    if (!std::filesystem::is_regular_file(path, unreachable)) return {{}, "not a regular file"};
+    if (access(path.c_str(), R_OK) != 0) return {{}, std::strerror(errno), false, true};
+    const std::string header = header_of(path);
+    const ElfMachine *own = machine_of(header);
+    Met met;
+    met.library = read_elf(path, met.why);
+    met.is_passed_over = own != &machine && header.starts_with(ELFMAG);
+    met.is_of_other_size = met.is_passed_over && own != nullptr;
+    if (met.is_of_other_size) met.why = "a " + bits_text(*own) + " file";
+    if (met.library && !met.library->is_library && !met.is_passed_over) met.why = "a program, not a library";
+    if (!met.why.empty()) met.library.reset();
+    return met;
+}
+
+std::optional<ElfFile> search(const std::vector<Node> &nodes, int asking, MissingLibrary &wanted)
+{
+    for (const std::string &path : candidates(nodes, asking, wanted.library)) {
         std::error_code unreachable; // counts as missing
-        if (!std::filesystem::is_regular_file(path, unreachable)) continue;
-        std::string why;
-        auto file = read_elf(path, why);
-        if (file) return file;
-        if (met.empty()) met.append(path).append(": ").append(why);
+        if (!std::filesystem::exists(path, unreachable)) continue;
+        Met met = meet(path, *nodes[0].file.machine);
+        if (met.library) return std::move(met.library);
+        if (wanted.met.empty()) wanted.met.append(path).append(": ").append(met.why);
+        wanted.is_of_other_size |= met.is_of_other_size;
+        if (!met.is_passed_over) break;
     }
     return std::nullopt;
 }
@@ -159,13 +220,12 @@ Libraries find_libraries(const ElfFile &program)
         const Paths needed = nodes[asking].file.needed;
         for (const std::string &name : needed) {
             if (is_loaded(nodes, name) || is_known_missing(libraries.missing, name)) continue;
-            std::string met;
-            auto file = search(nodes, static_cast<int>(asking), name, met);
-            if (file) {
+            MissingLibrary wanted = {name, nodes[asking].file.path, "", false};
+            auto file = search(nodes, static_cast<int>(asking), wanted);
+            if (file)
                 nodes.push_back({std::move(*file), static_cast<int>(asking)});
-            } else {
-                libraries.missing.push_back({name, nodes[asking].file.path, met});
-            }
+            else
+                libraries.missing.push_back(wanted);
         }
     }
     for (size_t i = 1; i < nodes.size(); i++)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The shared libraries that a program would be given, found as the 32-bit dynamic linker finds them, without running
-// anything: RPATH, LD_LIBRARY_PATH, RUNPATH, the linker's cache, the system's folders.
+// The shared libraries that a program would be given, found as the dynamic linker of its word size finds them,
+// without running anything: RPATH, LD_LIBRARY_PATH, RUNPATH, the linker's cache, the system's folders.
 #ifndef KA_TOOL_ELF_LIBRARIES_H
 #define KA_TOOL_ELF_LIBRARIES_H
 
@@ -13,7 +13,8 @@
 struct MissingLibrary {
     std::string library;
     std::string needed_by;
-    std::string met; // a file of that name that is of no use, and why; or empty
+    std::string met;       // a file of that name that is of no use, and why; or empty
+    bool is_of_other_size; // that file
 };
 
 struct Libraries {
