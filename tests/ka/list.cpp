@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "ka/command.h"
+#include "ka/elf_fields.h"
 
 namespace {
 
@@ -84,6 +85,7 @@ TEST(KaList, json_has_every_function_in_the_order_of_the_table)
 {
     const auto json = nlohmann::json::parse(ka({"list", "--json", tasks_module}).out);
     EXPECT_EQ(json["module"], tasks_module);
+    EXPECT_EQ(json["bits"], module_bits());
     const nlohmann::json none = nlohmann::json::parse(R"({"name":"scribble_base","arguments":[]})");
     EXPECT_EQ(std::count(json["functions"].begin(), json["functions"].end(), none), 1);
     EXPECT_EQ(json["functions"][0]["name"], "add");
@@ -117,8 +119,8 @@ TEST(KaList, reads_a_module_without_section_headers)
 {
     const std::string expected = list_of(tasks_module);
     const Altered module(tasks_module, "strip");
-    module.write(32, std::string(4, '\0')); // e_shoff
-    module.write(48, std::string(4, '\0')); // e_shnum, e_shstrndx
+    for (const auto &[offset, zeros] : no_sections())
+        module.write(static_cast<std::streamoff>(offset), zeros);
     EXPECT_EQ(list_of(module.path), expected);
 }
 

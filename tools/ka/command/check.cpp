@@ -31,6 +31,7 @@ struct Options {
 
 struct CheckResult {
     Findings findings;
+    std::optional<int> bits;                 // of the module; nothing when it is no program for this machine
     std::optional<std::string> interruption; // the start was interrupted, and showed nothing
 };
 
@@ -38,7 +39,8 @@ constexpr const char *description = R"(Looks for what would go wrong with a modu
 
 The file is read: its format, loader, libraries, symbols and tables. Then the module is started once and asked for a
 function that it does not have; of its own code only dll_setup and dll_cleanup run.
-Each finding is an error, a warning or a note, with what to do. Status 0: nothing worse than notes; 1: errors or
+Each finding is an error, a warning or a note, with what to do. The module may have either word size; --json tells it
+as bits: 64 or 32, or null for what is no program of this machine. Status 0: nothing worse than notes; 1: errors or
 warnings; 4: the module cannot be started.)";
 
 constexpr const char *examples = R"(Examples:
@@ -103,17 +105,23 @@ std::string show(const std::string &module, const Findings &findings)
     return text.empty() ? printable(module) + ": " + painted("good", Paint::good, STDOUT_FILENO) + "\n" : text;
 }
 
-std::string json_of(const std::string &module, const Findings &findings)
+std::string json_of(const std::string &module, const CheckResult &checked)
 {
     JsonArray list;
-    for (const Finding &finding : findings)
+    for (const Finding &finding : checked.findings)
         list.add(JsonObject()
                      .add("severity", name_of(finding.severity))
                      .add("text", printable_lines(finding.text))
                      .add("remedy", finding.remedy)
                      .add("backtrace", finding.backtrace));
-    const bool is_startable = worst_of(findings) != Severity::fatal;
-    return JsonObject().add("module", module).add("startable", is_startable).add("findings", list).text() + "\n";
+    const bool is_startable = worst_of(checked.findings) != Severity::fatal;
+    return JsonObject()
+               .add("module", module)
+               .add("bits", checked.bits)
+               .add("startable", is_startable)
+               .add("findings", list)
+               .text() +
+           "\n";
 }
 
 // What the file already shows to fail is not started: the answer would be a second one to the same question.
@@ -122,6 +130,7 @@ CheckResult check_all(const Options &options)
     CheckResult checked;
     Findings &findings = checked.findings;
     const auto program = check_program(options.module, findings);
+    if (program) checked.bits = program->machine->bits;
     const bool tables_come_later = program && !check_tables(*program, findings);
     const bool can_start = program && worst_of(findings) != Severity::fatal;
     const auto never_answers = [](const Finding &each) { return each.never_answers; };
@@ -147,7 +156,7 @@ int run_check(const Options &options)
 {
     const CheckResult checked = check_all(options);
     if (checked.interruption) return show_interrupted(options, checked);
-    return write_results((options.json ? json_of : show)(options.module, checked.findings),
+    return write_results(options.json ? json_of(options.module, checked) : show(options.module, checked.findings),
                          status_of(checked.findings));
 }
 

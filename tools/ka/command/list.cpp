@@ -11,6 +11,7 @@
 #include "base/output.h"
 #include "call/failure.h"
 #include "cli/subcommand.h"
+#include "elf/machine.h"
 #include "module/listing.h"
 #include "module/signatures.h"
 
@@ -31,7 +32,8 @@ TAKES says which types an argument may have, and whether it comes back. Every ar
 reference. By value the function gets the same, and what it changes is lost; by reference it comes back changed where
 TAKES says so. ka call passes by reference what can come back; a program chooses.
 
-The module's file is read, not run. A module that fills its tables when it starts can be listed with --start.)";
+The module's file is read, not run. A module that fills its tables when it starts can be listed with --start. --json
+also tells the module's word size, as bits: 64 or 32.)";
 
 constexpr const char *examples = R"(Examples:
   ka list ./adder
@@ -43,7 +45,10 @@ constexpr const char *examples = R"(Examples:
 
 int show(const Options &options, const std::vector<Function> &functions)
 {
-    const JsonObject json = JsonObject().add("module", options.module).add("functions", functions_json(functions));
+    const JsonObject json = JsonObject()
+                                .add("module", options.module)
+                                .add("bits", word_size_of(options.module))
+                                .add("functions", functions_json(functions));
     return write_results(options.json ? json.text() + "\n" : functions_text(functions), EXIT_DONE);
 }
 
