@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
+#include <span>
 
 #include "caller/waiting.h"
 #include "ka/built_module.h"
@@ -283,7 +284,7 @@ std::string said_by(const std::string &command)
     const std::string all =
         "cd " + module.folder() +
         " && echo 'int x;' >empty.c && sed -i 's/KaCall/Ka_Call/' module.c && export LC_ALL=C CC=" +
-        KA_C_COMPILER " B=" KA_BUILD " && { " + command + "; } 2>&1";
+        KA_C_COMPILER " B=" KA_BUILD " L=" + library_folder(KA_BUILD) + " && { " + command + "; } 2>&1";
     FILE *pipe = popen(all.c_str(), "r");
     std::string text;
     char buffer[4096];
@@ -298,32 +299,9 @@ struct Said {
     std::string part; // of what is said
 };
 
-} // namespace
-
-// Compiler, linker and loader say so themselves.
-TEST(KaExplain, knows_what_is_said_of_a_first_build)
+// It is said, and known.
+void expect_known(std::span<const Said> cases)
 {
-    const std::string flags = " -L$B/lib -lkahost";
-    const Said cases[] = {
-        {"$CC -m32 empty.c" + flags, "undefined reference to `KaFuncList'"},
-        {"$CC -m32 empty.c" + flags, "undefined reference to `KaArgList'"},
-        {"$CC -m32 empty.c" + flags, "undefined reference to `KaCall'"},
-        {"$CC -m32 -w -I$B/include module.c" + flags, "undefined reference to `KaCall'"},
-        {"$CC -m32 empty.c", "undefined reference to `main'"},
-        {"$CC -m32 empty.c -lkahost", "cannot find -lkahost"},
-        {"$CC empty.c" + flags, "when searching for -lkahost"},
-        {"$CC empty.c half.o", "i386 architecture of input file `half.o' is incompatible with i386:x86-64 output"},
-        {"D=$(dirname $($CC -print-libgcc-file-name)); ld -m elf_i386 -L$D -lgcc", "when searching for -lgcc"},
-        {"$CC -m32 -w -c module.c", "fatal error: ka/dll_module.h: No such file or directory"},
-        {"for h in bits/libc-header-start.h sys/cdefs.h; do echo \"#include <$h>\" >h.c; $CC -nostdinc -I. -c h.c; "
-         "done",
-         "fatal error: bits/libc-header-start.h: No such file or directory"},
-        {"for h in bits/libc-header-start.h sys/cdefs.h; do echo \"#include <$h>\" >h.c; $CC -nostdinc -I. -c h.c; "
-         "done",
-         "fatal error: sys/cdefs.h: No such file or directory"},
-        {"echo 'int KaFuncList, KaArgList, KaCall;' >m.c && $CC -m32 m.c" + flags + " -o m && ./m 1",
-         "error while loading shared libraries: libkahost.so"},
-    };
     for (const auto &[command, part] : cases) {
         const std::string said = said_by(command);
         ASSERT_NE(said.find(part), std::string::npos) << command << "\n" << said;
@@ -333,6 +311,56 @@ TEST(KaExplain, knows_what_is_said_of_a_first_build)
         const std::string layer = rows[0]["layer"];
         EXPECT_TRUE(layer.starts_with("message when a module is ")) << layer << ": " << said;
     }
+}
+
+} // namespace
+
+// Compiler, linker and loader say so themselves.
+TEST(KaExplain, knows_what_is_said_of_a_first_build)
+{
+    const std::string cc = "$CC" + module_flag();
+    const std::string host = " -L$L -lkahost";
+    const std::string std_headers = "for h in bits/libc-header-start.h sys/cdefs.h; do echo \"#include <$h>\" >h.c; "
+                                    "$CC -nostdinc -I. -c h.c; done";
+    const Said cases[] = {
+        {cc + "empty.c" + host, "undefined reference to `KaFuncList'"},
+        {cc + "empty.c" + host, "undefined reference to `KaArgList'"},
+        {cc + "empty.c" + host, "undefined reference to `KaCall'"},
+        {cc + "-w -I$B/include module.c" + host, "undefined reference to `KaCall'"},
+        {cc + "empty.c", "undefined reference to `main'"},
+        {cc + "empty.c -lkahost", "cannot find -lkahost"},
+        {cc + "-w -c module.c", "fatal error: ka/dll_module.h: No such file or directory"},
+        {std_headers, "fatal error: bits/libc-header-start.h: No such file or directory"},
+        {std_headers, "fatal error: sys/cdefs.h: No such file or directory"},
+        {"echo 'int KaFuncList, KaArgList, KaCall;' >m.c && " + cc + "m.c" + host + " -o m && ./m 1",
+         "error while loading shared libraries: libkahost.so"},
+    };
+    expect_known(cases);
+}
+
+// A part of the other word size is met.
+TEST(KaExplain, knows_what_is_said_of_two_word_sizes_in_one_module)
+{
+    const bool is_wide = module_bits() == 64;
+    const std::string cc = "$CC" + module_flag();
+    const std::string other_flag = is_wide ? " -m32 " : " -m64 ";
+    const std::string other_folder = is_wide ? KA_BUILD "/lib" : KA_BUILD "/lib64";
+    const std::string names[] = {"i386:x86-64", "i386"};
+    std::vector<Said> cases = {
+        {"$CC" + other_flag + "-c empty.c && " + cc + "empty.o half.o",
+         names[is_wide] + " architecture of input file `empty.o' is incompatible with " + names[!is_wide] +
+             " output"},
+        {"D=$(dirname $(" + cc + "-print-libgcc-file-name)); ld -m elf_" + (is_wide ? "i386" : "x86_64") +
+             " -L$D -lgcc",
+         "when searching for -lgcc"},
+    };
+    if (std::filesystem::exists(other_folder + "/libkahost.so")) { // the build has both
+        cases.push_back({cc + "empty.c -L" + other_folder + " -lkahost", "when searching for -lkahost"});
+        cases.push_back({"echo 'int KaFuncList, KaArgList, KaCall;' >m.c && " + cc +
+                             "m.c -L$L -lkahost -o m && LD_LIBRARY_PATH=" + other_folder + " ./m 1",
+                         "wrong ELF class: ELFCLASS"});
+    }
+    expect_known(cases);
 }
 
 TEST(KaExplain, knows_an_exit_status_as_it_is_told)

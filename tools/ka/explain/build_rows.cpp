@@ -26,14 +26,17 @@ constexpr Explanation rows[] = {
      "nothing provides the program's main", "-lkahost is missing, or comes before the sources under -Wl,--as-needed",
      "link with -lkahost after the sources; main is in it, a module has none of its own"},
     {building, NO_NUMBER, "", "cannot find -lkahost%s\nunable to find library -lkahost",
-     "the linker does not find libkahost.so for 32-bit programs", "-L is missing, or names another folder",
-     "-Lbuild/lib -Wl,-rpath,$PWD/build/lib -lkahost; the 64-bit folder lib64 has none: modules are 32-bit"},
+     "the linker does not find a libkahost.so of the module's word size",
+     "-L is missing, or names another folder, or that of the other word size",
+     "-Lbuild/lib64 -Wl,-rpath,$PWD/build/lib64 -lkahost; with -m32 it is build/lib in both places"},
     {building, NO_NUMBER, "",
      "skipping incompatible %s when searching for -lkahost\n"
      "i386 architecture of input file %s is incompatible with i386:x86-64 output\n"
      "i386:x86-64 architecture of input file %s is incompatible with i386 output",
-     "parts of 32 and of 64 bits were given to one program", "-m32 is missing, at compiling or at linking",
-     "give -m32 to every compiler and linker call of a module"},
+     "parts of 32 and of 64 bits were given to one program",
+     "-m32 was given at compiling and not at linking, or the other way round; or -L names the folder of the other "
+     "word size",
+     "give -m32 to every compiler and linker call of a module and use build/lib; or to none, and use build/lib64"},
     {building, NO_NUMBER, "",
      "skipping incompatible %s when searching for -lgcc\n"
      "cannot find -lgcc%s\n"
@@ -45,17 +48,20 @@ constexpr Explanation rows[] = {
      "fatal error: sys/cdefs.h: No such file or directory\n"
      "fatal error: gnu/stubs-32.h: No such file or directory\n"
      "fatal error: asm/errno.h: No such file or directory",
-     "the compiler has no 32-bit headers or libraries", "its multilib package is not installed",
-     "on Debian: apt-get install gcc-multilib g++-multilib"},
+     "the compiler has no headers or libraries of 32 bits, which -m32 asks for",
+     "its multilib package is not installed",
+     "on Debian: apt-get install gcc-multilib g++-multilib; or build the module without -m32, for 64 bits"},
     {building, NO_NUMBER, "", "fatal error: ka/%s: No such file or directory",
      "the compiler does not find the headers for modules", "-I is missing, or names another folder",
      "-Ibuild/include"},
     {starting, 127, "", "error while loading shared libraries: libkahost.so%s: cannot open shared object file",
      "the module does not find the call host", "it was linked without -Wl,-rpath, or the build was moved",
      "link with -Wl,-rpath,FOLDER, or set LD_LIBRARY_PATH; ka check MODULE shows where it looks"},
-    {starting, 127, "", "error while loading shared libraries: %s: wrong ELF class: ELFCLASS64",
-     "a library for 64-bit programs was found for the 32-bit module", "LD_LIBRARY_PATH or RUNPATH names its folder",
-     "give the folder of the 32-bit library"},
+    {starting, 127, "",
+     "error while loading shared libraries: %s: wrong ELF class: ELFCLASS64\n"
+     "error while loading shared libraries: %s: wrong ELF class: ELFCLASS32",
+     "of a library only the form of the other word size was found: 64 or 32 bits, as the message says",
+     "LD_LIBRARY_PATH or RUNPATH names its folder", "give the folder of the library that has the module's word size"},
 };
 
 } // namespace

@@ -17,7 +17,7 @@ constexpr Explanation rows[] = {
     // ---- Return codes of a call: the host's own
     {call, KA_OK, "KA_OK", "", "the function returned 0", "by custom: it succeeded", "nothing to do"},
     {call, KA_NO_MEMORY, "KA_NO_MEMORY", "", "the host has no memory for a converted argument",
-     "an element count or a string length is huge or negative, or the 32-bit process is full",
+     "an element count or a string length is huge or negative, or the process has no memory left",
      "pass less at once; look at the descriptors with ka dump; restart a module that loses memory"},
     {call, KA_NO_FUNCTION, "KA_NO_FUNCTION", "", "the module has no function of that name",
      "the name is misspelt, or differs in letter case or by a blank; or another module runs",
