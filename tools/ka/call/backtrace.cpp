@@ -14,7 +14,6 @@
 #include <memory>
 #include <string>
 #include <sys/ptrace.h>
-#include <sys/user.h>
 #include <vector>
 
 #include "base/text.h"
@@ -218,9 +217,9 @@ uint64_t stack_begin(int32_t pid, uint64_t stack_pointer)
 // A full stack: what lies below it cannot be used, and that was tried from near the stack pointer.
 bool is_stack_overflow(int32_t pid, uint64_t address)
 {
-    struct user_regs_struct registers = {};
-    if (ptrace(PTRACE_GETREGS, pid, nullptr, &registers) != 0) return false;
-    const uint64_t stack_pointer = registers.rsp;
+    struct __ptrace_syscall_info state = {}; // which has the stack pointer of every machine, in a system call or not
+    if (ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof state, &state) <= 0) return false;
+    const uint64_t stack_pointer = state.stack_pointer;
     return address + near_stack >= stack_pointer && address < stack_begin(pid, stack_pointer);
 }
 

@@ -173,7 +173,7 @@ void add_dump_command(CLI::App &app, int &exit_status)
     add_option(dump,
                {.name = "--layout",
                 .value = "LAYOUT",
-                .text = "layout of the block: native or 64; otherwise it is found out",
+                .text = "layout of the block: native (addresses of 32 bits) or 64; otherwise it is found out",
                 .fault = fault_of_layout},
                options->layout);
     add_option(dump,
