@@ -9,6 +9,7 @@
 #include <string>
 
 #include "call/backtrace.h"
+#include "module_bits.h"
 
 static const std::string with_lines = module_folder(CALLER_MODULES) + "/ka_module_crash";
 static const std::string stripped = module_folder(CALLER_MODULES) + "/ka_module_crash_stripped";

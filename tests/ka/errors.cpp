@@ -77,7 +77,8 @@ TEST(KaExitStatus, is_4_when_the_module_cannot_start)
         {"/no/such/module", "no such file"},
         {"/tmp", "a directory"},
         {"/etc/passwd", "not executable"},
-        {no_loader, "its loader /nowhere/ld-linux.so.2 is missing (the " + std::to_string(module_bits()) + "-bit C library is not installed)"},
+        {no_loader, "its loader /nowhere/ld-linux.so.2 is missing (the " + std::to_string(module_bits()) +
+                        "-bit C library is not installed)"},
     };
     for (const auto &[module, why] : cases) {
         const Outcome outcome = ka({"call", module, "count_call"});
@@ -122,7 +123,8 @@ TEST(KaExitStatus, is_6_past_the_deadline)
 
 TEST(KaExitStatus, is_3_when_the_call_does_not_suit_the_tables_and_nothing_is_started)
 {
-    const Outcome outcome = ka({"call", module_folder(CALLER_MODULES) + "/caller_module_no_loader", "add", "1", "2", "3.5"});
+    const Outcome outcome =
+        ka({"call", module_folder(CALLER_MODULES) + "/caller_module_no_loader", "add", "1", "2", "3.5"});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err, "ka: add: argument 3 (sum) is IntByReference: takes INTEGER by reference, got REAL 3.5\n");
