@@ -93,7 +93,12 @@ TEST(KaCheck, says_what_the_loader_would_miss)
     expect_finding(module_folder(CALLER_MODULES) + "/caller_module_no_loader", "error",
                    "its loader /nowhere/ld-linux.so.2 is missing\n  install the " + package + "\n", 4);
     const std::string no_library = module_folder(CALLER_MODULES) + "/caller_module_no_library";
-    expect_finding(no_library, "error", "the library libkahost.so.1 is missing, which " + no_library + " needs\n", 4);
+    const std::string form =
+        module_bits() == 64 ? "64-bit form (Debian: libkahost1)" : "32-bit form (Debian: lib32kahost1)";
+    expect_finding(no_library, "error",
+                   "the library libkahost.so.1 is missing, which " + no_library + " needs\n  install its " + form +
+                       ", or give its folder by -Wl,-rpath or LD_LIBRARY_PATH\n",
+                   4);
 }
 
 TEST(KaCheck, says_which_symbols_are_missing)

@@ -304,6 +304,7 @@ TEST(KaCheckLibraries, of_the_32_bit_c_library_are_missed_by_32_bit_modules_only
     EXPECT_EQ(answer->status, 4);
     for (const char *part : {": its loader /lib/ld-linux.so.2 is missing\n"
                              "  install the 32-bit C library (Debian: libc6:i386 or libc6-i386)\n",
-                             ": the library libc.so.6 is missing"})
+                             ": the library libc.so.6 is missing, which ",
+                             "  install its 32-bit form (Debian: libc6:i386 or libc6-i386), or give its folder by "})
         EXPECT_NE(answer->out.find(part), std::string::npos) << part << "not in\n" << answer->out;
 }

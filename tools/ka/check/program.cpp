@@ -52,13 +52,12 @@ void check_loader(const ElfFile &program, Findings &findings)
 
 std::string remedy_of(const MissingLibrary &missing, const ElfMachine &machine)
 {
-    const std::string package = package_of(missing.library, machine);
-    if (!package.empty()) return "install it in its " + bits_text(machine) + " form (Debian: " + package + ")";
+    const std::string form = "its " + bits_text(machine) + " form";
     const std::string ways = " by -Wl,-rpath or LD_LIBRARY_PATH";
     if (missing.is_of_other_size)
-        return "give the folder of its " + bits_text(machine) + " form" + ways + ", or build the module with " +
-               other_machine(machine).flag;
-    return "install its " + bits_text(machine) + " form, or give its folder" + ways;
+        return "give the folder of " + form + ways + ", or build the module with " + other_machine(machine).flag;
+    const std::string package = package_of(missing.library, machine);
+    return "install " + form + (package.empty() ? "" : " (Debian: " + package + ")") + ", or give its folder" + ways;
 }
 
 void report_missing(const Libraries &libraries, const ElfMachine &machine, Findings &findings)

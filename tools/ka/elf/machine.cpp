@@ -21,7 +21,8 @@ constexpr ElfMachine machines[] = {
      0x0003,
      "-m32",
      {"i686", "i586", "i386"},
-     {"libc6:i386 or libc6-i386", "libgcc-s1:i386 or lib32gcc-s1", "libstdc++6:i386 or lib32stdc++6"}},
+     {"libc6:i386 or libc6-i386", "libgcc-s1:i386 or lib32gcc-s1", "libstdc++6:i386 or lib32stdc++6",
+      "lib32kahost1"}},
     {64,
      ELFCLASS64,
      EM_X86_64,
@@ -30,7 +31,8 @@ constexpr ElfMachine machines[] = {
      0x0303,
      "-m64",
      {"haswell", "xeon_phi", "x86_64"},
-     {"libc6:amd64 or libc6-amd64", "libgcc-s1:amd64 or lib64gcc-s1", "libstdc++6:amd64 or lib64stdc++6"}},
+     {"libc6:amd64 or libc6-amd64", "libgcc-s1:amd64 or lib64gcc-s1", "libstdc++6:amd64 or lib64stdc++6",
+      "libkahost1"}},
 };
 
 // Which of the packages a library is in.
@@ -38,8 +40,8 @@ constexpr struct {
     const char *library;
     int package;
 } system_packages[] = {
-    {"libc.so.6", 0},       {"libm.so.6", 0},    {"libdl.so.2", 0},    {"librt.so.1", 0},
-    {"libpthread.so.0", 0}, {"libutil.so.1", 0}, {"libgcc_s.so.1", 1}, {"libstdc++.so.6", 2},
+    {"libc.so.6", 0},    {"libm.so.6", 0},     {"libdl.so.2", 0},     {"librt.so.1", 0},     {"libpthread.so.0", 0},
+    {"libutil.so.1", 0}, {"libgcc_s.so.1", 1}, {"libstdc++.so.6", 2}, {"libkahost.so.1", 3},
 };
 
 } // namespace

@@ -20,7 +20,7 @@ struct ElfMachine {
     const char *flag;    // of a compiler that makes its programs
     // What $PLATFORM can be: it depends on the processor, and on the age of the dynamic linker.
     const char *platforms[3];
-    const char *packages[3]; // of the libraries of the C compiler, in the order of system_packages
+    const char *packages[4]; // of the C library, of those of the compilers, of the call host
 };
 
 // Of an ELF file, by its first bytes. Null when it is none, or of another machine.
@@ -36,7 +36,7 @@ const ElfMachine &other_machine(const ElfMachine &machine);
 // "64-bit"
 std::string bits_text(const ElfMachine &machine);
 
-// The package of a library that every compiler brings; empty for all others.
+// The package of a library that nearly every module needs; empty for all others.
 std::string package_of(const std::string &library, const ElfMachine &machine);
 std::string c_library_package(const ElfMachine &machine);
 
