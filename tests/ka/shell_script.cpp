@@ -201,8 +201,8 @@ TEST(KaShellScript, examples_of_the_help_work)
     int count = 0;
     for (std::string line; std::getline(lines, line); count++) {
         const std::string path = std::filesystem::path(KA_COMMAND).parent_path();
-        const std::string command =
-            "cd " + examples_folder(KA_EXAMPLES) + " && PATH=" + path + ":$PATH && { " + line + "; } </dev/null >/dev/null";
+        const std::string command = "cd " + examples_folder(KA_EXAMPLES) + " && PATH=" + path + ":$PATH && { " +
+                                    line + "; } </dev/null >/dev/null";
         EXPECT_EQ(std::system(command.c_str()), 0) << line;
     }
     EXPECT_EQ(count, 3);
