@@ -64,7 +64,7 @@ uint64_t dynamic_value(const ElfFile &file, int64_t tag);
 // A symbol that the file defines; exported ones first. Null when there is none.
 const ElfSymbol *find_defined(const ElfFile &file, const std::string &name);
 
-// The place in the file of an address of its image; nothing where the file has no bytes for it.
+// image.cpp: the place in the file of an address of its image; nothing where the file has no bytes for it.
 std::optional<uint64_t> offset_of(const ElfFile &file, uint64_t address);
 
 // The word at an address of the file's image; 0 in memory that the file does not fill; nothing outside.
