@@ -154,7 +154,7 @@ TEST(KaList, module_that_is_none_is_told_what_is_missing)
     const Altered module(tasks_module, "");
     module.write(18, "\x28"); // e_machine
     expect_none(module.path, "a program for another processor (ELF machine 40)");
-    module.write(18, "\x03");
+    module.write(18, read_file(tasks_module).substr(18, 2));
     module.write(16, "\x01"); // e_type
     expect_none(module.path, "an ELF file but not a program");
     std::filesystem::resize_file(module.path, 40);
