@@ -24,14 +24,18 @@ static std::string text_of(const Decimals &decimals)
 
 TEST(Deccvdbl, gives_the_decimals_of_ecvt_in_32_bit_programs)
 {
-    // What that ecvt gave. Some end otherwise than the exact value would; those are marked with its decimals.
+    // What that ecvt gave; beside it what the exact value would be, or what ecvt gives in 64-bit programs.
     const std::vector<std::pair<double, std::string>> known = {
-        {0x1p59, "9:+:57,64,60,75,23,3,42,40"},      // ...423
-        {0x1p72, "11:+:47,22,36,64,82,86,96,40"},    // ...965
-        {1.0 / 105, "-1:+:95,23,80,95,23,80,95,30"}, // ...952
-        {1.0 / 312, "-1:+:32,5,12,82,5,12,82"},      // ...821
-        {0x1p-125, "-18:+:2,35,9,88,70,16,44,57"},   // ...458
-        {std::nextafter(10.0, 0.0), "1:+:10"},       // 9.99999999999999822
+        {0x1p59, "9:+:57,64,60,75,23,3,42,40"},          // exact: ...423
+        {0x1p72, "11:+:47,22,36,64,82,86,96,40"},        // exact: ...965
+        {1.0 / 105, "-1:+:95,23,80,95,23,80,95,30"},     // exact: ...952
+        {1.0 / 312, "-1:+:32,5,12,82,5,12,82"},          // exact: ...821
+        {0x1p-125, "-18:+:2,35,9,88,70,16,44,57"},       // exact: ...458
+        {1e100, "51:+:1"},                               // 64 bits: 9.99999999999999e99
+        {0x1p-180, "-27:+:65,25,30,44,67,99,85,20"},     // 64 bits: ...853
+        {std::nextafter(10.0, 0.0), "1:+:10"},           // exact: 9.999999999999998
+        {1.000030517578125, "1:+:1,0,0,30,51,75,78,12"}, // halves go to the even decimal
+        {1.000091552734375, "1:+:1,0,0,91,55,27,34,38"},
         {1e-307, "-64:+:10"},
         {5e-324, "-64:+:4,94,6,56,45,84,12,47"},
     };

@@ -59,10 +59,9 @@ constexpr int ext_bits = 64;
 constexpr int ext_double_bits = DBL_MANT_DIG - 1; /* stored: the highest one is not */
 constexpr uint64_t ext_highest_bit = uint64_t{1} << (ext_bits - 1);
 
-/* wide without its last count bits, 0 to 127, rounded. */
+/* wide without its last count bits, 1 to 127, rounded. */
 constexpr t_WIDE ext_cut(t_WIDE wide, int count)
 {
-    if (count == 0) return wide;
     const t_WIDE kept = wide >> count;
     const t_WIDE rest = wide - (kept << count);
     const t_WIDE half = t_WIDE{1} << (count - 1);
