@@ -176,3 +176,17 @@ TEST(KaCheckTables, have_the_names_that_are_symbols_of_the_module)
     const Outcome outcome = ka({"check", module.path()});
     EXPECT_NE(outcome.out.find(": by_symbol: argument 1 (a) is of kind 10"), std::string::npos) << outcome.out;
 }
+
+// In a 64-bit program the relocation alone has the pointer: not every linker leaves it at its place, too.
+TEST(KaCheckTables, have_the_names_of_their_relocations)
+{
+    const BuiltModule module("t_DLL_PROTO KaArgList[] = {{\"a\", 10, 0}};"
+                             "t_DLL_FUNC KaFuncList[] = {{\"f\", 0, 1, 0}, {0, 0, 0, 0}};");
+    std::string why;
+    const ElfFile file = read_elf(module.path(), why).value();
+    for (const char *table : {"KaFuncList", "KaArgList"})
+        if (module_bits() == 64)
+            module.put(offset_of(file, find_defined(file, table)->value).value(), std::string(8, '\0'));
+    const Outcome outcome = check(module);
+    EXPECT_NE(outcome.out.find(": f: argument 1 (a) is of kind 10"), std::string::npos) << outcome.out;
+}
