@@ -47,12 +47,13 @@ struct t_SCALED {
 
 static inline t_SCALED dec_scale(double magnitude)
 {
-    const t_EXTENDED one = ext_from(1);
+    constexpr t_EXTENDED one = ext_from(1);
+    constexpr t_EXTENDED least = ext_from(1e-307);
     t_EXTENDED x = ext_from(magnitude);
     int exponent = static_cast<int>(std::bit_cast<uint64_t>(magnitude) >> (DBL_MANT_DIG - 1)) + DBL_MIN_EXP - 2;
     int power = 0;
     if (magnitude < 1e-307) { /* the powers for these would leave the range of double */
-        x = ext_div(x, ext_from(1e-307));
+        x = ext_div(x, least);
         power = -307;
         exponent = -1;
     }
