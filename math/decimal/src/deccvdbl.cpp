@@ -10,36 +10,26 @@
 static constexpr int double_decimals = 15;
 static constexpr int float_decimals = 6;
 
-static t_DECIMALS find_decimals(double value, int count)
+/* Stores count decimals of a finite value as pairs, and returns the place of its point. An odd power of ten leaves
+   the tens of the first digit empty. */
+static int store_decimals(double value, int count, t_DECIMAL *result)
 {
 #if UINTPTR_MAX > UINT32_MAX
-    return dec_find_decimals(fabs(value), count);
-#else
-    t_DECIMALS decimals = {};
-    int sign = 0;
-    const char *text = ecvt(value, count, &decimals.point, &sign);
-    for (int i = 0; i < count; i++) /* ecvt may give one more, when rounding carried */
-        decimals.digits = 10 * decimals.digits + static_cast<uint64_t>(text[i] - '0');
-    return decimals;
-#endif
-}
-
-/* Pairs the decimals, of which there are count. An odd power of ten leaves the tens of the first digit empty. */
-static void store_decimals(t_DECIMALS decimals, int count, t_DECIMAL *result)
-{
+    const t_DECIMALS decimals = dec_find_decimals(fabs(value), count);
     uint64_t digits = decimals.digits;
     for (int i = count + (decimals.point % 2 != 0 ? 1 : 0); i < 2 * DEC_DIGITS; i++)
         digits *= 10;
-    constexpr uint64_t half = 100000000; /* of the 16 decimals: what is left is divided in 32 bits, for speed */
-    uint32_t first = static_cast<uint32_t>(digits / half);
-    uint32_t second = static_cast<uint32_t>(digits % half);
-    for (int i = DEC_DIGITS / 2 - 1; i >= 0; i--) {
-        result->dec_dgts[i] = static_cast<uint8_t>(first % DEC_BASE);
-        result->dec_dgts[i + DEC_DIGITS / 2] = static_cast<uint8_t>(second % DEC_BASE);
-        first /= DEC_BASE;
-        second /= DEC_BASE;
-    }
-    result->dec_ndgts = static_cast<int8_t>(dec_trim(result->dec_dgts, DEC_DIGITS));
+    for (int i = DEC_DIGITS - 1; i >= 0; i--, digits /= DEC_BASE)
+        result->dec_dgts[i] = static_cast<uint8_t>(digits % DEC_BASE);
+    return decimals.point;
+#else
+    int point = 0;
+    int sign = 0;
+    const char *decimals = ecvt(value, count, &point, &sign);
+    for (int i = 0; i < count; i++) /* ecvt may give one more, when rounding carried */
+        dec_put_decimal(result->dec_dgts, i + (point % 2 != 0 ? 1 : 0), decimals[i] - '0');
+    return point;
+#endif
 }
 
 int deccvreal(t_DECIMAL *result, int ndecimals, double value)
@@ -48,10 +38,11 @@ int deccvreal(t_DECIMAL *result, int ndecimals, double value)
         dec_give_null(result);
         return DEC_OVERFLOW;
     }
-    const t_DECIMALS decimals = find_decimals(value, ndecimals);
+    *result = {};
     result->dec_pos = signbit(value) ? DEC_NEGATIVE : DEC_POSITIVE;
-    store_decimals(decimals, ndecimals, result);
-    return dec_set_exponent((decimals.point > 0 ? decimals.point + 1 : decimals.point) / 2, &result->dec_exp);
+    const int point = store_decimals(value, ndecimals, result);
+    result->dec_ndgts = static_cast<int8_t>(dec_trim(result->dec_dgts, DEC_DIGITS));
+    return dec_set_exponent((point > 0 ? point + 1 : point) / 2, &result->dec_exp);
 }
 
 /* KEPT: ecvt scales the value in 64 significant bits, rounds to double and prints that, so the last decimal is not
