@@ -18,9 +18,9 @@ KA_API int32_t dll_debug = 0;
 
 namespace {
 
-unsigned word(const char *from, int index)
+unsigned word(const char *from, size_t index)
 {
-    return static_cast<unsigned>(load32(from + 4 * index));
+    return static_cast<unsigned>(load32(from + sizeof(int32_t) * index));
 }
 
 /* Bytes from the characters of a string to the end of the segment; all of the segment's where the string lies

@@ -16,7 +16,7 @@ enum {
 bool find_dynamic(t_IMAGE *image, const t_OBJECT *object, uint64_t tag, uint64_t *value)
 {
     bool found = false;
-    for (uint32_t i = 0; i < DYNAMICS_MAX; i++) {
+    for (uint64_t i = 0; i < DYNAMICS_MAX; i++) {
         uint64_t entry[2]; /* tag and value */
         if (!read_words(image, object->dynamic + i * 2 * word_bytes(image->machine), entry, 2)) return found;
         if (entry[0] == DT_NULL) return found;
