@@ -7,7 +7,10 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "caller/waiting.h"
@@ -59,6 +62,32 @@ bool becomes_stopped(pid_t pid)
 {
     const std::string status = "/proc/" + std::to_string(pid) + "/status";
     return becomes_true([&] { return read_file(status).find("\nState:\tT") != std::string::npos; });
+}
+
+// Lets the program run to the end of its next read.
+void run_until_read(pid_t pid)
+{
+    __ptrace_syscall_info call = {};
+    for (uint64_t number = 0; call.op != PTRACE_SYSCALL_INFO_EXIT || number != SYS_read;) {
+        ASSERT_EQ(ptrace(PTRACE_SYSCALL, pid, nullptr, nullptr), 0);
+        int status;
+        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        ASSERT_TRUE(WIFSTOPPED(status)) << status;
+        if (call.op == PTRACE_SYSCALL_INFO_ENTRY) number = call.entry.nr;
+        ASSERT_GT(ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof call, &call), 0);
+    }
+}
+
+void send_while_key_is_worked_on(PseudoTerminal &terminal, const std::string &key, int signal)
+{
+    const pid_t pid = terminal.pid();
+    ASSERT_EQ(ptrace(PTRACE_SEIZE, pid, nullptr, PTRACE_O_TRACESYSGOOD), 0);
+    ASSERT_EQ(ptrace(PTRACE_INTERRUPT, pid, nullptr, nullptr), 0);
+    ASSERT_EQ(waitpid(pid, nullptr, 0), pid);
+    terminal.type(key);
+    run_until_read(pid);
+    kill(pid, signal);
+    ASSERT_EQ(ptrace(PTRACE_DETACH, pid, nullptr, nullptr), 0);
 }
 
 // Types a line and waits for what must come of it, and for the next prompt.
@@ -382,4 +411,17 @@ TEST_F(KaShell, line_is_shown_again_after_a_stop)
         EXPECT_TRUE(terminal->shows("give_co")) << terminal->output();
     }
     expect(*terminal, "de 0", "return code 0");
+}
+
+// The shell is held where it has read a key and not yet shown it; the first signal of a line is the editing
+// library's.
+TEST_F(KaShell, line_is_shown_again_after_a_stop_while_a_key_is_worked_on)
+{
+    const auto terminal = start();
+    for (int signal : {SIGCONT, SIGCONT, SIGWINCH, SIGWINCH}) {
+        send_while_key_is_worked_on(*terminal, "5", signal);
+        EXPECT_TRUE(terminal->shows("5")) << terminal->output();
+        EXPECT_TRUE(terminal->shows(prompt)) << signal << ": " << terminal->output();
+        EXPECT_TRUE(terminal->shows("5")) << terminal->output();
+    }
 }

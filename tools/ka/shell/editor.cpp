@@ -136,7 +136,7 @@ int Editor::read_key(EditLine *line, wchar_t *key)
     Editor &editor = of(line);
     for (;;) {
         if (editor.typed_ahead_.empty())
-            editor.signal_ = await_input(editor.interruption_, [line] { show_again(line); });
+            editor.signal_ = await_input(editor.interruption_, &editor.open_mask_, [line] { show_again(line); });
         if (editor.signal_ != 0) {
             errno = EINTR;
             return -1;
@@ -178,12 +178,26 @@ void Editor::remember(const std::string &line)
     if (!is_last) add_to_history(history_file_, line);
 }
 
+// A stop and a new window are let in while a key is awaited, never while one is worked on: then the line would not be
+// shown again until the next key, and the editing library's handler would draw into its own drawing.
+const char *Editor::edit_line(int &length)
+{
+    sigset_t waking;
+    sigemptyset(&waking);
+    sigaddset(&waking, SIGCONT);
+    sigaddset(&waking, SIGWINCH);
+    sigprocmask(SIG_BLOCK, &waking, &open_mask_);
+    take_typed_ahead();
+    const char *typed = el_gets(line_, &length);
+    sigprocmask(SIG_SETMASK, &open_mask_, nullptr);
+    return typed;
+}
+
 LineEvent Editor::next(std::string &line)
 {
     int length = 0;
     signal_ = 0;
-    take_typed_ahead();
-    const char *typed = el_gets(line_, &length);
+    const char *typed = edit_line(length);
     if (signal_ == SIGTERM) return LineEvent::ended;
     if (signal_ != 0) {
         typed_ahead_.clear();

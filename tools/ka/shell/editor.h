@@ -5,6 +5,7 @@
 #ifndef KA_TOOL_SHELL_EDITOR_H
 #define KA_TOOL_SHELL_EDITOR_H
 
+#include <csignal>
 #include <cwchar>
 #include <functional>
 #include <histedit.h>
@@ -40,6 +41,7 @@ private:
     static char *prompt_of(EditLine *line);
     static int read_key(EditLine *line, wchar_t *key);
     static unsigned char complete(EditLine *line, int key);
+    const char *edit_line(int &length);
     void take_typed_ahead();
     ssize_t read_byte(char &byte);
     void remember(const std::string &line);
@@ -47,7 +49,8 @@ private:
     std::string prompt_;
     Completer completer_;
     int interruption_;
-    int signal_ = 0; // that came while the line was typed
+    int signal_ = 0;       // that came while the line was typed
+    sigset_t open_mask_{}; // that of the program, which holds whenever no key is worked on
     std::string typed_ahead_;
     std::mbstate_t partial_{};
     std::string history_file_;

@@ -8,10 +8,10 @@
 
 #include "base/interruption.h"
 
-int await_input(int interruption, const std::function<void()> &on_signal)
+int await_input(int interruption, const sigset_t *mask, const std::function<void()> &on_signal)
 {
     struct pollfd waiting[] = {{STDIN_FILENO, POLLIN, 0}, {interruption, POLLIN, 0}};
-    while (poll(waiting, 2, -1) < 0)
+    while (ppoll(waiting, 2, nullptr, mask) < 0)
         on_signal();
     return waiting[1].revents != 0 ? take_interruption(interruption) : 0;
 }

@@ -4,6 +4,7 @@
 #ifndef KA_TOOL_SHELL_INPUT_H
 #define KA_TOOL_SHELL_INPUT_H
 
+#include <csignal>
 #include <functional>
 #include <string>
 
@@ -27,8 +28,8 @@ private:
 };
 
 // Waits until standard input can be read or an interruption has come; its signal, or 0. A handled signal (SIGWINCH,
-// SIGCONT) does not end the wait: on_signal is called and the wait goes on.
+// SIGCONT) does not end the wait: on_signal is called and the wait goes on. While it waits, the mask holds.
 int await_input(
-    int interruption, const std::function<void()> &on_signal = [] {});
+    int interruption, const sigset_t *mask = nullptr, const std::function<void()> &on_signal = [] {});
 
 #endif
