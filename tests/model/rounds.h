@@ -2,10 +2,10 @@
 //
 // How often a random test goes round: for (Rounds rounds(20000); rounds.more();) ...
 //
-// As many rounds as its default; KA_ROUNDS=N sets another number. In the long mode, KA_FOR=90s (10m, 2h), it goes on
-// for its share of that time, but never for fewer rounds: what is left of the time, divided by the selected tests
-// that have not begun yet. Then standard error shows the rounds done, their rate, the time left and the seed: in
-// place on a terminal, else a line every ten seconds and one at the end.
+// As many rounds as its default, fewer with the sanitizers; KA_ROUNDS=N sets another number. In the long mode,
+// KA_FOR=90s (10m, 2h), it goes on for its share of that time, but never for fewer rounds: what is left of the time,
+// divided by the selected tests that have not begun yet. Then standard error shows the rounds done, their rate, the
+// time left and the seed: in place on a terminal, else a line every ten seconds and one at the end.
 #pragma once
 
 #include <chrono>
