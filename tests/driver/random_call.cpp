@@ -2,10 +2,17 @@
 #include "driver/random_call.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "ka/decimal.h"
 
 namespace driver {
+
+uint64_t setting(const char *name, uint64_t otherwise)
+{
+    const char *text = std::getenv(name);
+    return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
+}
 
 int32_t RandomCalls::below(int32_t limit)
 {

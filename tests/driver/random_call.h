@@ -10,6 +10,13 @@
 
 namespace driver {
 
+// The block of such calls.
+constexpr int32_t scratch_offset = 32768; // what the function says; arguments before it
+constexpr int32_t segment_size = 98304;
+
+// A number of the environment, as KA_SEED.
+uint64_t setting(const char *name, uint64_t otherwise);
+
 class RandomCalls {
 public:
     explicit RandomCalls(uint64_t seed) : random_(seed) {}

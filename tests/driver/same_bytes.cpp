@@ -5,7 +5,6 @@
 // repeats a run, KA_CALLS sets the number of calls.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 
 #include "driver/model.h"
@@ -13,15 +12,6 @@
 
 namespace driver {
 namespace {
-
-constexpr int32_t scratch_offset = 32768; // what the function says; arguments before it
-constexpr int32_t segment_size = 98304;
-
-uint64_t setting(const char *name, uint64_t otherwise)
-{
-    const char *text = std::getenv(name);
-    return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
-}
 
 // Each number that begins with 0x, which an address does, as X.
 std::string without_addresses(const std::string &text)

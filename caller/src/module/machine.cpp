@@ -5,14 +5,6 @@
 
 #include <string.h>
 
-/* clang-format off */
-static constexpr t_MACHINE machines[] = {
-    /* bits  number     has_addends  relative           of_symbol */
-    {  32,   EM_386,    false,       R_386_RELATIVE,    R_386_32    },
-    {  64,   EM_X86_64, true,        R_X86_64_RELATIVE, R_X86_64_64 },
-};
-/* clang-format on */
-
 uint64_t word_in(const t_MACHINE *machine, const void *bytes)
 {
     uint32_t narrow;
@@ -43,8 +35,8 @@ const t_MACHINE *find_machine(const t_ELF_HEADER *header)
 {
     const unsigned char elf_class = header->ident[EI_CLASS];
     const uint16_t number = widened_header(header).e_machine;
-    for (const t_MACHINE &machine : machines)
-        if (elf_class == (machine.bits == 64 ? ELFCLASS64 : ELFCLASS32) && number == machine.number) return &machine;
+    for (const t_MACHINE &machine : wire::machines)
+        if (elf_class == machine.elf_class && number == machine.number) return &machine;
     return nullptr;
 }
 

@@ -9,14 +9,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/* Programs of one word size. */
-struct t_MACHINE {
-    int32_t bits;
-    uint16_t number;  /* e_machine */
-    bool has_addends; /* relocations are Elf64_Rela; else Elf32_Rel, and what is to be added is at the place itself */
-    uint32_t relative;  /* relocation: where the program lies is added */
-    uint32_t of_symbol; /* relocation: the address of a symbol is added */
-};
+#include "wire/machine.h"
 
 /* Words are as wide as addresses. */
 inline size_t word_bytes(const t_MACHINE *machine)

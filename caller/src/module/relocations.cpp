@@ -153,8 +153,8 @@ bool relocate(t_IMAGE *image, uint64_t place, uint64_t held, uint64_t *pointer)
     if (!found) return true;
     if (!read_record(image, found->number, record)) return false;
     const uint32_t type = type_in(machine, record[RECORD_INFO]);
-    if (type != machine->relative && type != machine->of_symbol) return false;
-    if (type == machine->of_symbol &&
+    if (type != machine->relative && type != machine->symbolic) return false;
+    if (type == machine->symbolic &&
         !find_numbered_symbol(image, image->relocations.symbols, symbol_in(machine, record[RECORD_INFO]), &symbol))
         return false;
     *pointer = wrapped(image, symbol + (machine->has_addends ? record[RECORD_ADDEND] : held));

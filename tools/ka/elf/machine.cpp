@@ -10,24 +10,16 @@
 
 namespace {
 
-// The one place that knows the names and numbers of processors. The packages are Debian's: of the architecture, or
+// The packages are Debian's: of the architecture, or
 // for use beside the other word size.
 constexpr ElfMachine machines[] = {
-    {32,
-     ELFCLASS32,
-     EM_386,
-     R_386_RELATIVE,
-     R_386_32,
+    {wire::machines[0],
      0x0003,
      "-m32",
      {"i686", "i586", "i386"},
      {"libc6:i386 or libc6-i386", "libgcc-s1:i386 or lib32gcc-s1", "libstdc++6:i386 or lib32stdc++6",
       "lib32kahost1"}},
-    {64,
-     ELFCLASS64,
-     EM_X86_64,
-     R_X86_64_RELATIVE,
-     R_X86_64_64,
+    {wire::machines[1],
      0x0303,
      "-m64",
      {"haswell", "xeon_phi", "x86_64"},

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The machines that modules run on, one for each word size: how their programs are marked, and what their dynamic
-// linkers look for.
+// The machines that modules run on, one for each word size: what their dynamic linkers look for, beside how their
+// programs are marked.
 #ifndef KA_TOOL_ELF_MACHINE_H
 #define KA_TOOL_ELF_MACHINE_H
 
@@ -10,12 +10,9 @@
 #include <string>
 #include <string_view>
 
-struct ElfMachine {
-    int bits;
-    int elf_class;       // ELFCLASS32, ELFCLASS64
-    int number;          // e_machine
-    uint32_t relative;   // the relocation that adds where the program lies
-    uint32_t symbolic;   // the relocation that adds the address of a symbol
+#include "wire/machine.h"
+
+struct ElfMachine : t_MACHINE {
     int32_t cache_flags; // of its libraries in the dynamic linker's cache
     const char *flag;    // of a compiler that makes its programs
     // What $PLATFORM can be: it depends on the processor, and on the age of the dynamic linker.
