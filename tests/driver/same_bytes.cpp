@@ -73,8 +73,8 @@ private:
 // The same elements from the last to the first.
 void SameBytes::turn_around(int i)
 {
-    const auto elsz = static_cast<int32_t>(block_.get(i, Arg::elsz));
-    const auto last = static_cast<int32_t>(block_.get(i, Arg::elcnt)) - 1;
+    const int64_t elsz = static_cast<int32_t>(block_.get(i, Arg::elsz)); // any number
+    const int64_t last = int64_t{static_cast<int32_t>(block_.get(i, Arg::elcnt))} - 1;
     if (last < 1) return;
     block_.set(i, Arg::ptr, block_.address(block_.offset_of(block_.get(i, Arg::ptr)) + 4 * elsz * last));
     block_.set(i, Arg::elsz, -elsz);
