@@ -48,17 +48,10 @@ bool Rounds::timed()
     return getenv("KA_FOR") != nullptr;
 }
 
-// The sanitizers make a round slower by about as much; the faults that they look for need fewer.
-#ifdef __SANITIZE_ADDRESS__
-constexpr int slower = 16;
-#else
-constexpr int slower = 1;
-#endif
-
 static int counted(int by_default)
 {
     const char *given = getenv("KA_ROUNDS");
-    return given ? atoi(given) : (by_default + slower - 1) / slower;
+    return given ? atoi(given) : (by_default + sanitizer_step - 1) / sanitizer_step;
 }
 
 Rounds::Rounds(int by_default) : least_(counted(by_default))

@@ -13,6 +13,14 @@
 
 namespace model {
 
+// The sanitizers make a round slower by about as much, and the faults that they look for need fewer: random tests go
+// round so much less often, and those of large spaces go through them in such steps.
+#ifdef __SANITIZE_ADDRESS__
+inline constexpr int sanitizer_step = 17;
+#else
+inline constexpr int sanitizer_step = 1;
+#endif
+
 class Rounds {
 public:
     // One for each test, made before its first round.
