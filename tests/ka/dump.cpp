@@ -4,8 +4,10 @@
 #include "ka/command.h"
 
 #include <csignal>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <regex>
+#include <sched.h>
 #include <sys/wait.h>
 
 #include "ka/help_examples.h"
@@ -230,6 +232,39 @@ TEST(KaDump, shows_a_running_call_by_any_of_its_numbers)
         await_ka(running);
         EXPECT_TRUE(segment_vanishes(segment));
     }
+}
+
+// In a new IPC namespace: what examine finds there.
+static int status_in_namespace(const std::function<int()> &examine)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        const bool is_new = unshare(CLONE_NEWIPC) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0;
+        _exit(is_new ? examine() : 77);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// The first segment of every namespace has the same number.
+TEST(KaDump, another_namespaces_segment_of_that_number_is_another)
+{
+    const int status = status_in_namespace([] {
+        OwnSegment segment(size);
+        write_block<t_DLL_INFO32>(segment.bytes, size);
+        const std::string stranger = std::to_string(getpid());
+        return status_in_namespace([&] {
+            OwnSegment own(size);
+            write_block<t_DLL_INFO32>(own.bytes, size);
+            if (own.id != segment.id) return 1;
+            if (!says(dump(own), "attached 1 time") || says(dump(own), "process   " + stranger + " ")) return 2;
+            const Outcome outcome = ka({"dump", "--pid", stranger});
+            return outcome.status == 4 && outcome.err.find("in another IPC namespace") != std::string::npos ? 0 : 3;
+        });
+    });
+    if (status == 77) GTEST_SKIP() << "new namespaces are forbidden here";
+    EXPECT_EQ(status, 0);
 }
 
 TEST(KaDump, refuses_what_is_neither_segment_nor_process)

@@ -20,6 +20,17 @@ std::string proc(pid_t pid, const char *file)
     return "/proc/" + std::to_string(pid) + "/" + file;
 }
 
+// Identifiers are those of a namespace: in another one the same number is another segment. False also where that
+// cannot be known.
+bool is_in_another_namespace(pid_t pid)
+{
+    std::error_code own_error;
+    std::error_code error;
+    const auto own = std::filesystem::read_symlink("/proc/self/ns/ipc", own_error);
+    const auto other = std::filesystem::read_symlink(proc(pid, "ns/ipc"), error);
+    return !own_error && !error && own != other;
+}
+
 std::vector<std::string> command_line(pid_t pid)
 {
     std::ifstream file(proc(pid, "cmdline"));
@@ -65,7 +76,7 @@ std::vector<Attached> attached_processes(int id)
         const auto pid = static_cast<pid_t>(std::stol(name));
         std::ifstream maps(proc(pid, "maps"));
         const std::vector<int> ids = mapped_segments(maps);
-        if (std::find(ids.begin(), ids.end(), id) == ids.end()) continue;
+        if (std::find(ids.begin(), ids.end(), id) == ids.end() || is_in_another_namespace(pid)) continue;
         const std::vector<std::string> words = command_line(pid);
         found.push_back({pid, words.empty() ? "" : words[0], host_layout(words, id)});
     }
@@ -97,6 +108,11 @@ std::optional<std::vector<int>> segments_of(pid_t pid, std::string &why)
     }
     if (!maps) {
         why = "the memory of process " + std::to_string(pid) + " may not be looked at: " + std::strerror(errno);
+        return std::nullopt;
+    }
+    if (is_in_another_namespace(pid)) {
+        why = "the segments of process " + std::to_string(pid) +
+              " are in another IPC namespace (nsenter --ipc --target " + std::to_string(pid) + " ka dump ...)";
         return std::nullopt;
     }
     return mapped_segments(maps);

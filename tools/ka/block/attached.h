@@ -30,8 +30,8 @@ struct Segment {
 // Null when there is no such segment, or it may not be looked at; then why says so.
 std::optional<Segment> find_segment(int id, std::string &why);
 
-// Identifiers of the segments that the process has attached. Null when its memory may not be looked at, or it does
-// not exist; then why says so.
+// Identifiers of the segments that the process has attached. Null when its memory may not be looked at, it does not
+// exist, or is in another IPC namespace; then why says so.
 std::optional<std::vector<int>> segments_of(pid_t pid, std::string &why);
 
 bool is_alive(pid_t pid);
