@@ -47,7 +47,8 @@ int32_t KaStrcmp(const KaStr *a, const KaStr *b)
 {
     const int32_t common = a->len < b->len ? a->len : b->len;
     const int order = common > 0 ? memcmp(a->data, b->data, static_cast<size_t>(common)) : 0;
-    return order != 0 ? order : a->len - b->len;
+    if (order == 0) return a->len - b->len;
+    return order < 0 ? -1 : 1; /* memcmp's number is another one at another word size and on another processor */
 }
 
 KaStr *KaSubstr(const KaStr *s, int32_t pos, int32_t n)

@@ -149,6 +149,16 @@ TEST(KaStrcmp, the_first_difference_decides)
     EXPECT_GT(compare("AC", "ABXYZ"), 0);
 }
 
+// The C library's comparison gives any number of that sign, another one in each of its forms for processors.
+TEST(KaStrcmp, a_difference_is_1_on_every_machine)
+{
+    for (const size_t common : {size_t{0}, size_t{1}, size_t{7}, size_t{15}, size_t{40}, size_t{300}}) {
+        const std::string start(common, 'x');
+        EXPECT_EQ(compare(start + "Bcd", start + "Zcd"), -1) << common;
+        EXPECT_EQ(compare(start + "\xff", start + "a"), 1) << common;
+    }
+}
+
 TEST(KaStrcmp, bytes_are_compared_unsigned)
 {
     EXPECT_GT(compare("\xff", "a"), 0);
