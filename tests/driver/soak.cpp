@@ -32,8 +32,10 @@ Memory memory_of(pid_t pid)
 
 #ifdef SANITIZED_HOST
 constexpr int64_t growth_kb = 8192; // the sanitizer's own book-keeping
+constexpr uint64_t usual_calls = 10000;
 #else
 constexpr int64_t growth_kb = 256;
+constexpr uint64_t usual_calls = 100000;
 #endif
 
 class Soak : public testing::TestWithParam<Layout> {
@@ -90,7 +92,7 @@ std::string Soak::run(RandomCalls &random)
 TEST_P(Soak, random_calls_do_what_the_model_says)
 {
     const uint64_t seed = setting("KA_SEED", std::random_device()());
-    const uint64_t calls = setting("KA_CALLS", 100000);
+    const uint64_t calls = setting("KA_CALLS", usual_calls);
     std::cout << "KA_SEED=" << seed << " KA_CALLS=" << calls << std::endl;
     RecordProperty("seed", std::to_string(seed));
     RandomCalls random(seed);
