@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// The cost of every operation on a decimal and on a REAL, next to the same job done with Boost's 16-digit decimal and
-// with a double. Operands vary: 256 pairs of 1 to 8 digits; so do the texts and integers.
+// The cost of every operation on a decimal and on a REAL, next to the same job done with Boost's 16-digit decimal,
+// with a double and the C library, and, for texts, with Intel's decimal64 in a 64-bit process. Operands vary: 256
+// pairs of 1 to 8 digits; so do the texts, of 8 to 16 decimals, and the integers.
+//
+// usage: bench_numbers [--csv FILE] [ROW]      ROW: part of a row's name; only such rows
 #include <array>
 #include <boost/multiprecision/cpp_dec_float.hpp>
 #include <cmath>
@@ -10,6 +13,7 @@
 #include <optional>
 #include <random>
 
+#include "decimal64.h"
 #include "ka/decimal.h"
 #include "ka/real.h"
 #include "timing.h"
@@ -20,12 +24,17 @@ namespace mp = boost::multiprecision;
 using Other = mp::number<mp::cpp_dec_float<16>>;
 
 // One entry per operand pair.
-constexpr size_t count = 256;
+constexpr size_t count = bench::operand_count;
 std::array<t_DECIMAL, count> a, b;
 std::array<Other, count> oa, ob;
 std::array<double, count> x, y;
-std::array<int32_t, count> integers;
-std::array<std::array<char, 32>, count> texts;
+std::array<int32_t, count> integers, text_lengths;
+std::array<t_DECIMAL, count> in_range; // of 32-bit integers, with fractions
+std::array<Other, count> other_in_range;
+std::array<t_DECIMAL, count> long_ones; // of the texts
+std::array<double, count> long_doubles;
+std::array<Other, count> other_long_ones;
+bench::Operands operands;
 std::array<std::array<uint8_t, 9>, count> fields;
 
 // The results: global, so that all of them are written.
@@ -37,12 +46,14 @@ int32_t n;
 int16_t n16;
 char text[64];
 
-t_DECIMAL random_decimal(std::mt19937 &random)
+t_DECIMAL random_decimal(std::mt19937 &random, int digits_min, int exp_min, int exp_max)
 {
     t_DECIMAL value = {};
-    value.dec_exp = static_cast<int16_t>(random() % 7) - 3;
+    value.dec_exp =
+        static_cast<int16_t>(exp_min + static_cast<int>(random() % static_cast<unsigned>(exp_max - exp_min + 1)));
     value.dec_pos = random() % 2;
-    value.dec_ndgts = static_cast<int8_t>(1 + random() % DEC_DIGITS);
+    value.dec_ndgts = static_cast<int8_t>(
+        digits_min + static_cast<int>(random() % static_cast<unsigned>(DEC_DIGITS - digits_min + 1)));
     for (int i = 0; i < value.dec_ndgts; i++)
         value.dec_dgts[i] = static_cast<uint8_t>(1 + random() % 99);
     return value;
@@ -52,63 +63,96 @@ void fill()
 {
     std::mt19937 random(1);
     for (size_t i = 0; i < count; i++) {
-        a[i] = random_decimal(random);
-        b[i] = random_decimal(random);
+        a[i] = random_decimal(random, 1, -3, 3);
+        b[i] = random_decimal(random, 1, -3, 3);
         oa[i] = Other(m_gcvt(&a[i], 16, text));
         ob[i] = Other(m_gcvt(&b[i], 16, text));
         m_to_dbl(&a[i], &x[i]);
         m_to_dbl(&b[i], &y[i]);
         integers[i] = static_cast<int32_t>(random());
-        m_gcvt(&a[i], 16, texts[i].data());
+        in_range[i] = random_decimal(random, 1, 0, 4);
+        other_in_range[i] = Other(m_gcvt(&in_range[i], 16, text));
+        long_ones[i] = random_decimal(random, 4, 0, 5);
+        m_gcvt(&long_ones[i], 16, operands.texts[i].data());
+        text_lengths[i] = static_cast<int32_t>(std::strlen(operands.texts[i].data()));
+        m_to_dbl(&long_ones[i], &long_doubles[i]);
+        other_long_ones[i] = Other(operands.texts[i].data());
         stdecimal(&a[i], fields[i].data(), 9);
     }
 }
 
-int length_of(size_t i)
+// ---- The table
+// -----------------------------------------------------------------------------------------------------
+
+enum Column { decimal, real, dec_float, c_library, decimal64, columns };
+constexpr std::array<const char *, columns> column_names = {"decimal", "REAL", "dec_float", "C library", "decimal64"};
+
+// What the ratio of two columns should be at most.
+struct Target {
+    Column ours;
+    Column other;
+    double at_most;
+};
+
+// A ratio that is only shown.
+constexpr Target beside(Column ours, Column other)
 {
-    return static_cast<int>(std::strlen(texts[i].data()));
+    return {ours, other, 0};
 }
 
 constexpr std::nullptr_t none = nullptr; // no such operation
 
+bench::Csv *csv;
+const char *rows_wanted = "";
+
 template <typename F>
-std::optional<double> measured(F operation)
+bench::Burst burst(F operation)
 {
-    return bench::nanoseconds([&](long i) {
-        operation(static_cast<size_t>(i) % count);
-        bench::keep_results();
-    });
+    return bench::burst_of([operation](long i) { operation(static_cast<size_t>(i) % count); });
 }
 
-std::optional<double> measured(std::nullptr_t)
+bench::Burst burst(bench::Burst burst)
 {
-    return std::nullopt;
+    return burst;
 }
 
-void print(std::optional<double> value)
+bench::Burst burst(std::nullptr_t)
 {
-    if (value)
-        std::printf(" %9.1f", *value);
-    else
-        std::printf(" %9s", "-");
+    return nullptr;
 }
 
-// The two ratios: the REAL (the decimal if there is no REAL operation) to the other decimal and to the double.
-template <typename D, typename R, typename O, typename P>
-void row(const char *name, D decimal, R real, O other, P plain)
+void print_ratio(const char *name, const Target &target, bench::Figure ours, bench::Figure other)
 {
-    const std::optional<double> by_decimal = measured(decimal);
-    const std::optional<double> by_real = measured(real);
-    const std::optional<double> by_other = measured(other);
-    const std::optional<double> by_double = measured(plain);
-    const std::optional<double> ours = by_real ? by_real : by_decimal;
-    const auto ratio = [&](std::optional<double> to) { return to ? std::optional(*ours / *to) : std::nullopt; };
-    std::printf("%-30s", name);
-    for (const std::optional<double> &value : {by_decimal, by_real, by_other, by_double})
-        print(value);
-    std::printf(" ");
-    print(ratio(by_other));
-    print(ratio(by_double));
+    const bench::Figure ratio = {ours.median / other.median, ours.decile / other.decile};
+    std::printf("  %5.3f %5.3f", ratio.median, ratio.decile);
+    if (target.at_most > 0) std::printf(" %5g%s", target.at_most, ratio.decile > target.at_most ? " !" : "");
+    csv->line(name, std::string(column_names[target.ours]) + " / " + column_names[target.other], ratio,
+              target.at_most);
+}
+
+template <typename D, typename R, typename O, typename C, typename I = std::nullptr_t>
+void row(const char *name, Target target, D by_decimal, R by_real, O by_other, C by_c, I by_decimal64 = nullptr)
+{
+    if (std::strstr(name, rows_wanted) == nullptr) return;
+    const std::array<bench::Burst, columns> all = {burst(by_decimal), burst(by_real), burst(by_other), burst(by_c),
+                                                   burst(by_decimal64)};
+    std::vector<bench::Burst> bursts;
+    for (const bench::Burst &each : all)
+        if (each) bursts.push_back(each);
+    const std::vector<bench::Figure> measured = bench::measure(bursts);
+
+    std::array<bench::Figure, columns> figures = {};
+    std::printf("%-28s", name);
+    for (size_t c = 0, next = 0; c < columns; c++) {
+        if (!all[c]) {
+            std::printf(" %9s", "-");
+            continue;
+        }
+        figures[c] = measured[next++];
+        std::printf(" %9.1f", figures[c].median);
+        csv->line(name, column_names[c], figures[c]);
+    }
+    if (all[target.ours] && all[target.other]) print_ratio(name, target, figures[target.ours], figures[target.other]);
     std::printf("\n");
     std::fflush(stdout);
 }
@@ -116,109 +160,144 @@ void row(const char *name, D decimal, R real, O other, P plain)
 void arithmetic()
 {
     row(
-        "a + b", [](size_t i) { decadd(&a[i], &b[i], &r); }, [](size_t i) { m_add(&a[i], &b[i], &r); },
-        [](size_t i) { o = oa[i] + ob[i]; }, [](size_t i) { d = x[i] + y[i]; });
+        "a + b", {decimal, dec_float, 0.8}, [](size_t i) { decadd(&a[i], &b[i], &r); },
+        [](size_t i) { m_add(&a[i], &b[i], &r); }, [](size_t i) { o = oa[i] + ob[i]; },
+        [](size_t i) { d = x[i] + y[i]; });
     row(
-        "a - b", [](size_t i) { decsub(&a[i], &b[i], &r); }, [](size_t i) { m_sub(&a[i], &b[i], &r); },
-        [](size_t i) { o = oa[i] - ob[i]; }, [](size_t i) { d = x[i] - y[i]; });
+        "a - b", {decimal, dec_float, 0.8}, [](size_t i) { decsub(&a[i], &b[i], &r); },
+        [](size_t i) { m_sub(&a[i], &b[i], &r); }, [](size_t i) { o = oa[i] - ob[i]; },
+        [](size_t i) { d = x[i] - y[i]; });
     row(
-        "a * b", [](size_t i) { decmul(&a[i], &b[i], &r); }, [](size_t i) { m_mpy(&a[i], &b[i], &r); },
-        [](size_t i) { o = oa[i] * ob[i]; }, [](size_t i) { d = x[i] * y[i]; });
+        "a * b", {decimal, dec_float, 0.4}, [](size_t i) { decmul(&a[i], &b[i], &r); },
+        [](size_t i) { m_mpy(&a[i], &b[i], &r); }, [](size_t i) { o = oa[i] * ob[i]; },
+        [](size_t i) { d = x[i] * y[i]; });
     row(
-        "a / b", [](size_t i) { decdiv(&a[i], &b[i], &r); }, [](size_t i) { m_dvd(&a[i], &b[i], &r); },
-        [](size_t i) { o = oa[i] / ob[i]; }, [](size_t i) { d = x[i] / y[i]; });
+        "a / b", {decimal, dec_float, 0.17}, [](size_t i) { decdiv(&a[i], &b[i], &r); },
+        [](size_t i) { m_dvd(&a[i], &b[i], &r); }, [](size_t i) { o = oa[i] / ob[i]; },
+        [](size_t i) { d = x[i] / y[i]; });
     row(
-        "compare", [](size_t i) { n = deccmp(&a[i], &b[i]); }, [](size_t i) { n = m_cmp(&a[i], &b[i]); },
-        [](size_t i) { n = oa[i].compare(ob[i]); }, [](size_t i) { n = (x[i] > y[i]) - (x[i] < y[i]); });
+        "compare", {decimal, dec_float, 1.2}, [](size_t i) { n = deccmp(&a[i], &b[i]); },
+        [](size_t i) { n = m_cmp(&a[i], &b[i]); }, [](size_t i) { n = oa[i].compare(ob[i]); },
+        [](size_t i) { n = (x[i] > y[i]) - (x[i] < y[i]); });
     row(
-        "change sign", [](size_t i) { r = a[i], decchs(&r); }, [](size_t i) { m_chs(&a[i], &r); },
-        [](size_t i) { o = -oa[i]; }, [](size_t i) { d = -x[i]; });
+        "change sign", beside(real, dec_float), [](size_t i) { r = a[i], decchs(&r); },
+        [](size_t i) { m_chs(&a[i], &r); }, [](size_t i) { o = -oa[i]; }, [](size_t i) { d = -x[i]; });
     row(
-        "sign", none, [](size_t i) { n = m_sgn(&a[i]); }, [](size_t i) { n = oa[i].sign(); },
+        "sign", beside(real, dec_float), none, [](size_t i) { n = m_sgn(&a[i]); }, [](size_t i) { n = oa[i].sign(); },
         [](size_t i) { n = (x[i] > 0) - (x[i] < 0); });
     row(
-        "round to 3 places", [](size_t i) { r = a[i], decround(&r, 3); }, [](size_t i) { m_round(&a[i], 3, &r); },
-        [](size_t i) { o = mp::round(oa[i] * 1000) / 1000; }, [](size_t i) { d = std::round(x[i] * 1000) / 1000; });
+        "round to 3 places", beside(real, dec_float), [](size_t i) { r = a[i], decround(&r, 3); },
+        [](size_t i) { m_round(&a[i], 3, &r); }, [](size_t i) { o = mp::round(oa[i] * 1000) / 1000; },
+        [](size_t i) { d = std::round(x[i] * 1000) / 1000; });
     row(
-        "truncate to 3 places", [](size_t i) { r = a[i], dectrunc(&r, 3); }, [](size_t i) { m_trunc(&a[i], 3, &r); },
-        [](size_t i) { o = mp::trunc(oa[i] * 1000) / 1000; }, [](size_t i) { d = std::trunc(x[i] * 1000) / 1000; });
+        "truncate to 3 places", beside(real, dec_float), [](size_t i) { r = a[i], dectrunc(&r, 3); },
+        [](size_t i) { m_trunc(&a[i], 3, &r); }, [](size_t i) { o = mp::trunc(oa[i] * 1000) / 1000; },
+        [](size_t i) { d = std::trunc(x[i] * 1000) / 1000; });
     row(
-        "round to 6 decimals", none, [](size_t i) { r = a[i], mkprec(&r, 6); },
+        "round to 6 decimals", beside(real, dec_float), none, [](size_t i) { r = a[i], mkprec(&r, 6); },
         [](size_t i) { o = Other(oa[i].str(6, std::ios::scientific)); },
         [](size_t i) { std::snprintf(text, sizeof text, "%.6g", x[i]), d = std::strtod(text, nullptr); });
 }
 
-void storage_and_binary_numbers()
+void storage_and_integers()
 {
     row(
-        "into 9 packed bytes", [](size_t i) { stdecimal(&a[i], text, 9); }, [](size_t i) { m_store(&a[i], text, 9); },
-        none, none);
+        "into 9 packed bytes", beside(real, dec_float), [](size_t i) { stdecimal(&a[i], text, 9); },
+        [](size_t i) { m_store(&a[i], text, 9); }, none, none);
     row(
-        "out of 9 packed bytes", [](size_t i) { lddecimal(fields[i].data(), 9, &r); },
+        "out of 9 packed bytes", beside(real, dec_float), [](size_t i) { lddecimal(fields[i].data(), 9, &r); },
         [](size_t i) { m_load(fields[i].data(), 9, &r); }, none, none);
     row(
-        "from a 32-bit integer", [](size_t i) { deccvint32(integers[i], &r); },
+        "from a 32-bit integer", {decimal, dec_float, 0.35}, [](size_t i) { deccvint32(integers[i], &r); },
         [](size_t i) { m_cv_int(integers[i], &r); }, [](size_t i) { o = integers[i]; },
         [](size_t i) { d = integers[i]; });
     row(
-        "to a 32-bit integer", [](size_t i) { dectoint32(&a[i], &n); }, [](size_t i) { m_to_int(&a[i], &n); },
-        [](size_t i) { n = oa[i].convert_to<int32_t>(); }, [](size_t i) { n = static_cast<int32_t>(x[i]); });
+        "to a 32-bit integer", {decimal, dec_float, 0.3}, [](size_t i) { dectoint32(&in_range[i], &n); },
+        [](size_t i) { m_to_int(&in_range[i], &n); }, [](size_t i) { n = other_in_range[i].convert_to<int32_t>(); },
+        none);
     row(
-        "from a 16-bit integer", [](size_t i) { deccvint16(static_cast<int16_t>(integers[i]), &r); }, none,
+        "from a 16-bit integer", beside(decimal, dec_float),
+        [](size_t i) { deccvint16(static_cast<int16_t>(integers[i]), &r); }, none,
         [](size_t i) { o = static_cast<int16_t>(integers[i]); },
         [](size_t i) { d = static_cast<int16_t>(integers[i]); });
     row(
-        "to a 16-bit integer", [](size_t i) { dectoint16(&a[i], &n16); }, none,
-        [](size_t i) { n16 = static_cast<int16_t>(oa[i].convert_to<int32_t>()); },
-        [](size_t i) { n16 = static_cast<int16_t>(static_cast<int32_t>(x[i])); });
-    row(
-        "from a double", [](size_t i) { deccvdbl(x[i], &r); }, [](size_t i) { m_cv_dbl(x[i], &r); },
-        [](size_t i) { o = x[i]; }, none);
-    row(
-        "to a double", [](size_t i) { dectodbl(&a[i], &d); }, [](size_t i) { m_to_dbl(&a[i], &d); },
-        [](size_t i) { d = oa[i].convert_to<double>(); }, none);
-    row(
-        "from a float", [](size_t i) { deccvflt(static_cast<float>(x[i]), &r); }, none,
-        [](size_t i) { o = static_cast<float>(x[i]); }, none);
-    row(
-        "to a float", [](size_t i) { dectoflt(&a[i], &f); }, none, [](size_t i) { f = oa[i].convert_to<float>(); },
-        none);
+        "to a 16-bit integer", beside(decimal, dec_float), [](size_t i) { dectoint16(&in_range[i], &n16); }, none,
+        [](size_t i) { n16 = static_cast<int16_t>(other_in_range[i].convert_to<int32_t>()); }, none);
 }
 
-void text_of_numbers()
+void floating_point()
 {
     static int decpt, sign;
     row(
-        "from text", [](size_t i) { deccvasc(texts[i].data(), length_of(i), &r); },
-        [](size_t i) { m_cv_asc(texts[i].data(), length_of(i), &r); }, [](size_t i) { o = Other(texts[i].data()); },
-        [](size_t i) { d = std::strtod(texts[i].data(), nullptr); });
+        "from a double", {real, c_library, 0.1}, [](size_t i) { deccvdbl(x[i], &r); },
+        [](size_t i) { m_cv_dbl(x[i], &r); }, [](size_t i) { o = x[i]; },
+        [](size_t i) { n = ecvt(x[i], 15, &decpt, &sign)[0]; });
     row(
-        "text, field of 20, 3 places", [](size_t i) { dectoasc(&a[i], text, 20, 3); },
+        "to a double", {real, c_library, 0.04}, [](size_t i) { dectodbl(&long_ones[i], &d); },
+        [](size_t i) { m_to_dbl(&long_ones[i], &d); }, [](size_t i) { d = other_long_ones[i].convert_to<double>(); },
+        [](size_t i) { d = std::strtod(operands.texts[i].data(), nullptr); });
+    row(
+        "from a float", beside(decimal, c_library), [](size_t i) { deccvflt(static_cast<float>(x[i]), &r); }, none,
+        [](size_t i) { o = static_cast<float>(x[i]); },
+        [](size_t i) { n = ecvt(static_cast<double>(static_cast<float>(x[i])), 6, &decpt, &sign)[0]; });
+    row(
+        "to a float", beside(decimal, c_library), [](size_t i) { dectoflt(&a[i], &f); }, none,
+        [](size_t i) { f = oa[i].convert_to<float>(); }, none);
+}
+
+void text_of_numbers(bench::Decimal64Process &intel)
+{
+    static int decpt, sign;
+    const auto other = [&](bench::Decimal64 what) { return intel.alive() ? intel.burst(what) : nullptr; };
+    row(
+        "from text", {decimal, decimal64, 0.55},
+        [](size_t i) { deccvasc(operands.texts[i].data(), text_lengths[i], &r); },
+        [](size_t i) { m_cv_asc(operands.texts[i].data(), text_lengths[i], &r); },
+        [](size_t i) { o = Other(operands.texts[i].data()); },
+        [](size_t i) { d = std::strtod(operands.texts[i].data(), nullptr); }, other(bench::Decimal64::parse));
+    row(
+        "text, field of 20", {decimal, decimal64, 0.9}, [](size_t i) { dectoasc(&long_ones[i], text, 20, -1); },
+        [](size_t i) { m_to_asc(&long_ones[i], text, 20, -1); },
+        [](size_t i) { n = static_cast<int>(other_long_ones[i].str(16).size()); },
+        [](size_t i) { std::snprintf(text, sizeof text, "%20.16g", long_doubles[i]); },
+        other(bench::Decimal64::format));
+    row(
+        "text, field of 20, 3 places", beside(decimal, dec_float), [](size_t i) { dectoasc(&a[i], text, 20, 3); },
         [](size_t i) { m_to_asc(&a[i], text, 20, 3); },
         [](size_t i) { n = static_cast<int>(oa[i].str(3, std::ios::fixed).size()); },
         [](size_t i) { std::snprintf(text, sizeof text, "%20.3f", x[i]); });
     row(
-        "text, 14 decimals", none, [](size_t i) { m_gcvt(&a[i], 14, text); },
+        "text, 14 decimals", {real, c_library, 0.03}, none, [](size_t i) { m_gcvt(&a[i], 14, text); },
         [](size_t i) { n = static_cast<int>(oa[i].str(14).size()); },
         [](size_t i) { std::snprintf(text, sizeof text, "%.14g", x[i]); });
     row(
-        "digits, 14 in all", [](size_t i) { n = dececvt(&a[i], 14, &decpt, &sign)[0]; },
+        "digits, 14 in all", beside(real, c_library), [](size_t i) { n = dececvt(&a[i], 14, &decpt, &sign)[0]; },
         [](size_t i) { n = m_ecvt(&a[i], 14, &decpt, &sign)[0]; }, none,
         [](size_t i) { n = ecvt(x[i], 14, &decpt, &sign)[0]; });
     row(
-        "digits, 3 after the point", [](size_t i) { n = decfcvt(&a[i], 3, &decpt, &sign)[0]; },
+        "digits, 3 after the point", beside(real, c_library),
+        [](size_t i) { n = decfcvt(&a[i], 3, &decpt, &sign)[0]; },
         [](size_t i) { n = m_fcvt(&a[i], 3, &decpt, &sign)[0]; }, none,
         [](size_t i) { n = fcvt(x[i], 3, &decpt, &sign)[0]; });
 }
 
 } // namespace
 
-int main()
+int main(int argc, char **argv)
 {
     fill();
-    std::printf("%-30s %9s %9s %9s %9s  %9s %9s\n", "ns per operation", "decimal", "REAL", "dec_float", "double",
-                "/dec_float", "/double");
+    bench::Csv file(bench::csv_path(argc, argv));
+    csv = &file;
+    if (argc % 2 == 0) rows_wanted = argv[argc - 1];
+    const std::string program = argv[0];
+    bench::Decimal64Process intel(program.substr(0, program.rfind('/') + 1) + "bench_decimal64", operands);
+
+    std::printf("%-28s", "ns per operation, median");
+    for (const char *name : column_names)
+        std::printf(" %9s", name);
+    std::printf("  ratio of medians, of lower deciles, at most\n");
     arithmetic();
-    storage_and_binary_numbers();
-    text_of_numbers();
+    storage_and_integers();
+    floating_point();
+    text_of_numbers(intel);
 }
