@@ -17,6 +17,9 @@ extern void *shm_addr;       /* the same, kept for detaching */
 extern int32_t shm_id;       /* the segment identifier from the command line */
 }
 
+/* What shmsz says. */
+int32_t block_size(void);
+
 /* Values in the block need not be aligned: they are loaded and stored by copying bytes. */
 inline int32_t load32(const void *from)
 {

@@ -11,6 +11,7 @@
 #include <string.h>
 #include <sys/shm.h>
 
+#include "annex.h"
 #include "block.h"
 #include "call.h"
 #include "inherited.h"
@@ -122,6 +123,7 @@ void attach_block(void)
     sigaddset(&calls, SIGUSR2);
     sigprocmask(SIG_BLOCK, &calls, nullptr);
 
+    host::leave_annex();
     shmdt(shm_addr);
     cleanup();
     exit(0);
@@ -129,6 +131,7 @@ void attach_block(void)
 
 [[gnu::noinline]] void perform_call(void)
 {
+    host::begin_call();
     if (!reply(dll_main())) raise(SIGTERM);
 }
 
@@ -138,6 +141,31 @@ void signal_handler(int signal)
     if (passed_on(signal, host::main_thread)) return;
     if (signal == SIGTERM) return end_host();
     if (!must_wait(THIS_FRAME)) perform_call();
+}
+
+/* With an annex it is known which signals of the caller bring nothing. All others do what they do without one. */
+void call_handler(int signal, siginfo_t *info, void *context)
+{
+    if (host::is_leftover(info->si_pid) || passed_on(signal, host::main_thread)) return;
+    if (!must_wait(static_cast<const ucontext_t *>(context))) perform_call();
+}
+
+void install_with_information(int signal, void (*handler)(int, siginfo_t *, void *))
+{
+    struct sigaction action = {};
+    action.sa_sigaction = handler;
+    action.sa_flags = SA_RESTART | SA_SIGINFO;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+}
+
+/* Without an annex the action is as every caller knows it. */
+void install_call_handler(void)
+{
+    if (host::has_annex())
+        install_with_information(SIGUSR2, call_handler);
+    else
+        install(SIGUSR2, signal_handler, nullptr);
 }
 
 } // namespace
@@ -153,10 +181,12 @@ KA_API int main(int argc, char **argv)
     reset_signals();
     close_inherited();
     attach_block();
+    host::find_annex();
     cleanup = find_hook("dll_cleanup", dll_cleanup);
     find_hook("dll_setup", dll_setup)();
     install(SIGTERM, signal_handler, nullptr);
-    install(SIGUSR2, signal_handler, nullptr);
+    host::offer_annex();
+    install_call_handler();
 
     const sigset_t idle = blocked_while_idle();
     wait_for_signals(&idle);

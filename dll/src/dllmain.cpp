@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <string.h>
 
+#include "annex.h"
 #include "arithmetic.h"
 #include "block.h"
 #include "signals.h"
@@ -80,6 +81,11 @@ int32_t offset_of(const t_ROW &row, uint32_t address, const char *function)
 
 } // namespace
 
+int32_t block_size(void)
+{
+    return load32(at(layout().shmsz));
+}
+
 /* ---- Argument access ------------------------------------------------------------------------------------------- */
 
 void *u_get_baseptr(void)
@@ -133,10 +139,11 @@ void *dll_scratch(int32_t size)
 namespace {
 
 /* A pid of 0 or below would name a group of processes or all of them: it counts as gone. */
-bool signal_caller(void)
+bool signal_caller(bool callback)
 {
     const int32_t pid = load32(at(wire::PID_AT));
-    return pid > 0 && kill(pid, SIGUSR2) == 0;
+    if (pid <= 0 || (host::is_stranger(pid) && kill(pid, 0) != 0)) return false;
+    return host::tell_reply(callback) || kill(pid, SIGUSR2) == 0;
 }
 
 pthread_t callback_thread;   /* the one in dll_callback; the main thread after it */
@@ -146,7 +153,7 @@ void dll_callback_handler(int signal)
 {
     if (passed_on(signal, callback_thread)) return;
     if (__atomic_load_n(&host::ending, __ATOMIC_RELAXED) || must_wait(THIS_FRAME)) return;
-    siglongjmp(dll_callback_jmp, 0);
+    if (host::has_request()) siglongjmp(dll_callback_jmp, 0);
 }
 
 } // namespace
@@ -154,7 +161,8 @@ void dll_callback_handler(int signal)
 bool reply(int32_t code)
 {
     store32(at(layout().retcode), code);
-    return signal_caller();
+    host::end_call();
+    return signal_caller(false);
 }
 
 /* SIGUSR2 is blocked on entry and stays so up to the wait: an answer that comes early stays pending and is not lost.
@@ -166,7 +174,7 @@ int32_t dll_callback(int32_t value)
     store32(at(layout().cbval), value);
     callback_thread = pthread_self();
     install(SIGUSR2, dll_callback_handler, &previous);
-    if (!signal_caller()) raise(SIGTERM);
+    if (!signal_caller(true)) raise(SIGTERM);
 
     /* KEPT: the jump leaves the mask of the answering handler in force, so from here on SIGUSR1 is not blocked until
        the call ends; a mask saved and restored would block it again. Test: Callback.leaves_sigusr1_unblocked. */
@@ -174,6 +182,7 @@ int32_t dll_callback(int32_t value)
         const sigset_t blocked = blocked_in_callback();
         wait_for_signals(&blocked);
     }
+    host::take_request();
     set_arithmetic(&own);
     sigaction(SIGUSR2, &previous, nullptr);
     callback_thread = host::main_thread;

@@ -68,6 +68,12 @@ inline bool must_wait(const t_FRAME *frame)
     return blocks_sigterm(frame) && put_off_on_top();
 }
 
+/* The same where the handler is given the context itself: installed with SA_SIGINFO, its frame is another. */
+inline bool must_wait(const ucontext_t *interrupted)
+{
+    return sigismember(&interrupted->uc_sigmask, SIGTERM) == 1 && put_off_on_top();
+}
+
 /* previous may be null. */
 void install(int signal, void (*handler)(int), struct sigaction *previous);
 

@@ -286,7 +286,10 @@ TEST_P(Faults, of_every_signal_to_the_host_are_told_by_close)
 // The kernel refuses to wait for more descriptors than a process may have.
 TEST_P(Faults, of_a_limit_that_forbids_to_wait_are_told)
 {
-    Host host([](ka_options &options) { options.waiting = GetParam(); });
+    Host host([](ka_options &options) {
+        options.waiting = GetParam();
+        options.transport = KA_TRANSPORT_PLAIN; // the other waits for no descriptor
+    });
     EXPECT_EQ(call_with(host, "give_code", 1), 1);
     const pid_t pid = ka_pid(host);
     struct rlimit before;

@@ -129,6 +129,7 @@ TEST_P(Filtered, pidfd_open_leaves_no_host_though_the_program_has_closed_its_des
             return kill(pid, 0) == 0 ? 3 : 0;
         });
     in_child([] {
+        setenv("KA_TRANSPORT", "plain", 1); // else a call needs no descriptor
         ka_host *host = open_host(KA_STDERR_INHERIT);
         const pid_t pid = ka_pid(host);
         if (call_with(host, "give_code", 1) != 1 || !refuse(SYS_pidfd_open, error())) return 1;

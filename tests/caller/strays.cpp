@@ -162,6 +162,7 @@ TEST_P(Strays, at_a_host_that_never_comes_to_rest_again_end_the_call_at_its_dead
         layout()(options);
         options.deadline_ms = 300;
         options.grace_ms = 10;
+        options.transport = KA_TRANSPORT_PLAIN;
     });
     begin_early_reply(host, offset_of_retcode(), 0);
     EXPECT_EQ(call_fails(host), KA_DEADLINE);
@@ -174,10 +175,24 @@ TEST_P(Strays, at_a_host_that_dies_after_its_answer_leave_the_answer)
     Host host([this](ka_options &options) {
         layout()(options);
         options.deadline_ms = 10000;
+        options.transport = KA_TRANSPORT_PLAIN;
     });
     begin_early_reply(host, offset_of_retcode(), 100);
     EXPECT_EQ(call(host), 77);
     ka_begin(host, "count_call");
+    EXPECT_EQ(call_fails(host), KA_DIED);
+    EXPECT_EQ(ka_last_error(host)->signal, SIGKILL);
+}
+
+// With a number that it does not have.
+TEST_P(Strays, a_reply_that_the_module_makes_up_is_none)
+{
+    Host host([this](ka_options &options) {
+        layout()(options);
+        options.transport = KA_TRANSPORT_SIGNALS;
+    });
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    begin_early_reply(host, offset_of_retcode(), 100);
     EXPECT_EQ(call_fails(host), KA_DIED);
     EXPECT_EQ(ka_last_error(host)->signal, SIGKILL);
 }

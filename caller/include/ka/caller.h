@@ -113,6 +113,15 @@ enum {
                         to that thread: when the thread ends, the kernel sends the host process SIGTERM. */
 };
 
+/* ka_options.transport: how requests and replies travel between the library and its own call host. A call does the
+   same in each. A call host that follows the protocol's document alone is always called as with KA_TRANSPORT_PLAIN.
+ */
+enum {
+    KA_TRANSPORT_SIGNALS = 0, /* requests are signals; replies come through memory behind the shared block, which also
+                                 tells whether the host lives */
+    KA_TRANSPORT_PLAIN = 2    /* both are signals, as the protocol's document has them */
+};
+
 /* ka_options.restart: may a host start again after it has ended other than by ka_close? Its scratch area, trace level
    and options stay what they were; the module's own memory is new. */
 enum {
@@ -182,6 +191,9 @@ typedef struct ka_options {
 
     /* Backtraces */
     ka_inspector *inspector; /* null: deaths are reported without a backtrace, and host processes are not traced */
+
+    /* Transport */
+    int32_t transport; /* KA_TRANSPORT_SIGNALS */
 } ka_options;
 
 /* Sets every field to its default. size is sizeof(ka_options). */

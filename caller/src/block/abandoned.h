@@ -9,7 +9,12 @@
 #include <stdint.h>
 #include <sys/types.h>
 
-enum : size_t { SIZE_STEP = 4096, SIZE_MARK = 0x6b1 }; /* its size is SIZE_MARK above a multiple of SIZE_STEP */
+#include "wire/annex.h"
+
+enum : size_t {
+    SIZE_STEP = wire::ANNEX_STEP,
+    SIZE_MARK = wire::ANNEX_MARK
+}; /* its size is SIZE_MARK above a multiple of SIZE_STEP */
 
 key_t new_segment_key(uint64_t *random);
 

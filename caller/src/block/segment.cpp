@@ -191,6 +191,11 @@ static void *attach_segment(ka_host *host, int *error)
     return nullptr;
 }
 
+static t_ANNEX *annex_at(char *place)
+{
+    return static_cast<t_ANNEX *>(static_cast<void *>(place));
+}
+
 int32_t create_segment(ka_host *host)
 {
     int error = 0;
@@ -204,6 +209,7 @@ int32_t create_segment(ka_host *host)
     madvise(host->segment.base, allocated_bytes(host), MADV_DONTFORK);
     host->segment.layout = host->options.layout == KA_LAYOUT_64 ? &wire::layout_64 : &wire::layout_32;
     place_scratch(host);
+    host->segment.annex = annex_at(host->segment.base + allocated_bytes(host) - SIZE_MARK);
     return KA_DONE;
 }
 

@@ -6,7 +6,6 @@
  * twice, or leaves a call-back without its answer. We cannot prevent that. We can keep the second run out of the next
  * call: a call is over only once the host has been seen idle after argc was reset. Whatever runs later is refused. */
 #include <errno.h>
-#include <sched.h>
 #include <signal.h>
 #include <stdio.h>
 
@@ -15,6 +14,7 @@
 #include "base/pidfd.h"
 #include "base/random.h"
 #include "base/thread.h"
+#include "block/annex.h"
 #include "block/results.h"
 #include "block/segment.h"
 #include "doorbell/rest.h"
@@ -84,6 +84,12 @@ static int32_t fail_out_of_turn(ka_host *host)
     return fail(host, KA_ARGUMENT, "ka_call before ka_begin");
 }
 
+/* A host whose annex says that it lives needs no descriptor. */
+static bool is_there(ka_host *host)
+{
+    return host_uses_annex(host) || regain_process(host);
+}
+
 /* ---- The end of a call ----------------------------------------------------------------------------------------- */
 
 /* A function that runs again may call back again, and gets an answer like the first time. argc stays 0. */
@@ -94,23 +100,21 @@ static int32_t answer_again(ka_host *host)
     if (host->life.state != STATE_CALLING) return fail_out_of_turn(host);
     if (!regain_process(host)) return fail_call(host, EVENT_DIED);
     prepare_reply(host, retcode_before);
+    number_request(host, true);
     signal_process(host->process.pid_fd, SIGUSR2); /* a host that has died is found so */
     return KA_DONE;
 }
 
-/* Most hosts are idle before their reply wakes this thread; the rest need microseconds, so yield first and sleep
-   later. A host that dies now has already replied: the next call reports it. */
+/* Most hosts are idle before their reply wakes this thread; the rest need microseconds and a processor, perhaps this
+   one: so it sleeps. A host that dies now has already replied: the next call reports it. */
 static int32_t await_idle(ka_host *host, int64_t deadline)
 {
-    enum { QUICK_LOOKS = 20 };
+    enum { QUICK_LOOKS = 3 };
     int64_t pause = 0;
     for (int looks = 1; !is_idle_again(host, looks > QUICK_LOOKS); looks++) {
-        if (looks <= QUICK_LOOKS) {
-            sched_yield();
-            continue;
-        }
         pause = next_pause(pause);
         const int64_t look_again = now_ns() + pause;
+        if (!regain_process(host)) return KA_DONE;
         const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
         if (woken & WOKEN_BY_ERROR) return fail_wait(host, errno);
         if (woken & WOKEN_BY_CANCEL) return fail_call(host, EVENT_CANCELLED);
@@ -157,7 +161,7 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
         host->building.in_callback = true;
         retcode_before = answer(host, reply.value);
         if (host->life.state != STATE_CALLING) return fail_out_of_turn(host);
-        if (!regain_process(host)) return fail_call(host, EVENT_DIED);
+        if (!is_there(host)) return fail_call(host, EVENT_DIED);
         if (now_ns() >= deadline) return fail_call(host, EVENT_LATE);
     }
 }
@@ -166,6 +170,7 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
    started again. */
 static int32_t look_before_call(ka_host *host, int64_t deadline)
 {
+    if (host_uses_annex(host) && host->options.cancel_fd == -1) return KA_DONE;
     if (!regain_process(host)) return fail_dead(host, "between calls");
     const int woken = wait_until(host, -1, 0);
     if (woken & WOKEN_BY_ERROR) return fail_wait(host, errno);

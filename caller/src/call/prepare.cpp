@@ -7,6 +7,7 @@
 #include <errno.h>
 
 #include "base/clock.h"
+#include "block/annex.h"
 #include "block/check.h"
 #include "doorbell/rest.h"
 #include "doorbell/wait.h"
@@ -42,6 +43,12 @@ static int32_t fail_callback_at_start(ka_host *host)
     return fail_and_end(host);
 }
 
+/* A host with an annex offers it when it is ready. */
+static t_REST look_for_start(ka_host *host)
+{
+    return host_uses_annex(host) ? AT_REST_IDLE : look_for_first_rest(host);
+}
+
 /* A host that has answered was ready then. Where /proc cannot be read, there is nothing to wait for. */
 int32_t await_ready(ka_host *host, int64_t deadline)
 {
@@ -49,7 +56,7 @@ int32_t await_ready(ka_host *host, int64_t deadline)
     int64_t pause = FIRST_LOOK_NS;
     int looks = 0;
     t_REST rest;
-    while ((rest = look_for_first_rest(host)) != AT_REST_IDLE && rest != REST_UNKNOWABLE) {
+    while ((rest = look_for_start(host)) != AT_REST_IDLE && rest != REST_UNKNOWABLE) {
         looks = rest == AT_REST_IN_CALLBACK ? looks + 1 : 0;
         if (looks == LOOKS_AT_CALLBACK) return fail_callback_at_start(host);
         const int64_t look_again = now_ns() + pause;

@@ -25,16 +25,19 @@
 #include "base/clock.h"
 #include "base/pidfd.h"
 #include "base/random.h"
+#include "block/annex.h"
 #include "block/segment.h"
 #include "doorbell/doorbell.h"
 #include "doorbell/rest.h"
 #include "doorbell/wait.h"
 #include "host/host.h"
 #include "ka/dll_codes.h"
+#include "process/regain.h"
 
 /* Between two looks at a host. After a signal that did not decide, its state must, and that changes soon. Before any
    signal, a look only finds a reply whose signal was lost: the program may have replaced the handler, or ignore
-   SIGUSR2. */
+   SIGUSR2. A reply by the annex is lost only where the module has overwritten it; and a wait that is shorter than the
+   kernel's tick makes it set its timer anew each time, which on virtual machines costs more than the whole exchange. */
 enum : int64_t { FIRST_PAUSE_NS = 20000, FIRST_QUIET_PAUSE_NS = 1000000, LONGEST_PAUSE_NS = 50000000 };
 
 /* ---- The request ----------------------------------------------------------------------------------------------- */
@@ -48,11 +51,20 @@ void prepare_reply(ka_host *host, int32_t retcode_before)
     store32(host, host->segment.layout->retcode, host->waiting.retcode_before);
 }
 
+/* By its number where the annex has just told that it lives: that costs no look at the descriptor, which the program
+   may have closed. */
+static int signal_host(const ka_host *host)
+{
+    if (!host->waiting.is_numbered) return signal_process(host->process.pid_fd, SIGUSR2);
+    return kill(host->process.pid, SIGUSR2) == 0 ? 0 : errno;
+}
+
 /* 0 or an errno. argc goes last: until then a foreign signal finds no call. */
 static int send_signal(ka_host *host, int32_t argc)
 {
     store32(host, host->segment.layout->argc, argc);
-    const int error = signal_process(host->process.pid_fd, SIGUSR2);
+    number_request(host, !host->waiting.by_annex);
+    const int error = signal_host(host);
     if (error == 0) host->building.sent = true;
     return error;
 }
@@ -79,10 +91,15 @@ static bool can_be_of_a_foreign_signal(int32_t return_code)
     return return_code == KA_WRONG_COUNT || return_code == KA_WRONG_TYPE;
 }
 
-/* Without a signal a changed block is not a reply yet: a module can have written there. */
+/* Without a signal a changed block is not a reply yet: a module can have written there. Where replies carry a number,
+   that alone is one; a host at rest without it has not heard the request, or its annex was overwritten. */
 static t_REPLY judge(ka_host *host, bool replied)
 {
-    if (!replied) return judge_by_rest(host);
+    if (host->waiting.is_numbered && has_called_back(host))
+        return {EVENT_CALLBACK, load32(host, host->segment.layout->cbval)};
+    if (host->waiting.is_numbered && has_replied(host))
+        return {EVENT_RETURNED, load32(host, host->segment.layout->retcode)};
+    if (host->waiting.is_numbered || !replied) return judge_by_rest(host);
     const int32_t value = load32(host, host->segment.layout->cbval);
     if (value != host->waiting.cbval_before) return {EVENT_CALLBACK, value};
     const int32_t return_code = load32(host, host->segment.layout->retcode);
@@ -104,15 +121,24 @@ static bool signal_is_pending(void)
     return sigpending(&pending) == 0 && sigismember(&pending, SIGUSR2) == 1;
 }
 
+/* What is seen of the process otherwise is looked at only when the time is over, or its life is not told any more. */
+static int wait_for_reply(ka_host *host, int64_t until)
+{
+    const bool is_told = host->waiting.by_annex && sleep_on_life(host, until);
+    if (host->waiting.is_numbered && has_replied(host)) return WOKEN_BY_SIGNAL;
+    if (host->waiting.by_annex && !regain_process(host)) return WOKEN_BY_DEATH;
+    return wait_until(host, -1, is_told ? 0 : until);
+}
+
 /* Looks after every signal, and in lengthening pauses, since the host need not signal again. The second look after
    the first signal comes without a pause: by then most hosts are at rest, and their state can be proved. */
 static t_REPLY await_reply(ka_host *host, int64_t deadline)
 {
-    int64_t pause = FIRST_QUIET_PAUSE_NS;
+    int64_t pause = host->waiting.by_annex ? LONGEST_PAUSE_NS : FIRST_QUIET_PAUSE_NS;
     bool signalled = false;
     for (;;) {
         const int64_t look_again = now_ns() + pause;
-        const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
+        const int woken = wait_for_reply(host, look_again < deadline ? look_again : deadline);
         if (woken & WOKEN_BY_ERROR) return {EVENT_UNWAITED, errno};
         if (woken & WOKEN_BY_CANCEL) return {EVENT_CANCELLED, 0};
         const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !signalled;

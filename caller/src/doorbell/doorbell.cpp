@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "base/fd.h"
+#include "block/annex.h"
 #include "block/segment.h"
 #include "handler.h"
 #include "host/host.h"
@@ -150,7 +151,9 @@ pid_t waiting_thread(const ka_host *host)
 
 void begin_wait(ka_host *host)
 {
-    if (!host->waiting.waiter) return;
+    host->waiting.is_numbered = host_uses_annex(host);
+    host->waiting.by_annex = host->waiting.is_numbered && host->options.cancel_fd == -1;
+    if (host->waiting.by_annex || !host->waiting.waiter) return;
     const sigset_t set = doorbell_set();
     pthread_sigmask(SIG_BLOCK, &set, &host->waiting.mask_before);
     host->waiting.mask_waiting = host->waiting.mask_before;

@@ -24,6 +24,7 @@
 #include <unistd.h>
 
 #include "base/proc.h"
+#include "block/annex.h"
 #include "host/owned.h"
 
 static constexpr uint64_t waiting_in_callback = signal_bit(SIGINT) | signal_bit(SIGIO) | signal_bit(SIGALRM);
@@ -108,6 +109,7 @@ static bool learn_idle_place(ka_host *host, const t_SLEEP_PLACE *before)
    checked only where the text is another. */
 bool is_idle_again(ka_host *host, bool thoroughly)
 {
+    if (rests_by_annex(host)) return true;
     t_SLEEP_PLACE now;
     bool known = read_sleep_place(host, &now);
     if (known && same_place(&now, &host->process.idle_place)) return true;

@@ -4,13 +4,25 @@
 #include "wait.h"
 
 #include <errno.h>
+#include <linux/futex.h>
 #include <poll.h>
+#include <sys/syscall.h>
 #include <time.h>
+#include <unistd.h>
 
 #include "base/clock.h"
+#include "block/annex.h"
 #include "doorbell.h"
 
 enum { INTERRUPTED = -2 };
+
+/* None when until is 0 or has passed. */
+static struct timespec time_left(int64_t until)
+{
+    int64_t left = until > 0 ? until - now_ns() : 0;
+    if (left < 0) left = 0;
+    return {static_cast<time_t>(left / NS_PER_S), static_cast<long>(left % NS_PER_S)};
+}
 
 /* A thread that waits the safe way opens SIGUSR2 for the wait alone, and whatever interrupts it is a hint to look.
    Else a signal handler of the program may interrupt the wait, which then goes on for the time that is left. */
@@ -18,9 +30,7 @@ static int poll_until(const ka_host *host, struct pollfd *fds, nfds_t count, int
 {
     const sigset_t *mask = host->waiting.is_waiting ? &host->waiting.mask_waiting : nullptr;
     for (;;) {
-        int64_t left = until > 0 ? until - now_ns() : 0;
-        if (left < 0) left = 0;
-        const struct timespec timeout = {static_cast<time_t>(left / NS_PER_S), static_cast<long>(left % NS_PER_S)};
+        const struct timespec timeout = time_left(until);
         const int ready = ppoll(fds, count, &timeout, mask);
         if (ready >= 0 || errno != EINTR) return ready;
         if (mask) return INTERRUPTED;
@@ -49,4 +59,20 @@ int wait_until(const ka_host *host, int pipe_fd, int64_t until)
         if (fds[i].revents != 0) woken |= meaning[i];
     const int error = woken & WOKEN_BY_SIGNAL ? drain_doorbell(host) : 0;
     return error != 0 && error != EAGAIN ? fail_waiting(error) : woken;
+}
+
+/* The host gives the word its plain value back when it replies, and the kernel marks it at the host's death; both
+   wake who sleeps on it. So does this thread, unless the word was changed after the mark was put in. */
+bool sleep_on_life(ka_host *host, int64_t until)
+{
+    uint32_t *life = &host->segment.annex->life;
+    const uint32_t waited_for = static_cast<uint32_t>(host->process.pid) | wire::LIFE_WAITED_FOR;
+    while (host_uses_annex(host)) {
+        uint32_t alive = static_cast<uint32_t>(host->process.pid);
+        __atomic_compare_exchange_n(life, &alive, waited_for, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
+        const struct timespec timeout = time_left(until);
+        if (has_replied(host) || (timeout.tv_sec == 0 && timeout.tv_nsec == 0)) return true;
+        syscall(SYS_futex, life, FUTEX_WAIT, waited_for, &timeout, nullptr, 0);
+    }
+    return false;
 }

@@ -14,6 +14,7 @@
 #include "base/name.h"
 #include "ka/caller.h"
 #include "ka/dll_block.h"
+#include "wire/annex.h"
 #include "wire/layout.h"
 
 /* One descriptor as it was written: 0 is the function name. */
@@ -141,18 +142,22 @@ struct t_WAITING {
     t_PROGRESS progress;    /* since the host was last signalled */
     int32_t cbval_before;   /* as it was before the host was signalled */
     int32_t retcode_before; /* likewise */
+    uint32_t request;       /* the number of the last one, in the annex */
+    bool is_numbered;       /* its reply carries that number */
+    bool by_annex;          /* and comes without a signal */
 };
-inline constexpr t_WAITING no_waiting = {false, false, nullptr, 0, -1, {}, {}, {}, 0, 0};
+inline constexpr t_WAITING no_waiting = {false, false, nullptr, 0, -1, {}, {}, {}, 0, 0, 0, false, false};
 
 /* The segment in this process. */
 struct t_SEGMENT {
     char *base; /* null when there is none */
     const t_LAYOUT *layout;
+    t_ANNEX *annex; /* behind the block; null when there is no segment */
     int32_t id;
     int32_t size;           /* as the block says, which may be a little less than was allocated */
     int32_t scratch_offset; /* the scratch area, or the end of the segment when there is none */
 };
-inline constexpr t_SEGMENT no_segment = {nullptr, nullptr, 0, 0, 0};
+inline constexpr t_SEGMENT no_segment = {nullptr, nullptr, nullptr, 0, 0, 0};
 
 /* The call that was begun last. */
 struct t_BUILDING {

@@ -30,6 +30,7 @@ static constexpr ka_options default_options = {
     .error_fd = -1,
     .ring_bytes = 1 << 16,
     .inspector = nullptr,
+    .transport = KA_TRANSPORT_SIGNALS,
 };
 
 void ka_options_init(ka_options *options, uint32_t size)
@@ -97,6 +98,9 @@ int32_t take_options(ka_host *host, const ka_options *options)
     if (host->options.checking != KA_CHECKED && host->options.checking != KA_RAW)
         return fail(host, KA_ARGUMENT, "checking is %d; it is KA_CHECKED (%d) or KA_RAW (%d)", host->options.checking,
                     KA_CHECKED, KA_RAW);
+    if (host->options.transport != KA_TRANSPORT_SIGNALS && host->options.transport != KA_TRANSPORT_PLAIN)
+        return fail(host, KA_ARGUMENT, "transport is %d; it is KA_TRANSPORT_SIGNALS (%d) or KA_TRANSPORT_PLAIN (%d)",
+                    host->options.transport, KA_TRANSPORT_SIGNALS, KA_TRANSPORT_PLAIN);
     if (host->options.cancel_fd >= 0 && fcntl(host->options.cancel_fd, F_GETFD) == -1)
         return fail(host, KA_ARGUMENT, "cancel_fd %d is not open", host->options.cancel_fd);
     if (host->options.grace_ms < 0) return fail_negative(host, "grace_ms", host->options.grace_ms);

@@ -16,6 +16,7 @@
 
 #include "base/fd.h"
 #include "base/pidfd.h"
+#include "block/annex.h"
 #include "block/segment.h"
 #include "child.h"
 #include "doorbell/wait.h"
@@ -133,6 +134,7 @@ static int32_t start_child(ka_host *host, const t_LAUNCH *launch, int64_t deadli
     if (error != 0) return fail_system(host, error, "cannot create a process");
     if (!host->segment.base && create_segment(host) != KA_DONE) return host->error.error_class;
     write_header(host);
+    wipe_annex(host);
     start_inspection(host);
     if (send_argument(host) != KA_DONE) return host->error.error_class;
     close_pipe_end(&host->pipes.report[1]); /* the child's is the last */

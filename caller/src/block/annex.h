@@ -1,0 +1,32 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The caller's side of the annex (wire/annex.h), at the end of every segment. A host that does not know of it leaves
+ * it alone, and then all goes by signals. Nothing that steers the library is read back from it: the numbers that a
+ * reply is compared with are the library's own, and what cannot be counts as no annex. */
+#ifndef KA_CALLER_ANNEX_H
+#define KA_CALLER_ANNEX_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+struct ka_host;
+
+/* Before each start: the host that comes has not offered anything yet. */
+void wipe_annex(ka_host *host);
+
+/* The running host has offered its own, and lives. */
+bool host_uses_annex(const ka_host *host);
+
+/* A request or an answer follows, whose reply is known by its number; and whether a signal is wanted with it. Visible
+   to the host after all that was written before. */
+void number_request(ka_host *host, bool wants_signal);
+
+/* The reply to the last request is there: a call-back, or the end of the call. */
+bool has_replied(const ka_host *host);
+bool has_called_back(const ka_host *host);
+
+/* After argc was taken back: no call is under way, and none that begins finds one. False also where it cannot be
+   known. */
+bool rests_by_annex(const ka_host *host);
+
+#endif

@@ -1,0 +1,44 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The host's side of the annex, which our own caller puts behind the block: replies that carry the number of their
+ * request, calls that are counted, and a word that tells whether the host lives. Without one all is done by signals
+ * alone, as with any other caller. */
+#ifndef KA_ANNEX_H
+#define KA_ANNEX_H
+
+#include <stdint.h>
+
+namespace host {
+
+/* Looks for one behind the block, which is attached. */
+void find_annex(void);
+
+/* The host is ready: from here on the caller may rely on it. */
+void offer_annex(void);
+
+/* Before the block is detached. */
+void leave_annex(void);
+
+/* The rest is for a host that has offered one; in any other it does nothing. */
+bool has_annex(void);
+
+/* Around a call: before the first look at the block, and after the last. */
+void begin_call(void);
+void end_call(void);
+
+/* Whether something was asked or answered that has not been taken. Without an annex each signal counts. */
+bool has_request(void);
+void take_request(void);
+
+/* A signal of the caller's own that brings no new request: the request was taken at a signal of someone else. */
+bool is_leftover(int32_t sender);
+
+/* Whether pid is another process than the caller that has made the annex, or perhaps one of its threads. */
+bool is_stranger(int32_t pid);
+
+/* True when the caller hears of it without a signal. */
+bool tell_reply(bool callback);
+
+} // namespace host
+
+#endif

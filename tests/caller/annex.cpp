@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: MIT
+//
+// The memory behind the block in which library and host tell each other what signals cannot: it makes calls cheap,
+// and nothing in it can do harm.
+#include "caller/hosts.h"
+
+#include <csignal>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "block/annex.h"
+#include "host/host.h"
+
+namespace {
+
+const std::string annex_module = module_path("annex");
+
+class Annex : public EveryWay {
+protected:
+    std::function<void(ka_options &)> with(int32_t transport) const
+    {
+        return [this, transport](ka_options &options) {
+            layout()(options);
+            options.transport = transport;
+            options.checking = KA_RAW;
+        };
+    }
+};
+IN_EVERY_WAY(Annex);
+
+int32_t annex_offset(ka_host *host)
+{
+    return static_cast<int32_t>(static_cast<char *>(static_cast<void *>(host->segment.annex)) - host->segment.base);
+}
+
+int32_t blot(ka_host *host, int32_t pattern)
+{
+    ka_begin(host, "blot");
+    for (int32_t number : {annex_offset(host), static_cast<int32_t>(sizeof(t_ANNEX)), pattern})
+        ka_add_integer(host, number, KA_BY_VALUE);
+    return call(host);
+}
+
+int32_t ask(ka_host *host, int32_t value)
+{
+    return call_with(host, "ask", value);
+}
+
+// A process that calls, traced; it stops itself before and after the calls that are counted.
+constexpr int counted_calls = 50;
+
+pid_t start_counted_caller(const std::function<void(ka_options &)> &adjust)
+{
+    const pid_t caller = fork();
+    if (caller != 0) return caller;
+    ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+    {
+        Host host(adjust);
+        for (int i = 0; i < 3; i++)
+            call_with(host, "give_code", i);
+        raise(SIGSTOP);
+        for (int i = 0; i < counted_calls; i++)
+            call_with(host, "give_code", i);
+        raise(SIGSTOP);
+    }
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+// Lets it run to where it stops itself; how often it has entered or left the kernel by a system call.
+int run_to_stop(pid_t caller)
+{
+    int passages = 0;
+    for (int signal = 0;;) {
+        int status = 0;
+        if (waitpid(caller, &status, 0) != caller || !WIFSTOPPED(status)) return -1;
+        signal = WSTOPSIG(status);
+        if (signal == SIGSTOP) return passages;
+        const bool at_system_call = signal == (SIGTRAP | 0x80);
+        passages += at_system_call ? 1 : 0;
+        ptrace(PTRACE_SYSCALL, caller, nullptr, at_system_call || signal == SIGTRAP ? 0 : signal);
+    }
+}
+
+// Of the calls that are counted, and the few of the stop itself.
+int system_calls_of_calls(const std::function<void(ka_options &)> &adjust)
+{
+    const pid_t caller = start_counted_caller(adjust);
+    EXPECT_EQ(run_to_stop(caller), 0);
+    ptrace(PTRACE_SETOPTIONS, caller, nullptr, PTRACE_O_TRACESYSGOOD);
+    ptrace(PTRACE_SYSCALL, caller, nullptr, 0);
+    const int passages = run_to_stop(caller);
+    ptrace(PTRACE_DETACH, caller, nullptr, 0);
+    int status = 1;
+    EXPECT_EQ(waitpid(caller, &status, 0), caller);
+    EXPECT_EQ(status, 0);
+    return passages / 2;
+}
+
+} // namespace
+
+TEST_P(Annex, is_used_from_the_second_call_on)
+{
+    Host host(with(KA_TRANSPORT_SIGNALS), annex_module);
+    EXPECT_EQ(ask(host, 7), 0);
+    EXPECT_TRUE(host_uses_annex(host));
+    EXPECT_EQ(ask(host, 7), 0);
+    EXPECT_EQ(has_replied(host), true);
+}
+
+// At most: none to wait for a reply that is there already.
+TEST_P(Annex, a_call_costs_the_caller_two_system_calls)
+{
+    constexpr int of_the_stop = 8;
+    const int seen = system_calls_of_calls(with(KA_TRANSPORT_SIGNALS));
+    EXPECT_GE(seen, counted_calls);
+    EXPECT_LE(seen, 2 * counted_calls + of_the_stop);
+}
+
+TEST_P(Annex, is_not_there_for_plain_calls)
+{
+    Host host(with(KA_TRANSPORT_PLAIN), annex_module);
+    for (int i = 0; i < 3; i++)
+        EXPECT_EQ(ask(host, 7), 0);
+    EXPECT_FALSE(host_uses_annex(host));
+}
+
+TEST_P(Annex, overwritten_once_costs_no_call)
+{
+    for (int32_t pattern : {0, 1, 2}) {
+        Host host(with(KA_TRANSPORT_SIGNALS), annex_module);
+        for (int i = 0; i < 20; i++) {
+            ASSERT_EQ(ask(host, i), 0) << "pattern " << pattern;
+            ASSERT_EQ(blot(host, pattern), 5) << "pattern " << pattern;
+        }
+    }
+}
+
+TEST_P(Annex, another_program_in_the_host_process_is_no_host)
+{
+    for (int32_t transport : {KA_TRANSPORT_SIGNALS, KA_TRANSPORT_PLAIN}) {
+        Host host(with(transport), annex_module);
+        EXPECT_EQ(ask(host, 1), 0);
+        ka_set_deadline(host, 300);
+        ka_begin(host, "become");
+        EXPECT_EQ(call_fails(host), KA_DEADLINE) << error_text(host);
+    }
+}
+
+// What the module writes there all the time may cost a call, but never the caller.
+TEST_P(Annex, overwritten_all_the_time_leaves_every_call_an_end)
+{
+    Host host(with(KA_TRANSPORT_SIGNALS), annex_module);
+    ka_set_deadline(host, 2000);
+    ka_begin(host, "keep_blotting");
+    ka_add_integer(host, annex_offset(host), KA_BY_VALUE);
+    ka_add_integer(host, sizeof(t_ANNEX), KA_BY_VALUE);
+    ASSERT_EQ(call(host), 0);
+    for (int32_t i = 0; i < 30 && ka_pid(host) != 0; i++) {
+        int32_t code = -1;
+        ka_begin(host, "ask");
+        ka_add_integer(host, i, KA_BY_VALUE);
+        const int32_t status = ka_call(host, &code);
+        EXPECT_TRUE(status != KA_DONE || code == 0) << code;
+    }
+}
