@@ -18,7 +18,7 @@
 namespace harness {
 namespace {
 
-enum { IPC_SHMAT = 21, IPC_SHMDT = 22 };
+enum { IPC_SHMAT = 21, IPC_SHMDT = 22, IPC_SHMCTL = 24 };
 
 // The kernel's records of a signal action.
 struct KernelAction32 {
@@ -162,6 +162,7 @@ std::string line_of(const Traced &host, const __ptrace_syscall_info &info)
     if (is(world.close) || is(world.close_range)) return "close";
     if (is(world.kill)) return "kill";
     if (is(world.tgkill)) return "raise";
+    if (is(world.ipc) && arg[0] == IPC_SHMCTL) return ""; // how long the segment is
     if (is(world.ipc)) return arg[0] == IPC_SHMAT ? "attach" : arg[0] == IPC_SHMDT ? "detach" : "ipc";
     if (is(world.shmat)) return "attach";
     if (is(world.shmdt)) return "detach";
