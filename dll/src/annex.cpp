@@ -42,6 +42,11 @@ pthread_mutex_t *mutex_of(t_ANNEX *there)
     return static_cast<pthread_mutex_t *>(static_cast<void *>(there->mutex));
 }
 
+void wake(const void *word)
+{
+    syscall(SYS_futex, word, FUTEX_WAKE, 1, nullptr, nullptr, 0);
+}
+
 bool hold(t_ANNEX *there)
 {
     pthread_mutexattr_t attributes;
@@ -70,6 +75,7 @@ void host::offer_annex(void)
     caller = annex->caller;
     taken = 0;
     __atomic_store_n(&annex->host, static_cast<int32_t>(own_thread), __ATOMIC_SEQ_CST);
+    wake(&annex->host);
 }
 
 void host::leave_annex(void)
@@ -134,6 +140,6 @@ bool host::tell_reply(bool callback)
     if (annex == nullptr) return false;
     __atomic_store_n(&annex->reply, wire::reply_to(taken, callback), __ATOMIC_SEQ_CST);
     const uint32_t before = __atomic_exchange_n(&annex->life, own_thread, __ATOMIC_SEQ_CST);
-    if ((before & wire::LIFE_WAITED_FOR) != 0) syscall(SYS_futex, &annex->life, FUTEX_WAKE, 1, nullptr, nullptr, 0);
+    if ((before & wire::LIFE_WAITED_FOR) != 0) wake(&annex->life);
     return annex->wants_signal == 0;
 }

@@ -49,6 +49,14 @@ static t_REST look_for_start(ka_host *host)
     return host_uses_annex(host) ? AT_REST_IDLE : look_for_first_rest(host);
 }
 
+/* A death is seen after it, in a moment; a cancellation must be seen at once. */
+static int await_offer(ka_host *host, int64_t until)
+{
+    if (host->options.cancel_fd != -1) return wait_until(host, -1, until);
+    sleep_until_offer(host, until);
+    return wait_until(host, -1, 0);
+}
+
 /* A host that has answered was ready then. Where /proc cannot be read, there is nothing to wait for. */
 int32_t await_ready(ka_host *host, int64_t deadline)
 {
@@ -60,7 +68,7 @@ int32_t await_ready(ka_host *host, int64_t deadline)
         looks = rest == AT_REST_IN_CALLBACK ? looks + 1 : 0;
         if (looks == LOOKS_AT_CALLBACK) return fail_callback_at_start(host);
         const int64_t look_again = now_ns() + pause;
-        const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
+        const int woken = await_offer(host, look_again < deadline ? look_again : deadline);
         if (woken & WOKEN_BY_DEATH) return fail_dead(host, "before its first call");
         if ((woken & (WOKEN_BY_CANCEL | WOKEN_BY_ERROR)) || now_ns() >= deadline) return fail_not_ready(host, woken);
         pause = pause * 2 < LONGEST_LOOK_NS ? pause * 2 : static_cast<int64_t>(LONGEST_LOOK_NS);

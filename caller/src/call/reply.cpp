@@ -35,10 +35,10 @@
 #include "process/regain.h"
 
 /* Between two looks at a host. After a signal that did not decide, its state must, and that changes soon. Before any
-   signal, a look only finds a reply whose signal was lost: the program may have replaced the handler, or ignore
-   SIGUSR2. A reply by the annex is lost only where the module has overwritten it; and a wait that is shorter than the
-   kernel's tick makes it set its timer anew each time, which on virtual machines costs more than the whole exchange. */
-enum : int64_t { FIRST_PAUSE_NS = 20000, FIRST_QUIET_PAUSE_NS = 1000000, LONGEST_PAUSE_NS = 50000000 };
+   signal, a look only finds a reply whose signal was lost (the program may have replaced the handler, or ignore
+   SIGUSR2) or whose number was overwritten. So the first wait is a long one: one that ends before the kernel's next
+   tick makes it set its timer anew each time, which on virtual machines costs more than the whole exchange. */
+enum : int64_t { FIRST_PAUSE_NS = 20000, LONGEST_PAUSE_NS = 50000000 };
 
 /* ---- The request ----------------------------------------------------------------------------------------------- */
 
@@ -134,7 +134,7 @@ static int wait_for_reply(ka_host *host, int64_t until)
    the first signal comes without a pause: by then most hosts are at rest, and their state can be proved. */
 static t_REPLY await_reply(ka_host *host, int64_t deadline)
 {
-    int64_t pause = host->waiting.by_annex ? LONGEST_PAUSE_NS : FIRST_QUIET_PAUSE_NS;
+    int64_t pause = LONGEST_PAUSE_NS;
     bool signalled = false;
     for (;;) {
         const int64_t look_again = now_ns() + pause;

@@ -61,6 +61,17 @@ int wait_until(const ka_host *host, int pipe_fd, int64_t until)
     return error != 0 && error != EAGAIN ? fail_waiting(error) : woken;
 }
 
+static void sleep_while(const void *word, uint32_t value, int64_t until)
+{
+    const struct timespec timeout = time_left(until);
+    syscall(SYS_futex, word, FUTEX_WAIT, value, &timeout, nullptr, 0);
+}
+
+void sleep_until_offer(ka_host *host, int64_t until)
+{
+    sleep_while(&host->segment.annex->host, 0, until);
+}
+
 /* The host gives the word its plain value back when it replies, and the kernel marks it at the host's death; both
    wake who sleeps on it. So does this thread, unless the word was changed after the mark was put in. */
 bool sleep_on_life(ka_host *host, int64_t until)
@@ -70,9 +81,8 @@ bool sleep_on_life(ka_host *host, int64_t until)
     while (host_uses_annex(host)) {
         uint32_t alive = static_cast<uint32_t>(host->process.pid);
         __atomic_compare_exchange_n(life, &alive, waited_for, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
-        const struct timespec timeout = time_left(until);
-        if (has_replied(host) || (timeout.tv_sec == 0 && timeout.tv_nsec == 0)) return true;
-        syscall(SYS_futex, life, FUTEX_WAIT, waited_for, &timeout, nullptr, 0);
+        if (has_replied(host) || now_ns() >= until) return true;
+        sleep_while(life, waited_for, until);
     }
     return false;
 }
