@@ -10,7 +10,6 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "block.h"
 #include "wire/annex.h"
 
 namespace {
@@ -25,13 +24,13 @@ uint32_t taken; /* the number of the request that was taken last */
 uint32_t started;
 uint32_t done;
 
-t_ANNEX *annex_behind(void *block)
+t_ANNEX *annex_behind(void *block, int32_t block_bytes, int32_t id)
 {
     struct shmid_ds segment;
-    if (shmctl(shm_id, IPC_STAT, &segment) != 0 || segment.shm_segsz % wire::ANNEX_STEP != wire::ANNEX_MARK)
+    if (shmctl(id, IPC_STAT, &segment) != 0 || segment.shm_segsz % wire::ANNEX_STEP != wire::ANNEX_MARK)
         return nullptr;
     const size_t offset = segment.shm_segsz - wire::ANNEX_MARK;
-    if (block_size() < 0 || static_cast<size_t>(block_size()) > offset) return nullptr;
+    if (block_bytes < 0 || static_cast<size_t>(block_bytes) > offset) return nullptr;
     t_ANNEX *there = static_cast<t_ANNEX *>(static_cast<void *>(static_cast<char *>(block) + offset));
     return memcmp(there->magic, wire::ANNEX_MAGIC, sizeof there->magic) == 0 ? there : nullptr;
 }
@@ -59,9 +58,9 @@ bool hold(t_ANNEX *there)
 } // namespace
 
 /* With a C library whose mutex begins with another word the host does without. */
-void host::find_annex(void)
+void host::find_annex(void *block, int32_t block_bytes, int32_t id)
 {
-    t_ANNEX *there = annex_behind(shm_addr);
+    t_ANNEX *there = annex_behind(block, block_bytes, id);
     if (there == nullptr || !hold(there)) return;
     found = there;
     own_thread = static_cast<uint32_t>(getpid());

@@ -10,8 +10,8 @@
 
 namespace host {
 
-/* Looks for one behind the block, which is attached. */
-void find_annex(void);
+/* Looks for one behind the block, in the attached segment of that identifier. */
+void find_annex(void *block, int32_t block_bytes, int32_t id);
 
 /* The host is ready: from here on the caller may rely on it. */
 void offer_annex(void);

@@ -181,7 +181,7 @@ KA_API int main(int argc, char **argv)
     reset_signals();
     close_inherited();
     attach_block();
-    host::find_annex();
+    host::find_annex(shm_addr, block_size(), shm_id);
     cleanup = find_hook("dll_cleanup", dll_cleanup);
     find_hook("dll_setup", dll_setup)();
     install(SIGTERM, signal_handler, nullptr);
