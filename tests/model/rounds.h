@@ -13,8 +13,8 @@
 
 namespace model {
 
-// The sanitizers make a round slower by about as much, and the faults that they look for need fewer: random tests go
-// round so much less often, and those of large spaces go through them in such steps.
+// The sanitizers make a round slower by about as much, and the faults that they look for need fewer: a random test
+// goes round so much less often.
 #ifdef __SANITIZE_ADDRESS__
 inline constexpr int sanitizer_step = 17;
 #else
