@@ -27,6 +27,13 @@ inline void set_arithmetic(const t_ARITHMETIC *wanted)
     __asm__ volatile("fldcw %0; ldmxcsr %1" : : "m"(wanted->x87), "m"(wanted->sse));
 }
 
+/* The same where an operation may have left an exception behind that wanted lets trap: it would do so now. */
+inline void resume_arithmetic(const t_ARITHMETIC *wanted)
+{
+    if ((wanted->x87 & 0x3f) != 0x3f) __asm__ volatile("fnclex");
+    set_arithmetic(wanted);
+}
+
 /* Whatever state it is in: a pending trap is dropped, or the next instruction would raise it, and the x87 stack,
    which unfinished MMX code leaves full, is emptied. In a fraction of the time that fninit takes. */
 inline void reset_arithmetic(void)
@@ -54,6 +61,11 @@ inline t_ARITHMETIC arithmetic(void)
 }
 
 inline void set_arithmetic(const t_ARITHMETIC *wanted)
+{
+    fesetenv(&wanted->all);
+}
+
+inline void resume_arithmetic(const t_ARITHMETIC *wanted)
 {
     fesetenv(&wanted->all);
 }

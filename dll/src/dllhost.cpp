@@ -129,10 +129,14 @@ void attach_block(void)
     exit(0);
 }
 
-[[gnu::noinline]] void perform_call(void)
+/* Context: the frame of the handler, or what a handler with more arguments is given. */
+template <typename T_CONTEXT>
+[[gnu::noinline]] void perform_call(const T_CONTEXT *context)
 {
+    const bool from_wait = comes_from_wait(interrupted_by(context));
     host::begin_call();
     if (!reply(dll_main())) raise(SIGTERM);
+    if (from_wait) jump_to_wait();
 }
 
 /* SIGTERM is never blocked: the end can come nested inside a call. */
@@ -140,14 +144,15 @@ void signal_handler(int signal)
 {
     if (passed_on(signal, host::main_thread)) return;
     if (signal == SIGTERM) return end_host();
-    if (!must_wait(THIS_FRAME)) perform_call();
+    if (!must_wait(THIS_FRAME)) perform_call(THIS_FRAME);
 }
 
 /* With an annex it is known which signals of the caller bring nothing. All others do what they do without one. */
 void call_handler(int signal, siginfo_t *info, void *context)
 {
     if (host::is_leftover(info->si_pid) || passed_on(signal, host::main_thread)) return;
-    if (!must_wait(static_cast<const ucontext_t *>(context))) perform_call();
+    const auto *interrupted = static_cast<const ucontext_t *>(context);
+    if (!must_wait(interrupted)) perform_call(interrupted);
 }
 
 void install_with_information(int signal, void (*handler)(int, siginfo_t *, void *))
@@ -188,6 +193,5 @@ KA_API int main(int argc, char **argv)
     host::offer_annex();
     install_call_handler();
 
-    const sigset_t idle = blocked_while_idle();
-    wait_for_signals(&idle);
+    wait_for_calls();
 }

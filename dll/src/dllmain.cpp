@@ -182,6 +182,7 @@ int32_t dll_callback(int32_t value)
         const sigset_t blocked = blocked_in_callback();
         wait_for_signals(&blocked);
     }
+    host::called_back = true;
     host::take_request();
     set_arithmetic(&own);
     sigaction(SIGUSR2, &previous, nullptr);

@@ -3,8 +3,14 @@
  * See signals.h. */
 #include "signals.h"
 
+#include <setjmp.h>
+#include <string.h>
+
+#include "arithmetic.h"
+
 pthread_t host::main_thread;
 bool host::ending;
+bool host::called_back;
 
 namespace {
 bool put_off; /* a SIGUSR2 waits until the handler that it interrupted has returned */
@@ -55,10 +61,94 @@ void install(int signal, void (*handler)(int), struct sigaction *previous)
     sigaction(signal, &action, previous);
 }
 
+namespace {
+
+void raise_what_was_put_off(void)
+{
+    if (__atomic_exchange_n(&put_off, false, __ATOMIC_RELAXED)) raise(SIGUSR2);
+}
+
+} // namespace
+
 void wait_for_signals(const sigset_t *blocked)
 {
     for (;;) {
         sigsuspend(blocked);
-        if (__atomic_exchange_n(&put_off, false, __ATOMIC_RELAXED)) raise(SIGUSR2);
+        raise_what_was_put_off();
     }
+}
+
+/* ---- The wait for calls, and the jump back to it --------------------------------------------------------------- */
+
+/* A jump leaves in force what the call has left, where a return brings back what was in force during the wait:
+   - The mask: a call begins with that of the wait and SIGUSR2, the same that main has had since its start, unless it
+     inherited more or dll_setup changed it. Where a call-back has changed it, it is set.
+   - The alternate stack, unless the frame is the shorter one of a 32-bit process, which holds none.
+   - The arithmetic.
+   A function that changes its mask or the alternate stack itself does not say so. For the mask that makes no
+   difference: the wait has its own, and so the next call begins with the usual one. The alternate stack is put right
+   when the next call begins.
+   Nobody needs what is jumped over: the frames of the handler hold no object with a destructor, and there is only
+   the wait below, as comes_from_wait has seen. */
+
+namespace {
+
+/* Set when the wait begins and never changed, so a jump finds nothing of it in a register. */
+struct t_WAIT {
+    sigjmp_buf begin;
+    const void *stack; /* how deep the stack is; null where handlers are left by their return */
+    sigset_t blocked;
+    sigset_t mask; /* of the thread when it lets nothing in */
+    stack_t alternate_stack;
+    t_ARITHMETIC arithmetic;
+};
+t_WAIT waiting;
+
+#ifndef SS_AUTODISARM
+constexpr unsigned SS_AUTODISARM = 1u << 31;
+#endif
+
+bool is_same(const stack_t &a, const stack_t &b)
+{
+    return a.ss_sp == b.ss_sp && a.ss_size == b.ss_size;
+}
+
+/* An alternate stack that each handler takes away comes back by a return alone. */
+bool can_jump(void)
+{
+    const sigset_t calls_mask = blocked_at_start();
+    const bool disarmed = (static_cast<unsigned>(waiting.alternate_stack.ss_flags) & SS_AUTODISARM) != 0;
+    return !disarmed && memcmp(&waiting.mask, &calls_mask, sizeof(uint64_t)) == 0;
+}
+
+} // namespace
+
+void wait_for_calls(void)
+{
+    waiting.blocked = blocked_while_idle();
+    sigprocmask(SIG_BLOCK, nullptr, &waiting.mask);
+    sigaltstack(nullptr, &waiting.alternate_stack);
+    waiting.arithmetic = arithmetic();
+    if (can_jump()) waiting.stack = __builtin_dwarf_cfa();
+
+    if (sigsetjmp(waiting.begin, 0) != 0) {
+        resume_arithmetic(&waiting.arithmetic);
+        raise_what_was_put_off();
+    }
+    wait_for_signals(&waiting.blocked);
+}
+
+bool comes_from_wait(const t_INTERRUPTED &interrupted)
+{
+    if (!is_at(interrupted, waiting.stack)) return false;
+    host::called_back = false;
+    const stack_t *left = interrupted.alternate_stack;
+    if (left != nullptr && !is_same(*left, waiting.alternate_stack)) sigaltstack(&waiting.alternate_stack, nullptr);
+    return true;
+}
+
+void jump_to_wait(void)
+{
+    if (host::called_back) sigprocmask(SIG_SETMASK, &waiting.mask, nullptr);
+    siglongjmp(waiting.begin, 1);
 }

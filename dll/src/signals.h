@@ -1,18 +1,20 @@
 /* SPDX-License-Identifier: MIT
  *
  * The host's signals, as the call handler and the call-back's handler share them: which thread acts on one, which one
- * has to wait, and the wait itself. */
+ * has to wait, the wait itself, and the way back to it. */
 #ifndef KA_SIGNALS_H
 #define KA_SIGNALS_H
 
 #include <pthread.h>
 #include <signal.h>
-#include <ucontext.h>
+
+#include "frame.h"
 
 /* In a namespace: linked statically, the host shares plain names with the module. */
 namespace host {
 extern pthread_t main_thread; /* set when main begins */
 extern bool ending;           /* the block is being detached, or has been */
+extern bool called_back;      /* the call in progress has waited for an answer, which has changed its mask */
 } // namespace host
 
 /* The kernel delivers a signal of the process to any thread that lets it in. True: this was the wrong one, and the
@@ -21,38 +23,6 @@ inline bool passed_on(int signal, pthread_t owner)
 {
     return pthread_equal(pthread_self(), owner) == 0 && pthread_kill(owner, signal) == 0;
 }
-
-/* What the kernel puts above the return address of a handler installed without SA_SIGINFO; the mask in it comes into
-   force when the handler returns. */
-#if defined(__x86_64__)
-struct t_FRAME {
-    ucontext_t interrupted;
-};
-#elif defined(__i386__)
-struct t_FRAME {
-    int signal;
-    struct sigcontext interrupted; /* oldmask holds signals 1 to 32 */
-};
-#else
-struct t_FRAME; /* not known: the system is asked each time */
-#endif
-
-/* Whether SIGTERM is in that mask. */
-inline bool blocks_sigterm([[maybe_unused]] const t_FRAME *frame)
-{
-#if defined(__x86_64__)
-    return sigismember(&frame->interrupted.uc_sigmask, SIGTERM) == 1;
-#elif defined(__i386__)
-    return (frame->interrupted.oldmask >> (SIGTERM - 1) & 1) != 0;
-#else
-    return true;
-#endif
-}
-
-/* The frame of the handler that says this. Two rules keep it the kernel's: the handler itself has no local variable
-   that needs an address (the compiler may realign the stack for one, and then points elsewhere), and one argument
-   (the compiler may use an argument's place for its own ends, and never touches what comes after the last one). */
-#define THIS_FRAME static_cast<const t_FRAME *>(__builtin_dwarf_cfa())
 
 /* Puts the signal at hand off, and is true, where SIGTERM is blocked: the wait raises it anew. noinline: its local
    mask must not become one of the handler's (see THIS_FRAME). */
@@ -65,7 +35,7 @@ inline bool blocks_sigterm([[maybe_unused]] const t_FRAME *frame)
    blocked it itself. */
 inline bool must_wait(const t_FRAME *frame)
 {
-    return blocks_sigterm(frame) && put_off_on_top();
+    return may_block_sigterm(frame) && put_off_on_top();
 }
 
 /* The same where the handler is given the context itself: installed with SA_SIGINFO, its frame is another. */
@@ -89,5 +59,14 @@ sigset_t blocked_in_callback(void);
 
 /* Lets signals in, except those of blocked, for as long as it takes. */
 [[noreturn]] void wait_for_signals(const sigset_t *blocked);
+
+/* The same for calls. */
+[[noreturn]] void wait_for_calls(void);
+
+/* The two ends of a call in its handler. The first is true where the handler can be left by a jump back to that wait,
+   and then the second does so; else it is left by its return, which is a system call, and a slow one in a 32-bit
+   process. */
+bool comes_from_wait(const t_INTERRUPTED &interrupted);
+[[noreturn]] void jump_to_wait(void);
 
 #endif

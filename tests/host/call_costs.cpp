@@ -21,11 +21,11 @@ protected:
     HostProcess host{block, "noop"};
 };
 
-TEST_F(Costs, a_call_takes_the_reply_and_the_return_from_the_handler)
+TEST_F(Costs, a_call_takes_the_reply_beside_the_wait)
 {
     place(block, "noop");
     for (int round = 0; round < 3; round++) {
-        EXPECT_EQ(of_next_signal(), 2);
+        EXPECT_EQ(of_next_signal(), 1);
         host.await_signal();
         EXPECT_EQ(block.get(Head::retcode), 11);
     }

@@ -36,7 +36,26 @@ enum {
     PROBE_DEFAULT = 20,    // signal          1: its action is the default with empty mask and no flags, 0: it is not
     PROBE_FORK = 21,       // exit status     exit status of a child that the function forks and waits for
     PROBE_CALLBACK_IN_THREAD = 22, // value  dll_callback on a thread that begins and ends in this command
-    PROBE_FORK_IN_THREAD = 23 // signal      exit status of a child that a thread forks and that raises the signal
+    PROBE_FORK_IN_THREAD = 23,     // signal     exit status of a child that a thread forks and that raises the signal
+    PROBE_UNBLOCK = 24,            // signal     unblocks it
+    PROBE_FLAGS = 25,              // flags      sa_flags of handlers that are installed from now on
+    PROBE_LOOK = 26,               // signal     installs a handler that leaves in the mailbox what it has interrupted
+    PROBE_SET_STACK = 27,          // size       sets an alternate stack of that size; 0: none
+    PROBE_STACK_NOW = 28, // -          size of the alternate stack in force, negative when handlers disarm it
+    PROBE_ROUNDING = 29,  // x87 word   sets it, and an inexact exception that has happened
+    PROBE_WRAP = 30       // -          puts a handler on SIGUSR2 that counts, calls the host's and counts again
+};
+
+// What a handler of the module's finds: of what it has interrupted, and around itself.
+struct Interrupted {
+    uint64_t mask;        // that comes into force again when it returns
+    uint64_t mask_at_end; // of the handler itself
+    uint32_t x87;
+    uint32_t sse;
+    int32_t on_alternate_stack;
+    int32_t alternate_stack; // its size
+    int32_t times;
+    int32_t reserved; // the same size in both word sizes
 };
 
 struct Mailbox {
@@ -45,6 +64,7 @@ struct Mailbox {
     int32_t value;
     int32_t out[8];
     int32_t handled; // signals counted so far, to be read at any time
+    struct Interrupted interrupted;
 };
 
 #endif

@@ -11,6 +11,7 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include "host/probe_mailbox.h"
@@ -87,21 +88,118 @@ void counting_handler(int)
 }
 
 sigset_t handler_mask; // all zero: empty
+int handler_flags;
 
 int32_t set_handler(int signal, void (*handler)(int))
 {
     struct sigaction action = {};
     action.sa_handler = handler;
     action.sa_mask = handler_mask;
+    action.sa_flags = handler_flags;
     return sigaction(signal, &action, nullptr);
 }
 
-int32_t block(int signal)
+int32_t change_mask(int how, int signal)
 {
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, signal);
-    return sigprocmask(SIG_BLOCK, &set, nullptr);
+    return sigprocmask(how, &set, nullptr);
+}
+
+uint64_t mask_bits(const sigset_t &set)
+{
+    uint64_t bits = 0;
+    memcpy(&bits, &set, sizeof bits);
+    return bits;
+}
+
+uint64_t mask_now()
+{
+    sigset_t now;
+    sigprocmask(SIG_BLOCK, nullptr, &now);
+    return mask_bits(now);
+}
+
+int32_t set_stack(int32_t size)
+{
+    static char memory[65536];
+    stack_t stack = {};
+    stack.ss_sp = memory;
+    stack.ss_size = static_cast<size_t>(size);
+    stack.ss_flags = size == 0 ? SS_DISABLE : 0;
+    return sigaltstack(&stack, nullptr);
+}
+
+int32_t stack_now()
+{
+    stack_t stack = {};
+    sigaltstack(nullptr, &stack);
+    const auto size = static_cast<int32_t>(stack.ss_size);
+    return stack.ss_flags < 0 ? -size : size; // the flag of disarming is the highest
+}
+
+// As the kernel has saved them; the two word sizes have different records.
+void look_at_arithmetic(const ucontext_t &context, Interrupted &seen)
+{
+#ifdef __x86_64__
+    seen.x87 = context.uc_mcontext.fpregs->cwd;
+    seen.sse = context.uc_mcontext.fpregs->mxcsr;
+#else
+    const auto *saved = reinterpret_cast<const _fpstate *>(context.uc_mcontext.fpregs);
+    seen.x87 = saved->cw & 0xffff;
+    seen.sse = saved->mxcsr;
+#endif
+}
+
+// Takes some microseconds, too.
+void looking_handler(int, siginfo_t *, void *context)
+{
+    const auto &interrupted = *static_cast<const ucontext_t *>(context);
+    Interrupted &seen = mailbox()->interrupted;
+    stack_t stack = {};
+    sigaltstack(nullptr, &stack);
+    seen.mask = mask_bits(interrupted.uc_sigmask);
+    seen.on_alternate_stack = (stack.ss_flags & SS_ONSTACK) != 0 ? 1 : 0;
+    seen.alternate_stack = static_cast<int32_t>(interrupted.uc_stack.ss_size);
+    look_at_arithmetic(interrupted, seen);
+    for (int i = 0; i < 5000; i++)
+        __asm__ volatile("");
+    seen.mask_at_end = mask_now();
+    __atomic_add_fetch(&seen.times, 1, __ATOMIC_RELEASE);
+}
+
+int32_t look(int signal)
+{
+    struct sigaction action = {};
+    action.sa_sigaction = looking_handler;
+    action.sa_mask = handler_mask;
+    action.sa_flags = SA_SIGINFO | handler_flags;
+    return sigaction(signal, &action, nullptr);
+}
+
+int32_t set_rounding(int32_t x87)
+{
+    const auto word = static_cast<unsigned short>(x87);
+    __asm__ volatile("fld1; fldpi; fdivrp; fstp %%st(0); fldcw %0" : : "m"(word));
+    return 0;
+}
+
+struct sigaction wrapped;
+
+void wrapping_handler(int signal)
+{
+    mailbox()->handled++;
+    wrapped.sa_handler(signal);
+    mailbox()->handled++;
+}
+
+int32_t wrap()
+{
+    sigaction(SIGUSR2, nullptr, &wrapped);
+    struct sigaction own = wrapped;
+    own.sa_handler = wrapping_handler;
+    return sigaction(SIGUSR2, &own, nullptr);
 }
 
 // Leaves out the flag that the C library uses for itself.
@@ -210,7 +308,21 @@ int32_t perform(int32_t command, int32_t value, int32_t *out)
     case PROBE_ADDRESS:
         return copy_address(u_get_baseptr(), &out[1]);
     case PROBE_BLOCK:
-        return block(value);
+        return change_mask(SIG_BLOCK, value);
+    case PROBE_UNBLOCK:
+        return change_mask(SIG_UNBLOCK, value);
+    case PROBE_FLAGS:
+        return handler_flags = value;
+    case PROBE_LOOK:
+        return look(value);
+    case PROBE_SET_STACK:
+        return set_stack(value);
+    case PROBE_STACK_NOW:
+        return stack_now();
+    case PROBE_ROUNDING:
+        return set_rounding(value);
+    case PROBE_WRAP:
+        return wrap();
     case PROBE_IGNORE:
         return set_handler(value, SIG_IGN);
     case PROBE_HANDLE:
