@@ -2,6 +2,7 @@
  *
  * The conversions of arguments: one function per code and way. Results of the REAL layer are ignored: it saturates or
  * replaces what does not fit, and a null REAL ends the process there. */
+#include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -23,10 +24,32 @@ T *allocate(int32_t slot, int64_t count)
     return static_cast<T *>(KaAv[slot]);
 }
 
-t_DECIMAL load_real(const t_DLL_ARG &arg, int32_t k)
+/* The elements of an argument one after the other. Each is where element() says: sums wrap as products do. */
+class t_ELEMENTS {
+public:
+    explicit t_ELEMENTS(const t_DLL_ARG &arg)
+        : first_(reinterpret_cast<uintptr_t>(arg.ptr)), step_(static_cast<uint32_t>(arg.elsz) * 4u)
+    {
+    }
+    char *next(void)
+    {
+        const auto distance = static_cast<int32_t>(distance_);
+        distance_ += step_;
+        return reinterpret_cast<char *>(first_ + static_cast<uintptr_t>(distance));
+    }
+
+private:
+    uintptr_t first_;
+    uint32_t step_;
+    uint32_t distance_ = 0;
+};
+
+/* In two pieces, as the REAL layer reads it: a processor waits with a load that joins what two stores have left. */
+t_DECIMAL load_real(const char *from)
 {
     t_DECIMAL real;
-    memcpy(&real, element(arg, k), sizeof real);
+    memcpy(&real, from, offsetof(t_DECIMAL, dec_dgts));
+    memcpy(real.dec_dgts, from + offsetof(t_DECIMAL, dec_dgts), sizeof real.dec_dgts);
     return real;
 }
 
@@ -34,8 +57,9 @@ int32_t real_to_double(const t_DLL_ARG &arg, int32_t slot)
 {
     double *to = allocate<double>(slot, arg.elcnt);
     if (to == nullptr) return KA_NO_MEMORY;
+    t_ELEMENTS elements(arg);
     for (int32_t k = 0; k < arg.elcnt; k++) {
-        const t_DECIMAL real = load_real(arg, k);
+        const t_DECIMAL real = load_real(elements.next());
         m_to_dbl(&real, &to[k]);
     }
     return KA_OK;
@@ -47,8 +71,9 @@ int32_t real_to_int(const t_DLL_ARG &arg, int32_t slot)
 {
     int32_t *to = allocate<int32_t>(slot, 2 * static_cast<int64_t>(arg.elcnt));
     if (to == nullptr) return KA_NO_MEMORY;
+    t_ELEMENTS elements(arg);
     for (int32_t k = 0; k < arg.elcnt; k++) {
-        const t_DECIMAL real = load_real(arg, k);
+        const t_DECIMAL real = load_real(elements.next());
         m_to_int(&real, &to[k]);
     }
     return KA_OK;
@@ -103,13 +128,17 @@ int32_t store_lengths(const t_DLL_ARG &arg, int32_t slot)
     return KA_OK;
 }
 
+/* Straight into the block; only where the caller has put REALs at odd addresses, by way of a copy. */
 int32_t store_reals(const t_DLL_ARG &arg, int32_t slot)
 {
     const double *from = static_cast<const double *>(KaAv[slot]);
+    const bool aligned = reinterpret_cast<uintptr_t>(arg.ptr) % alignof(t_DECIMAL) == 0; /* so are all others, then */
+    t_ELEMENTS elements(arg);
     for (int32_t k = 0; k < arg.elcnt; k++) {
-        t_DECIMAL real;
-        m_cv_dbl(from[k], &real);
-        memcpy(element(arg, k), &real, sizeof real);
+        void *const to = elements.next();
+        t_DECIMAL copy;
+        m_cv_dbl(from[k], aligned ? static_cast<t_DECIMAL *>(to) : &copy);
+        if (!aligned) memcpy(to, &copy, sizeof copy);
     }
     return KA_OK;
 }

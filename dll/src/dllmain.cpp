@@ -98,22 +98,28 @@ int32_t u_get_argc(void)
     return load32(at(layout().argc));
 }
 
-t_DLL_ARG u_get_arg(int32_t i)
+/* Once for each row, which is known to the compiler: an argument is read twice in every call. */
+template <const t_ROW &row>
+static t_DLL_ARG get_arg(int32_t i)
 {
-    const t_ROW &row = row_in_force();
-    t_DLL_ARG arg = {};
-    if (!has_descriptor(row.layout, i)) return arg;
+    if (!has_descriptor(row.layout, i)) return {};
     const char *from = descriptor(row.layout, i);
     const uint32_t ptr = static_cast<uint32_t>(load32(from + wire::ARG_PTR_AT));
-    arg.type = load32(from + wire::ARG_TYPE_AT);
-    arg.ref = load32(from + wire::ARG_REF_AT);
-    arg.ptr = row.translates_ptr ? at(static_cast<uint32_t>(offset_of(row, ptr, "u_get__arg")))
-                                 : reinterpret_cast<void *>(static_cast<uintptr_t>(ptr));
+    void *const own = row.translates_ptr ? at(static_cast<uint32_t>(offset_of(row, ptr, "u_get__arg")))
+                                         : reinterpret_cast<void *>(static_cast<uintptr_t>(ptr));
     const char *counts = from + row.layout.arg_counts;
-    arg.maxlen = load32(counts);
-    arg.elsz = load32(counts + 4);
-    arg.elcnt = load32(counts + 8);
-    return arg;
+    return {load32(from + wire::ARG_TYPE_AT),
+            load32(from + wire::ARG_REF_AT),
+            own,
+            load32(counts),
+            load32(counts + 4),
+            load32(counts + 8)};
+}
+
+t_DLL_ARG u_get_arg(int32_t i)
+{
+    if (dll_compat == 0) return get_arg<row_0>(i);
+    return dll_compat == 32 ? get_arg<row_32>(i) : get_arg<row_64>(i);
 }
 
 int32_t u_unref_arg(int32_t i)
