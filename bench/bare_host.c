@@ -3,6 +3,7 @@
  * The least that a host can be: it attaches the segment, and adds two numbers in the handler of SIGUSR2. The handler
  * is left by its return, or by a jump, which spares the system call of a return. usage: bare_host SEGMENT return|jump
  */
+#define _GNU_SOURCE
 #include <setjmp.h>
 #include <signal.h>
 #include <stdlib.h>

@@ -1,25 +1,30 @@
 // SPDX-License-Identifier: MIT
 //
-// A call of add(2, 40, &sum) through hosts of each word size, beside bare hosts of the same word size, which do
-// nothing but add and answer; the caller is bare in all of them: it writes the request, signals, and waits with
-// sigwaitinfo. Caller and host share one processor. usage: bench_hosts MODULE BARE-HOST [MODULE BARE-HOST]
-//
-// All hosts take turns in short bursts, so that what else the machine does meets them alike.
+// Calls through hosts of each word size, beside the least that two processes can do. The caller is bare in all of
+// them: it writes the request, signals, and waits with sigwait. Caller and host share one processor.
+// usage: bench_hosts [--csv FILE] ADDER ECHO BARE-HOST [ADDER ECHO BARE-HOST], the modules of the machine's own word
+// size first
 #include <sched.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/shm.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string>
 
 #include "bare.h"
+#include "ka/decimal.h"
 #include "ka/dll_block.h"
-#include "ping_pong.h"
+#include "timing.h"
 
 namespace {
 
-constexpr int bursts = 240;
-constexpr double burst_ns = 500'000;
+constexpr size_t segment_size = 32768;
 
 [[noreturn]] void fail(const char *what)
 {
@@ -27,9 +32,20 @@ constexpr double burst_ns = 500'000;
     std::exit(1);
 }
 
+const sigset_t &calls()
+{
+    static const sigset_t set = [] {
+        sigset_t made;
+        sigemptyset(&made);
+        sigaddset(&made, SIGUSR2);
+        return made;
+    }();
+    return set;
+}
+
 class Segment {
 public:
-    Segment() : id_(shmget(IPC_PRIVATE, 8192, 0600)), data_(static_cast<char *>(shmat(id_, nullptr, 0)))
+    Segment() : id_(shmget(IPC_PRIVATE, segment_size, 0600)), data_(static_cast<char *>(shmat(id_, nullptr, 0)))
     {
         if (id_ == -1 || data_ == reinterpret_cast<char *>(-1)) fail("segment");
         shmctl(id_, IPC_RMID, nullptr); // hosts can attach it as long as it is attached here
@@ -38,172 +54,337 @@ public:
     Segment &operator=(const Segment &) = delete;
     ~Segment() { shmdt(data_); }
     int id() const { return id_; }
-    char *data() const { return data_; }
+    char *at(size_t offset) const { return data_ + offset; }
 
 private:
     int id_;
     char *data_;
 };
 
-// A host process, one request for it, and what that has taken.
-class Host {
+// ---- What takes part -------------------------------------------------------------------------------------------
+
+// One request after the other to another process.
+class Peer {
 public:
-    Host(std::string name, const char *path, const char *second) : name_(std::move(name))
+    Peer() = default;
+    Peer(const Peer &) = delete;
+    Peer &operator=(const Peer &) = delete;
+    virtual ~Peer() { end(); }
+
+    virtual void exchange() = 0;
+    virtual bool right() const = 0;
+
+    bench::Burst burst()
     {
-        const std::string id = std::to_string(segment_.id());
-        pid_ = fork();
-        if (pid_ == 0) {
-            execl(path, path, id.c_str(), second, static_cast<char *>(nullptr));
-            fail(path);
+        const auto exchanges = bench::burst_of([this](long) { exchange(); });
+        return [this, exchanges](long times) {
+            const double ns = exchanges(times);
+            if (!right()) fail("a wrong result");
+            return ns;
+        };
+    }
+
+protected:
+    void end()
+    {
+        if (pid_ != -1) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
         }
+        pid_ = -1;
     }
-    Host(const Host &) = delete;
-    Host &operator=(const Host &) = delete;
-    virtual ~Host()
-    {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
+    pid_t pid_ = -1;
+};
 
-    virtual void request() = 0;
-    virtual int32_t result() const = 0;
+// A process that gets the segment's identifier, and is called by signals.
+class Host : public Peer {
+public:
+    Host(const char *path, const char *second) : path_(path), second_(second) {}
 
-    void exchange()
+    void exchange() override
     {
+        if (pid_ == -1) start();
         request();
         kill(pid_, SIGUSR2);
         int signal;
         sigwait(&calls(), &signal);
+        take();
     }
 
-    void burst()
+    // From the start of the process to its first reply.
+    bench::Burst first_reply(rlim_t descriptors)
     {
-        using clock = std::chrono::steady_clock;
-        const auto start = clock::now();
-        const long rounds = rounds_;
-        for (long i = 0; i < rounds; i++)
-            exchange();
-        const double ns = std::chrono::duration<double, std::nano>(clock::now() - start).count();
-        if (result() != 42) fail("a wrong sum");
-        times_.push_back(ns / static_cast<double>(rounds));
-        rounds_ = std::max(1L, static_cast<long>(burst_ns / times_.back()));
-    }
-
-    double part(double share)
-    {
-        std::sort(times_.begin(), times_.end());
-        return times_[static_cast<size_t>(share * static_cast<double>(times_.size()))];
-    }
-    const std::string &name() const { return name_; }
-
-    static const sigset_t &calls()
-    {
-        static const sigset_t set = [] {
-            sigset_t made;
-            sigemptyset(&made);
-            sigaddset(&made, SIGUSR2);
-            return made;
-        }();
-        return set;
+        return [this, descriptors](long times) {
+            double ns = 0;
+            for (long i = 0; i < times; i++) {
+                descriptors_ = descriptors;
+                ns += bench::burst_of([this](long) { exchange(); })(1);
+                if (!right()) fail("a wrong result");
+                end();
+            }
+            return ns;
+        };
     }
 
 protected:
+    virtual void request() = 0;
+    virtual void take() {}
     Segment segment_;
-    pid_t pid_ = -1;
 
 private:
-    std::string name_;
-    long rounds_ = 50;
-    std::vector<double> times_;
+    void start()
+    {
+        const std::string id = std::to_string(segment_.id());
+        pid_ = fork();
+        if (pid_ != 0) return;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (descriptors_ != 0) {
+            rlimit limit = {};
+            getrlimit(RLIMIT_NOFILE, &limit);
+            limit.rlim_cur = std::min(descriptors_, limit.rlim_max);
+            setrlimit(RLIMIT_NOFILE, &limit);
+        }
+        execl(path_, path_, id.c_str(), second_, static_cast<char *>(nullptr));
+        fail(path_);
+    }
+    const char *path_;
+    const char *second_;
+    rlim_t descriptors_ = 0;
 };
 
+// Adds two integers, and nothing else.
 class BareHost : public Host {
 public:
-    BareHost(const std::string &bits, const char *path, const char *way)
-        : Host("bare " + bits + "-bit host, left by a " + way, path, way)
+    BareHost(const char *path, const char *way) : Host(path, way)
     {
         shared()->pid = getpid();
         shared()->a = 2;
         shared()->b = 40;
     }
-    void request() override { shared()->sum = 0; }
-    int32_t result() const override { return shared()->sum; }
+    bool right() const override { return shared()->sum == 42; }
 
-private:
-    bare *shared() const { return static_cast<bare *>(static_cast<void *>(segment_.data())); }
+protected:
+    void request() override { shared()->sum = 0; }
+    bare *shared() const { return static_cast<bare *>(static_cast<void *>(segment_.at(0))); }
 };
 
+// The same beside doubles that are copied into the segment and out of it.
+class BareHostWithDoubles : public BareHost {
+public:
+    using BareHost::BareHost;
+
+protected:
+    void request() override
+    {
+        BareHost::request();
+        std::memcpy(shared()->values, values_.data(), sizeof shared()->values);
+    }
+    void take() override { std::memcpy(values_.data(), shared()->values, sizeof shared()->values); }
+
+private:
+    std::vector<double> values_ = std::vector<double>(bare_values, 1234.5678);
+};
+
+// A call host with one function to call. Addresses are offsets: base is 0.
 class CallHost : public Host {
 public:
-    CallHost(const std::string &bits, const char *path) : Host(bits + "-bit module", path, nullptr)
+    CallHost(const char *path, const char *function) : Host(path, nullptr)
     {
         info()->pid = getpid();
-        info()->shmsz = 8192;
+        info()->shmsz = segment_size;
         info()->version = DLL_VERSION;
         std::memcpy(info()->magic, DLL_MAGIC, sizeof info()->magic);
-        const int32_t name[] = {3, 'a' | 'd' << 8 | 'd' << 16};
-        std::memcpy(segment_.data() + 4096, name, sizeof name);
-        describe(0, DLL_STRING, 0, 4096);
-        for (int i = 0; i < 3; i++)
-            describe(i + 1, DLL_INTEGER, i == 2, 4112 + 4 * i);
+        const auto length = static_cast<int32_t>(std::strlen(function));
+        std::memcpy(segment_.at(name_at), &length, sizeof length);
+        std::memcpy(segment_.at(name_at + sizeof length), function, std::strlen(function));
+        describe(0, DLL_STRING, 0, name_at, 1);
     }
+
+protected:
+    static constexpr uint32_t name_at = 4096;
+    static constexpr uint32_t values_at = 4128;
+
+    t_DLL_INFO32 *info() const { return static_cast<t_DLL_INFO32 *>(static_cast<void *>(segment_.at(0))); }
+    void describe(int i, int32_t type, int32_t ref, uint32_t offset, int32_t count)
+    {
+        info()->args[i] = {type, ref, offset, 3, type == DLL_REAL ? 3 : 1, count};
+    }
+};
+
+class Adder : public CallHost {
+public:
+    explicit Adder(const char *path) : CallHost(path, "add")
+    {
+        for (int i = 0; i < 3; i++)
+            describe(i + 1, DLL_INTEGER, i == 2, values_at + 4 * static_cast<uint32_t>(i), 1);
+    }
+    bool right() const override
+    {
+        int32_t sum;
+        std::memcpy(&sum, segment_.at(values_at + 8), sizeof sum);
+        return sum == 42;
+    }
+
+protected:
     void request() override
     {
         const int32_t values[] = {2, 40, 0};
-        std::memcpy(segment_.data() + 4112, values, sizeof values);
+        std::memcpy(segment_.at(values_at), values, sizeof values);
         for (int i = 1; i <= 3; i++)
             info()->args[i].ref = i == 3;
         info()->argc = 4;
     }
-    int32_t result() const override
+};
+
+// REALs by reference, as doubles for the function and back.
+class Reals : public CallHost {
+public:
+    explicit Reals(const char *path) : CallHost(path, "any")
     {
-        int32_t sum;
-        std::memcpy(&sum, segment_.data() + 4120, sizeof sum);
-        return sum;
+        describe(1, DLL_REAL, 1, values_at, bare_values);
+        const t_DECIMAL real = {2, DEC_POSITIVE, 4, {12, 34, 56, 78, 0, 0, 0, 0}};
+        values_.assign(bare_values, real);
+    }
+    bool right() const override
+    {
+        return info()->retcode == 0 && values_[7].dec_dgts[3] == 78 && values_.back().dec_exp == 2;
     }
 
-private:
-    t_DLL_INFO32 *info() const { return static_cast<t_DLL_INFO32 *>(static_cast<void *>(segment_.data())); }
-    void describe(int i, int32_t type, int32_t ref, uint32_t offset)
+protected:
+    void request() override
     {
-        info()->args[i] = {type, ref, offset, 3, 1, 1}; // base is 0: addresses are offsets
+        std::memcpy(segment_.at(values_at), values_.data(), values_.size() * sizeof values_[0]);
+        info()->args[1].ref = 1;
+        info()->retcode = -1;
+        info()->argc = 2;
     }
+    void take() override { std::memcpy(values_.data(), segment_.at(values_at), values_.size() * sizeof values_[0]); }
+
+private:
+    std::vector<t_DECIMAL> values_;
 };
+
+// Two integers there, their sum back, over a stream socket of the UNIX domain.
+class SocketPeer : public Peer {
+public:
+    SocketPeer()
+    {
+        int ends[2];
+        if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == -1) fail("socketpair");
+        pid_ = fork();
+        if (pid_ == 0) serve(ends[1]);
+        close(ends[1]);
+        socket_ = ends[0];
+    }
+    ~SocketPeer() override { close(socket_); }
+    void exchange() override
+    {
+        const int32_t values[] = {2, 40};
+        sum_ = 0;
+        if (write(socket_, values, sizeof values) != sizeof values ||
+            read(socket_, &sum_, sizeof sum_) != sizeof sum_)
+            fail("socket");
+    }
+    bool right() const override { return sum_ == 42; }
+
+private:
+    [[noreturn]] static void serve(int socket)
+    {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        int32_t values[2];
+        while (read(socket, values, sizeof values) == sizeof values) {
+            const int32_t sum = values[0] + values[1];
+            if (write(socket, &sum, sizeof sum) != sizeof sum) break;
+        }
+        _exit(0);
+    }
+    int socket_;
+    int32_t sum_ = 0;
+};
+
+// ---- The table -------------------------------------------------------------------------------------------------
+
+struct Column {
+    std::string name;
+    bench::Burst burst;
+    size_t floor;       // the column that the ratio is to
+    double at_most = 0; // the ratio, where there is an aim
+};
+
+void print(bench::Csv &csv, const std::string &title, const std::vector<Column> &columns)
+{
+    std::vector<bench::Burst> bursts;
+    for (const Column &column : columns)
+        bursts.push_back(column.burst);
+    const std::vector<bench::Figure> figures = bench::measure(bursts);
+    std::printf("%-52s %11s %7s %11s %7s %7s\n", title.c_str(), "median ns", "ratio", "decile ns", "ratio",
+                "at most");
+    for (size_t i = 0; i < columns.size(); i++) {
+        const bench::Figure own = figures[i];
+        const bench::Figure floor = figures[columns[i].floor];
+        const bench::Figure ratio = {own.median / floor.median, own.decile / floor.decile};
+        std::printf("%-52s %11.0f %7.3f %11.0f %7.3f", columns[i].name.c_str(), own.median, ratio.median, own.decile,
+                    ratio.decile);
+        if (columns[i].at_most > 0) std::printf(" %7.2f", columns[i].at_most);
+        std::printf("\n");
+        csv.line(title, columns[i].name, own);
+        csv.line(title, columns[i].name + " / " + columns[columns[i].floor].name, ratio, columns[i].at_most);
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+void print_word_size(bench::Csv &csv, const std::string &bits, const char *adder, const char *echo, const char *bare)
+{
+    BareHost by_return(bare, "return"), by_jump(bare, "jump");
+    Adder module(adder);
+    SocketPeer socket;
+    const std::string host = "bare " + bits + "-bit host";
+    print(csv, bits + " bits: add(2, 40, &sum)",
+          {{host + ", left by a jump", by_jump.burst(), 0},
+           {host + ", left by a return", by_return.burst(), 0},
+           {"module", module.burst(), 0, 1.05},
+           {"stream socket of the UNIX domain", socket.burst(), 0},
+           {"module, beside the socket", module.burst(), 3, 1.1}});
+
+    BareHostWithDoubles doubles(bare, "jump");
+    Reals reals(echo);
+    print(csv, bits + " bits: 1000 numbers by reference",
+          {{host + " that carries 1000 doubles", doubles.burst(), 0},
+           {"module that gets 1000 REALs as doubles", reals.burst(), 0, 6.5}});
+
+    constexpr rlim_t few = 1024, many = 1 << 20;
+    BareHost started(bare, "jump");
+    Adder started_module(adder);
+    print(csv, bits + " bits: start to first reply",
+          {{host, started.first_reply(few), 0},
+           {"module", started_module.first_reply(few), 0, 1.3},
+           {"module with a limit of a million descriptors", started_module.first_reply(many), 0, 1.3}});
+}
+
+void stay_on_this_processor()
+{
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(sched_getcpu(), &one);
+    sched_setaffinity(0, sizeof one, &one);
+}
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    if (argc != 3 && argc != 5) {
-        std::fprintf(stderr, "usage: bench_hosts MODULE BARE-HOST [MODULE BARE-HOST]\n");
+    const char *const file = bench::csv_path(argc, argv);
+    const int first = file != nullptr ? 3 : 1;
+    if (argc - first != 3 && argc - first != 6) {
+        std::fprintf(stderr, "usage: bench_hosts [--csv FILE] ADDER ECHO BARE-HOST [ADDER ECHO BARE-HOST]\n");
         return 2;
     }
-    sigprocmask(SIG_BLOCK, &Host::calls(), nullptr);
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(sched_getcpu(), &one);
-    sched_setaffinity(0, sizeof one, &one);
-
-    std::vector<std::unique_ptr<Host>> hosts;
-    for (int i = 1; i < argc; i += 2) {
-        const std::string bits = std::to_string(i == 1 ? 8 * sizeof(void *) : 32);
-        hosts.push_back(std::make_unique<BareHost>(bits, argv[i + 1], "return"));
-        hosts.push_back(std::make_unique<BareHost>(bits, argv[i + 1], "jump"));
-        hosts.push_back(std::make_unique<CallHost>(bits, argv[i]));
-    }
-    for (auto &host : hosts)
-        host->exchange(); // its start; the signal is blocked in it until it can answer
-    for (int i = 0; i < bursts; i++)
-        for (auto &host : hosts)
-            host->burst();
-
-    // The bare host whose handler is left as the call host leaves its own.
-    std::printf("%-44s %12s %9s %12s %9s\n", "add(2, 40, &sum) (ratio to the bare host)", "median ns", "ratio",
-                "decile ns", "ratio");
-    for (size_t i = 0; i < hosts.size(); i++) {
-        Host &bare = *hosts[i / 3 * 3];
-        Host &host = *hosts[i];
-        std::printf("%-44s %12.0f %9.3f %12.0f %9.3f\n", host.name().c_str(), host.part(0.5),
-                    host.part(0.5) / bare.part(0.5), host.part(0.1), host.part(0.1) / bare.part(0.1));
+    bench::Csv csv(file);
+    sigprocmask(SIG_BLOCK, &calls(), nullptr);
+    stay_on_this_processor();
+    for (int i = first; i < argc; i += 3) {
+        const std::string bits = std::to_string(i == first ? 8 * sizeof(void *) : 32);
+        print_word_size(csv, bits, argv[i], argv[i + 1], argv[i + 2]);
     }
 }
