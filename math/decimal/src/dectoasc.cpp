@@ -4,7 +4,7 @@
  * asterisks. Every write is bounded by the field. */
 #include <stdlib.h>
 
-#include "dec_int.h"
+#include "dec_vector.h"
 
 namespace {
 /* A field, or the part of one that is left, written from the left; characters that do not fit are dropped. */
@@ -148,14 +148,113 @@ static bool put_scientific(const t_DECIMAL *value, char *field, int length, int 
     return false;
 }
 
+#ifdef __SSE2__
+/* ---- Fixed notation of up to 16 decimals in a wide enough field: all characters at once -------------------------
+ */
+
+static constexpr int vector_size = 16;
+
+/* From index 16 - n on: a mask of the first n bytes of 16. */
+static constexpr uint8_t first_bytes[2 * vector_size] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                                         0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+
+static __m128i first_of(int count)
+{
+    return dec_load_sixteen(first_bytes + vector_size - count);
+}
+
+static __m128i chosen(__m128i mask, __m128i where_set, __m128i elsewhere)
+{
+    return _mm_or_si128(_mm_and_si128(mask, where_set), _mm_andnot_si128(mask, elsewhere));
+}
+
+/* Two characters for each digit. 103 / 1024 is above 1 / 10 by less than 6e-4; times 99 that is less than the 1 / 10
+   by which any quotient is at least below the next integer. */
+static __m128i characters_of(__m128i digits)
+{
+    const __m128i words = _mm_unpacklo_epi8(digits, _mm_setzero_si128());
+    const __m128i tens = _mm_srli_epi16(_mm_mullo_epi16(words, _mm_set1_epi16(103)), 10);
+    const __m128i ones = _mm_sub_epi16(words, _mm_mullo_epi16(tens, _mm_set1_epi16(10)));
+    return _mm_add_epi8(_mm_or_si128(tens, _mm_slli_epi16(ones, 8)), _mm_set1_epi8('0'));
+}
+
+/* The decimals, of which whole are before the point, in the field, with the point if there are places, and blanks. */
+static void put_characters(char *field, int length, bool negative, __m128i decimals, int whole, int places)
+{
+    const __m128i blanks = _mm_set1_epi8(' ');
+    __m128i text = decimals;
+    int used = whole;
+    char last = ' ';
+    if (places > 0) {
+        const __m128i point_and_rest = chosen(first_of(whole + 1), _mm_set1_epi8('.'), _mm_slli_si128(decimals, 1));
+        text = chosen(first_of(whole), decimals, point_and_rest);
+        used += 1 + places;
+        if (used > vector_size) last = static_cast<char>(_mm_extract_epi16(decimals, 7) >> 8);
+    }
+    if (used < vector_size) text = chosen(first_of(used), text, blanks);
+    char *const start = field + (negative ? 1 : 0);
+    const int room = length - (negative ? 1 : 0);
+    if (room > vector_size) {
+        if (room > 2 * vector_size) fill(field, length, ' ');
+        dec_store_sixteen(field + length - vector_size, blanks);
+        dec_store_sixteen(start, text);
+        start[vector_size] = last;
+    } else {
+        char all[vector_size];
+        dec_store_sixteen(all, text);
+        memcpy(start, all, static_cast<size_t>(room));
+    }
+    if (negative) field[0] = '-';
+}
+
+/* Does all of dectoasc for a value of normal form from 0.01 to 10^16 whose text fits, if it has no more than 16
+   decimals, counting a zero in front, and what is cut off begins with a decimal below 5, which rounding leaves alone.
+ */
+static bool put_at_once(const t_DECIMAL *value, char *field, int length, int places)
+{
+    const int count = dec_count(value);
+    if (count == 0 || value->dec_pos > DEC_POSITIVE || value->dec_exp < 0 || value->dec_exp > DEC_DIGITS)
+        return false;
+    const __m128i digits = dec_load(value, count);
+    if (!dec_areusual(_mm_unpacklo_epi64(digits, digits)) || places > vector_size) return false;
+
+    const int zeros = value->dec_dgts[0] < 10 ? 1 : 0;
+    const int decpt = 2 * value->dec_exp - zeros;
+    const int end = zeros + decpt + places; /* in the decimals of the digits */
+    if (decpt + places < 1) return false;
+    if (end < 2 * count && (end % 2 == 0 ? value->dec_dgts[end / 2] / 10 : value->dec_dgts[end / 2] % 10) >= 5)
+        return false;
+
+    const bool below_one = decpt < 1; /* then one zero is before the point */
+    const bool negative = dec_isnegative(value);
+    const int whole = below_one ? 1 : decpt;
+    const int width = whole + (places > 0 ? 1 + places : 0) + (negative ? 1 : 0);
+    if (end + (below_one ? 1 : 0) > vector_size || width > length) return false;
+    __m128i decimals = characters_of(digits);
+    if (below_one)
+        decimals = _mm_or_si128(_mm_slli_si128(decimals, 1), _mm_cvtsi32_si128('0'));
+    else if (zeros > 0)
+        decimals = _mm_srli_si128(decimals, 1);
+    put_characters(field, length, negative, decimals, whole, places);
+    return true;
+}
+#else
+static bool put_at_once(const t_DECIMAL *, char *, int, int)
+{
+    return false;
+}
+#endif
+
 int dectoasc(const t_DECIMAL *value, char *field, int length, int places)
 {
     if (length < 1) return DEC_OK;
+    if (places < 0) places = places_of(value);
+    if (put_at_once(value, field, length, places)) return DEC_OK;
     fill(field, length, ' ');
     if (dec_isnull(value)) return DEC_OK;
 
     t_FIELD fixed = {field, length, 0};
-    const int decpt = put_fixed(value, &fixed, places < 0 ? places_of(value) : places);
+    const int decpt = put_fixed(value, &fixed, places);
     if (length - (dec_isnegative(value) ? 1 : 0) >= decpt) return DEC_OK;
     if (put_scientific(value, field, length, decpt)) return DEC_OK;
 

@@ -14,7 +14,8 @@ static bool in_range(const t_DECIMAL *value)
     return dec_isnegative(value) ? deccmp(&whole, &c_int32_min) != -1 : deccmp(&whole, &c_int32_max) != 1;
 }
 
-int dectofix(const t_DECIMAL *value, int32_t *result)
+/* For records of any kind. */
+static int convert_by_digits(const t_DECIMAL *value, int32_t *result)
 {
     if (value->dec_exp > 0 && !in_range(value)) return DEC_OVERFLOW;
     /* Unsigned, since the magnitude of the most negative integer needs it. A value in range with digits has at most
@@ -22,6 +23,23 @@ int dectofix(const t_DECIMAL *value, int32_t *result)
     uint32_t magnitude = 0;
     for (int i = 0; i < value->dec_exp; i++)
         magnitude = magnitude * DEC_BASE + static_cast<uint32_t>(dec_digit(value, i));
+    *result = static_cast<int32_t>(dec_isnegative(value) ? 0U - magnitude : magnitude);
+    return DEC_OK;
+}
+
+/* A record whose integer part has at most four digits needs no look at the limits: they have five. The digits are
+   added with weights modulo 2^32, as one by one, whatever their values; a zero, and a sign byte that is no sign, are
+   left to the rules above. */
+int dectofix(const t_DECIMAL *value, int32_t *result)
+{
+    constexpr int most = 4;
+    constexpr uint32_t weights[most] = {1, DEC_BASE, DEC_BASE * DEC_BASE, DEC_BASE * DEC_BASE * DEC_BASE};
+    if (dec_iszero(value) || value->dec_exp < 1 || value->dec_exp > most || value->dec_pos > DEC_POSITIVE)
+        return convert_by_digits(value, result);
+    const int whole = value->dec_exp;
+    uint32_t magnitude = value->dec_dgts[0] * weights[whole - 1];
+    for (int i = 1; i < dec_count(value) && i < whole; i++)
+        magnitude += value->dec_dgts[i] * weights[whole - 1 - i];
     *result = static_cast<int32_t>(dec_isnegative(value) ? 0U - magnitude : magnitude);
     return DEC_OK;
 }
