@@ -188,12 +188,14 @@ static bool loop_gives(const t_QUOTIENT *q, const t_DECIMAL *b, __m128i digits)
     const uint32_t count = 32 - static_cast<uint32_t>(__builtin_clz(dec_nonzero(digits)));
     if (q->rest == 0) return count + cut <= DEC_DIGITS + (q->smaller ? 0 : 1);
     const uint64_t unit = q->smaller ? ten_to_14 : ten_to_12;
+    const uint64_t part =
+        q->smaller ? ten_to_12 : ten_to_12 / DEC_BASE; /* of the unit; a host of 32 bits cannot divide */
     const uint32_t low = b->dec_dgts[0] < 3 ? 3 * cut : cut;
     const uint32_t high = 2 * DEC_BASE + too_little(b, digits, q->smaller);
-    if (q->rest < low * unit || q->rest + high * (unit / DEC_BASE) > q->divisor) return false;
+    if (q->rest < low * unit || q->rest + high * part > q->divisor) return false;
     const uint64_t twice = 2 * q->rest;
     const uint64_t from_half = twice < q->divisor ? q->divisor - twice : twice - q->divisor;
-    return q->smaller || from_half >= 4 * low * unit;
+    return q->smaller || from_half >= 4 * (low * unit);
 }
 
 static bool divide_at_once(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result, int *code)

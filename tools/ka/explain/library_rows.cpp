@@ -108,7 +108,8 @@ constexpr Explanation rows[] = {
      "layout is %d; it is KA_LAYOUT_NATIVE (%d) or KA_LAYOUT_64 (%d)\n"
      "segment_bytes is %d; it must be at least scratch_bytes (%d) + %d\n"
      "segment_bytes is %d; it must not be above %d\n"
-     "waiting is %d; it is KA_WAIT_SAFE (%d) or KA_WAIT_FAST (%d)",
+     "waiting is %d; it is KA_WAIT_SAFE (%d) or KA_WAIT_FAST (%d)\n"
+     "transport is %d; it is KA_TRANSPORT_SIGNALS (%d) or KA_TRANSPORT_PLAIN (%d)",
      "an option of a host has an impossible value",
      "ka_options was not filled by ka_options_init, or a field is wrong",
      "give the field a value that ka/caller.h allows"},
