@@ -11,10 +11,8 @@
 
 #include "wire/annex.h"
 
-enum : size_t {
-    SIZE_STEP = wire::ANNEX_STEP,
-    SIZE_MARK = wire::ANNEX_MARK
-}; /* its size is SIZE_MARK above a multiple of SIZE_STEP */
+/* Its size is SIZE_MARK above a multiple of SIZE_STEP. */
+enum : size_t { SIZE_STEP = wire::ANNEX_STEP, SIZE_MARK = wire::ANNEX_MARK };
 
 key_t new_segment_key(uint64_t *random);
 

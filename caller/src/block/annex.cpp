@@ -4,7 +4,6 @@
 #include "annex.h"
 
 #include <string.h>
-#include <unistd.h>
 
 #include "host/host.h"
 

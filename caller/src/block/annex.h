@@ -6,7 +6,6 @@
 #ifndef KA_CALLER_ANNEX_H
 #define KA_CALLER_ANNEX_H
 
-#include <stddef.h>
 #include <stdint.h>
 
 struct ka_host;

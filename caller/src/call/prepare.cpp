@@ -49,12 +49,13 @@ static t_REST look_for_start(ka_host *host)
     return host_uses_annex(host) ? AT_REST_IDLE : look_for_first_rest(host);
 }
 
-/* A death is seen after it, in a moment; a cancellation must be seen at once. */
+/* A death is seen after it, in a moment; a cancellation must be seen at once. What is offered may not be to be used,
+   as in another pid namespace: then there is nothing to sleep on. */
 static int await_offer(ka_host *host, int64_t until)
 {
     if (host->options.cancel_fd != -1) return wait_until(host, -1, until);
     sleep_until_offer(host, until);
-    return wait_until(host, -1, 0);
+    return wait_until(host, -1, host_uses_annex(host) ? 0 : until);
 }
 
 /* A host that has answered was ready then. Where /proc cannot be read, there is nothing to wait for. */

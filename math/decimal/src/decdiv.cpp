@@ -188,8 +188,8 @@ static bool loop_gives(const t_QUOTIENT *q, const t_DECIMAL *b, __m128i digits)
     const uint32_t count = 32 - static_cast<uint32_t>(__builtin_clz(dec_nonzero(digits)));
     if (q->rest == 0) return count + cut <= DEC_DIGITS + (q->smaller ? 0 : 1);
     const uint64_t unit = q->smaller ? ten_to_14 : ten_to_12;
-    const uint64_t part =
-        q->smaller ? ten_to_12 : ten_to_12 / DEC_BASE; /* of the unit; a host of 32 bits cannot divide */
+    /* A hundredth of it, chosen as a constant: a 32-bit processor does not divide 64 bits. */
+    const uint64_t part = q->smaller ? ten_to_12 : ten_to_12 / DEC_BASE;
     const uint32_t low = b->dec_dgts[0] < 3 ? 3 * cut : cut;
     const uint32_t high = 2 * DEC_BASE + too_little(b, digits, q->smaller);
     if (q->rest < low * unit || q->rest + high * part > q->divisor) return false;
