@@ -4,10 +4,15 @@
  * library code becomes a status code, a substitute value or the end of the process. */
 #include "ka/real.h"
 
+#include <bit>
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+
+#include "general_text.h"
+#include "nearest_double.h"
+#include "wire/sure_real.h"
 
 const t_DECIMAL c_min_int32 = {
     .dec_exp = 5, .dec_pos = DEC_NEGATIVE, .dec_ndgts = 5, .dec_dgts = {21, 47, 48, 36, 48}};
@@ -219,11 +224,12 @@ static char *rounded_decimals(const t_DECIMAL *x, int ndigit, int *decpt, int *s
     return decimals;
 }
 
-/* Through text, so that 0.1 becomes the double nearest to 0.1.
+/* As through text, so that 0.1 becomes the double nearest to 0.1.
    KEPT: 14 decimals count, fewer than a REAL or a double has: 1234567890123456 becomes 1234567890123500.
    Test: MToDbl.rounds_to_14_decimals_first. */
 int m_to_dbl(const t_DECIMAL *x, double *d)
 {
+    if (find_nearest_double(x, d)) return REAL_OK;
     refuse_null(x);
     int decpt = 0;
     int sign = 0;
@@ -243,12 +249,28 @@ int m_to_dbl(const t_DECIMAL *x, double *d)
 
 /* KEPT: minus infinity stores zero, where one would expect the negative largest REAL.
    Test: MCvDbl.minus_infinity_and_nan_are_zero. */
-int m_cv_dbl(double d, t_DECIMAL *r)
+static inline int from_word(uint64_t word, t_DECIMAL *r)
 {
+    if (wire::store_sure_real(word, 15, r)) return REAL_OK;
+    const double d = std::bit_cast<double>(word);
     if (isnan(d)) return settle(DEC_UNDERFLOW, false, r);
     if (isinf(d)) return settle(d > 0 ? DEC_OVERFLOW : DEC_UNDERFLOW, false, r);
     return settle(deccvdbl(d, r), d < 0, r);
 }
+
+#ifdef __i386__
+/* m_cv_dbl as its caller sees it (deccvdbl.cpp). */
+extern "C" KA_API int m_cv_dbl_of_words(uint32_t low, uint32_t high, t_DECIMAL *r) __asm__("m_cv_dbl");
+int m_cv_dbl_of_words(uint32_t low, uint32_t high, t_DECIMAL *r)
+{
+    return from_word(low | uint64_t{high} << 32, r);
+}
+#else
+int m_cv_dbl(double d, t_DECIMAL *r)
+{
+    return from_word(std::bit_cast<uint64_t>(d), r);
+}
+#endif
 
 /* ---- Integer --------------------------------------------------------------------------------------------------- */
 
@@ -315,66 +337,51 @@ char *m_fcvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign)
     return settle_zero(decfcvt(x, ndigit, decpt, sign), decpt, sign);
 }
 
-/* d.dddE+dd at out. */
-static void put_scientific(const char *decimals, int decpt, char *out)
+/* The decimals of any x that is not null, without the zeros at the end, cut off in the library's buffer. */
+static t_SHOWN show(const t_DECIMAL *x, int ndigit)
 {
-    *out++ = *decimals++;
-    if (*decimals != '\0') *out++ = '.';
-    while (*decimals != '\0')
-        *out++ = *decimals++;
-    sprintf(out, "E%+03d", decpt - 1);
-}
-
-/* ddd.ddd at out. */
-static void put_fixed(const char *decimals, int decpt, char *out)
-{
-    if (decpt <= 0) *out++ = '0';
-    for (int i = 0; i < decpt; i++)
-        *out++ = *decimals != '\0' ? *decimals++ : '0';
-    if (*decimals != '\0') *out++ = '.';
-    for (int i = decpt; i < 0; i++)
-        *out++ = '0';
-    while (*decimals != '\0')
-        *out++ = *decimals++;
-    *out = '\0';
-}
-
-/* Cuts the zeros at the end off, in the library's buffer; one decimal stays. Returns the length. */
-static int cut_zeros(char *decimals)
-{
+    int point = 0;
+    int sign = 0;
+    char *decimals = rounded_decimals(x, ndigit, &point, &sign);
     size_t length = strlen(decimals);
     while (length > 1 && decimals[length - 1] == '0')
         length--;
     decimals[length] = '\0';
-    return static_cast<int>(length);
+    /* Far outside the exponents of a REAL (point -128 to 126): an exponent of more than 3 decimals would not fit buf.
+     */
+    if (point > 999) point = 999;
+    if (point < -998) point = -998;
+    return {decimals, static_cast<int>(length), point, sign != 0};
+}
+
+/* As the long way leaves them: in the library's buffer, which dececvt of null only empties. */
+static void leave_decimals(const t_SHOWN *shown)
+{
+    static constexpr t_DECIMAL null = {.dec_exp = 0, .dec_pos = DEC_NULL, .dec_ndgts = 0, .dec_dgts = {}};
+    int unused = 0;
+    *put_characters(dececvt(&null, 0, &unused, &unused), shown->decimals, shown->length) = '\0';
 }
 
 char *m_gcvt(const t_DECIMAL *x, int ndigit, char *buf)
 {
+    char room[2 * DEC_DIGITS + 1];
+    t_SHOWN shown;
+    if (ndigit > 0 && show_normal(x, ndigit, room, &shown)) {
+        leave_decimals(&shown);
+        put_general(&shown, ndigit, buf);
+        return buf;
+    }
     refuse_null(x);
     if (ndigit <= 0) {
         buf[0] = '\0';
         return buf;
     }
-    int decpt = 0;
-    int sign = 0;
-    char *decimals = rounded_decimals(x, ndigit, &decpt, &sign);
-    if (decimals[0] == '0') {
+    shown = show(x, ndigit);
+    if (shown.decimals[0] == '0') {
         buf[0] = '0';
         buf[1] = '\0';
         return buf;
     }
-    /* Far outside the exponents of a REAL (decpt -128 to 126): an exponent of more than 3 decimals would not fit buf.
-     */
-    if (decpt > 999) decpt = 999;
-    if (decpt < -998) decpt = -998;
-    const int length = cut_zeros(decimals);
-    const bool scientific = decpt >= 0 ? ndigit < decpt : ndigit < length - decpt;
-    char *out = buf;
-    if (sign != 0) *out++ = '-';
-    if (scientific)
-        put_scientific(decimals, decpt, out);
-    else
-        put_fixed(decimals, decpt, out);
+    put_general(&shown, ndigit, buf);
     return buf;
 }

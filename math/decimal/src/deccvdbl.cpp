@@ -1,35 +1,33 @@
 /* SPDX-License-Identifier: MIT
  *
  * Floating point to records, by way of the decimals that ecvt gives in 32-bit programs. */
+#include <bit>
 #include <math.h>
 #include <stdlib.h>
 
 #include "dec_double.h"
 #include "dec_int.h"
+#include "wire/sure_real.h"
 
 static constexpr int double_decimals = 15;
 static constexpr int float_decimals = 6;
 
-/* Stores count decimals of a finite value as pairs, and returns the place of its point. An odd power of ten leaves
-   the tens of the first digit empty. */
-static int store_decimals(double value, int count, t_DECIMAL *result)
+/* The decimals of a finite value, sure or not. */
+static wire::t_FIFTEEN decide_decimals(double value, int count)
 {
 #if UINTPTR_MAX > UINT32_MAX
-    const t_DECIMALS decimals = dec_find_decimals(fabs(value), count);
-    uint64_t digits = decimals.digits;
-    for (int i = count + (decimals.point % 2 != 0 ? 1 : 0); i < 2 * DEC_DIGITS; i++)
-        digits *= 10;
-    for (int i = DEC_DIGITS - 1; i >= 0; i--, digits /= DEC_BASE)
-        result->dec_dgts[i] = static_cast<uint8_t>(digits % DEC_BASE);
-    return decimals.point;
+    const t_DECIMALS found = dec_find_decimals(fabs(value), count);
+    wire::t_FIFTEEN decimals = {found.digits, found.point};
 #else
-    int point = 0;
+    wire::t_FIFTEEN decimals = {};
     int sign = 0;
-    const char *decimals = ecvt(value, count, &point, &sign);
+    const char *text = ecvt(value, count, &decimals.point, &sign);
     for (int i = 0; i < count; i++) /* ecvt may give one more, when rounding carried */
-        dec_put_decimal(result->dec_dgts, i + (point % 2 != 0 ? 1 : 0), decimals[i] - '0');
-    return point;
+        decimals.decimals = 10 * decimals.decimals + static_cast<uint64_t>(text[i] - '0');
 #endif
+    for (int i = count; i < double_decimals; i++)
+        decimals.decimals *= 10;
+    return decimals;
 }
 
 int deccvreal(t_DECIMAL *result, int ndecimals, double value)
@@ -38,11 +36,9 @@ int deccvreal(t_DECIMAL *result, int ndecimals, double value)
         dec_give_null(result);
         return DEC_OVERFLOW;
     }
-    *result = {};
-    result->dec_pos = signbit(value) ? DEC_NEGATIVE : DEC_POSITIVE;
-    const int point = store_decimals(value, ndecimals, result);
-    result->dec_ndgts = static_cast<int8_t>(dec_trim(result->dec_dgts, DEC_DIGITS));
-    return dec_set_exponent((point > 0 ? point + 1 : point) / 2, &result->dec_exp);
+    const wire::t_FIFTEEN decimals = decide_decimals(value, ndecimals);
+    wire::store_real(wire::real_of(decimals, signbit(value)), result);
+    return dec_set_exponent(result->dec_exp, &result->dec_exp);
 }
 
 /* KEPT: ecvt scales the value in 64 significant bits, rounds to double and prints that, so the last decimal is not
@@ -51,12 +47,30 @@ int deccvreal(t_DECIMAL *result, int ndecimals, double value)
    KEPT: zero is a record of exponent 1, since ecvt puts its point after one digit, and minus zero keeps its sign
    byte 0: to dectoasc such a zero has an integer place, "00". Test: Deccvdbl.zero_has_exponent_1_and_keeps_its_sign.
  */
+static inline int from_word(uint64_t word, t_DECIMAL *result)
+{
+    if (wire::store_sure_real(word, double_decimals, result)) return DEC_OK;
+    return deccvreal(result, double_decimals, std::bit_cast<double>(word));
+}
+
+#ifdef __i386__
+/* deccvdbl as its caller sees it: a double is passed in two words there, and often stored so, and then slow to load
+   as one. Compilers load it so. */
+extern "C" KA_API int deccvdbl_of_words(uint32_t low, uint32_t high, t_DECIMAL *result) __asm__("deccvdbl");
+int deccvdbl_of_words(uint32_t low, uint32_t high, t_DECIMAL *result)
+{
+    return from_word(low | uint64_t{high} << 32, result);
+}
+#else
 int deccvdbl(double value, t_DECIMAL *result)
 {
-    return deccvreal(result, double_decimals, value);
+    return from_word(std::bit_cast<uint64_t>(value), result);
 }
+#endif
 
 int deccvflt(float value, t_DECIMAL *result)
 {
-    return deccvreal(result, float_decimals, static_cast<double>(value));
+    const double wide = static_cast<double>(value);
+    if (wire::store_sure_real(std::bit_cast<uint64_t>(wide), float_decimals, result)) return DEC_OK;
+    return deccvreal(result, float_decimals, wide);
 }

@@ -93,7 +93,7 @@ KA_API char *m_to_asc(const t_DECIMAL *x, char *buf, int length, int places);
 KA_API int m_cv_asc(const char *text, int length, t_DECIMAL *r);
 
 /* dececvt and decfcvt, with *decpt and *sign 0 for a zero value. The string is the decimal library's static buffer,
-   which m_to_dbl, m_to_asc and m_gcvt use too. */
+   which m_to_asc and m_gcvt use too, and m_to_dbl may. */
 KA_API char *m_ecvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign);
 KA_API char *m_fcvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign);
 
