@@ -69,6 +69,7 @@ if(NOT KA_SANITIZE)
   set(static_pie static_pie.cpp)
 endif()
 
+set_source_files_properties(relocations.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 foreach(bits IN LISTS KA_WORLDS)
   ka_test(
     caller_tables ${bits} CALLS_MODULES
