@@ -5,6 +5,8 @@
 #ifndef KA_WIRE_SURE_REAL_H
 #define KA_WIRE_SURE_REAL_H
 
+#include <bit>
+
 #include "wire/real_digits.h"
 #include "wire/tens.h"
 
@@ -50,6 +52,15 @@ constexpr t_REAL_WORDS real_of(t_FIFTEEN value, bool negative)
     const uint32_t exponent = static_cast<uint16_t>((value.point + 1) >> 1);
     const uint32_t sign = negative ? 0 : uint32_t{1} << 16;
     return {exponent | sign | static_cast<uint32_t>(count_digits(digits)) << 24, digits};
+}
+
+/* The bits in integer registers: 32-bit callers often store a parameter in two words, and what was stored in pieces
+   is slow to load as one, which compilers do where a double is read. */
+static inline uint64_t bits_of_parameter(double value)
+{
+    auto bits = std::bit_cast<uint64_t>(value);
+    __asm__("" : "+r"(bits));
+    return bits;
 }
 
 /* ecvt rounds as the program has set it, and so do the steps of its double in integers; what is here is about

@@ -249,28 +249,15 @@ int m_to_dbl(const t_DECIMAL *x, double *d)
 
 /* KEPT: minus infinity stores zero, where one would expect the negative largest REAL.
    Test: MCvDbl.minus_infinity_and_nan_are_zero. */
-static inline int from_word(uint64_t word, t_DECIMAL *r)
+int m_cv_dbl(double d, t_DECIMAL *r)
 {
-    if (wire::store_sure_real(word, 15, r)) return REAL_OK;
-    const double d = std::bit_cast<double>(word);
+    const uint64_t bits = wire::bits_of_parameter(d);
+    if (wire::store_sure_real(bits, 15, r)) return REAL_OK;
+    d = std::bit_cast<double>(bits);
     if (isnan(d)) return settle(DEC_UNDERFLOW, false, r);
     if (isinf(d)) return settle(d > 0 ? DEC_OVERFLOW : DEC_UNDERFLOW, false, r);
     return settle(deccvdbl(d, r), d < 0, r);
 }
-
-#ifdef __i386__
-/* m_cv_dbl as its caller sees it (deccvdbl.cpp). */
-extern "C" KA_API int m_cv_dbl_of_words(uint32_t low, uint32_t high, t_DECIMAL *r) __asm__("m_cv_dbl");
-int m_cv_dbl_of_words(uint32_t low, uint32_t high, t_DECIMAL *r)
-{
-    return from_word(low | uint64_t{high} << 32, r);
-}
-#else
-int m_cv_dbl(double d, t_DECIMAL *r)
-{
-    return from_word(std::bit_cast<uint64_t>(d), r);
-}
-#endif
 
 /* ---- Integer --------------------------------------------------------------------------------------------------- */
 

@@ -47,26 +47,12 @@ int deccvreal(t_DECIMAL *result, int ndecimals, double value)
    KEPT: zero is a record of exponent 1, since ecvt puts its point after one digit, and minus zero keeps its sign
    byte 0: to dectoasc such a zero has an integer place, "00". Test: Deccvdbl.zero_has_exponent_1_and_keeps_its_sign.
  */
-static inline int from_word(uint64_t word, t_DECIMAL *result)
-{
-    if (wire::store_sure_real(word, double_decimals, result)) return DEC_OK;
-    return deccvreal(result, double_decimals, std::bit_cast<double>(word));
-}
-
-#ifdef __i386__
-/* deccvdbl as its caller sees it: a double is passed in two words there, and often stored so, and then slow to load
-   as one. Compilers load it so. */
-extern "C" KA_API int deccvdbl_of_words(uint32_t low, uint32_t high, t_DECIMAL *result) __asm__("deccvdbl");
-int deccvdbl_of_words(uint32_t low, uint32_t high, t_DECIMAL *result)
-{
-    return from_word(low | uint64_t{high} << 32, result);
-}
-#else
 int deccvdbl(double value, t_DECIMAL *result)
 {
-    return from_word(std::bit_cast<uint64_t>(value), result);
+    const uint64_t bits = wire::bits_of_parameter(value);
+    if (wire::store_sure_real(bits, double_decimals, result)) return DEC_OK;
+    return deccvreal(result, double_decimals, std::bit_cast<double>(bits));
 }
-#endif
 
 int deccvflt(float value, t_DECIMAL *result)
 {
