@@ -100,6 +100,7 @@ static Started start_caller(const char *function, bool in_callback)
     EXPECT_EQ(pipe(report), 0);
     const pid_t caller = fork();
     if (caller == 0) {
+        signal(SIGINT, SIG_DFL); // ignored where a shell runs this in the background
         static int report_fd;
         report_fd = report[1];
         ka_options options = default_options();

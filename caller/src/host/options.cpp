@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * See options.h. Defaults, and what is allowed. */
+ * See options.h. Defaults, what is allowed, and ka_set_deadline. */
 #include "options.h"
 
 #include <errno.h>

@@ -73,8 +73,8 @@ static void await_argument(const t_LAUNCH *launch, char argument[ARGUMENT_SIZE])
 
 void become_host(const t_LAUNCH *launch)
 {
-    setpgid(0, 0); /* as the parent does: whoever comes first */
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    setpgid(0, 0);                    /* as the parent does: whoever comes first */
+    prctl(PR_SET_PDEATHSIG, SIGTERM); /* the host ends with the caller's thread that started it */
     close(launch->pipes->go[1]);
     char argument[ARGUMENT_SIZE];
     await_argument(launch, argument);

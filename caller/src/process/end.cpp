@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * See end.h. */
+ * See end.h. SIGTERM first; SIGKILL when grace_ms is over. */
 #include "end.h"
 
 #include <errno.h>

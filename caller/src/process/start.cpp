@@ -1,7 +1,9 @@
 /* SPDX-License-Identifier: MIT
  *
  * See start.h. There is no sign of readiness to wait for, and none is needed: the child is born with
- * SIGUSR2 blocked, so a call that is sent before the host waits for one stays pending until it does.
+ * SIGUSR2 blocked, so a call that is sent before the host waits for one stays pending until it does. The deadline is
+ * deadline_ms after what asks for the start began: ka_open (open.cpp), a call that restarts (call.cpp), or ka_restart
+ * and a restart at once (restart.cpp).
  *
  * The child is there before the segment, and guards it: the caller creates the segment, marks it for removal, and
  * then sends the child the word to go on. When the caller is killed before that, the child removes what was created;

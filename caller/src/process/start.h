@@ -6,8 +6,7 @@
 
 #include "host/host.h"
 
-/* Waits until the module is executed, but not beyond deadline, which ka_open (open.cpp) and the restart before a call
-   (call/restart.cpp) set deadline_ms after they began. */
+/* Waits until the module is executed, but not beyond deadline. */
 int32_t start_process(ka_host *host, int64_t deadline);
 
 #endif

@@ -2,7 +2,7 @@
 //
 // What the dynamic linker would read of an ELF file of either word size, read without running it: by program headers
 // alone, so that a file without sections is read too. Nothing in the file is believed: all is tested against its
-// size.
+// size. Only "ka check" reads files so; for all other commands libkacall reads the tables (caller/src/module).
 #ifndef KA_TOOL_ELF_ELF_FILE_H
 #define KA_TOOL_ELF_ELF_FILE_H
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What every number, name and message means that hosts, modules, the libraries and ka produce.
+// What every number, name and message means that hosts, modules and the libraries produce, and the exit statuses of ka.
 #ifndef KA_TOOL_EXPLAIN_ROWS_H
 #define KA_TOOL_EXPLAIN_ROWS_H
 

@@ -93,15 +93,6 @@ bool suits(int32_t kind, const TypedElement &typed)
     return takes(kind, typed.type) || (typed.type == DLL_INTEGER && takes(kind, DLL_REAL));
 }
 
-// The type in which a function gets elements that suit it.
-int32_t wanted_type(int32_t kind, const TypedElements &elements)
-{
-    if (takes(kind, DLL_STRING)) return DLL_STRING;
-    const auto is_integer = [](const TypedElement &typed) { return typed.type == DLL_INTEGER; };
-    const bool whole = std::all_of(elements.begin(), elements.end(), is_integer);
-    return whole && takes(kind, DLL_INTEGER) && kind != KA_REAL_BY_VALUE ? DLL_INTEGER : DLL_REAL;
-}
-
 // An element that does not suit: its type, or why it has none. One that is not in an array is shown as it was
 // written.
 std::string given(const Literal &literal, const TypedElement &typed, size_t index)

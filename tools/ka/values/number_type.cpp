@@ -3,9 +3,12 @@
 // See number_type.h.
 #include "number_type.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "ka/dll_block.h"
+#include "ka/dll_module.h"
+#include "module/signatures.h"
 
 namespace {
 
@@ -32,6 +35,14 @@ TypedElement typed(const Element &element)
 }
 
 } // namespace
+
+int32_t wanted_type(int32_t kind, const TypedElements &elements)
+{
+    if (takes(kind, DLL_STRING)) return DLL_STRING;
+    const auto is_integer = [](const TypedElement &typed) { return typed.type == DLL_INTEGER; };
+    const bool whole = std::all_of(elements.begin(), elements.end(), is_integer);
+    return whole && takes(kind, DLL_INTEGER) && kind != KA_REAL_BY_VALUE ? DLL_INTEGER : DLL_REAL;
+}
 
 TypedElements typed(const std::vector<Element> &elements)
 {

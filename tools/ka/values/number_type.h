@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// INTEGER, REAL or STRING: the type that an element has by itself, and its value in a type.
+// INTEGER, REAL or STRING: the type that an element has by itself, or that a function wants, and its value in a type.
+// An argument without a prototype has the type of all its elements together (arguments.cpp).
 #ifndef KA_TOOL_VALUES_NUMBER_TYPE_H
 #define KA_TOOL_VALUES_NUMBER_TYPE_H
 
@@ -22,6 +23,9 @@ struct TypedElement {
 using TypedElements = std::vector<TypedElement>;
 
 TypedElements typed(const std::vector<Element> &elements);
+
+// The type in which a function gets elements that suit it.
+int32_t wanted_type(int32_t kind, const TypedElements &elements);
 
 // How a word of type 0 is described.
 std::string why_no_type(const std::string &text);
