@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: MIT
  *
  * See abandoned.h. Segments that were not removed: their creator was killed between their creation and their mark for
- * removal, a few microseconds, and so was the child that guards it. Every ka_open removes them, and the child whose caller
- * dies while it waits; a marked segment is removed by the system when its last process ends. They are known by the upper half of their key,
- * which a segment loses with the mark, and by their size, their mode and their owner. */
+ * removal, a few microseconds, and so was the child that guards it. Every ka_open removes them, and the child whose
+ * caller dies while it waits; a marked segment is removed by the system when its last process ends. They are known by
+ * the upper half of their key, which a segment loses with the mark, and by their size, their mode and their owner. */
 #include "abandoned.h"
 
 #include <errno.h>
