@@ -135,11 +135,20 @@ static inline bool find_sure_decimals(uint64_t word, int count, t_FIFTEEN *value
     return rounds_to_nearest();
 }
 
+/* Zero has the point after its first decimal. */
+static inline bool store_zero(uint64_t word, void *record)
+{
+    if (word << 1 != 0) return false;
+    store_real(real_of({0, 1}, word != 0), record);
+    return true;
+}
+
 /* Whether the REAL of the double with these bits is sure to be one that is in range; if so, it is stored. */
 static inline bool store_sure_real(uint64_t word, int count, void *record)
 {
     t_FIFTEEN value;
-    if (!find_sure_decimals(word, count, &value) || value.point < -129 || value.point > 126) return false;
+    if (!find_sure_decimals(word, count, &value)) return store_zero(word, record);
+    if (value.point < -129 || value.point > 126) return false;
     store_real(real_of(value, word >> 63 != 0), record);
     return true;
 }

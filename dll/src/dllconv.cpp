@@ -10,6 +10,8 @@
 #include "call.h"
 #include "ka/kastring.h"
 #include "ka/real.h"
+#include "wire/sure_pair.h"
+#include "wire/sure_real.h"
 
 namespace {
 
@@ -128,18 +130,30 @@ int32_t store_lengths(const t_DLL_ARG &arg, int32_t slot)
     return KA_OK;
 }
 
-/* Straight into the block; only where the caller has put REALs at odd addresses, by way of a copy. */
+/* By way of a copy: the caller may have put REALs at odd addresses. */
+void store_real(double from, char *to)
+{
+    t_DECIMAL real;
+    m_cv_dbl(from, &real);
+    memcpy(to, &real, sizeof real);
+}
+
+/* Two at a time, where that needs no more than a few steps; element by element the same comes out. */
 int32_t store_reals(const t_DLL_ARG &arg, int32_t slot)
 {
     const double *from = static_cast<const double *>(KaAv[slot]);
-    const bool aligned = reinterpret_cast<uintptr_t>(arg.ptr) % alignof(t_DECIMAL) == 0; /* so are all others, then */
+    const bool in_pairs = wire::rounds_to_nearest(); /* the function may have set it */
     t_ELEMENTS elements(arg);
-    for (int32_t k = 0; k < arg.elcnt; k++) {
-        void *const to = elements.next();
-        t_DECIMAL copy;
-        m_cv_dbl(from[k], aligned ? static_cast<t_DECIMAL *>(to) : &copy);
-        if (!aligned) memcpy(to, &copy, sizeof copy);
+    int32_t k = 0;
+    for (; in_pairs && k < arg.elcnt - 1; k += 2) {
+        char *const first = elements.next();
+        char *const second = elements.next();
+        if (wire::store_sure_pair(from + k, first, second)) continue;
+        store_real(from[k], first);
+        store_real(from[k + 1], second);
     }
+    for (; k < arg.elcnt; k++)
+        store_real(from[k], elements.next());
     return KA_OK;
 }
 

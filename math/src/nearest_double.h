@@ -22,7 +22,10 @@ static_assert(FLT_EVAL_METHOD == 0, "doubles must be computed as doubles (on 32-
 static inline bool find_nearest_double(const t_DECIMAL *x, double *d)
 {
     wire::t_REAL_DIGITS digits;
-    if (!load_normal(x, &digits)) return false;
+    if (!load_normal(x, &digits)) {
+        *d = 0;
+        return x->dec_ndgts == 0 && x->dec_pos <= DEC_POSITIVE;
+    }
     const uint32_t first = wire::join_digits(digits.first);
     const uint32_t last = wire::join_digits(digits.last);
     const bool fifteen = first < eight_decimals / 10; /* a zero is in front of them, and one of them is too many */

@@ -35,6 +35,25 @@ TEST_P(WriteBack, reals_doubled_by_the_function_reach_the_caller)
     EXPECT_EQ(ref(1), 1);
 }
 
+// In pairs, of which one may take another way than the other.
+TEST_P(WriteBack, reals_of_any_size_reach_the_caller_wherever_they_are)
+{
+    const std::vector<std::string> values = {"1.5", "0", "-7", "4e15", "4e16", "-3e20", "0", "0", "12345678.5"};
+    const std::vector<std::string> doubled = {
+        "3", "00", "-14", "8000000000000000", "80000000000000000", "-600000000000000000000", "00", "00", "24691357"};
+    for (size_t count = 1; count <= values.size(); count++) {
+        const auto end = static_cast<std::ptrdiff_t>(count);
+        const std::vector<std::string> given(values.begin(), values.begin() + end);
+        for (const int32_t words : {3, 5})
+            for (const int32_t shift : {0, 1}) {
+                const Argument argument = reals(given).by_ref().spaced(words).unaligned(shift);
+                EXPECT_EQ(session_.call("RealByReference", {argument}, change), 0);
+                EXPECT_EQ(reals_of(session_.block, 1),
+                          std::vector<std::string>(doubled.begin(), doubled.begin() + end));
+            }
+    }
+}
+
 TEST_P(WriteBack, reals_passed_by_value_stay)
 {
     session_.prepare("RealByReference", {reals({"1.5", "-1.1", "7e10"})}, change);
