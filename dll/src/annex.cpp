@@ -5,12 +5,14 @@
 
 #include <linux/futex.h>
 #include <pthread.h>
+#include <signal.h>
 #include <string.h>
 #include <sys/shm.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include "wire/annex.h"
+#include "wire/spin.h"
 
 namespace {
 
@@ -23,6 +25,14 @@ int32_t caller; /* process */
 uint32_t taken; /* the number of the request that was taken last */
 uint32_t started;
 uint32_t done;
+uint32_t waits; /* what was said last */
+
+/* As the request that was taken last says. */
+bool quiet;
+uint32_t spin_us;
+uint32_t caller_cpu;
+
+t_SPIN spin = wire::new_spin;
 
 t_ANNEX *annex_behind(void *block, int32_t block_bytes, int32_t id)
 {
@@ -119,7 +129,11 @@ bool host::has_request(void)
 
 void host::take_request(void)
 {
-    if (annex != nullptr) taken = __atomic_load_n(&annex->request, __ATOMIC_SEQ_CST);
+    if (annex == nullptr) return;
+    taken = __atomic_load_n(&annex->request, __ATOMIC_SEQ_CST);
+    quiet = annex->without_signal != 0;
+    spin_us = annex->spin_us;
+    caller_cpu = annex->caller_cpu;
 }
 
 bool host::is_leftover(int32_t sender)
@@ -141,4 +155,89 @@ bool host::tell_reply(bool callback)
     const uint32_t before = __atomic_exchange_n(&annex->life, own_thread, __ATOMIC_SEQ_CST);
     if ((before & wire::LIFE_WAITED_FOR) != 0) wake(&annex->life);
     return annex->wants_signal == 0;
+}
+
+/* ---- Without a signal ------------------------------------------------------------------------------------------ */
+
+bool host::may_come_quietly(void)
+{
+    return annex != nullptr && quiet;
+}
+
+/* Written only where it is another: the caller may be looking at the words beside it. */
+static void say(uint32_t how)
+{
+    waits = how;
+    if (__atomic_load_n(&annex->waits, __ATOMIC_RELAXED) != how)
+        __atomic_store_n(&annex->waits, how, __ATOMIC_SEQ_CST);
+}
+
+/* A caller that does without has never been told anything else than what the wiped annex says. */
+void host::before_reply(bool waits_quietly)
+{
+    if (annex == nullptr || (!quiet && waits == wire::HOST_IN_SIGSUSPEND)) return;
+    annex->host_cpu = wire::cpu_number();
+    say(quiet && waits_quietly ? wire::HOST_AWAKE : wire::HOST_IN_SIGSUSPEND);
+}
+
+/* A signal may bring any number; without one only the very next is one. So a module that overwrites the word makes no
+   function run twice. */
+static bool has_quiet_request(void)
+{
+    return __atomic_load_n(&annex->request, __ATOMIC_SEQ_CST) == taken + 1;
+}
+
+/* Whatever stands there: when it changes, or a handler has run, or the time is over. */
+static void sleep_on_request(int64_t ns)
+{
+    const uint32_t now = __atomic_load_n(&annex->request, __ATOMIC_SEQ_CST);
+    if (now == taken + 1) return;
+    const struct timespec timeout = {0, static_cast<long>(ns)};
+    syscall(SYS_futex, &annex->request, FUTEX_WAIT, now, &timeout, nullptr, 0);
+}
+
+static bool sleep_until_quiet_request(void)
+{
+    constexpr int64_t longest = 2 * wire::NS_PER_MS;
+    const int64_t end = wire::clock_ns() + longest;
+    say(wire::HOST_SLEEPS_ON_REQUEST);
+    for (int64_t left = longest; left > 0; left = end - wire::clock_ns()) {
+        sleep_on_request(left);
+        if (has_quiet_request()) return true;
+    }
+    return false;
+}
+
+/* Where the word cannot be taken back, the caller has seen it and sends the signal. */
+static bool comes_at_last(void)
+{
+    uint32_t said = wire::HOST_IN_SIGSUSPEND;
+    say(wire::HOST_IN_SIGSUSPEND);
+    if (!has_quiet_request()) return false;
+    return __atomic_compare_exchange_n(&annex->waits, &said, uint32_t{wire::HOST_AWAKE}, false, __ATOMIC_SEQ_CST,
+                                       __ATOMIC_SEQ_CST);
+}
+
+bool host::await_quietly(void)
+{
+    if (!may_come_quietly()) return false;
+    if (has_quiet_request()) return true;
+    const bool spins = spin_us > 0 && wire::spinning_pays(&spin, caller_cpu);
+    if (spins && wire::spin_until(&spin, spin_us, has_quiet_request)) return true;
+    if (sleep_until_quiet_request() || comes_at_last()) return true;
+    quiet = false;
+    return false;
+}
+
+/* The kernel lets a process say of a signal to itself what it likes. */
+void host::turn_into_signal(void)
+{
+    siginfo_t info = {};
+    info.si_signo = SIGUSR2;
+    info.si_code = SI_USER;
+    info.si_pid = caller;
+    info.si_uid = getuid();
+    say(wire::HOST_IN_SIGSUSPEND);
+    quiet = false;
+    syscall(SYS_rt_sigqueueinfo, getpid(), SIGUSR2, &info);
 }

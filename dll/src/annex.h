@@ -39,6 +39,21 @@ bool is_stranger(int32_t pid);
 /* True when the caller hears of it without a signal. */
 bool tell_reply(bool callback);
 
+/* ---- Requests and answers without a signal --------------------------------------------------------------------- */
+
+/* The one that was taken last allows the next one to come so; until the host has waited for it in vain. */
+bool may_come_quietly(void);
+
+/* Before a reply, the end of a call or a call-back: whether await_quietly follows it. */
+void before_reply(bool waits_quietly);
+
+/* Waits, for some milliseconds at most, for a request or an answer that has not been taken. False: from here on it
+   comes with a signal. */
+bool await_quietly(void);
+
+/* What has come is turned into the signal that the caller would have sent, and from here on comes with one. */
+void turn_into_signal(void);
+
 } // namespace host
 
 #endif

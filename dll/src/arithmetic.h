@@ -46,6 +46,13 @@ inline void reset_arithmetic(void)
     set_arithmetic(&defaults);
 }
 
+/* As the kernel has it for a handler: no exception has happened either. */
+inline void renew_arithmetic(void)
+{
+    static const uint32_t sse = 0x1f80;
+    __asm__ volatile("fninit; ldmxcsr %0" : : "m"(sse));
+}
+
 #else
 #include <fenv.h>
 
@@ -71,6 +78,11 @@ inline void resume_arithmetic(const t_ARITHMETIC *wanted)
 }
 
 inline void reset_arithmetic(void)
+{
+    fesetenv(FE_DFL_ENV);
+}
+
+inline void renew_arithmetic(void)
 {
     fesetenv(FE_DFL_ENV);
 }

@@ -129,13 +129,20 @@ void attach_block(void)
     exit(0);
 }
 
+void perform_call(bool then_waits_quietly)
+{
+    host::begin_call();
+    const int32_t code = dll_main();
+    host::before_reply(then_waits_quietly);
+    if (!reply(code)) raise(SIGTERM);
+}
+
 /* Context: the frame of the handler, or what a handler with more arguments is given. */
 template <typename T_CONTEXT>
-[[gnu::noinline]] void perform_call(const T_CONTEXT *context)
+[[gnu::noinline]] void take_call(const T_CONTEXT *context)
 {
     const bool from_wait = comes_from_wait(interrupted_by(context));
-    host::begin_call();
-    if (!reply(dll_main())) raise(SIGTERM);
+    perform_call(from_wait);
     if (from_wait) jump_to_wait();
 }
 
@@ -144,7 +151,7 @@ void signal_handler(int signal)
 {
     if (passed_on(signal, host::main_thread)) return;
     if (signal == SIGTERM) return end_host();
-    if (!must_wait(THIS_FRAME)) perform_call(THIS_FRAME);
+    if (!must_wait(THIS_FRAME)) take_call(THIS_FRAME);
 }
 
 /* With an annex it is known which signals of the caller bring nothing. All others do what they do without one. */
@@ -152,7 +159,7 @@ void call_handler(int signal, siginfo_t *info, void *context)
 {
     if (host::is_leftover(info->si_pid) || passed_on(signal, host::main_thread)) return;
     const auto *interrupted = static_cast<const ucontext_t *>(context);
-    if (!must_wait(interrupted)) perform_call(interrupted);
+    if (!must_wait(interrupted)) take_call(interrupted);
 }
 
 void install_with_information(int signal, void (*handler)(int, siginfo_t *, void *))
@@ -171,6 +178,30 @@ void install_call_handler(void)
         install_with_information(SIGUSR2, call_handler);
     else
         install(SIGUSR2, signal_handler, nullptr);
+}
+
+/* The module may have taken the signal for itself, or ignore it. */
+bool calls_are_the_hosts(void)
+{
+    struct sigaction now = {};
+    sigaction(SIGUSR2, nullptr, &now);
+    uint64_t mask; /* of the larger set no more is filled in */
+    memcpy(&mask, &now.sa_mask, sizeof mask);
+    const bool is_plain = mask == 0 && (now.sa_flags & (SA_NODEFER | SA_RESETHAND | SA_ONSTACK)) == 0;
+    return is_plain && (now.sa_flags & SA_SIGINFO) != 0 && now.sa_sigaction == call_handler;
+}
+
+/* What is not the host's goes the way that the signal would have gone. */
+void perform_quiet_calls(void)
+{
+    if (!host::may_come_quietly()) return;
+    prepare_quiet_calls();
+    while (host::await_quietly()) {
+        if (!calls_are_the_hosts()) return host::turn_into_signal();
+        begin_quiet_call();
+        perform_call(true);
+        end_quiet_call();
+    }
 }
 
 } // namespace
@@ -193,5 +224,5 @@ KA_API int main(int argc, char **argv)
     host::offer_annex();
     install_call_handler();
 
-    wait_for_calls();
+    wait_for_calls(perform_quiet_calls);
 }

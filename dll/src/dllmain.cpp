@@ -162,6 +162,17 @@ void dll_callback_handler(int signal)
     if (host::has_request()) siglongjmp(dll_callback_jmp, 0);
 }
 
+/* The mask is that of the handler which an answer with a signal would have. On a thread of the module's the wait is
+   for signals: the main thread can end the process meanwhile, and the block goes away. */
+bool is_answered_quietly(bool on_main_thread)
+{
+    if (!on_main_thread || !host::may_come_quietly()) return false;
+    sigset_t blocked = blocked_in_callback();
+    sigaddset(&blocked, SIGUSR2);
+    sigprocmask(SIG_SETMASK, &blocked, nullptr);
+    return host::await_quietly();
+}
+
 } // namespace
 
 bool reply(int32_t code)
@@ -180,11 +191,13 @@ int32_t dll_callback(int32_t value)
     store32(at(layout().cbval), value);
     callback_thread = pthread_self();
     install(SIGUSR2, dll_callback_handler, &previous);
+    const bool on_main_thread = pthread_equal(callback_thread, host::main_thread) != 0;
+    host::before_reply(on_main_thread);
     if (!signal_caller(true)) raise(SIGTERM);
 
     /* KEPT: the jump leaves the mask of the answering handler in force, so from here on SIGUSR1 is not blocked until
        the call ends; a mask saved and restored would block it again. Test: Callback.leaves_sigusr1_unblocked. */
-    if (sigsetjmp(dll_callback_jmp, 0) == 0) {
+    if (!is_answered_quietly(on_main_thread) && sigsetjmp(dll_callback_jmp, 0) == 0) {
         const sigset_t blocked = blocked_in_callback();
         wait_for_signals(&blocked);
     }

@@ -63,9 +63,9 @@ void install(int signal, void (*handler)(int), struct sigaction *previous)
 
 namespace {
 
-void raise_what_was_put_off(void)
+bool raise_what_was_put_off(void)
 {
-    if (__atomic_exchange_n(&put_off, false, __ATOMIC_RELAXED)) raise(SIGUSR2);
+    return __atomic_exchange_n(&put_off, false, __ATOMIC_RELAXED) && raise(SIGUSR2) == 0;
 }
 
 } // namespace
@@ -96,13 +96,17 @@ namespace {
 /* Set when the wait begins and never changed, so a jump finds nothing of it in a register. */
 struct t_WAIT {
     sigjmp_buf begin;
-    const void *stack; /* how deep the stack is; null where handlers are left by their return */
+    const void *depth; /* of the stack */
+    const void *stack; /* the same; null where handlers are left by their return */
+    void (*look)(void);
     sigset_t blocked;
-    sigset_t mask; /* of the thread when it lets nothing in */
+    sigset_t mask; /* of the thread when it lets nothing in; set once more by prepare_quiet_calls */
     stack_t alternate_stack;
     t_ARITHMETIC arithmetic;
 };
 t_WAIT waiting;
+
+bool in_quiet_call; /* it has no frame of the kernel's below, so its depth does not tell it from the wait */
 
 #ifndef SS_AUTODISARM
 constexpr unsigned SS_AUTODISARM = 1u << 31;
@@ -114,33 +118,40 @@ bool is_same(const stack_t &a, const stack_t &b)
 }
 
 /* An alternate stack that each handler takes away comes back by a return alone. */
-bool can_jump(void)
+bool handlers_disarm(void)
+{
+    return (static_cast<unsigned>(waiting.alternate_stack.ss_flags) & SS_AUTODISARM) != 0;
+}
+
+void decide_about_jumps(void)
 {
     const sigset_t calls_mask = blocked_at_start();
-    const bool disarmed = (static_cast<unsigned>(waiting.alternate_stack.ss_flags) & SS_AUTODISARM) != 0;
-    return !disarmed && memcmp(&waiting.mask, &calls_mask, sizeof(uint64_t)) == 0;
+    const bool can_jump = !handlers_disarm() && memcmp(&waiting.mask, &calls_mask, sizeof(uint64_t)) == 0;
+    waiting.stack = can_jump ? waiting.depth : nullptr;
 }
 
 } // namespace
 
-void wait_for_calls(void)
+void wait_for_calls(void (*look)(void))
 {
+    waiting.look = look;
     waiting.blocked = blocked_while_idle();
     sigprocmask(SIG_BLOCK, nullptr, &waiting.mask);
     sigaltstack(nullptr, &waiting.alternate_stack);
     waiting.arithmetic = arithmetic();
-    if (can_jump()) waiting.stack = __builtin_dwarf_cfa();
+    waiting.depth = __builtin_dwarf_cfa();
+    decide_about_jumps();
 
-    if (sigsetjmp(waiting.begin, 0) != 0) {
-        resume_arithmetic(&waiting.arithmetic);
-        raise_what_was_put_off();
+    if (sigsetjmp(waiting.begin, 0) != 0) resume_arithmetic(&waiting.arithmetic);
+    for (;;) {
+        if (!raise_what_was_put_off() && !handlers_disarm()) waiting.look();
+        sigsuspend(&waiting.blocked);
     }
-    wait_for_signals(&waiting.blocked);
 }
 
 bool comes_from_wait(const t_INTERRUPTED &interrupted)
 {
-    if (!is_at(interrupted, waiting.stack)) return false;
+    if (in_quiet_call || !is_at(interrupted, waiting.stack)) return false;
     host::called_back = false;
     const stack_t *left = interrupted.alternate_stack;
     if (left != nullptr && !is_same(*left, waiting.alternate_stack)) sigaltstack(&waiting.alternate_stack, nullptr);
@@ -151,4 +162,30 @@ void jump_to_wait(void)
 {
     if (host::called_back) sigprocmask(SIG_SETMASK, &waiting.mask, nullptr);
     siglongjmp(waiting.begin, 1);
+}
+
+/* ---- Calls without a signal ------------------------------------------------------------------------------------ */
+
+/* A handler finds the mask of the wait with SIGUSR2, whatever the thread's own was; its return brings back that and
+   the alternate stack. */
+void prepare_quiet_calls(void)
+{
+    waiting.mask = blocked_at_start();
+    decide_about_jumps();
+    sigprocmask(SIG_SETMASK, &waiting.mask, nullptr);
+    sigaltstack(&waiting.alternate_stack, nullptr);
+}
+
+void begin_quiet_call(void)
+{
+    in_quiet_call = true;
+    renew_arithmetic();
+}
+
+void end_quiet_call(void)
+{
+    resume_arithmetic(&waiting.arithmetic);
+    sigprocmask(SIG_SETMASK, &waiting.mask, nullptr);
+    sigaltstack(&waiting.alternate_stack, nullptr);
+    in_quiet_call = false;
 }

@@ -60,13 +60,21 @@ sigset_t blocked_in_callback(void);
 /* Lets signals in, except those of blocked, for as long as it takes. */
 [[noreturn]] void wait_for_signals(const sigset_t *blocked);
 
-/* The same for calls. */
-[[noreturn]] void wait_for_calls(void);
+/* The same for calls. Before each of these waits look is called, for calls that come without a signal; not where the
+   alternate stack is one that only a handler takes away. */
+[[noreturn]] void wait_for_calls(void (*look)(void));
 
 /* The two ends of a call in its handler. The first is true where the handler can be left by a jump back to that wait,
    and then the second does so; else it is left by its return, which is a system call, and a slow one in a 32-bit
    process. */
 bool comes_from_wait(const t_INTERRUPTED &interrupted);
 [[noreturn]] void jump_to_wait(void);
+
+/* For a call without a signal, which is performed above main's frame: a function finds the mask, the alternate stack
+   and the arithmetic that it would find in the handler. What a function leaves is set back by the first before
+   another call, and by the last after each. */
+void prepare_quiet_calls(void);
+void begin_quiet_call(void);
+void end_quiet_call(void);
 
 #endif

@@ -20,7 +20,8 @@ ka_options default_options()
     ka_options options;
     ka_options_init(&options, sizeof options);
     const char *transport = std::getenv("KA_TRANSPORT"); // the whole suite is run in each
-    if (transport != nullptr && std::string(transport) == "plain") options.transport = KA_TRANSPORT_PLAIN;
+    if (transport == nullptr) return options;
+    options.transport = std::string(transport) == "plain" ? KA_TRANSPORT_PLAIN : KA_TRANSPORT_FAST;
     return options;
 }
 

@@ -3,13 +3,9 @@
  * See clock.h. */
 #include "clock.h"
 
-#include <time.h>
-
 int64_t now_ns(void)
 {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * NS_PER_S + now.tv_nsec;
+    return wire::clock_ns();
 }
 
 int64_t deadline_after_ms(int32_t milliseconds)

@@ -3,7 +3,10 @@
  * See annex.h. */
 #include "annex.h"
 
+#include <linux/futex.h>
 #include <string.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "host/host.h"
 
@@ -12,6 +15,7 @@ void wipe_annex(ka_host *host)
     t_ANNEX *annex = host->segment.annex;
     memset(annex, 0, sizeof *annex);
     host->waiting.request = 0;
+    host->waiting.spin = wire::new_spin;
     if (host->options.transport == KA_TRANSPORT_PLAIN) return;
     annex->caller = host->life.caller;
     memcpy(annex->magic, wire::ANNEX_MAGIC, sizeof annex->magic);
@@ -26,11 +30,35 @@ bool host_uses_annex(const ka_host *host)
            life == static_cast<uint32_t>(host->process.pid);
 }
 
-void number_request(ka_host *host, bool wants_signal)
+/* Written only where another value is there: a host that spins has the words at hand. */
+static void put(uint32_t *word, uint32_t value)
+{
+    if (__atomic_load_n(word, __ATOMIC_RELAXED) != value) __atomic_store_n(word, value, __ATOMIC_RELAXED);
+}
+
+void number_request(ka_host *host, t_WAY way)
 {
     t_ANNEX *annex = host->segment.annex;
-    __atomic_store_n(&annex->wants_signal, wants_signal, __ATOMIC_RELAXED);
+    put(&annex->wants_signal, way == WITH_SIGNALS);
+    put(&annex->without_signal, way == WITHOUT_SIGNALS);
+    if (way == WITHOUT_SIGNALS) {
+        put(&annex->spin_us, static_cast<uint32_t>(host->options.spin_us));
+        put(&annex->caller_cpu, wire::cpu_number());
+    }
     __atomic_store_n(&annex->request, ++host->waiting.request, __ATOMIC_SEQ_CST);
+}
+
+/* What the host cannot have said counts as a wait for a signal. */
+bool wake_host(ka_host *host)
+{
+    t_ANNEX *annex = host->segment.annex;
+    uint32_t waits = wire::HOST_IN_SIGSUSPEND;
+    if (__atomic_compare_exchange_n(&annex->waits, &waits, uint32_t{wire::HOST_SIGNALLED}, false, __ATOMIC_SEQ_CST,
+                                    __ATOMIC_SEQ_CST))
+        return false;
+    if (waits == wire::HOST_SLEEPS_ON_REQUEST)
+        syscall(SYS_futex, &annex->request, FUTEX_WAKE, 1, nullptr, nullptr, 0);
+    return waits == wire::HOST_SLEEPS_ON_REQUEST || waits == wire::HOST_AWAKE;
 }
 
 static uint32_t load_reply(const ka_host *host)

@@ -16,9 +16,17 @@ void wipe_annex(ka_host *host);
 /* The running host has offered its own, and lives. */
 bool host_uses_annex(const ka_host *host);
 
-/* A request or an answer follows, whose reply is known by its number; and whether a signal is wanted with it. Visible
-   to the host after all that was written before. */
-void number_request(ka_host *host, bool wants_signal);
+/* A request or an answer follows, whose reply is known by its number. Visible to the host after all that was written
+   before. */
+enum t_WAY {
+    WITH_SIGNALS,   /* and the reply with one, too */
+    WITH_A_SIGNAL,  /* and the reply without */
+    WITHOUT_SIGNALS /* both, where wake_host can wake it */
+};
+void number_request(ka_host *host, t_WAY way);
+
+/* After WITHOUT_SIGNALS: the host sees the request. False where it waits for a signal, which is to be sent. */
+bool wake_host(ka_host *host);
 
 /* The reply to the last request is there: a call-back, or the end of the call. */
 bool has_replied(const ka_host *host);

@@ -100,7 +100,7 @@ static int32_t answer_again(ka_host *host)
     if (host->life.state != STATE_CALLING) return fail_out_of_turn(host);
     if (!regain_process(host)) return fail_call(host, EVENT_DIED);
     prepare_reply(host, retcode_before);
-    number_request(host, true);
+    number_request(host, WITH_SIGNALS);
     signal_process(host->process.pid_fd, SIGUSR2); /* a host that has died is found so */
     return KA_DONE;
 }

@@ -60,11 +60,15 @@ static int signal_host(const ka_host *host)
 }
 
 /* 0 or an errno. argc goes last: until then a foreign signal finds no call. */
-static int send_signal(ka_host *host, int32_t argc)
+static int send_request(ka_host *host, int32_t argc)
 {
+    const t_WAY way = host->waiting.is_quiet   ? WITHOUT_SIGNALS
+                      : host->waiting.by_annex ? WITH_A_SIGNAL
+                                               : WITH_SIGNALS;
     store32(host, host->segment.layout->argc, argc);
-    number_request(host, !host->waiting.by_annex);
-    const int error = signal_host(host);
+    number_request(host, way);
+    host->waiting.is_quiet = host->waiting.is_quiet && wake_host(host);
+    const int error = host->waiting.is_quiet ? 0 : signal_host(host);
     if (error == 0) host->building.sent = true;
     return error;
 }
@@ -91,6 +95,18 @@ static bool can_be_of_a_foreign_signal(int32_t return_code)
     return return_code == KA_WRONG_COUNT || return_code == KA_WRONG_TYPE;
 }
 
+/* Where the host rests without having replied, what it says about its waiting was overwritten, or the module takes
+   its signals: then it gets the signal that was spared. */
+static t_REPLY signal_at_rest(ka_host *host)
+{
+    const t_REPLY reply = judge_by_rest(host);
+    if (reply.event != EVENT_RETURNED && reply.event != EVENT_CALLBACK) return reply;
+    host->waiting.is_quiet = false;
+    host->waiting.progress = {};
+    const int error = signal_host(host);
+    return {error == 0 ? EVENT_NONE : EVENT_DIED, 0};
+}
+
 /* Without a signal a changed block is not a reply yet: a module can have written there. Where replies carry a number,
    that alone is one; a host at rest without it has not heard the request, or its annex was overwritten. */
 static t_REPLY judge(ka_host *host, bool replied)
@@ -99,6 +115,7 @@ static t_REPLY judge(ka_host *host, bool replied)
         return {EVENT_CALLBACK, load32(host, host->segment.layout->cbval)};
     if (host->waiting.is_numbered && has_replied(host))
         return {EVENT_RETURNED, load32(host, host->segment.layout->retcode)};
+    if (host->waiting.is_quiet) return signal_at_rest(host);
     if (host->waiting.is_numbered || !replied) return judge_by_rest(host);
     const int32_t value = load32(host, host->segment.layout->cbval);
     if (value != host->waiting.cbval_before) return {EVENT_CALLBACK, value};
@@ -158,7 +175,8 @@ t_REPLY send_and_await(ka_host *host, int32_t retcode_before, int32_t argc, int6
 {
     prepare_reply(host, retcode_before);
     begin_wait(host);
-    const int error = send_signal(host, argc);
+    const int error = send_request(host, argc);
+    if (host->waiting.is_quiet) spin_for_reply(host);
     const t_REPLY reply = error == 0 ? await_reply(host, deadline) : t_REPLY{EVENT_NOT_SENT, error};
     if (reply.event == EVENT_RETURNED) store32(host, host->segment.layout->argc, 0);
     if (reply.event != EVENT_RETURNED) host->building.overwritten = overwritten_fields(host, waiting_thread(host));

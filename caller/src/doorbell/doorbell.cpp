@@ -153,6 +153,7 @@ void begin_wait(ka_host *host)
 {
     host->waiting.is_numbered = host_uses_annex(host);
     host->waiting.by_annex = host->waiting.is_numbered && host->options.cancel_fd == -1;
+    host->waiting.is_quiet = host->waiting.by_annex && host->options.transport == KA_TRANSPORT_FAST;
     if (host->waiting.by_annex || !host->waiting.waiter) return;
     const sigset_t set = doorbell_set();
     pthread_sigmask(SIG_BLOCK, &set, &host->waiting.mask_before);

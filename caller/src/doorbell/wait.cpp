@@ -72,17 +72,26 @@ void sleep_until_offer(ka_host *host, int64_t until)
     sleep_while(&host->segment.annex->host, 0, until);
 }
 
+void spin_for_reply(ka_host *host)
+{
+    t_SPIN *spin = &host->waiting.spin;
+    const uint32_t us = static_cast<uint32_t>(host->options.spin_us);
+    if (us == 0 || !wire::spinning_pays(spin, host->segment.annex->host_cpu)) return;
+    wire::spin_until(spin, us, [host] { return has_replied(host); });
+}
+
 /* The host gives the word its plain value back when it replies, and the kernel marks it at the host's death; both
    wake who sleeps on it. So does this thread, unless the word was changed after the mark was put in. */
 bool sleep_on_life(ka_host *host, int64_t until)
 {
     uint32_t *life = &host->segment.annex->life;
     const uint32_t waited_for = static_cast<uint32_t>(host->process.pid) | wire::LIFE_WAITED_FOR;
-    while (host_uses_annex(host)) {
+    while (!has_replied(host)) {
+        if (!host_uses_annex(host)) return false;
         uint32_t alive = static_cast<uint32_t>(host->process.pid);
         __atomic_compare_exchange_n(life, &alive, waited_for, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
         if (has_replied(host) || now_ns() >= until) return true;
         sleep_while(life, waited_for, until);
     }
-    return false;
+    return true;
 }

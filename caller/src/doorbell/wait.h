@@ -15,6 +15,9 @@ int wait_until(const ka_host *host, int pipe_fd, int64_t until);
 /* Sleeps until the host has offered its annex, being ready, or until that time; a death is not seen. */
 void sleep_until_offer(ka_host *host, int64_t until);
 
+/* Looks for the reply to the last request without a pause: for a moment at most, and only where that pays. */
+void spin_for_reply(ka_host *host);
+
 /* Sleeps until the reply to the last request is in the annex, or until that time. False at once where the annex does
    not say that the host lives: it dies, has executed another program, or the module has overwritten the word. */
 bool sleep_on_life(ka_host *host, int64_t until);

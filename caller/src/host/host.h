@@ -16,6 +16,7 @@
 #include "ka/dll_block.h"
 #include "wire/annex.h"
 #include "wire/layout.h"
+#include "wire/spin.h"
 
 /* One descriptor as it was written: 0 is the function name. */
 struct t_ARGUMENT {
@@ -145,8 +146,10 @@ struct t_WAITING {
     uint32_t request;       /* the number of the last one, in the annex */
     bool is_numbered;       /* its reply carries that number */
     bool by_annex;          /* and comes without a signal */
+    bool is_quiet;          /* and so does the request */
+    t_SPIN spin;            /* of those */
 };
-inline constexpr t_WAITING no_waiting = {false, false, nullptr, 0, -1, {}, {}, {}, 0, 0, 0, false, false};
+inline constexpr t_WAITING no_waiting = {false, false, nullptr, 0, -1, {}, {}, {}, 0, 0, 0, false, false, false, {}};
 
 /* The segment in this process. */
 struct t_SEGMENT {

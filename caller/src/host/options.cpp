@@ -31,6 +31,7 @@ static constexpr ka_options default_options = {
     .ring_bytes = 1 << 16,
     .inspector = nullptr,
     .transport = KA_TRANSPORT_SIGNALS,
+    .spin_us = 50,
 };
 
 void ka_options_init(ka_options *options, uint32_t size)
@@ -85,6 +86,16 @@ static int32_t check_restart(ka_host *host)
     return KA_DONE;
 }
 
+static int32_t check_transport(ka_host *host)
+{
+    const ka_options *options = &host->options;
+    if (options->transport < KA_TRANSPORT_SIGNALS || options->transport > KA_TRANSPORT_PLAIN)
+        return fail(host, KA_ARGUMENT, "transport is %d; it is KA_TRANSPORT_SIGNALS (%d) to KA_TRANSPORT_PLAIN (%d)",
+                    options->transport, KA_TRANSPORT_SIGNALS, KA_TRANSPORT_PLAIN);
+    if (options->spin_us >= 0 && options->spin_us <= KA_SPIN_MAX) return KA_DONE;
+    return fail(host, KA_ARGUMENT, "spin_us is %d; it must be 0 to %d", options->spin_us, KA_SPIN_MAX);
+}
+
 /* Fields that the program was compiled without keep their defaults; fields that this library does not know are not
    looked at. */
 int32_t take_options(ka_host *host, const ka_options *options)
@@ -98,9 +109,7 @@ int32_t take_options(ka_host *host, const ka_options *options)
     if (host->options.checking != KA_CHECKED && host->options.checking != KA_RAW)
         return fail(host, KA_ARGUMENT, "checking is %d; it is KA_CHECKED (%d) or KA_RAW (%d)", host->options.checking,
                     KA_CHECKED, KA_RAW);
-    if (host->options.transport != KA_TRANSPORT_SIGNALS && host->options.transport != KA_TRANSPORT_PLAIN)
-        return fail(host, KA_ARGUMENT, "transport is %d; it is KA_TRANSPORT_SIGNALS (%d) or KA_TRANSPORT_PLAIN (%d)",
-                    host->options.transport, KA_TRANSPORT_SIGNALS, KA_TRANSPORT_PLAIN);
+    if (check_transport(host) != KA_DONE) return KA_ARGUMENT;
     if (host->options.cancel_fd >= 0 && fcntl(host->options.cancel_fd, F_GETFD) == -1)
         return fail(host, KA_ARGUMENT, "cancel_fd %d is not open", host->options.cancel_fd);
     if (host->options.grace_ms < 0) return fail_negative(host, "grace_ms", host->options.grace_ms);

@@ -109,7 +109,8 @@ constexpr Explanation rows[] = {
      "segment_bytes is %d; it must be at least scratch_bytes (%d) + %d\n"
      "segment_bytes is %d; it must not be above %d\n"
      "waiting is %d; it is KA_WAIT_SAFE (%d) or KA_WAIT_FAST (%d)\n"
-     "transport is %d; it is KA_TRANSPORT_SIGNALS (%d) or KA_TRANSPORT_PLAIN (%d)",
+     "transport is %d; it is KA_TRANSPORT_SIGNALS (%d) to KA_TRANSPORT_PLAIN (%d)\n"
+     "spin_us is %d; it must be 0 to %d",
      "an option of a host has an impossible value",
      "ka_options was not filled by ka_options_init, or a field is wrong",
      "give the field a value that ka/caller.h allows"},
