@@ -137,11 +137,11 @@ void perform_call(bool then_waits_quietly)
     if (!reply(code)) raise(SIGTERM);
 }
 
-/* Context: the frame of the handler, or what a handler with more arguments is given. */
+/* Context: the frame of the handler, or what a handler with more arguments is given; null where that is another's. */
 template <typename T_CONTEXT>
 [[gnu::noinline]] void take_call(const T_CONTEXT *context)
 {
-    const bool from_wait = comes_from_wait(interrupted_by(context));
+    const bool from_wait = context != nullptr && comes_from_wait(interrupted_by(context));
     perform_call(from_wait);
     if (from_wait) jump_to_wait();
 }
@@ -159,7 +159,8 @@ void call_handler(int signal, siginfo_t *info, void *context)
 {
     if (host::is_leftover(info->si_pid) || passed_on(signal, host::main_thread)) return;
     const auto *interrupted = static_cast<const ucontext_t *>(context);
-    if (!must_wait(interrupted)) take_call(interrupted);
+    if (must_wait(interrupted)) return;
+    take_call(IS_CALLED_BY_KERNEL(interrupted) ? interrupted : nullptr);
 }
 
 void install_with_information(int signal, void (*handler)(int, siginfo_t *, void *))

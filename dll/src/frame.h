@@ -14,6 +14,10 @@
    (the compiler may use an argument's place for its own ends, and never touches what comes after the last one). */
 #define THIS_FRAME static_cast<const t_FRAME *>(__builtin_dwarf_cfa())
 
+/* Whether the handler that says this was called by the kernel itself, and context so is what comes into force when it
+   returns. A handler of the module's that calls the host's hands its own context on. */
+#define IS_CALLED_BY_KERNEL(context) is_frame_with(__builtin_dwarf_cfa(), context)
+
 /* ---- Where it is known what it holds --------------------------------------------------------------------------- */
 
 /* What was interrupted, as far as the host needs it. */
@@ -41,6 +45,11 @@ inline t_INTERRUPTED interrupted_by(const t_FRAME *frame)
     return interrupted_by(&frame->interrupted);
 }
 
+inline bool is_frame_with(const void *frame, const ucontext_t *context)
+{
+    return frame == context;
+}
+
 #elif defined(__i386__)
 
 struct t_FRAME {
@@ -59,6 +68,13 @@ inline t_INTERRUPTED interrupted_by(const t_FRAME *frame)
     return {frame->interrupted.esp, frame->interrupted.cs, nullptr};
 }
 
+/* The three arguments come first, and the record of the signal. */
+inline bool is_frame_with(const void *frame, const ucontext_t *context)
+{
+    return static_cast<const char *>(frame) + 3 * sizeof(void *) + sizeof(siginfo_t) ==
+           static_cast<const char *>(static_cast<const void *>(context));
+}
+
 #else
 
 struct t_FRAME;
@@ -66,6 +82,11 @@ struct t_FRAME;
 inline t_INTERRUPTED interrupted_by(const void *)
 {
     return {};
+}
+
+inline bool is_frame_with(const void *, const ucontext_t *)
+{
+    return false;
 }
 
 #endif

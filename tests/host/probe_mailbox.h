@@ -43,7 +43,8 @@ enum {
     PROBE_SET_STACK = 27,          // size       sets an alternate stack of that size; 0: none
     PROBE_STACK_NOW = 28, // -          size of the alternate stack in force, negative when handlers disarm it
     PROBE_ROUNDING = 29,  // x87 word   sets it, and an inexact exception that has happened
-    PROBE_WRAP = 30       // -          puts a handler on SIGUSR2 that counts, calls the host's and counts again
+    PROBE_WRAP = 30,      // -          puts a handler on SIGUSR2 that counts, calls the host's and counts again
+    PROBE_ARITHMETIC = 31 // -          as it is: x87 control word, x87 status word, the control word of SSE
 };
 
 // What a handler of the module's finds: of what it has interrupted, and around itself.

@@ -185,6 +185,17 @@ int32_t set_rounding(int32_t x87)
     return 0;
 }
 
+int32_t look_at_own_arithmetic(int32_t *out)
+{
+    uint16_t control = 0;
+    uint16_t status = 0;
+    uint32_t sse = 0;
+    __asm__ volatile("fnstcw %0; fnstsw %1; stmxcsr %2" : "=m"(control), "=m"(status), "=m"(sse));
+    out[1] = status;
+    out[2] = static_cast<int32_t>(sse);
+    return control;
+}
+
 struct sigaction wrapped;
 
 void wrapping_handler(int signal)
@@ -194,11 +205,23 @@ void wrapping_handler(int signal)
     mailbox()->handled++;
 }
 
+// Around a handler that is given more.
+void wrapping_handler_with_information(int signal, siginfo_t *info, void *context)
+{
+    mailbox()->handled++;
+    wrapped.sa_sigaction(signal, info, context);
+    mailbox()->handled++;
+}
+
 int32_t wrap()
 {
     sigaction(SIGUSR2, nullptr, &wrapped);
     struct sigaction own = wrapped;
-    own.sa_handler = wrapping_handler;
+    if ((own.sa_flags & SA_SIGINFO) != 0) {
+        own.sa_sigaction = wrapping_handler_with_information;
+    } else {
+        own.sa_handler = wrapping_handler;
+    }
     return sigaction(SIGUSR2, &own, nullptr);
 }
 
@@ -321,6 +344,8 @@ int32_t perform(int32_t command, int32_t value, int32_t *out)
         return stack_now();
     case PROBE_ROUNDING:
         return set_rounding(value);
+    case PROBE_ARITHMETIC:
+        return look_at_own_arithmetic(out);
     case PROBE_WRAP:
         return wrap();
     case PROBE_IGNORE:
