@@ -50,6 +50,43 @@ inline t_REAL_FAULT real_fault(const void *real, int32_t *found)
     return count > 0 && bytes[REAL_DIGITS_AT] == 0 ? REAL_LEADING_ZERO : REAL_SOUND;
 }
 
+/* A record in registers: it is read once, since a module may go on writing, and stored as it was read. A processor
+   waits with a load that joins what two stores have left. */
+struct t_REAL_BITS {
+    uint32_t header; /* exponent, sign, count */
+    uint64_t digits; /* the first one is the lowest byte */
+};
+
+inline t_REAL_BITS load_real_bits(const void *real)
+{
+    t_REAL_BITS bits;
+    memcpy(&bits.header, real, sizeof bits.header);
+    memcpy(&bits.digits, static_cast<const char *>(real) + REAL_DIGITS_AT, sizeof bits.digits);
+    return bits;
+}
+
+inline void store_real_bits(t_REAL_BITS bits, void *real)
+{
+    memcpy(real, &bits.header, sizeof bits.header);
+    memcpy(static_cast<char *>(real) + REAL_DIGITS_AT, &bits.digits, sizeof bits.digits);
+}
+
+/* Whether real_fault would find none, in few steps, for loops over arrays. Digits that are not in use are moved out.
+   Of the others 28 more sets the highest bit when one is above 99; what one above 227 carries into the next does not
+   matter, since its own highest bit is set already. Test: RealFault.* */
+inline bool is_sound(t_REAL_BITS real)
+{
+    const uint32_t header = real.header;
+    const uint32_t count = header >> 24;
+    const bool exponent_fits = ((header - static_cast<uint32_t>(REAL_EXPONENT_MIN)) & 0xFF80) == 0;
+    const bool sign_fits = (header & 0xFE0000) == 0;
+    if (!exponent_fits || !sign_fits || count > static_cast<uint32_t>(REAL_DIGITS_MAX)) return false;
+    if (count == 0) return true;
+    const uint64_t in_use = real.digits << (64 - 8 * count);
+    const bool above_99 = (((in_use + 0x1C1C1C1C1C1C1C1C) | in_use) & 0x8080808080808080) != 0;
+    return !above_99 && (real.digits & 0xFF) != 0;
+}
+
 } // namespace wire
 
 #endif

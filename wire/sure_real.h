@@ -8,6 +8,7 @@
 #include <bit>
 
 #include "wire/real_digits.h"
+#include "wire/split_eights.h"
 #include "wire/tens.h"
 
 namespace wire {
@@ -37,7 +38,11 @@ inline constexpr uint64_t FIFTEEN_LIMIT = 1000000000000000;
 /* The exponent of base 100 is point / 2 rounded up, and an odd point leaves the tens of the first digit empty. So the
    digits are those of sixteen decimals, eight and eight: sixteen / 2^22 * 2882303761 / 2^36, which is a little less
    than sixteen / 10^8, is by less than 0.1 too small. */
-constexpr t_REAL_WORDS real_of(t_FIFTEEN value, bool negative)
+struct t_EIGHTS {
+    uint32_t first, last;
+};
+
+constexpr t_EIGHTS eights_of(t_FIFTEEN value)
 {
     const uint32_t factor = 10 - 9 * (static_cast<uint32_t>(value.point) & 1);
     const uint64_t sixteen = uint64_t{static_cast<uint32_t>(value.decimals)} * factor +
@@ -48,10 +53,38 @@ constexpr t_REAL_WORDS real_of(t_FIFTEEN value, bool negative)
         first++;
         last -= 100000000;
     }
-    const t_REAL_DIGITS digits = {split_digits(first), split_digits(last)};
+    return {first, last};
+}
+
+constexpr uint32_t header_of(t_FIFTEEN value, bool negative, int count)
+{
     const uint32_t exponent = static_cast<uint16_t>((value.point + 1) >> 1);
     const uint32_t sign = negative ? 0 : uint32_t{1} << 16;
-    return {exponent | sign | static_cast<uint32_t>(count_digits(digits)) << 24, digits};
+    return exponent | sign | static_cast<uint32_t>(count) << 24;
+}
+
+constexpr t_REAL_WORDS real_of(t_FIFTEEN value, bool negative)
+{
+    const t_EIGHTS eights = eights_of(value);
+    const t_REAL_DIGITS digits = {split_digits(eights.first), split_digits(eights.last)};
+    return {header_of(value, negative, count_digits(digits)), digits};
+}
+
+/* The same stored, the digits all at once where the processor can do that. value is not 0. */
+static inline void store_real_of(t_FIFTEEN value, bool negative, void *record)
+{
+#ifdef __SSE2__
+    const t_EIGHTS eights = eights_of(value);
+    const __m128i digits = split_eights(_mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(eights.first)),
+                                                           _mm_cvtsi32_si128(static_cast<int>(eights.last))));
+    const int zeros = _mm_movemask_epi8(_mm_cmpeq_epi8(digits, _mm_setzero_si128()));
+    const uint32_t nonzero = static_cast<uint32_t>(~zeros & 0xFF);
+    const uint32_t header = header_of(value, negative, 32 - __builtin_clz(nonzero));
+    memcpy(record, &header, sizeof header);
+    _mm_storel_epi64(static_cast<__m128i *>(static_cast<void *>(static_cast<char *>(record) + 4)), digits);
+#else
+    store_real(real_of(value, negative), record);
+#endif
 }
 
 /* The bits in integer registers: 32-bit callers often store a parameter in two words, and what was stored in pieces
@@ -149,7 +182,7 @@ static inline bool store_sure_real(uint64_t word, int count, void *record)
     t_FIFTEEN value;
     if (!find_sure_decimals(word, count, &value)) return store_zero(word, record);
     if (value.point < -129 || value.point > 126) return false;
-    store_real(real_of(value, word >> 63 != 0), record);
+    store_real_of(value, word >> 63 != 0, record);
     return true;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // A number of any length in text becomes the nearest REAL.
+#include <cstring>
 #include <gtest/gtest.h>
 
 #include "ka/caller.h"
@@ -50,6 +51,27 @@ TEST(RealRead, gives_the_nearest_real_or_an_error)
                     got.exact == (expected.in_range && expected.exact))
             << text << "\n  expected: " << text_of(expected) << "\n  got:      " << read_as(text) << "\n  in round "
             << rounds.number();
+    }
+}
+
+// Most numbers have up to 15 decimals and no exponent, and are read in few steps.
+TEST(RealRead, gives_the_bytes_of_the_decimal_library)
+{
+    Draw draw;
+    for (Rounds rounds(200000); rounds.more();) {
+        std::string text = draw.one_in(3) ? draw.one_in(2) ? "-" : "+" : "";
+        const int count = draw.between(1, 17);
+        const int point = draw.between(0, draw.one_in(3) ? count : 30);
+        for (int i = 0; i < count; i++) {
+            if (i == point) text += '.';
+            text += static_cast<char>('0' + draw.below(draw.one_in(3) ? 1 : 10));
+        }
+        if (point == count) text += '.';
+        t_DECIMAL expected;
+        ASSERT_EQ(deccvasc(text.c_str(), static_cast<int>(text.size()), &expected), DEC_OK) << text;
+        const Answer got = read(text);
+        ASSERT_EQ(got.status, KA_DONE) << text;
+        ASSERT_EQ(memcmp(&got.value, &expected, sizeof expected), 0) << text << " in round " << rounds.number();
     }
 }
 

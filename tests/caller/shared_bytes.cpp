@@ -3,7 +3,10 @@
 // The bytes that program and module share, looked at from outside as the module sees them, and changed at moments of
 // its choice: a module can do so from a thread of its own.
 #include "caller/hosts.h"
+#include "model/draw.h"
+#include "wire/real_fault.h"
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <sys/shm.h>
@@ -107,4 +110,118 @@ TEST_P(SharedBytes, of_an_array_without_elements_hold_nothing_of_an_earlier_call
     ka_begin(host, "describe");
     ka_add_strings(host, nullptr, 0, 9, KA_BY_VALUE);
     EXPECT_EQ(std::string(bytes_of(1), 4), std::string(4, '\0'));
+}
+
+// ---- Many at once, beside one by one ---------------------------------------------------------------------------
+
+namespace {
+
+double any_double(model::Draw &draw)
+{
+    if (draw.one_in(200)) return std::bit_cast<double>(draw.bits());
+    if (draw.one_in(3)) return std::bit_cast<double>((draw.bits() >> 12) | (draw.bits() % 60 + 1000) << 52);
+    const auto decimals = static_cast<double>(draw.bits() % 100000000000000000);
+    return std::round(decimals * std::pow(10, draw.between(-17, 0))) / std::pow(10, draw.between(0, 12));
+}
+
+// Mostly sound; then with a byte that can be anything.
+t_DECIMAL any_real(model::Draw &draw)
+{
+    t_DECIMAL real = {};
+    real.dec_exp = static_cast<int16_t>(draw.between(draw.one_in(4) ? -66 : -3, draw.one_in(4) ? 65 : 8));
+    real.dec_pos = static_cast<uint8_t>(draw.one_in(20) ? DEC_NULL : draw.below(2));
+    real.dec_ndgts = static_cast<int8_t>(draw.between(0, DEC_DIGITS));
+    for (uint8_t &digit : real.dec_dgts)
+        digit = static_cast<uint8_t>(draw.below(DEC_BASE));
+    if (draw.one_in(4)) reinterpret_cast<char *>(&real)[draw.below(sizeof real)] = static_cast<char>(draw.bits());
+    return real;
+}
+
+// Of what the module left, what the program gets.
+t_DECIMAL plain_real(const t_DECIMAL &left)
+{
+    int32_t found;
+    const t_DECIMAL null = {0, DEC_NULL, 0, {}};
+    return wire::real_fault(&left, &found) == REAL_SOUND ? left : null;
+}
+
+double plain_double(const t_DECIMAL &left)
+{
+    const t_DECIMAL real = plain_real(left);
+    double value = std::nan("");
+    if (real.dec_pos != DEC_NULL) dectodbl(&real, &value);
+    return value;
+}
+
+} // namespace
+
+TEST_P(SharedBytes, of_doubles_are_those_of_each_alone)
+{
+    model::Draw draw;
+    for (model::Rounds rounds(2000); rounds.more();) {
+        std::vector<double> values(static_cast<size_t>(draw.between(1, 40)));
+        for (double &value : values)
+            value = any_double(draw);
+        std::vector<t_DECIMAL> expected(values.size());
+        size_t sound = 0;
+        while (sound < values.size() && deccvdbl(values[sound], &expected[sound]) == DEC_OK)
+            sound++;
+        ka_begin(host, "describe");
+        const int32_t status = ka_add_doubles(host, values.data(), static_cast<int32_t>(values.size()), KA_BY_VALUE);
+        ASSERT_EQ(status, sound == values.size() ? KA_DONE : KA_ARGUMENT);
+        if (status == KA_DONE)
+            ASSERT_EQ(std::memcmp(bytes_of(1), expected.data(), expected.size() * sizeof expected[0]), 0)
+                << "in round " << rounds.number();
+        else
+            ASSERT_NE(error_text(host).find("element " + std::to_string(sound) + ":"), std::string::npos)
+                << error_text(host);
+    }
+}
+
+TEST_P(SharedBytes, of_many_reals_are_given_back_as_those_of_each_alone)
+{
+    constexpr int32_t count = 300;
+    ka_begin(host, "scale_one");
+    ka_add_doubles(host, std::vector<double>(count, 1).data(), count, KA_BY_REFERENCE);
+    ka_add_double(host, 1, KA_BY_VALUE);
+    char *bytes = bytes_of(1);
+    ASSERT_EQ(call(host), 0);
+    model::Draw draw;
+    for (model::Rounds rounds(500); rounds.more();) {
+        std::vector<t_DECIMAL> left(count);
+        for (t_DECIMAL &real : left)
+            real = any_real(draw);
+        std::memcpy(bytes, left.data(), left.size() * sizeof left[0]);
+        std::vector<t_DECIMAL> got(count);
+        std::vector<double> as_doubles(count);
+        ASSERT_EQ(ka_get_reals(host, 1, got.data(), count), KA_DONE);
+        ASSERT_EQ(ka_get_doubles(host, 1, as_doubles.data(), count), KA_DONE);
+        for (size_t i = 0; i < count; i++) {
+            const t_DECIMAL expected = plain_real(left[i]);
+            const double as_double = plain_double(left[i]);
+            ASSERT_EQ(std::memcmp(&got[i], &expected, sizeof expected), 0) << i << " in round " << rounds.number();
+            ASSERT_EQ(std::memcmp(&as_doubles[i], &as_double, sizeof as_double), 0)
+                << i << " in round " << rounds.number();
+        }
+    }
+}
+
+TEST_P(SharedBytes, of_strings_of_any_length_are_theirs_and_zeros)
+{
+    std::string characters;
+    for (int i = 0; i < 80; i++)
+        characters += static_cast<char>('!' + i);
+    for (int32_t room = 1; room < 75; room++) {
+        std::vector<ka_text> texts;
+        std::string expected;
+        for (int32_t length = 0; length <= room; length++) {
+            texts.push_back({characters.data(), length});
+            expected.append(reinterpret_cast<const char *>(&length), sizeof length);
+            expected += characters.substr(0, static_cast<size_t>(length));
+            expected.append(static_cast<size_t>((room + 3) / 4 * 4 - length), '\0');
+        }
+        ka_begin(host, "describe");
+        ka_add_strings(host, texts.data(), static_cast<int32_t>(texts.size()), room, KA_BY_VALUE);
+        ASSERT_EQ(std::string(bytes_of(1), expected.size()), expected) << room;
+    }
 }

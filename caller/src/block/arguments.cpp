@@ -6,8 +6,11 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "base/copy.h"
 #include "host/host.h"
 #include "segment.h"
+#include "wire/sure_pair.h"
+#include "wire/sure_real.h"
 
 namespace {
 /* Where the values of an argument are; one of the pointers is used. */
@@ -72,7 +75,11 @@ static int32_t fail_passing(ka_host *host, int32_t passing)
 
 static int32_t put_integers(ka_host *host, const t_ARGUMENT *argument, const int32_t *values)
 {
-    memcpy(host->segment.base + argument->offset, values, static_cast<size_t>(argument->count) * sizeof *values);
+    char *to = host->segment.base + argument->offset;
+    if (argument->count == 1)
+        memcpy(to, values, sizeof *values); /* in one step */
+    else
+        memcpy(to, values, static_cast<size_t>(argument->count) * sizeof *values);
     return KA_DONE;
 }
 
@@ -84,31 +91,48 @@ static int32_t put_reals(ka_host *host, const t_ARGUMENT *argument, const t_DECI
     return KA_DONE;
 }
 
-static int32_t put_doubles(ka_host *host, const t_ARGUMENT *argument, const double *values)
+static int32_t put_double(ka_host *host, int32_t element, double value, char *to)
 {
-    for (int32_t i = 0; i < argument->count; i++) {
-        t_DECIMAL real;
-        if (deccvdbl(values[i], &real) != DEC_OK) {
-            char what[64];
-            snprintf(what, sizeof what, "%g cannot be held by a REAL", values[i]);
-            return fail_element(host, i, what);
-        }
-        memcpy(host->segment.base + argument->offset + static_cast<ptrdiff_t>(i) * argument->stride, &real,
-               sizeof real);
+    t_DECIMAL real;
+    if (deccvdbl(value, &real) != DEC_OK) {
+        char what[64];
+        snprintf(what, sizeof what, "%g cannot be held by a REAL", value);
+        return fail_element(host, element, what);
     }
+    memcpy(to, &real, sizeof real);
     return KA_DONE;
 }
 
-/* Room after a string is cleared, so that nothing of an earlier call shows. */
+/* Two at a time, where that needs no more than a few steps; one by one the same comes out. */
+static int32_t put_doubles(ka_host *host, const t_ARGUMENT *argument, const double *values)
+{
+    const bool in_pairs = wire::rounds_to_nearest();
+    char *to = host->segment.base + argument->offset;
+    int32_t i = 0;
+    int32_t status = KA_DONE;
+    for (; in_pairs && i < argument->count - 1 && status == KA_DONE; i += 2, to += 2 * sizeof(t_DECIMAL)) {
+        if (wire::store_sure_pair(values + i, to, to + sizeof(t_DECIMAL))) continue;
+        status = put_double(host, i, values[i], to);
+        if (status == KA_DONE) status = put_double(host, i + 1, values[i + 1], to + sizeof(t_DECIMAL));
+    }
+    for (; i < argument->count && status == KA_DONE; i++, to += sizeof(t_DECIMAL))
+        status = put_double(host, i, values[i], to);
+    return status;
+}
+
+/* The room after a string is cleared, so that nothing of an earlier call shows; its last word first, in which the
+   string may end: mostly that is all. */
 static int32_t put_strings(ka_host *host, const t_ARGUMENT *argument, const ka_text *values)
 {
-    for (int32_t i = 0; i < argument->count; i++) {
-        char *element = host->segment.base + argument->offset + static_cast<ptrdiff_t>(i) * argument->stride;
+    const size_t room = static_cast<size_t>(argument->stride) - 4;
+    char *element = host->segment.base + argument->offset + 4;
+    for (int32_t i = 0; i < argument->count; i++, element += room + 4) {
         // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.Assign): values has as many elements
         const size_t length = static_cast<size_t>(values[i].length);
-        memcpy(element, &values[i].length, 4);
-        if (length > 0) memcpy(element + 4, values[i].data, length);
-        memset(element + 4 + length, 0, static_cast<size_t>(argument->stride) - 4 - length);
+        memcpy(element - 4, &values[i].length, 4);
+        if (room > 0) memset(element + room - 4, 0, 4);
+        if (length > 0) copy_characters(element, values[i].data, length);
+        if (room - length > 3) memset(element + length, 0, room - length);
     }
     return KA_DONE;
 }
@@ -153,9 +177,13 @@ static int32_t add_argument(ka_host *host, const t_ARGUMENT *shape, int64_t stri
     int32_t status = host->building.cursor > host->segment.scratch_offset ? fail_too_big(host) : host->building.error;
     if (status == KA_DONE) {
         t_ARGUMENT *argument = &host->arguments[index];
-        *argument = *shape;
-        argument->offset = static_cast<int32_t>(offset);
-        argument->stride = static_cast<int32_t>(stride_bytes);
+        *argument = {shape->type,
+                     shape->passing,
+                     static_cast<int32_t>(offset),
+                     shape->room,
+                     static_cast<int32_t>(stride_bytes),
+                     shape->count,
+                     false};
         memset(host->segment.base + offset, 0, 4); /* read as a length even where there is no string: by a zString */
         status = put_values(host, argument, source);
         write_descriptor(host, index);

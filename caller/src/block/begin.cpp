@@ -14,7 +14,7 @@ int32_t ka_begin(ka_host *host, const char *function)
     host->building = no_building;
     host->building.cursor = VALUES_START;
     host->life.state = STATE_BUILDING;
-    show_name(host->function, function);
+    if (strcmp(host->function, function) != 0) show_name(host->function, function); /* what is shown shows itself */
     write_header(host);
     return ka_add_string(host, function, static_cast<int32_t>(strlen(function)), 0, KA_BY_VALUE);
 }

@@ -6,6 +6,7 @@
 
 #include <string.h>
 
+#include "base/copy.h"
 #include "segment.h"
 #include "wire/kinds.h"
 #include "wire/real_fault.h"
@@ -28,8 +29,7 @@ void take_results(ka_host *host)
     }
 }
 
-/* The argument, or null with the error stored. */
-static const t_ARGUMENT *find_result(ka_host *host, int32_t argument, int32_t type, int32_t count)
+static const t_ARGUMENT *refuse_result(ka_host *host, int32_t argument, int32_t type, int32_t count)
 {
     if (take_turn(host, TURN_GET) != KA_DONE) {
         /* the error is stored */
@@ -40,14 +40,22 @@ static const t_ARGUMENT *find_result(ka_host *host, int32_t argument, int32_t ty
     } else if (host->arguments[argument].type != type) {
         fail(host, KA_ARGUMENT, "argument %d of \"%s\" is %s, not %s", argument, host->function,
              wire::type_name(host->arguments[argument].type), wire::type_name(type));
-    } else if (count < 0 || count > host->arguments[argument].count) {
+    } else {
         fail(host, KA_ARGUMENT, "argument %d of \"%s\" has %d elements, not %d", argument, host->function,
              host->arguments[argument].count, count);
-    } else {
-        return &host->arguments[argument];
     }
     if (host->error.error_class == KA_ARGUMENT) host->error.argument = argument;
     return nullptr;
+}
+
+/* The argument, or null with the error stored. There are arguments in the one state only in which it is the turn of
+   their results. */
+static const t_ARGUMENT *find_result(ka_host *host, int32_t argument, int32_t type, int32_t count)
+{
+    const bool found = is_argument(host, argument) && host->arguments[argument].gives_back &&
+                       host->arguments[argument].type == type && count >= 0 &&
+                       count <= host->arguments[argument].count;
+    return found ? &host->arguments[argument] : refuse_result(host, argument, type, count);
 }
 
 static const char *element(const ka_host *host, const t_ARGUMENT *argument, int32_t index)
@@ -77,21 +85,25 @@ static_assert(wire::REAL_DIGITS_AT == offsetof(t_DECIMAL, dec_dgts) && wire::REA
 static_assert(wire::REAL_PLUS == DEC_POSITIVE && wire::REAL_MINUS == DEC_NEGATIVE && wire::REAL_NULL == DEC_NULL);
 static_assert(wire::REAL_EXPONENT_MIN == DEC_EXP_MIN && wire::REAL_EXPONENT_MAX == DEC_EXP_MAX);
 
+static constexpr wire::t_REAL_BITS null = {uint32_t{DEC_NULL} << 16, 0};
+
 t_DECIMAL read_real(const ka_host *host, const t_ARGUMENT *argument, int32_t index)
 {
-    static constexpr t_DECIMAL null = {0, DEC_NULL, 0, {}};
     t_DECIMAL real;
-    int32_t found;
-    memcpy(&real, element(host, argument, index), sizeof real);
-    return wire::real_fault(&real, &found) == REAL_SOUND ? real : null;
+    const wire::t_REAL_BITS bits = wire::load_real_bits(element(host, argument, index));
+    wire::store_real_bits(wire::is_sound(bits) ? bits : null, &real);
+    return real;
 }
 
 int32_t ka_get_reals(ka_host *host, int32_t argument, t_DECIMAL *values, int32_t count)
 {
     const t_ARGUMENT *found = find_result(host, argument, DLL_REAL, count);
     if (!found) return host->error.error_class;
-    for (int32_t i = 0; i < count; i++)
-        values[i] = read_real(host, found, i);
+    const char *from = element(host, found, 0);
+    for (int32_t i = 0; i < count; i++, from += sizeof *values) {
+        const wire::t_REAL_BITS bits = wire::load_real_bits(from);
+        wire::store_real_bits(wire::is_sound(bits) ? bits : null, &values[i]);
+    }
     return KA_DONE;
 }
 
@@ -100,9 +112,11 @@ int32_t ka_get_doubles(ka_host *host, int32_t argument, double *values, int32_t 
     const t_ARGUMENT *found = find_result(host, argument, DLL_REAL, count);
     if (!found) return host->error.error_class;
     for (int32_t i = 0; i < count; i++) {
-        const t_DECIMAL real = read_real(host, found, i);
+        t_DECIMAL real;
+        const wire::t_REAL_BITS bits = wire::load_real_bits(element(host, found, i));
+        wire::store_real_bits(bits, &real);
         values[i] = __builtin_nan("");
-        if (real.dec_pos != DEC_NULL) dectodbl(&real, &values[i]);
+        if (wire::is_sound(bits)) dectodbl(&real, &values[i]);
     }
     return KA_DONE;
 }
@@ -114,7 +128,7 @@ int32_t read_string(const ka_host *host, const t_ARGUMENT *argument, int32_t ind
     if (length < 0) length = 0;
     if (length > argument->room) length = argument->room;
     const int32_t copied = length < size ? length : size;
-    if (copied > 0) memcpy(buffer, element(host, argument, index) + 4, static_cast<size_t>(copied));
+    if (copied > 0) copy_characters(buffer, element(host, argument, index) + 4, static_cast<size_t>(copied));
     return length;
 }
 

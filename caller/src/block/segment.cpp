@@ -44,7 +44,10 @@ void store32(ka_host *host, int32_t offset, int32_t value)
 static void store_address(ka_host *host, int32_t offset, const char *address)
 {
     const uint64_t wide = reinterpret_cast<uintptr_t>(address);
-    memcpy(host->segment.base + offset, &wide, static_cast<size_t>(host->segment.layout->address_size));
+    if (host->segment.layout->address_size == sizeof wide)
+        memcpy(host->segment.base + offset, &wide, sizeof wide);
+    else
+        memcpy(host->segment.base + offset, &wide, sizeof(uint32_t));
 }
 
 int32_t descriptor_offset(const ka_host *host, int32_t index)

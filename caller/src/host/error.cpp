@@ -55,8 +55,16 @@ static int32_t retry_after(int32_t error_class, bool sent)
 
 int32_t clear_error(ka_host *host)
 {
-    host->error = {};
-    host->error.exit_status = -1;
+    ka_error *error = &host->error;
+    error->error_class = KA_DONE;
+    error->retry = KA_RETRY_NO;
+    error->sys_errno = 0;
+    error->exit_status = -1;
+    error->signal = 0;
+    error->return_code = 0;
+    error->argument = 0;
+    error->needed_bytes = 0;
+    error->message[0] = '\0';
     host->last_end.of_error = false;
     return KA_DONE;
 }
