@@ -18,6 +18,7 @@
 #include <memory>
 
 #include "bare.h"
+#include "columns.h"
 #include "ka/decimal.h"
 #include "ka/dll_block.h"
 #include "timing.h"
@@ -304,70 +305,32 @@ private:
 
 // ---- The table -------------------------------------------------------------------------------------------------
 
-struct Column {
-    std::string name;
-    bench::Burst burst;
-    size_t floor;       // the column that the ratio is to
-    double at_most = 0; // the ratio, where there is an aim
-};
-
-void print(bench::Csv &csv, const std::string &title, const std::vector<Column> &columns)
-{
-    std::vector<bench::Burst> bursts;
-    for (const Column &column : columns)
-        bursts.push_back(column.burst);
-    const std::vector<bench::Figure> figures = bench::measure(bursts);
-    std::printf("%-52s %11s %7s %11s %7s %7s\n", title.c_str(), "median ns", "ratio", "decile ns", "ratio",
-                "at most");
-    for (size_t i = 0; i < columns.size(); i++) {
-        const bench::Figure own = figures[i];
-        const bench::Figure floor = figures[columns[i].floor];
-        const bench::Figure ratio = {own.median / floor.median, own.decile / floor.decile};
-        std::printf("%-52s %11.0f %7.3f %11.0f %7.3f", columns[i].name.c_str(), own.median, ratio.median, own.decile,
-                    ratio.decile);
-        if (columns[i].at_most > 0) std::printf(" %7.2f", columns[i].at_most);
-        std::printf("\n");
-        csv.line(title, columns[i].name, own);
-        csv.line(title, columns[i].name + " / " + columns[columns[i].floor].name, ratio, columns[i].at_most);
-    }
-    std::printf("\n");
-    std::fflush(stdout);
-}
-
 void print_word_size(bench::Csv &csv, const std::string &bits, const char *adder, const char *echo, const char *bare)
 {
     BareHost by_return(bare, "return"), by_jump(bare, "jump");
     Adder module(adder);
     SocketPeer socket;
     const std::string host = "bare " + bits + "-bit host";
-    print(csv, bits + " bits: add(2, 40, &sum)",
-          {{host + ", left by a jump", by_jump.burst(), 0},
-           {host + ", left by a return", by_return.burst(), 0},
-           {"module", module.burst(), 0, 1.05},
-           {"stream socket of the UNIX domain", socket.burst(), 0},
-           {"module, beside the socket", module.burst(), 3, 1.1}});
+    bench::print(csv, bits + " bits: add(2, 40, &sum)",
+                 {{host + ", left by a jump", by_jump.burst(), 0},
+                  {host + ", left by a return", by_return.burst(), 0},
+                  {"module", module.burst(), 0, 1.05},
+                  {"stream socket of the UNIX domain", socket.burst(), 0},
+                  {"module, beside the socket", module.burst(), 3, 1.1}});
 
     BareHostWithDoubles doubles(bare, "jump");
     Reals reals(echo);
-    print(csv, bits + " bits: 1000 numbers by reference",
-          {{host + " that carries 1000 doubles", doubles.burst(), 0},
-           {"module that gets 1000 REALs as doubles", reals.burst(), 0, 6.5}});
+    bench::print(csv, bits + " bits: 1000 numbers by reference",
+                 {{host + " that carries 1000 doubles", doubles.burst(), 0},
+                  {"module that gets 1000 REALs as doubles", reals.burst(), 0, 6.5}});
 
     constexpr rlim_t few = 1024, many = 1 << 20;
     BareHost started(bare, "jump");
     Adder started_module(adder);
-    print(csv, bits + " bits: start to first reply",
-          {{host, started.first_reply(few), 0},
-           {"module", started_module.first_reply(few), 0, 1.3},
-           {"module with a limit of a million descriptors", started_module.first_reply(many), 0, 1.3}});
-}
-
-void stay_on_this_processor()
-{
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(sched_getcpu(), &one);
-    sched_setaffinity(0, sizeof one, &one);
+    bench::print(csv, bits + " bits: start to first reply",
+                 {{host, started.first_reply(few), 0},
+                  {"module", started_module.first_reply(few), 0, 1.3},
+                  {"module with a limit of a million descriptors", started_module.first_reply(many), 0, 1.3}});
 }
 
 } // namespace
@@ -382,7 +345,7 @@ int main(int argc, char **argv)
     }
     bench::Csv csv(file);
     sigprocmask(SIG_BLOCK, &calls(), nullptr);
-    stay_on_this_processor();
+    bench::stay_on_this_processor();
     for (int i = first; i < argc; i += 3) {
         const std::string bits = std::to_string(i == first ? 8 * sizeof(void *) : 32);
         print_word_size(csv, bits, argv[i], argv[i + 1], argv[i + 2]);

@@ -15,7 +15,7 @@
 /* What one side knows of its spinning so far. */
 struct t_SPIN {
     uint32_t credit;   /* a success adds one, a miss takes half; without any, most waits are not spun */
-    uint32_t waits;    /* how many there were */
+    uint32_t chances;  /* waits while the other side was on another processor */
     bool several_cpus; /* that it may run on */
 };
 
@@ -42,10 +42,10 @@ inline bool may_use_several_cpus(void)
 /* Of a wait that begins. Now and then it is tried again, and the processors are counted again. */
 inline bool spinning_pays(t_SPIN *spin, uint32_t others_cpu)
 {
-    const bool tries_again = spin->waits++ % SPIN_TRIES_AGAIN == 0;
+    if (others_cpu == 0 || others_cpu == cpu_number()) return false;
+    const bool tries_again = spin->chances++ % SPIN_TRIES_AGAIN == 0;
     if (tries_again) spin->several_cpus = may_use_several_cpus();
-    if (!spin->several_cpus || others_cpu == 0 || others_cpu == cpu_number()) return false;
-    return tries_again || spin->credit > 0;
+    return spin->several_cpus && (tries_again || spin->credit > 0);
 }
 
 /* Leaves the core to its other thread for a moment. */

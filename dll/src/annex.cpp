@@ -99,11 +99,17 @@ bool host::has_annex(void)
     return annex != nullptr;
 }
 
-/* Both are shown each time, since the module can have overwritten them. */
+/* Written only where another value is there: the caller may be looking at the words beside it. */
+static void show(uint32_t *word, uint32_t value)
+{
+    if (__atomic_load_n(word, __ATOMIC_RELAXED) != value) __atomic_store_n(word, value, __ATOMIC_SEQ_CST);
+}
+
+/* Both each time, since the module can have overwritten them. */
 static void show_counts(void)
 {
-    __atomic_store_n(&annex->done, done, __ATOMIC_SEQ_CST);
-    __atomic_store_n(&annex->started, started, __ATOMIC_SEQ_CST);
+    show(&annex->done, done);
+    show(&annex->started, started);
 }
 
 void host::begin_call(void)
@@ -164,19 +170,17 @@ bool host::may_come_quietly(void)
     return annex != nullptr && quiet;
 }
 
-/* Written only where it is another: the caller may be looking at the words beside it. */
 static void say(uint32_t how)
 {
     waits = how;
-    if (__atomic_load_n(&annex->waits, __ATOMIC_RELAXED) != how)
-        __atomic_store_n(&annex->waits, how, __ATOMIC_SEQ_CST);
+    show(&annex->waits, how);
 }
 
 /* A caller that does without has never been told anything else than what the wiped annex says. */
 void host::before_reply(bool waits_quietly)
 {
     if (annex == nullptr || (!quiet && waits == wire::HOST_IN_SIGSUSPEND)) return;
-    annex->host_cpu = wire::cpu_number();
+    show(&annex->host_cpu, wire::cpu_number());
     say(quiet && waits_quietly ? wire::HOST_AWAKE : wire::HOST_IN_SIGSUSPEND);
 }
 
@@ -187,25 +191,15 @@ static bool has_quiet_request(void)
     return __atomic_load_n(&annex->request, __ATOMIC_SEQ_CST) == taken + 1;
 }
 
-/* Whatever stands there: when it changes, or a handler has run, or the time is over. */
-static void sleep_on_request(int64_t ns)
-{
-    const uint32_t now = __atomic_load_n(&annex->request, __ATOMIC_SEQ_CST);
-    if (now == taken + 1) return;
-    const struct timespec timeout = {0, static_cast<long>(ns)};
-    syscall(SYS_futex, &annex->request, FUTEX_WAIT, now, &timeout, nullptr, 0);
-}
-
+/* For 2 ms at most. Whatever ends the sleep before that without a request, a handler of the module's or a word that
+   was overwritten: the wait for signals follows. */
 static bool sleep_until_quiet_request(void)
 {
-    constexpr int64_t longest = 2 * wire::NS_PER_MS;
-    const int64_t end = wire::clock_ns() + longest;
+    constexpr struct timespec longest = {0, 2 * wire::NS_PER_MS};
     say(wire::HOST_SLEEPS_ON_REQUEST);
-    for (int64_t left = longest; left > 0; left = end - wire::clock_ns()) {
-        sleep_on_request(left);
-        if (has_quiet_request()) return true;
-    }
-    return false;
+    const uint32_t now = __atomic_load_n(&annex->request, __ATOMIC_SEQ_CST);
+    if (now != taken + 1) syscall(SYS_futex, &annex->request, FUTEX_WAIT, now, &longest, nullptr, 0);
+    return has_quiet_request();
 }
 
 /* Where the word cannot be taken back, the caller has seen it and sends the signal. */

@@ -188,8 +188,8 @@ int32_t ka_call(ka_host *host, int32_t *return_code)
         host->error = host->build_failure;
         return host->building.error;
     }
-    const int64_t deadline = deadline_after_ms(host->options.deadline_ms);
     host->building.called_ns = now_ns();
+    const int64_t deadline = host->building.called_ns + host->options.deadline_ms * NS_PER_MS;
     int32_t status = look_before_call(host, deadline);
     if (status == KA_DONE) {
         host->life.state = STATE_BUILDING;

@@ -16,12 +16,16 @@
 
 enum { INTERRUPTED = -2 };
 
+static struct timespec time_of(int64_t ns)
+{
+    return {static_cast<time_t>(ns / NS_PER_S), static_cast<long>(ns % NS_PER_S)};
+}
+
 /* None when until is 0 or has passed. */
 static struct timespec time_left(int64_t until)
 {
-    int64_t left = until > 0 ? until - now_ns() : 0;
-    if (left < 0) left = 0;
-    return {static_cast<time_t>(left / NS_PER_S), static_cast<long>(left % NS_PER_S)};
+    const int64_t left = until > 0 ? until - now_ns() : 0;
+    return time_of(left > 0 ? left : 0);
 }
 
 /* A thread that waits the safe way opens SIGUSR2 for the wait alone, and whatever interrupts it is a hint to look.
@@ -61,15 +65,14 @@ int wait_until(const ka_host *host, int pipe_fd, int64_t until)
     return error != 0 && error != EAGAIN ? fail_waiting(error) : woken;
 }
 
-static void sleep_while(const void *word, uint32_t value, int64_t until)
+static void sleep_while(const void *word, uint32_t value, struct timespec timeout)
 {
-    const struct timespec timeout = time_left(until);
     syscall(SYS_futex, word, FUTEX_WAIT, value, &timeout, nullptr, 0);
 }
 
 void sleep_until_offer(ka_host *host, int64_t until)
 {
-    sleep_while(&host->segment.annex->host, 0, until);
+    sleep_while(&host->segment.annex->host, 0, time_left(until));
 }
 
 void spin_for_reply(ka_host *host)
@@ -90,8 +93,9 @@ bool sleep_on_life(ka_host *host, int64_t until)
         if (!host_uses_annex(host)) return false;
         uint32_t alive = static_cast<uint32_t>(host->process.pid);
         __atomic_compare_exchange_n(life, &alive, waited_for, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
-        if (has_replied(host) || now_ns() >= until) return true;
-        sleep_while(life, waited_for, until);
+        const int64_t left = until - now_ns();
+        if (has_replied(host) || left <= 0) return true;
+        sleep_while(life, waited_for, time_of(left));
     }
     return true;
 }
