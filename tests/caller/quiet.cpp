@@ -239,6 +239,46 @@ TEST_P(Fast, a_death_ends_the_call_whenever_it_comes)
     }
 }
 
+// The host, too, is in one of its waits.
+TEST_P(Fast, the_callers_death_ends_the_host_whenever_it_comes)
+{
+    for (int32_t us : {0, 20, 500, 3000}) {
+        int ends_of_pipe[2];
+        ASSERT_EQ(pipe(ends_of_pipe), 0);
+        const pid_t caller = fork();
+        if (caller == 0) {
+            Host host(fast());
+            for (int32_t i = 0; i < 5; i++)
+                call_with(host, "give_code", i);
+            const pid_t pid = ka_pid(host);
+            if (write(ends_of_pipe[1], &pid, sizeof pid) != sizeof pid) _exit(1);
+            usleep(static_cast<useconds_t>(us));
+            kill(getpid(), SIGKILL);
+        }
+        pid_t pid = 0;
+        EXPECT_EQ(read(ends_of_pipe[0], &pid, sizeof pid), static_cast<ssize_t>(sizeof pid));
+        EXPECT_EQ(waitpid(caller, nullptr, 0), caller);
+        EXPECT_TRUE(ends(pid));
+        close(ends_of_pipe[0]);
+        close(ends_of_pipe[1]);
+    }
+}
+
+// Where it may, the caller even has a priority of real time, before which the host does not run on the same
+// processor.
+TEST_P(Fast, unequal_priorities_hold_no_call_up)
+{
+    Host host(fast());
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    const sched_param lowest = {};
+    const sched_param real_time = {1};
+    ASSERT_EQ(setpriority(PRIO_PROCESS, static_cast<id_t>(ka_pid(host)), 19), 0);
+    sched_setscheduler(0, SCHED_FIFO, &real_time);
+    for (int32_t i = 0; i < 50; i++)
+        EXPECT_EQ(call_with(host, "give_code", i), i);
+    sched_setscheduler(0, SCHED_OTHER, &lowest);
+}
+
 TEST_P(Fast, a_death_between_calls_is_seen_by_the_next)
 {
     Host host(fast());
