@@ -125,11 +125,13 @@ TEST_P(Strays, at_a_host_inside_a_function_do_not_reach_the_next_call)
     }
 }
 
-// The second performance calls back when the call has had its answer already.
+// The second performance calls back when the call has had its answer already. With the fast transport the host takes
+// the signal when it has waited in vain for another call, mostly too late for a second performance.
 TEST_P(Strays, at_a_host_inside_a_function_that_calls_back_hold_nobody_up)
 {
     bool came_in_time = false; // before argc was taken back
-    for (int32_t i = 0; i < 5 || (!came_in_time && i < 500); i++) {
+    for (int32_t i = 0; i < 5 || (!came_in_time && i < 500 && default_options().transport != KA_TRANSPORT_FAST);
+         i++) {
         int32_t asked = 0;
         Host host([&](ka_options &options) {
             layout()(options);
@@ -144,7 +146,7 @@ TEST_P(Strays, at_a_host_inside_a_function_that_calls_back_hold_nobody_up)
         came_in_time |= asked > 1;
         if (HasFailure()) return;
     }
-    EXPECT_TRUE(came_in_time);
+    EXPECT_TRUE(came_in_time || default_options().transport == KA_TRANSPORT_FAST);
 }
 
 static void begin_early_reply(ka_host *host, int32_t offset_of_retcode, int32_t ms)
