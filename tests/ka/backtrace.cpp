@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "call/backtrace.h"
@@ -146,4 +149,37 @@ TEST(Backtrace, that_does_not_fit_is_cut_at_a_line)
     EXPECT_LT(seen.text.size(), 200u);
     EXPECT_TRUE(has(seen.text, {"#0  recurse"}));
     EXPECT_EQ(seen.text.back(), '\n');
+}
+
+// ---- Libraries that few runs of ka need ------------------------------------------------------------------------
+
+static std::string output_of(const std::string &command)
+{
+    const std::unique_ptr<FILE, int (*)(FILE *)> output(popen((command + " 2>&1").c_str(), "r"), pclose);
+    std::string text;
+    char part[1024];
+    while (const size_t length = fread(part, 1, sizeof part, output.get()))
+        text.append(part, length);
+    return text;
+}
+
+TEST(Backtrace, that_cannot_be_had_without_its_library_says_so)
+{
+    char folder[] = "/tmp/ka-test-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::string library = folder + std::string("/libdw.so.1");
+    std::ofstream(library) << "not a library";
+    const std::string shown =
+        output_of("LD_LIBRARY_PATH=" + std::string(folder) + " " KA_COMMAND " call " + with_lines + " crash");
+    EXPECT_TRUE(has(shown, {"was killed by SIGSEGV", "fault at address 0x10", "no backtrace: ", "libdw.so.1"}));
+    std::remove(library.c_str());
+    std::remove(folder);
+}
+
+TEST(Backtrace, library_is_loaded_by_no_run_that_shows_none)
+{
+    const std::string loaded = output_of("LD_TRACE_LOADED_OBJECTS=1 " KA_COMMAND);
+    EXPECT_NE(loaded.find("libc.so"), std::string::npos) << loaded;
+    for (const char *seldom_needed : {"libdw", "libelf", "libedit"})
+        EXPECT_EQ(loaded.find(seldom_needed), std::string::npos) << loaded;
 }

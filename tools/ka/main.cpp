@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <iostream>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 #include <vector>
 
@@ -32,6 +33,33 @@ static int show_help(const CLI::App &app, const CLI::Success &help)
     return std::cout.flush() ? status : report_error(EXIT_USAGE, "the help could not be written");
 }
 
+static constexpr struct {
+    std::string_view name;
+    void (*add)(CLI::App &app, int &exit_status);
+} commands[] = {
+    {"list", add_list_command},       {"call", add_call_command},
+    {"shell", add_shell_command},     {"real", add_real_command},
+    {"check", add_check_command},     {"dump", add_dump_command},
+    {"explain", add_explain_command}, {"trace", add_trace_command},
+    {"manual", add_manual_command},   {"completion", add_completion_command},
+};
+
+// Of most command lines the first word says whose options are needed; to declare those of all takes longer than some
+// of them run. The manual and the completion are about all of them, and so are --help and a misspelt name.
+static void add_commands(CLI::App &app, int &exit_status, int argc, char **argv)
+{
+    const std::string_view first = argc > 1 ? argv[1] : "";
+    if (argc == 2 && first == "--version") return;
+    const bool is_about_all = first == "manual" || first == "completion";
+    for (const auto &command : commands) {
+        if (is_about_all || command.name != first) continue;
+        command.add(app, exit_status);
+        return;
+    }
+    for (const auto &command : commands)
+        command.add(app, exit_status);
+}
+
 static int run(int argc, char **argv)
 {
     CLI::App app("Calls functions of modules, each in a process of its own, and looks at REALs.", "ka");
@@ -39,16 +67,7 @@ static int run(int argc, char **argv)
     shorten_help(app);
     app.set_version_flag("--version", "ka " KA_VERSION);
     app.require_subcommand(0, 1);
-    add_list_command(app, exit_status);
-    add_call_command(app, exit_status);
-    add_shell_command(app, exit_status);
-    add_real_command(app, exit_status);
-    add_check_command(app, exit_status);
-    add_dump_command(app, exit_status);
-    add_explain_command(app, exit_status);
-    add_trace_command(app, exit_status);
-    add_manual_command(app, exit_status);
-    add_completion_command(app, exit_status);
+    add_commands(app, exit_status, argc, argv);
     app.footer(exit_status_help());
     // Not a subcommand: the words that follow are unfinished.
     if (argc > 1 && std::string(argv[1]) == "complete") {

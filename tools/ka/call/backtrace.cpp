@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <cxxabi.h>
-#include <elfutils/libdwfl.h>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "debug_library.h"
 
 namespace {
 
@@ -28,6 +28,12 @@ constexpr size_t lines_at_the_bottom = 24; // of them, when they are not enough
 constexpr size_t longest_cycle = 8;        // functions that call each other in turn
 constexpr size_t least_repeats = 4;        // of a cycle that is folded
 constexpr uint64_t near_stack = 1 << 16;   // of the stack pointer: what a function can reach below it in one step
+
+const DebugLibrary &library()
+{
+    static const DebugLibrary opened;
+    return opened;
+}
 
 struct Frame {
     Dwarf_Addr address; // of the instruction, or of the one after a call
@@ -53,8 +59,8 @@ std::string file_name(const char *path)
 std::string source_line(Dwfl_Module *module, Dwarf_Addr address)
 {
     int line = 0;
-    Dwfl_Line *found = dwfl_module_getsrc(module, address);
-    const char *file = found ? dwfl_lineinfo(found, nullptr, &line, nullptr, nullptr, nullptr) : nullptr;
+    Dwfl_Line *found = library().dwfl_module_getsrc(module, address);
+    const char *file = found ? library().dwfl_lineinfo(found, nullptr, &line, nullptr, nullptr, nullptr) : nullptr;
     return file ? " at " + printable(file) + ":" + std::to_string(line) : "";
 }
 
@@ -62,14 +68,15 @@ std::string source_line(Dwfl_Module *module, Dwarf_Addr address)
 std::string describe(Dwfl *dwfl, const Frame &frame)
 {
     const Dwarf_Addr inside = frame.is_exact ? frame.address : frame.address - 1;
-    Dwfl_Module *module = dwfl_addrmodule(dwfl, inside);
+    Dwfl_Module *module = library().dwfl_addrmodule(dwfl, inside);
     if (!module) return hex_number(frame.address);
     GElf_Off offset = 0;
     GElf_Sym symbol;
     Dwarf_Addr start = 0;
-    const char *path = dwfl_module_info(module, nullptr, &start, nullptr, nullptr, nullptr, nullptr, nullptr);
+    const char *path =
+        library().dwfl_module_info(module, nullptr, &start, nullptr, nullptr, nullptr, nullptr, nullptr);
     const std::string file = path ? file_name(path) : "?";
-    const char *name = dwfl_module_addrinfo(module, inside, &offset, &symbol, nullptr, nullptr, nullptr);
+    const char *name = library().dwfl_module_addrinfo(module, inside, &offset, &symbol, nullptr, nullptr, nullptr);
     if (!name) return file + "+" + hex_number(frame.address - start);
     const std::string line = source_line(module, inside);
     if (!line.empty()) return readable(name) + line;
@@ -95,7 +102,7 @@ int add_frame(Dwfl_Frame *state, void *argument)
 {
     auto *unwinding = static_cast<Unwinding *>(argument);
     Frame frame = {};
-    if (!dwfl_frame_pc(state, &frame.address, &frame.is_exact)) return DWARF_CB_ABORT;
+    if (!library().dwfl_frame_pc(state, &frame.address, &frame.is_exact)) return DWARF_CB_ABORT;
     unwinding->frames.push_back(frame);
     const size_t count = unwinding->frames.size();
     const bool is_late = count % 1024 == 0 && std::chrono::steady_clock::now() > unwinding->end;
@@ -184,19 +191,19 @@ std::string show_all(Dwfl *dwfl, const Unwinding &unwinding)
 // ---- A process -------------------------------------------------------------------------------------------------
 
 // Debug information is taken from the file itself and from the local directories for it; nothing is fetched.
-const Dwfl_Callbacks callbacks = {.find_elf = dwfl_linux_proc_find_elf,
-                                  .find_debuginfo = dwfl_build_id_find_debuginfo,
-                                  .section_address = nullptr,
-                                  .debuginfo_path = nullptr};
-
 std::string backtrace(int32_t pid)
 {
-    const std::unique_ptr<Dwfl, decltype(&dwfl_end)> dwfl(dwfl_begin(&callbacks), dwfl_end);
-    if (!dwfl || dwfl_linux_proc_report(dwfl.get(), pid) != 0) return "";
-    dwfl_report_end(dwfl.get(), nullptr, nullptr);
-    if (dwfl_linux_proc_attach(dwfl.get(), pid, true) != 0) return "";
+    if (!library().is_whole()) return "no backtrace: " + printable(library().why_not()) + "\n";
+    const Dwfl_Callbacks callbacks = {.find_elf = library().dwfl_linux_proc_find_elf,
+                                      .find_debuginfo = library().dwfl_build_id_find_debuginfo,
+                                      .section_address = nullptr,
+                                      .debuginfo_path = nullptr};
+    const std::unique_ptr<Dwfl, decltype(&dwfl_end)> dwfl(library().dwfl_begin(&callbacks), library().dwfl_end);
+    if (!dwfl || library().dwfl_linux_proc_report(dwfl.get(), pid) != 0) return "";
+    library().dwfl_report_end(dwfl.get(), nullptr, nullptr);
+    if (library().dwfl_linux_proc_attach(dwfl.get(), pid, true) != 0) return "";
     Unwinding unwinding;
-    dwfl_getthread_frames(dwfl.get(), pid, add_frame, &unwinding); // fails at the end of what can be unwound
+    library().dwfl_getthread_frames(dwfl.get(), pid, add_frame, &unwinding); // fails where no more can be unwound
     return show_all(dwfl.get(), unwinding);
 }
 

@@ -9,9 +9,12 @@
 #include <csignal>
 #include <iostream>
 #include <poll.h>
+#include <stdexcept>
 #include <unistd.h>
 
 #include "base/terminal.h"
+#include "base/text.h"
+#include "edit_library.h"
 #include "history.h"
 
 namespace {
@@ -56,46 +59,54 @@ void wake_by_stops_and_windows()
 // elsewhere.
 void show_again(EditLine *line)
 {
-    el_set(line, EL_PREP_TERM, 1);
-    el_resize(line);
-    el_set(line, EL_REFRESH);
+    edit_library().el_set(line, EL_PREP_TERM, 1);
+    edit_library().el_resize(line);
+    edit_library().el_set(line, EL_REFRESH);
 }
 
 } // namespace
 
+const EditLibrary &edit_library()
+{
+    static const EditLibrary opened;
+    if (!opened.is_whole()) throw std::runtime_error("lines cannot be edited: " + printable(opened.why_not()));
+    return opened;
+}
+
 Editor::Editor(std::string prompt, Completer completer, int interruption)
     : prompt_(std::move(prompt)), completer_(std::move(completer)), interruption_(interruption),
-      history_file_(history_file()), history_(history_init()), line_(el_init("ka", stdin, stderr, stderr))
+      history_file_(history_file()), history_(edit_library().history_init()),
+      line_(edit_library().el_init("ka", stdin, stderr, stderr))
 {
     std::setlocale(LC_CTYPE, "");
     wake_by_stops_and_windows();
-    el_set(line_, EL_CLIENTDATA, this);
-    el_set(line_, EL_PROMPT, prompt_of);
-    el_set(line_, EL_EDITOR, "emacs");
-    el_set(line_, EL_SIGNAL, 1); // the terminal's mode survives a stop; a new width of the window counts
-    el_set(line_, EL_GETCFN, read_key);
-    el_set(line_, EL_HIST, history, history_);
-    el_set(line_, EL_ADDFN, "ka-complete", "completes the word", complete);
-    el_set(line_, EL_BIND, "^I", "ka-complete", nullptr);
-    el_set(line_, EL_BIND, "^R", "em-inc-search-prev", nullptr);
-    el_source(line_, nullptr); // ~/.editrc has the last word
+    edit_library().el_set(line_, EL_CLIENTDATA, this);
+    edit_library().el_set(line_, EL_PROMPT, prompt_of);
+    edit_library().el_set(line_, EL_EDITOR, "emacs");
+    edit_library().el_set(line_, EL_SIGNAL, 1); // the mode survives a stop; a new width of the window counts
+    edit_library().el_set(line_, EL_GETCFN, read_key);
+    edit_library().el_set(line_, EL_HIST, edit_library().history, history_);
+    edit_library().el_set(line_, EL_ADDFN, "ka-complete", "completes the word", complete);
+    edit_library().el_set(line_, EL_BIND, "^I", "ka-complete", nullptr);
+    edit_library().el_set(line_, EL_BIND, "^R", "em-inc-search-prev", nullptr);
+    edit_library().el_source(line_, nullptr); // ~/.editrc has the last word
     HistEvent event;
-    history(history_, &event, H_SETSIZE, static_cast<int>(history_lines));
-    history(history_, &event, H_SETUNIQUE, 1);
+    edit_library().history(history_, &event, H_SETSIZE, static_cast<int>(history_lines));
+    edit_library().history(history_, &event, H_SETUNIQUE, 1);
     for (const std::string &line : read_history(history_file_))
-        history(history_, &event, H_ENTER, line.c_str());
+        edit_library().history(history_, &event, H_ENTER, line.c_str());
 }
 
 Editor::~Editor()
 {
-    el_end(line_);
-    history_end(history_);
+    edit_library().el_end(line_);
+    edit_library().history_end(history_);
 }
 
 Editor &Editor::of(EditLine *line)
 {
     Editor *editor = nullptr;
-    el_get(line, EL_CLIENTDATA, &editor);
+    edit_library().el_get(line, EL_CLIENTDATA, &editor);
     return *editor;
 }
 
@@ -116,7 +127,7 @@ void Editor::take_typed_ahead()
         if (length == 0) typed_ahead_ += ctrl_d;
         if (length <= 0) break;
     }
-    el_set(line_, EL_PREP_TERM, 1);
+    edit_library().el_set(line_, EL_PREP_TERM, 1);
 }
 
 ssize_t Editor::read_byte(char &byte)
@@ -152,7 +163,7 @@ int Editor::read_key(EditLine *line, wchar_t *key)
 
 unsigned char Editor::complete(EditLine *line, int)
 {
-    const LineInfo *typed = el_line(line);
+    const LineInfo *typed = edit_library().el_line(line);
     const std::string before(typed->buffer, typed->cursor);
     const Completion completion = of(line).completer_(before);
     const std::string word = before.substr(completion.begin);
@@ -164,7 +175,7 @@ unsigned char Editor::complete(EditLine *line, int)
     const std::string start = common_start(completion.words);
     const bool is_whole = completion.words.size() == 1;
     const std::string more = start.substr(word.size()) + (is_whole ? " " : "");
-    if (!more.empty()) return el_insertstr(line, more.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+    if (!more.empty()) return edit_library().el_insertstr(line, more.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
     list_words(completion.words);
     return CC_REDISPLAY;
 }
@@ -173,8 +184,8 @@ void Editor::remember(const std::string &line)
 {
     HistEvent event;
     if (line.find_first_not_of(" \t") == std::string::npos || line.starts_with(' ')) return;
-    const bool is_last = history(history_, &event, H_FIRST) != -1 && event.str == line;
-    history(history_, &event, H_ENTER, line.c_str());
+    const bool is_last = edit_library().history(history_, &event, H_FIRST) != -1 && event.str == line;
+    edit_library().history(history_, &event, H_ENTER, line.c_str());
     if (!is_last) add_to_history(history_file_, line);
 }
 
@@ -188,7 +199,7 @@ const char *Editor::edit_line(int &length)
     sigaddset(&waking, SIGWINCH);
     sigprocmask(SIG_BLOCK, &waking, &open_mask_);
     take_typed_ahead();
-    const char *typed = el_gets(line_, &length);
+    const char *typed = edit_library().el_gets(line_, &length);
     sigprocmask(SIG_SETMASK, &open_mask_, nullptr);
     return typed;
 }
