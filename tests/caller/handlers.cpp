@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Programs that handle SIGUSR2 themselves: what is not a host's reaches their handler, what is a host's never does.
-#include "caller/hosts.h"
+#include "caller/many_calls.h"
 
 #include <atomic>
 #include <csignal>
@@ -103,19 +103,6 @@ private:
     struct sigaction before_;
     sigset_t mask_;
 };
-
-void adding_one(ka_options &options)
-{
-    options.callback = [](ka_host *, int32_t value, void *) { return value + 1; };
-}
-
-void call_many(ka_host *host, int32_t count)
-{
-    for (int32_t i = 0; i < count; i++) {
-        ASSERT_EQ(call_with(host, "give_code", i), i);
-        ASSERT_EQ(call_with(host, "ask", i), i + 1);
-    }
-}
 
 // A process that sends 1, 2, 3... up to the count, each when the one before was acknowledged. One that is sent while
 // a reply is pending is lost in the kernel, as standard signals are; it is sent again.

@@ -9,16 +9,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// A process that signals another as often as it can while it lives.
+// A process that signals another while it lives: as often as it can, or after pauses.
 struct Storm {
-    explicit Storm(pid_t target)
+    explicit Storm(pid_t target, useconds_t pause_us = 20)
     {
         pid = fork();
         if (pid != 0) return;
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         for (;;) {
             kill(target, SIGUSR2);
-            usleep(20);
+            usleep(pause_us);
         }
     }
     ~Storm()

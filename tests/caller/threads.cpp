@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Programs with threads: those that call, and those that only happen to be there with SIGUSR2 unblocked.
-#include "caller/hosts.h"
+#include "caller/many_calls.h"
 
 #include <atomic>
 #include <csignal>
@@ -35,34 +35,20 @@ private:
     std::vector<std::thread> threads_;
 };
 
-void adding_one(ka_options &options)
-{
-    options.callback = [](ka_host *, int32_t value, void *) { return value + 1; };
-}
-
-// Calls and call-backs, each with a result of its own.
-void call_many(ka_host *host, int32_t first, int32_t count)
-{
-    for (int32_t i = first; i < first + count; i++) {
-        ASSERT_EQ(call_with(host, "give_code", i), i);
-        ASSERT_EQ(call_with(host, "ask", i), i + 1);
-    }
-}
-
 } // namespace
 
 TEST(Threads, idle_ones_with_the_signal_unblocked_survive)
 {
     const Idlers idlers(4);
     Host host(adding_one);
-    call_many(host, 0, 1000);
+    call_many(host, 1000);
 }
 
 // The main thread is the kernel's first choice, and here it does not call.
 TEST(Threads, main_thread_that_only_waits_survives)
 {
     Host host(adding_one);
-    std::thread([&] { call_many(host, 0, 1000); }).join();
+    std::thread([&] { call_many(host, 1000); }).join();
 }
 
 TEST(Threads, eight_call_a_host_each)
@@ -74,7 +60,7 @@ TEST(Threads, eight_call_a_host_each)
                 adding_one(options);
                 options.layout = i % 2 ? KA_LAYOUT_64 : KA_LAYOUT_NATIVE;
             });
-            call_many(host, 100000 * i, 1000);
+            call_many(host, 1000, 100000 * i);
         });
     for (std::thread &thread : threads)
         thread.join();
@@ -90,7 +76,7 @@ TEST(Threads, some_with_the_signal_blocked_call_too)
             sigaddset(&set, SIGUSR2);
             if (i % 2) pthread_sigmask(SIG_BLOCK, &set, nullptr);
             Host host(adding_one);
-            call_many(host, 1000 * i, 500);
+            call_many(host, 500, 1000 * i);
         });
     for (std::thread &thread : threads)
         thread.join();
@@ -103,7 +89,7 @@ TEST(Threads, hosts_are_opened_and_closed_while_others_call)
         threads.emplace_back([i] {
             for (int k = 0; k < 25; k++) {
                 Host host(adding_one);
-                call_many(host, 100 * i, 10);
+                call_many(host, 10, 100 * i);
             }
         });
     for (std::thread &thread : threads)
@@ -127,7 +113,7 @@ TEST(Threads, host_is_handed_from_thread_to_thread)
 {
     Host host(adding_one);
     for (int32_t i = 0; i < 200; i++)
-        std::thread([&] { call_many(host, i, 1); }).join();
+        std::thread([&] { call_many(host, 1, i); }).join();
 }
 
 TEST(Threads, child_of_fork_opens_hosts_of_its_own)
@@ -139,7 +125,7 @@ TEST(Threads, child_of_fork_opens_hosts_of_its_own)
         alarm(30);
         {
             Host own(adding_one);
-            call_many(own, 7, 100);
+            call_many(own, 100, 7);
         }
         // Without hosts the signal is what it was: it ends the process.
         if (!testing::Test::HasFailure()) raise(SIGUSR2);
@@ -192,7 +178,7 @@ TEST(Threads, fork_while_others_call_leaves_the_child_usable)
             alarm(30);
             {
                 Host own(adding_one);
-                call_many(own, 1, 5);
+                call_many(own, 5, 1);
             }
             _exit(testing::Test::HasFailure() ? 1 : 0);
         }

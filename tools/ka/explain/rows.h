@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What every number, name and message means that hosts, modules and the libraries produce, and the exit statuses of ka.
+// What every number, name and message means that hosts, modules and the libraries produce, and what the exit statuses
+// of ka mean.
 #ifndef KA_TOOL_EXPLAIN_ROWS_H
 #define KA_TOOL_EXPLAIN_ROWS_H
 
