@@ -131,7 +131,7 @@ static inline bool store_sure_pair(const double *from, char *first, char *second
     store_pair_header(points, 0, 32 - __builtin_clz(nonzero & 0xFF), first);
     _mm_storel_epi64(static_cast<__m128i *>(static_cast<void *>(first + 4)), digits);
     store_pair_header(points, 1, 24 - __builtin_clz(nonzero), second);
-    _mm_storeh_pd(static_cast<double *>(static_cast<void *>(second + 4)), _mm_castsi128_pd(digits));
+    _mm_storel_epi64(static_cast<__m128i *>(static_cast<void *>(second + 4)), _mm_unpackhi_epi64(digits, digits));
     return true;
 }
 

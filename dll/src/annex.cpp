@@ -202,25 +202,36 @@ static bool sleep_until_quiet_request(void)
     return has_quiet_request();
 }
 
-/* Where the word cannot be taken back, the caller has seen it and sends the signal. */
-static bool comes_at_last(void)
+/* Of the word that says so; false where the caller has seen it, and sends the signal. */
+static bool take_back_wait_for_signal(void)
 {
     uint32_t said = wire::HOST_IN_SIGSUSPEND;
+    if (!__atomic_compare_exchange_n(&annex->waits, &said, uint32_t{wire::HOST_AWAKE}, false, __ATOMIC_SEQ_CST,
+                                     __ATOMIC_SEQ_CST))
+        return false;
+    waits = wire::HOST_AWAKE;
+    return true;
+}
+
+static bool comes_at_last(void)
+{
     say(wire::HOST_IN_SIGSUSPEND);
-    if (!has_quiet_request()) return false;
-    return __atomic_compare_exchange_n(&annex->waits, &said, uint32_t{wire::HOST_AWAKE}, false, __ATOMIC_SEQ_CST,
-                                       __ATOMIC_SEQ_CST);
+    return has_quiet_request() && take_back_wait_for_signal();
+}
+
+static bool comes_quietly(void)
+{
+    if (waits == wire::HOST_IN_SIGSUSPEND && !take_back_wait_for_signal()) return false;
+    if (has_quiet_request()) return true;
+    const bool spins = spin_us > 0 && wire::spinning_pays(&spin, caller_cpu);
+    if (spins && wire::spin_until(&spin, spin_us, has_quiet_request)) return true;
+    return sleep_until_quiet_request() || comes_at_last();
 }
 
 bool host::await_quietly(void)
 {
-    if (!may_come_quietly()) return false;
-    if (has_quiet_request()) return true;
-    const bool spins = spin_us > 0 && wire::spinning_pays(&spin, caller_cpu);
-    if (spins && wire::spin_until(&spin, spin_us, has_quiet_request)) return true;
-    if (sleep_until_quiet_request() || comes_at_last()) return true;
-    quiet = false;
-    return false;
+    quiet = may_come_quietly() && comes_quietly();
+    return quiet;
 }
 
 /* The kernel lets a process say of a signal to itself what it likes. */

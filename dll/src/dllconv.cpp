@@ -145,7 +145,7 @@ int32_t store_reals(const t_DLL_ARG &arg, int32_t slot)
     const bool in_pairs = wire::rounds_to_nearest(); /* the function may have set it */
     t_ELEMENTS elements(arg);
     int32_t k = 0;
-    for (; in_pairs && k < arg.elcnt - 1; k += 2) {
+    for (; in_pairs && k + 1 < arg.elcnt; k += 2) {
         char *const first = elements.next();
         char *const second = elements.next();
         if (wire::store_sure_pair(from + k, first, second)) continue;

@@ -200,7 +200,7 @@ void perform_quiet_calls(void)
     while (host::await_quietly()) {
         if (!calls_are_the_hosts()) return host::turn_into_signal();
         begin_quiet_call();
-        perform_call(true);
+        if (host::has_request()) perform_call(true); /* a signal in a handler of the module's may have begun it */
         end_quiet_call();
     }
 }

@@ -145,6 +145,7 @@ void wait_for_calls(void (*look)(void))
     if (sigsetjmp(waiting.begin, 0) != 0) resume_arithmetic(&waiting.arithmetic);
     for (;;) {
         if (!raise_what_was_put_off() && !handlers_disarm()) waiting.look();
+        raise_what_was_put_off();
         sigsuspend(&waiting.blocked);
     }
 }

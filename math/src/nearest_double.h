@@ -23,8 +23,9 @@ static inline bool find_nearest_double(const t_DECIMAL *x, double *d)
 {
     wire::t_REAL_DIGITS digits;
     if (!load_normal(x, &digits)) {
+        if (x->dec_ndgts != 0 || x->dec_pos > DEC_POSITIVE) return false;
         *d = 0;
-        return x->dec_ndgts == 0 && x->dec_pos <= DEC_POSITIVE;
+        return true;
     }
     const uint32_t first = wire::join_digits(digits.first);
     const uint32_t last = wire::join_digits(digits.last);

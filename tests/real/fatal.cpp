@@ -74,6 +74,16 @@ TEST(MToDbl, null_is_fatal)
     EXPECT_ABORT(m_to_dbl(&null, &d), fatal(-2));
 }
 
+// A module may have its double in the place of the REAL.
+TEST(MToDbl, null_is_fatal_where_the_double_takes_its_place)
+{
+    union {
+        t_DECIMAL real;
+        double number;
+    } place = {null};
+    EXPECT_ABORT(m_to_dbl(&place.real, &place.number), fatal(-2));
+}
+
 TEST(MToInt, null_is_fatal)
 {
     int32_t i = 0;
