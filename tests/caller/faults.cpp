@@ -238,7 +238,7 @@ TEST_P(Faults, at_every_system_call_leave_nothing_and_are_told)
         told += outcome->open.status != KA_DONE || outcome->call.status != KA_DONE ? 1 : 0;
     }
     EXPECT_GT(faults, 30);
-    EXPECT_GT(told, 0); // how many depends on the moment, for each run of the caller makes other calls
+    EXPECT_GT(told, 5);
 }
 
 // Reading is also how a host that waits fast hears: what it has sent last is pending then, and must not end the
