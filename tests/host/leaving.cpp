@@ -6,16 +6,12 @@
 
 #include "host/probe.h"
 #include "host/probe_mailbox.h"
+#include "host/signal_sets.h"
 #include "module_bits.h"
 
 namespace {
 
 using namespace harness;
-using Set = std::set<int>;
-
-const Set while_idle = {SIGINT, SIGUSR1, SIGIO, SIGALRM};
-const Set in_call = {SIGINT, SIGUSR1, SIGUSR2, SIGIO, SIGALRM};
-
 Set to_set(uint64_t mask)
 {
     Set all;

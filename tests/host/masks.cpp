@@ -5,17 +5,11 @@
 
 #include "host/probe.h"
 #include "host/probe_mailbox.h"
+#include "host/signal_sets.h"
 
 namespace {
 
 using namespace harness;
-using Set = std::set<int>;
-
-const Set while_idle = {SIGINT, SIGUSR1, SIGIO, SIGALRM};
-const Set in_call = {SIGINT, SIGUSR1, SIGUSR2, SIGIO, SIGALRM};
-const Set in_callback = {SIGINT, SIGIO, SIGALRM};
-const Set after_callback = {SIGINT, SIGUSR2, SIGIO, SIGALRM};
-
 // Answers a call-back whose mask it has looked at.
 Set mask_in_callback(Probe &host)
 {

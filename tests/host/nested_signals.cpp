@@ -5,16 +5,11 @@
 
 #include "host/probe.h"
 #include "host/probe_mailbox.h"
+#include "host/signal_sets.h"
 
 namespace {
 
 using namespace harness;
-using Set = std::set<int>;
-
-const Set in_call = {SIGINT, SIGUSR1, SIGUSR2, SIGIO, SIGALRM};
-const Set in_callback = {SIGINT, SIGIO, SIGALRM};
-const Set after_callback = {SIGINT, SIGUSR2, SIGIO, SIGALRM};
-
 // Both arrive at once, the second on top of the handler of the first.
 void ring_on_top(HostProcess &host, int first)
 {

@@ -5,19 +5,13 @@
 #include <gtest/gtest.h>
 
 #include "host/quiet_caller.h"
+#include "host/signal_sets.h"
 #include "ka/dll_codes.h"
 #include "module_bits.h"
 
 namespace {
 
 using namespace harness;
-using Set = std::set<int>;
-
-const Set while_idle = {SIGINT, SIGUSR1, SIGIO, SIGALRM};
-const Set in_call = {SIGINT, SIGUSR1, SIGUSR2, SIGIO, SIGALRM};
-const Set in_callback = {SIGINT, SIGIO, SIGALRM};
-const Set after_callback = {SIGINT, SIGUSR2, SIGIO, SIGALRM};
-
 class Quiet : public testing::Test {
 protected:
     uint32_t word(const uint32_t &of_annex) { return QuietBlock::word(of_annex); }
@@ -278,8 +272,8 @@ TEST_F(Quiet, a_signal_of_somebody_else_is_taken_at_last)
     const pid_t stranger = fork();
     if (stranger == 0) _exit(kill(host.pid(), SIGUSR2) == 0 ? 0 : 1);
     host.await([&] { return host.signals("ShdPnd").contains(SIGUSR2); }, "the signal");
+    block.set(Head::argc, 0); // before the host can take it
     host.leave();
-    block.set(Head::argc, 0);
     host.await([&] { return word(block.annex().started) == 3; }, "its call");
     host.await([&] { return block.get(Head::retcode) == KA_WRONG_COUNT; }, "its refusal");
     EXPECT_EQ(host.terminate(), exited(0));
