@@ -18,6 +18,7 @@ struct t_ANNEX {
 
     /* The caller's. */
     alignas(64) uint32_t request; /* counts requests and answers */
+    uint32_t answers;             /* the one counted last is an answer */
     uint32_t wants_signal;        /* a reply comes as SIGUSR2, too */
     uint32_t without_signal;      /* the next request may come without one: the host says in waits how to wake it */
     uint32_t spin_us;             /* so long each side spins before it sleeps, where that pays */

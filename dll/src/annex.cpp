@@ -133,6 +133,12 @@ bool host::has_request(void)
     return annex == nullptr || __atomic_load_n(&annex->request, __ATOMIC_SEQ_CST) != taken;
 }
 
+/* Said before it is counted. */
+bool host::has_answer(void)
+{
+    return has_request() && (annex == nullptr || __atomic_load_n(&annex->answers, __ATOMIC_RELAXED) != 0);
+}
+
 void host::take_request(void)
 {
     if (annex == nullptr) return;

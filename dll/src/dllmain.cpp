@@ -155,11 +155,27 @@ bool signal_caller(bool callback)
 pthread_t callback_thread;   /* the one in dll_callback; the main thread after it */
 sigjmp_buf dll_callback_jmp; /* valid while dll_callback waits */
 
+void call_back(bool waits_quietly)
+{
+    host::before_reply(waits_quietly);
+    if (!signal_caller(true)) raise(SIGTERM);
+}
+
+/* A signal of somebody else can begin a call before its request is counted. Then that comes during the call-back, and
+   is no answer; the caller, which could not know the call-back for one of its own, hears of it now. */
+void take_late_request(bool waits_quietly)
+{
+    if (!host::has_request()) return;
+    host::take_request();
+    call_back(waits_quietly);
+}
+
 void dll_callback_handler(int signal)
 {
     if (passed_on(signal, callback_thread)) return;
     if (__atomic_load_n(&host::ending, __ATOMIC_RELAXED) || must_wait(THIS_FRAME)) return;
-    if (host::has_request()) siglongjmp(dll_callback_jmp, 0);
+    if (host::has_answer()) siglongjmp(dll_callback_jmp, 0);
+    take_late_request(false);
 }
 
 /* The mask is that of the handler which an answer with a signal would have. On a thread of the module's the wait is
@@ -170,7 +186,11 @@ bool is_answered_quietly(bool on_main_thread)
     sigset_t blocked = blocked_in_callback();
     sigaddset(&blocked, SIGUSR2);
     sigprocmask(SIG_SETMASK, &blocked, nullptr);
-    return host::await_quietly();
+    while (host::await_quietly()) {
+        if (host::has_answer()) return true;
+        take_late_request(true);
+    }
+    return false;
 }
 
 } // namespace
@@ -192,8 +212,7 @@ int32_t dll_callback(int32_t value)
     callback_thread = pthread_self();
     install(SIGUSR2, dll_callback_handler, &previous);
     const bool on_main_thread = pthread_equal(callback_thread, host::main_thread) != 0;
-    host::before_reply(on_main_thread);
-    if (!signal_caller(true)) raise(SIGTERM);
+    call_back(on_main_thread);
 
     /* KEPT: the jump leaves the mask of the answering handler in force, so from here on SIGUSR1 is not blocked until
        the call ends; a mask saved and restored would block it again. Test: Callback.leaves_sigusr1_unblocked. */

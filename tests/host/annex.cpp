@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "host/probe.h"
@@ -43,21 +42,16 @@ protected:
         count_request();
         host.ring();
     }
+    void count_answer()
+    {
+        annex().answers = 1;
+        count_request();
+    }
     bool offers_it(Probe &host) { return __atomic_load_n(&annex().host, __ATOMIC_SEQ_CST) == host.pid(); }
 
     Block block{GetParam(), segment_bytes};
 };
 INSTANTIATE_TEST_SUITE_P(Layouts, AnnexIn, testing::Values(Layout::native, Layout::layout_64));
-
-// A signal from a process that is not the caller.
-void ring_from_elsewhere(pid_t host)
-{
-    const pid_t stranger = fork();
-    if (stranger == 0) _exit(kill(host, SIGUSR2) == 0 ? 0 : 1);
-    int status = 1;
-    ASSERT_EQ(waitpid(stranger, &status, 0), stranger);
-    ASSERT_EQ(status, 0);
-}
 
 } // namespace
 
@@ -111,7 +105,7 @@ TEST_P(AnnexIn, a_signal_of_anyone_else_does_what_it_does_without)
     Probe host(Probe::Idle{}, block);
     host.await_idle();
     block.set(Head::retcode, 1234);
-    ring_from_elsewhere(host.pid());
+    host.ring_from_elsewhere();
     host.await([&] { return word(annex().done) == 1; }, "the call");
     EXPECT_EQ(block.get(Head::retcode), KA_WRONG_COUNT);
     EXPECT_EQ(word(annex().reply), wire::reply_to(0, false)); // of no request
@@ -129,10 +123,30 @@ TEST_P(AnnexIn, the_answer_to_a_callback_is_counted)
     host.begin(PROBE_CALLBACK, 7);
     host.await_signal();
     EXPECT_EQ(word(annex().reply), wire::reply_to(1, true));
-    ring_from_elsewhere(host.pid());
+    host.ring_from_elsewhere();
     host.await_idle(); // it waits on
     EXPECT_EQ(word(annex().done), 0u);
-    count_request();
+    count_answer();
+    host.answer(70);
+    EXPECT_EQ(host.finish(), 70);
+}
+
+// It began the call between the last thing that the caller wrote for it and the number of its request.
+TEST_P(AnnexIn, the_request_of_a_call_that_a_foreign_signal_has_begun_is_no_answer)
+{
+    place(block, "serve", {});
+    make_annex();
+    Probe host(Probe::Idle{}, block);
+    host.await_idle();
+    host.ring_from_elsewhere();
+    host.ask(PROBE_BASE);
+    host.begin(PROBE_CALLBACK, 7);
+    host.await([&] { return word(annex().reply) == wire::reply_to(0, true); }, "the call-back");
+    host.await_idle();
+    request(host);
+    host.await([&] { return word(annex().reply) == wire::reply_to(1, true); }, "the same call-back");
+    EXPECT_EQ(block.get(Head::cbval), 7);
+    count_answer();
     host.answer(70);
     EXPECT_EQ(host.finish(), 70);
 }

@@ -82,6 +82,14 @@ void HostProcess::ring(int signal)
     if (kill(pid_, signal) == -1) throw std::system_error(errno, std::generic_category(), "kill");
 }
 
+void HostProcess::ring_from_elsewhere()
+{
+    const pid_t stranger = fork();
+    if (stranger == 0) _exit(kill(pid_, SIGUSR2) == 0 ? 0 : 1);
+    int status = 1;
+    if (waitpid(stranger, &status, 0) != stranger || status != 0) fail("a stranger's signal was not sent");
+}
+
 void HostProcess::ring_thread(pid_t thread, int signal)
 {
     if (end_) fail("signal " + std::to_string(signal) + " to a thread of a host that has ended");

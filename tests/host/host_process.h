@@ -44,6 +44,7 @@ public:
     void ring(int signal = SIGUSR2);
     void await_signal();                        // a SIGUSR2 from the host: call-back or reply
     void answer(int32_t value);                 // to a call-back: retcode and doorbell
+    void ring_from_elsewhere();                 // by a process that is not the caller
     void ring_thread(pid_t thread, int signal); // one of the host's threads
     bool has_signalled();                       // a SIGUSR2 from the host has come; takes it
 

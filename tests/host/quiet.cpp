@@ -194,8 +194,7 @@ TEST_F(Quiet, an_answer_that_is_long_in_coming_comes_with_a_signal)
     host.await_callback();
     host.await_suspended();
     EXPECT_EQ(host.signals("SigBlk"), in_callback);
-    block.set(Head::retcode, 55);
-    EXPECT_FALSE(host.request());
+    EXPECT_FALSE(host.answer_callback(55));
     EXPECT_EQ(host.finish(), 55);
     EXPECT_EQ(host.signals("SigBlk"), after_callback);
     host.leave_and_enter_quietly();
@@ -210,14 +209,32 @@ TEST_F(Quiet, a_callback_on_a_thread_of_the_modules_waits_for_a_signal)
     host.begin(PROBE_CALLBACK_IN_THREAD, 5);
     host.await_callback();
     EXPECT_EQ(word(block.annex().waits), wire::HOST_IN_SIGSUSPEND);
-    block.set(Head::retcode, 55);
-    EXPECT_FALSE(host.request());
+    EXPECT_FALSE(host.answer_callback(55));
     EXPECT_EQ(host.finish(), 55);
     host.leave();
 }
 
-// ---- A module that takes the signal for itself
-// ---------------------------------------------------------------------
+// At any moment of the host's wait.
+TEST_F(Quiet, the_request_of_a_call_that_a_foreign_signal_has_begun_is_no_answer)
+{
+    QuietProbe host(block);
+    host.enter_by_signal();
+    for (int round = 0; round < 40; round++) {
+        host.leave();
+        host.await_suspended();
+        host.ring_from_elsewhere();
+        host.ask(PROBE_BASE);
+        host.begin(PROBE_CALLBACK, round);
+        host.await_callback();
+        usleep(static_cast<useconds_t>(round * 100)); // to 4 ms: across the end of the host's sleep
+        host.request();
+        host.await_callback();
+        host.answer_callback(7 * round);
+        ASSERT_EQ(host.finish(), 7 * round);
+    }
+}
+
+// ---- A module that takes the signal for itself -------------------------------------------------------------------
 
 TEST_F(Quiet, calls_of_a_module_that_handles_the_signal_go_to_its_handler)
 {
@@ -261,16 +278,14 @@ TEST_F(Quiet, a_handler_of_the_module_around_the_hosts_own_runs_around_each_call
     host.leave();
 }
 
-// ---- Signals of others, and the end
-// --------------------------------------------------------------------------------
+// ---- Signals of others, and the end ------------------------------------------------------------------------------
 
 TEST_F(Quiet, a_signal_of_somebody_else_is_taken_at_last)
 {
     QuietProbe host(block);
     host.enter_by_signal();
     host.leave_and_enter_quietly();
-    const pid_t stranger = fork();
-    if (stranger == 0) _exit(kill(host.pid(), SIGUSR2) == 0 ? 0 : 1);
+    host.ring_from_elsewhere();
     host.await([&] { return host.signals("ShdPnd").contains(SIGUSR2); }, "the signal");
     block.set(Head::argc, 0); // before the host can take it
     host.leave();

@@ -30,7 +30,11 @@ public:
     t_ANNEX &annex() { return *static_cast<t_ANNEX *>(static_cast<void *>(at(block_bytes))); }
     static uint32_t word(const uint32_t &of_annex) { return __atomic_load_n(&of_annex, __ATOMIC_SEQ_CST); }
     bool has_reply(bool callback) { return word(annex().reply) == wire::reply_to(word(annex().request), callback); }
-    void number_request() { __atomic_add_fetch(&annex().request, 1, __ATOMIC_SEQ_CST); }
+    void number_request(bool answers = false)
+    {
+        annex().answers = answers ? 1 : 0;
+        __atomic_add_fetch(&annex().request, 1, __ATOMIC_SEQ_CST);
+    }
 
 private:
     static constexpr int32_t block_bytes = 65536;
@@ -44,10 +48,10 @@ public:
         await_idle();
     }
 
-    // A request or an answer: the host is woken as it says that it waits. True without a signal.
-    bool request()
+    // The host is woken as it says that it waits. True without a signal.
+    bool request(bool answers = false)
     {
-        block_.number_request();
+        block_.number_request(answers);
         uint32_t waits = wire::HOST_IN_SIGSUSPEND;
         t_ANNEX &annex = block_.annex();
         const bool suspended = __atomic_compare_exchange_n(&annex.waits, &waits, uint32_t{wire::HOST_SIGNALLED},
@@ -56,6 +60,12 @@ public:
         if (waits == wire::HOST_SLEEPS_ON_REQUEST)
             syscall(SYS_futex, &annex.request, FUTEX_WAKE, 1, nullptr, nullptr, 0);
         return !suspended;
+    }
+
+    bool answer_callback(int32_t value)
+    {
+        block_.set(Head::retcode, value);
+        return request(true);
     }
 
     // The host is in its function, into which a signal has brought it.
@@ -81,7 +91,7 @@ public:
     int32_t callback_answered_quietly(int32_t value, int32_t answer)
     {
         block_.set(Head::retcode, answer);
-        block_.number_request();
+        block_.number_request(true);
         return ask(PROBE_CALLBACK, value);
     }
     void await_callback()

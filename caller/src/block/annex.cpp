@@ -39,6 +39,7 @@ static void put(uint32_t *word, uint32_t value)
 void number_request(ka_host *host, t_WAY way)
 {
     t_ANNEX *annex = host->segment.annex;
+    put(&annex->answers, host->building.in_callback);
     put(&annex->wants_signal, way == WITH_SIGNALS);
     put(&annex->without_signal, way == WITHOUT_SIGNALS);
     if (way == WITHOUT_SIGNALS) {
