@@ -86,6 +86,16 @@ TEST(KaCheck, says_what_is_no_module)
                    "for another processor (ELF machine " + std::to_string(is_wide ? EM_X86_64 : EM_386) + ")\n", 4);
 }
 
+TEST(KaCheck, says_that_its_own_library_is_missing)
+{
+    const BuiltModule module(sound_tables);
+    const std::string library = module.folder() + "/libelf.so.1";
+    std::ofstream(library) << "not a library";
+    setenv("LD_LIBRARY_PATH", module.folder().c_str(), 1);
+    expect_finding(module.path(), "error", "cannot be read: " + library + ": file too short\n", 4);
+    unsetenv("LD_LIBRARY_PATH");
+}
+
 TEST(KaCheck, says_what_the_loader_would_miss)
 {
     const std::string package = module_bits() == 64 ? "64-bit C library (Debian: libc6:amd64 or libc6-amd64)"

@@ -425,3 +425,16 @@ TEST_F(KaShell, line_is_shown_again_after_a_stop_while_a_key_is_worked_on)
         EXPECT_TRUE(terminal->shows("5")) << terminal->output();
     }
 }
+
+TEST_F(KaShell, without_the_editing_library_it_says_so_and_still_reads_a_script)
+{
+    std::ofstream(home_ + "/libedit.so.2") << "not a library";
+    const std::string without = "LD_LIBRARY_PATH=" + home_;
+    PseudoTerminal terminal({KA_COMMAND, "shell", tasks_module}, {without});
+    EXPECT_TRUE(terminal.shows("lines cannot be edited: ")) << terminal.output();
+    EXPECT_TRUE(terminal.shows("libedit.so.2: file too short")) << terminal.output();
+    EXPECT_EQ(terminal.end(), 2) << terminal.output();
+    const std::string script = "echo give_code 7 | " KA_COMMAND " shell " + tasks_module;
+    PseudoTerminal shell({"sh", "-c", script}, {without});
+    EXPECT_TRUE(shell.shows("return code 7")) << shell.output();
+}
