@@ -105,7 +105,7 @@ TEST_P(Annex, is_used_from_the_second_call_on)
     EXPECT_EQ(ask(host, 7), 0);
     EXPECT_TRUE(host_uses_annex(host));
     EXPECT_EQ(ask(host, 7), 0);
-    EXPECT_EQ(has_replied(host), true);
+    EXPECT_EQ(numbered_reply(host), REPLY_RETURNS);
 }
 
 // At most: none to wait for a reply that is there already.

@@ -62,19 +62,11 @@ bool wake_host(ka_host *host)
     return waits == wire::HOST_SLEEPS_ON_REQUEST || waits == wire::HOST_AWAKE;
 }
 
-static uint32_t load_reply(const ka_host *host)
+t_NUMBERED numbered_reply(const ka_host *host)
 {
-    return __atomic_load_n(&host->segment.annex->reply, __ATOMIC_SEQ_CST);
-}
-
-bool has_called_back(const ka_host *host)
-{
-    return load_reply(host) == wire::reply_to(host->waiting.request, true);
-}
-
-bool has_replied(const ka_host *host)
-{
-    return load_reply(host) == wire::reply_to(host->waiting.request, false) || has_called_back(host);
+    const uint32_t reply = __atomic_load_n(&host->segment.annex->reply, __ATOMIC_SEQ_CST);
+    if (reply == wire::reply_to(host->waiting.request, true)) return REPLY_CALLS_BACK;
+    return reply == wire::reply_to(host->waiting.request, false) ? REPLY_RETURNS : NOT_REPLIED;
 }
 
 /* The host counts a call as begun before it reads argc: either it is seen here, or it finds no argc. */

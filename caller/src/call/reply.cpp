@@ -111,10 +111,9 @@ static t_REPLY signal_at_rest(ka_host *host)
    that alone is one; a host at rest without it has not heard the request, or its annex was overwritten. */
 static t_REPLY judge(ka_host *host, bool replied)
 {
-    if (host->waiting.is_numbered && has_called_back(host))
-        return {EVENT_CALLBACK, load32(host, host->segment.layout->cbval)};
-    if (host->waiting.is_numbered && has_replied(host))
-        return {EVENT_RETURNED, load32(host, host->segment.layout->retcode)};
+    const t_NUMBERED numbered = host->waiting.is_numbered ? numbered_reply(host) : NOT_REPLIED;
+    if (numbered == REPLY_CALLS_BACK) return {EVENT_CALLBACK, load32(host, host->segment.layout->cbval)};
+    if (numbered == REPLY_RETURNS) return {EVENT_RETURNED, load32(host, host->segment.layout->retcode)};
     if (host->waiting.is_quiet) return signal_at_rest(host);
     if (host->waiting.is_numbered || !replied) return judge_by_rest(host);
     const int32_t value = load32(host, host->segment.layout->cbval);
@@ -142,7 +141,7 @@ static bool signal_is_pending(void)
 static int wait_for_reply(ka_host *host, int64_t until)
 {
     const bool is_told = host->waiting.by_annex && sleep_on_life(host, until);
-    if (host->waiting.is_numbered && has_replied(host)) return WOKEN_BY_SIGNAL;
+    if (host->waiting.is_numbered && numbered_reply(host) != NOT_REPLIED) return WOKEN_BY_SIGNAL;
     if (host->waiting.by_annex && !regain_process(host)) return WOKEN_BY_DEATH;
     return wait_until(host, -1, is_told ? 0 : until);
 }

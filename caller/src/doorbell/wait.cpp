@@ -80,7 +80,7 @@ void spin_for_reply(ka_host *host)
     t_SPIN *spin = &host->waiting.spin;
     const uint32_t us = static_cast<uint32_t>(host->options.spin_us);
     if (us == 0 || !wire::spinning_pays(spin, host->segment.annex->host_cpu)) return;
-    wire::spin_until(spin, us, [host] { return has_replied(host); });
+    wire::spin_until(spin, us, [host] { return numbered_reply(host) != NOT_REPLIED; });
 }
 
 /* The host gives the word its plain value back when it replies, and the kernel marks it at the host's death; both
@@ -89,12 +89,12 @@ bool sleep_on_life(ka_host *host, int64_t until)
 {
     uint32_t *life = &host->segment.annex->life;
     const uint32_t waited_for = static_cast<uint32_t>(host->process.pid) | wire::LIFE_WAITED_FOR;
-    while (!has_replied(host)) {
+    while (numbered_reply(host) == NOT_REPLIED) {
         if (!host_uses_annex(host)) return false;
         uint32_t alive = static_cast<uint32_t>(host->process.pid);
         __atomic_compare_exchange_n(life, &alive, waited_for, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
         const int64_t left = until - now_ns();
-        if (has_replied(host) || left <= 0) return true;
+        if (numbered_reply(host) != NOT_REPLIED || left <= 0) return true;
         sleep_while(life, waited_for, time_of(left));
     }
     return true;
