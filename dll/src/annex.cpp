@@ -134,9 +134,9 @@ bool host::has_request(void)
 }
 
 /* Said before it is counted. */
-bool host::has_answer(void)
+bool host::is_answer(void)
 {
-    return has_request() && (annex == nullptr || __atomic_load_n(&annex->answers, __ATOMIC_RELAXED) != 0);
+    return annex == nullptr || __atomic_load_n(&annex->answers, __ATOMIC_RELAXED) != 0;
 }
 
 void host::take_request(void)

@@ -26,10 +26,10 @@ bool has_annex(void);
 void begin_call(void);
 void end_call(void);
 
-/* Whether something was asked or answered that has not been taken, and whether that is an answer. Without an annex
-   each signal counts. */
+/* Whether something was asked or answered that has not been taken; and where it was, whether that is an answer.
+   Without an annex each signal counts. */
 bool has_request(void);
-bool has_answer(void);
+bool is_answer(void);
 void take_request(void);
 
 /* A signal of the caller's own that brings no new request: the request was taken at a signal of someone else. */

@@ -165,7 +165,6 @@ void call_back(bool waits_quietly)
    is no answer; the caller, which could not know the call-back for one of its own, hears of it now. */
 void take_late_request(bool waits_quietly)
 {
-    if (!host::has_request()) return;
     host::take_request();
     call_back(waits_quietly);
 }
@@ -174,7 +173,8 @@ void dll_callback_handler(int signal)
 {
     if (passed_on(signal, callback_thread)) return;
     if (__atomic_load_n(&host::ending, __ATOMIC_RELAXED) || must_wait(THIS_FRAME)) return;
-    if (host::has_answer()) siglongjmp(dll_callback_jmp, 0);
+    if (!host::has_request()) return;
+    if (host::is_answer()) siglongjmp(dll_callback_jmp, 0);
     take_late_request(false);
 }
 
@@ -187,7 +187,7 @@ bool is_answered_quietly(bool on_main_thread)
     sigaddset(&blocked, SIGUSR2);
     sigprocmask(SIG_SETMASK, &blocked, nullptr);
     while (host::await_quietly()) {
-        if (host::has_answer()) return true;
+        if (host::is_answer()) return true;
         take_late_request(true);
     }
     return false;
