@@ -2,9 +2,7 @@
 //
 // The cost of a call, next to the least that two processes can do: a ping-pong of SIGUSR2 with sigwaitinfo and
 // nothing else. Then the cost of each converted element. usage: bench_calls_BITS PATH-OF-ECHO-MODULE
-#include <cstdlib>
-
-#include "ka/caller.h"
+#include "host.h"
 #include "ping_pong.h"
 #include "timing.h"
 
@@ -12,42 +10,16 @@ namespace {
 
 constexpr int32_t elements = 4096;
 
-class Host {
-public:
-    Host(const char *module, int32_t layout)
-    {
-        ka_options options;
-        ka_options_init(&options, sizeof options);
-        options.layout = layout;
-        check(ka_open(&host_, module, &options));
-    }
-    ~Host() { ka_close(host_); }
-
-    // One call; add(host) adds its arguments.
-    template <typename Add>
-    double call(const char *function, Add add)
-    {
-        return bench::nanoseconds([&](long) {
-            int32_t code;
-            check(ka_begin(host_, function));
-            add(host_);
-            check(ka_call(host_, &code));
-        });
-    }
-    double call(const char *function)
-    {
-        return call(function, [](ka_host *) {});
-    }
-
-private:
-    void check(int32_t error)
-    {
-        if (error == KA_DONE) return;
-        std::fprintf(stderr, "calls: %s\n", ka_last_error(host_)->message);
-        std::exit(1);
-    }
-    ka_host *host_ = nullptr;
-};
+// One call; add(host) adds its arguments.
+template <typename Add>
+double nanoseconds(const bench::Host &host, const char *function, Add add)
+{
+    return bench::nanoseconds([&](long) { host.call(function, add); });
+}
+double nanoseconds(const bench::Host &host, const char *function)
+{
+    return nanoseconds(host, function, [](ka_host *) {});
+}
 
 } // namespace
 
@@ -57,18 +29,19 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "usage: calls MODULE\n");
         return 2;
     }
-    Host native(argv[1], KA_LAYOUT_NATIVE), wide(argv[1], KA_LAYOUT_64);
+    const bench::Host native(argv[1]);
+    const bench::Host wide(argv[1], [](ka_options &options) { options.layout = KA_LAYOUT_64; });
 
     bench::Table trips("round trip (ratio to the bare ping-pong)");
     const double bare = bench::ping_pong();
     trips.row("bare ping-pong of two processes", bare);
-    trips.row("call without arguments, native layout", native.call("nothing"));
-    trips.row("call without arguments, 64 layout", wide.call("nothing"));
-    trips.row("call with a call-back", native.call("ask"));
-    trips.row("call with 50 integers", native.call("any", [](ka_host *host) {
-        for (int i = 0; i < 50; i++)
-            ka_add_integer(host, i, KA_BY_REFERENCE);
-    }));
+    trips.row("call without arguments, native layout", nanoseconds(native, "nothing"));
+    trips.row("call without arguments, 64 layout", nanoseconds(wide, "nothing"));
+    trips.row("call with a call-back", nanoseconds(native, "ask"));
+    trips.row("call with 50 integers", nanoseconds(native, "any", [](ka_host *host) {
+                  for (int i = 0; i < 50; i++)
+                      ka_add_integer(host, i, KA_BY_REFERENCE);
+              }));
 
     const std::vector<int32_t> integers(elements, 123456);
     const std::vector<double> doubles(elements, 1234.5678);
@@ -80,9 +53,9 @@ int main(int argc, char **argv)
 
     std::printf("\n");
     bench::Table table("per element (ratio to a REAL as double)");
-    const double empty = native.call("nothing");
+    const double empty = nanoseconds(native, "nothing");
     const auto row = [&](const char *name, const char *function, int32_t count, auto add) {
-        table.row(name, (native.call(function, add) - empty) / count);
+        table.row(name, (nanoseconds(native, function, add) - empty) / count);
     };
     row("REAL as double", "doubles", elements,
         [&](ka_host *host) { ka_add_reals(host, reals.data(), elements, KA_BY_VALUE); });

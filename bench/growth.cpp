@@ -6,12 +6,11 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <thread>
 
-#include "ka/caller.h"
+#include "host.h"
 #include "timing.h"
 
 namespace {
@@ -20,43 +19,10 @@ const char *echo_module;
 const char *many_module;
 std::FILE *csv;
 
-class Host {
-public:
-    explicit Host(const char *module, int32_t segment_bytes = 8 << 20)
-    {
-        ka_options options;
-        ka_options_init(&options, sizeof options);
-        options.segment_bytes = segment_bytes;
-        check(ka_open(&host_, module, &options));
-    }
-    Host(const Host &) = delete;
-    Host &operator=(const Host &) = delete;
-    ~Host() { ka_close(host_); }
-
-    // add(host) adds the arguments.
-    template <typename Add>
-    void call(const char *function, Add add)
-    {
-        int32_t code;
-        check(ka_begin(host_, function));
-        add(host_);
-        check(ka_call(host_, &code));
-    }
-    void call(const char *function)
-    {
-        call(function, [](ka_host *) {});
-    }
-    int32_t pid() const { return ka_pid(host_); }
-
-private:
-    void check(int32_t error)
-    {
-        if (error == KA_DONE) return;
-        std::fprintf(stderr, "growth: %s\n", ka_last_error(host_)->message);
-        std::exit(1);
-    }
-    ka_host *host_ = nullptr;
-};
+std::function<void(ka_options &)> with_segment_of(int32_t bytes)
+{
+    return [bytes](ka_options &options) { options.segment_bytes = bytes; };
+}
 
 // ---- Lines -----------------------------------------------------------------------------------------------------
 
@@ -104,7 +70,7 @@ std::vector<Point> points_of(std::initializer_list<long> xs, MakeOperation opera
 
 void print_what_a_call_carries()
 {
-    Host host(echo_module);
+    const bench::Host host(echo_module, with_segment_of(8 << 20));
     print("arguments, INTEGERs", "arguments", points_of({0, 1, 2, 5, 10, 20, 35, 50}, [&](long count) {
               return [&host, count](long) {
                   host.call("any", [count](ka_host *to) {
@@ -151,24 +117,25 @@ void print_what_is_around_it()
     print("functions in the module, the last is called", "functions",
           points_of({1, 10, 100, 1000, 2000, 5000, 10000}, [](long count) {
               setenv("BENCH_FUNCTIONS", std::to_string(count).c_str(), 1);
-              const auto host = std::make_shared<Host>(many_module);
+              const auto host = std::make_shared<bench::Host>(many_module, with_segment_of(8 << 20));
               host->call("last"); // started with this number
               return [host](long) { host->call("last"); };
           }));
     print("hosts that are called in turn", "hosts", points_of({1, 2, 4, 8, 16, 32, 64}, [](long count) {
-              std::vector<std::shared_ptr<Host>> hosts;
+              std::vector<std::shared_ptr<bench::Host>> hosts;
               for (long i = 0; i < count; i++)
-                  hosts.push_back(std::make_shared<Host>(echo_module, 1 << 20));
+                  hosts.push_back(std::make_shared<bench::Host>(echo_module, with_segment_of(1 << 20)));
               return [hosts](long i) { hosts[static_cast<size_t>(i) % hosts.size()]->call("nothing"); };
           }));
     print("MiB of the segment", "segment", points_of({1, 4, 16, 64, 256}, [](long megabytes) {
-              const auto host = std::make_shared<Host>(echo_module, static_cast<int32_t>(megabytes << 20));
+              const auto host =
+                  std::make_shared<bench::Host>(echo_module, with_segment_of(static_cast<int32_t>(megabytes << 20)));
               return [host](long) { host->call("nothing"); };
           }));
 }
 
 // Calls of all threads together, each with a host of its own, until there were so many.
-double call_in_threads(const std::vector<std::shared_ptr<Host>> &hosts, long calls)
+double call_in_threads(const std::vector<std::shared_ptr<bench::Host>> &hosts, long calls)
 {
     std::atomic<long> left{calls};
     std::atomic<bool> go{false};
@@ -193,9 +160,9 @@ void print_threads()
     constexpr int longer = 20;
     std::vector<Point> points;
     for (const long count : {1, 2, 4, 8, 16, 32}) {
-        std::vector<std::shared_ptr<Host>> hosts;
+        std::vector<std::shared_ptr<bench::Host>> hosts;
         for (long i = 0; i < count; i++) {
-            hosts.push_back(std::make_shared<Host>(echo_module, 1 << 20));
+            hosts.push_back(std::make_shared<bench::Host>(echo_module, with_segment_of(1 << 20)));
             hosts.back()->call("nothing");
         }
         points.push_back({count, [hosts](long times) { return call_in_threads(hosts, longer * times) / longer; }});
@@ -218,12 +185,12 @@ long private_kib(int32_t pid)
 
 void print_memory()
 {
-    Host host(echo_module);
+    const bench::Host host(echo_module, with_segment_of(8 << 20));
     std::printf("%-44s %12s %12s\n", "private pages, KiB", "host", "caller");
     for (const long calls : {1, 1000, 100000}) {
         for (long i = 0; i < calls; i++)
             host.call("nothing");
-        const long hosts = private_kib(host.pid()), callers = private_kib(getpid());
+        const long hosts = private_kib(ka_pid(host)), callers = private_kib(getpid());
         std::printf("after %ld calls more %*ld %12ld\n", calls, static_cast<int>(38 - std::to_string(calls).size()),
                     hosts, callers);
         if (csv != nullptr) std::fprintf(csv, "%zu,memory,%ld,%ld,%ld,\n", 8 * sizeof(void *), calls, hosts, callers);

@@ -18,7 +18,7 @@
 #include <thread>
 
 #include "columns.h"
-#include "ka/caller.h"
+#include "host.h"
 
 namespace {
 
@@ -116,61 +116,43 @@ private:
     uint32_t number_ = 0;
 };
 
-class Host {
+// In one of the transports.
+class Exchange {
 public:
-    Host(const char *module, int32_t transport, int32_t spin_us = 50)
+    Exchange(const char *module, int32_t transport, int32_t spin_us = 50)
+        : host_(module, [=](ka_options &options) {
+              options.transport = transport;
+              options.spin_us = spin_us;
+              options.callback = [](ka_host *, int32_t value, void *) { return value + 1; };
+          })
     {
-        ka_options options;
-        ka_options_init(&options, sizeof options);
-        options.transport = transport;
-        options.spin_us = spin_us;
-        options.callback = [](ka_host *, int32_t value, void *) { return value + 1; };
-        check(ka_open(&host_, module, &options));
     }
-    ~Host() { ka_close(host_); }
-    Host(const Host &) = delete;
-    Host &operator=(const Host &) = delete;
-
-    void add()
+    void add() const
     {
-        int32_t code = 0;
         int32_t sum = 0;
-        ka_begin(host_, "add");
-        ka_add_integer(host_, 2, KA_BY_VALUE);
-        ka_add_integer(host_, 40, KA_BY_VALUE);
-        ka_add_integer(host_, 0, KA_BY_REFERENCE);
-        check(ka_call(host_, &code));
-        check(ka_get_integers(host_, 3, &sum, 1));
+        host_.call("add", [](ka_host *host) {
+            ka_add_integer(host, 2, KA_BY_VALUE);
+            ka_add_integer(host, 40, KA_BY_VALUE);
+            ka_add_integer(host, 0, KA_BY_REFERENCE);
+        });
+        host_.check(ka_get_integers(host_, 3, &sum, 1));
         if (sum != 42) std::exit(1);
     }
-    void ask()
-    {
-        int32_t code = 0;
-        ka_begin(host_, "ask");
-        check(ka_call(host_, &code));
-    }
-    bench::Burst adds()
+    bench::Burst adds() const
     {
         return bench::burst_of([this](long) { add(); });
     }
-    bench::Burst asks()
+    bench::Burst asks() const
     {
-        return bench::burst_of([this](long) { ask(); });
+        return bench::burst_of([this](long) { host_.call("ask"); });
     }
     pid_t pid() const { return ka_pid(host_); }
 
 private:
-    void check(int32_t status)
-    {
-        if (status == KA_DONE) return;
-        std::fprintf(stderr, "transports: %s\n", ka_last_error(host_)->message);
-        std::exit(1);
-    }
-    ka_host *host_ = nullptr;
+    bench::Host host_;
 };
 
-// ---- Where they run
-// ------------------------------------------------------------------------------------------------
+// ---- Where they run --------------------------------------------------------------------------------------------
 
 void use_processors(int count)
 {
@@ -210,15 +192,15 @@ private:
     pid_t pid_ = -1;
 };
 
-// ---- Tables
-// --------------------------------------------------------------------------------------------------------
+// ---- Tables ----------------------------------------------------------------------------------------------------
 
 void print_exchanges(bench::Csv &csv, const std::string &where, const char *adder, const char *echo, bool one)
 {
     BareSignals signals;
     BareFutex futex(0);
     BareFutex spinning(one ? 0 : 2000);
-    Host by_signals(adder, KA_TRANSPORT_SIGNALS), fast(adder, KA_TRANSPORT_FAST), asleep(adder, KA_TRANSPORT_FAST, 0);
+    Exchange by_signals(adder, KA_TRANSPORT_SIGNALS), fast(adder, KA_TRANSPORT_FAST),
+        asleep(adder, KA_TRANSPORT_FAST, 0);
     bench::print(csv, where + ": add(2, 40, &sum)",
                  {{"bare signals", signals.burst(), 0},
                   {"bare futex", futex.burst(), 0},
@@ -227,7 +209,7 @@ void print_exchanges(bench::Csv &csv, const std::string &where, const char *adde
                   {"fast, without spinning", asleep.adds(), 0},
                   {"fast", fast.adds(), 0, one ? 0.8 : 0.06},
                   {"fast, beside the bare futex", fast.adds(), 1, one ? 1.5 : 0}});
-    Host asked(echo, KA_TRANSPORT_SIGNALS), asked_fast(echo, KA_TRANSPORT_FAST);
+    Exchange asked(echo, KA_TRANSPORT_SIGNALS), asked_fast(echo, KA_TRANSPORT_FAST);
     bench::print(csv, where + ": call with a call-back",
                  {{"signals", asked.asks(), 0}, {"fast", asked_fast.asks(), 0}});
 }
@@ -258,7 +240,7 @@ public:
 
 private:
     static constexpr int calls = 20;
-    Host host_;
+    Exchange host_;
     std::vector<double> later_;
     std::vector<double> used_;
 };
@@ -289,7 +271,8 @@ void print_bursts(bench::Csv &csv, const char *adder)
 void print_busy(bench::Csv &csv, const char *adder)
 {
     const Busy others;
-    Host by_signals(adder, KA_TRANSPORT_SIGNALS), fast(adder, KA_TRANSPORT_FAST), asleep(adder, KA_TRANSPORT_FAST, 0);
+    Exchange by_signals(adder, KA_TRANSPORT_SIGNALS), fast(adder, KA_TRANSPORT_FAST),
+        asleep(adder, KA_TRANSPORT_FAST, 0);
     bench::print(csv, "beside others on every processor: add",
                  {{"signals", by_signals.adds(), 0},
                   {"fast", fast.adds(), 0, 1.0},

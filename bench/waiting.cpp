@@ -4,14 +4,12 @@
 // threads, and when something goes wrong. usage: waiting PATH-OF-ECHO-MODULE
 #include <atomic>
 #include <csignal>
-#include <cstdlib>
-#include <functional>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
-#include "ka/caller.h"
+#include "host.h"
 #include "ping_pong.h"
 #include "timing.h"
 
@@ -21,34 +19,26 @@ using clock_type = std::chrono::steady_clock;
 
 const char *module_path;
 
-class Host {
-public:
-    explicit Host(int32_t waiting, const std::function<void(ka_options &)> &change = {})
-    {
-        ka_options options;
-        ka_options_init(&options, sizeof options);
+bench::Host host_of(int32_t waiting, const std::function<void(ka_options &)> &change = {})
+{
+    return bench::Host(module_path, [&](ka_options &options) {
         options.waiting = waiting;
         if (change) change(options);
-        if (ka_open(&host_, module_path, &options) == KA_DONE) return;
-        std::fprintf(stderr, "waiting: %s\n", ka_last_error(host_)->message);
-        std::exit(1);
-    }
-    ~Host() { ka_close(host_); }
-    operator ka_host *() const { return host_; }
-    int32_t call(const char *function) const
-    {
-        int32_t code;
-        ka_begin(host_, function);
-        return ka_call(host_, &code);
-    }
-    double nanoseconds(const char *function) const
-    {
-        return bench::nanoseconds([&](long) { call(function); });
-    }
+    });
+}
 
-private:
-    ka_host *host_ = nullptr;
-};
+double nanoseconds(const bench::Host &host, const char *function)
+{
+    return bench::nanoseconds([&](long) { host.call(function); });
+}
+
+// Until the host is killed or the call has lasted too long.
+void hang(ka_host *host)
+{
+    int32_t code;
+    ka_begin(host, "hang");
+    ka_call(host, &code);
+}
 
 class IdleThreads {
 public:
@@ -80,7 +70,7 @@ double in_threads(int count)
     std::vector<std::thread> threads;
     for (int i = 0; i < count; i++)
         threads.emplace_back([&] {
-            const Host host(KA_WAIT_SAFE);
+            const bench::Host host = host_of(KA_WAIT_SAFE);
             for (; !ended; calls++)
                 host.call("nothing");
         });
@@ -112,7 +102,7 @@ double first_call(int32_t checking)
 {
     std::vector<double> times;
     for (int i = 0; i < 51; i++) {
-        const Host host(KA_WAIT_SAFE, [&](ka_options &options) { options.checking = checking; });
+        const bench::Host host = host_of(KA_WAIT_SAFE, [&](ka_options &options) { options.checking = checking; });
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
         const auto start = clock_type::now();
         host.call("nothing");
@@ -123,9 +113,10 @@ double first_call(int32_t checking)
 
 double inspected(void)
 {
-    return Host(KA_WAIT_SAFE,
-                [](ka_options &options) { options.inspector = [](int32_t, int32_t, char *, int32_t, void *) {}; })
-        .nanoseconds("nothing");
+    const auto inspect = [](ka_options &options) {
+        options.inspector = [](int32_t, int32_t, char *, int32_t, void *) {};
+    };
+    return nanoseconds(host_of(KA_WAIT_SAFE, inspect), "nothing");
 }
 
 // From the kill to the return of ka_call.
@@ -133,7 +124,7 @@ double death_noticed(int32_t waiting)
 {
     std::vector<double> times;
     for (int i = 0; i < 51; i++) {
-        const Host host(waiting);
+        const bench::Host host = host_of(waiting);
         host.call("nothing");
         std::atomic<clock_type::rep> killed{0};
         std::thread killer([&, pid = ka_pid(host)] {
@@ -141,7 +132,7 @@ double death_noticed(int32_t waiting)
             killed = clock_type::now().time_since_epoch().count();
             kill(pid, SIGKILL);
         });
-        host.call("hang");
+        hang(host);
         times.push_back(static_cast<double>(clock_type::now().time_since_epoch().count() - killed));
         killer.join();
     }
@@ -153,10 +144,10 @@ double deadline_overrun(int32_t waiting)
 {
     std::vector<double> times;
     for (int i = 0; i < 21; i++) {
-        const Host host(waiting, [](ka_options &options) { options.deadline_ms = 50; });
+        const bench::Host host = host_of(waiting, [](ka_options &options) { options.deadline_ms = 50; });
         host.call("nothing");
         const auto start = clock_type::now();
-        host.call("hang");
+        hang(host);
         times.push_back(since(start) - 50e6);
     }
     return median(times);
@@ -177,17 +168,17 @@ int main(int argc, char **argv)
 
     bench::Table trips("round trip (ratio to the bare ping-pong)");
     trips.row("bare ping-pong of two processes", bench::ping_pong());
-    trips.row("fast: call without arguments", Host(KA_WAIT_FAST).nanoseconds("nothing"));
-    trips.row("safe: call without arguments", Host(KA_WAIT_SAFE).nanoseconds("nothing"));
-    trips.row("fast: call with a call-back", Host(KA_WAIT_FAST).nanoseconds("ask"));
-    trips.row("safe: call with a call-back", Host(KA_WAIT_SAFE).nanoseconds("ask"));
-    trips.row("fast: the same, answer returned unchanged", Host(KA_WAIT_FAST).nanoseconds("agree"));
-    trips.row("safe: the same, answer returned unchanged", Host(KA_WAIT_SAFE).nanoseconds("agree"));
+    trips.row("fast: call without arguments", nanoseconds(host_of(KA_WAIT_FAST), "nothing"));
+    trips.row("safe: call without arguments", nanoseconds(host_of(KA_WAIT_SAFE), "nothing"));
+    trips.row("fast: call with a call-back", nanoseconds(host_of(KA_WAIT_FAST), "ask"));
+    trips.row("safe: call with a call-back", nanoseconds(host_of(KA_WAIT_SAFE), "ask"));
+    trips.row("fast: the same, answer returned unchanged", nanoseconds(host_of(KA_WAIT_FAST), "agree"));
+    trips.row("safe: the same, answer returned unchanged", nanoseconds(host_of(KA_WAIT_SAFE), "agree"));
     {
         const IdleThreads idlers(4);
-        trips.row("safe: beside 4 idle threads", Host(KA_WAIT_SAFE).nanoseconds("nothing"));
+        trips.row("safe: beside 4 idle threads", nanoseconds(host_of(KA_WAIT_SAFE), "nothing"));
         double ns = 0;
-        std::thread([&] { ns = Host(KA_WAIT_SAFE).nanoseconds("nothing"); }).join();
+        std::thread([&] { ns = nanoseconds(host_of(KA_WAIT_SAFE), "nothing"); }).join();
         trips.row("safe: the same, not in the main thread", ns);
     }
     trips.row("safe: with an inspector", inspected());
