@@ -19,6 +19,7 @@
 
 #include "bare.h"
 #include "columns.h"
+#include "host.h"
 #include "ka/decimal.h"
 #include "ka/dll_block.h"
 #include "timing.h"
@@ -303,6 +304,28 @@ private:
     int32_t sum_ = 0;
 };
 
+// The library's caller: until the call has returned, the process having been started for it.
+bench::Burst opened_and_called(const char *adder)
+{
+    return [adder](long times) {
+        double ns = 0;
+        for (long i = 0; i < times; i++) {
+            std::unique_ptr<bench::Host> host;
+            ns += bench::burst_of([&](long) {
+                host = std::make_unique<bench::Host>(adder);
+                host->call("add", [](ka_host *to) {
+                    for (int32_t value : {2, 40})
+                        ka_add_integer(to, value, KA_BY_VALUE);
+                    ka_add_integer(to, 0, KA_BY_REFERENCE);
+                });
+            })(1);
+            int32_t sum = 0;
+            if (ka_get_integers(*host, 3, &sum, 1) != KA_DONE || sum != 42) fail("a wrong result");
+        }
+        return ns;
+    };
+}
+
 // ---- The table -------------------------------------------------------------------------------------------------
 
 void print_word_size(bench::Csv &csv, const std::string &bits, const char *adder, const char *echo, const char *bare)
@@ -330,7 +353,8 @@ void print_word_size(bench::Csv &csv, const std::string &bits, const char *adder
     bench::print(csv, bits + " bits: start to first reply",
                  {{host, started.first_reply(few), 0},
                   {"module", started_module.first_reply(few), 0, 1.3},
-                  {"module with a limit of a million descriptors", started_module.first_reply(many), 0, 1.3}});
+                  {"module with a limit of a million descriptors", started_module.first_reply(many), 0, 1.3},
+                  {"ka_open and the first call", opened_and_called(adder), 1, 1.3}});
 }
 
 } // namespace
