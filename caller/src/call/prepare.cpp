@@ -16,7 +16,7 @@
 #include "process/end.h"
 #include "process/regain.h"
 
-enum : int64_t { FIRST_LOOK_NS = 50000, LONGEST_LOOK_NS = 2000000 };
+enum : int64_t { FIRST_LOOK_NS = 50000, LONGEST_LOOK_NS = 2000000, MOST_STARTS_NS = 1000000 };
 
 /* ---- Ready ----------------------------------------------------------------------------------------------------- */
 
@@ -58,10 +58,20 @@ static int await_offer(ka_host *host, int64_t until)
     return wait_until(host, -1, host_uses_annex(host) ? 0 : until);
 }
 
+/* Most hosts say that they are ready before any look at them is worth its time, which on a busy machine would be
+   theirs. */
+static void await_most_offers(ka_host *host, int64_t deadline)
+{
+    if (host->options.transport == KA_TRANSPORT_PLAIN || host->options.cancel_fd != -1) return;
+    const int64_t until = now_ns() + MOST_STARTS_NS;
+    sleep_until_offer(host, until < deadline ? until : deadline);
+}
+
 /* A host that has answered was ready then. Where /proc cannot be read, there is nothing to wait for. */
 int32_t await_ready(ka_host *host, int64_t deadline)
 {
     if (host->process.answered) return KA_DONE;
+    await_most_offers(host, deadline);
     int64_t pause = FIRST_LOOK_NS;
     int looks = 0;
     t_REST rest;
