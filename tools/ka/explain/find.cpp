@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -124,12 +125,40 @@ std::string without_ends(std::string form)
     return form;
 }
 
+// What a form says itself, between its values.
+std::vector<std::string> own_parts(const std::string &form)
+{
+    std::vector<std::string> parts(1);
+    for (size_t i = 0; i < form.size(); i++) {
+        if (form[i] == '%' && i + 1 < form.size()) {
+            parts.emplace_back();
+            i++;
+        } else {
+            parts.back() += form[i];
+        }
+    }
+    return parts;
+}
+
+// Whether the text has all of them in their order: else it does not match the form, which a regular expression would
+// take long to find out.
+bool has_parts(const std::string &text, const std::vector<std::string> &parts)
+{
+    size_t at = 0;
+    return std::all_of(parts.begin(), parts.end(), [&](const std::string &part) {
+        at = text.find(part, at);
+        if (at != std::string::npos) at += part.size();
+        return at != std::string::npos;
+    });
+}
+
 // A form without a letter says too little to be looked for inside a line.
 std::optional<Match> match(const Explanation &row, const std::string &form, const std::string &text)
 {
     const auto is_letter = [](unsigned char c) { return std::isalpha(c) != 0; };
-    const std::regex values("%[sdx]");
-    const std::string own = std::regex_replace(form, values, "");
+    const std::vector<std::string> parts = own_parts(form);
+    if (!has_parts(text, parts)) return std::nullopt;
+    const std::string own = std::accumulate(parts.begin(), parts.end(), std::string());
     const bool whole = std::none_of(own.begin(), own.end(), is_letter);
     const std::regex pattern(pattern_of(whole ? form : without_ends(form)));
     std::smatch found;
