@@ -10,7 +10,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "general_text.h"
 #include "nearest_double.h"
 #include "wire/sure_real.h"
 
@@ -325,7 +324,7 @@ char *m_fcvt(const t_DECIMAL *x, int ndigit, int *decpt, int *sign)
 }
 
 /* The decimals of any x that is not null, without the zeros at the end, cut off in the library's buffer. */
-static t_SHOWN show(const t_DECIMAL *x, int ndigit)
+static wire::t_SHOWN show(const t_DECIMAL *x, int ndigit)
 {
     int point = 0;
     int sign = 0;
@@ -342,20 +341,20 @@ static t_SHOWN show(const t_DECIMAL *x, int ndigit)
 }
 
 /* As the long way leaves them: in the library's buffer, which dececvt of null only empties. */
-static void leave_decimals(const t_SHOWN *shown)
+static void leave_decimals(const wire::t_SHOWN *shown)
 {
     static constexpr t_DECIMAL null = {.dec_exp = 0, .dec_pos = DEC_NULL, .dec_ndgts = 0, .dec_dgts = {}};
     int unused = 0;
-    *put_characters(dececvt(&null, 0, &unused, &unused), shown->decimals, shown->length) = '\0';
+    *wire::put_characters(dececvt(&null, 0, &unused, &unused), shown->decimals, shown->length) = '\0';
 }
 
 char *m_gcvt(const t_DECIMAL *x, int ndigit, char *buf)
 {
     char room[2 * DEC_DIGITS + 1];
-    t_SHOWN shown;
+    wire::t_SHOWN shown;
     if (ndigit > 0 && show_normal(x, ndigit, room, &shown)) {
         leave_decimals(&shown);
-        put_general(&shown, ndigit, buf);
+        wire::put_general(&shown, ndigit, buf);
         return buf;
     }
     refuse_null(x);
@@ -369,6 +368,6 @@ char *m_gcvt(const t_DECIMAL *x, int ndigit, char *buf)
         buf[1] = '\0';
         return buf;
     }
-    put_general(&shown, ndigit, buf);
+    wire::put_general(&shown, ndigit, buf);
     return buf;
 }

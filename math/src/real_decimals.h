@@ -5,6 +5,7 @@
 #define KA_REAL_DECIMALS_H
 
 #include "ka/decimal.h"
+#include "wire/general_text.h"
 #include "wire/real_digits.h"
 
 /* Whether x is in normal form and not zero; if so, digits are its digits. The fields of the header are read one by
@@ -48,6 +49,28 @@ static inline t_SIXTEEN round_to(t_SIXTEEN x, int places)
     if (x.last == eight_decimals) x.last = 0, x.first++;
     if (x.first == eight_decimals) x.first = eight_decimals / 100, x.exponent++;
     return x;
+}
+
+/* What dececvt gives for x in normal form, without the zeros at the end; in room, of 17 characters. ndigit is 1 or
+   more. The last digit that counts is not 0, so only its units can be. Test: MGcvt.is_what_the_long_way_gives. */
+static inline bool show_normal(const t_DECIMAL *x, int ndigit, char *room, wire::t_SHOWN *shown)
+{
+    wire::t_REAL_DIGITS digits;
+    if (!load_normal(x, &digits)) return false;
+    int exponent = x->dec_exp;
+    int zeros = (digits.first & 0xFF) < 10 ? 1 : 0;
+    int count = wire::count_digits(digits);
+    if (2 * count - zeros > ndigit) {
+        const t_SIXTEEN rounded = round_to(join(digits, exponent), ndigit + zeros);
+        digits = {wire::split_digits(rounded.first), wire::split_digits(rounded.last)};
+        exponent = rounded.exponent;
+        zeros = leading_zeros(rounded);
+        count = wire::count_digits(digits);
+    }
+    wire::put_digits(digits, room);
+    const int length = 2 * count - zeros - (room[2 * count - 1] == '0' ? 1 : 0);
+    *shown = {room + zeros, length, 2 * exponent - zeros, x->dec_pos == DEC_NEGATIVE};
+    return true;
 }
 
 #endif

@@ -5,6 +5,9 @@
 
 #include <cstring>
 
+#include "ka/real.h"
+#include "model/draw.h"
+
 static std::string again(const std::string &text)
 {
     t_DECIMAL value;
@@ -36,6 +39,26 @@ TEST(RealText, numbers_are_read_and_written_exactly)
     for (const auto &[text, expected] : cases) {
         EXPECT_EQ(again(text), expected);
         EXPECT_EQ(again(expected), expected);
+    }
+}
+
+// Any bytes are a record, which the program may have made: the number library decides.
+TEST(RealText, is_what_the_number_library_gives)
+{
+    model::Draw draw;
+    for (model::Rounds rounds(200000); rounds.more();) {
+        t_DECIMAL value = draw.record({.null = false});
+        if (draw.one_in(2)) value.dec_exp = static_cast<int16_t>(draw.between(-8, 9));
+        if (draw.one_in(10))
+            reinterpret_cast<unsigned char *>(&value)[draw.below(sizeof value)] =
+                static_cast<unsigned char>(draw.bits());
+        if (value.dec_pos == DEC_NULL) continue;
+        char expected[200], got[200];
+        memset(expected, '#', sizeof expected);
+        memset(got, '#', sizeof got);
+        m_gcvt(&value, 2 * DEC_DIGITS, expected);
+        ASSERT_EQ(ka_real_to_text(&value, got), got);
+        ASSERT_EQ(memcmp(got, expected, sizeof got), 0) << got << ", expected " << expected;
     }
 }
 

@@ -7,16 +7,11 @@
 #include "ka/caller.h"
 #include "ka/number_text.hpp"
 #include "ka/real.h"
-#include "wire/sure_real.h"
+#include "wire/general_text.h"
+#include "wire/text_digits.h"
 
 /* Significant decimals of the longest REAL: all of them are shown. */
 enum { ALL_DECIMALS = 2 * DEC_DIGITS };
-
-static constexpr int decimals_of_short = 15;
-
-static constexpr uint64_t powers_of_ten[decimals_of_short] = {
-    1,         10,         100,         1000,         10000,         100000,         1000000,        10000000,
-    100000000, 1000000000, 10000000000, 100000000000, 1000000000000, 10000000000000, 100000000000000};
 
 namespace {
 
@@ -50,51 +45,49 @@ int read_number(const char *text, int32_t length, t_DECIMAL *value)
     return shortened > 0 ? deccvasc(buffer, shortened, value) : deccvasc(text, length, value);
 }
 
-/* A sign, 1 to 15 decimals and at most one point: most numbers. False for all others, zero among them. */
-bool read_short(Span text, t_DECIMAL *value)
+/* A sign, then up to 16 characters that are decimals and perhaps a point: most numbers. In few steps, so it is
+   compiled into both functions. Test: RealRead.every_short_text_in_few_steps_is_what_it_is_plainly */
+[[gnu::always_inline]] inline bool read_short(const char *text, int32_t length, t_DECIMAL *value)
 {
-    const bool negative = text.accept('-', '-');
-    if (!negative) text.accept('+', '+');
-    if (text.end - text.at > decimals_of_short + 1) return false;
-    uint64_t decimals = 0;
-    int significant = 0;
-    const char *point = nullptr;
-    for (const char *at = text.at; at < text.end; at++) {
-        const auto decimal = static_cast<unsigned>(*at - '0');
-        if (decimal <= 9) {
-            decimals = decimals * 10 + decimal;
-            significant += decimals != 0 ? 1 : 0;
-        } else if (*at == '.' && point == nullptr) {
-            point = at;
-        } else {
-            return false;
-        }
-    }
-    if (decimals == 0 || text.end - text.at > decimals_of_short + (point ? 1 : 0)) return false;
-    const int places = point ? static_cast<int>(text.end - point) - 1 : 0;
-    const uint64_t fifteen = decimals * powers_of_ten[decimals_of_short - significant];
-    wire::store_real_of({fifteen, significant - places}, negative, value);
-    return true;
+    if (length < 1) return false;
+    const bool negative = *text == '-';
+    const int32_t signs = negative || *text == '+' ? 1 : 0;
+    return wire::read_short_real(text + signs, length - signs, negative, value);
+}
+
+/* Any other text. */
+[[gnu::noinline]] int32_t read_long(const char *text, int32_t length, t_DECIMAL *value, int32_t *exact)
+{
+    const bool done =
+        is_number({text, length > 0 ? text + length : text}) && read_number(text, length, value) == DEC_OK;
+    if (!done) *value = {0, DEC_NULL, 0, {}};
+    if (exact) *exact = done && ka::detail::is_exact(text, length, *value);
+    return done ? KA_DONE : KA_ARGUMENT;
 }
 
 } // namespace
 
 int32_t ka_real_read(const char *text, int32_t length, t_DECIMAL *value, int32_t *exact)
 {
-    const Span all = {text, length > 0 ? text + length : text};
-    const bool done = read_short(all, value) || (is_number(all) && read_number(text, length, value) == DEC_OK);
-    if (!done) *value = {0, DEC_NULL, 0, {}};
-    if (exact) *exact = done && ka::detail::is_exact(text, length, *value);
-    return done ? KA_DONE : KA_ARGUMENT;
+    if (!read_short(text, length, value)) return read_long(text, length, value, exact);
+    if (exact) *exact = 1;
+    return KA_DONE;
 }
 
 int32_t ka_real_from_text(const char *text, int32_t length, t_DECIMAL *value)
 {
-    return ka_real_read(text, length, value, nullptr);
+    return read_short(text, length, value) ? KA_DONE : read_long(text, length, value, nullptr);
 }
 
+/* What m_gcvt gives: there is nothing to round. Test: RealText.is_what_the_number_library_gives */
 char *ka_real_to_text(const t_DECIMAL *value, char text[KA_REAL_TEXT])
 {
+    char room[ALL_DECIMALS + 1];
+    wire::t_SHOWN shown;
+    if (wire::show_all(value, room, &shown)) {
+        wire::put_general(&shown, ALL_DECIMALS, text);
+        return text;
+    }
     if (value->dec_pos == DEC_NULL) return static_cast<char *>(memcpy(text, "null", sizeof "null"));
     return m_gcvt(value, ALL_DECIMALS, text);
 }

@@ -2,6 +2,7 @@
  *
  * Text to record: blanks, sign, mantissa, exponent, read from a field of known length that need not be terminated. */
 #include "dec_vector.h"
+#include "wire/text_digits.h"
 
 static constexpr int decimals_max = 2 * ACCSIZE; /* significant decimals that the accumulator takes */
 static constexpr int exponent_max = 999;
@@ -119,99 +120,28 @@ static void place_point(t_READER *r)
 }
 
 #ifdef __SSE2__
-/* ---- Numbers of up to 16 decimals, alone in the rest of the field: all characters at once ---------------------- */
-
-static constexpr int window_size = 16;
-
-/* From index n on: 16 bytes, of which the last n have all bits set. */
-static constexpr uint8_t last_bytes[2 * window_size] = {
-    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
-    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-
-/* The count characters at text, 4 or more, or the last 16 of them, at the end of the window; zero bytes before them.
-   Nothing outside the text is read: two loads overlap, and the first is moved to where the second begins. */
-static __m128i window_of(const char *text, int count)
-{
-    if (count >= window_size) return dec_load_sixteen(text + count - window_size);
-    if (count >= 8) {
-        const __m128i first = dec_load_eight(text);
-        const __m128i last = dec_load_eight(text + count - 8);
-        return _mm_unpacklo_epi64(_mm_sll_epi64(first, _mm_cvtsi32_si128(8 * (window_size - count))), last);
-    }
-    int first, last;
-    memcpy(&first, text, sizeof first);
-    memcpy(&last, text + count - 4, sizeof last);
-    const __m128i moved = _mm_sll_epi32(_mm_cvtsi32_si128(first), _mm_cvtsi32_si128(8 * (8 - count)));
-    return _mm_slli_si128(_mm_unpacklo_epi32(moved, _mm_cvtsi32_si128(last)), 8);
-}
-
-/* The bits of the bytes in the window that are decimals. */
-static unsigned decimals_in(__m128i window)
-{
-    const __m128i values = _mm_sub_epi8(window, _mm_set1_epi8('0'));
-    return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_min_epu8(values, _mm_set1_epi8(9)), values)));
-}
-
-/* Sixteen decimals, zero bytes among the first of them allowed, as digits. */
-static __m128i digits_of(__m128i decimals)
-{
-    const __m128i values = _mm_subs_epu8(decimals, _mm_set1_epi8('0'));
-    const __m128i tens = _mm_mullo_epi16(_mm_and_si128(values, _mm_set1_epi16(0xFF)), _mm_set1_epi16(10));
-    const __m128i digits = _mm_add_epi16(tens, _mm_srli_epi16(values, 8));
-    return _mm_packus_epi16(digits, digits);
-}
-
 /* The digits front and the first seven of the others, rounded by the eighth. front is below 10, so a carry leaves it
    a digit; in the bytes of a vector it would go the wrong way. */
-static int give_nine_digits(int exp, uint8_t pos, uint32_t front, __m128i others, t_DECIMAL *result)
+static int give_nine_digits(const wire::t_TEXT_DIGITS *number, uint8_t pos, t_DECIMAL *result)
 {
-    t_DECACC acc = {static_cast<int16_t>(exp), pos, ACCSIZE, {static_cast<uint8_t>(front)}};
-    dec_store_eight(acc.dec_dgts + 1, others);
+    t_DECACC acc = {static_cast<int16_t>(number->exponent + 1), pos, ACCSIZE, {static_cast<uint8_t>(number->front)}};
+    dec_store_eight(acc.dec_dgts + 1, number->digits);
     return dec_give(&acc, 0, result);
 }
 
-/* What follows the sign, if it is 4 to 17 characters, all decimals but for a point perhaps, and the decimals at most
-   16 and not all 0: gives the number and returns true. It is what the parser below would give: the point stands
-   between two digits, so an odd number of places takes a zero behind them, and then the decimals, two by two, are the
-   digits. A ninth digit is there if there are 16 decimals and that zero; its tens decide the rounding. */
-static bool read_at_once(const char *text, int count, uint8_t pos, t_DECIMAL *result)
+/* What follows the sign, if it is 1 to 16 decimals and a point perhaps: gives the number and returns true. It is what
+   the parser above would give: digits are pairs of decimals to both, and a ninth one is there if there are 16
+   decimals and an odd number of them after the point; its tens decide the rounding. */
+static bool read_at_once(const t_READER *r, uint8_t pos, t_DECIMAL *result)
 {
-    for (; count > 1 && *text == '0'; text++)
-        count--;
-    if (count < 4 || count > window_size + 1) return false;
-    const __m128i window = window_of(text, count);
-    const unsigned points = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(window, _mm_set1_epi8('.'))));
-    const unsigned in_text = count >= window_size ? 0xFFFF : 0xFFFFU << (window_size - count) & 0xFFFF;
-    if (((decimals_in(window) ^ in_text) & in_text) != points || (points & (points - 1)) != 0) return false;
-
-    int places = 0;
-    __m128i decimals = window;
-    if (points != 0) { /* what is before the point moves over it */
-        if (count > window_size && !is_decimal(*text)) return false;
-        places = window_size - 1 - __builtin_ctz(points);
-        const __m128i moved = count > window_size ? dec_load_sixteen(text) : _mm_slli_si128(window, 1);
-        const __m128i behind = dec_load_sixteen(last_bytes + places);
-        decimals = _mm_or_si128(_mm_and_si128(behind, window), _mm_andnot_si128(behind, moved));
-    } else if (count > window_size) {
-        if (*text != '.') return false;
-        places = window_size;
-    }
-    uint32_t front = 0;
-    if (places % 2 != 0) {
-        front = static_cast<uint32_t>(_mm_cvtsi128_si32(decimals)) & 0xF; /* of a decimal, or of a zero byte */
-        decimals = _mm_srli_si128(decimals, 1);
-    }
-    const __m128i digits = digits_of(decimals);
-    const int exp = DEC_DIGITS - (places + 1) / 2;
-    if (front != 0) return give_nine_digits(exp + 1, pos, front, digits, result) == DEC_OK;
-    const uint32_t others = dec_nonzero(digits);
-    if (others == 0) return false;
-    const int zeros = __builtin_ctz(others);
-    const __m128i moved = _mm_srl_epi64(digits, _mm_cvtsi32_si128(8 * zeros));
-    return dec_give_digits(exp - zeros, pos, moved, result) == DEC_OK;
+    wire::t_TEXT_DIGITS number;
+    if (!wire::find_text_digits(r->at, static_cast<int>(r->end - r->at), &number)) return false;
+    if (number.front != 0) return give_nine_digits(&number, pos, result) == DEC_OK;
+    wire::store_text_digits(number, pos == DEC_NEGATIVE, result);
+    return true;
 }
 #else
-static bool read_at_once(const char *, int, uint8_t, t_DECIMAL *)
+static bool read_at_once(const t_READER *, uint8_t, t_DECIMAL *)
 {
     return false;
 }
@@ -228,7 +158,7 @@ int deccvasc(const char *field, int length, t_DECIMAL *result)
     if (r.at == r.end && length >= 0) return DEC_OK;
 
     const uint8_t pos = read_sign(&r);
-    if (read_at_once(r.at, static_cast<int>(r.end - r.at), pos, result)) return DEC_OK;
+    if (read_at_once(&r, pos, result)) return DEC_OK;
     int code = read_number(&r);
     if (code != DEC_OK) return code;
     place_point(&r);

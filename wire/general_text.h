@@ -1,10 +1,20 @@
 /* SPDX-License-Identifier: MIT
  *
  * Text of a REAL in general form, from its decimals. */
-#ifndef KA_GENERAL_TEXT_H
-#define KA_GENERAL_TEXT_H
+#ifndef KA_WIRE_GENERAL_TEXT_H
+#define KA_WIRE_GENERAL_TEXT_H
 
-#include "real_decimals.h"
+#include <stdint.h>
+#include <string.h>
+
+#include "wire/real_digits.h"
+#include "wire/real_fault.h"
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+namespace wire {
 
 /* 0.ddd... * 10^point, the last decimal not 0 unless it is the only one. From decimals on 16 characters can be read.
  */
@@ -16,7 +26,7 @@ struct t_SHOWN {
 };
 
 /* Two characters for each digit. All at once: a processor that then reads some of them waits for pieces. */
-static inline void put_digits(wire::t_REAL_DIGITS digits, char *decimals)
+static inline void put_digits(t_REAL_DIGITS digits, char *decimals)
 {
     typedef uint32_t t_WORDS __attribute__((vector_size(16)));
     typedef uint8_t t_BYTES __attribute__((vector_size(16)));
@@ -29,27 +39,43 @@ static inline void put_digits(wire::t_REAL_DIGITS digits, char *decimals)
     memcpy(decimals, &characters, sizeof characters);
 }
 
-/* What dececvt gives for x in normal form, without the zeros at the end; in room, of 17 characters. ndigit is 1 or
-   more. The last digit that counts is not 0, so only its units can be. Test: MGcvt.is_what_the_long_way_gives. */
-static inline bool show_normal(const t_DECIMAL *x, int ndigit, char *room, t_SHOWN *shown)
+#ifdef __SSE2__
+/* All decimals of a REAL in normal form, in room, of 17 characters; false if the record is any other, also where
+   digits that are in use are above 99 or the first of them is 0. 6554 / 2^16 is above 1 / 10 by less than 1e-5. */
+static inline bool show_all(const void *record, char *room, t_SHOWN *shown)
 {
-    wire::t_REAL_DIGITS digits;
-    if (!load_normal(x, &digits)) return false;
-    int exponent = x->dec_exp;
-    int zeros = (digits.first & 0xFF) < 10 ? 1 : 0;
-    int count = wire::count_digits(digits);
-    if (2 * count - zeros > ndigit) {
-        const t_SIXTEEN rounded = round_to(join(digits, exponent), ndigit + zeros);
-        digits = {wire::split_digits(rounded.first), wire::split_digits(rounded.last)};
-        exponent = rounded.exponent;
-        zeros = leading_zeros(rounded);
-        count = wire::count_digits(digits);
-    }
-    put_digits(digits, room);
-    const int length = 2 * count - zeros - (room[2 * count - 1] == '0' ? 1 : 0);
-    *shown = {room + zeros, length, 2 * exponent - zeros, x->dec_pos == DEC_NEGATIVE};
+    uint32_t header;
+    memcpy(&header, record, sizeof header);
+    const int exponent = static_cast<int16_t>(header);
+    const uint32_t sign = header >> 16 & 0xFF;
+    const uint32_t count = header >> 24;
+    const bool in_range = exponent >= REAL_EXPONENT_MIN && exponent <= REAL_EXPONENT_MAX;
+    if (!in_range || sign > uint32_t{REAL_PLUS} || count - 1 > uint32_t{REAL_DIGITS_MAX} - 1) return false;
+    const void *bytes = static_cast<const char *>(record) + REAL_DIGITS_AT;
+    const __m128i in_use = _mm_srl_epi64(_mm_set1_epi32(-1), _mm_cvtsi32_si128(static_cast<int>(64 - 8 * count)));
+    const __m128i digits = _mm_and_si128(_mm_loadl_epi64(static_cast<const __m128i *>(bytes)), in_use);
+    const bool above_99 =
+        (_mm_movemask_epi8(_mm_adds_epu8(digits, _mm_set1_epi8(0x7F - REAL_DIGIT_MAX))) & 0xFF) != 0;
+
+    const __m128i pairs = _mm_unpacklo_epi8(digits, _mm_setzero_si128());
+    const __m128i tens = _mm_mulhi_epu16(pairs, _mm_set1_epi16(6554));
+    const __m128i ones = _mm_sub_epi16(pairs, _mm_mullo_epi16(tens, _mm_set1_epi16(10)));
+    const __m128i decimals = _mm_or_si128(tens, _mm_slli_epi16(ones, 8));
+    const int zeros = _mm_movemask_epi8(_mm_cmpeq_epi8(decimals, _mm_setzero_si128()));
+    const uint32_t nonzero = ~static_cast<uint32_t>(zeros) & 0xFFFF;
+    if (above_99 || (nonzero & 3) == 0) return false;
+    void *to = room;
+    _mm_storeu_si128(static_cast<__m128i *>(to), _mm_or_si128(decimals, _mm_set1_epi8('0')));
+    const int lead = static_cast<int>(~nonzero & 1);
+    *shown = {room + lead, 32 - __builtin_clz(nonzero) - lead, 2 * exponent - lead, sign == uint32_t{REAL_MINUS}};
     return true;
 }
+#else
+static inline bool show_all(const void *, char *, t_SHOWN *)
+{
+    return false;
+}
+#endif
 
 /* Exactly count characters, 0 to 16, in few steps: the second overlaps the first. Returns their end. */
 static inline char *put_characters(char *out, const char *characters, int count)
@@ -120,5 +146,7 @@ static inline void put_general(const t_SHOWN *shown, int ndigit, char *out)
     out = scientific ? put_scientific(shown, out) : put_fixed(shown, out);
     *out = '\0';
 }
+
+} // namespace wire
 
 #endif
