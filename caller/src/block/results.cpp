@@ -9,7 +9,7 @@
 #include "base/copy.h"
 #include "segment.h"
 #include "wire/kinds.h"
-#include "wire/real_fault.h"
+#include "wire/sound_reals.h"
 
 static bool is_argument(const ka_host *host, int32_t argument)
 {
@@ -29,7 +29,8 @@ void take_results(ka_host *host)
     }
 }
 
-static const t_ARGUMENT *refuse_result(ka_host *host, int32_t argument, int32_t type, int32_t count)
+[[gnu::cold, gnu::noinline]] static const t_ARGUMENT *refuse_result(ka_host *host, int32_t argument, int32_t type,
+                                                                    int32_t count)
 {
     if (take_turn(host, TURN_GET) != KA_DONE) {
         /* the error is stored */
@@ -49,8 +50,9 @@ static const t_ARGUMENT *refuse_result(ka_host *host, int32_t argument, int32_t 
 }
 
 /* The argument, or null with the error stored. There are arguments in the one state only in which it is the turn of
-   their results. */
-static const t_ARGUMENT *find_result(ka_host *host, int32_t argument, int32_t type, int32_t count)
+   their results. Compiled into each function: for one value it is most of the work. */
+[[gnu::always_inline]] static inline const t_ARGUMENT *find_result(ka_host *host, int32_t argument, int32_t type,
+                                                                   int32_t count)
 {
     const bool found = is_argument(host, argument) && host->arguments[argument].gives_back &&
                        host->arguments[argument].type == type && count >= 0 &&
@@ -85,13 +87,10 @@ static_assert(wire::REAL_DIGITS_AT == offsetof(t_DECIMAL, dec_dgts) && wire::REA
 static_assert(wire::REAL_PLUS == DEC_POSITIVE && wire::REAL_MINUS == DEC_NEGATIVE && wire::REAL_NULL == DEC_NULL);
 static_assert(wire::REAL_EXPONENT_MIN == DEC_EXP_MIN && wire::REAL_EXPONENT_MAX == DEC_EXP_MAX);
 
-static constexpr wire::t_REAL_BITS null = {uint32_t{DEC_NULL} << 16, 0};
-
 t_DECIMAL read_real(const ka_host *host, const t_ARGUMENT *argument, int32_t index)
 {
     t_DECIMAL real;
-    const wire::t_REAL_BITS bits = wire::load_real_bits(element(host, argument, index));
-    wire::store_real_bits(wire::is_sound(bits) ? bits : null, &real);
+    wire::copy_sound_reals(element(host, argument, index), &real, 1);
     return real;
 }
 
@@ -99,37 +98,44 @@ int32_t ka_get_reals(ka_host *host, int32_t argument, t_DECIMAL *values, int32_t
 {
     const t_ARGUMENT *found = find_result(host, argument, DLL_REAL, count);
     if (!found) return host->error.error_class;
-    const char *from = element(host, found, 0);
-    for (int32_t i = 0; i < count; i++, from += sizeof *values) {
-        const wire::t_REAL_BITS bits = wire::load_real_bits(from);
-        wire::store_real_bits(wire::is_sound(bits) ? bits : null, &values[i]);
-    }
+    wire::copy_sound_reals(element(host, found, 0), values, count);
     return KA_DONE;
 }
 
 int32_t ka_get_doubles(ka_host *host, int32_t argument, double *values, int32_t count)
 {
+    constexpr int32_t most = 16;
     const t_ARGUMENT *found = find_result(host, argument, DLL_REAL, count);
     if (!found) return host->error.error_class;
-    for (int32_t i = 0; i < count; i++) {
-        t_DECIMAL real;
-        const wire::t_REAL_BITS bits = wire::load_real_bits(element(host, found, i));
-        wire::store_real_bits(bits, &real);
-        values[i] = __builtin_nan("");
-        if (wire::is_sound(bits)) dectodbl(&real, &values[i]);
+    for (int32_t from = 0; from < count; from += most) {
+        t_DECIMAL reals[most];
+        const int32_t copied = count - from < most ? count - from : most;
+        wire::copy_sound_reals(element(host, found, from), reals, copied);
+        for (int32_t i = 0; i < copied; i++) {
+            values[from + i] = __builtin_nan("");
+            if (reals[i].dec_pos != DEC_NULL) dectodbl(&reals[i], &values[from + i]);
+        }
     }
     return KA_DONE;
 }
 
-int32_t read_string(const ka_host *host, const t_ARGUMENT *argument, int32_t index, char *buffer, int32_t size)
+/* Compiled into its callers, too. */
+[[gnu::always_inline]] static inline int32_t copy_string(const ka_host *host, const t_ARGUMENT *argument,
+                                                         int32_t index, char *buffer, int32_t size)
 {
+    const char *from = element(host, argument, index);
     int32_t length;
-    memcpy(&length, element(host, argument, index), sizeof length);
+    memcpy(&length, from, sizeof length);
     if (length < 0) length = 0;
     if (length > argument->room) length = argument->room;
     const int32_t copied = length < size ? length : size;
-    if (copied > 0) copy_characters(buffer, element(host, argument, index) + 4, static_cast<size_t>(copied));
+    if (copied > 0) copy_characters(buffer, from + 4, static_cast<size_t>(copied));
     return length;
+}
+
+int32_t read_string(const ka_host *host, const t_ARGUMENT *argument, int32_t index, char *buffer, int32_t size)
+{
+    return copy_string(host, argument, index, buffer, size);
 }
 
 int32_t ka_get_string(ka_host *host, int32_t argument, int32_t index, char *buffer, int32_t size, int32_t *length)
@@ -138,6 +144,6 @@ int32_t ka_get_string(ka_host *host, int32_t argument, int32_t index, char *buff
     if (!found) return host->error.error_class;
     if (index < 0) return fail(host, KA_ARGUMENT, "index is %d; it must not be below 0", index);
     if (size < 0) return fail(host, KA_ARGUMENT, "size is %d; it must not be below 0", size);
-    *length = read_string(host, found, index, buffer, size);
+    *length = copy_string(host, found, index, buffer, size);
     return KA_DONE;
 }
