@@ -149,7 +149,7 @@ static int32_t put_values(ka_host *host, const t_ARGUMENT *argument, const t_SOU
 /* ---- Arguments ------------------------------------------------------------------------------------------------- */
 
 /* A call that is too big goes on being summed up; any other error ends the building. */
-static int32_t begin_argument(ka_host *host)
+static int32_t begin_unusual_argument(ka_host *host)
 {
     if (take_turn(host, TURN_ADD) != KA_DONE) return host->error.error_class;
     if (host->building.error == KA_ARGUMENT) return KA_ARGUMENT;
@@ -157,6 +157,14 @@ static int32_t begin_argument(ka_host *host)
     fail(host, KA_ARGUMENT, "a call of \"%s\" with more than %d arguments", host->function, DLL_MAX_ARGS);
     host->error.argument = host->building.argc;
     return keep_error(host);
+}
+
+/* Mostly it is the turn of arguments, as it is in no other state, and nothing was wrong. */
+static inline int32_t begin_argument(ka_host *host)
+{
+    const bool usual =
+        host->life.state == STATE_BUILDING && host->building.error == KA_DONE && host->building.argc <= DLL_MAX_ARGS;
+    return usual ? int32_t{KA_DONE} : begin_unusual_argument(host);
 }
 
 /* An argument of no elements still gets a word of its own: its address must lie inside the segment. The sum stops
@@ -200,19 +208,20 @@ static int32_t add_numbers(ka_host *host, int32_t type, size_t size, int32_t cou
     return add_argument(host, &shape, static_cast<int64_t>(size), source);
 }
 
-int32_t ka_add_integers(ka_host *host, const int32_t *values, int32_t count, int32_t passing)
+/* What the exported functions below share: between those a call goes through a table. */
+static inline int32_t add_integers(ka_host *host, const int32_t *values, int32_t count, int32_t passing)
 {
     const t_SOURCE source = {.integers = values};
     return add_numbers(host, DLL_INTEGER, sizeof *values, count, passing, &source);
 }
 
-int32_t ka_add_reals(ka_host *host, const t_DECIMAL *values, int32_t count, int32_t passing)
+static inline int32_t add_reals(ka_host *host, const t_DECIMAL *values, int32_t count, int32_t passing)
 {
     const t_SOURCE source = {.reals = values};
     return add_numbers(host, DLL_REAL, sizeof *values, count, passing, &source);
 }
 
-int32_t ka_add_doubles(ka_host *host, const double *values, int32_t count, int32_t passing)
+static inline int32_t add_doubles(ka_host *host, const double *values, int32_t count, int32_t passing)
 {
     const t_SOURCE source = {.doubles = values};
     return add_numbers(host, DLL_REAL, sizeof(t_DECIMAL), count, passing, &source);
@@ -243,7 +252,7 @@ static int32_t longest_of(ka_host *host, const ka_text *values, int32_t count, i
     return longest;
 }
 
-int32_t ka_add_strings(ka_host *host, const ka_text *values, int32_t count, int32_t room, int32_t passing)
+static int32_t add_strings(ka_host *host, const ka_text *values, int32_t count, int32_t room, int32_t passing)
 {
     if (begin_argument(host) != KA_DONE) return host->error.error_class;
     if (room < 0) return fail_negative(host, "room", room);
@@ -254,20 +263,21 @@ int32_t ka_add_strings(ka_host *host, const ka_text *values, int32_t count, int3
     return add_argument(host, &shape, (int64_t{4} + shape.room + 3) / 4 * 4, &source);
 }
 
+/* ---- Many values, and one -------------------------------------------------------------------------------------- */
+
+int32_t ka_add_integers(ka_host *host, const int32_t *values, int32_t count, int32_t passing)
+{
+    return add_integers(host, values, count, passing);
+}
+
 int32_t ka_add_integer(ka_host *host, int32_t value, int32_t passing)
 {
-    return ka_add_integers(host, &value, 1, passing);
+    return add_integers(host, &value, 1, passing);
 }
 
-int32_t ka_add_double(ka_host *host, double value, int32_t passing)
+int32_t ka_add_reals(ka_host *host, const t_DECIMAL *values, int32_t count, int32_t passing)
 {
-    return ka_add_doubles(host, &value, 1, passing);
-}
-
-int32_t ka_add_string(ka_host *host, const char *data, int32_t length, int32_t room, int32_t passing)
-{
-    const ka_text value = {data, length};
-    return ka_add_strings(host, &value, 1, room, passing);
+    return add_reals(host, values, count, passing);
 }
 
 int32_t ka_add_real(ka_host *host, const char *text, int32_t passing)
@@ -275,8 +285,29 @@ int32_t ka_add_real(ka_host *host, const char *text, int32_t passing)
     if (begin_argument(host) != KA_DONE) return host->error.error_class;
     t_DECIMAL value;
     if (ka_real_from_text(text, static_cast<int32_t>(strlen(text)), &value) == KA_DONE)
-        return ka_add_reals(host, &value, 1, passing);
+        return add_reals(host, &value, 1, passing);
     char what[80];
     snprintf(what, sizeof what, "\"%.40s\" is not a REAL", text);
     return fail_element(host, 0, what);
+}
+
+int32_t ka_add_doubles(ka_host *host, const double *values, int32_t count, int32_t passing)
+{
+    return add_doubles(host, values, count, passing);
+}
+
+int32_t ka_add_double(ka_host *host, double value, int32_t passing)
+{
+    return add_doubles(host, &value, 1, passing);
+}
+
+int32_t ka_add_strings(ka_host *host, const ka_text *values, int32_t count, int32_t room, int32_t passing)
+{
+    return add_strings(host, values, count, room, passing);
+}
+
+int32_t ka_add_string(ka_host *host, const char *data, int32_t length, int32_t room, int32_t passing)
+{
+    const ka_text value = {data, length};
+    return add_strings(host, &value, 1, room, passing);
 }
