@@ -345,6 +345,23 @@ TEST(SameBytesOfText, records_become_fields)
     }
 }
 
+// Every count of digits with the point everywhere, in every length of field and every number of places.
+TEST(SameBytesOfText, all_forms_become_fields)
+{
+    for (int count = 1; count <= DEC_DIGITS; count++)
+        for (const int first : {1, 10, 99})
+            for (const int last : {5, 10, 99})
+                for (int exp = -1; exp <= 9; exp++)
+                    for (int length = 1; length <= 36; length += length < 22 ? 1 : 2)
+                        for (int places = -1; places <= 17 && !HasFatalFailure(); places++) {
+                            t_DECIMAL x = record(exp, (count + places) % 2, {11, 22, 33, 44, 55, 66, 77, 88});
+                            x.dec_ndgts = static_cast<int8_t>(count);
+                            x.dec_dgts[count - 1] = static_cast<uint8_t>(last);
+                            x.dec_dgts[0] = static_cast<uint8_t>(first);
+                            expect_same_field(x, length, places);
+                        }
+}
+
 TEST(SameBytesOfText, records_become_digit_strings)
 {
     Draw draw;

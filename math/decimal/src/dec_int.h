@@ -5,7 +5,10 @@
  *
  * Operations read records through dec_count and dec_digit, which take a digit count below 0 for 0 and above 8 for 8:
  * a broken record gives a meaningless value, and no access outside it. Digits above 99 are harmless for the same
- * reason: they stay bytes. */
+ * reason: they stay bytes.
+ *
+ * Where an operation has a fast way, the plain one is not inlined beside it: 32-bit processors have so few registers
+ * that the fast one would keep its values in memory. */
 #ifndef KA_DEC_INT_H
 #define KA_DEC_INT_H
 

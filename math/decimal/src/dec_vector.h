@@ -33,11 +33,6 @@ inline __m128i dec_load_sixteen(const void *bytes)
     return _mm_loadu_si128(static_cast<const __m128i *>(bytes));
 }
 
-inline void dec_store_sixteen(void *bytes, __m128i x)
-{
-    _mm_storeu_si128(static_cast<__m128i *>(bytes), x);
-}
-
 /* The digits in use; the others are 0. */
 inline __m128i dec_load(const t_DECIMAL *x, int count)
 {
@@ -77,10 +72,26 @@ inline int dec_give_digits(int exp, uint8_t pos, __m128i digits, t_DECIMAL *resu
     return code;
 }
 
+/* Two digits as one number of four decimals. 256 * 25600 is 100 * 2^16: the upper half of the product of 256 * first
+   is 100 * first. */
+inline __m128i dec_quads_of_digits(__m128i digits)
+{
+    const __m128i hundreds = _mm_mulhi_epu16(_mm_slli_epi16(digits, 8), _mm_set1_epi16(256 * DEC_BASE));
+    return _mm_add_epi16(hundreds, _mm_srli_epi16(digits, 8));
+}
+
+/* The other way, for quads below 10^4: 5243 / 2^19 is above 1 / 100 by less than 3e-7, times 10^4 less than the 1 /
+   100 by which any quotient is at least below the next integer. first + 256 * (quad - 100 * first) is 256 * quad -
+   25599 * first. */
+inline __m128i dec_digits_of_quads(__m128i quads)
+{
+    const __m128i firsts = _mm_srli_epi16(_mm_mulhi_epu16(quads, _mm_set1_epi16(5243)), 3);
+    return _mm_sub_epi16(_mm_slli_epi16(quads, 8), _mm_mullo_epi16(firsts, _mm_set1_epi16(256 * DEC_BASE - 1)));
+}
+
 /* The digits of high * 10^8 + low, both below 10^8.
    The quotients: 3518437209 / 2^45 is above 1 / 10^4 by less than 2e-14; times 10^8 that is less than the 1 / 10^4 by
-   which any quotient is at least below the next integer. 5243 / 2^19 is above 1 / 100 by less than 3e-7, times 10^4
-   less than 1 / 100. */
+   which any quotient is at least below the next integer. */
 inline __m128i dec_digits_of_halves(uint32_t high, uint32_t low)
 {
     const __m128i halves =
@@ -88,9 +99,7 @@ inline __m128i dec_digits_of_halves(uint32_t high, uint32_t low)
     const __m128i firsts = _mm_srli_epi64(_mm_mul_epu32(halves, _mm_set1_epi32(static_cast<int>(3518437209U))), 45);
     const __m128i seconds = _mm_sub_epi32(halves, _mm_mul_epu32(firsts, _mm_set1_epi32(dec_quad_base)));
     const __m128i quads = _mm_or_si128(firsts, _mm_slli_epi64(seconds, 32));
-    const __m128i tens = _mm_srli_epi16(_mm_mulhi_epu16(quads, _mm_set1_epi16(5243)), 3);
-    const __m128i ones = _mm_sub_epi16(quads, _mm_mullo_epi16(tens, _mm_set1_epi16(DEC_BASE)));
-    const __m128i pairs = _mm_or_si128(tens, _mm_slli_epi16(ones, 8));
+    const __m128i pairs = dec_digits_of_quads(quads);
     return _mm_packs_epi32(pairs, pairs);
 }
 

@@ -71,7 +71,7 @@ static int divide_at(int *r, const t_DECIMAL *b, int k)
 }
 
 /* For operands of any digits. */
-static int divide_by_digits(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result)
+[[gnu::noinline]] static int divide_by_digits(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result)
 {
     int r[ACCSIZE];
     for (int i = 0; i < ACCSIZE; i++)
@@ -121,9 +121,7 @@ static double double_of(uint64_t number)
    known, if it is farther off. both: the digits of a, then those of b. */
 static bool divide_exactly(__m128i both, t_QUOTIENT *q)
 {
-    const __m128i firsts = _mm_and_si128(both, _mm_set1_epi16(0xFF));
-    const __m128i pairs = _mm_add_epi16(_mm_mullo_epi16(firsts, _mm_set1_epi16(DEC_BASE)), _mm_srli_epi16(both, 8));
-    const __m128i halves = _mm_madd_epi16(pairs, _mm_set1_epi32(1 << 16 | dec_quad_base));
+    const __m128i halves = _mm_madd_epi16(dec_quads_of_digits(both), _mm_set1_epi32(1 << 16 | dec_quad_base));
     const uint64_t a = number_of(halves);
     const uint64_t b = number_of(_mm_srli_si128(halves, 8));
     const double inverse = 1.0 / double_of(b);

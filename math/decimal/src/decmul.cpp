@@ -24,7 +24,7 @@ static int multiply(const t_DECIMAL *a, const t_DECIMAL *b, uint8_t *digits)
 }
 
 /* For factors of any digits. */
-static int multiply_by_digits(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result)
+[[gnu::noinline]] static int multiply_by_digits(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result)
 {
     /* The carry is the first digit of the product: without it the first one is a place lower. */
     t_DECACC acc = {static_cast<int16_t>(a->dec_exp + b->dec_exp - 1), dec_common_sign(a, b), ACCSIZE, {}};
@@ -51,7 +51,7 @@ static t_SUMS multiply_pairs(__m128i both)
 {
     constexpr int reversed = _MM_SHUFFLE(0, 1, 2, 3);
     const __m128i firsts = _mm_and_si128(both, _mm_set1_epi16(0xFF));
-    const __m128i pairs = _mm_add_epi16(_mm_mullo_epi16(firsts, _mm_set1_epi16(DEC_BASE)), _mm_srli_epi16(both, 8));
+    const __m128i pairs = dec_quads_of_digits(both);
     const __m128i b_pairs = _mm_shufflelo_epi16(_mm_srli_si128(pairs, 8), reversed);
     const __m128i b_firsts = _mm_shufflelo_epi16(_mm_srli_si128(firsts, 8), reversed);
     /* i + j = 3, and after it the first digits of the pairs with i + j = 4. */
@@ -93,9 +93,7 @@ static bool multiply_at_once(const t_DECIMAL *a, const t_DECIMAL *b, __m128i bot
     /* The carry out of the first column, and columns 0 to 6. */
     __m128i quads = _mm_cvtsi32_si128(static_cast<int>(highest) | first << 16);
     quads = _mm_insert_epi16(_mm_insert_epi16(quads, third, 2), fifth, 3);
-    const __m128i tens = _mm_srli_epi16(_mm_mulhi_epu16(quads, _mm_set1_epi16(5243)), 3);
-    const __m128i ones = _mm_sub_epi16(quads, _mm_mullo_epi16(tens, _mm_set1_epi16(DEC_BASE)));
-    __m128i digits = _mm_or_si128(tens, _mm_slli_epi16(ones, 8));
+    __m128i digits = dec_digits_of_quads(quads);
     int last = fifth % DEC_BASE;
     int guard = rest / DEC_BASE;
     int exp = static_cast<int16_t>(a->dec_exp + b->dec_exp - 1);
@@ -119,11 +117,11 @@ static bool multiply_at_once(const t_DECIMAL *a, const t_DECIMAL *b, __m128i bot
 int decmul(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result)
 {
     if (dec_isnull(a) || dec_isnull(b)) return dec_give_null(result);
-    if (dec_iszero(a) || dec_iszero(b)) return dec_give_zero(result);
 #ifdef __SSE2__
-    const __m128i both = dec_load_both(a, b);
+    const __m128i both = dec_load_both(a, b); /* that of a zero is not usual */
     int code = DEC_OK;
     if (dec_areusual(both) && multiply_at_once(a, b, both, result, &code)) return code;
 #endif
+    if (dec_iszero(a) || dec_iszero(b)) return dec_give_zero(result);
     return multiply_by_digits(a, b, result);
 }

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include "dec_vector.h"
+#include "wire/real_decimals.h"
 
 namespace {
 /* A field, or the part of one that is left, written from the left; characters that do not fit are dropped. */
@@ -154,62 +155,48 @@ static bool put_scientific(const t_DECIMAL *value, char *field, int length, int 
 
 static constexpr int vector_size = 16;
 
-/* From index 16 - n on: a mask of the first n bytes of 16. */
-static constexpr uint8_t first_bytes[2 * vector_size] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-                                                         0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+namespace {
+/* Decimals in a row, whole of them before the point, and places after it, of which the row may lack the last one: the
+   seventeenth of all. */
+struct t_ROW {
+    __m128i decimals;
+    int whole;
+    int places;
+    char seventeenth;
+};
+} // namespace
 
-static __m128i first_of(int count)
-{
-    return dec_load_sixteen(first_bytes + vector_size - count);
-}
-
-static __m128i chosen(__m128i mask, __m128i where_set, __m128i elsewhere)
-{
-    return _mm_or_si128(_mm_and_si128(mask, where_set), _mm_andnot_si128(mask, elsewhere));
-}
-
-/* Two characters for each digit. 103 / 1024 is above 1 / 10 by less than 6e-4; times 99 that is less than the 1 / 10
-   by which any quotient is at least below the next integer. */
-static __m128i characters_of(__m128i digits)
-{
-    const __m128i words = _mm_unpacklo_epi8(digits, _mm_setzero_si128());
-    const __m128i tens = _mm_srli_epi16(_mm_mullo_epi16(words, _mm_set1_epi16(103)), 10);
-    const __m128i ones = _mm_sub_epi16(words, _mm_mullo_epi16(tens, _mm_set1_epi16(10)));
-    return _mm_add_epi8(_mm_or_si128(tens, _mm_slli_epi16(ones, 8)), _mm_set1_epi8('0'));
-}
-
-/* The decimals, of which whole are before the point, in the field, with the point if there are places, and blanks. */
-static void put_characters(char *field, int length, bool negative, __m128i decimals, int whole, int places)
+/* The row with a point in it if there are places, then blanks. A sign is written first, and where there is none the
+   text goes over it: whether there is one is not known before, and a branch would be guessed wrong. */
+static void put_row(char *field, int length, bool negative, const t_ROW &row)
 {
     const __m128i blanks = _mm_set1_epi8(' ');
-    __m128i text = decimals;
-    int used = whole;
-    char last = ' ';
-    if (places > 0) {
-        const __m128i point_and_rest = chosen(first_of(whole + 1), _mm_set1_epi8('.'), _mm_slli_si128(decimals, 1));
-        text = chosen(first_of(whole), decimals, point_and_rest);
-        used += 1 + places;
-        if (used > vector_size) last = static_cast<char>(_mm_extract_epi16(decimals, 7) >> 8);
-    }
-    if (used < vector_size) text = chosen(first_of(used), text, blanks);
-    char *const start = field + (negative ? 1 : 0);
+    const __m128i characters = wire::characters_of(row.decimals);
+    const int used = row.places > 0 ? row.whole + 1 + row.places : row.whole;
+    const __m128i point_and_rest =
+        wire::chosen(wire::first_of(row.whole + 1), _mm_set1_epi8('.'), _mm_slli_si128(characters, 1));
+    const __m128i text = wire::chosen(wire::first_of(row.whole), characters, point_and_rest);
+    const __m128i filled = wire::chosen(wire::first_of(used < vector_size ? used : vector_size), text, blanks);
+
     const int room = length - (negative ? 1 : 0);
+    if (room > 2 * vector_size) fill(field, length, ' ');
+    if (room > vector_size) wire::store_sixteen(field + length - vector_size, blanks);
+    field[0] = '-';
+    char *const start = field + (negative ? 1 : 0);
     if (room > vector_size) {
-        if (room > 2 * vector_size) fill(field, length, ' ');
-        dec_store_sixteen(field + length - vector_size, blanks);
-        dec_store_sixteen(start, text);
-        start[vector_size] = last;
+        wire::store_sixteen(start, filled);
+        const int last = _mm_extract_epi16(characters, 7) >> 8;
+        start[vector_size] = static_cast<char>(used > vector_size ? last : ' ');
+        if (used > vector_size + 1) start[vector_size + 1] = row.seventeenth;
     } else {
         char all[vector_size];
-        dec_store_sixteen(all, text);
+        wire::store_sixteen(all, filled);
         memcpy(start, all, static_cast<size_t>(room));
     }
-    if (negative) field[0] = '-';
 }
 
 /* Does all of dectoasc for a value of normal form from 0.01 to 10^16 whose text fits, if it has no more than 16
-   decimals, counting a zero in front, and what is cut off begins with a decimal below 5, which rounding leaves alone.
- */
+   decimals, and what is cut off begins with a decimal below 5, which rounding leaves alone. */
 static bool put_at_once(const t_DECIMAL *value, char *field, int length, int places)
 {
     const int count = dec_count(value);
@@ -221,21 +208,20 @@ static bool put_at_once(const t_DECIMAL *value, char *field, int length, int pla
     const int zeros = value->dec_dgts[0] < 10 ? 1 : 0;
     const int decpt = 2 * value->dec_exp - zeros;
     const int end = zeros + decpt + places; /* in the decimals of the digits */
-    if (decpt + places < 1) return false;
+    if (decpt + places < 1 || end > vector_size) return false;
     if (end < 2 * count && (end % 2 == 0 ? value->dec_dgts[end / 2] / 10 : value->dec_dgts[end / 2] % 10) >= 5)
         return false;
 
-    const bool below_one = decpt < 1; /* then one zero is before the point */
+    const bool below_one = decpt < 1; /* then one zero is before the point, and all decimals of the digits after it */
     const bool negative = dec_isnegative(value);
     const int whole = below_one ? 1 : decpt;
     const int width = whole + (places > 0 ? 1 + places : 0) + (negative ? 1 : 0);
-    if (end + (below_one ? 1 : 0) > vector_size || width > length) return false;
-    __m128i decimals = characters_of(digits);
-    if (below_one)
-        decimals = _mm_or_si128(_mm_slli_si128(decimals, 1), _mm_cvtsi32_si128('0'));
-    else if (zeros > 0)
-        decimals = _mm_srli_si128(decimals, 1);
-    put_characters(field, length, negative, decimals, whole, places);
+    if (width > length) return false;
+    const __m128i decimals = wire::decimals_of(digits);
+    const int last = _mm_extract_epi16(wire::characters_of(decimals), 7) >> 8;
+    const __m128i in_row = wire::chosen(wire::first_of(below_one ? vector_size : 0), _mm_slli_si128(decimals, 1),
+                                        wire::moved_to_front(decimals, zeros));
+    put_row(field, length, negative, {in_row, whole, places, static_cast<char>(last)});
     return true;
 }
 #else
@@ -245,23 +231,28 @@ static bool put_at_once(const t_DECIMAL *, char *, int, int)
 }
 #endif
 
-int dectoasc(const t_DECIMAL *value, char *field, int length, int places)
+/* For values and fields of any kind. */
+[[gnu::noinline]] static void put_by_decimals(const t_DECIMAL *value, char *field, int length, int places)
 {
-    if (length < 1) return DEC_OK;
-    if (places < 0) places = places_of(value);
-    if (put_at_once(value, field, length, places)) return DEC_OK;
     fill(field, length, ' ');
-    if (dec_isnull(value)) return DEC_OK;
+    if (dec_isnull(value)) return;
 
     t_FIELD fixed = {field, length, 0};
     const int decpt = put_fixed(value, &fixed, places);
-    if (length - (dec_isnegative(value) ? 1 : 0) >= decpt) return DEC_OK;
-    if (put_scientific(value, field, length, decpt)) return DEC_OK;
+    if (length - (dec_isnegative(value) ? 1 : 0) >= decpt) return;
+    if (put_scientific(value, field, length, decpt)) return;
 
     /* For completeness: a value below 0.01 has no integer part, so its text is the fixed one and it never comes here.
      */
     const bool tiny = value->dec_exp < -1;
     fill(field, length, tiny ? ' ' : '*'); // GCOVR_EXCL_LINE: never tiny, see above
     if (tiny) field[0] = '0';              // GCOVR_EXCL_LINE: likewise
+}
+
+int dectoasc(const t_DECIMAL *value, char *field, int length, int places)
+{
+    if (length < 1) return DEC_OK;
+    if (places < 0) places = places_of(value);
+    if (!put_at_once(value, field, length, places)) put_by_decimals(value, field, length, places);
     return DEC_OK;
 }

@@ -2,6 +2,7 @@
  *
  * Records to integers, truncated toward zero. Null gives the most negative integer of the width. */
 #include "dec_int.h"
+#include "wire/real_digits.h"
 
 /* Fraction digits play no part: 2147483647.99 is in range.
    KEPT: a zero with sign byte 0 and an exponent above 0, other than the limit's 5, is out of range, since deccmp puts
@@ -15,7 +16,7 @@ static bool in_range(const t_DECIMAL *value)
 }
 
 /* For records of any kind. */
-static int convert_by_digits(const t_DECIMAL *value, int32_t *result)
+[[gnu::noinline]] static int convert_by_digits(const t_DECIMAL *value, int32_t *result)
 {
     if (value->dec_exp > 0 && !in_range(value)) return DEC_OVERFLOW;
     /* Unsigned, since the magnitude of the most negative integer needs it. A value in range with digits has at most
@@ -27,21 +28,27 @@ static int convert_by_digits(const t_DECIMAL *value, int32_t *result)
     return DEC_OK;
 }
 
-/* A record whose integer part has at most four digits needs no look at the limits: they have five. The digits are
-   added with weights modulo 2^32, as one by one, whatever their values; a zero, and a sign byte that is no sign, are
-   left to the rules above. */
-int dectofix(const t_DECIMAL *value, int32_t *result)
+/* A record whose integer part has at most four digits needs no look at the limits: they have five. These digits are
+   moved to the end of a word of four, and added with their weights, whatever they are: 255 * 1010101 is below 2^32. A
+   zero, and a sign byte that is not a sign, are left to the rules above; without an integer part they all give 0.
+   Zero to four digits are moved in two steps, since no shift is one of 32 bits. */
+static inline bool convert_at_once(const t_DECIMAL *value, int32_t *result)
 {
     constexpr int most = 4;
-    constexpr uint32_t weights[most] = {1, DEC_BASE, DEC_BASE * DEC_BASE, DEC_BASE * DEC_BASE * DEC_BASE};
-    if (dec_iszero(value) || value->dec_exp < 1 || value->dec_exp > most || value->dec_pos > DEC_POSITIVE)
-        return convert_by_digits(value, result);
-    const int whole = value->dec_exp;
-    uint32_t magnitude = value->dec_dgts[0] * weights[whole - 1];
-    for (int i = 1; i < dec_count(value) && i < whole; i++)
-        magnitude += value->dec_dgts[i] * weights[whole - 1 - i];
-    *result = static_cast<int32_t>(dec_isnegative(value) ? 0U - magnitude : magnitude);
-    return DEC_OK;
+    const int exp = value->dec_exp;
+    const int count = value->dec_ndgts;
+    if (count < 1 || count > DEC_DIGITS || exp < 0 || exp > most || value->dec_pos > DEC_POSITIVE) return false;
+    const uint32_t digits = wire::load_digits(value->dec_dgts, count).first;
+    const int half = 4 * (most - exp);
+    const uint32_t magnitude = wire::join_digits(digits << half << half);
+    const uint32_t flip = value->dec_pos - 1U; /* all bits for a negative value, which is ~(magnitude - 1) */
+    *result = static_cast<int32_t>((magnitude ^ flip) - flip);
+    return true;
+}
+
+int dectofix(const t_DECIMAL *value, int32_t *result)
+{
+    return convert_at_once(value, result) ? int{DEC_OK} : convert_by_digits(value, result);
 }
 
 /* KEPT: -32768 is stored like any other value, although it also means null, so the two look the same.
@@ -60,9 +67,10 @@ int dectoint16(const t_DECIMAL *value, int16_t *result)
 
 int dectoint32(const t_DECIMAL *value, int32_t *result)
 {
+    if (convert_at_once(value, result)) return DEC_OK;
     if (dec_isnull(value)) {
         *result = INT32_MIN;
         return DEC_OK;
     }
-    return dectofix(value, result);
+    return convert_by_digits(value, result);
 }
