@@ -25,20 +25,6 @@ struct t_SHOWN {
     bool negative;
 };
 
-/* Two characters for each digit. All at once: a processor that then reads some of them waits for pieces. */
-static inline void put_digits(t_REAL_DIGITS digits, char *decimals)
-{
-    typedef uint32_t t_WORDS __attribute__((vector_size(16)));
-    typedef uint8_t t_BYTES __attribute__((vector_size(16)));
-    typedef uint16_t t_PAIRS __attribute__((vector_size(16)));
-    const t_BYTES bytes = __builtin_bit_cast(t_BYTES, t_WORDS{digits.first, digits.last, 0, 0});
-    const t_PAIRS pairs = __builtin_bit_cast(
-        t_PAIRS, __builtin_shufflevector(bytes, t_BYTES{}, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23));
-    const t_PAIRS tens = pairs * 205 >> 11; /* a tenth of any number below 689 */
-    const t_PAIRS characters = tens + ((pairs - 10 * tens) << 8) + 0x3030;
-    memcpy(decimals, &characters, sizeof characters);
-}
-
 #ifdef __SSE2__
 /* All decimals of a REAL in normal form, in room, of 17 characters; false if the record is any other, also where
    digits that are in use are above 99 or the first of them is 0. 6554 / 2^16 is above 1 / 10 by less than 1e-5. */
@@ -101,15 +87,9 @@ static inline char *put_zeros(char *out, int count)
     return out;
 }
 
-/* d.dddE+dd, of the exponent at least two decimals. Its magnitude is below 1000. */
-static inline char *put_scientific(const t_SHOWN *shown, char *out)
+/* E+dd, at least two decimals. The magnitude of exponent is below 1000. */
+static inline char *put_exponent(char *out, int exponent)
 {
-    *out++ = shown->decimals[0];
-    if (shown->length > 1) {
-        *out++ = '.';
-        out = put_characters(out, shown->decimals + 1, shown->length - 1);
-    }
-    const int exponent = shown->point - 1;
     const int magnitude = exponent < 0 ? -exponent : exponent;
     *out++ = 'E';
     *out++ = exponent < 0 ? '-' : '+';
@@ -117,6 +97,17 @@ static inline char *put_scientific(const t_SHOWN *shown, char *out)
     *out++ = static_cast<char>('0' + magnitude / 10 % 10);
     *out++ = static_cast<char>('0' + magnitude % 10);
     return out;
+}
+
+/* d.dddE+dd */
+static inline char *put_scientific(const t_SHOWN *shown, char *out)
+{
+    *out++ = shown->decimals[0];
+    if (shown->length > 1) {
+        *out++ = '.';
+        out = put_characters(out, shown->decimals + 1, shown->length - 1);
+    }
+    return put_exponent(out, shown->point - 1);
 }
 
 /* ddd.ddd */

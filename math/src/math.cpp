@@ -10,7 +10,9 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "general_at_once.h"
 #include "nearest_double.h"
+#include "wire/decimal_string.h"
 #include "wire/sure_real.h"
 
 const t_DECIMAL c_min_int32 = {
@@ -223,19 +225,16 @@ static char *rounded_decimals(const t_DECIMAL *x, int ndigit, int *decpt, int *s
     return decimals;
 }
 
-/* As through text, so that 0.1 becomes the double nearest to 0.1.
-   KEPT: 14 decimals count, fewer than a REAL or a double has: 1234567890123456 becomes 1234567890123500.
-   Test: MToDbl.rounds_to_14_decimals_first. */
-int m_to_dbl(const t_DECIMAL *x, double *d)
+/* For REALs of any kind. Not inlined beside the fast way, which it would take registers from. */
+[[gnu::noinline]] static void convert_by_text(const t_DECIMAL *x, double *d)
 {
-    if (find_nearest_double(x, d)) return REAL_OK;
     refuse_null(x);
     int decpt = 0;
     int sign = 0;
     const char *decimals = rounded_decimals(x, 14, &decpt, &sign);
     if (decimals[0] == '0') { /* as m_gcvt takes it: zero, without a sign */
         *d = 0;
-        return REAL_OK;
+        return;
     }
     /* The value that m_gcvt prints, as a whole number and an exponent: a text with a point would be read up to the
        point only, once a module has chosen a locale whose point is a comma. */
@@ -243,6 +242,14 @@ int m_to_dbl(const t_DECIMAL *x, double *d)
     snprintf(text, sizeof text, "%s%.14se%d", sign != 0 ? "-" : "", decimals,
              decpt - static_cast<int>(strlen(decimals)));
     *d = strtod(text, nullptr);
+}
+
+/* As through text, so that 0.1 becomes the double nearest to 0.1.
+   KEPT: 14 decimals count, fewer than a REAL or a double has: 1234567890123456 becomes 1234567890123500.
+   Test: MToDbl.rounds_to_14_decimals_first. */
+int m_to_dbl(const t_DECIMAL *x, double *d)
+{
+    if (!find_nearest_double(x, d)) convert_by_text(x, d);
     return REAL_OK;
 }
 
@@ -340,34 +347,48 @@ static wire::t_SHOWN show(const t_DECIMAL *x, int ndigit)
     return {decimals, static_cast<int>(length), point, sign != 0};
 }
 
-/* As the long way leaves them: in the library's buffer, which dececvt of null only empties. */
-static void leave_decimals(const wire::t_SHOWN *shown)
+#ifdef __SSE2__
+/* False, and nothing is done, for what takes the long way. x is read before anything is written. */
+static bool put_in_few_steps(const t_DECIMAL *x, int ndigit, char *buf)
 {
-    static constexpr t_DECIMAL null = {.dec_exp = 0, .dec_pos = DEC_NULL, .dec_ndgts = 0, .dec_dgts = {}};
-    int unused = 0;
-    *wire::put_characters(dececvt(&null, 0, &unused, &unused), shown->decimals, shown->length) = '\0';
+    t_DECIMALS shown;
+    if (ndigit < 1 || !show_decimals(x, ndigit, &shown)) return false;
+    const bool negative = x->dec_pos == DEC_NEGATIVE;
+    char characters[16]; /* the long way leaves them in the library's buffer, too */
+    wire::store_sixteen(characters, wire::characters_of(shown.decimals));
+    memcpy(wire::decimal_string, characters, sizeof characters);
+    wire::decimal_string[shown.length] = '\0';
+    if (put_general_at_once(shown, negative, ndigit, buf)) return true;
+    const wire::t_SHOWN in_pieces = {characters, shown.length, shown.point, negative};
+    wire::put_general(&in_pieces, ndigit, buf);
+    return true;
+}
+#else
+static bool put_in_few_steps(const t_DECIMAL *, int, char *)
+{
+    return false;
+}
+#endif
+
+/* For REALs of any kind; not inlined either. */
+[[gnu::noinline]] static void put_by_decimals(const t_DECIMAL *x, int ndigit, char *buf)
+{
+    refuse_null(x);
+    if (ndigit <= 0) {
+        buf[0] = '\0';
+        return;
+    }
+    const wire::t_SHOWN shown = show(x, ndigit);
+    if (shown.decimals[0] == '0') {
+        buf[0] = '0';
+        buf[1] = '\0';
+        return;
+    }
+    wire::put_general(&shown, ndigit, buf);
 }
 
 char *m_gcvt(const t_DECIMAL *x, int ndigit, char *buf)
 {
-    char room[2 * DEC_DIGITS + 1];
-    wire::t_SHOWN shown;
-    if (ndigit > 0 && show_normal(x, ndigit, room, &shown)) {
-        leave_decimals(&shown);
-        wire::put_general(&shown, ndigit, buf);
-        return buf;
-    }
-    refuse_null(x);
-    if (ndigit <= 0) {
-        buf[0] = '\0';
-        return buf;
-    }
-    shown = show(x, ndigit);
-    if (shown.decimals[0] == '0') {
-        buf[0] = '0';
-        buf[1] = '\0';
-        return buf;
-    }
-    wire::put_general(&shown, ndigit, buf);
+    if (!put_in_few_steps(x, ndigit, buf)) put_by_decimals(x, ndigit, buf);
     return buf;
 }

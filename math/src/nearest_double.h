@@ -6,7 +6,7 @@
 
 #include <float.h>
 
-#include "real_decimals.h"
+#include "normal_digits.h"
 
 /* Those that a double holds exactly: 5^22 has 52 bits. */
 static constexpr double exact_tens[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
@@ -21,15 +21,13 @@ static_assert(FLT_EVAL_METHOD == 0, "doubles must be computed as doubles (on 32-
    first, for the program may round up or down. Test: MToDbl.is_what_the_long_way_gives. */
 static inline bool find_nearest_double(const t_DECIMAL *x, double *d)
 {
-    wire::t_REAL_DIGITS digits;
-    if (!load_normal(x, &digits)) {
+    uint32_t first, last;
+    if (!load_normal(x, &first, &last)) {
         if (x->dec_ndgts != 0 || x->dec_pos > DEC_POSITIVE) return false;
         *d = 0;
         return true;
     }
-    const uint32_t first = wire::join_digits(digits.first);
-    const uint32_t last = wire::join_digits(digits.last);
-    const bool fifteen = first < eight_decimals / 10; /* a zero is in front of them, and one of them is too many */
+    const bool fifteen = first < 10000000; /* a zero is in front of them, and one of them is too many */
     const int exponent = 2 * x->dec_exp - (fifteen ? 15 : 14);
     if (exponent < -exact_tens_most || exponent > exact_tens_most) return false;
 

@@ -140,19 +140,46 @@ TEST(MToDbl, is_what_the_long_way_gives_in_every_rounding_mode)
     }
 }
 
+// The text, and not a character past its end: the buffer of a module may be just large enough for its numbers. The
+// library's buffer has the decimals.
+static void compare_general(const t_DECIMAL &x, int ndigit)
+{
+    int point = 0;
+    int sign = 0;
+    const char *kept = dececvt(&x, 1, &point, &sign);
+    const std::string expected = plain_general(x, ndigit);
+    std::string decimals = ndigit > 0 ? plain_decimals(x, ndigit, &point, &sign) : kept;
+    if (ndigit > 0) decimals.erase(std::max(decimals.find_last_not_of('0') + 1, size_t{1}));
+    char buffer[200];
+    memset(buffer, '#', sizeof buffer);
+    ASSERT_STREQ(m_gcvt(&x, ndigit, buffer), expected.c_str()) << show(x) << " to " << ndigit;
+    for (size_t i = expected.size() + 1; i < sizeof buffer; i++)
+        ASSERT_EQ(buffer[i], '#') << show(x) << " to " << ndigit;
+    ASSERT_EQ(kept, decimals) << show(x) << " to " << ndigit;
+}
+
 TEST(MGcvt, is_what_the_long_way_gives)
 {
     Draw draw;
-    char buffer[200];
     for (Rounds rounds(200000); rounds.more();) {
         const t_DECIMAL x = drawn(draw);
-        const int ndigit = draw.one_in(2) ? 14 : draw.one_in(10) ? draw.between(-1, 150) : draw.between(1, 17);
-        const std::string expected = plain_general(x, ndigit);
-        memset(buffer, '#', sizeof buffer);
-        ASSERT_STREQ(m_gcvt(&x, ndigit, buffer), expected.c_str())
-            << show(x) << " to " << ndigit << " in round " << rounds.number();
-        // Not a character past the end: the buffer of a module may be just large enough for its numbers.
-        for (size_t i = expected.size() + 1; i < sizeof buffer; i++)
-            ASSERT_EQ(buffer[i], '#') << show(x) << " to " << ndigit << " in round " << rounds.number();
+        compare_general(x, draw.one_in(2) ? 14 : draw.one_in(10) ? draw.between(-1, 150) : draw.between(1, 17));
+        if (HasFatalFailure()) FAIL() << "in round " << rounds.number();
     }
+}
+
+// Every count of decimals with the point everywhere, to every count of them: each form in each length.
+TEST(MGcvt, every_form_is_what_the_long_way_gives)
+{
+    for (const char *decimals : {"1234567891234567", "9999999999999999", "4999999999999995", "5050505050505050"})
+        for (size_t count = 1; count <= 16; count++)
+            for (int point = -20; point <= 20; point++) {
+                t_DECIMAL x;
+                const std::string text = "-0." + std::string(decimals).substr(0, count) + "e" + std::to_string(point);
+                ASSERT_EQ(m_cv_asc(text.c_str(), static_cast<int>(text.size()), &x), REAL_OK) << text;
+                for (int ndigit = 1; ndigit <= 18 && !HasFatalFailure(); ndigit++) {
+                    x.dec_pos ^= 1;
+                    compare_general(x, ndigit);
+                }
+            }
 }

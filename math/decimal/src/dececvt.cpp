@@ -3,9 +3,13 @@
  * The significant decimals of a value, rounded to a count of them or of places after the point. The string is in
  * one static buffer, the only state that the library has. */
 #include "dec_int.h"
+#include "wire/decimal_string.h"
 
-static constexpr int ds_length = 151;
-static char ds[ds_length + 1]; /* written by every call of decefcvt; its callers may shorten the string in place */
+using wire::decimal_string;
+using wire::DECIMAL_STRING_LENGTH;
+
+/* Written by every decefcvt; its callers may shorten the string in place. */
+char wire::decimal_string[DECIMAL_STRING_LENGTH + 1];
 
 /* 1 when the first digit has only one decimal, else 0. */
 static int leading_zeros(const t_DECIMAL *x)
@@ -41,32 +45,32 @@ static char decimal_at(const t_DECIMAL *x, int place)
 static void write_decimals(const t_DECIMAL *x, int64_t n)
 {
     // GCOVR_EXCL_START: n is not below 0, as rounding adds a unit that lies just past the n decimals shown
-    const int count = n < 0 ? 0 : n > ds_length ? ds_length : static_cast<int>(n);
+    const int count = n < 0 ? 0 : n > DECIMAL_STRING_LENGTH ? DECIMAL_STRING_LENGTH : static_cast<int>(n);
     // GCOVR_EXCL_STOP
     const int first = leading_zeros(x);
     for (int i = 0; i < count; i++)
-        ds[i] = decimal_at(x, first + i);
-    ds[count] = '\0';
+        decimal_string[i] = decimal_at(x, first + i);
+    decimal_string[count] = '\0';
 }
 
 char *decefcvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign, int mode)
 {
-    ds[0] = '\0';
-    if (dec_isnull(value)) return ds;
+    decimal_string[0] = '\0';
+    if (dec_isnull(value)) return decimal_string;
     *sign = value->dec_pos ^ 1;
     *decpt = point_of(value);
     int64_t n = mode == 0 ? ndigit : int64_t{ndigit} + *decpt;
-    if (n < 0) return ds;
+    if (n < 0) return decimal_string;
 
     t_DECIMAL rounded = *value;
     if (2 * dec_count(value) - leading_zeros(value) > n) {
         const t_DECIMAL unit = half_unit(value, static_cast<int>(n));
-        if (decadd(value, &unit, &rounded) != DEC_OK) return ds;
+        if (decadd(value, &unit, &rounded) != DEC_OK) return decimal_string;
     }
     *decpt = point_of(&rounded);
     if (mode != 0) n = int64_t{ndigit} + *decpt; /* a carry into a new decimal adds one */
     write_decimals(&rounded, n);
-    return ds;
+    return decimal_string;
 }
 
 char *dececvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign)
