@@ -36,7 +36,7 @@ static inline bool convert_at_once(const t_DECIMAL *value, int32_t *result)
 {
     constexpr int most = 4;
     const int exp = value->dec_exp;
-    const int count = value->dec_ndgts;
+    const int count = static_cast<uint8_t>(value->dec_ndgts); /* one below 0 is above 8 */
     if (count < 1 || count > DEC_DIGITS || exp < 0 || exp > most || value->dec_pos > DEC_POSITIVE) return false;
     const uint32_t digits = wire::load_digits(value->dec_dgts, count).first;
     const int half = 4 * (most - exp);
