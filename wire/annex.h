@@ -18,7 +18,7 @@ struct t_ANNEX {
 
     /* The caller's. */
     alignas(64) uint32_t request; /* counts requests and answers */
-    uint32_t answers;             /* the one counted last is an answer */
+    uint32_t answers;             /* 1: the number counted next is an answer; written before it is counted */
     uint32_t wants_signal;        /* a reply comes as SIGUSR2, too */
     uint32_t without_signal;      /* the next request may come without one: the host says in waits how to wake it */
     uint32_t spin_us;             /* so long each side spins before it sleeps, where that pays */
@@ -48,7 +48,7 @@ namespace wire {
 enum : size_t { ANNEX_STEP = 4096, ANNEX_MARK = 0x6b1 };
 static_assert(sizeof(t_ANNEX) <= ANNEX_MARK);
 
-inline constexpr char ANNEX_MAGIC[sizeof t_ANNEX::magic] = {'K', 'A', 'A', 'N', 'N', 'E', 'X', '1'};
+inline constexpr char ANNEX_MAGIC[sizeof t_ANNEX::magic] = {'K', 'A', 'A', 'N', 'N', 'E', 'X', '2'};
 
 /* In the word life, as the kernel has it. */
 enum : uint32_t { LIFE_WAITED_FOR = 0x80000000, LIFE_OWNER_DIED = 0x40000000, LIFE_THREAD = 0x3fffffff };

@@ -9,7 +9,7 @@ namespace wire {
 
 inline constexpr int DECIMAL_STRING_LENGTH = 151;
 
-/* Hidden, that it is reached without a look-up. */
+/* Hidden, so that it is reached without a look-up. */
 extern __attribute__((visibility("hidden"))) char decimal_string[DECIMAL_STRING_LENGTH + 1];
 
 } // namespace wire

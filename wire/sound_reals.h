@@ -13,8 +13,8 @@
 
 namespace wire {
 
-static constexpr int32_t FOUR_REALS = 48; /* bytes */
-static_assert(FOUR_REALS == 4 * REAL_SIZE);
+static constexpr int32_t FOUR_REALS = 4 * REAL_SIZE; /* bytes */
+static_assert(FOUR_REALS == 3 * 16);
 
 static constexpr t_REAL_BITS null_real = {uint32_t{REAL_NULL} << 16, 0};
 

@@ -133,7 +133,8 @@ bool host::has_request(void)
     return annex == nullptr || __atomic_load_n(&annex->request, __ATOMIC_SEQ_CST) != taken;
 }
 
-/* Said before it is counted. */
+/* Said before it is counted. The caller counts the next number only when it has seen a reply to this one, or the host
+   at rest after it; so what is said here and what is then taken belong together. */
 bool host::is_answer(void)
 {
     return annex == nullptr || __atomic_load_n(&annex->answers, __ATOMIC_RELAXED) != 0;

@@ -26,7 +26,7 @@ bool has_annex(void);
 void begin_call(void);
 void end_call(void);
 
-/* Whether something was asked or answered that has not been taken; and where it was, whether that is an answer.
+/* Whether something was asked or answered that has not been taken; and if so, whether it is an answer.
    Without an annex each signal counts. */
 bool has_request(void);
 bool is_answer(void);

@@ -153,6 +153,7 @@ bool signal_caller(bool callback)
 }
 
 pthread_t callback_thread;   /* the one in dll_callback; the main thread after it */
+int32_t callback_value;      /* the last one */
 sigjmp_buf dll_callback_jmp; /* valid while dll_callback waits */
 
 void call_back(bool waits_quietly)
@@ -162,10 +163,12 @@ void call_back(bool waits_quietly)
 }
 
 /* A signal of somebody else can begin a call before its request is counted. Then that comes during the call-back, and
-   is no answer; the caller, which could not know the call-back for one of its own, hears of it now. */
+   is no answer; the caller, which could not know the call-back for one of its own, and has written over its value,
+   hears of it now. */
 void take_late_request(bool waits_quietly)
 {
     host::take_request();
+    store32(at(layout().cbval), callback_value);
     call_back(waits_quietly);
 }
 
@@ -208,6 +211,7 @@ int32_t dll_callback(int32_t value)
 {
     struct sigaction previous;             /* not changed after the jump point is set, so the jump does not lose it */
     const t_ARITHMETIC own = arithmetic(); /* the handler that is left by the jump began with the defaults */
+    callback_value = value;
     store32(at(layout().cbval), value);
     callback_thread = pthread_self();
     install(SIGUSR2, dll_callback_handler, &previous);

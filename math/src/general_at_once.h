@@ -12,7 +12,7 @@
 #ifdef __SSE2__
 
 /* 0.ddd... * 10^point: the decimals from the first on that is not 0, and zeros after the last of them that is not. */
-struct t_DECIMALS {
+struct t_GENERAL_DECIMALS {
     __m128i decimals;
     int length; /* 1 to 16 */
     int point;
@@ -36,9 +36,9 @@ static inline bool round_decimals(__m128i *decimals, int places)
     return true;
 }
 
-/* What dececvt gives for x in normal form, without the zeros at the end; False for any other x, and where nines would
+/* What dececvt gives for x in normal form, without the zeros at the end. False for any other x, and where nines would
    become a new first decimal. ndigit is 1 or more. Test: MGcvt.is_what_the_long_way_gives. */
-static inline bool show_decimals(const t_DECIMAL *x, int ndigit, t_DECIMALS *shown)
+static inline bool show_decimals(const t_DECIMAL *x, int ndigit, t_GENERAL_DECIMALS *shown)
 {
     __m128i digits;
     if (!load_normal(x, &digits)) return false;
@@ -78,7 +78,7 @@ static inline void put_text(char *out, __m128i text, char last, int count)
 /* put_general for what has no more than 16 decimals, the zeros in front of the first and those up to the point
    counted. False for any other. All forms are a row of decimals with a point in it, or after it, where it is not
    shown; E and the exponent follow those of scientific form. */
-static inline bool put_general_at_once(const t_DECIMALS &shown, bool negative, int ndigit, char *out)
+static inline bool put_general_at_once(const t_GENERAL_DECIMALS &shown, bool negative, int ndigit, char *out)
 {
     const int point = shown.point;
     const bool scientific = ndigit < (point >= 0 ? point : shown.length - point);

@@ -351,7 +351,7 @@ static wire::t_SHOWN show(const t_DECIMAL *x, int ndigit)
 /* False, and nothing is done, for what takes the long way. x is read before anything is written. */
 static bool put_in_few_steps(const t_DECIMAL *x, int ndigit, char *buf)
 {
-    t_DECIMALS shown;
+    t_GENERAL_DECIMALS shown;
     if (ndigit < 1 || !show_decimals(x, ndigit, &shown)) return false;
     const bool negative = x->dec_pos == DEC_NEGATIVE;
     char characters[16]; /* the long way leaves them in the library's buffer, too */
@@ -370,7 +370,7 @@ static bool put_in_few_steps(const t_DECIMAL *, int, char *)
 }
 #endif
 
-/* For REALs of any kind; not inlined either. */
+/* For REALs of any kind; not inlined beside the fast way. */
 [[gnu::noinline]] static void put_by_decimals(const t_DECIMAL *x, int ndigit, char *buf)
 {
     refuse_null(x);

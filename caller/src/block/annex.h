@@ -28,8 +28,7 @@ void number_request(ka_host *host, t_WAY way);
 /* After WITHOUT_SIGNALS: the host sees the request. False where it waits for a signal, which is to be sent. */
 bool wake_host(ka_host *host);
 
-/* The reply to the last request, in one look at it: asked for one kind after the other, a call-back that comes in
-   between would be taken for an end. */
+/* The reply to the last request, in one look: two could see none, and then a call-back for an end. */
 enum t_NUMBERED { NOT_REPLIED, REPLY_CALLS_BACK, REPLY_RETURNS };
 t_NUMBERED numbered_reply(const ka_host *host);
 

@@ -58,8 +58,8 @@ static int await_offer(ka_host *host, int64_t until)
     return wait_until(host, -1, host_uses_annex(host) ? 0 : until);
 }
 
-/* Most hosts say that they are ready before any look at them is worth its time, which on a busy machine would be
-   theirs. */
+/* Most hosts are ready within this time, and say so; looking at them earlier takes processor time that they need. One
+   that has no annex is looked at after it, too. */
 static void await_most_offers(ka_host *host, int64_t deadline)
 {
     if (host->options.transport == KA_TRANSPORT_PLAIN || host->options.cancel_fd != -1) return;

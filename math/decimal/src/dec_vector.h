@@ -28,11 +28,6 @@ inline void dec_store_eight(void *bytes, __m128i x)
     _mm_storel_epi64(static_cast<__m128i *>(bytes), x);
 }
 
-inline __m128i dec_load_sixteen(const void *bytes)
-{
-    return _mm_loadu_si128(static_cast<const __m128i *>(bytes));
-}
-
 /* The digits in use; the others are 0. */
 inline __m128i dec_load(const t_DECIMAL *x, int count)
 {

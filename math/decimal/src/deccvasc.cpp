@@ -130,7 +130,7 @@ static int give_nine_digits(const wire::t_TEXT_DIGITS *number, uint8_t pos, t_DE
 }
 
 /* What follows the sign, if it is 1 to 16 decimals and a point perhaps: gives the number and returns true. It is what
-   the parser above would give: digits are pairs of decimals to both, and a ninth one is there if there are 16
+   the parser above would give: both take two decimals for a digit, and a ninth one is there if there are 16
    decimals and an odd number of them after the point; its tens decide the rounding. */
 static bool read_at_once(const t_READER *r, uint8_t pos, t_DECIMAL *result)
 {

@@ -34,8 +34,8 @@ static void give_magnitude(uint32_t magnitude, uint32_t pos, t_DECIMAL *result)
 }
 #endif
 
-/* The sign without a branch, which would be guessed wrong as often as signs change: sign is all bits of a negative
-   value, whose magnitude is ~(value - 1), and DEC_NEGATIVE is 0. */
+/* The sign without a branch, which would be guessed wrong as often as signs change: sign has all bits set where
+   value is negative, whose magnitude is ~value + 1; and DEC_NEGATIVE is 0. */
 static inline int give_integer(int32_t value, t_DECIMAL *result)
 {
     if (value == 0) return dec_give_copy(&c_dec_zero, result);

@@ -30,8 +30,8 @@ static bool in_range(const t_DECIMAL *value)
 
 /* A record whose integer part has at most four digits needs no look at the limits: they have five. These digits are
    moved to the end of a word of four, and added with their weights, whatever they are: 255 * 1010101 is below 2^32. A
-   zero, and a sign byte that is not a sign, are left to the rules above; without an integer part they all give 0.
-   Zero to four digits are moved in two steps, since no shift is one of 32 bits. */
+   zero, and a sign byte that is not a sign, are left to the rules above; a record with exponent 0 gives 0. The shift
+   is done in two halves: one of 32 bits is undefined. */
 static inline bool convert_at_once(const t_DECIMAL *value, int32_t *result)
 {
     constexpr int most = 4;
@@ -41,7 +41,7 @@ static inline bool convert_at_once(const t_DECIMAL *value, int32_t *result)
     const uint32_t digits = wire::load_digits(value->dec_dgts, count).first;
     const int half = 4 * (most - exp);
     const uint32_t magnitude = wire::join_digits(digits << half << half);
-    const uint32_t flip = value->dec_pos - 1U; /* all bits for a negative value, which is ~(magnitude - 1) */
+    const uint32_t flip = value->dec_pos - 1U; /* all bits set for a negative value: ~magnitude + 1 */
     *result = static_cast<int32_t>((magnitude ^ flip) - flip);
     return true;
 }
