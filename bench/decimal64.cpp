@@ -27,33 +27,14 @@ void format(long i)
     bid64_to_string(text, values[static_cast<size_t>(i) % bench::operand_count], &flags);
 }
 
-bool read_all(void *to, size_t size)
-{
-    auto *bytes = static_cast<char *>(to);
-    while (size > 0) {
-        const ssize_t got = read(STDIN_FILENO, bytes, size);
-        if (got <= 0) return false;
-        bytes += got;
-        size -= static_cast<size_t>(got);
-    }
-    return true;
-}
-
 } // namespace
 
 int main()
 {
-    if (!read_all(&operands.texts, sizeof operands.texts)) return 1;
+    if (!bench::read_all(STDIN_FILENO, &operands.texts, sizeof operands.texts)) return 1;
     for (size_t i = 0; i < bench::operand_count; i++) {
         parse(static_cast<long>(i));
         values[i] = value;
     }
-    const bench::Burst parsing = bench::burst_of(parse);
-    const bench::Burst formatting = bench::burst_of(format);
-    bench::Request request;
-    while (read_all(&request, sizeof request)) {
-        const double ns = (request.what == bench::Decimal64::parse ? parsing : formatting)(request.times);
-        if (write(STDOUT_FILENO, &ns, sizeof ns) != sizeof ns) return 1;
-    }
-    return 0;
+    return bench::serve({bench::burst_of(parse), bench::burst_of(format)}); // in the order of Decimal64
 }

@@ -18,6 +18,7 @@
 #include <memory>
 
 #include "bare.h"
+#include "burst_process.h"
 #include "columns.h"
 #include "host.h"
 #include "ka/decimal.h"
@@ -328,18 +329,23 @@ bench::Burst opened_and_called(const char *adder)
 
 // ---- The table -------------------------------------------------------------------------------------------------
 
-void print_word_size(bench::Csv &csv, const std::string &bits, const char *adder, const char *echo, const char *bare)
+void print_word_size(bench::Csv &csv, const std::string &bits, const char *adder, const char *echo, const char *bare,
+                     bench::BurstProcess &grpc)
 {
     BareHost by_return(bare, "return"), by_jump(bare, "jump");
     Adder module(adder);
     SocketPeer socket;
     const std::string host = "bare " + bits + "-bit host";
-    bench::print(csv, bits + " bits: add(2, 40, &sum)",
-                 {{host + ", left by a jump", by_jump.burst(), 0},
-                  {host + ", left by a return", by_return.burst(), 0},
-                  {"module", module.burst(), 0, 1.05},
-                  {"stream socket of the UNIX domain", socket.burst(), 0},
-                  {"module, beside the socket", module.burst(), 3, 1.1}});
+    std::vector<bench::Column> calls = {{host + ", left by a jump", by_jump.burst(), 0},
+                                        {host + ", left by a return", by_return.burst(), 0},
+                                        {"module", module.burst(), 0, 1.05},
+                                        {"stream socket of the UNIX domain", socket.burst(), 0},
+                                        {"module, beside the socket", module.burst(), 3, 1.1}};
+    if (grpc.alive()) {
+        calls.push_back({"gRPC over such a socket", grpc.burst(0), 0});
+        calls.push_back({"module, beside gRPC", module.burst(), 5, 0.08});
+    }
+    bench::print(csv, bits + " bits: add(2, 40, &sum)", calls);
 
     BareHostWithDoubles doubles(bare, "jump");
     Reals reals(echo);
@@ -370,8 +376,9 @@ int main(int argc, char **argv)
     bench::Csv csv(file);
     sigprocmask(SIG_BLOCK, &calls(), nullptr);
     bench::stay_on_this_processor();
+    bench::BurstProcess grpc(bench::beside(argv[0], "bench_grpc"));
     for (int i = first; i < argc; i += 3) {
         const std::string bits = std::to_string(i == first ? 8 * sizeof(void *) : 32);
-        print_word_size(csv, bits, argv[i], argv[i + 1], argv[i + 2]);
+        print_word_size(csv, bits, argv[i], argv[i + 1], argv[i + 2], grpc);
     }
 }

@@ -245,7 +245,7 @@ void floating_point()
         [](size_t i) { f = oa[i].convert_to<float>(); }, none);
 }
 
-void text_of_numbers(bench::Decimal64Process &intel)
+void text_of_numbers(bench::BurstProcess &intel)
 {
     static int decpt, sign;
     const auto other = [&](bench::Decimal64 what) { return intel.alive() ? intel.burst(what) : nullptr; };
@@ -254,13 +254,13 @@ void text_of_numbers(bench::Decimal64Process &intel)
         [](size_t i) { deccvasc(operands.texts[i].data(), text_lengths[i], &r); },
         [](size_t i) { m_cv_asc(operands.texts[i].data(), text_lengths[i], &r); },
         [](size_t i) { o = Other(operands.texts[i].data()); },
-        [](size_t i) { d = std::strtod(operands.texts[i].data(), nullptr); }, other(bench::Decimal64::parse));
+        [](size_t i) { d = std::strtod(operands.texts[i].data(), nullptr); }, other(bench::decimal64_parse));
     row(
         "text, field of 20", {decimal, decimal64, 0.9}, [](size_t i) { dectoasc(&long_ones[i], text, 20, -1); },
         [](size_t i) { m_to_asc(&long_ones[i], text, 20, -1); },
         [](size_t i) { n = static_cast<int>(other_long_ones[i].str(16).size()); },
         [](size_t i) { std::snprintf(text, sizeof text, "%20.16g", long_doubles[i]); },
-        other(bench::Decimal64::format));
+        other(bench::decimal64_format));
     row(
         "text, field of 20, 3 places", beside(decimal, dec_float), [](size_t i) { dectoasc(&a[i], text, 20, 3); },
         [](size_t i) { m_to_asc(&a[i], text, 20, 3); },
@@ -289,8 +289,8 @@ int main(int argc, char **argv)
     bench::Csv file(bench::csv_path(argc, argv));
     csv = &file;
     if (argc % 2 == 0) rows_wanted = argv[argc - 1];
-    const std::string program = argv[0];
-    bench::Decimal64Process intel(program.substr(0, program.rfind('/') + 1) + "bench_decimal64", operands);
+    bench::BurstProcess intel(bench::beside(argv[0], "bench_decimal64"));
+    intel.send(&operands.texts, sizeof operands.texts);
 
     std::printf("%-28s", "ns per operation, median");
     for (const char *name : column_names)
