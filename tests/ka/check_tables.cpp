@@ -133,6 +133,19 @@ TEST(KaCheckTables, finds_nothing_where_nothing_is_wrong)
     }
 }
 
+// A look at each record that damaged counts speak of would take hours.
+TEST(KaCheckTables, may_count_billions_of_prototypes)
+{
+    std::string functions;
+    for (int i = 0; i < 5000; i++)
+        functions += "{\"f" + std::to_string(i) + "\", 0, 2147483647, 0},";
+    const BuiltModule module(prototypes(1, "1") + "t_DLL_FUNC KaFuncList[] = {" + functions + "{0, 0, 0, 0}};");
+    const Outcome outcome = check(module);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.out.find("f4999: its prototypes 0 to 2147483646 are outside KaArgList"), std::string::npos);
+    EXPECT_EQ(outcome.out.find("belong to no function"), std::string::npos);
+}
+
 // Without sections there are still the program headers.
 TEST(KaCheckTables, are_read_from_a_file_without_sections)
 {

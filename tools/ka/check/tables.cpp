@@ -222,9 +222,11 @@ void check_functions(const std::vector<Function> &functions, Findings &findings)
 void check_unused(const Tables &tables, Findings &findings)
 {
     std::vector<bool> used(tables.prototypes.size());
-    for (const Function &function : tables.functions)
-        for (int64_t i = std::max(function.first, 0); i < int64_t{function.first} + function.count; i++)
-            if (i < static_cast<int64_t>(used.size())) used[static_cast<size_t>(i)] = true;
+    for (const Function &function : tables.functions) {
+        const int64_t end = std::min(int64_t{function.first} + function.count, static_cast<int64_t>(used.size()));
+        for (int64_t i = std::max(function.first, 0); i < end; i++) // a damaged count can be of billions
+            used[static_cast<size_t>(i)] = true;
+    }
     const auto count = std::count(used.begin(), used.end(), false);
     if (count > 0 && !tables.functions.empty())
         findings.push_back({Severity::note,
