@@ -7,9 +7,9 @@
 #include <csignal>
 #include <memory>
 
+#include <adder.grpc.pb.h> // of adder.proto
 #include <grpcpp/grpcpp.h>
 
-#include "adder.grpc.pb.h"
 #include "burst_process.h"
 
 namespace {
