@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <fcntl.h>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -42,17 +43,16 @@ inline std::string beside(const std::string &program, const std::string &name)
 // The side that measures. What it sends first is the program's affair.
 class BurstProcess {
 public:
-    // Of a program that was not built, nothing is alive, and there are no such columns.
+    // Of a program that was not built, nothing is alive, and there are no such columns. Other processes that are
+    // measured do not get its pipes: our hosts would close them as they start.
     explicit BurstProcess(const std::string &program)
     {
         int to[2], from[2];
-        if (access(program.c_str(), X_OK) != 0 || pipe(to) != 0 || pipe(from) != 0) return;
+        if (access(program.c_str(), X_OK) != 0 || pipe2(to, O_CLOEXEC) != 0 || pipe2(from, O_CLOEXEC) != 0) return;
         signal(SIGPIPE, SIG_IGN);
         if (fork() == 0) {
             dup2(to[0], STDIN_FILENO);
             dup2(from[1], STDOUT_FILENO);
-            for (int fd : {to[0], to[1], from[0], from[1]})
-                close(fd);
             execl(program.c_str(), program.c_str(), nullptr);
             _exit(127);
         }
