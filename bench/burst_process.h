@@ -43,9 +43,9 @@ inline std::string beside(const std::string &program, const std::string &name)
 // The side that measures. What it sends first is the program's affair.
 class BurstProcess {
 public:
-    // Of a program that was not built, nothing is alive, and there are no such columns. Other processes that are
-    // measured do not get its pipes: our hosts would close them as they start.
-    explicit BurstProcess(const std::string &program)
+    // The program is given a word, if there is one. Of one that was not built, nothing is alive, and there are no
+    // such columns. Other processes that are measured do not get its pipes: our hosts would close them as they start.
+    explicit BurstProcess(const std::string &program, const char *word = nullptr)
     {
         int to[2], from[2];
         if (access(program.c_str(), X_OK) != 0 || pipe2(to, O_CLOEXEC) != 0 || pipe2(from, O_CLOEXEC) != 0) return;
@@ -53,7 +53,7 @@ public:
         if (fork() == 0) {
             dup2(to[0], STDIN_FILENO);
             dup2(from[1], STDOUT_FILENO);
-            execl(program.c_str(), program.c_str(), nullptr);
+            execl(program.c_str(), program.c_str(), word, nullptr);
             _exit(127);
         }
         close(to[0]);

@@ -2,9 +2,11 @@
 //
 // The cost of every operation on a decimal and on a REAL, next to the same job done with Boost's 16-digit decimal,
 // with a double and the C library, and, for texts, with Intel's decimal64 in a 64-bit process. Operands vary: 256
-// pairs of 1 to 8 digits; so do the texts, of 8 to 16 decimals, and the integers.
+// pairs of 1 to 8 digits; so do the texts, of 8 to 16 decimals, and the integers. A 64-bit program also measures
+// beside the 32-bit one in its folder, where that was built.
 //
 // usage: bench_numbers [--csv FILE] [ROW]      ROW: part of a row's name; only such rows
+//        bench_numbers --serve                 runs the bursts that another one asks for
 #include <array>
 #include <boost/multiprecision/cpp_dec_float.hpp>
 #include <cmath>
@@ -84,8 +86,9 @@ void fill()
 // ---- The table
 // -----------------------------------------------------------------------------------------------------
 
-enum Column { decimal, real, dec_float, c_library, decimal64, columns };
-constexpr std::array<const char *, columns> column_names = {"decimal", "REAL", "dec_float", "C library", "decimal64"};
+enum Column { decimal, real, dec_float, c_library, decimal64, at_32_bits, columns };
+constexpr std::array<const char *, columns> column_names = {"decimal",   "REAL",      "dec_float",
+                                                            "C library", "decimal64", "32 bits"};
 
 // What the ratio of two columns should be at most.
 struct Target {
@@ -104,6 +107,9 @@ constexpr std::nullptr_t none = nullptr; // no such operation
 
 bench::Csv *csv;
 const char *rows_wanted = "";
+bench::BurstProcess *beside_32_bits; // runs the same rows by their number
+int32_t row_number;
+std::vector<bench::Burst> *served; // where this process is that one: what it runs
 
 template <typename F>
 bench::Burst burst(F operation)
@@ -121,8 +127,9 @@ bench::Burst burst(std::nullptr_t)
     return nullptr;
 }
 
-void print_ratio(const char *name, const Target &target, bench::Figure ours, bench::Figure other)
+void print_ratio(const char *name, const Target &target, const std::array<bench::Figure, columns> &figures)
 {
+    const bench::Figure ours = figures[target.ours], other = figures[target.other];
     const bench::Figure ratio = {ours.median / other.median, ours.decile / other.decile};
     std::printf("  %5.3f %5.3f", ratio.median, ratio.decile);
     if (target.at_most > 0) std::printf(" %5g%s", target.at_most, ratio.decile > target.at_most ? " !" : "");
@@ -133,9 +140,12 @@ void print_ratio(const char *name, const Target &target, bench::Figure ours, ben
 template <typename D, typename R, typename O, typename C, typename I = std::nullptr_t>
 void row(const char *name, Target target, D by_decimal, R by_real, O by_other, C by_c, I by_decimal64 = nullptr)
 {
-    if (std::strstr(name, rows_wanted) == nullptr) return;
-    const std::array<bench::Burst, columns> all = {burst(by_decimal), burst(by_real), burst(by_other), burst(by_c),
-                                                   burst(by_decimal64)};
+    std::array<bench::Burst, columns> all = {burst(by_decimal), burst(by_real), burst(by_other), burst(by_c),
+                                             burst(by_decimal64)};
+    const int32_t number = row_number++;
+    if (served != nullptr) served->push_back(all[target.ours]);
+    if (served != nullptr || std::strstr(name, rows_wanted) == nullptr) return;
+    if (beside_32_bits->alive()) all[at_32_bits] = beside_32_bits->burst(number);
     std::vector<bench::Burst> bursts;
     for (const bench::Burst &each : all)
         if (each) bursts.push_back(each);
@@ -152,7 +162,10 @@ void row(const char *name, Target target, D by_decimal, R by_real, O by_other, C
         std::printf(" %9.1f", figures[c].median);
         csv->line(name, column_names[c], figures[c]);
     }
-    if (all[target.ours] && all[target.other]) print_ratio(name, target, figures[target.ours], figures[target.other]);
+    const bool is_wide = sizeof(void *) == 8; // the aims beside other libraries are those of 32-bit programs
+    if (all[target.ours] && all[target.other])
+        print_ratio(name, is_wide ? beside(target.ours, target.other) : target, figures);
+    if (all[at_32_bits]) print_ratio(name, {target.ours, at_32_bits, 1}, figures);
     std::printf("\n");
     std::fflush(stdout);
 }
@@ -281,23 +294,40 @@ void text_of_numbers(bench::BurstProcess &intel)
         [](size_t i) { n = fcvt(x[i], 3, &decpt, &sign)[0]; });
 }
 
+void all_rows(bench::BurstProcess &intel)
+{
+    arithmetic();
+    storage_and_integers();
+    floating_point();
+    text_of_numbers(intel);
+}
+
+int serve_rows()
+{
+    bench::BurstProcess nobody("");
+    std::vector<bench::Burst> bursts;
+    served = &bursts;
+    all_rows(nobody);
+    return bench::serve(bursts);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     fill();
+    if (argc == 2 && std::strcmp(argv[1], "--serve") == 0) return serve_rows();
     bench::Csv file(bench::csv_path(argc, argv));
     csv = &file;
     if (argc % 2 == 0) rows_wanted = argv[argc - 1];
     bench::BurstProcess intel(bench::beside(argv[0], "bench_decimal64"));
     intel.send(&operands.texts, sizeof operands.texts);
+    bench::BurstProcess narrow(sizeof(void *) == 8 ? bench::beside(argv[0], "bench_numbers_32") : "", "--serve");
+    beside_32_bits = &narrow;
 
     std::printf("%-28s", "ns per operation, median");
     for (const char *name : column_names)
         std::printf(" %9s", name);
-    std::printf("  ratio of medians, of lower deciles, at most\n");
-    arithmetic();
-    storage_and_integers();
-    floating_point();
-    text_of_numbers(intel);
+    std::printf("  ratios of medians, of lower deciles, at most\n");
+    all_rows(intel);
 }
