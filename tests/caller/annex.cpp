@@ -4,12 +4,16 @@
 // and nothing in it can do harm.
 #include "caller/hosts.h"
 
+#include <algorithm>
 #include <csignal>
+#include <numeric>
 #include <sys/ptrace.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "block/annex.h"
+#include "caller/waiting.h"
 #include "host/host.h"
 
 namespace {
@@ -47,54 +51,79 @@ int32_t ask(ka_host *host, int32_t value)
     return call_with(host, "ask", value);
 }
 
-// A process that calls, traced; it stops itself before and after the calls that are counted.
+// A process that calls, traced; it stops itself before and after each of the calls that are counted.
 constexpr int counted_calls = 50;
+constexpr int32_t counted_argument = 1;
 
-pid_t start_counted_caller(const std::function<void(ka_options &)> &adjust)
+pid_t start_counted_caller(const std::function<void(ka_options &)> &adjust, const char *function)
 {
     const pid_t caller = fork();
     if (caller != 0) return caller;
     ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+    raise(SIGSTOP);
     {
         Host host(adjust);
         for (int i = 0; i < 3; i++)
-            call_with(host, "give_code", i);
+            call_with(host, function, counted_argument);
         raise(SIGSTOP);
-        for (int i = 0; i < counted_calls; i++)
-            call_with(host, "give_code", i);
         raise(SIGSTOP);
+        for (int i = 0; i < counted_calls; i++) {
+            call_with(host, function, counted_argument);
+            raise(SIGSTOP);
+        }
     }
     _exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
-// Lets it run to where it stops itself; how often it has entered or left the kernel by a system call.
-int run_to_stop(pid_t caller)
+// The caller has just sent its request, and does not go on before the reply is there.
+bool hold_after_request(pid_t caller)
 {
-    int passages = 0;
+    struct __ptrace_syscall_info info = {};
+    ptrace(PTRACE_GET_SYSCALL_INFO, caller, sizeof info, &info);
+    if (info.op != PTRACE_SYSCALL_INFO_ENTRY || info.entry.nr != SYS_kill) return false;
+    int status = 0;
+    const pid_t host = static_cast<pid_t>(info.entry.args[0]);
+    ptrace(PTRACE_SYSCALL, caller, nullptr, 0);
+    EXPECT_EQ(waitpid(caller, &status, 0), caller);
+    const auto pending = [&](const char *field) { return (signal_mask(caller, field) & signal_bit(SIGUSR2)) != 0; };
+    EXPECT_TRUE(becomes_true([&] { return pending("ShdPnd") || pending("SigPnd"); }));
+    EXPECT_TRUE(becomes_idle(host));
+    return true;
+}
+
+// Lets it run to where it stops itself; how many system calls it has made until then, or -1 when it has ended.
+int run_to_stop(pid_t caller, int *status, bool reply_first = false)
+{
+    int passages = 0; // into the kernel, or out of it
     for (int signal = 0;;) {
-        int status = 0;
-        if (waitpid(caller, &status, 0) != caller || !WIFSTOPPED(status)) return -1;
-        signal = WSTOPSIG(status);
-        if (signal == SIGSTOP) return passages;
+        ptrace(PTRACE_SYSCALL, caller, nullptr, signal);
+        if (waitpid(caller, status, 0) != caller || !WIFSTOPPED(*status)) return -1;
+        signal = WSTOPSIG(*status);
+        if (signal == SIGSTOP) return passages / 2;
         const bool at_system_call = signal == (SIGTRAP | 0x80);
         passages += at_system_call ? 1 : 0;
-        ptrace(PTRACE_SYSCALL, caller, nullptr, at_system_call || signal == SIGTRAP ? 0 : signal);
+        if (at_system_call && reply_first && hold_after_request(caller)) passages++;
+        if (at_system_call || signal == SIGTRAP) signal = 0;
     }
 }
 
-// Of the calls that are counted, and the few of the stop itself.
-int system_calls_of_calls(const std::function<void(ka_options &)> &adjust)
+// Of each call, the fewest first.
+std::vector<int> system_calls(const std::function<void(ka_options &)> &adjust, const char *function,
+                              bool reply_first = false)
 {
-    const pid_t caller = start_counted_caller(adjust);
-    EXPECT_EQ(run_to_stop(caller), 0);
-    ptrace(PTRACE_SETOPTIONS, caller, nullptr, PTRACE_O_TRACESYSGOOD);
-    ptrace(PTRACE_SYSCALL, caller, nullptr, 0);
-    const int passages = run_to_stop(caller);
-    ptrace(PTRACE_DETACH, caller, nullptr, 0);
     int status = 1;
+    std::vector<int> seen;
+    const pid_t caller = start_counted_caller(adjust, function);
     EXPECT_EQ(waitpid(caller, &status, 0), caller);
+    ptrace(PTRACE_SETOPTIONS, caller, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    run_to_stop(caller, &status);
+    const int of_the_stop = run_to_stop(caller, &status);
+    for (int i = 0; i < counted_calls; i++)
+        seen.push_back(run_to_stop(caller, &status, reply_first) - of_the_stop);
+    EXPECT_EQ(run_to_stop(caller, &status), -1);
     EXPECT_EQ(status, 0);
-    return passages / 2;
+    std::sort(seen.begin(), seen.end());
+    return seen;
 }
 
 } // namespace
@@ -111,10 +140,24 @@ TEST_P(Annex, is_used_from_the_second_call_on)
 // At most: none to wait for a reply that is there already.
 TEST_P(Annex, a_call_costs_the_caller_two_system_calls)
 {
-    constexpr int of_the_stop = 8;
-    const int seen = system_calls_of_calls(with(KA_TRANSPORT_SIGNALS));
-    EXPECT_GE(seen, counted_calls);
-    EXPECT_LE(seen, 2 * counted_calls + of_the_stop);
+    const std::vector<int> seen = system_calls(with(KA_TRANSPORT_SIGNALS), "give_code");
+    EXPECT_GE(seen.front(), 1);
+    EXPECT_LE(std::accumulate(seen.begin(), seen.end(), 0), 2 * counted_calls);
+}
+
+// More where the host is still on its way back to its wait, or a signal of the system comes in between.
+TEST_P(Annex, a_call_without_it_costs_the_caller_four_system_calls)
+{
+    const std::vector<int> seen = system_calls(with(KA_TRANSPORT_PLAIN), "give_code");
+    EXPECT_EQ(seen.front(), 4);
+}
+
+// In the safe way the handler gets it, and tells the thread, which then does not wait in vain.
+TEST_P(Annex, a_reply_between_request_and_wait_costs_no_more)
+{
+    const std::vector<int> seen = system_calls(with(KA_TRANSPORT_PLAIN), "give_code", true);
+    EXPECT_EQ(seen.front(), 4);
+    EXPECT_EQ(seen[counted_calls / 2], 4);
 }
 
 TEST_P(Annex, is_not_there_for_plain_calls)

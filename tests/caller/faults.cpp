@@ -320,7 +320,7 @@ TEST_P(Faults, of_a_limit_that_forbids_to_wait_are_told)
 {
     Host host([](ka_options &options) {
         options.waiting = GetParam();
-        options.transport = KA_TRANSPORT_PLAIN; // the other waits for no descriptor
+        options.transport = KA_TRANSPORT_PLAIN; // the other waits for no descriptor, and this not in the first moment
     });
     EXPECT_EQ(call_with(host, "give_code", 1), 1);
     const pid_t pid = ka_pid(host);
@@ -328,8 +328,7 @@ TEST_P(Faults, of_a_limit_that_forbids_to_wait_are_told)
     getrlimit(RLIMIT_NOFILE, &before);
     const struct rlimit low = {3, before.rlim_max};
     setrlimit(RLIMIT_NOFILE, &low);
-    ka_begin(host, "give_code");
-    ka_add_integer(host, 1, KA_BY_VALUE);
+    ka_begin(host, "hang");
     EXPECT_EQ(call_fails(host), KA_SYSTEM);
     setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_EQ(ka_last_error(host)->sys_errno, EINVAL);

@@ -51,12 +51,13 @@ protected:
         EXPECT_EQ(status, 0) << "step " << WEXITSTATUS(status);
     }
     static int error() { return std::get<1>(GetParam()); }
-    static ka_host *open_host(int32_t error_output)
+    static ka_host *open_host(int32_t error_output, int cancel_fd = -1)
     {
         ka_options options = default_options();
         options.waiting = std::get<0>(GetParam());
         options.deadline_ms = 10000;
         options.error_output = error_output;
+        options.cancel_fd = cancel_fd;
         ka_host *host = nullptr;
         if (ka_open(&host, tasks_module.c_str(), &options) != KA_DONE)
             fprintf(stderr, "%s\n", ka_last_error(host)->message);
@@ -129,13 +130,23 @@ TEST_P(Filtered, pidfd_open_leaves_no_host_though_the_program_has_closed_its_des
             return kill(pid, 0) == 0 ? 3 : 0;
         });
     in_child([] {
-        setenv("KA_TRANSPORT", "plain", 1); // else a call needs no descriptor
-        ka_host *host = open_host(KA_STDERR_INHERIT);
+        ka_host *host = open_host(KA_STDERR_INHERIT, eventfd(0, 0)); // without that a call needs no descriptor
         const pid_t pid = ka_pid(host);
         if (call_with(host, "give_code", 1) != 1 || !refuse(SYS_pidfd_open, error())) return 1;
         closefrom(STDERR_FILENO + 1);
         ka_begin(host, "count_call");
         if (call_fails(host) != KA_SYSTEM || ka_last_error(host)->retry != KA_RETRY_YES) return 2;
+        if (kill(pid, 0) == 0) return 3;
+        return ka_close(host) == KA_DONE ? 0 : 4;
+    });
+    in_child([] {
+        setenv("KA_TRANSPORT", "plain", 1); // it needs descriptors after the first moment
+        ka_host *host = open_host(KA_STDERR_INHERIT);
+        const pid_t pid = ka_pid(host);
+        if (call_with(host, "give_code", 1) != 1 || !refuse(SYS_pidfd_open, error())) return 1;
+        closefrom(STDERR_FILENO + 1);
+        ka_begin(host, "hang");
+        if (call_fails(host) != KA_SYSTEM) return 2;
         if (kill(pid, 0) == 0) return 3;
         return ka_close(host) == KA_DONE ? 0 : 4;
     });

@@ -298,6 +298,25 @@ TEST_F(Handlers, foreign_signal_that_is_pending_at_the_last_close_stays_pending)
     EXPECT_EQ(seen.last_sender, getpid());
 }
 
+// The kernel lets a thread put back what a process sent by that thread's id only.
+TEST_F(Handlers, foreign_signal_that_is_pending_at_the_last_close_in_another_thread_stays_pending)
+{
+    set(detailed_action());
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    std::thread([] {
+        Host host(adding_one);
+        call_many(host, 10);
+        kill(getpid(), SIGUSR2);
+    }).join();
+    EXPECT_EQ(seen.count, 0);
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    EXPECT_EQ(seen.count, 1);
+    EXPECT_EQ(seen.last_sender, getpid());
+}
+
 // The host dies in the end, and what it sent last is still pending.
 TEST_F(Handlers, reply_that_is_pending_at_the_last_close_does_not_reach_the_program)
 {

@@ -66,6 +66,28 @@ TEST(Threads, eight_call_a_host_each)
         thread.join();
 }
 
+// A reply can come to another of them, in its wait.
+TEST(Threads, four_that_wait_fast_call_a_host_each)
+{
+    sigset_t set;
+    sigset_t before;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &set, &before);
+    std::vector<std::thread> threads;
+    for (int32_t i = 0; i < 4; i++)
+        threads.emplace_back([i] {
+            Host host([](ka_options &options) {
+                adding_one(options);
+                options.waiting = KA_WAIT_FAST;
+            });
+            call_many(host, 1000, 100000 * i);
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
 TEST(Threads, some_with_the_signal_blocked_call_too)
 {
     std::vector<std::thread> threads;

@@ -28,6 +28,13 @@ int look_at_child(int pid_fd, pid_t pid, siginfo_t *info, int flags)
     return waitid(P_PID, static_cast<id_t>(pid), info, WEXITED | WNOHANG | flags) == 0 ? 0 : errno;
 }
 
+bool is_living_child(pid_t pid)
+{
+    siginfo_t info = {};
+    return pid != 0 && waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == 0;
+}
+
 int reopen_child(pid_t pid)
 {
     siginfo_t info;

@@ -4,6 +4,10 @@
 #include "thread.h"
 
 #include <signal.h>
+#include <unistd.h>
+
+/* 0 before it is asked for. In the initial TLS block, because a handler may not allocate. */
+__attribute__((tls_model("initial-exec"))) static thread_local pid_t thread_id;
 
 /* A thread is born with the signal mask of its creator. */
 int create_thread_without_signals(pthread_t *created, size_t stack_bytes, void *(*run)(void *), void *argument)
@@ -20,4 +24,16 @@ int create_thread_without_signals(pthread_t *created, size_t stack_bytes, void *
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     pthread_attr_destroy(&attributes);
     return error;
+}
+
+/* Asking the kernel each time would be a tenth of what the wait for a reply costs. */
+pid_t own_thread(void)
+{
+    if (thread_id == 0) thread_id = gettid();
+    return thread_id;
+}
+
+void forget_own_thread(void)
+{
+    thread_id = 0;
 }

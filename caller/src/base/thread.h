@@ -6,9 +6,14 @@
 
 #include <pthread.h>
 #include <stddef.h>
+#include <sys/types.h>
 
 /* Creates a thread that blocks every signal. 0 or an errno. */
 int create_thread_without_signals(pthread_t *created, size_t stack_bytes, void *(*run)(void *), void *argument);
+
+/* The id of this thread; the kernel is asked once. Async-signal-safe. */
+pid_t own_thread(void);
+void forget_own_thread(void); /* in a child of fork: it has another */
 
 /* Threads that the program cancels: one that is in the library would end at its next system call, with locks held
    that others need, and with a host in the middle of a call. */

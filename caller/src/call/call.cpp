@@ -84,10 +84,18 @@ static int32_t fail_out_of_turn(ka_host *host)
     return fail(host, KA_ARGUMENT, "ka_call before ka_begin");
 }
 
-/* A host whose annex says that it lives needs no descriptor. */
+/* The host lives, and is signalled by its number. What can be looked at is its annex, or the child, whose number
+   stays its own until the library waits for it. Before its first answer, and where a cancellation must be seen at
+   once, the descriptors are needed anyway. */
+static bool needs_no_descriptor(const ka_host *host)
+{
+    if (host->options.cancel_fd != -1) return false;
+    return host_uses_annex(host) || (host->process.answered && is_living_child(host->process.pid));
+}
+
 static bool is_there(ka_host *host)
 {
-    return host_uses_annex(host) || regain_process(host);
+    return needs_no_descriptor(host) || regain_process(host);
 }
 
 /* ---- The end of a call ----------------------------------------------------------------------------------------- */
@@ -110,11 +118,11 @@ static int32_t answer_again(ka_host *host)
 static int32_t await_idle(ka_host *host, int64_t deadline)
 {
     enum { QUICK_LOOKS = 3 };
+    if (is_idle_as_before(host)) return KA_DONE;
     int64_t pause = 0;
-    for (int looks = 1; !is_idle_again(host, looks > QUICK_LOOKS); looks++) {
+    for (int looks = 1; regain_process(host) && !is_idle_again(host, looks > QUICK_LOOKS); looks++) {
         pause = next_pause(pause);
         const int64_t look_again = now_ns() + pause;
-        if (!regain_process(host)) return KA_DONE;
         const int woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
         if (woken & WOKEN_BY_ERROR) return fail_wait(host, errno);
         if (woken & WOKEN_BY_CANCEL) return fail_call(host, EVENT_CANCELLED);
@@ -170,7 +178,7 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
    started again. */
 static int32_t look_before_call(ka_host *host, int64_t deadline)
 {
-    if (host_uses_annex(host) && host->options.cancel_fd == -1) return KA_DONE;
+    if (needs_no_descriptor(host)) return KA_DONE;
     if (!regain_process(host)) return fail_dead(host, "between calls");
     const int woken = wait_until(host, -1, 0);
     if (woken & WOKEN_BY_ERROR) return fail_wait(host, errno);

@@ -30,6 +30,7 @@
 #include "doorbell/doorbell.h"
 #include "doorbell/rest.h"
 #include "doorbell/wait.h"
+#include "doorbell/waiters.h"
 #include "host/host.h"
 #include "ka/dll_codes.h"
 #include "process/regain.h"
@@ -51,11 +52,13 @@ void prepare_reply(ka_host *host, int32_t retcode_before)
     store32(host, host->segment.layout->retcode, host->waiting.retcode_before);
 }
 
-/* By its number where the annex has just told that it lives: that costs no look at the descriptor, which the program
-   may have closed. */
+/* By its number where the annex, or the look at the child, has just told that it lives: that costs no look at the
+   descriptor, which the program may have closed. A child that dies now keeps its number until the library waits for
+   it. */
 static int signal_host(const ka_host *host)
 {
-    if (!host->waiting.is_numbered) return signal_process(host->process.pid_fd, SIGUSR2);
+    const bool by_number = host->waiting.is_numbered || host->waiting.is_brief;
+    if (!by_number) return signal_process(host->process.pid_fd, SIGUSR2);
     return kill(host->process.pid, SIGUSR2) == 0 ? 0 : errno;
 }
 
@@ -75,8 +78,16 @@ static int send_request(ka_host *host, int32_t argc)
 
 /* ---- The verdict ----------------------------------------------------------------------------------------------- */
 
+/* Once an exchange, before anything is seen by a descriptor. False when the process cannot be found again. */
+static bool find_process(ka_host *host)
+{
+    if (!host->waiting.is_found) host->waiting.is_found = regain_process(host);
+    return host->waiting.is_found;
+}
+
 static t_REPLY judge_by_rest(ka_host *host)
 {
+    if (!find_process(host)) return {EVENT_DIED, 0};
     switch (look_for_rest(host)) {
     case AT_REST_IDLE:
         return {EVENT_RETURNED, load32(host, host->segment.layout->retcode)};
@@ -137,12 +148,29 @@ static bool signal_is_pending(void)
     return sigpending(&pending) == 0 && sigismember(&pending, SIGUSR2) == 1;
 }
 
+/* Beside what else can end a wait: the block was changed in the first moment, and no signal came. */
+enum { WOKEN_BY_CHANGE = 32 };
+
+/* The first moment of a call that needs no descriptors. A death in it is seen after it, or when SIGCHLD interrupts
+   it: in the safe way that mostly does, since the thread that started the host blocks all signals, and so the kernel
+   keeps SIGCHLD even where nobody handles it. Where the program replaced the handler, its own can have taken the
+   signal. */
+static int wait_briefly(ka_host *host, int64_t until)
+{
+    host->waiting.is_brief = false;
+    if (await_doorbell(host, until) || !block_doorbell(host)) return WOKEN_BY_SIGNAL;
+    return has_changed(host) ? WOKEN_BY_CHANGE : 0;
+}
+
 /* What is seen of the process otherwise is looked at only when the time is over, or its life is not told any more. */
 static int wait_for_reply(ka_host *host, int64_t until)
 {
+    const int woken = host->waiting.is_brief ? wait_briefly(host, until) : 0;
+    if (woken != 0) return woken;
     const bool is_told = host->waiting.by_annex && sleep_on_life(host, until);
     if (host->waiting.is_numbered && numbered_reply(host) != NOT_REPLIED) return WOKEN_BY_SIGNAL;
-    if (host->waiting.by_annex && !regain_process(host)) return WOKEN_BY_DEATH;
+    if (!block_doorbell(host)) return WOKEN_BY_SIGNAL;
+    if (!find_process(host)) return WOKEN_BY_DEATH;
     return wait_until(host, -1, is_told ? 0 : until);
 }
 
@@ -158,6 +186,7 @@ static t_REPLY await_reply(ka_host *host, int64_t deadline)
         if (woken & WOKEN_BY_ERROR) return {EVENT_UNWAITED, errno};
         if (woken & WOKEN_BY_CANCEL) return {EVENT_CANCELLED, 0};
         const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !signalled;
+        const bool look_twice = first_signal || (woken & WOKEN_BY_CHANGE);
         signalled |= first_signal;
         if (!first_signal) regain_doorbell(host);
         if (woken & WOKEN_BY_DEATH) signalled |= signal_is_pending();
@@ -165,7 +194,7 @@ static t_REPLY await_reply(ka_host *host, int64_t deadline)
         if ((woken & WOKEN_BY_DEATH) && reply.event != EVENT_RETURNED) return {EVENT_DIED, 0};
         if (reply.event != EVENT_NONE) return reply;
         if (now_ns() >= deadline) return {EVENT_LATE, 0};
-        pause = first_signal ? 0 : next_pause(pause);
+        pause = look_twice ? 0 : next_pause(pause);
     }
 }
 

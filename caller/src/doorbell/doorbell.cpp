@@ -2,11 +2,16 @@
  *
  * SIGUSR2 on the caller's side, in the two ways of waiting for it.
  *
- * Safe: a handler for the whole process (handler.cpp), and SIGUSR2 blocked in the calling thread except inside its
- * wait, so that no reply slips in between the look at the block and the wait. While a thread waits, its own id is
- * in the block: the kernel finds the process by the id of any of its threads, and prefers that thread.
+ * Safe: a handler for the whole process (handler.cpp). In the first moment of a wait a signal may reach the handler
+ * in the calling thread just before that sleeps; the handler tells it, and the moment is short. After it SIGUSR2 is
+ * blocked in the calling thread except inside its wait, so that no reply slips in between the look at the block and
+ * the wait.
  *
- * Fast: SIGUSR2 is blocked in the thread that opened the host, and read through a descriptor.
+ * Fast: SIGUSR2 is blocked in the thread that opened the host, and after the first moment a descriptor tells that it
+ * is pending.
+ *
+ * In both, while a thread waits, its own id is in the block: the kernel finds the process by the id of any of its
+ * threads, and prefers that thread.
  *
  * In both a signal is only ever a hint to look: standard signals merge, and anyone may send one. */
 #include "doorbell.h"
@@ -18,7 +23,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "base/clock.h"
 #include "base/fd.h"
+#include "base/thread.h"
 #include "block/annex.h"
 #include "block/segment.h"
 #include "handler.h"
@@ -34,7 +41,10 @@ static int32_t way_of_waiting;
 /* Of this thread: hosts for which SIGUSR2 is held, and whether it was blocked before the first of them. */
 static thread_local int32_t hosts_held;
 static thread_local bool was_blocked;
-static thread_local pid_t thread_id; /* of this thread, 0 before it is asked for */
+
+/* A wait that would end before the kernel's next tick makes it set its timer anew each time: on virtual machines that
+   takes as long as half a call. Ticks are 1 to 4 ms apart nearly everywhere. */
+enum : int64_t { FIRST_MOMENT_NS = 5 * NS_PER_MS };
 
 static sigset_t doorbell_set(void)
 {
@@ -48,7 +58,7 @@ static sigset_t doorbell_set(void)
 
 static void hold_signal(ka_host *host)
 {
-    host->waiting.doorbell_thread = gettid();
+    host->waiting.doorbell_thread = own_thread();
     if (hosts_held++ > 0) return;
     const sigset_t set = doorbell_set();
     sigset_t before;
@@ -65,7 +75,7 @@ static void unblock_signal(void)
 /* The host is dead by now, and its last signal taken: none can arrive unblocked. */
 static void release_signal(ka_host *host)
 {
-    const bool held_here = host->waiting.doorbell_thread == gettid();
+    const bool held_here = host->waiting.doorbell_thread == own_thread();
     host->waiting.doorbell_thread = 0;
     if (held_here && --hosts_held == 0) unblock_signal();
 }
@@ -109,40 +119,34 @@ static void close_fast(ka_host *host)
 /* Not by the descriptor, which is only waited for: the program may have lost it. */
 int drain_doorbell(const ka_host *host)
 {
-    constexpr struct timespec no_time = {};
-    const sigset_t set = doorbell_set();
-    if (host->waiting.doorbell_thread == 0) return EAGAIN;
-    int result = -1;
-    do {
-        result = sigtimedwait(&set, nullptr, &no_time);
-    } while (result == -1 && errno == EINTR);
-    return result == -1 ? errno : 0;
+    return host->waiting.doorbell_thread == 0 ? EAGAIN : drain_signal();
 }
 
 /* ---- Safe ------------------------------------------------------------------------------------------------------ */
 
 static int32_t open_safe(ka_host *host)
 {
-    host->waiting.waiter = claim_waiter(host);
-    if (!host->waiting.waiter) return fail_system(host, ENOMEM, "cannot wait for the host");
     const int error = open_hosts == 0 ? install_handler() : 0;
     return error == 0 ? KA_DONE : fail_system(host, error, "cannot handle SIGUSR2");
 }
 
-static void close_safe(ka_host *host)
+static bool is_safe(const ka_host *host)
 {
-    if (!host->waiting.waiter) return;
-    release_waiter(host->waiting.waiter);
-    host->waiting.waiter = nullptr;
-    if (open_hosts == 0) remove_handler();
+    return host->waiting.doorbell_thread == 0;
 }
 
-/* Asking the kernel each time would be a tenth of what the wait costs. */
-static pid_t own_thread(void)
+bool block_doorbell(ka_host *host)
 {
-    if (thread_id == 0) thread_id = gettid();
-    return thread_id;
+    if (!host->waiting.is_waiting || host->waiting.is_blocked || !is_safe(host)) return true;
+    const sigset_t set = doorbell_set();
+    pthread_sigmask(SIG_BLOCK, &set, &host->waiting.mask_before);
+    host->waiting.mask_waiting = host->waiting.mask_before;
+    sigdelset(&host->waiting.mask_waiting, SIGUSR2);
+    host->waiting.is_blocked = true;
+    return !was_told();
 }
+
+/* ---- Both ------------------------------------------------------------------------------------------------------ */
 
 pid_t waiting_thread(const ka_host *host)
 {
@@ -154,26 +158,38 @@ void begin_wait(ka_host *host)
     host->waiting.is_numbered = host_uses_annex(host);
     host->waiting.by_annex = host->waiting.is_numbered && host->options.cancel_fd == -1;
     host->waiting.is_quiet = host->waiting.by_annex && host->options.transport == KA_TRANSPORT_FAST;
-    if (host->waiting.by_annex || !host->waiting.waiter) return;
-    const sigset_t set = doorbell_set();
-    pthread_sigmask(SIG_BLOCK, &set, &host->waiting.mask_before);
-    host->waiting.mask_waiting = host->waiting.mask_before;
-    sigdelset(&host->waiting.mask_waiting, SIGUSR2);
-    store_caller(host, own_thread());
-    enter_waiter(host->waiting.waiter, own_thread());
+    host->waiting.is_found = host->options.cancel_fd != -1; /* it was looked for before the request */
+    if (host->waiting.by_annex) return;
     host->waiting.is_waiting = true;
+    host->waiting.is_brief = host->options.cancel_fd == -1;
+    if (!host->waiting.is_brief) block_doorbell(host);
+    store_caller(host, own_thread());
+    enter_waiter(host->waiting.waiter);
+}
+
+bool await_doorbell(const ka_host *host, int64_t until)
+{
+    const int64_t left = until - now_ns();
+    const int64_t moment = left < FIRST_MOMENT_NS ? left : static_cast<int64_t>(FIRST_MOMENT_NS);
+    return await_signal(moment > 0 ? moment : 0, !is_safe(host));
 }
 
 void end_wait(ka_host *host)
 {
     if (!host->waiting.is_waiting) return;
     host->waiting.is_waiting = false;
+    host->waiting.is_brief = false;
     leave_waiter(host->waiting.waiter);
     store_caller(host, host->life.caller);
-    pthread_sigmask(SIG_SETMASK, &host->waiting.mask_before, nullptr);
+    if (host->waiting.is_blocked) pthread_sigmask(SIG_SETMASK, &host->waiting.mask_before, nullptr);
+    host->waiting.is_blocked = false;
 }
 
-/* ---- Both ------------------------------------------------------------------------------------------------------ */
+static void let_waiter_go(ka_host *host)
+{
+    if (host->waiting.waiter) release_waiter(host->waiting.waiter);
+    host->waiting.waiter = nullptr;
+}
 
 static int32_t open_locked(ka_host *host)
 {
@@ -186,8 +202,10 @@ static int32_t open_locked(ka_host *host)
                     wanted == KA_WAIT_FAST ? "KA_WAIT_FAST" : "KA_WAIT_SAFE",
                     wanted == KA_WAIT_FAST ? "safe" : "fast");
     }
+    host->waiting.waiter = claim_waiter(host);
+    if (!host->waiting.waiter) return fail_system(host, ENOMEM, "cannot wait for the host");
     if ((wanted == KA_WAIT_FAST ? open_fast(host) : open_safe(host)) != KA_DONE) {
-        close_safe(host);
+        let_waiter_go(host);
         return host->error.error_class;
     }
     way_of_waiting = wanted;
@@ -212,7 +230,8 @@ void close_doorbell(ka_host *host)
     pthread_mutex_lock(&lock);
     open_hosts--;
     close_fast(host);
-    close_safe(host);
+    let_waiter_go(host);
+    if (open_hosts == 0 && way_of_waiting == KA_WAIT_SAFE) remove_handler();
     pthread_mutex_unlock(&lock);
 }
 
@@ -240,12 +259,10 @@ void release_doorbells(void)
 /* The child's hosts will be its own, and so is what SIGUSR2 means to it until then. */
 void begin_doorbells_anew(void)
 {
-    if (open_hosts > 0 && way_of_waiting == KA_WAIT_SAFE) {
-        forget_waiters();
-        remove_handler_in_child();
-    }
+    if (open_hosts > 0) forget_waiters();
+    if (open_hosts > 0 && way_of_waiting == KA_WAIT_SAFE) remove_handler_in_child();
     if (hosts_held > 0) unblock_signal();
     hosts_held = 0;
-    thread_id = 0;
+    forget_own_thread();
     open_hosts = 0;
 }

@@ -17,6 +17,12 @@ void close_doorbell(ka_host *host);
 /* From before a request or an answer is sent until the reply was seen, this thread is the one that waits for it. */
 void begin_wait(ka_host *host);
 void end_wait(ka_host *host);
+
+/* For a moment only the reply is waited for, and no descriptor is needed. False when no signal has come. */
+bool await_doorbell(const ka_host *host, int64_t until);
+
+/* Before any other wait. False when a signal has come before: that is to be looked after first. */
+bool block_doorbell(ka_host *host);
 pid_t waiting_thread(const ka_host *host); /* the caller as the block has it */
 
 /* In place of close_doorbell for a host that lives on: its signals must not end the program. */

@@ -12,6 +12,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "base/thread.h"
 #include "waiters.h"
 
 /* The program's earlier handler in one of its two forms; both null when it had none. Written by install_handler
@@ -121,6 +122,6 @@ void remove_handler(void)
     pthread_sigmask(SIG_BLOCK, &set, &before);
     const bool found = take_pending(&set, &foreign);
     sigaction(SIGUSR2, &earlier, nullptr);
-    if (found && has_handler(&earlier)) syscall(SYS_rt_sigqueueinfo, getpid(), SIGUSR2, &foreign);
+    if (found && has_handler(&earlier)) send_back(&foreign);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }

@@ -107,6 +107,12 @@ static bool learn_idle_place(ka_host *host, const t_SLEEP_PLACE *before)
    place, in which the idle host once slept, is idle, and whatever came before this look is done. That costs a tenth
    of the look at the signals, from which the place is learnt. No other file has that text, so the descriptor is
    checked only where the text is another. */
+bool is_idle_as_before(const ka_host *host)
+{
+    t_SLEEP_PLACE now;
+    return rests_by_annex(host) || (read_sleep_place(host, &now) && same_place(&now, &host->process.idle_place));
+}
+
 bool is_idle_again(ka_host *host, bool thoroughly)
 {
     if (rests_by_annex(host)) return true;

@@ -12,7 +12,10 @@ enum t_REST { NOT_AT_REST, AT_REST_IDLE, AT_REST_IN_CALLBACK, REST_UNKNOWABLE };
 t_REST look_for_rest(ka_host *host);
 t_REST look_for_first_rest(ka_host *host); /* before anything was sent */
 
-bool is_idle_again(ka_host *host, bool thoroughly); /* after an answer; true where that cannot be known */
+/* After an answer. As before: with one look, and without a check of the descriptors; false may only mean that it
+   could not be told so. Again: true where it cannot be known. */
+bool is_idle_as_before(const ka_host *host);
+bool is_idle_again(ka_host *host, bool thoroughly);
 bool request_is_pending(ka_host *host); /* not taken yet; also of a zombie. False where that cannot be known */
 
 #endif

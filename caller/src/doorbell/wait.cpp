@@ -32,7 +32,7 @@ static struct timespec time_left(int64_t until)
    Else a signal handler of the program may interrupt the wait, which then goes on for the time that is left. */
 static int poll_until(const ka_host *host, struct pollfd *fds, nfds_t count, int64_t until)
 {
-    const sigset_t *mask = host->waiting.is_waiting ? &host->waiting.mask_waiting : nullptr;
+    const sigset_t *mask = host->waiting.is_blocked ? &host->waiting.mask_waiting : nullptr;
     for (;;) {
         const struct timespec timeout = time_left(until);
         const int ready = ppoll(fds, count, &timeout, mask);

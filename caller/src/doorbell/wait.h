@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
- * The one place where the library waits. Every wait has an end, and sees the host's death and a cancellation at once.
- * What a wait that ended means for a call, the deadline's passing included, call/reply.cpp decides. */
+ * The one place where the library waits, but for the first moment of a wait for a signal (doorbell.h). Every wait has
+ * an end, and sees the host's death and a cancellation at once. What a wait that ended means for a call, the
+ * deadline's passing included, call/reply.cpp decides. */
 #ifndef KA_CALLER_WAIT_H
 #define KA_CALLER_WAIT_H
 

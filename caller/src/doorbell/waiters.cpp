@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
- * A thread blocks SIGUSR2 except while it waits. A reply that comes just before or after goes to some other thread,
- * and two pending signals merge into one. So the handler, in whichever thread it runs, wakes every waiting thread
- * whose host sent the signal or changed its block, with a signal addressed to that thread.
+ * A reply can come to another thread than the one that waits for it, which may have SIGUSR2 blocked just then, and
+ * two pending signals merge into one. So whoever gets a signal, the handler in any thread or a thread that waits,
+ * wakes every waiting thread whose host sent the signal or changed its block, with a signal addressed to that thread.
  *
  * A thread is woken once in a wait at most, and takes that signal before it goes on: none can reach it later, when
  * the program's own handler, or none, is in place. A reply that every handler misses is found by the thread itself,
@@ -17,10 +17,15 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "base/thread.h"
 #include "block/segment.h"
 #include "host/host.h"
 
 static std::atomic<t_WAITER *> waiters; /* only ever grows */
+
+/* A signal has come to this thread; written in the thread itself. In the initial TLS block, because the handler may
+   not allocate. */
+__attribute__((tls_model("initial-exec"))) static thread_local volatile bool told;
 
 /* ---- Processes that were hosts --------------------------------------------------------------------------------- */
 
@@ -105,9 +110,9 @@ void forget_waiters(void)
     }
 }
 
-/* ---- Waking; in the handler ------------------------------------------------------------------------------------ */
+/* ---- Waking; in the handler too -------------------------------------------------------------------------------- */
 
-static bool has_changed(const ka_host *host)
+bool has_changed(const ka_host *host)
 {
     return load32(host, host->segment.layout->cbval) != host->waiting.cbval_before ||
            load32(host, host->segment.layout->retcode) != host->waiting.retcode_before;
@@ -138,12 +143,12 @@ static bool begin_look(t_WAITER *waiter)
     }
 }
 
-static void wake(t_WAITER *waiter, pid_t sender, pid_t own_thread)
+static void wake(t_WAITER *waiter, pid_t sender)
 {
     if (!begin_look(waiter)) return;
     for (;;) {
         const bool wanted = waiter->process == sender || has_changed(waiter->host);
-        if (wanted && waiter->thread != own_thread && send_wake_signal(waiter)) {
+        if (wanted && waiter->thread != own_thread() && send_wake_signal(waiter)) {
             waiter->state = WAITER_WOKEN;
             return;
         }
@@ -165,38 +170,76 @@ static t_WAITER *woken_by(const siginfo_t *info)
 bool take_signal(const siginfo_t *info)
 {
     t_WAITER *woken = woken_by(info);
+    told = true;
     if (woken) {
         woken->arrived = true;
         return true;
     }
-    const pid_t own_thread = gettid();
     for (t_WAITER *one = waiters; one; one = one->next)
-        wake(one, info->si_pid, own_thread);
+        wake(one, info->si_pid);
     return info->si_code == SI_USER && is_host(info->si_pid); /* a timer's signal has something else in that place */
 }
 
 /* ---- Waiting ------------------------------------------------------------------------------------------------- */
 
+/* By the id of this thread: that is the only one of the process's by which it may send what a process has sent. The
+   kernel prefers the thread: where SIGUSR2 is not blocked, the handler runs here and now. */
+void send_back(siginfo_t *info)
+{
+    syscall(SYS_rt_sigqueueinfo, own_thread(), SIGUSR2, info);
+}
+
 /* A signal that is not ours goes back to where it was pending. */
 static void put_back(siginfo_t *info)
 {
     if (info->si_code == SI_TKILL)
-        syscall(SYS_rt_tgsigqueueinfo, getpid(), gettid(), SIGUSR2, info);
+        syscall(SYS_rt_tgsigqueueinfo, getpid(), own_thread(), SIGUSR2, info);
     else
-        syscall(SYS_rt_sigqueueinfo, getpid(), SIGUSR2, info);
+        send_back(info);
 }
 
-/* A pending SIGUSR2, or false. By the system call itself: the C library's function makes a signal to the thread look
-   like one to the process. */
-static bool take_pending(siginfo_t *info)
+/* A SIGUSR2 that is pending, or comes within less than a second. 0 or an errno. By the system call itself: the C
+   library's function makes a signal to the thread look like one to the process. */
+static int take_within(siginfo_t *info, int64_t ns)
 {
     static constexpr uint64_t set = uint64_t{1} << (SIGUSR2 - 1);
-    static constexpr int64_t no_time[2] = {}; /* in any width */
-    long number = 0;
+    const long time[2] = {0, static_cast<long>(ns)};
+    return syscall(SYS_rt_sigtimedwait, &set, info, time, sizeof set) == -1 ? errno : 0;
+}
+
+static int take_pending(siginfo_t *info)
+{
+    int error = 0;
     do
-        number = syscall(SYS_rt_sigtimedwait, &set, info, no_time, sizeof set);
-    while (number == -1 && errno == EINTR);
-    return number != -1;
+        error = take_within(info, 0);
+    while (error == EINTR);
+    return error;
+}
+
+int drain_signal(void)
+{
+    siginfo_t info;
+    const int error = take_pending(&info);
+    if (error == 0) take_signal(&info);
+    return error;
+}
+
+/* Cleared first by none but this thread: a handler that sets it in between is seen by the look that follows. */
+bool was_told(void)
+{
+    if (!told) return false;
+    told = false;
+    return true;
+}
+
+/* A signal that the handler takes after the look and before the wait is seen when the time is over. */
+bool await_signal(int64_t ns, bool drop_foreign)
+{
+    siginfo_t info;
+    if (was_told()) return true;
+    const bool taken = take_within(&info, ns) == 0;
+    if (taken && !take_signal(&info) && !drop_foreign) put_back(&info);
+    return was_told();
 }
 
 /* Ours has been sent: it has arrived in the handler, or is pending. Signals to a thread come before those to the
@@ -206,7 +249,7 @@ static void take_wake_signal(const t_WAITER *waiter)
     siginfo_t foreign;
     siginfo_t info;
     bool is_foreign = false;
-    while (!waiter->arrived && take_pending(&info)) {
+    while (!waiter->arrived && take_pending(&info) == 0) {
         if (take_signal(&info)) continue;
         foreign = info;
         is_foreign = true;
@@ -214,10 +257,11 @@ static void take_wake_signal(const t_WAITER *waiter)
     if (is_foreign) put_back(&foreign);
 }
 
-void enter_waiter(t_WAITER *waiter, pid_t own_thread)
+void enter_waiter(t_WAITER *waiter)
 {
-    waiter->thread = own_thread;
+    waiter->thread = own_thread();
     waiter->arrived = false;
+    told = false;
     waiter->state = WAITER_WAITING;
 }
 

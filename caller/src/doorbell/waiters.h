@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <signal.h>
+#include <stdint.h>
 #include <sys/types.h>
 
 struct ka_host;
@@ -34,10 +35,26 @@ struct t_WAITER {
 t_WAITER *claim_waiter(const ka_host *host);
 void release_waiter(t_WAITER *waiter);
 
-/* This thread waits from the one to the other, with SIGUSR2 blocked but for where it waits. No signal of ours is left
-   when it ends. */
-void enter_waiter(t_WAITER *waiter, pid_t own_thread);
+/* This thread waits from the one to the other. No signal of ours is left when it ends. */
+void enter_waiter(t_WAITER *waiter);
 void leave_waiter(t_WAITER *waiter);
+
+/* A SIGUSR2 has come to this thread since it began to wait, or since this was asked last. */
+bool was_told(void);
+
+/* The same, or one comes within that time, whether or not it is blocked. What is not ours goes back, to be blocked or
+   handled, unless it is to be dropped. False early when a handler of the program interrupts the wait. */
+bool await_signal(int64_t ns, bool drop_foreign);
+
+/* Takes a signal that is pending for this thread; one that is not ours is dropped. 0; EAGAIN when there is none; or
+   another errno. */
+int drain_signal(void);
+
+/* To the process, where it was pending. */
+void send_back(siginfo_t *info);
+
+/* The block does not hold any more what it held before the request. */
+bool has_changed(const ka_host *host);
 
 /* A signal has come: wakes those for whom it may be. True when it is a host's, or one of ours; else it is for the
    program. Async-signal-safe. */

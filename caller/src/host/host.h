@@ -133,9 +133,12 @@ struct t_PROGRESS {
 
 /* SIGUSR2 of this host, and what its reply is known by. */
 struct t_WAITING {
-    bool is_open;          /* its doorbell */
-    bool is_waiting;       /* KA_WAIT_SAFE: this thread waits, with the two masks below */
-    t_WAITER *waiter;      /* KA_WAIT_SAFE */
+    bool is_open;    /* its doorbell */
+    bool is_waiting; /* this thread waits for a signal */
+    bool is_brief;   /* and for nothing else, in the first moment; see call/reply.cpp */
+    bool is_blocked; /* KA_WAIT_SAFE: and blocks SIGUSR2 but for the wait, with the two masks below */
+    bool is_found;   /* its process is known to have its descriptors in this exchange */
+    t_WAITER *waiter;
     pid_t doorbell_thread; /* KA_WAIT_FAST: in which SIGUSR2 is blocked for this host; 0 for none */
     int doorbell_fd;       /* KA_WAIT_FAST: a signalfd for SIGUSR2 */
     sigset_t mask_before;
@@ -149,7 +152,8 @@ struct t_WAITING {
     bool is_quiet;          /* and so does the request */
     t_SPIN spin;            /* of those */
 };
-inline constexpr t_WAITING no_waiting = {false, false, nullptr, 0, -1, {}, {}, {}, 0, 0, 0, false, false, false, {}};
+inline constexpr t_WAITING no_waiting = {false, false, false, false, false, nullptr, 0,     -1,    {},
+                                         {},    {},    0,     0,     0,     false,   false, false, {}};
 
 /* The segment in this process. */
 struct t_SEGMENT {
