@@ -7,17 +7,12 @@
 #include <stdint.h>
 #include <string.h>
 
-#include "wire/real_digits.h"
+#include "wire/real_decimals.h"
 #include "wire/real_fault.h"
-
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
 
 namespace wire {
 
-/* 0.ddd... * 10^point, the last decimal not 0 unless it is the only one. From decimals on 16 characters can be read.
- */
+/* 0.ddd... * 10^point, the last decimal not 0 unless it is the only one. */
 struct t_SHOWN {
     const char *decimals;
     int length; /* 1 to 16 */
@@ -26,8 +21,8 @@ struct t_SHOWN {
 };
 
 #ifdef __SSE2__
-/* All decimals of a REAL in normal form, in room, of 17 characters; false if the record is any other, also where
-   digits that are in use are above 99 or the first of them is 0. 6554 / 2^16 is above 1 / 10 by less than 1e-5. */
+/* All decimals of a REAL in normal form, in room, of 16 characters; false if the record is any other, also where
+   digits that are in use are above 99 or the first of them is 0. */
 static inline bool show_all(const void *record, char *room, t_SHOWN *shown)
 {
     uint32_t header;
@@ -37,21 +32,11 @@ static inline bool show_all(const void *record, char *room, t_SHOWN *shown)
     const uint32_t count = header >> 24;
     const bool in_range = exponent >= REAL_EXPONENT_MIN && exponent <= REAL_EXPONENT_MAX;
     if (!in_range || sign > uint32_t{REAL_PLUS} || count - 1 > uint32_t{REAL_DIGITS_MAX} - 1) return false;
-    const void *bytes = static_cast<const char *>(record) + REAL_DIGITS_AT;
-    const __m128i in_use = _mm_srl_epi64(_mm_set1_epi32(-1), _mm_cvtsi32_si128(static_cast<int>(64 - 8 * count)));
-    const __m128i digits = _mm_and_si128(_mm_loadl_epi64(static_cast<const __m128i *>(bytes)), in_use);
-    const bool above_99 =
-        (_mm_movemask_epi8(_mm_adds_epu8(digits, _mm_set1_epi8(0x7F - REAL_DIGIT_MAX))) & 0xFF) != 0;
-
-    const __m128i pairs = _mm_unpacklo_epi8(digits, _mm_setzero_si128());
-    const __m128i tens = _mm_mulhi_epu16(pairs, _mm_set1_epi16(6554));
-    const __m128i ones = _mm_sub_epi16(pairs, _mm_mullo_epi16(tens, _mm_set1_epi16(10)));
-    const __m128i decimals = _mm_or_si128(tens, _mm_slli_epi16(ones, 8));
-    const int zeros = _mm_movemask_epi8(_mm_cmpeq_epi8(decimals, _mm_setzero_si128()));
-    const uint32_t nonzero = ~static_cast<uint32_t>(zeros) & 0xFFFF;
-    if (above_99 || (nonzero & 3) == 0) return false;
-    void *to = room;
-    _mm_storeu_si128(static_cast<__m128i *>(to), _mm_or_si128(decimals, _mm_set1_epi8('0')));
+    const __m128i digits = load_in_use(static_cast<const char *>(record) + REAL_DIGITS_AT, static_cast<int>(count));
+    const __m128i decimals = decimals_of(digits);
+    const uint32_t nonzero = nonzero_bytes(decimals);
+    if (digits_above_99(digits) != 0 || (nonzero & 3) == 0) return false;
+    store_sixteen(room, characters_of(decimals));
     const int lead = static_cast<int>(~nonzero & 1);
     *shown = {room + lead, 32 - __builtin_clz(nonzero) - lead, 2 * exponent - lead, sign == uint32_t{REAL_MINUS}};
     return true;

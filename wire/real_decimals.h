@@ -1,50 +1,27 @@
 /* SPDX-License-Identifier: MIT
  *
- * The decimals of a REAL, sixteen in a vector register, and how they are moved and chosen without a branch. Only
- * where the processor has SSE2, as those of our 32-bit and 64-bit x86 programs do. */
+ * The digits of a REAL in a vector register, their decimals, sixteen at once, and the characters of these. Only where
+ * the processor has SSE2, as those of our 32-bit and 64-bit x86 programs do. */
 #ifndef KA_WIRE_REAL_DECIMALS_H
 #define KA_WIRE_REAL_DECIMALS_H
 
+#include "wire/real_fault.h"
+#include "wire/vector_bytes.h"
+
 #ifdef __SSE2__
-#include <emmintrin.h>
-#include <stdint.h>
 
 namespace wire {
 
-static inline __m128i load_eight(const void *bytes)
+/* Eight digits, of which count are in use, 0 to 8; the others are 0. */
+static inline __m128i load_in_use(const void *digits, int count)
 {
-    return _mm_loadl_epi64(static_cast<const __m128i *>(bytes));
+    return _mm_and_si128(load_eight(digits), first_of(count));
 }
 
-static inline __m128i load_sixteen(const void *bytes)
+/* A bit for each that is: 28 more than 99 leave the highest bit 0. */
+static inline uint32_t digits_above_99(__m128i digits)
 {
-    return _mm_loadu_si128(static_cast<const __m128i *>(bytes));
-}
-
-static inline void store_sixteen(void *bytes, __m128i x)
-{
-    _mm_storeu_si128(static_cast<__m128i *>(bytes), x);
-}
-
-/* From index 17 - n on: a mask of the first n bytes of 16. */
-static constexpr uint8_t first_bytes[33] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-                                            0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-
-/* count is 0 to 17; 17 is as 16. */
-static inline __m128i first_of(int count)
-{
-    return load_sixteen(first_bytes + 17 - count);
-}
-
-static inline __m128i chosen(__m128i mask, __m128i where_set, __m128i elsewhere)
-{
-    return _mm_or_si128(_mm_and_si128(mask, where_set), _mm_andnot_si128(mask, elsewhere));
-}
-
-/* A bit for each byte that is not 0, the lowest for the first. */
-static inline uint32_t nonzero_bytes(__m128i x)
-{
-    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128()))) ^ 0xFFFF;
+    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_adds_epu8(digits, _mm_set1_epi8(0x7F - REAL_DIGIT_MAX))));
 }
 
 /* Two decimals for each of eight digits: tens + 256 * (digit - 10 * tens) is 256 * digit - 2559 * tens. 103 / 1024 is
@@ -62,28 +39,11 @@ static inline __m128i characters_of(__m128i decimals)
     return _mm_or_si128(decimals, _mm_set1_epi8('0'));
 }
 
-static inline __m128i bits_of_bytes(int count)
+/* A point after the first whole characters, 0 to 16; the last one of all is lost. */
+static inline __m128i with_point(__m128i characters, int whole)
 {
-    return _mm_cvtsi32_si128(8 * count);
-}
-
-/* The bytes count places on, zeros before them; count is 0 to 15. The shifts are those of either half by itself, and
-   what goes from the first half into the second, for a count up to 8 and from 8 on; they give 0 where their own count
-   is not 0 to 63, as a negative one is not. */
-static inline __m128i moved_on(__m128i bytes, int count)
-{
-    const __m128i first_half = _mm_slli_si128(bytes, 8);
-    const __m128i halves = _mm_sll_epi64(bytes, bits_of_bytes(count));
-    const __m128i across = _mm_or_si128(_mm_srl_epi64(first_half, bits_of_bytes(8 - count)),
-                                        _mm_sll_epi64(first_half, bits_of_bytes(count - 8)));
-    return _mm_or_si128(halves, across);
-}
-
-/* Without the first count bytes, 0 to 8; zeros at the end. */
-static inline __m128i moved_to_front(__m128i bytes, int count)
-{
-    return _mm_or_si128(_mm_srl_epi64(bytes, bits_of_bytes(count)),
-                        _mm_sll_epi64(_mm_srli_si128(bytes, 8), bits_of_bytes(8 - count)));
+    const __m128i point_and_rest = chosen(first_of(whole + 1), _mm_set1_epi8('.'), _mm_slli_si128(characters, 1));
+    return chosen(first_of(whole), characters, point_and_rest);
 }
 
 } // namespace wire

@@ -6,10 +6,7 @@
 #define KA_WIRE_SOUND_REALS_H
 
 #include "wire/real_fault.h"
-
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
+#include "wire/vector_bytes.h"
 
 namespace wire {
 
@@ -48,30 +45,20 @@ constexpr t_REAL_BOUNDS make_real_bounds()
 
 static constexpr t_REAL_BOUNDS real_bounds = make_real_bounds();
 
-static inline __m128i load_16(const void *bytes)
-{
-    return _mm_loadu_si128(static_cast<const __m128i *>(bytes));
-}
-
 /* Copies 16 bytes, and reads them once: a module may go on writing. The compiler must not load them again. */
 static inline __m128i copy_16(const char *from, char *to)
 {
-    __m128i bytes = load_16(from);
+    __m128i bytes = load_sixteen(from);
     __asm__("" : "+x"(bytes));
-    _mm_storeu_si128(static_cast<__m128i *>(static_cast<void *>(to)), bytes);
+    store_sixteen(to, bytes);
     return bytes;
 }
 
 /* By how much bytes, those of the four records from first on, are above what they may be. */
 static inline __m128i excess(__m128i bytes, int first)
 {
-    const __m128i words = _mm_add_epi16(bytes, load_16(real_bounds.added + first / 2));
-    return _mm_subs_epu8(words, load_16(real_bounds.largest + first));
-}
-
-static inline uint32_t zeros_of(__m128i bytes)
-{
-    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
+    const __m128i words = _mm_add_epi16(bytes, load_sixteen(real_bounds.added + first / 2));
+    return _mm_subs_epu8(words, load_sixteen(real_bounds.largest + first));
 }
 
 /* Copies four records, and tells whether all are surely sound: no byte is above its bound, and none whose count is
@@ -83,13 +70,13 @@ static inline bool copy_four_reals(const char *from, char *to)
     const __m128i b = copy_16(from + 16, to + 16);
     const __m128i c = copy_16(from + 32, to + 32);
     const __m128i any = _mm_or_si128(_mm_or_si128(excess(a, 0), excess(b, 16)), excess(c, 32));
-    const uint32_t first_zeros = zeros_of(a) | zeros_of(b) << 16;
-    const uint32_t last_zeros = zeros_of(c);
+    const uint32_t first_zeros = zero_bytes(a) | zero_bytes(b) << 16;
+    const uint32_t last_zeros = zero_bytes(c);
     constexpr uint32_t counts = 1U << 3 | 1U << 15 | 1U << 27;
     constexpr uint32_t last_count = 1U << (39 - 32);
     const uint32_t leading =
         (first_zeros >> 1 & ~first_zeros & counts) | (last_zeros >> 1 & ~last_zeros & last_count);
-    return zeros_of(any) == 0xFFFF && leading == 0;
+    return zero_bytes(any) == 0xFFFF && leading == 0;
 }
 #else
 static inline bool copy_four_reals(const char *from, char *to)

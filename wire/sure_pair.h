@@ -8,8 +8,9 @@
 #include <stdint.h>
 #include <string.h>
 
-#include "wire/split_eights.h"
+#include "wire/digit_groups.h"
 #include "wire/tens.h"
+#include "wire/vector_bytes.h"
 
 #ifdef __SSE2__
 
@@ -124,14 +125,13 @@ static inline bool store_sure_pair(const double *from, char *first, char *second
     if (!find_points(from, &points) || !round_products(from, points, &whole)) return false;
     static constexpr double factors[] = {10, 1};
     const __m128d factor = _mm_set_pd(factors[points.point[1] & 1], factors[points.point[0] & 1]);
-    const __m128i digits = split_eights(split_sixteens(whole * factor));
-    const int zeros = _mm_movemask_epi8(_mm_cmpeq_epi8(digits, _mm_setzero_si128()));
-    const uint32_t nonzero = static_cast<uint32_t>(zeros) ^ 0xFFFF;
+    const __m128i digits = digits_of_eights(split_sixteens(whole * factor));
+    const uint32_t nonzero = nonzero_bytes(digits);
 
     store_pair_header(points, 0, 32 - __builtin_clz(nonzero & 0xFF), first);
-    _mm_storel_epi64(static_cast<__m128i *>(static_cast<void *>(first + 4)), digits);
+    store_eight(first + 4, digits);
     store_pair_header(points, 1, 24 - __builtin_clz(nonzero), second);
-    _mm_storel_epi64(static_cast<__m128i *>(static_cast<void *>(second + 4)), _mm_unpackhi_epi64(digits, digits));
+    store_eight(second + 4, _mm_unpackhi_epi64(digits, digits));
     return true;
 }
 

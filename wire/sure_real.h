@@ -7,9 +7,10 @@
 
 #include <bit>
 
+#include "wire/digit_groups.h"
 #include "wire/real_digits.h"
-#include "wire/split_eights.h"
 #include "wire/tens.h"
+#include "wire/vector_bytes.h"
 
 namespace wire {
 
@@ -75,13 +76,11 @@ static inline void store_real_of(t_FIFTEEN value, bool negative, void *record)
 {
 #ifdef __SSE2__
     const t_EIGHTS eights = eights_of(value);
-    const __m128i digits = split_eights(_mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(eights.first)),
-                                                           _mm_cvtsi32_si128(static_cast<int>(eights.last))));
-    const int zeros = _mm_movemask_epi8(_mm_cmpeq_epi8(digits, _mm_setzero_si128()));
-    const uint32_t nonzero = static_cast<uint32_t>(~zeros & 0xFF);
-    const uint32_t header = header_of(value, negative, 32 - __builtin_clz(nonzero));
+    const __m128i digits = digits_of_eights(_mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(eights.first)),
+                                                               _mm_cvtsi32_si128(static_cast<int>(eights.last))));
+    const uint32_t header = header_of(value, negative, 32 - __builtin_clz(nonzero_bytes(digits) & 0xFF));
     memcpy(record, &header, sizeof header);
-    _mm_storel_epi64(static_cast<__m128i *>(static_cast<void *>(static_cast<char *>(record) + 4)), digits);
+    store_eight(static_cast<char *>(record) + 4, digits);
 #else
     store_real(real_of(value, negative), record);
 #endif

@@ -9,9 +9,9 @@
 #include <string.h>
 
 #include "wire/real_fault.h"
+#include "wire/vector_bytes.h"
 
 #ifdef __SSE2__
-#include <emmintrin.h>
 
 namespace wire {
 
@@ -24,25 +24,19 @@ struct t_TEXT_DIGITS {
     int exponent;
 };
 
-static inline __m128i load_half_window(const char *text)
-{
-    return _mm_loadl_epi64(static_cast<const __m128i *>(static_cast<const void *>(text)));
-}
-
 /* The count characters at text, 1 to 16, at the end of the window; zero bytes before them. Nothing outside the text
    is read: two loads overlap, and the first is moved to where the second begins. */
 static inline __m128i load_window(const char *text, int count)
 {
     if (count >= 8) {
-        const __m128i distance = _mm_cvtsi32_si128(8 * (TEXT_WINDOW - count));
-        const __m128i first = _mm_sll_epi64(load_half_window(text), distance);
-        return _mm_unpacklo_epi64(first, load_half_window(text + count - 8));
+        const __m128i first = _mm_sll_epi64(load_eight(text), bits_of_bytes(TEXT_WINDOW - count));
+        return _mm_unpacklo_epi64(first, load_eight(text + count - 8));
     }
     if (count >= 4) {
         int first, last;
         memcpy(&first, text, sizeof first);
         memcpy(&last, text + count - 4, sizeof last);
-        const __m128i moved = _mm_sll_epi32(_mm_cvtsi32_si128(first), _mm_cvtsi32_si128(8 * (8 - count)));
+        const __m128i moved = _mm_sll_epi32(_mm_cvtsi32_si128(first), bits_of_bytes(8 - count));
         return _mm_slli_si128(_mm_unpacklo_epi32(moved, _mm_cvtsi32_si128(last)), 8);
     }
     const auto at_place = [text, count](int i) {
@@ -57,17 +51,12 @@ static inline __m128i load_window(const char *text, int count)
    it does, so that a zero comes in at the end. */
 static inline __m128i take_out_point(__m128i window, int places, int first)
 {
-    /* From index n on, 16 bytes, of which the last n have all bits set. */
-    static constexpr uint8_t masks[2 * TEXT_WINDOW] = {
-        0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
-        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
     const bool odd = places % 2 != 0;
-    const void *last_bytes = masks + places + (odd ? 1 : 0);
-    const __m128i mask = _mm_loadu_si128(static_cast<const __m128i *>(last_bytes));
+    const int in_front = TEXT_WINDOW - places - (odd ? 1 : 0);
     const __m128i up = _mm_or_si128(_mm_slli_si128(window, 1), _mm_cvtsi32_si128(first));
     const __m128i before = odd ? window : up;
     const __m128i behind = odd ? _mm_srli_si128(window, 1) : window;
-    return _mm_or_si128(_mm_and_si128(mask, behind), _mm_andnot_si128(mask, before));
+    return chosen(first_of(in_front), before, behind);
 }
 
 /* Sixteen decimals in pairs: 10 * tens + ones is the upper byte of (tens + 256 * ones) * (10 * 256 + 1). */
@@ -115,19 +104,17 @@ static inline __m128i join_pairs(__m128i decimals)
 /* Stores the REAL, front being 0. A zero has exponent 0, and its sign. */
 static inline void store_text_digits(const t_TEXT_DIGITS &number, bool negative, void *record)
 {
-    const int zero_bytes = _mm_movemask_epi8(_mm_cmpeq_epi8(number.digits, _mm_setzero_si128()));
-    const uint32_t nonzero = ~static_cast<uint32_t>(zero_bytes) & 0xFF;
+    const uint32_t nonzero = nonzero_bytes(number.digits) & 0xFF;
     uint32_t header = (negative ? uint32_t{REAL_MINUS} : uint32_t{REAL_PLUS}) << 8 * REAL_SIGN_AT;
     __m128i digits = number.digits;
     if (nonzero != 0) {
         const int zeros = __builtin_ctz(nonzero);
         const auto count = static_cast<uint32_t>(32 - __builtin_clz(nonzero) - zeros);
-        digits = _mm_srl_epi64(digits, _mm_cvtsi32_si128(8 * zeros));
+        digits = _mm_srl_epi64(digits, bits_of_bytes(zeros));
         header |= static_cast<uint16_t>(number.exponent - zeros) | count << 8 * REAL_COUNT_AT;
     }
     memcpy(record, &header, sizeof header);
-    _mm_storel_epi64(static_cast<__m128i *>(static_cast<void *>(static_cast<char *>(record) + REAL_DIGITS_AT)),
-                     digits);
+    store_eight(static_cast<char *>(record) + REAL_DIGITS_AT, digits);
 }
 
 /* Whether the text is 1 to 16 characters, of which one may be a point and the others are decimals; if so, its REAL is

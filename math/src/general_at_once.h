@@ -55,7 +55,7 @@ static inline bool show_decimals(const t_DECIMAL *x, int ndigit, t_GENERAL_DECIM
 }
 
 /* Exactly count characters, 2 to 18: those of text, then last, which is the seventeenth, and a 0 as the last one of
-   all. The second of two stores overlaps the first. */
+   all. */
 static inline void put_text(char *out, __m128i text, char last, int count)
 {
     char all[16];
@@ -63,14 +63,8 @@ static inline void put_text(char *out, __m128i text, char last, int count)
     if (count > 16) {
         memcpy(out, all, 16);
         out[16] = last;
-    } else if (count >= 8) {
-        memcpy(out, all, 8);
-        memcpy(out + count - 8, all + count - 8, 8);
-    } else if (count >= 4) {
-        memcpy(out, all, 4);
-        memcpy(out + count - 4, all + count - 4, 4);
     } else {
-        memcpy(out, all, 2);
+        wire::put_characters(out, all, count);
     }
     out[count - 1] = '\0';
 }
@@ -90,12 +84,9 @@ static inline bool put_general_at_once(const t_GENERAL_DECIMALS &shown, bool neg
     const int used = total > whole ? total + 1 : total;
 
     const __m128i row = wire::characters_of(wire::moved_on(shown.decimals, zeros));
-    const __m128i point_and_rest =
-        wire::chosen(wire::first_of(whole + 1), _mm_set1_epi8('.'), _mm_slli_si128(row, 1));
-    const __m128i text = wire::chosen(wire::first_of(whole), row, point_and_rest);
     *out = '-';
     out += negative ? 1 : 0;
-    put_text(out, text, static_cast<char>(_mm_extract_epi16(row, 7) >> 8), used + 1);
+    put_text(out, wire::with_point(row, whole), static_cast<char>(_mm_extract_epi16(row, 7) >> 8), used + 1);
     if (scientific) *wire::put_exponent(out + used, point - 1) = '\0';
     return true;
 }

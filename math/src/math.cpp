@@ -11,8 +11,8 @@
 #include <string.h>
 
 #include "general_at_once.h"
+#include "math/decimal/src/decimal_string.h"
 #include "nearest_double.h"
-#include "wire/decimal_string.h"
 #include "wire/sure_real.h"
 
 const t_DECIMAL c_min_int32 = {
@@ -356,8 +356,8 @@ static bool put_in_few_steps(const t_DECIMAL *x, int ndigit, char *buf)
     const bool negative = x->dec_pos == DEC_NEGATIVE;
     char characters[16]; /* the long way leaves them in the library's buffer, too */
     wire::store_sixteen(characters, wire::characters_of(shown.decimals));
-    memcpy(wire::decimal_string, characters, sizeof characters);
-    wire::decimal_string[shown.length] = '\0';
+    memcpy(decimal::string_buffer, characters, sizeof characters);
+    decimal::string_buffer[shown.length] = '\0';
     if (put_general_at_once(shown, negative, ndigit, buf)) return true;
     const wire::t_SHOWN in_pieces = {characters, shown.length, shown.point, negative};
     wire::put_general(&in_pieces, ndigit, buf);

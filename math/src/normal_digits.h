@@ -5,6 +5,7 @@
 #define KA_NORMAL_DIGITS_H
 
 #include "ka/decimal.h"
+#include "wire/digit_groups.h"
 #include "wire/real_decimals.h"
 #include "wire/real_digits.h"
 
@@ -20,21 +21,16 @@ static inline bool has_normal_header(const t_DECIMAL *x)
 static inline bool load_normal(const t_DECIMAL *x, __m128i *digits)
 {
     if (!has_normal_header(x)) return false;
-    *digits = _mm_and_si128(wire::load_eight(x->dec_dgts), wire::first_of(x->dec_ndgts));
-    /* 28 more than 99 leave the highest bit 0. */
-    const __m128i large = _mm_adds_epu8(*digits, _mm_set1_epi8(0x7F - (DEC_BASE - 1)));
-    return _mm_movemask_epi8(large) == 0 && (_mm_cvtsi128_si32(*digits) & 0xFF) != 0;
+    *digits = wire::load_in_use(x->dec_dgts, x->dec_ndgts);
+    return wire::digits_above_99(*digits) == 0 && (_mm_cvtsi128_si32(*digits) & 0xFF) != 0;
 }
 
-/* Likewise, the digits as two numbers of eight decimals. 256 * 25600 is 100 * 2^16: the upper half of the product of
-   256 times the first digit of a pair is 100 times it. */
+/* Likewise, the digits as two numbers of eight decimals. */
 static inline bool load_normal(const t_DECIMAL *x, uint32_t *first, uint32_t *last)
 {
     __m128i digits;
     if (!load_normal(x, &digits)) return false;
-    const __m128i hundreds = _mm_mulhi_epu16(_mm_slli_epi16(digits, 8), _mm_set1_epi16(25600));
-    const __m128i pairs = _mm_add_epi16(hundreds, _mm_srli_epi16(digits, 8));
-    const __m128i eights = _mm_madd_epi16(pairs, _mm_set1_epi32(1 << 16 | 10000));
+    const __m128i eights = wire::eights_of_digits(digits);
     *first = static_cast<uint32_t>(_mm_cvtsi128_si32(eights));
     *last = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(eights, 4)));
     return true;

@@ -82,7 +82,7 @@ int32_t ka_real_from_text(const char *text, int32_t length, t_DECIMAL *value)
 /* What m_gcvt gives: there is nothing to round. Test: RealText.is_what_the_number_library_gives */
 char *ka_real_to_text(const t_DECIMAL *value, char text[KA_REAL_TEXT])
 {
-    char room[ALL_DECIMALS + 1];
+    char room[ALL_DECIMALS];
     wire::t_SHOWN shown;
     if (wire::show_all(value, room, &shown)) {
         wire::put_general(&shown, ALL_DECIMALS, text);

@@ -125,7 +125,7 @@ static void place_point(t_READER *r)
 static int give_nine_digits(const wire::t_TEXT_DIGITS *number, uint8_t pos, t_DECIMAL *result)
 {
     t_DECACC acc = {static_cast<int16_t>(number->exponent + 1), pos, ACCSIZE, {static_cast<uint8_t>(number->front)}};
-    dec_store_eight(acc.dec_dgts + 1, number->digits);
+    wire::store_eight(acc.dec_dgts + 1, number->digits);
     return dec_give(&acc, 0, result);
 }
 

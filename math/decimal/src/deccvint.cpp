@@ -9,13 +9,13 @@
 static inline void give_magnitude(uint32_t magnitude, uint32_t pos, t_DECIMAL *result)
 {
     const uint32_t high = magnitude / dec_half_base;
-    const __m128i digits = dec_digits_of_halves(high, magnitude - high * dec_half_base);
+    const __m128i digits = wire::digits_of_two_eights(high, magnitude - high * dec_half_base);
     const uint32_t nonzero = dec_nonzero(digits);
     const auto zeros = static_cast<uint32_t>(__builtin_ctz(nonzero));
     const uint32_t count = 32 - static_cast<uint32_t>(__builtin_clz(nonzero)) - zeros;
     const uint32_t header = (DEC_DIGITS - zeros) | pos << 16 | count << 24;
     memcpy(result, &header, sizeof header);
-    dec_store_eight(result->dec_dgts, _mm_srl_epi64(digits, _mm_cvtsi32_si128(static_cast<int>(8 * zeros))));
+    wire::store_eight(result->dec_dgts, _mm_srl_epi64(digits, _mm_cvtsi32_si128(static_cast<int>(8 * zeros))));
 }
 #else
 static void give_magnitude(uint32_t magnitude, uint32_t pos, t_DECIMAL *result)

@@ -121,7 +121,7 @@ static double double_of(uint64_t number)
    known, if it is farther off. both: the digits of a, then those of b. */
 static bool divide_exactly(__m128i both, t_QUOTIENT *q)
 {
-    const __m128i halves = _mm_madd_epi16(dec_quads_of_digits(both), _mm_set1_epi32(1 << 16 | dec_quad_base));
+    const __m128i halves = wire::eights_of_digits(both);
     const uint64_t a = number_of(halves);
     const uint64_t b = number_of(_mm_srli_si128(halves, 8));
     const double inverse = 1.0 / double_of(b);
@@ -150,7 +150,7 @@ static uint32_t too_little(const t_DECIMAL *b, __m128i digits, bool smaller)
     constexpr int reversed = _MM_SHUFFLE(0, 1, 2, 3);
     const __m128i zero = _mm_setzero_si128();
     const int count = dec_count(b);
-    const __m128i in_use = _mm_and_si128(dec_load_eight(dec_first_digits + DEC_DIGITS - count), _mm_set1_epi8(1));
+    const __m128i in_use = _mm_and_si128(wire::first_of(count), _mm_set1_epi8(1));
     /* Words: a digit of the divisor below, 1 above if it is in use. The last step has the second one outside. */
     const __m128i words = _mm_unpacklo_epi8(dec_load(b, count), in_use);
     const __m128i backwards = _mm_shufflehi_epi16(
@@ -158,7 +158,7 @@ static uint32_t too_little(const t_DECIMAL *b, __m128i digits, bool smaller)
     const __m128i outside = smaller ? _mm_slli_si128(backwards, 2) : _mm_slli_si128(backwards, 4);
     const __m128i x = _mm_unpacklo_epi8(digits, zero);
     const __m128i product = _mm_mullo_epi16(x, _mm_and_si128(outside, _mm_set1_epi16(0xFF)));
-    const __m128i units = _mm_srli_epi16(_mm_mulhi_epu16(product, _mm_set1_epi16(5243)), 3);
+    const __m128i units = wire::hundreds_of(product);
     const __m128i hundredths = _mm_sub_epi16(product, _mm_mullo_epi16(units, _mm_set1_epi16(DEC_BASE)));
     const __m128i all = _mm_add_epi16(hundredths, _mm_mullo_epi16(x, _mm_srli_epi16(outside, 8)));
     const __m128i pairs = _mm_madd_epi16(all, _mm_set1_epi16(1));
@@ -202,14 +202,14 @@ static bool divide_at_once(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *re
     t_QUOTIENT q;
     if (!dec_areusual(both) || !divide_exactly(both, &q)) return false;
     t_HALVES halves = dec_halves(q.quotient);
-    __m128i digits = dec_digits_of_halves(halves.high, halves.low);
+    __m128i digits = wire::digits_of_two_eights(halves.high, halves.low);
     if (!loop_gives(&q, b, digits)) return false;
 
     int exp = static_cast<int16_t>(a->dec_exp - b->dec_exp + 1) - (q.smaller ? 1 : 0);
     if (!q.smaller && 2 * q.rest >= q.divisor) { /* a guard digit of 50 or more */
         const bool carried_out = ++q.quotient == ten_to_16;
         halves = dec_halves(carried_out ? ten_to_14 : q.quotient);
-        digits = dec_digits_of_halves(halves.high, halves.low);
+        digits = wire::digits_of_two_eights(halves.high, halves.low);
         exp += carried_out ? 1 : 0;
     }
     *code = dec_give_digits(exp, dec_common_sign(a, b), digits, result);

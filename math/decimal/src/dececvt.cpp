@@ -3,13 +3,13 @@
  * The significant decimals of a value, rounded to a count of them or of places after the point. The string is in
  * one static buffer, the only state that the library has. */
 #include "dec_int.h"
-#include "wire/decimal_string.h"
+#include "decimal_string.h"
 
-using wire::decimal_string;
-using wire::DECIMAL_STRING_LENGTH;
+using decimal::string_buffer;
+using decimal::STRING_LENGTH;
 
 /* Written by every decefcvt; its callers may shorten the string in place. */
-char wire::decimal_string[DECIMAL_STRING_LENGTH + 1];
+char decimal::string_buffer[STRING_LENGTH + 1];
 
 /* 1 when the first digit has only one decimal, else 0. */
 static int leading_zeros(const t_DECIMAL *x)
@@ -45,32 +45,32 @@ static char decimal_at(const t_DECIMAL *x, int place)
 static void write_decimals(const t_DECIMAL *x, int64_t n)
 {
     // GCOVR_EXCL_START: n is not below 0, as rounding adds a unit that lies just past the n decimals shown
-    const int count = n < 0 ? 0 : n > DECIMAL_STRING_LENGTH ? DECIMAL_STRING_LENGTH : static_cast<int>(n);
+    const int count = n < 0 ? 0 : n > STRING_LENGTH ? STRING_LENGTH : static_cast<int>(n);
     // GCOVR_EXCL_STOP
     const int first = leading_zeros(x);
     for (int i = 0; i < count; i++)
-        decimal_string[i] = decimal_at(x, first + i);
-    decimal_string[count] = '\0';
+        string_buffer[i] = decimal_at(x, first + i);
+    string_buffer[count] = '\0';
 }
 
 char *decefcvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign, int mode)
 {
-    decimal_string[0] = '\0';
-    if (dec_isnull(value)) return decimal_string;
+    string_buffer[0] = '\0';
+    if (dec_isnull(value)) return string_buffer;
     *sign = value->dec_pos ^ 1;
     *decpt = point_of(value);
     int64_t n = mode == 0 ? ndigit : int64_t{ndigit} + *decpt;
-    if (n < 0) return decimal_string;
+    if (n < 0) return string_buffer;
 
     t_DECIMAL rounded = *value;
     if (2 * dec_count(value) - leading_zeros(value) > n) {
         const t_DECIMAL unit = half_unit(value, static_cast<int>(n));
-        if (decadd(value, &unit, &rounded) != DEC_OK) return decimal_string;
+        if (decadd(value, &unit, &rounded) != DEC_OK) return string_buffer;
     }
     *decpt = point_of(&rounded);
     if (mode != 0) n = int64_t{ndigit} + *decpt; /* a carry into a new decimal adds one */
     write_decimals(&rounded, n);
-    return decimal_string;
+    return string_buffer;
 }
 
 char *dececvt(const t_DECIMAL *value, int ndigit, int *decpt, int *sign)

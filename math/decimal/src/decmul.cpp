@@ -51,7 +51,7 @@ static t_SUMS multiply_pairs(__m128i both)
 {
     constexpr int reversed = _MM_SHUFFLE(0, 1, 2, 3);
     const __m128i firsts = _mm_and_si128(both, _mm_set1_epi16(0xFF));
-    const __m128i pairs = dec_quads_of_digits(both);
+    const __m128i pairs = wire::quads_of_digits(both);
     const __m128i b_pairs = _mm_shufflelo_epi16(_mm_srli_si128(pairs, 8), reversed);
     const __m128i b_firsts = _mm_shufflelo_epi16(_mm_srli_si128(firsts, 8), reversed);
     /* i + j = 3, and after it the first digits of the pairs with i + j = 4. */
@@ -93,7 +93,7 @@ static bool multiply_at_once(const t_DECIMAL *a, const t_DECIMAL *b, __m128i bot
     /* The carry out of the first column, and columns 0 to 6. */
     __m128i quads = _mm_cvtsi32_si128(static_cast<int>(highest) | first << 16);
     quads = _mm_insert_epi16(_mm_insert_epi16(quads, third, 2), fifth, 3);
-    __m128i digits = dec_digits_of_quads(quads);
+    __m128i digits = wire::digits_of_quads(quads);
     int last = fifth % DEC_BASE;
     int guard = rest / DEC_BASE;
     int exp = static_cast<int16_t>(a->dec_exp + b->dec_exp - 1);

@@ -5,7 +5,6 @@
 #include <stdlib.h>
 
 #include "dec_vector.h"
-#include "wire/real_decimals.h"
 
 namespace {
 /* A field, or the part of one that is left, written from the left; characters that do not fit are dropped. */
@@ -173,9 +172,7 @@ static void put_row(char *field, int length, bool negative, const t_ROW &row)
     const __m128i blanks = _mm_set1_epi8(' ');
     const __m128i characters = wire::characters_of(row.decimals);
     const int used = row.places > 0 ? row.whole + 1 + row.places : row.whole;
-    const __m128i point_and_rest =
-        wire::chosen(wire::first_of(row.whole + 1), _mm_set1_epi8('.'), _mm_slli_si128(characters, 1));
-    const __m128i text = wire::chosen(wire::first_of(row.whole), characters, point_and_rest);
+    const __m128i text = wire::with_point(characters, row.whole);
     const __m128i filled = wire::chosen(wire::first_of(used < vector_size ? used : vector_size), text, blanks);
 
     const int room = length - (negative ? 1 : 0);
