@@ -7,7 +7,6 @@
 #include <pthread.h>
 #include <signal.h>
 #include <string.h>
-#include <sys/shm.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -34,12 +33,10 @@ uint32_t caller_cpu;
 
 t_SPIN spin = wire::new_spin;
 
-t_ANNEX *annex_behind(void *block, int32_t block_bytes, int32_t id)
+t_ANNEX *annex_behind(void *block, int32_t block_bytes, size_t segment_bytes)
 {
-    struct shmid_ds segment;
-    if (shmctl(id, IPC_STAT, &segment) != 0 || segment.shm_segsz % wire::ANNEX_STEP != wire::ANNEX_MARK)
-        return nullptr;
-    const size_t offset = segment.shm_segsz - wire::ANNEX_MARK;
+    if (segment_bytes % wire::ANNEX_STEP != wire::ANNEX_MARK) return nullptr;
+    const size_t offset = segment_bytes - wire::ANNEX_MARK;
     if (block_bytes < 0 || static_cast<size_t>(block_bytes) > offset) return nullptr;
     t_ANNEX *there = static_cast<t_ANNEX *>(static_cast<void *>(static_cast<char *>(block) + offset));
     return memcmp(there->magic, wire::ANNEX_MAGIC, sizeof there->magic) == 0 ? there : nullptr;
@@ -68,9 +65,9 @@ bool hold(t_ANNEX *there)
 } // namespace
 
 /* With a C library whose mutex begins with another word the host does without. */
-void host::find_annex(void *block, int32_t block_bytes, int32_t id)
+void host::find_annex(void *block, int32_t block_bytes, size_t segment_bytes)
 {
-    t_ANNEX *there = annex_behind(block, block_bytes, id);
+    t_ANNEX *there = annex_behind(block, block_bytes, segment_bytes);
     if (there == nullptr || !hold(there)) return;
     found = there;
     own_thread = static_cast<uint32_t>(getpid());

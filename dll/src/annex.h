@@ -6,12 +6,13 @@
 #ifndef KA_ANNEX_H
 #define KA_ANNEX_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 namespace host {
 
-/* Looks for one behind the block, in the attached segment of that identifier. */
-void find_annex(void *block, int32_t block_bytes, int32_t id);
+/* Looks for one behind the block, in the segment that it begins. */
+void find_annex(void *block, int32_t block_bytes, size_t segment_bytes);
 
 /* The host is ready: from here on the caller may rely on it. */
 void offer_annex(void);

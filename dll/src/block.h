@@ -4,6 +4,7 @@
 #ifndef KA_BLOCK_H
 #define KA_BLOCK_H
 
+#include <stddef.h>
 #include <stdint.h>
 #include <string.h>
 
@@ -15,6 +16,10 @@ extern int32_t dll_compat;   /* layout selector: 0, 64; 32 is understood by the 
 extern t_DLL_INFO *dll_info; /* the host's own address of the segment */
 extern void *shm_addr;       /* the same, kept for detaching */
 extern int32_t shm_id;       /* the segment identifier from the command line */
+}
+
+namespace host {
+extern size_t segment_bytes; /* as the system says; 0: not known */
 }
 
 /* What shmsz says. */

@@ -100,6 +100,8 @@ void attach_block(void)
         perror("shmat");
         exit(KA_EXIT_START);
     }
+    struct shmid_ds segment;
+    if (shmctl(shm_id, IPC_STAT, &segment) == 0) host::segment_bytes = segment.shm_segsz;
     dll_info = static_cast<t_DLL_INFO *>(shm_addr);
     if (memcmp(dll_info->magic, DLL_MAGIC, sizeof dll_info->magic) != 0) {
         fputs("Bad DLL_MAGIC\n", stderr);
@@ -218,7 +220,7 @@ KA_API int main(int argc, char **argv)
     reset_signals();
     close_inherited();
     attach_block();
-    host::find_annex(shm_addr, block_size(), shm_id);
+    host::find_annex(shm_addr, block_size(), host::segment_bytes);
     cleanup = find_hook("dll_cleanup", dll_cleanup);
     find_hook("dll_setup", dll_setup)();
     install(SIGTERM, signal_handler, nullptr);

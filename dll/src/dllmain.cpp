@@ -20,6 +20,7 @@ t_DLL_INFO *dll_info;
 void *shm_addr;
 int32_t shm_id;
 }
+size_t host::segment_bytes;
 
 /* ---- The three layouts: one row each, one accessor for all ----------------------------------------------------- */
 

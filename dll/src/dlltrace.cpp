@@ -6,13 +6,42 @@
 
 #include <stdio.h>
 #include <string.h>
-#include <sys/shm.h>
 
 #include "block.h"
 #include "ka/kastring.h"
 #include "wire/kinds.h"
 
 KA_API int32_t dll_debug = 0;
+
+/* ---- Lengths --------------------------------------------------------------------------------------------------- */
+
+namespace {
+
+int32_t smaller(size_t size, int32_t most)
+{
+    return size < static_cast<size_t>(most) ? static_cast<int32_t>(size) : most;
+}
+
+/* Whether the characters of a string lie in the segment, or right behind it, where its last bytes are their length;
+   if so, room is the bytes from there to the end. The block may be damaged, its own word about its size as well. */
+bool is_in_segment(const char *characters, int32_t *room)
+{
+    const size_t size = host::segment_bytes;
+    const uintptr_t ofs = reinterpret_cast<uintptr_t>(characters) - reinterpret_cast<uintptr_t>(u_get_baseptr());
+    *room = ofs < size ? smaller(size - ofs, INT32_MAX) : 0;
+    return ofs < size + sizeof(int32_t);
+}
+
+/* Up to a zero byte where length is negative; never past the end of the segment. Those of a module's are as long as
+   it says. */
+int32_t shown_length(int32_t length, const char *characters)
+{
+    int32_t room;
+    if (!is_in_segment(characters, &room)) return length;
+    return length < 0 || length > room ? room : length;
+}
+
+} // namespace
 
 /* ---- The block ------------------------------------------------------------------------------------------------- */
 
@@ -23,26 +52,16 @@ unsigned word(const char *from, size_t index)
     return static_cast<unsigned>(load32(from + sizeof(int32_t) * index));
 }
 
-/* Bytes from the characters of a string to the end of the segment; all of the segment's where the string lies
-   outside. The block may be damaged, its own word about its size as well. */
-int32_t room_of(const char *string)
-{
-    struct shmid_ds segment;
-    if (shmctl(shm_id, IPC_STAT, &segment) != 0) return 0;
-    const size_t size = segment.shm_segsz < INT32_MAX ? segment.shm_segsz : INT32_MAX;
-    const uintptr_t ofs = reinterpret_cast<uintptr_t>(string) - reinterpret_cast<uintptr_t>(u_get_baseptr());
-    if (ofs >= size) return static_cast<int32_t>(size);
-    const size_t rest = size - ofs;
-    return rest < sizeof(int32_t) ? 0 : static_cast<int32_t>(rest - sizeof(int32_t));
-}
-
-/* The length is the width of the field too; a negative one sets the characters, up to a zero, on the left of it. */
+/* The length is the width of the field too, and no wider than the segment; a negative one sets the characters, up to
+   a zero, on the left of it. */
 void write_block_string(const char *string)
 {
     const int32_t length = load32(string);
-    const int32_t room = room_of(string);
+    const char *characters = string + sizeof length;
+    int32_t room;
+    if (!is_in_segment(characters, &room)) room = smaller(host::segment_bytes, INT32_MAX);
     const int32_t width = length > room ? room : length < -room ? -room : length;
-    fprintf(stderr, "= \"%*.*s\"\r\n", width, length < 0 ? room : width, string + sizeof length);
+    fprintf(stderr, "= \"%*.*s\"\r\n", width, length < 0 ? room : width, characters);
 }
 
 void write_block_value(const t_DLL_ARG &arg)
@@ -112,7 +131,7 @@ void write_name_type(void)
 
 void write_undefined(int32_t length, const char *characters)
 {
-    fprintf(stderr, "undefined function name: \"%.*s\"\n", length, characters);
+    fprintf(stderr, "undefined function name: \"%.*s\"\n", shown_length(length, characters), characters);
 }
 
 void write_extra(void)
@@ -169,7 +188,7 @@ void write_element(int32_t code, const void *values, int32_t k)
         break;
     case CV_STRREC: {
         const KaStr &s = static_cast<const KaStr *>(values)[k];
-        fprintf(stderr, "\"%.*s\"", s.len, s.data);
+        fprintf(stderr, "\"%.*s\"", shown_length(s.len, s.data), s.data);
         break;
     }
     case CV_ZSTRING:

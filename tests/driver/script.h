@@ -24,6 +24,7 @@ enum Op : int32_t {
     SET_DOUBLE,    //  slot        element      -       to number
     SET_LENGTH,    //  slot        element      length  of a string record
     SET_TEXT,      //  slot        element      -       of a string record, by str2KaStr; writes its result
+    OWN_TEXT,      //  slot        element      length  of a string record: so many m of the module's own
     ROOM,          //  slot        -            -       writes how large the slot's buffer is
     FUNCTION_INFO, //  -           -            -       writes what KaFuncInfo says
     INFO_AT,       //  x           -            -       writes what KaArgInfo(x) says

@@ -4,6 +4,8 @@
 // lines a lower level shows.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "driver/session.h"
 
 namespace driver {
@@ -174,6 +176,28 @@ TEST(TraceRefusals, unknown_name_is_shown_in_its_length)
     session.block.store(session.at(0), -1);
     EXPECT_EQ(session.host.call(), 7);
     EXPECT_EQ(session.output(), "undefined function name: \"none\"\n");
+}
+
+// Behind the segment there is no zero byte in its last page, and then no page.
+TEST(TraceRefusals, unknown_name_of_any_length_ends_with_the_segment)
+{
+    constexpr int32_t page_rest = 100;
+    Session session(Layout::native, traced(3), 65536 - page_rest);
+    session.host.await_idle();
+    for (const int32_t length : {9, 10, INT32_MAX, -1, INT32_MIN}) {
+        session.prepare("nonesuch");
+        const int32_t at = session.block.size() - 4 - 9;
+        session.block.set(0, Arg::ptr, session.block.address(at));
+        session.block.store(at, length);
+        std::memset(session.block.at(at + 4), 'x', 9 + page_rest);
+        EXPECT_EQ(session.host.call(), 7);
+        EXPECT_EQ(session.output(), "undefined function name: \"xxxxxxxxx\"\n") << length;
+    }
+    const int32_t last = session.block.size() - 2;
+    session.block.set(0, Arg::ptr, session.block.address(last));
+    session.block.store(last, 60);
+    EXPECT_EQ(session.host.call(), 7);
+    EXPECT_EQ(session.output(), "undefined function name: \"\"\n");
 }
 
 TEST(TraceRefusals, extra_argument_is_told_at_level_3)

@@ -3,6 +3,8 @@
 // The values that the trace shows before a call at level 2, to the byte: each kind, array form and scalar form.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "driver/traced_call.h"
 
 namespace driver {
@@ -73,6 +75,35 @@ TEST(Trace, scalar_kind_shows_the_first_element_only)
               called("RealByReference", 1, " real_reference = 4\n"));
     EXPECT_EQ(trace(2, "String", {strings({"abc", "d"})}), called("String", 1, " string = \"abc\"\n"));
     EXPECT_EQ(trace(2, "zString", {strings({"abc", "d"})}), called("zString", 1, " text = \"abc\"\n"));
+}
+
+// Behind the segment there is no zero byte in its last page, and then no page.
+TEST(Trace, string_of_any_length_ends_with_the_segment)
+{
+    constexpr int32_t page_rest = 100;
+    Session session(Layout::native, traced(2), 65536 - page_rest);
+    session.host.await_idle();
+    for (const int32_t length : {2, 3, INT32_MAX, -1, INT32_MIN}) {
+        session.prepare("StringArray", {strings({"abc", "de"})});
+        const int32_t second = session.block.size() - 4 - 2;
+        const int32_t first = second - 8;
+        session.block.set(1, Arg::ptr, session.block.address(first));
+        session.block.set(1, Arg::elsz, 2);
+        session.block.store(first, 3);
+        session.block.store(second, length);
+        std::memset(session.block.at(first + 4), 'x', 4);
+        std::memset(session.block.at(second + 4), 'y', 2 + page_rest);
+        EXPECT_EQ(session.host.call(), 0);
+        EXPECT_EQ(session.output(),
+                  called("StringArray", 1, " string_array = array [2]\n  [ 0] \"xxx\"\n  [ 1] \"yy\"\n"))
+            << length;
+    }
+}
+
+TEST(Trace, string_of_the_modules_own_may_be_longer_than_the_segment)
+{
+    EXPECT_EQ(trace(2, "String", {string("abc", 10).by_ref()}, {step(OWN_TEXT, 0, 0, 100000)}),
+              called("String", 1, " string = \"abc\"\n", " string = \"" + std::string(100000, 'm') + "\"\n"));
 }
 
 // An empty buffer has no first element to show.

@@ -93,6 +93,13 @@ void keep_errors()
     setvbuf(stderr, room, _IOFBF, sizeof room);
 }
 
+KaStr own_text(int32_t length)
+{
+    static char text[1 << 17];
+    memset(text, 'm', static_cast<size_t>(length));
+    return {length, length, text};
+}
+
 // Steps that change what the host or the caller owns.
 void change(const Step &step, int32_t index, void **argv)
 {
@@ -124,6 +131,9 @@ void change(const Step &step, int32_t index, void **argv)
         break;
     case SET_TEXT:
         say("str2KaStr %d\n", str2KaStr(step.text, &static_cast<KaStr *>(argv[step.a])[step.b]));
+        break;
+    case OWN_TEXT:
+        static_cast<KaStr *>(argv[step.a])[step.b] = own_text(step.c);
         break;
     default:
         break;
