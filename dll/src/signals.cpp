@@ -41,7 +41,6 @@ sigset_t blocked_while_idle(void)
 {
     sigset_t blocked = blocked_at_start();
     sigdelset(&blocked, SIGUSR2);
-    sigdelset(&blocked, SIGTERM);
     return blocked;
 }
 

@@ -51,7 +51,8 @@ void install(int signal, void (*handler)(int), struct sigaction *previous);
    must not come before the host can answer. */
 sigset_t blocked_at_start(void);
 
-/* Blocked while the host waits for calls: the same without the two signals that it waits for. */
+/* Blocked while the host waits for calls: the same without SIGUSR2. SIGTERM, for which it waits as well, is in none
+   of the sets. */
 sigset_t blocked_while_idle(void);
 
 /* Blocked while a function waits for the answer to its call-back: the same without SIGUSR1. */

@@ -3,6 +3,8 @@
 // Calls that come without a signal: a function finds all as in the handler of one, nothing is lost and nothing
 // performed twice, and the host comes back to the wait in which signals wake it.
 #include <gtest/gtest.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
 
 #include "host/quiet_caller.h"
 #include "host/signal_sets.h"
@@ -21,6 +23,36 @@ protected:
         return {control, host.out(1), host.out(2)};
     }
     QuietBlock block;
+};
+
+// Holds a host between two instructions, at the moment that it has said that it waits for a signal.
+class HeldWhenItSaysSo {
+public:
+    HeldWhenItSaysSo(QuietBlock &block, QuietProbe &host) : pid_(host.pid())
+    {
+        EXPECT_EQ(ptrace(PTRACE_SEIZE, pid_, nullptr, nullptr), 0);
+        EXPECT_EQ(ptrace(PTRACE_INTERRUPT, pid_, nullptr, nullptr), 0);
+        host.begin(PROBE_RETURN);
+        for (await_stop(); !HasFailure() && !says_so(block); await_stop())
+            EXPECT_EQ(ptrace(PTRACE_SINGLESTEP, pid_, nullptr, nullptr), 0);
+    }
+    ~HeldWhenItSaysSo() { EXPECT_EQ(ptrace(PTRACE_DETACH, pid_, nullptr, nullptr), 0); }
+    HeldWhenItSaysSo(const HeldWhenItSaysSo &) = delete;
+    HeldWhenItSaysSo &operator=(const HeldWhenItSaysSo &) = delete;
+
+private:
+    static bool HasFailure() { return testing::Test::HasFailure(); }
+    static bool says_so(QuietBlock &block)
+    {
+        return QuietBlock::word(block.annex().waits) == wire::HOST_IN_SIGSUSPEND;
+    }
+    void await_stop() const
+    {
+        int status = 0;
+        EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
+        EXPECT_TRUE(WIFSTOPPED(status));
+    }
+    pid_t pid_;
 };
 
 } // namespace
@@ -81,6 +113,60 @@ TEST_F(Quiet, no_request_is_lost_whenever_it_comes)
     }
     EXPECT_GT(without, 0);
     EXPECT_EQ(word(block.annex().started), 300u);
+}
+
+// ---- A request that comes when the host has just said that it waits for a signal ---------------------------------
+
+// Either at the end of its sleep, or after a call on top of a handler of the module's, from which it comes back.
+class QuietMoment : public Quiet, public testing::WithParamInterface<bool> {
+protected:
+    void SetUp() override
+    {
+        host.enter_by_signal();
+        if (!GetParam()) return host.leave_and_enter_quietly();
+        host.ask(PROBE_HANDLE, SIGHUP);
+        host.leave();
+        host.await_suspended();
+        host.stop();
+        host.ring_thread(host.pid(), SIGHUP);
+        host.request();
+        host.resume();
+        host.ask(PROBE_BASE);
+    }
+    QuietProbe host{block};
+};
+INSTANTIATE_TEST_SUITE_P(After, QuietMoment, testing::Bool(),
+                         [](const auto &on_top) { return on_top.param ? "a_call_on_top" : "the_sleep"; });
+
+TEST_P(QuietMoment, the_host_takes_its_word_back_when_nobody_has_seen_it)
+{
+    {
+        const HeldWhenItSaysSo held(block, host);
+        block.number_request();
+    }
+    EXPECT_EQ(host.ask(PROBE_BASE), 0);
+    EXPECT_EQ(word(block.annex().waits), wire::HOST_AWAKE);
+    EXPECT_EQ(word(block.annex().started), 3u);
+    host.leave();
+    host.await_suspended();
+    EXPECT_EQ(word(block.annex().started), 3u);
+}
+
+TEST_P(QuietMoment, the_host_waits_for_the_signal_of_a_caller_that_has_seen_its_word)
+{
+    {
+        const HeldWhenItSaysSo held(block, host);
+        block.number_request();
+        EXPECT_EQ(std::exchange(block.annex().waits, uint32_t{wire::HOST_SIGNALLED}), wire::HOST_IN_SIGSUSPEND);
+    }
+    host.await_idle();
+    EXPECT_EQ(word(block.annex().started), 2u);
+    host.ring();
+    EXPECT_EQ(host.ask(PROBE_BASE), 0);
+    EXPECT_EQ(word(block.annex().started), 3u);
+    host.leave();
+    host.await_suspended();
+    EXPECT_EQ(word(block.annex().started), 3u);
 }
 
 // ---- What a function finds ---------------------------------------------------------------------------------------
