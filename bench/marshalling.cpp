@@ -2,43 +2,12 @@
 //
 // What the caller's library needs for each value that goes into a call or comes out of one, without the call.
 // usage: bench_marshalling_BITS [--csv FILE] PATH-OF-ECHO-MODULE
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-
-#include "ka/caller.h"
+#include "host.h"
 #include "timing.h"
 
 namespace {
 
 constexpr int32_t elements = 1000;
-
-[[noreturn]] void fail(const ka_host *host)
-{
-    std::fprintf(stderr, "marshalling: %s\n", ka_last_error(host)->message);
-    std::exit(1);
-}
-
-void check(const ka_host *host, int32_t error)
-{
-    if (error != KA_DONE) fail(host);
-}
-
-struct Close {
-    void operator()(ka_host *host) const { ka_close(host); }
-};
-using Host = std::unique_ptr<ka_host, Close>;
-
-Host open(const char *module)
-{
-    ka_options options;
-    ka_options_init(&options, sizeof options);
-    ka_host *host = nullptr;
-    const int32_t error = ka_open(&host, module, &options);
-    Host owned(host);
-    check(host, error);
-    return owned;
-}
 
 // Values to add, and where they come back to.
 struct Values {
@@ -71,25 +40,22 @@ struct Row {
 
 // The host called with one argument; what it gives back can then be read as often as one likes.
 template <typename Add, typename Get>
-bench::Burst results(Host &host, Add add, Get get)
+bench::Burst results(const bench::Host &host, Add add, Get get)
 {
-    check(host.get(), ka_begin(host.get(), "any"));
-    check(host.get(), add(host.get()));
-    int32_t code;
-    check(host.get(), ka_call(host.get(), &code));
-    return bench::burst_of([get, raw = host.get()](long i) { check(raw, get(raw, i)); });
+    host.call("any", add);
+    return bench::burst_of([get, &host](long i) { host.check(get(host, i)); });
 }
 
 template <typename Add>
-bench::Burst arguments(Host &host, Add add)
+bench::Burst arguments(const bench::Host &host, Add add)
 {
-    return bench::burst_of([add, raw = host.get()](long i) {
-        check(raw, ka_begin(raw, "any"));
-        check(raw, add(raw, i));
+    return bench::burst_of([add, &host](long i) {
+        host.check(ka_begin(host, "any"));
+        host.check(add(host, i));
     });
 }
 
-std::vector<Row> adding(Host &host, Values &v)
+std::vector<Row> adding(const bench::Host &host, Values &v)
 {
     return {{"ka_add_doubles",
              arguments(host, [&v](ka_host *h,
@@ -121,7 +87,7 @@ std::vector<Row> adding(Host &host, Values &v)
              {80, 80}}};
 }
 
-std::vector<Row> getting(Host &reals, Host &texts, Values &v)
+std::vector<Row> getting(const bench::Host &reals, const bench::Host &texts, Values &v)
 {
     const auto add_reals = [&v](ka_host *h) { return ka_add_reals(h, v.reals.data(), elements, KA_BY_REFERENCE); };
     const auto add_texts = [&v](ka_host *h) {
@@ -188,7 +154,7 @@ int main(int argc, char **argv)
     }
     bench::Csv csv(bench::csv_path(argc, argv));
     const char *module = argv[argc - 1];
-    Host built = open(module), reals = open(module), strings = open(module);
+    const bench::Host built(module), reals(module), strings(module);
     Values values;
     std::vector<Row> rows = adding(built, values);
     for (std::vector<Row> more : {getting(reals, strings, values), texts(values)})
