@@ -55,12 +55,14 @@ inline Figure figure_of(std::vector<double> times)
     return {times[times.size() / 2], times[times.size() / 10]};
 }
 
-constexpr double burst_ns = 5e5;
-constexpr int bursts_per_round = 40;
-constexpr int rounds_per_row = 4;
+struct Bursts {
+    double ns = 5e5; // of each
+    int per_round = 40;
+    int rounds = 4;
+};
 
-// How many times make a burst of half a millisecond.
-inline long times_of(const Burst &burst)
+// How many times make a burst of that length.
+inline long times_of(const Burst &burst, double burst_ns)
 {
     long times = 1;
     double ns = burst(times);
@@ -72,14 +74,14 @@ inline long times_of(const Burst &burst)
 }
 
 // All columns take turns, burst by burst, so that what disturbs the machine disturbs all of them.
-inline std::vector<Figure> measure(const std::vector<Burst> &columns)
+inline std::vector<Figure> measure(const std::vector<Burst> &columns, const Bursts &bursts = {})
 {
     std::vector<std::vector<double>> times(columns.size());
-    for (int round = 0; round < rounds_per_row; round++) {
+    for (int round = 0; round < bursts.rounds; round++) {
         std::vector<long> lengths;
         for (const Burst &column : columns)
-            lengths.push_back(times_of(column));
-        for (int i = 0; i < bursts_per_round; i++)
+            lengths.push_back(times_of(column, bursts.ns));
+        for (int i = 0; i < bursts.per_round; i++)
             for (size_t c = 0; c < columns.size(); c++)
                 times[c].push_back(columns[c](lengths[c]) / static_cast<double>(lengths[c]));
     }
@@ -112,6 +114,11 @@ public:
                      figure.median, figure.decile);
         if (at_most > 0) std::fprintf(file_, "%g", at_most);
         std::fprintf(file_, "\n");
+    }
+    // Before a fork, and at the end of the new process.
+    void flush()
+    {
+        if (file_ != nullptr) std::fflush(file_);
     }
 
 private:

@@ -154,15 +154,6 @@ private:
 
 // ---- Where they run --------------------------------------------------------------------------------------------
 
-void use_processors(int count)
-{
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    for (int i = 0; i < count; i++)
-        CPU_SET(i, &set);
-    if (sched_setaffinity(0, sizeof set, &set) != 0) std::perror("processors");
-}
-
 // As many threads of another process as there are processors, which compute.
 class Busy {
 public:
@@ -222,50 +213,66 @@ double processor_ns(pid_t pid)
     return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
-// 20 calls after 1 ms of quiet: what each later one takes, and the processor time of both sides for one call of all.
+// Calls after a time of quiet: what each later one takes, and the processor time of both sides for one call of all.
 class QuietBursts {
 public:
-    QuietBursts(const char *adder, int32_t transport) : host_(adder, transport) {}
+    QuietBursts(const char *adder, int32_t transport, unsigned quiet_us, int calls, int32_t spin_us = 50)
+        : exchange_(adder, transport, spin_us), quiet_us_(quiet_us), calls_(calls)
+    {
+    }
+    // What the host does after the last reply is of this run, too: it is counted when the next one begins.
     void run()
     {
-        const double before = processor_ns(getpid()) + processor_ns(host_.pid());
-        usleep(1000);
-        host_.add();
-        const double ns = bench::burst_of([this](long) { host_.add(); })(calls - 1);
-        later_.push_back(ns / (calls - 1));
-        used_.push_back((processor_ns(getpid()) + processor_ns(host_.pid()) - before) / calls);
+        const double host_before = processor_ns(exchange_.pid());
+        if (!later_.empty()) used_.push_back((own_ + host_before - host_) / calls_);
+        host_ = host_before;
+        const double before = processor_ns(getpid());
+        usleep(quiet_us_);
+        exchange_.add();
+        const double ns = exchange_.adds()(calls_ - 1);
+        later_.push_back(ns / std::max(1, calls_ - 1));
+        own_ = processor_ns(getpid()) - before;
     }
     bench::Figure later() const { return bench::figure_of(later_); }
     bench::Figure used() const { return bench::figure_of(used_); }
 
 private:
-    static constexpr int calls = 20;
-    Exchange host_;
+    Exchange exchange_;
+    unsigned quiet_us_;
+    int calls_;
+    double host_ = 0; // processor time of the host when the last run began
+    double own_ = 0;  // that of the caller in it
     std::vector<double> later_;
     std::vector<double> used_;
 };
 
 void print_bursts(bench::Csv &csv, const char *adder)
 {
-    QuietBursts signals(adder, KA_TRANSPORT_SIGNALS), fast(adder, KA_TRANSPORT_FAST);
+    QuietBursts signals(adder, KA_TRANSPORT_SIGNALS, 1000, 20), fast(adder, KA_TRANSPORT_FAST, 1000, 20);
     for (int i = 0; i < 500; i++) {
         signals.run();
         fast.run();
     }
-    const std::string title = "two processors: 20 calls after 1 ms";
-    std::printf("%-52s %11s %7s %11s %7s\n", title.c_str(), "median ns", "ratio", "decile ns", "ratio");
-    const auto row = [&](const std::string &name, bench::Figure own, bench::Figure floor, double at_most) {
-        const bench::Figure ratio = {own.median / floor.median, own.decile / floor.decile};
-        std::printf("%-52s %11.0f %7.3f %11.0f %7.3f %7.2f\n", name.c_str(), own.median, ratio.median, own.decile,
-                    ratio.decile, at_most);
-        csv.line(title, name, own);
-        csv.line(title, name + " / signals", ratio, at_most);
-    };
-    row("signals: each later call", signals.later(), signals.later(), 1);
-    row("fast: each later call", fast.later(), signals.later(), 0.06);
-    row("signals: processor time of a call", signals.used(), signals.used(), 1);
-    row("fast: processor time of a call", fast.used(), signals.used(), 0.3);
-    std::printf("\n");
+    bench::print_lines(csv, "two processors: 20 calls after 1 ms",
+                       {{"signals: each later call", signals.later(), 0},
+                        {"fast: each later call", fast.later(), 0, 0.06},
+                        {"signals: processor time of a call", signals.used(), 2},
+                        {"fast: processor time of a call", fast.used(), 2, 0.3}});
+}
+
+// Each side has given up its spin long before the other one is there: the three take turns, so each waits for 5 ms.
+void print_vain_spins(bench::Csv &csv, const char *adder)
+{
+    QuietBursts signals(adder, KA_TRANSPORT_SIGNALS, 1600, 1), fast(adder, KA_TRANSPORT_FAST, 1600, 1),
+        asleep(adder, KA_TRANSPORT_FAST, 1600, 1, 0);
+    for (int i = 0; i < 200; i++) {
+        signals.run();
+        fast.run();
+        asleep.run();
+    }
+    bench::print_lines(
+        csv, "two processors: processor time of a call every 5 ms",
+        {{"signals", signals.used(), 0}, {"fast", fast.used(), 0}, {"fast, without spinning", asleep.used(), 0}});
 }
 
 void print_busy(bench::Csv &csv, const char *adder)
@@ -292,10 +299,11 @@ int main(int argc, char **argv)
     const char *const adder = argv[first];
     const char *const echo = argv[first + 1];
     bench::Csv csv(file);
-    use_processors(1);
+    bench::use_processors(1);
     print_exchanges(csv, "one processor", adder, echo, true);
-    use_processors(2);
+    bench::use_processors(2);
     print_exchanges(csv, "two processors", adder, echo, false);
     print_bursts(csv, adder);
+    print_vain_spins(csv, adder);
     print_busy(csv, adder);
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The cost of each way of waiting: next to a ping-pong of SIGUSR2 between two bare processes, in programs with other
-// threads, and when something goes wrong. usage: waiting PATH-OF-ECHO-MODULE
+// The cost of each way of waiting, next to a ping-pong of SIGUSR2 between two bare processes, and of a deadline.
+// usage: waiting PATH-OF-ECHO-MODULE
 #include <atomic>
 #include <csignal>
 #include <sys/prctl.h>
@@ -39,28 +39,6 @@ void hang(ka_host *host)
     ka_begin(host, "hang");
     ka_call(host, &code);
 }
-
-class IdleThreads {
-public:
-    explicit IdleThreads(int count)
-    {
-        for (int i = 0; i < count; i++)
-            threads_.emplace_back([this] {
-                while (!ended_)
-                    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            });
-    }
-    ~IdleThreads()
-    {
-        ended_ = true;
-        for (std::thread &thread : threads_)
-            thread.join();
-    }
-
-private:
-    std::atomic<bool> ended_{false};
-    std::vector<std::thread> threads_;
-};
 
 // Time from one call to the next of the whole program, with this number of threads, each with a host of its own.
 double in_threads(int count)
@@ -119,26 +97,6 @@ double inspected(void)
     return nanoseconds(host_of(KA_WAIT_SAFE, inspect), "nothing");
 }
 
-// From the kill to the return of ka_call.
-double death_noticed(int32_t waiting)
-{
-    std::vector<double> times;
-    for (int i = 0; i < 51; i++) {
-        const bench::Host host = host_of(waiting);
-        host.call("nothing");
-        std::atomic<clock_type::rep> killed{0};
-        std::thread killer([&, pid = ka_pid(host)] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            killed = clock_type::now().time_since_epoch().count();
-            kill(pid, SIGKILL);
-        });
-        hang(host);
-        times.push_back(static_cast<double>(clock_type::now().time_since_epoch().count() - killed));
-        killer.join();
-    }
-    return median(times);
-}
-
 // How late a call returns after its deadline; the end of the host process is included.
 double deadline_overrun(int32_t waiting)
 {
@@ -162,9 +120,6 @@ int main(int argc, char **argv)
         return 2;
     }
     module_path = argv[1];
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGUSR2);
 
     bench::Table trips("round trip (ratio to the bare ping-pong)");
     trips.row("bare ping-pong of two processes", bench::ping_pong());
@@ -172,15 +127,9 @@ int main(int argc, char **argv)
     trips.row("safe: call without arguments", nanoseconds(host_of(KA_WAIT_SAFE), "nothing"));
     trips.row("fast: call with a call-back", nanoseconds(host_of(KA_WAIT_FAST), "ask"));
     trips.row("safe: call with a call-back", nanoseconds(host_of(KA_WAIT_SAFE), "ask"));
-    trips.row("fast: the same, answer returned unchanged", nanoseconds(host_of(KA_WAIT_FAST), "agree"));
-    trips.row("safe: the same, answer returned unchanged", nanoseconds(host_of(KA_WAIT_SAFE), "agree"));
-    {
-        const IdleThreads idlers(4);
-        trips.row("safe: beside 4 idle threads", nanoseconds(host_of(KA_WAIT_SAFE), "nothing"));
-        double ns = 0;
-        std::thread([&] { ns = nanoseconds(host_of(KA_WAIT_SAFE), "nothing"); }).join();
-        trips.row("safe: the same, not in the main thread", ns);
-    }
+    double in_thread = 0;
+    std::thread([&] { in_thread = nanoseconds(host_of(KA_WAIT_SAFE), "nothing"); }).join();
+    trips.row("safe: call without arguments, not in the main thread", in_thread);
     trips.row("safe: with an inspector", inspected());
     trips.row("safe: the first call, checked", first_call(KA_CHECKED));
     trips.row("safe: the first call, raw", first_call(KA_RAW));
@@ -188,10 +137,7 @@ int main(int argc, char **argv)
         trips.row("safe: " + std::to_string(count) + " threads, a host each, per call", in_threads(count));
 
     std::printf("\n");
-    bench::Table ends("when something goes wrong");
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr); // the killer's thread, too, for the fast way
-    ends.row("fast: host killed, until ka_call returns", death_noticed(KA_WAIT_FAST));
-    ends.row("safe: host killed, until ka_call returns", death_noticed(KA_WAIT_SAFE));
+    bench::Table ends("when a call is too long");
     ends.row("fast: overrun of a deadline of 50 ms", deadline_overrun(KA_WAIT_FAST));
     ends.row("safe: overrun of a deadline of 50 ms", deadline_overrun(KA_WAIT_SAFE));
 }
