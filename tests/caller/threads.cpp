@@ -19,8 +19,9 @@ struct Idlers {
     {
         for (int i = 0; i < count; i++)
             threads_.emplace_back([this] {
+                constexpr timespec ms = {0, 1000000};
                 while (!ended_)
-                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    ended_early_ += nanosleep(&ms, nullptr) != 0 ? 1 : 0;
             });
     }
     ~Idlers()
@@ -30,9 +31,27 @@ struct Idlers {
             thread.join();
     }
 
+    int ended_early() const { return ended_early_; }
+
 private:
     std::atomic<bool> ended_{false};
+    std::atomic<int> ended_early_{0};
     std::vector<std::thread> threads_;
+};
+
+// SIGUSR2 in this thread, and in those that begin here.
+struct Blocked {
+    explicit Blocked(bool blocks)
+    {
+        sigset_t replies;
+        sigemptyset(&replies);
+        if (blocks) sigaddset(&replies, SIGUSR2);
+        pthread_sigmask(SIG_BLOCK, &replies, &before_);
+    }
+    ~Blocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+private:
+    sigset_t before_;
 };
 
 } // namespace
@@ -42,6 +61,24 @@ TEST(Threads, idle_ones_with_the_signal_unblocked_survive)
     const Idlers idlers(4);
     Host host(adding_one);
     call_many(host, 1000);
+}
+
+// No reply is a signal, so none can end a sleep. In the fast way of waiting no thread lets the signal in.
+TEST(Threads, no_reply_ends_the_sleep_of_another_one)
+{
+    for (const int32_t transport : {KA_TRANSPORT_SIGNALS, KA_TRANSPORT_FAST}) {
+        for (const int32_t waiting : {KA_WAIT_SAFE, KA_WAIT_FAST}) {
+            const Blocked blocked(waiting == KA_WAIT_FAST);
+            const Idlers idlers(4);
+            Host host([&](ka_options &options) {
+                adding_one(options);
+                options.transport = transport;
+                options.waiting = waiting;
+            });
+            call_many(host, 5000);
+            EXPECT_EQ(idlers.ended_early(), 0) << "transport " << transport << ", waiting " << waiting;
+        }
+    }
 }
 
 // The main thread is the kernel's first choice, and here it does not call.
