@@ -115,6 +115,21 @@ TEST(SurePair, is_what_one_by_one_gives_where_a_digit_is_about_to_change)
     }
 }
 
+// Eight decimals that end with nines and zeros, after seven others.
+TEST(SurePair, is_what_one_by_one_gives_on_either_side_of_eight_decimals)
+{
+    Draw draw;
+    for (Rounds rounds(20000); rounds.more();) {
+        const auto eights = static_cast<double>(1 + draw.bits() % 9999999) * 1e8;
+        const Pair whole = {{eights - draw.between(0, 3), eights + draw.between(0, 3)}};
+        for (const double scale : {1.0, 10.0, 1e8, 1e15}) {
+            bool stored;
+            compare({{whole.values[0] / scale, whole.values[1] / scale}}, &stored);
+            if (HasFatalFailure()) FAIL() << "in round " << rounds.number();
+        }
+    }
+}
+
 // Else the tests above would compare nothing. Elsewhere than on x86 there are no pairs.
 TEST(SurePair, is_what_nearly_all_everyday_numbers_are)
 {
