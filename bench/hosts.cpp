@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Calls through hosts of each word size, beside the least that two processes can do. The caller is bare in all of
-// them: it writes the request, signals, and waits with sigwait. Caller and host share one processor.
+// Calls through hosts of each word size, beside the least that two processes can do. The caller is bare where it is
+// not the library: it writes the request, signals, and waits with sigwait. Caller and host share one processor.
 // usage: bench_hosts [--csv FILE] ADDER ECHO BARE-HOST [ADDER ECHO BARE-HOST], the modules of the machine's own word
 // size first
 #include <sched.h>
@@ -305,7 +305,20 @@ private:
     int32_t sum_ = 0;
 };
 
-// The library's caller: until the call has returned, the process having been started for it.
+// ---- The library's caller --------------------------------------------------------------------------------------
+
+void add(const bench::Host &host)
+{
+    host.call("add", [](ka_host *to) {
+        for (int32_t value : {2, 40})
+            ka_add_integer(to, value, KA_BY_VALUE);
+        ka_add_integer(to, 0, KA_BY_REFERENCE);
+    });
+    int32_t sum = 0;
+    if (ka_get_integers(host, 3, &sum, 1) != KA_DONE || sum != 42) fail("a wrong result");
+}
+
+// Until the call has returned, the process having been started for it.
 bench::Burst opened_and_called(const char *adder)
 {
     return [adder](long times) {
@@ -314,17 +327,29 @@ bench::Burst opened_and_called(const char *adder)
             std::unique_ptr<bench::Host> host;
             ns += bench::burst_of([&](long) {
                 host = std::make_unique<bench::Host>(adder);
-                host->call("add", [](ka_host *to) {
-                    for (int32_t value : {2, 40})
-                        ka_add_integer(to, value, KA_BY_VALUE);
-                    ka_add_integer(to, 0, KA_BY_REFERENCE);
-                });
+                add(*host);
             })(1);
-            int32_t sum = 0;
-            if (ka_get_integers(*host, 3, &sum, 1) != KA_DONE || sum != 42) fail("a wrong result");
         }
         return ns;
     };
+}
+
+// Beside the bare caller of the same module. A program waits in one way at a time.
+void print_library(bench::Csv &csv, const std::string &bits, const char *adder, Adder &module)
+{
+    for (const auto &[name, waiting] : {std::pair("safe", KA_WAIT_SAFE), std::pair("fast", KA_WAIT_FAST)}) {
+        const auto host_of = [&, way = waiting](int32_t transport) {
+            return std::make_unique<bench::Host>(adder, [=](ka_options &options) {
+                options.waiting = way;
+                options.transport = transport;
+            });
+        };
+        const auto host = host_of(KA_TRANSPORT_SIGNALS), plain = host_of(KA_TRANSPORT_PLAIN);
+        bench::print(csv, bits + " bits: add(2, 40, &sum), " + name + " wait",
+                     {{"module", module.burst(), 0},
+                      {"library and module", bench::burst_of([&](long) { add(*host); }), 0, 1.12},
+                      {"library and module without annex", bench::burst_of([&](long) { add(*plain); }), 0}});
+    }
 }
 
 // ---- The table -------------------------------------------------------------------------------------------------
@@ -346,6 +371,7 @@ void print_word_size(bench::Csv &csv, const std::string &bits, const char *adder
         calls.push_back({"module, beside gRPC", module.burst(), 5, 0.08});
     }
     bench::print(csv, bits + " bits: add(2, 40, &sum)", calls);
+    print_library(csv, bits, adder, module);
 
     BareHostWithDoubles doubles(bare, "jump");
     Reals reals(echo);
