@@ -63,3 +63,33 @@ bool read_status(int status_fd, t_STATUS *status)
     status->caught = strtoull(caught, nullptr, 16);
     return true;
 }
+
+/* ---- Segments -------------------------------------------------------------------------------------------------- */
+
+/* The kernel shows a segment among the mappings of a process: its inode is the identifier. */
+static bool maps_segment(FILE *maps, int32_t id)
+{
+    char line[512];
+    while (fgets(line, sizeof line, maps)) {
+        char rights[8] = "";
+        char path[8] = "";
+        unsigned long inode = 0;
+        if (sscanf(line, "%*x-%*x %7s %*x %*x:%*x %lu %7s", rights, &inode, path) == 3 &&
+            strcmp(rights, "rw-s") == 0 && strncmp(path, "/SYSV", 5) == 0 && inode == static_cast<unsigned long>(id))
+            return true;
+    }
+    return false;
+}
+
+bool has_attached(pid_t number, int32_t segment_id)
+{
+    const int fd = number != 0 ? open_proc_file(number, "maps", O_RDONLY) : -1;
+    if (fd == -1) return false;
+    FILE *maps = fdopen(fd, "r");
+    const bool found = maps && maps_segment(maps, segment_id);
+    if (maps)
+        fclose(maps);
+    else
+        close(fd);
+    return found;
+}

@@ -14,6 +14,9 @@ pid_t number_in_proc(int pid_fd);
 /* Opened as the flags say; a descriptor, or -1 and an errno. */
 int open_proc_file(pid_t number, const char *name, int flags);
 
+/* Whether it has attached the segment, and may write to it: who only looks may not. */
+bool has_attached(pid_t number, int32_t segment_id);
+
 /* /proc/PID/status: the main thread, and the dispositions of the process as a whole. */
 struct t_STATUS {
     bool asleep;

@@ -99,14 +99,16 @@ struct t_LIFE {
     bool openable;           /* the options are sound: it can be started, and started again */
     pid_t caller;            /* this process */
     int error_fd;            /* KA_STDERR_FILE: a copy of the program's; else -1 */
+    char **words;            /* ka_options.under and the module's path, with room for its argument; else null */
+    int32_t word_count;      /* without the argument */
     int64_t started_ns;      /* when it was started last */
     int32_t deaths_in_a_row; /* ends and failed starts since the last call that succeeded */
     t_LEFT left;             /* reported by ka_close */
 };
-inline constexpr t_LIFE no_life = {STATE_ENDED, false, 0, -1, 0, 0, {}};
+inline constexpr t_LIFE no_life = {STATE_ENDED, false, 0, -1, nullptr, 0, 0, 0, {}};
 
 struct t_PROCESS {
-    pid_t pid;
+    pid_t pid; /* until a command's host is found, the command itself */
     int pid_fd;
     int status_fd;              /* /proc/PID/status; follows the process, not the number */
     int syscall_fd;             /* /proc/PID/syscall likewise; -1 where it may not be read */
@@ -115,8 +117,10 @@ struct t_PROCESS {
     t_SLEEP_PLACE idle_place;   /* of the idle host; empty when that is not known */
     t_STDERR_RING *stderr_ring; /* KA_STDERR_RING; else null */
     t_INSPECTION *inspection;   /* null without an inspector */
+    pid_t command;              /* under which it runs and whose child it is; 0 when it is this process's own */
+    pid_t guard;                /* of a command; 0 for none */
 };
-inline constexpr t_PROCESS no_process = {0, -1, -1, -1, false, false, {}, nullptr, nullptr};
+inline constexpr t_PROCESS no_process = {0, -1, -1, -1, false, false, {}, nullptr, nullptr, 0, 0};
 
 /* The work done for the process before its first call. The tables of a process that ended are in t_LAST_END. */
 struct t_PREPARED {

@@ -71,6 +71,18 @@ static void await_argument(const t_LAUNCH *launch, char argument[ARGUMENT_SIZE])
     _exit(NOT_EXECUTED);
 }
 
+/* The C library looks into PATH without taking memory or locks. */
+static void execute(const t_LAUNCH *launch, char *argument)
+{
+    char *const own[] = {const_cast<char *>(launch->module), argument, nullptr};
+    if (!launch->words) {
+        execve(launch->module, own, environ);
+        return;
+    }
+    launch->words[launch->word_count] = argument; /* in the child's own memory */
+    execvp(launch->words[0], launch->words);
+}
+
 void become_host(const t_LAUNCH *launch)
 {
     setpgid(0, 0);                    /* as the parent does: whoever comes first */
@@ -82,8 +94,7 @@ void become_host(const t_LAUNCH *launch)
     if (getppid() != launch->parent) _exit(NOT_EXECUTED);
     reset_signals();
     if (launch->error_fd != -1) dup2(launch->error_fd, STDERR_FILENO);
-    char *const arguments[] = {const_cast<char *>(launch->module), argument, nullptr};
-    execve(launch->module, arguments, environ);
+    execute(launch, argument);
     const int error = errno;
     if (write(launch->pipes->report[1], &error, sizeof error) != sizeof error) _exit(126);
     _exit(NOT_EXECUTED);

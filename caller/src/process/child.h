@@ -15,6 +15,8 @@ struct t_LAUNCH {
     pid_t parent;
     const t_PIPES *pipes;
     int error_fd; /* becomes its standard error, unless it is -1 */
+    char **words; /* of the command under which it runs, with room for the argument; or null */
+    int32_t word_count;
 };
 
 __attribute__((noreturn)) void become_host(const t_LAUNCH *launch);

@@ -9,6 +9,7 @@
 #include "end.h"
 #include "fork.h"
 #include "host/host.h"
+#include "host/under.h"
 
 /* Reported once: the next ka_close frees the host. */
 static int32_t fail_left(ka_host *host)
@@ -34,6 +35,7 @@ int32_t ka_close(ka_host *host)
     free(host->report);
     remove_segment(host);
     forget_preparations(host);
+    forget_under(host);
     free(host->module);
     free(host);
     return KA_DONE;

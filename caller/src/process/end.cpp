@@ -4,6 +4,7 @@
 #include "end.h"
 
 #include <errno.h>
+#include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -17,9 +18,11 @@
 #include "base/fd.h"
 #include "base/pidfd.h"
 #include "block/segment.h"
+#include "command.h"
 #include "doorbell/doorbell.h"
 #include "doorbell/rest.h"
 #include "doorbell/wait.h"
+#include "guard.h"
 #include "host/owned.h"
 #include "ka/dll_codes.h"
 #include "regain.h"
@@ -68,15 +71,21 @@ static void reap(ka_host *host, bool by_library)
 {
     siginfo_t info;
     end_group(host);
-    look_at_child(host->process.pid_fd, host->process.pid, &info, 0);
+    if (host->process.command == 0)
+        look_at_child(host->process.pid_fd, host->process.pid, &info, 0);
+    else
+        look_how_it_ended(host, &info);
     forget_last_end(&host->last_end);
     host->last_end.of_error = true;
     host->last_end.by_library = by_library;
     host->last_end.overwritten = host->building.overwritten;
     host->last_end.pid = host->process.pid;
-    host->last_end.how = info.si_pid != 0 ? info.si_code : 0;
+    host->last_end.how = info.si_pid != 0 || host->process.command != 0 ? info.si_code : 0;
     host->last_end.status = info.si_status;
     host->last_end.backtrace = finish_inspection(host);
+    end_command(host);
+    end_guard(host);
+    end_strays(host);
     host->last_end.tables = host->prepared.tables;
     host->prepared.tables = nullptr;
     keep_output(host);
@@ -105,6 +114,10 @@ static int signal_child(const ka_host *host, int signal)
 static bool is_dead(const ka_host *host)
 {
     siginfo_t info;
+    if (host->process.command != 0) {
+        struct pollfd end = {host->process.pid_fd, POLLIN, 0};
+        return host->process.pid_fd == -1 ? kill(host->process.pid, 0) != 0 : poll(&end, 1, 0) == 1;
+    }
     const int error = look_at_child(host->process.pid_fd, host->process.pid, &info, WNOWAIT);
     return error == ECHILD || info.si_pid != 0;
 }
@@ -153,7 +166,7 @@ static void end_process(ka_host *host)
 void end_host(ka_host *host)
 {
     regain_process(host);
-    if (host->process.pid_fd != -1 || is_child(host)) {
+    if (host->process.pid_fd != -1 || host->process.command != 0 || is_child(host)) {
         end_process(host);
         reap(host, true);
         if (host->life.left.pid == host->process.pid) leave_doorbell(host);
@@ -176,7 +189,10 @@ int32_t fail_and_end(ka_host *host)
 static void describe_death(ka_host *host, const t_LAST_END *last_end, char *text, size_t size)
 {
     if (last_end->how == 0) {
-        snprintf(text, size, "ended, how is not known (the program does not leave its children to the library)");
+        snprintf(text, size, "%s",
+                 host->life.words
+                     ? "ended, how is not known (it was a command's child, and the system does not tell)"
+                     : "ended, how is not known (the program does not leave its children to the library)");
     } else if (last_end->how == CLD_EXITED) {
         host->error.exit_status = last_end->status;
         snprintf(text, size, "ended with status %d", last_end->status);
@@ -223,6 +239,18 @@ static void add_overwritten(ka_host *host)
     write_overwritten(host->last_end.overwritten, fields, sizeof fields);
     snprintf(host->error.message + length, sizeof host->error.message - length,
              "; the module had overwritten the block's header (%s)", fields);
+}
+
+int32_t fail_command(ka_host *host)
+{
+    char text[120];
+    reap(host, false);
+    fail(host, KA_START, " ");
+    describe_death(host, &host->last_end, text, sizeof text);
+    set_error_message(host, "cannot start %.200s: its command \"%.60s\" %s", host->module, host->life.words[0], text);
+    host->last_end.of_error = true;
+    release_process(host);
+    return KA_START;
 }
 
 int32_t fail_dead(ka_host *host, const char *where)

@@ -16,6 +16,9 @@ void end_host(ka_host *host);
 /* The same for a host that has failed; the class of its error. */
 int32_t fail_and_end(ka_host *host);
 
+/* The command has ended under which the host was to run. */
+int32_t fail_command(ka_host *host);
+
 /* A host that was found dead. */
 int32_t fail_dead(ka_host *host, const char *where);
 

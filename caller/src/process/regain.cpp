@@ -3,6 +3,7 @@
  * See regain.h. */
 #include "regain.h"
 
+#include "attached.h"
 #include "base/fd.h"
 #include "base/pidfd.h"
 #include "doorbell/doorbell.h"
@@ -12,7 +13,7 @@ bool regain_process(ka_host *host)
 {
     if (host->process.pid_fd == -1 || owns_process(host)) return true;
     disown_lost(host);
-    host->process.pid_fd = reopen_child(host->process.pid);
+    host->process.pid_fd = host->process.command != 0 ? reopen_host(host) : reopen_child(host->process.pid);
     if (host->process.pid_fd == -1) return false;
     close_fd(&host->process.status_fd);
     close_fd(&host->process.syscall_fd);

@@ -24,9 +24,11 @@
 #include "doorbell/wait.h"
 #include "doorbell/waiters.h"
 #include "fork.h"
+#include "guard.h"
 #include "helper_thread.h"
 #include "host/owned.h"
 #include "module/program_file.h"
+#include "runner.h"
 #include "stderr_ring.h"
 #include "tracer.h"
 
@@ -77,6 +79,12 @@ static int launch_from_lasting_thread(ka_host *host, const t_LAUNCH *launch, int
 
 static int32_t fail_exec(ka_host *host, int error)
 {
+    if (host->life.words) {
+        fail(host, KA_START, "cannot start %.200s: the command \"%.60s\" cannot be run: %s", host->module,
+             host->life.words[0], errno_text(error));
+        host->error.sys_errno = error;
+        return KA_START;
+    }
     char loader[128];
     const char *module = host->module;
     const int32_t bits = read_loader(module, loader, sizeof loader);
@@ -134,13 +142,16 @@ static int32_t start_child(ka_host *host, const t_LAUNCH *launch, int64_t deadli
     const int error = launch_from_lasting_thread(host, launch, deadline);
     if (error == ETIMEDOUT) return fail_late(host);
     if (error != 0) return fail_system(host, error, "cannot create a process");
+    const int guard_error = host->life.words ? start_guard(host) : 0;
+    if (guard_error != 0) return fail_system(host, guard_error, "cannot create a process");
     if (!host->segment.base && create_segment(host) != KA_DONE) return host->error.error_class;
     write_header(host);
     wipe_annex(host);
-    start_inspection(host);
+    if (!host->life.words) start_inspection(host);
     if (send_argument(host) != KA_DONE) return host->error.error_class;
     close_pipe_end(&host->pipes.report[1]); /* the child's is the last */
-    return await_exec(host, host->pipes.report[0], deadline);
+    const int32_t result = await_exec(host, host->pipes.report[0], deadline);
+    return result == KA_DONE && host->life.words ? await_host(host, deadline) : result;
 }
 
 static int32_t start_with_pipes(ka_host *host, t_LAUNCH *launch, int64_t deadline)
@@ -163,7 +174,7 @@ static int32_t start_with_pipes(ka_host *host, t_LAUNCH *launch, int64_t deadlin
 
 int32_t start_process(ka_host *host, int64_t deadline)
 {
-    t_LAUNCH launch = {host->module, getpid(), &host->pipes, -1};
+    t_LAUNCH launch = {host->module, getpid(), &host->pipes, -1, host->life.words, host->life.word_count};
     const int32_t result = start_with_pipes(host, &launch, deadline);
     if (result != KA_DONE) send_refusal(host);
     close_pipes(host);

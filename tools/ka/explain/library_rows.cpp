@@ -46,6 +46,15 @@ constexpr Explanation rows[] = {
      "the C library of that word size is not installed",
      "install it, for 32 bits on Debian: dpkg --add-architecture i386, apt-get update, apt-get install libc6:i386; "
      "or build the module for the other word size"},
+    {error, NO_NUMBER, "",
+     "the command \"%s\" cannot be run: %s\n"
+     "did not start under the command \"%s\" within %d ms\n"
+     "its command \"%s\" %s\n"
+     "under has no words; the first is the name of a command\n"
+     "cannot keep the words of under",
+     "the command that is to run the module (--under, ka_options.under) has not started it",
+     "its name or its options are wrong, it ended before the module ran, or it waits for something",
+     "try the command with another program in the module's place, and look at its standard error"},
     {error, NO_NUMBER, "", "not executable", "the file may not be run", "its mode has no x bit for this user",
      "chmod +x"},
     {error, NO_NUMBER, "", "not an ELF file\na cut off ELF file\nan ELF file but not a program",
