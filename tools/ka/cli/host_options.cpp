@@ -5,7 +5,9 @@
 
 #include <iostream>
 
+#include "base/command_line.h"
 #include "base/duration.h"
+#include "call/backtrace.h"
 #include "subcommand.h"
 #include "values/callback_rule.h"
 #include "values/literal.h"
@@ -63,10 +65,9 @@ int32_t deadline_ms(const std::string &deadline)
     return static_cast<int32_t>(read_duration(deadline).value().count());
 }
 
-void add_host_options(CLI::App *command, HostOptions &options, const std::string &right_size)
+void add_call_options(CLI::App *command, HostOptions &options, const std::string &right_size)
 {
     add_flag(command, "--raw", options.raw, "sends the arguments as written, unchecked");
-    add_deadline_option(command, options.deadline, "how long to wait for the answer");
     add_option(command,
                {.name = "--callback",
                 .value = "RULE",
@@ -85,6 +86,22 @@ void add_host_options(CLI::App *command, HostOptions &options, const std::string
     add_block_options(command, options, right_size);
 }
 
+void add_host_options(CLI::App *command, HostOptions &options, const std::string &right_size)
+{
+    add_deadline_option(command, options.deadline, "how long to wait for the answer");
+    add_flag(command, "--no-inspect", options.no_inspect,
+             "does not trace the host: gdb -p, strace -p and LeakSanitizer work, and a crash has no backtrace");
+    add_option(command,
+               {.name = "--under",
+                .value = "COMMAND",
+                .text =
+                    "runs the host under a command, which becomes it (taskset -c 0) or starts it (gdbserver :2345, "
+                    "strace -f, perf record): words with quotes as in a shell, the module's are added",
+                .fault = fault_of_command_line},
+               options.under);
+    add_call_options(command, options, right_size);
+}
+
 void check_callback_rule(const std::string &option, const std::string &rule)
 {
     try {
@@ -92,6 +109,18 @@ void check_callback_rule(const std::string &option, const std::string &rule)
     } catch (const Malformed &malformed) {
         throw Malformed(option + " " + rule + ": " + malformed.what());
     }
+}
+
+// Null when there is none.
+static const char *const *words_of_under(HostOptions &options)
+{
+    if (options.under.empty()) return nullptr;
+    options.under_words = split_command_line(options.under).value();
+    options.under_list.clear();
+    for (const std::string &word : options.under_words)
+        options.under_list.push_back(word.c_str());
+    options.under_list.push_back(nullptr);
+    return options.under_list.data();
 }
 
 ka_options host_options(HostOptions &options, int32_t right_size, int cancel_fd)
@@ -107,5 +136,7 @@ ka_options host_options(HostOptions &options, int32_t right_size, int cancel_fd)
     settings.trace_level = options.trace_level;
     settings.callback = answer_callback;
     settings.user = &options;
+    settings.under = words_of_under(options);
+    if (!options.no_inspect) settings.inspector = backtrace_inspector();
     return settings;
 }

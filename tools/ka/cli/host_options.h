@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "ka/caller.h"
 
@@ -21,13 +22,20 @@ struct HostOptions {
     int32_t scratch_bytes = 1 << 16;
     int32_t trace_level = 0;
     bool raw = false;
+    bool no_inspect = false;
+    std::string under;                    // a command line
+    std::vector<std::string> under_words; // the same, split
+    std::vector<const char *> under_list; // the same, for the library
 };
 
 // A text that can be read as a time.
 void add_deadline_option(CLI::App *command, std::string &deadline, const std::string &purpose);
 int32_t deadline_ms(const std::string &deadline);
 
-// right_size says what a segment of 0 bytes stands for.
+// Those of the calls alone: without a deadline, and what else looks at the host. right_size says what a segment of 0
+// bytes stands for.
+void add_call_options(CLI::App *command, HostOptions &options, const std::string &right_size);
+
 void add_host_options(CLI::App *command, HostOptions &options, const std::string &right_size);
 
 // Throws Malformed (values/literal.h); option says where the rule was given.

@@ -12,15 +12,13 @@
 #include "base/interruption.h"
 #include "base/output.h"
 #include "base/terminal.h"
-#include "base/words.h"
-#include "call/backtrace.h"
 #include "call/failure.h"
 #include "call/one_call.h"
 #include "call/request.h"
 #include "call/segment_size.h"
 #include "call/timing.h"
+#include "cli/call_words.h"
 #include "cli/host_options.h"
-#include "cli/mistakes.h"
 #include "cli/option_tree.h"
 #include "cli/subcommand.h"
 #include "values/results.h"
@@ -83,7 +81,7 @@ constexpr int32_t usual_segment_bytes = 1 << 20;
 ka_options settings_of(CallOptions &options)
 {
     ka_options settings = host_options(options, usual_segment_bytes, open_interruption_fd());
-    if (options.repeat == 0) settings.inspector = backtrace_inspector(); // which costs time in every call
+    if (options.repeat > 0) settings.inspector = nullptr; // which costs time in every call
     return settings;
 }
 
@@ -212,20 +210,6 @@ int run_host(CallOptions &options)
     return run_unprepared(options);
 }
 
-// The option that a word was meant to be: an argument that begins like one follows "--". Throws Malformed.
-void unmark_words(CallOptions &options)
-{
-    take_mark(options.module);
-    take_mark(options.function);
-    for (std::string &word : options.arguments) {
-        const bool is_marked = take_mark(word);
-        const bool is_number = word.find_first_of("0123456789.") == 1;
-        if (!is_marked && word.size() > 1 && word[0] == '-' && !is_number)
-            throw Malformed(unknown_option(word, options.option_names) +
-                            "; put -- before an argument that begins like one");
-    }
-}
-
 void check_options(const CallOptions &options)
 {
     check_callback_rule("--callback", options.callback);
@@ -236,7 +220,7 @@ void check_options(const CallOptions &options)
 int run_call(CallOptions &options)
 {
     try {
-        unmark_words(options);
+        unmark_words(options.module, options, options.option_names);
         check_options(options);
         return run_host(options);
     } catch (const Malformed &malformed) {

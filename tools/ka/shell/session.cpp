@@ -9,7 +9,6 @@
 #include "base/exit_status.h"
 #include "base/interruption.h"
 #include "base/output.h"
-#include "call/backtrace.h"
 #include "call/failure.h"
 #include "call/request.h"
 #include "values/results.h"
@@ -24,7 +23,6 @@ int Session::open()
     ka_options settings = host_options(options_.host, roomy_segment_bytes, interruption_);
     settings.restart = KA_RESTART_NEXT_CALL;
     settings.restart_pause_ms = 0; // who types has paused
-    settings.inspector = backtrace_inspector();
     const int32_t error_class = ka_open(&host_, options_.module.c_str(), &settings);
     if (error_class != KA_DONE) return show_error("");
     learn_tables();
