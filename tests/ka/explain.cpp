@@ -144,6 +144,7 @@ const std::set<std::string> no_library_messages = {"KA_WAIT_FAST",
                                                    "process %d %s",
                                                    "status",
                                                    "syscall",
+                                                   "initial-exec", // how a variable of a thread is found
                                                    "%d:64"};
 
 bool is_message_file(const std::filesystem::path &path)
@@ -321,8 +322,9 @@ TEST(KaExplain, knows_what_is_said_of_a_first_build)
 {
     const std::string cc = "$CC" + module_flag();
     const std::string host = " -L$L -lkahost";
-    const std::string std_headers = "for h in bits/libc-header-start.h sys/cdefs.h; do echo \"#include <$h>\" >h.c; "
-                                    "$CC -nostdinc -I. -c h.c; done";
+    const std::string std_headers =
+        "for h in bits/libc-header-start.h sys/cdefs.h asm/errno.h; do echo \"#include <$h>\" >h.c; "
+        "$CC -nostdinc -I. -c h.c; done";
     const Said cases[] = {
         {cc + "empty.c" + host, "undefined reference to `KaFuncList'"},
         {cc + "empty.c" + host, "undefined reference to `KaArgList'"},
@@ -333,10 +335,21 @@ TEST(KaExplain, knows_what_is_said_of_a_first_build)
         {cc + "-w -c module.c", "fatal error: ka/dll_module.h: No such file or directory"},
         {std_headers, "fatal error: bits/libc-header-start.h: No such file or directory"},
         {std_headers, "fatal error: sys/cdefs.h: No such file or directory"},
+        {std_headers, "fatal error: asm/errno.h: No such file or directory"},
+        {"ld -m elf_" + std::string(module_bits() == 64 ? "x86_64" : "i386") + " -L. -lstdc++",
+         "cannot find -lstdc++"},
         {"echo 'int KaFuncList, KaArgList, KaCall;' >m.c && " + cc + "m.c" + host + " -o m && ./m 1",
          "error while loading shared libraries: libkahost.so"},
     };
     expect_known(cases);
+}
+
+// A module that is started by hand, or with a segment that is gone.
+TEST(KaExplain, knows_the_status_of_a_host_that_cannot_start)
+{
+    const std::string said = said_by(tasks_module + " 2>&1; echo \"exit status $?\"");
+    EXPECT_NE(said.find("exit status 2\n"), std::string::npos) << said;
+    EXPECT_TRUE(has(explained("exit status 2"), "KA_EXIT_START", 2));
 }
 
 // A part of the other word size is met.
@@ -354,6 +367,11 @@ TEST(KaExplain, knows_what_is_said_of_two_word_sizes_in_one_module)
         {"D=$(dirname $(" + cc + "-print-libgcc-file-name)); ld -m elf_" + (is_wide ? "i386" : "x86_64") +
              " -L$D -lgcc",
          "when searching for -lgcc"},
+        {"$CC" + other_flag + "-shared -nostdlib empty.c -o libstdc++.so; ld -m elf_" +
+             (is_wide ? "x86_64" : "i386") + " -L. -lstdc++",
+         "when searching for -lstdc++"},
+        {"$CC" + other_flag + "-shared -nostdlib empty.c -o other.so; " + cc + "empty.c ./other.so",
+         "file in wrong format"},
     };
     if (std::filesystem::exists(other_folder + "/libkahost.so")) { // the build has both
         cases.push_back({cc + "empty.c -L" + other_folder + " -lkahost", "when searching for -lkahost"});

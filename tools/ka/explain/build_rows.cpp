@@ -32,11 +32,15 @@ constexpr Explanation rows[] = {
     {building, NO_NUMBER, "",
      "skipping incompatible %s when searching for -lkahost\n"
      "i386 architecture of input file %s is incompatible with i386:x86-64 output\n"
-     "i386:x86-64 architecture of input file %s is incompatible with i386 output",
+     "i386:x86-64 architecture of input file %s is incompatible with i386 output\n"
+     "error adding symbols: file in wrong format\n"
+     "file in wrong format",
      "parts of 32 and of 64 bits were given to one program",
      "-m32 was given at compiling and not at linking, or the other way round; or -L names the folder of the other "
      "word size",
-     "give -m32 to every compiler and linker call of a module and use build/lib; or to none, and use build/lib64"},
+     "give -m32 (with -msse2 -mfpmath=sse) to every compiler and linker call of a module and use build/lib; or to "
+     "none, "
+     "and use build/lib64"},
     {building, NO_NUMBER, "",
      "skipping incompatible %s when searching for -lgcc\n"
      "cannot find -lgcc%s\n"
@@ -46,11 +50,25 @@ constexpr Explanation rows[] = {
      "fatal error: bits/libc-header-start.h: No such file or directory\n"
      "fatal error: bits/c++config.h: No such file or directory\n"
      "fatal error: sys/cdefs.h: No such file or directory\n"
-     "fatal error: gnu/stubs-32.h: No such file or directory\n"
-     "fatal error: asm/errno.h: No such file or directory",
+     "fatal error: gnu/stubs-32.h: No such file or directory",
      "the compiler has no headers or libraries of 32 bits, which -m32 asks for",
      "its multilib package is not installed",
      "on Debian: apt-get install gcc-multilib g++-multilib; or build the module without -m32, for 64 bits"},
+    {building, NO_NUMBER, "",
+     "fatal error: asm/errno.h: No such file or directory\n"
+     "fatal error: asm/%s: No such file or directory",
+     "the compiler does not find the kernel's headers, which -m32 looks for in /usr/include/asm",
+     "gcc-multilib is not installed; installing a cross compiler removes it, since Debian keeps only one of them",
+     "give -idirafter /usr/include/x86_64-linux-gnu with -m32, or install gcc-multilib; or build without -m32, for "
+     "64 "
+     "bits"},
+    {building, NO_NUMBER, "",
+     "skipping incompatible %s when searching for -lstdc++\n"
+     "cannot find -lstdc++%s\n"
+     "unable to find library -lstdc++",
+     "the C++ library of the module's word size is not there",
+     "with -m32: g++-multilib is not installed; without: g++ is not",
+     "on Debian: apt-get install g++-multilib, or g++; a module in C needs no C++ library: link it with cc"},
     {building, NO_NUMBER, "", "fatal error: ka/%s: No such file or directory",
      "the compiler does not find the headers for modules", "-I is missing, or names another folder",
      "-Ibuild/include"},
