@@ -32,6 +32,8 @@ foreach(bits IN LISTS KA_WORLDS)
   install(TARGETS kahost_${bits} kacall_${bits} kadecimal_static_${bits} kamath_static_${bits} kacall_static_${bits}
           LIBRARY DESTINATION ${folder}
           ARCHIVE DESTINATION ${folder})
+  ka_lib_dir(built ${bits})
+  install(FILES ${built}/${KA_GDB_SCRIPT} DESTINATION ${folder})
 endforeach()
 install(FILES ${public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ka)
 install(TARGETS ka RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
