@@ -37,11 +37,17 @@ static constexpr struct {
     std::string_view name;
     void (*add)(CLI::App &app, int &exit_status);
 } commands[] = {
-    {"list", add_list_command},       {"call", add_call_command},
-    {"shell", add_shell_command},     {"real", add_real_command},
-    {"check", add_check_command},     {"dump", add_dump_command},
-    {"explain", add_explain_command}, {"trace", add_trace_command},
-    {"manual", add_manual_command},   {"completion", add_completion_command},
+    {"list", add_list_command},
+    {"call", add_call_command},
+    {"debug", add_debug_command},
+    {"shell", add_shell_command},
+    {"real", add_real_command},
+    {"check", add_check_command},
+    {"dump", add_dump_command},
+    {"explain", add_explain_command},
+    {"trace", add_trace_command},
+    {"manual", add_manual_command},
+    {"completion", add_completion_command},
 };
 
 // Of most command lines the first word says whose options are needed; to declare those of all takes longer than some
@@ -69,7 +75,8 @@ static int run(int argc, char **argv)
     app.require_subcommand(0, 1);
     add_commands(app, exit_status, argc, argv);
     app.footer(exit_status_help());
-    // Not a subcommand: the words that follow are unfinished.
+    // Not subcommands: the words that follow are gdb's, or unfinished.
+    if (argc > 2 && std::string(argv[1]) == "debugger") return become_debugger({argv + 2, argv + argc});
     if (argc > 1 && std::string(argv[1]) == "complete") {
         std::cout << completion_answer(app, std::vector<std::string>(argv + 2, argv + argc));
         return EXIT_DONE;

@@ -22,7 +22,7 @@ std::vector<std::string> command_words(int argc, char **argv)
 {
     std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
     if (!words.empty() && words[0] == "real") std::erase(words, "--");
-    if (!words.empty() && words[0] == "call") mark_words(words);
+    if (!words.empty() && (words[0] == "call" || words[0] == "debug")) mark_words(words);
     std::reverse(words.begin(), words.end());
     return words;
 }

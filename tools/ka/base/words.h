@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-// In the reverse order, as the library takes them. For call, those after a first "--", which is left out, are
-// marked.
+// In the reverse order, as the library takes them. For call and debug, those after a first "--", which is left out,
+// are marked.
 std::vector<std::string> command_words(int argc, char **argv);
 
 // Takes the mark off; true when there was one.
