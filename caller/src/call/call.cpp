@@ -85,11 +85,11 @@ static int32_t fail_out_of_turn(ka_host *host)
 }
 
 /* The host lives, and is signalled by its number. What can be looked at is its annex, or the child, whose number
-   stays its own until the library waits for it. Before its first answer, and where a cancellation must be seen at
-   once, the descriptors are needed anyway. */
+   stays its own until the library waits for it; that of a command's child does not. Before its first answer, and
+   where a cancellation must be seen at once, the descriptors are needed anyway. */
 static bool needs_no_descriptor(const ka_host *host)
 {
-    if (host->options.cancel_fd != -1) return false;
+    if (host->options.cancel_fd != -1 || host->process.command != 0) return false;
     return host_uses_annex(host) || (host->process.answered && is_living_child(host->process.pid));
 }
 

@@ -54,10 +54,11 @@ void prepare_reply(ka_host *host, int32_t retcode_before)
 
 /* By its number where the annex, or the look at the child, has just told that it lives: that costs no look at the
    descriptor, which the program may have closed. A child that dies now keeps its number until the library waits for
-   it. */
+   it; that of a command's child does not. */
 static int signal_host(const ka_host *host)
 {
-    const bool by_number = host->waiting.is_numbered || host->waiting.is_brief;
+    const bool is_child = host->process.command == 0;
+    const bool by_number = is_child && (host->waiting.is_numbered || host->waiting.is_brief);
     if (!by_number) return signal_process(host->process.pid_fd, SIGUSR2);
     return kill(host->process.pid, SIGUSR2) == 0 ? 0 : errno;
 }
