@@ -71,5 +71,6 @@ int main(int argc, char **argv)
                   {"ka --version", runs_of({ka, "--version"}), 0, 1.6},
                   {"ka call", call, 0, 4},
                   {"a C program with the library", runs_of({one_call, adder}), 0},
+                  {"ka call --no-inspect", runs_of({ka, "call", "--no-inspect", adder, "add", "2", "40", "0"}), 0},
                   {"ka call, beside the C program", call, 3, 1.2}});
 }
