@@ -36,6 +36,7 @@ foreach(bits IN LISTS KA_WORLDS)
   install(FILES ${built}/${KA_GDB_SCRIPT} DESTINATION ${folder})
 endforeach()
 install(FILES ${public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ka)
+install(FILES ${module_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ka/module)
 install(TARGETS ka RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY ${CMAKE_BINARY_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATADIR})
 

@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: MIT
+//
+// From argv to a function of C++ and back. ka/module.hpp includes this.
+#ifndef KA_MODULE_INVOKE_HPP
+#define KA_MODULE_INVOKE_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+
+#include "ka/dll_block.h"
+#include "ka/module/exceptions.hpp"
+#include "ka/module/parameter.hpp"
+#include "ka/module/returned.hpp"
+
+namespace ka::module_detail {
+
+enum class returns { value, status };
+
+// What a function's type says. F is a pointer to a function; anything else is no function of a module.
+template <typename F>
+struct signature {
+    static constexpr bool is_function = false, is_noexcept = false;
+    using result_type = void;
+    static constexpr std::size_t arity = 0;
+    static constexpr std::int32_t kinds[1] = {-1}, least[1] = {0};
+    static constexpr instead wrong = instead::nothing;
+    static constexpr std::uint64_t scalars = 0;
+};
+
+template <typename R, typename... A>
+struct signature<R (*)(A...)> {
+    static constexpr bool is_function = true, is_noexcept = false;
+    using result_type = std::remove_cv_t<R>;
+    static constexpr std::size_t arity = sizeof...(A);
+
+    // One more than there are parameters, so that none is no special case.
+    static constexpr std::int32_t kinds[arity + 1] = {parameter<A>::kind..., -1};
+    static constexpr std::int32_t least[arity + 1] = {parameter<A>::least..., 0};
+
+    static constexpr instead first_wrong()
+    {
+        for (const instead each : {parameter<A>::wrong..., instead::nothing})
+            if (each != instead::nothing) return each;
+        return instead::nothing;
+    }
+    static constexpr instead wrong = first_wrong();
+
+    // Bit n: parameter n needs an element.
+    static constexpr std::uint64_t scalars_of()
+    {
+        std::uint64_t bits = 0, bit = 1;
+        for (const bool each : {parameter<A>::is_scalar..., false}) {
+            if (each) bits |= bit;
+            bit <<= 1;
+        }
+        return bits;
+    }
+    static constexpr std::uint64_t scalars = scalars_of();
+
+    template <auto F, returns How, std::size_t... I>
+    static std::int32_t run([[maybe_unused]] void **argv, std::index_sequence<I...>)
+    {
+        return call<F, How>(argv, parameter<A>(argv, I)...);
+    }
+
+private:
+    template <auto F, returns How>
+    static std::int32_t call([[maybe_unused]] void **argv, parameter<A> &&...given)
+    {
+        if (!(true && ... && given.is_ready())) return KA_NO_MEMORY;
+        if constexpr (std::is_void_v<R>)
+            return F(given.get()...), KA_OK;
+        else if constexpr (std::is_same_v<result_type, code> || How == returns::status)
+            return static_cast<std::int32_t>(F(given.get()...));
+        else
+            return returned<result_type>::put(F(given.get()...), argv[arity]);
+    }
+};
+
+template <typename R, typename... A>
+struct signature<R (*)(A...) noexcept> : signature<R (*)(A...)> {
+    static constexpr bool is_noexcept = true;
+};
+
+// What KaCall runs for function F.
+template <auto F, returns How>
+std::int32_t invoke(void **argv)
+{
+    using S = signature<decltype(F)>;
+    constexpr auto positions = std::make_index_sequence<S::arity>();
+#ifdef __cpp_exceptions
+    if constexpr (S::is_noexcept) {
+        return S::template run<F, How>(argv, positions);
+    } else {
+        try {
+            return S::template run<F, How>(argv, positions);
+        } catch (...) {
+            return caught();
+        }
+    }
+#else
+    const std::int32_t code = S::template run<F, How>(argv, positions);
+    const std::int32_t failed = std::exchange(first_failure, 0);
+    return code != KA_OK ? code : failed;
+#endif
+}
+
+struct invoker {
+    std::int32_t (*run)(void **argv);
+    std::uint64_t scalars; // bit n: without an element in argument n there is no call
+};
+
+__attribute__((noinline)) inline bool all_have_elements(std::uint64_t scalars) noexcept
+{
+    for (std::int32_t n = 1; scalars != 0; n++, scalars >>= 1)
+        if ((scalars & 1) != 0 && u_get_arg(n).elcnt < 1) return false;
+    return true;
+}
+
+inline std::int32_t call(const invoker &function, void **argv)
+{
+    if (function.scalars != 0 && !all_have_elements(function.scalars)) return KA_TOO_FEW_ELEMENTS;
+    return function.run(argv);
+}
+
+} // namespace ka::module_detail
+
+#endif
