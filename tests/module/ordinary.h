@@ -4,20 +4,9 @@
 #ifndef TESTS_MODULE_ORDINARY_H
 #define TESTS_MODULE_ORDINARY_H
 
-#include "caller/hosts.h"
-#include "ka/caller.hpp"
+#include "module/hosts_of.h"
 
 inline const std::string ordinary_module = module_path("ordinary");
-
-class ModuleTest : public testing::TestWithParam<int32_t> {
-protected:
-    static ka::Options in_layout()
-    {
-        ka::Options options;
-        options.layout = GetParam();
-        return options;
-    }
-};
 
 class Ordinary : public ModuleTest {
 protected:

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "ka/caller.hpp"
+#include "ka/kastring.h"
 #include "module/ordinary.h"
 
 IN_BOTH_LAYOUTS(Returns);
@@ -50,7 +51,7 @@ TEST_P(Returns, texts_are_results)
 TEST_P(Returns, text_that_does_not_fit_changes_nothing)
 {
     std::string text = "x";
-    EXPECT_EQ(host.call("string_out", ka::ref(text, 2)), no_room);
+    EXPECT_EQ(host.call("string_out", ka::ref(text, 2)), KASTR_NO_ROOM);
     EXPECT_EQ(text, "x");
 }
 
