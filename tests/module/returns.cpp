@@ -73,4 +73,7 @@ TEST_P(Returns, every_form_of_function_is_called)
     EXPECT_EQ(length_in("never_throws", 1), 2);
     EXPECT_EQ(length_in("number", 1), 101);
     EXPECT_EQ(result_of("rate", 50), 0.5);
+    std::int32_t number = 0;
+    EXPECT_EQ(host.call("tables", ka::ref(number)), 0);
+    EXPECT_EQ(number, 3);
 }

@@ -181,6 +181,24 @@ struct Account {
     static std::int32_t number(std::int32_t a) { return a + 100; }
 };
 
+// Names that stand for something in the headers, too.
+std::int32_t name()
+{
+    return 1;
+}
+std::int32_t words()
+{
+    return 2;
+}
+std::int32_t tables()
+{
+    return 3;
+}
+std::int32_t type()
+{
+    return 4;
+}
+
 } // namespace
 
 namespace bank::rates {
@@ -206,7 +224,7 @@ KA_MODULE(
     KA_FN_AS("of_integer", (static_cast<int (*)(int)>(overloaded)), "a"),
     KA_FN_AS("of_real", (static_cast<double (*)(double)>(overloaded)), "a"),
     KA_FN_AS("TWICE it!", twice<std::int32_t>, "a"), KA_FN(never_throws, "a"), KA_FN(Account::number, "a"),
-    KA_FN(bank::rates::rate, "a"),
+    KA_FN(bank::rates::rate, "a"), KA_FN(name), KA_FN(words), KA_FN(tables), KA_FN(type),
     KA_FN(forty_nine, TEN("a"), TEN("b"), TEN("c"), TEN("d"), "0", "1", "2", "3", "4", "5", "6", "7", "8"))
 // clang-format on
 

@@ -79,48 +79,51 @@ struct checks {
 } // namespace ka::module_detail
 
 // F: a pointer to the function; the words begin with the function itself. The first check that fails says all: what
-// comes after is quiet.
-#define KA_DECLARE_(FUNCTION, F, HOW, NAME, ...)                                                                    \
-    [] {                                                                                                            \
-        using ::ka::module_detail::instead;                                                                         \
-        constexpr auto how = ::ka::module_detail::returns::HOW;                                                     \
-        using type = ::ka::module_detail::checks<decltype(F), how>;                                                 \
-        KA_CHECK_(type::is_function, FUNCTION, "not a function by itself; a member function is none")               \
-        KA_CHECK_(type::wrong != instead::int32, FUNCTION, "an integer parameter is an std::int32_t")               \
-        KA_CHECK_(type::wrong != instead::real, FUNCTION, "a floating parameter is a double, or a ka::decimal")     \
-        KA_CHECK_(type::wrong != instead::text, FUNCTION,                                                           \
-                  "a text parameter is an std::string_view or const char *, or a ka::string that is changed")       \
-        KA_CHECK_(type::wrong != instead::exact, FUNCTION, "instead of t_DECIMAL a parameter is a ka::decimal")     \
-        KA_CHECK_(type::wrong != instead::reference, FUNCTION,                                                      \
-                  "instead of a pointer a parameter is an std::int32_t &, a double & or a ka::array")               \
-        KA_CHECK_(type::wrong != instead::by_value, FUNCTION,                                                       \
-                  "std::string_view, ka::string, ka::array and ka::args are parameters by value")                   \
-        KA_CHECK_(type::wrong != instead::element, FUNCTION,                                                        \
-                  "elements of a ka::array are std::int32_t, double, ka::decimal, ka::string or std::string_view")  \
-        KA_CHECK_(                                                                                                  \
-            type::wrong != instead::other, FUNCTION,                                                                \
-            "a parameter is an std::int32_t, double, ka::decimal, const char *, std::string_view, ka::string, "     \
-            "ka::array or ka::args")                                                                                \
-        KA_CHECK_(type::has_sound_least(), FUNCTION, "the least number of elements of a ka::array is 0 or more")    \
-        KA_CHECK_(type::has_args_last(), FUNCTION, "ka::args is the last parameter")                                \
-        KA_CHECK_(type::returns_known, FUNCTION,                                                                    \
-                  "it returns void, ka::code, std::int32_t, double, ka::decimal, std::string, std::string_view or " \
-                  "const char *")                                                                                   \
-        KA_CHECK_(type::returns_status, FUNCTION, "a status is an std::int32_t")                                    \
-        KA_CHECK_(type::has_room_for_result, FUNCTION, "no result can come after ka::args")                         \
-        KA_CHECK_(type::is_callable, FUNCTION, "no call has more than 50 arguments, of which a result is one")      \
-        constexpr ::ka::module_detail::word name = NAME;                                                            \
-        constexpr ::ka::module_detail::word given[] = {__VA_ARGS__};                                                \
-        constexpr ::ka::module_detail::words words(given);                                                          \
-        KA_CHECK_(name.is_name() && words.all_are_words, FUNCTION, "a name is a literal, \"name\"")                 \
-        KA_CHECK_(::ka::module_detail::is_plain(name.text), FUNCTION, "it needs a name: KA_FN_AS(\"name\", ...)")   \
-        KA_CHECK_(words.count >= type::arity, FUNCTION, "too few names: there is one for each parameter")           \
-        KA_CHECK_(words.count <= type::arity, FUNCTION, "too many names: there is one for each parameter")          \
-        KA_CHECK_(!words.has_a_name_twice(type::has_result), FUNCTION,                                              \
-                  "a name twice; that of the result is \"result\", or what ka::result says")                        \
-        KA_CHECK_(type::has_result || words.result == nullptr, FUNCTION, "it has no result that ka::result names")  \
-        constexpr bool is_sound = type::is_sound() && type::has_sound_words(words);                                 \
-        return ::ka::module_detail::declare<F, how, is_sound>(name.text, words);                                    \
+// comes after is quiet. Names begin with ka_: a function may have any other.
+#define KA_DECLARE_(FUNCTION, F, HOW, NAME, ...)                                                                     \
+    [] {                                                                                                             \
+        using ka_instead = ::ka::module_detail::instead;                                                             \
+        constexpr auto ka_how = ::ka::module_detail::returns::HOW;                                                   \
+        using ka_type = ::ka::module_detail::checks<decltype(F), ka_how>;                                            \
+        KA_CHECK_(ka_type::is_function, FUNCTION, "not a function by itself; a member function is none")             \
+        KA_CHECK_(ka_type::wrong != ka_instead::int32, FUNCTION, "an integer parameter is an std::int32_t")          \
+        KA_CHECK_(ka_type::wrong != ka_instead::real, FUNCTION,                                                      \
+                  "a floating parameter is a double, or a ka::decimal")                                              \
+        KA_CHECK_(ka_type::wrong != ka_instead::text, FUNCTION,                                                      \
+                  "a text parameter is an std::string_view or const char *, or a ka::string that is changed")        \
+        KA_CHECK_(ka_type::wrong != ka_instead::exact, FUNCTION,                                                     \
+                  "instead of t_DECIMAL a parameter is a ka::decimal")                                               \
+        KA_CHECK_(ka_type::wrong != ka_instead::reference, FUNCTION,                                                 \
+                  "instead of a pointer a parameter is an std::int32_t &, a double & or a ka::array")                \
+        KA_CHECK_(ka_type::wrong != ka_instead::by_value, FUNCTION,                                                  \
+                  "std::string_view, ka::string, ka::array and ka::args are parameters by value")                    \
+        KA_CHECK_(ka_type::wrong != ka_instead::element, FUNCTION,                                                   \
+                  "elements of a ka::array are std::int32_t, double, ka::decimal, ka::string or std::string_view")   \
+        KA_CHECK_(                                                                                                   \
+            ka_type::wrong != ka_instead::other, FUNCTION,                                                           \
+            "a parameter is an std::int32_t, double, ka::decimal, const char *, std::string_view, ka::string, "      \
+            "ka::array or ka::args")                                                                                 \
+        KA_CHECK_(ka_type::has_sound_least(), FUNCTION, "the least number of elements of a ka::array is 0 or more")  \
+        KA_CHECK_(ka_type::has_args_last(), FUNCTION, "ka::args is the last parameter")                              \
+        KA_CHECK_(ka_type::returns_known, FUNCTION,                                                                  \
+                  "it returns void, ka::code, std::int32_t, double, ka::decimal, std::string, std::string_view or "  \
+                  "const char *")                                                                                    \
+        KA_CHECK_(ka_type::returns_status, FUNCTION, "a status is an std::int32_t")                                  \
+        KA_CHECK_(ka_type::has_room_for_result, FUNCTION, "no result can come after ka::args")                       \
+        KA_CHECK_(ka_type::is_callable, FUNCTION, "no call has more than 50 arguments, of which a result is one")    \
+        constexpr ::ka::module_detail::word ka_name = NAME;                                                          \
+        constexpr ::ka::module_detail::word ka_given[] = {__VA_ARGS__};                                              \
+        constexpr ::ka::module_detail::words ka_words(ka_given);                                                     \
+        KA_CHECK_(ka_name.is_name() && ka_words.all_are_words, FUNCTION, "a name is a literal, \"name\"")            \
+        KA_CHECK_(::ka::module_detail::is_plain(ka_name.text), FUNCTION, "it needs a name: KA_FN_AS(\"name\", ...)") \
+        KA_CHECK_(ka_words.count >= ka_type::arity, FUNCTION, "too few names: there is one for each parameter")      \
+        KA_CHECK_(ka_words.count <= ka_type::arity, FUNCTION, "too many names: there is one for each parameter")     \
+        KA_CHECK_(!ka_words.has_a_name_twice(ka_type::has_result), FUNCTION,                                         \
+                  "a name twice; that of the result is \"result\", or what ka::result says")                         \
+        KA_CHECK_(ka_type::has_result || ka_words.result == nullptr, FUNCTION,                                       \
+                  "it has no result that ka::result names")                                                          \
+        constexpr bool ka_is_sound = ka_type::is_sound() && ka_type::has_sound_words(ka_words);                      \
+        return ::ka::module_detail::declare<F, ka_how, ka_is_sound>(ka_name.text, ka_words);                         \
     }()
 
 #define KA_CHECK_(CONDITION, FUNCTION, SAYS) static_assert(CONDITION, FUNCTION SAYS);

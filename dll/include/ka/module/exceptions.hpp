@@ -102,17 +102,22 @@ __attribute__((cold, noinline)) inline std::int32_t caught() noexcept
 // Once in a module, outside of all namespaces: HANDLER, a ka::code (const char *function, std::exception_ptr), says
 // which code an exception becomes. Then nothing is written by itself. An exception of the handler's own is treated as
 // if there were no handler.
-#define KA_ON_EXCEPTION(HANDLER)                                                                \
-    ::ka::code ka::module_detail::decide(const char *ka_function, std::exception_ptr ka_thrown) \
-    {                                                                                           \
-        return (HANDLER)(ka_function, ka_thrown);                                               \
+#define KA_ON_EXCEPTION(HANDLER)                                                              \
+    static ::ka::code ka_decide(const char *ka_function, const std::exception_ptr &ka_thrown) \
+    {                                                                                         \
+        return (HANDLER)(ka_function, ka_thrown);                                             \
+    }                                                                                         \
+    ::ka::code ka::module_detail::decide(const char *function, std::exception_ptr thrown)     \
+    {                                                                                         \
+        return ka_decide(function, thrown);                                                   \
     }
 
 // Once in a module, outside of all namespaces: ka::module_text is left at OFFSET of the scratch area.
-#define KA_MODULE_TEXT(OFFSET)                             \
-    std::int32_t ka::module_detail::text_offset() noexcept \
-    {                                                      \
-        return OFFSET;                                     \
+#define KA_MODULE_TEXT(OFFSET)                                    \
+    static constexpr std::int32_t ka_module_text_offset = OFFSET; \
+    std::int32_t ka::module_detail::text_offset() noexcept        \
+    {                                                             \
+        return ka_module_text_offset;                             \
     }
 
 #endif
