@@ -49,22 +49,22 @@
 #define KA_FN_STATUS(...) KA_FN_STATUS_TAKE_(KA_FIRST_(__VA_ARGS__, ), __VA_ARGS__)
 
 // The functions of a module; once, outside of all namespaces.
-#define KA_MODULE(...)                                                                                              \
-    namespace { /* where a function of this file is found before one of the C library */                            \
-    constexpr auto ka_module_tables = ::ka::module_detail::collect(__VA_ARGS__);                                    \
-    constexpr auto ka_module_invokers = ka_module_tables.invokers;                                                  \
-    constexpr auto ka_module_doc_texts = ka_module_tables.docs;                                                     \
-    constexpr auto ka_module_docs = ::ka::module_detail::doc_records(ka_module_tables, ka_module_doc_texts);        \
-    static_assert(::ka::module_detail::check_names<std::remove_const_t<decltype(ka_module_tables)>,                 \
-                                                   ::ka::module_detail::first_repeated(ka_module_tables)>());       \
-    }                                                                                                               \
-    KA_TABLE_(decltype(ka_module_tables.functions), ka_module_functions, "KaFuncList") =                            \
-        ::ka::module_detail::with_docs(ka_module_tables, ka_module_docs);                                           \
-    KA_TABLE_(decltype(ka_module_tables.prototypes), ka_module_prototypes, "KaArgList") =                           \
-        ka_module_tables.prototypes;                                                                                \
-    extern "C" std::int32_t KaCall(std::int32_t index, void **argv)                                                 \
-    {                                                                                                               \
-        return ::ka::module_detail::call(ka_module_invokers.record[index], argv);                                   \
+#define KA_MODULE(...)                                                                                        \
+    namespace { /* where a function of this file is found before one of the C library */                      \
+    constexpr auto ka_module_tables = ::ka::module_detail::collect(__VA_ARGS__);                              \
+    constexpr auto ka_module_invokers = ka_module_tables.invokers;                                            \
+    constexpr auto ka_module_doc_texts = ka_module_tables.docs;                                               \
+    constexpr auto ka_module_docs = ::ka::module_detail::doc_records(ka_module_tables, ka_module_doc_texts);  \
+    static_assert(::ka::module_detail::check_names<std::remove_const_t<decltype(ka_module_tables)>,           \
+                                                   ::ka::module_detail::first_repeated(ka_module_tables)>()); \
+    }                                                                                                         \
+    KA_TABLE_(decltype(ka_module_tables.functions), ka_module_functions, "KaFuncList") =                      \
+        ::ka::module_detail::with_docs(ka_module_tables, ka_module_docs);                                     \
+    KA_TABLE_(decltype(ka_module_tables.prototypes), ka_module_prototypes, "KaArgList") =                     \
+        ka_module_tables.prototypes;                                                                          \
+    extern "C" std::int32_t KaCall(std::int32_t index, void **argv)                                           \
+    {                                                                                                         \
+        return ::ka::module_detail::call(ka_module_invokers.record[index], argv);                             \
     }
 
 // ---- Parts of the above ------------------------------------------------------------------------------------------

@@ -23,7 +23,7 @@ inline std::ptrdiff_t step_of(const t_DLL_ARG &passed) noexcept
     return std::ptrdiff_t{passed.elsz} * 4;
 }
 
-inline decimal exact_element(const t_DLL_ARG &passed, std::ptrdiff_t k) noexcept
+__attribute__((noinline)) inline decimal exact_element(const t_DLL_ARG &passed, std::ptrdiff_t k) noexcept
 {
     const char *const from = static_cast<const char *>(passed.ptr) + k * step_of(passed);
     if (passed.type == DLL_INTEGER) {

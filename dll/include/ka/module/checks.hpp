@@ -84,7 +84,8 @@ struct checks {
     [] {                                                                                                             \
         using ka_instead = ::ka::module_detail::instead;                                                             \
         constexpr auto ka_how = ::ka::module_detail::returns::HOW;                                                   \
-        using ka_type = ::ka::module_detail::checks<decltype(F), ka_how>;                                            \
+        constexpr auto ka_function = F;                                                                              \
+        using ka_type = ::ka::module_detail::checks<std::remove_const_t<decltype(ka_function)>, ka_how>;             \
         KA_CHECK_(ka_type::is_function, FUNCTION, "not a function by itself; a member function is none")             \
         KA_CHECK_(ka_type::wrong != ka_instead::int32, FUNCTION, "an integer parameter is an std::int32_t")          \
         KA_CHECK_(ka_type::wrong != ka_instead::real, FUNCTION,                                                      \
@@ -123,7 +124,7 @@ struct checks {
         KA_CHECK_(ka_type::has_result || ka_words.result == nullptr, FUNCTION,                                       \
                   "it has no result that ka::result names")                                                          \
         constexpr bool ka_is_sound = ka_type::is_sound() && ka_type::has_sound_words(ka_words);                      \
-        return ::ka::module_detail::declare<F, ka_how, ka_is_sound>(ka_name.text, ka_words);                         \
+        return ::ka::module_detail::declare<ka_function, ka_how, ka_is_sound>(ka_name.text, ka_words);               \
     }()
 
 #define KA_CHECK_(CONDITION, FUNCTION, SAYS) static_assert(CONDITION, FUNCTION SAYS);

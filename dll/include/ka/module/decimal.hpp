@@ -33,7 +33,7 @@ inline const char *meaning_of(std::int32_t status) noexcept
 }
 
 // The double that the call host makes the same 15 decimals of: the one nearest to x rounded to 15 of them.
-inline double nearest_double(const t_DECIMAL &x)
+__attribute__((noinline)) inline double nearest_double(const t_DECIMAL &x)
 {
     constexpr int decimals = 15;
     static constexpr double powers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,

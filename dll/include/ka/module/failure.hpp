@@ -52,12 +52,12 @@ inline void tell(const char *text) noexcept
 
 #ifdef __cpp_exceptions
 
-[[noreturn]] inline void fail(std::int32_t code, const char *text)
+[[noreturn]] __attribute__((cold, noinline)) inline void fail(std::int32_t code, const char *text)
 {
     throw failure(code, text);
 }
 
-[[noreturn]] inline void fail_for_room()
+[[noreturn]] __attribute__((cold, noinline)) inline void fail_for_room()
 {
     throw no_room();
 }
