@@ -32,6 +32,19 @@ std::string sum(const std::string &amounts)
     return answer({"sum_texts", amounts}, "sum");
 }
 
+std::string balance_after(const std::string &balance, const std::string &percent)
+{
+    const std::string name = "balance = ";
+    const std::string out = ka({"call", ledger, "interest", balance, percent}).out;
+    return out.rfind(name, 0) == 0 ? out.substr(name.size(), out.find('\n') - name.size()) : out;
+}
+
+// The code and the reason.
+std::string refusal(const std::string &function, const std::string &amount, int code = 23)
+{
+    return "return code " + std::to_string(code) + "\nka: " + function + ": " + amount + " is not an amount\n";
+}
+
 } // namespace
 
 TEST(Ledger, difference_is_exact_to_the_last_cent)
@@ -51,14 +64,23 @@ TEST(Ledger, sum_is_exact_to_the_last_cent)
     EXPECT_EQ(sum("[-99999999999999.99,99999999999999.99]"), "0.00");
 }
 
+TEST(Ledger, interest_loses_no_cent)
+{
+    EXPECT_EQ(balance_after("9999999999999.99", "0"), "9999999999999.99");
+    EXPECT_EQ(balance_after("9523809523809.51", "5"), "9999999999999.99");
+    EXPECT_EQ(balance_after("-9999999999999.98", "1e-15"), "-9999999999999.98");
+    EXPECT_EQ(balance_after("0.20", "2.5"), "0.205");
+    EXPECT_EQ(balance_after("1000", "2.5"), "1025.0");
+}
+
 TEST(Ledger, what_could_lose_a_cent_is_refused)
 {
-    EXPECT_EQ(difference("99999999999999.99", "-0.01"), "return code 23\n");
-    EXPECT_EQ(difference("1.001", "0"), "return code 23\n");
-    EXPECT_EQ(sum("[99999999999999.99,0.01]"), "return code 23\n");
-    EXPECT_EQ(sum("[100000000000000]"), "return code 23\n");
-    EXPECT_EQ(sum("[0.005]"), "return code 23\n");
-    EXPECT_EQ(sum("[12345678901234.567]"), "return code 23\n");
-    EXPECT_EQ(sum("[12345678901234567890]"), "return code 23\n");
-    EXPECT_EQ(sum("[1,two]"), "return code 32\n");
+    EXPECT_EQ(difference("99999999999999.99", "-0.01"), refusal("difference", "100000000000000"));
+    EXPECT_EQ(difference("1.001", "0"), refusal("difference", "1.001"));
+    EXPECT_EQ(sum("[99999999999999.99,0.01]"), refusal("sum_texts", "100000000000000"));
+    EXPECT_EQ(sum("[100000000000000]"), refusal("sum_texts", "100000000000000"));
+    EXPECT_EQ(sum("[0.005]"), refusal("sum_texts", "0.005"));
+    EXPECT_EQ(sum("[12345678901234.567]"), refusal("sum_texts", "12345678901234.567"));
+    EXPECT_EQ(sum("[12345678901234567890]"), refusal("sum_texts", "12345678901234567890"));
+    EXPECT_EQ(sum("[1,two]"), refusal("sum_texts", "two", 32));
 }

@@ -42,11 +42,20 @@ struct Frame {
 
 // ---- Names -----------------------------------------------------------------------------------------------------
 
+// A function of KA_MODULE (ka/module.hpp) that became a part of what calls it goes by its own name.
+std::string without_invoker(const std::string &name)
+{
+    const std::string before = "int ka::module_detail::invoke<&(", after = "), (ka::module_detail::returns)";
+    const size_t end = name.find(after);
+    if (name.rfind(before, 0) != 0 || end == std::string::npos) return name;
+    return name.substr(before.size(), end - before.size());
+}
+
 std::string readable(const char *symbol)
 {
     int status = 0;
     const std::unique_ptr<char, decltype(&free)> name(abi::__cxa_demangle(symbol, nullptr, nullptr, &status), free);
-    return printable(status == 0 ? name.get() : symbol);
+    return printable(status == 0 ? without_invoker(name.get()) : symbol);
 }
 
 std::string file_name(const char *path)

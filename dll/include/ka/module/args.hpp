@@ -48,6 +48,11 @@ public:
     bool is_integer() const noexcept { return passed_.type == DLL_INTEGER; }
     bool is_real() const noexcept { return passed_.type == DLL_REAL; }
     bool is_string() const noexcept { return passed_.type == DLL_STRING; }
+    std::int32_t kind() const noexcept // KA_INT_ARRAY, KA_REAL_ARRAY, KA_STRING_ARRAY if there are several elements
+    {
+        const std::int32_t one = is_integer() ? KA_INT_BY_REFERENCE : is_real() ? KA_REAL_BY_REFERENCE : KA_STRING;
+        return one + (size() > 1 ? 1 : 0);
+    }
     std::size_t size() const noexcept { return static_cast<std::size_t>(passed_.elcnt > 0 ? passed_.elcnt : 0); }
 
     // The first element; of a number either way, the integer of a REAL being truncated as m_to_int does it.

@@ -96,6 +96,16 @@ public:
         return found;
     }
 
+    // As read, with REAL_RANGE instead of a number that would be rounded.
+    static outcome read_exact(std::string_view text) noexcept
+    {
+        outcome found;
+        bool exact = false;
+        found.status = real_from_text(text, &found.value.record_, &exact);
+        if (found.status == REAL_OK && !exact) found.status = REAL_RANGE;
+        return found;
+    }
+
     // All decimals, as m_gcvt writes them; or a number of them after the point.
     std::string text() const { return real_to_text(record_); }
     std::string text(int places) const
