@@ -30,6 +30,7 @@ inline std::int32_t length(std::size_t size)
 } // namespace detail
 
 // A REAL as decimal text, exactly, without a binary fraction in between. "null" is the text of a null REAL.
+// (ka::decimal of ka/module.hpp is the REAL itself, with operators, for functions of modules.)
 struct Decimal {
     std::string text = "0";
 
