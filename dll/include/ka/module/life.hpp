@@ -5,6 +5,7 @@
 #define KA_MODULE_LIFE_HPP
 
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -71,8 +72,9 @@ template <typename T>
 T *scratch() noexcept
 {
     static_assert(std::is_trivially_copyable_v<T>, "ka::scratch: the caller sees only the bytes of the object");
-    static_assert(sizeof(T) <= INT32_MAX, "ka::scratch: no segment is that large");
-    return static_cast<T *>(dll_scratch(static_cast<std::int32_t>(sizeof(T))));
+    constexpr std::size_t size = sizeof(T);
+    static_assert(size <= INT32_MAX, "ka::scratch: no segment is that large");
+    return static_cast<T *>(dll_scratch(static_cast<std::int32_t>(size)));
 }
 
 } // namespace ka

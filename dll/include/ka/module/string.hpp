@@ -48,8 +48,10 @@ public:
     bool try_assign(std::string_view text) const noexcept { return try_put(0, text); }
 
     const string &operator=(std::string_view text) const { return put(0, text); }
+    // NOLINTBEGIN(bugprone-unhandled-self-assignment): the characters may overlap
     const string &operator=(const string &other) const { return put(0, other.view()); }
     string &operator=(const string &other) { return put(0, other.view()), *this; }
+    // NOLINTEND(bugprone-unhandled-self-assignment)
     const string &append(std::string_view text) const { return put(size(), text); }
     const string &operator+=(std::string_view text) const { return append(text); }
     const string &operator+=(char c) const { return append({&c, 1}); }
@@ -73,7 +75,7 @@ public:
     friend bool operator>=(std::string_view a, std::string_view b) noexcept { return a.compare(b) >= 0; }
 
     // Exchanges the characters: for std::sort and others that reorder the strings of an array.
-    friend void swap(string a, string b)
+    friend void swap(string a, string b) // NOLINT(bugprone-exception-escape): it may not fit
     {
         const std::size_t of_a = a.size(), of_b = b.size();
         if (of_a > b.room() || of_b > a.room()) return module_detail::fail_for_room();
