@@ -117,11 +117,20 @@ protected:
         options.checking = KA_RAW;
         return options;
     }
+    // Of a module that is built without and one that is built with the sanitizers, which end it at a wrong access.
     template <typename... Arguments>
     std::int32_t code(const char *function, std::int32_t argument, std::int32_t elements,
                       const Arguments &...arguments)
     {
-        ka::Host unchecked(ordinary_module, raw());
+        const std::int32_t sanitized = code_of("ordinary_checked", function, argument, elements, arguments...);
+        EXPECT_EQ(code_of("ordinary", function, argument, elements, arguments...), sanitized);
+        return sanitized;
+    }
+    template <typename... Arguments>
+    std::int32_t code_of(const char *module, const char *function, std::int32_t argument, std::int32_t elements,
+                         const Arguments &...arguments)
+    {
+        ka::Host unchecked(module_path(module), raw());
         unchecked.begin(function);
         (unchecked.add(arguments), ...);
         ka_descriptor descriptor = unchecked.descriptor(argument);

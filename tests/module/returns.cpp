@@ -77,3 +77,20 @@ TEST_P(Returns, every_form_of_function_is_called)
     EXPECT_EQ(host.call("tables", ka::ref(number)), 0);
     EXPECT_EQ(number, 3);
 }
+
+// Functions without a word have no record.
+TEST_P(Returns, documentation_is_in_the_tables)
+{
+    const auto doc = [&](std::int32_t function, std::int32_t argument) {
+        std::string text;
+        EXPECT_EQ(host.call("doc_of", function, argument, ka::ref(text, 80)), 0);
+        return text;
+    };
+    EXPECT_EQ(doc(0, 0), "1: what the tables say");
+    EXPECT_EQ(doc(0, 1), "from 0");
+    EXPECT_EQ(doc(0, 2), "nothing");
+    EXPECT_EQ(doc(0, 3), "the words");
+    EXPECT_EQ(doc(1, 0), "1: nothing");
+    EXPECT_EQ(doc(1, 1), "an INTEGER");
+    EXPECT_EQ(doc(2, 0), "none");
+}

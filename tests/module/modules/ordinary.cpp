@@ -181,6 +181,20 @@ struct Account {
     static std::int32_t number(std::int32_t a) { return a + 100; }
 };
 
+// What the tables say about a function: "version,length: text", or about an argument: "text".
+std::string doc_of(std::int32_t function, std::int32_t argument)
+{
+    const auto *const record = static_cast<const t_DLL_DOC *>(KaFuncList[function].user);
+    if (record == nullptr || std::memcmp(record->magic, DLL_DOC_MAGIC, sizeof record->magic) != 0) return "none";
+    if (argument > 0) {
+        const char *const text = record->arguments[argument - 1];
+        return text != nullptr ? text : "nothing";
+    }
+    const bool is_whole = record->length == static_cast<std::int32_t>(sizeof *record);
+    return std::to_string(record->version) + (is_whole ? ": " : "? ") +
+           (record->text != nullptr ? record->text : "nothing");
+}
+
 // Names that stand for something in the headers, too.
 std::int32_t name()
 {
@@ -212,7 +226,8 @@ static I forty_nine(I a, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I
                     I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I, I z) { return 100 * a + z; }
 
 KA_MODULE(
-    KA_FN(integer_in, "a"), KA_FN(integer_in_by_reference, "a"), KA_FN(integer_changed, "a"), KA_FN(integers, "a"),
+    KA_FN(doc_of, ka::doc("what the tables say"), "function", ka::doc("from 0"), "argument", ka::result("text"), ka::doc("the words")),
+    KA_FN(integer_in, "a", ka::doc("an INTEGER")), KA_FN(integer_in_by_reference, "a"), KA_FN(integer_changed, "a"), KA_FN(integers, "a"),
     KA_FN(real_in, "a"), KA_FN(real_in_by_reference, "a"), KA_FN(real_changed, "a"), KA_FN(reals, "a"),
     KA_FN(text_in, "a"), KA_FN(view_in, "a"), KA_FN(view_in_by_reference, "a"), KA_FN(string_changed, "a"),
     KA_FN(strings_changed, "a"), KA_FN(views, "a"),
