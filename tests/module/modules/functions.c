@@ -1,10 +1,12 @@
 /* SPDX-License-Identifier: MIT
  *
  * Ordinary functions in C, with every kind of parameter. It is built with several levels of optimization, with the
- * sanitizer of undefined behaviour, and by both compilers; the header is the first include, so it must compile alone. */
+ * sanitizer of undefined behaviour, and by both compilers; the header is the first include, so it must compile alone.
+ */
 #include <ka/module.h>
 
-/* ---- One parameter of each kind ---------------------------------------------------------------------------------- */
+/* ---- One parameter of each kind ----------------------------------------------------------------------------------
+ */
 
 static int32_t integer_in(int32_t a)
 {
@@ -89,7 +91,7 @@ static int32_t double_rest(ka_args more)
         for (int32_t i = 0; i < strings_there.count; i++)
             exclaim(&strings_there.at[i * strings_there.step]);
     }
-    return more.count;
+    return 0;
 }
 
 static int32_t nothing(void)
@@ -104,7 +106,8 @@ static int32_t at(int32_t argv, int32_t n, int32_t code, int32_t *index)
     return 0;
 }
 
-/* ---- Loops that a compiler turns into vector instructions -------------------------------------------------------- */
+/* ---- Loops that a compiler turns into vector instructions --------------------------------------------------------
+ */
 
 static int32_t twice(ka_int32_array values)
 {
@@ -137,7 +140,8 @@ static int32_t negate(int32_t *value)
     return 0;
 }
 
-/* ---- Fifty parameters -------------------------------------------------------------------------------------------- */
+/* ---- Fifty parameters --------------------------------------------------------------------------------------------
+ */
 
 /* clang-format off */
 static int32_t fifty(int32_t a1, double a2, int32_t a3, double a4, int32_t a5, int32_t a6, int32_t a7, int32_t a8,
