@@ -301,8 +301,8 @@ static inline ka_args ka_make_args(void **argv, int32_t n)
                   "KA_MODULE: " #FUNCTION " is not declared as its line says"); \
     KA_EACH_(KA_CHECK_PARAMETER_, LINE)
 #define KA_MEMBER_(FUNCTION, KIND, NAME, ...) char NAME;
-/* A function that is declared without saying its parameters, int32_t f(), is like one with none and like any other.
- */
+
+/* A function declared as int32_t f() suits no line of parameters: it would suit each. */
 #define KA_SUITS_0(FUNCTION, LINE) KA_IS_(FUNCTION, (void))
 #define KA_SUITS_1(FUNCTION, LINE) \
     (KA_IS_(FUNCTION, (KA_TAIL_(KA_EACH_(KA_NEXT_TYPE_, LINE)))) && !KA_IS_(FUNCTION, (void)))
