@@ -51,7 +51,8 @@ Names declared()
 {
     Names names;
     for (const char *folder : {"/dll/include/ka", "/math/include/ka", "/math/decimal/include/ka"}) {
-        for (const auto &entry : std::filesystem::directory_iterator(std::string(LINKING_ROOT) + folder)) {
+        for (const auto &entry : std::filesystem::recursive_directory_iterator(std::string(LINKING_ROOT) + folder)) {
+            if (!entry.is_regular_file()) continue;
             std::ifstream file(entry.path());
             const std::string whole{std::istreambuf_iterator<char>(file), {}};
             const std::string text = std::regex_replace(whole, std::regex(R"(__attribute__\(\(\w+\)\) )"), "");

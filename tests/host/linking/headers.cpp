@@ -34,8 +34,8 @@ const Language languages[] = {
 std::set<std::string> public_headers()
 {
     std::set<std::string> headers;
-    for (const char *folder :
-         {"/dll/include/ka", "/math/include/ka", "/math/decimal/include/ka", "/caller/include/ka"}) {
+    for (const char *folder : {"/dll/include/ka", "/dll/include/ka/module", "/math/include/ka",
+                               "/math/decimal/include/ka", "/caller/include/ka"}) {
         const std::string path = std::string(LINKING_ROOT) + folder;
         if (!std::filesystem::exists(path)) continue;
         for (const auto &entry : std::filesystem::directory_iterator(path)) {
