@@ -218,12 +218,15 @@ TEST_P(InC, an_array_without_elements_is_empty_or_refused)
     std::vector<std::int32_t> numbers = {1};
     std::vector<double> reals = {1};
     double last = 0;
+    std::string text = "text";
     EXPECT_EQ(code("twice", 1, 0, ka::ref(numbers)), KA_TOO_FEW_ELEMENTS);
     EXPECT_EQ(code("twice", 1, -1, ka::ref(numbers)), KA_TOO_FEW_ELEMENTS);
     EXPECT_EQ(code("reals", 1, 0, ka::ref(reals), ka::ref(last)), 0);
     EXPECT_EQ(code("reals", 1, -1, ka::ref(reals), ka::ref(last)), KA_TOO_FEW_ELEMENTS);
     for (const std::int32_t elements : {0, -1, INT32_MIN})
         EXPECT_EQ(code("double_rest", 1, elements, ka::ref(numbers)), 0);
+    EXPECT_EQ(code("double_rest", 1, 0, ka::ref(reals)), 0); // the buffers of these have no room at all
+    EXPECT_EQ(code("double_rest", 1, 0, ka::ref(text, 9)), 0);
 }
 
 // ---- The tables --------------------------------------------------------------------------------------------------
