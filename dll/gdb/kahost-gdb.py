@@ -266,7 +266,7 @@ def called_function():
 
 def symbol_at(address):
     text = gdb.execute(f"info symbol {address:#x}", to_string=True)
-    return "" if text.startswith("No symbol") else text.split(" ")[0]
+    return "" if text.startswith("No symbol") else text.rsplit(" in section", 1)[0]
 
 
 def file_at(address):
@@ -375,27 +375,52 @@ class Stop(gdb.Breakpoint):
 
 
 def places_named(name):
-    """Functions of the program that have the name, in any namespace: only those of which the source is known."""
+    """Where functions of the program begin that have the name, in any namespace, inlined ones too: only those of which
+    the source is known."""
+    if not re.fullmatch(r"[A-Za-z_]\w*", name):
+        return []
     try:
-        _, found = gdb.decode_line(f'-function "{name}"')
+        _, found = gdb.decode_line(f"'{name}'")
     except gdb.error:
         return []
     program = gdb.current_progspace().filename
     return [place for place in found or () if place.symtab and place.symtab.objfile.filename == program]
 
 
+def plain_name(text):
+    """Of a function: without namespaces and parameters."""
+    return re.sub(r"\(.*", "", text.replace("(anonymous namespace)::", "")).split("::")[-1]
+
+
+def body_place(name, place):
+    """Behind what a function does before its first line; one that is inlined does nothing."""
+    if plain_name(symbol_at(place.pc)) == name:
+        return {"source": place.symtab.filename, "function": name}
+    return {"spec": f"*{place.pc:#x}"}
+
+
 def body_places(name):
     """Where the body begins, as arguments of a breakpoint; from the first instruction of KaCall."""
     named = places_named(name)
     if named:
-        return [{"source": file, "function": name} for file in {place.symtab.filename for place in named}]
+        return [body_place(name, place) for place in named]
     address = dispatched_to()
-    if address is None:
+    if address is None or symbol_at(address).startswith("ka::module_detail::all_have_elements"):
         return [{"function": "KaCall"}]
     function = gdb.block_for_pc(address) and gdb.block_for_pc(address).function
     if function is None:
         return [{"spec": f"*{address:#x}"}]
     return [{"source": function.symtab.filename, "function": function.name}]
+
+
+def select_body(name):
+    """Functions that are inlined begin at one instruction with those inlined into them: gdb is in the innermost."""
+    frame = gdb.newest_frame()
+    while frame is not None:
+        if plain_name(frame.name() or "") == name:
+            frame.select()
+            return
+        frame = frame.older() if frame.type() == gdb.INLINE_FRAME else None
 
 
 def return_address():
@@ -436,6 +461,7 @@ class StopIn(gdb.Command):
                 stop.delete()
         if gdb.selected_inferior().pid != 0:
             let_interruptions_in()
+            select_body(name)
             gdb.execute("frame")
 
     @staticmethod

@@ -150,7 +150,12 @@ TEST(KaDebug, finds_the_bodies_of_optimized_modules)
     const std::string tour = examples_folder(KA_EXAMPLES) + "/tour";
     const Outcome outcome = debug({"--layout", "64", tour, "greet", "world", "str:20"}, "p $ka_arg(1)\ncontinue\n");
     EXPECT_EQ(outcome.status, 0) << outcome.err;
-    expect_in_order(outcome.out, {"greet (argv=", " = \"world\"\n", "greeting = 'hello, world'\n"});
+    expect_in_order(outcome.out, {"greet (name=", "tour.cpp:", " = \"world\"\n", "greeting = 'hello, world'\n"});
+
+    const std::string ledger = examples_folder(KA_EXAMPLES) + "/ledger";
+    const Outcome inner = debug({ledger, "difference", "3", "2", "str:20"}, "p a\ncontinue\n");
+    EXPECT_EQ(inner.status, 0) << inner.err;
+    expect_in_order(inner.out, {"difference (", "a=", "ledger.cpp:", "result = '1.00'\n"});
 }
 
 TEST(KaDebug, the_end_of_gdb_is_the_end_of_the_call)
