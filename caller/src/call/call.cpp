@@ -174,8 +174,8 @@ static int32_t exchange(ka_host *host, int64_t deadline, int32_t *return_code)
     }
 }
 
-/* Events since the last call: a reply to a foreign signal is dropped; a death is reported, unless the host may be
-   started again. */
+/* Events since the last call: a death is reported, unless the host may be started again. A signal that came since
+   makes the wait look once more; where descriptors are looked at, it is taken here. */
 static int32_t look_before_call(ka_host *host, int64_t deadline)
 {
     if (needs_no_descriptor(host)) return KA_DONE;

@@ -84,7 +84,6 @@ int start_guard(ka_host *host)
     sigset_t before;
     sigfillset(&all);
     int pid_fd = -1;
-    end_guard(host);
     pthread_sigmask(SIG_SETMASK, &all, &before);
     const pid_t pid = fork_with_pidfd(&pid_fd);
     if (pid == 0) guard(&guarded);
@@ -94,6 +93,7 @@ int start_guard(ka_host *host)
     if (error != 0) return error;
     close(pid_fd);
     setpgid(pid, command);
+    end_guard(host); /* the one before, which knew the command alone */
     host->process.guard = pid;
     return 0;
 }
