@@ -188,7 +188,7 @@ static t_REPLY await_reply(ka_host *host, int64_t deadline)
         if (woken & WOKEN_BY_CANCEL) return {EVENT_CANCELLED, 0};
         const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !signalled;
         const bool look_twice = first_signal || (woken & WOKEN_BY_CHANGE);
-        signalled |= first_signal;
+        signalled |= first_signal && has_changed(host); /* a reply is written first; else it is another's signal */
         if (!first_signal) regain_doorbell(host);
         if (woken & WOKEN_BY_DEATH) signalled |= signal_is_pending();
         const t_REPLY reply = judge(host, signalled);
