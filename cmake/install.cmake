@@ -29,7 +29,7 @@ endfunction()
 
 foreach(bits IN LISTS KA_WORLDS)
   ka_install_folder(folder ${bits})
-  install(TARGETS kahost_${bits} kacall_${bits} kadecimal_static_${bits} kamath_static_${bits} kacall_static_${bits}
+  install(TARGETS kahost_${bits} kahost_static_${bits} kacall_${bits} kadecimal_static_${bits} kamath_static_${bits} kacall_static_${bits}
           LIBRARY DESTINATION ${folder}
           ARCHIVE DESTINATION ${folder})
   ka_lib_dir(built ${bits})
@@ -37,24 +37,52 @@ foreach(bits IN LISTS KA_WORLDS)
 endforeach()
 install(FILES ${public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ka)
 install(FILES ${module_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ka/module)
-install(TARGETS ka RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(DIRECTORY ${CMAKE_BINARY_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATADIR})
+if(KA_TOOLS)
+  install(TARGETS ka RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATADIR})
+endif()
 
+#   ka_seen_from(FOLDER VARIABLE ...)   the paths in VARIABLEs as seen from a folder; both may be absolute or in the prefix
+function(ka_seen_from folder)
+  cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} NORMALIZE)
+  foreach(variable IN LISTS ARGN)
+    set(path ${${variable}})
+    cmake_path(ABSOLUTE_PATH path BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} NORMALIZE)
+    cmake_path(RELATIVE_PATH path BASE_DIRECTORY ${folder})
+    set(${variable} ${path} PARENT_SCOPE)
+  endforeach()
+endfunction()
+
+# ---- The CMake package: where CMake looks for projects of both word sizes ------------------------------------------
+set(includedir ${CMAKE_INSTALL_INCLUDEDIR})
+ka_install_folder(libdir_32 32)
+ka_install_folder(libdir_64 64)
+set(to_prefix .)
+ka_seen_from(. includedir libdir_32 libdir_64)
+ka_seen_from(lib/cmake/Ka to_prefix)
+ka_package(${PROJECT_BINARY_DIR}/package ${to_prefix} ${includedir} ${libdir_32} ${libdir_64})
+install(DIRECTORY ${PROJECT_BINARY_DIR}/package/ DESTINATION lib/cmake/Ka)
+
+# ---- pkg-config ----------------------------------------------------------------------------------------------------
 #   ka_pkgconfig(NAME BITS LIBRARY DESCRIPTION [FLAG ...])   NAME.pc, beside the libraries of the machine's own word
 #                                                            size, where its pkg-config looks; FLAGs: of the compiler
+# and another in the build folder, for what is built there.
 function(ka_pkgconfig name bits library description)
-  ka_install_folder(libdir ${bits})
-  set(includedir ${CMAKE_INSTALL_INCLUDEDIR})
-  foreach(path libdir includedir) # seen from the prefix, also where they were given as absolute ones
-    cmake_path(ABSOLUTE_PATH ${path} BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} NORMALIZE)
-    cmake_path(RELATIVE_PATH ${path} BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX})
-  endforeach()
-  set(to_prefix ${CMAKE_INSTALL_PREFIX})
-  cmake_path(RELATIVE_PATH to_prefix BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
   list(TRANSFORM ARGN PREPEND " ")
   list(JOIN ARGN "" flags)
-  configure_file(${CMAKE_SOURCE_DIR}/cmake/pkgconfig.in ${CMAKE_BINARY_DIR}/pkgconfig/${name}.pc @ONLY)
-  install(FILES ${CMAKE_BINARY_DIR}/pkgconfig/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  ka_install_folder(libdir ${bits})
+  set(includedir ${CMAKE_INSTALL_INCLUDEDIR})
+  set(to_prefix .)
+  ka_seen_from(. libdir includedir)
+  ka_seen_from(${CMAKE_INSTALL_LIBDIR}/pkgconfig to_prefix)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/pkgconfig.in ${PROJECT_BINARY_DIR}/pkgconfig/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/pkgconfig/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+  ka_lib_dir(libdir ${bits})
+  cmake_path(GET libdir FILENAME libdir)
+  set(includedir include)
+  set(to_prefix ../..)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/pkgconfig.in ${PROJECT_BINARY_DIR}/lib/pkgconfig/${name}.pc @ONLY)
 endfunction()
 
 ka_pkgconfig(kacall ${KA_OWN_WORLD} kacall "Calls function modules in processes of their own")

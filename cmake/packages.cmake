@@ -22,7 +22,7 @@ function(ka_host_package name bits folder description)
   # Where Debian's gdb loads it for this library without being allowed to first.
   ka_lib_dir(built ${bits})
   install(FILES ${built}/${KA_GDB_SCRIPT} DESTINATION share/gdb/auto-load/usr/${folder} COMPONENT ${name} EXCLUDE_FROM_ALL)
-  install(FILES ${CMAKE_SOURCE_DIR}/LICENSE DESTINATION share/doc/${name} RENAME copyright COMPONENT ${name} EXCLUDE_FROM_ALL)
+  install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION share/doc/${name} RENAME copyright COMPONENT ${name} EXCLUDE_FROM_ALL)
   string(TOUPPER ${name} upper)
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name} PARENT_SCOPE)
   set(CPACK_DEBIAN_${upper}_DESCRIPTION ${description} PARENT_SCOPE)

@@ -12,6 +12,7 @@
 #
 #   ka_objects(NAME BITS SOURCES ... [INCLUDES ...] [NEEDS NAME ...])   sources compiled once, for archives and libraries
 #   ka_archive(NAME BITS OBJECTS NAME ...)                              lib<NAME>.a
+#   ka_archive_of_one(NAME BITS OBJECTS NAME ... [REPLACEABLE S ...])   lib<NAME>.a, one object whose hidden names are its own
 #   ka_shared(NAME BITS OBJECTS NAME ... SOVERSION N VERSION_SCRIPT F)  lib<NAME>.so
 #   ka_world(TARGET BITS)                                               gives any other target the options of a world
 #
@@ -20,7 +21,7 @@
 set(KA_32BIT AUTO CACHE STRING "Build for 32 bits, too: ON, OFF, or AUTO, where the compiler does")
 set_property(CACHE KA_32BIT PROPERTY STRINGS AUTO ON OFF)
 
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 
 math(EXPR KA_OWN_WORLD "8 * ${CMAKE_SIZEOF_VOID_P}")
 set(KA_WORLDS ${KA_OWN_WORLD})
@@ -72,7 +73,7 @@ target_compile_options(
   INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wcast-align$<$<CXX_COMPILER_ID:GNU>:=strict> -Wformat=2 -Wundef -Wvla
             $<$<BOOL:${KA_WERROR}>:-Werror>
             # The build is reproducible in any directory; messages name files from the project's root.
-            -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=
+            -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
             # Nor does a number depend on whether the processor multiplies and adds in one step.
             -ffp-contract=off)
 if(KA_SANITIZE)
@@ -90,7 +91,7 @@ endif()
 function(ka_traced_module)
   if(KA_SANITIZE)
     foreach(target IN LISTS ARGN)
-      target_sources(${target} PRIVATE ${CMAKE_SOURCE_DIR}/cmake/traced_module.c)
+      target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/cmake/traced_module.c)
     endforeach()
   endif()
 endfunction()
@@ -108,9 +109,9 @@ endif()
 
 function(ka_lib_dir out bits)
   if(bits EQUAL 64)
-    set(${out} ${CMAKE_BINARY_DIR}/lib64 PARENT_SCOPE)
+    set(${out} ${PROJECT_BINARY_DIR}/lib64 PARENT_SCOPE)
   else()
-    set(${out} ${CMAKE_BINARY_DIR}/lib PARENT_SCOPE)
+    set(${out} ${PROJECT_BINARY_DIR}/lib PARENT_SCOPE)
   endif()
 endfunction()
 
@@ -120,9 +121,9 @@ function(ka_objects name bits)
   add_library(${target} OBJECT ${arg_SOURCES})
   ka_world(${target} ${bits})
   target_link_libraries(${target} PRIVATE ka_freestanding)
-  target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}) # wire/
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}) # wire/
   foreach(dir IN LISTS arg_INCLUDES)
-    target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR}/${dir})
+    target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR}/${dir})
   endforeach()
   foreach(need IN LISTS arg_NEEDS)
     target_include_directories(${target} PUBLIC $<TARGET_PROPERTY:${need}_${bits},INTERFACE_INCLUDE_DIRECTORIES>)
@@ -149,10 +150,40 @@ function(ka_archive name bits)
   set_target_properties(${target} PROPERTIES OUTPUT_NAME ${name})
 endfunction()
 
+# Who links with it takes all or nothing, and finds the names of the interface alone. A program that defines one of these
+# is refused by the linker, but for the REPLACEABLE ones and those that are weak: there the program's is taken.
+function(ka_archive_of_one name bits)
+  cmake_parse_arguments(arg "" "" "OBJECTS;REPLACEABLE" ${ARGN})
+  set(target ${name}_static_${bits})
+  set(parts "")
+  foreach(part IN LISTS arg_OBJECTS)
+    list(APPEND parts $<TARGET_OBJECTS:${part}_${bits}>)
+  endforeach()
+  set(narrow "")
+  if(NOT bits EQUAL KA_OWN_WORLD)
+    set(narrow -m${bits})
+  endif()
+  set(object ${CMAKE_CURRENT_BINARY_DIR}/${target}.o)
+  list(TRANSFORM arg_REPLACEABLE PREPEND --weaken-symbol=)
+  add_custom_command(
+    OUTPUT ${object}
+    COMMAND ${CMAKE_C_COMPILER} ${narrow} -r -nostdlib -Wl,--force-group-allocation -o ${object} ${parts}
+    COMMAND ${CMAKE_OBJCOPY} --localize-hidden ${arg_REPLACEABLE} ${object}
+    DEPENDS ${parts}
+    COMMAND_EXPAND_LISTS VERBATIM)
+  add_library(${target} STATIC ${object})
+  set_source_files_properties(${object} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
+  foreach(part IN LISTS arg_OBJECTS)
+    target_include_directories(${target} PUBLIC $<TARGET_PROPERTY:${part}_${bits},INTERFACE_INCLUDE_DIRECTORIES>)
+  endforeach()
+  ka_lib_dir(dir ${bits})
+  set_target_properties(${target} PROPERTIES OUTPUT_NAME ${name} LINKER_LANGUAGE C ARCHIVE_OUTPUT_DIRECTORY ${dir})
+endfunction()
+
 function(ka_shared name bits)
   cmake_parse_arguments(arg "" "SOVERSION;VERSION_SCRIPT" "OBJECTS" ${ARGN})
   set(target ${name}_${bits})
-  set(script ${CMAKE_SOURCE_DIR}/${arg_VERSION_SCRIPT})
+  set(script ${PROJECT_SOURCE_DIR}/${arg_VERSION_SCRIPT})
   add_library(${target} SHARED)
   ka_world(${target} ${bits})
   ka_gather(${target} ${bits} ${arg_OBJECTS})

@@ -7,7 +7,7 @@
 #   needs_modules(TARGET NAME ...)                                           builds TARGET after them, and tells it in
 #                                                                            CALLER_MODULES in which folder they are
 include_guard(GLOBAL)
-set(CALLER_MODULE_DIR ${CMAKE_BINARY_DIR}/tests/caller_modules CACHE INTERNAL "")
+set(CALLER_MODULE_DIR ${PROJECT_BINARY_DIR}/tests/caller_modules CACHE INTERNAL "")
 
 function(caller_module name)
   cmake_parse_arguments(arg "FIXED" "" "DEFINES;LINK" ${ARGN})

@@ -76,6 +76,6 @@ foreach(bits IN LISTS KA_WORLDS)
     SOURCES broken_files.cpp descriptors.cpp elf_program.cpp equivalence.cpp guarded.cpp hosts.cpp refusals.cpp relocations.cpp tables.cpp trace.cpp ${static_pie}
     LIBS kacall_static_${bits}
     LABELS caller)
-  target_compile_definitions(caller_tables_${bits} PRIVATE CALLER_BUILD="${CMAKE_BINARY_DIR}")
+  target_compile_definitions(caller_tables_${bits} PRIVATE CALLER_BUILD="${PROJECT_BINARY_DIR}")
   needs_modules(caller_tables_${bits} ${table_modules} caller_module_tasks caller_module_fixed)
 endforeach()

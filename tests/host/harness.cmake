@@ -9,7 +9,7 @@
 #   ka_host_test(NAME SOURCES ... [MODULES ...])          a test program for each word size, built after those modules
 
 # Before the guard: a variable is seen only in the folder that includes this, the rest everywhere.
-set(KA_MODULE_DIR ${CMAKE_BINARY_DIR}/tests/modules)
+set(KA_MODULE_DIR ${PROJECT_BINARY_DIR}/tests/modules)
 include_guard(GLOBAL)
 
 foreach(bits IN LISTS KA_WORLDS)
@@ -18,7 +18,7 @@ foreach(bits IN LISTS KA_WORLDS)
                                           ${dir}/process_state.cpp ${dir}/system_calls.cpp ${dir}/host_process.cpp
                                           ${dir}/probe.cpp)
   ka_test_code(host_harness_${bits} ${bits})
-  target_include_directories(host_harness_${bits} PUBLIC ${CMAKE_SOURCE_DIR}/tests ${CMAKE_SOURCE_DIR}/dll/include)
+  target_include_directories(host_harness_${bits} PUBLIC ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/dll/include)
   target_compile_definitions(host_harness_${bits} PUBLIC KA_MODULE_DIR="${KA_MODULE_DIR}")
   target_link_libraries(host_harness_${bits} PUBLIC kadecimal_static_${bits})
 endforeach()
