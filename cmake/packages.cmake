@@ -1,39 +1,91 @@
 # SPDX-License-Identifier: MIT
 #
-# Debian packages of the call host, made by `cpack` in the build directory: libkahost1 for modules of the machine's own
-# word size and, beside it, lib32kahost1 for 32-bit ones. Each is a component of the installation that only cpack asks
-# for, since its folders are those of Debian whatever the prefix of this build is.
+# Debian packages, made by `cpack` in the build directory. Their files are those that cmake/install.cmake gives to the
+# component of that name, in Debian's folders whatever the prefix of this build is. Here is what else a package has;
+# cmake/debian/finish.cmake adds what Debian wants in each.
 set(CPACK_GENERATOR DEB)
+set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_PACKAGE_CONTACT "the kahost authors <authors@kahost.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON) # the C library, of either word size
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-file(CONFIGURE OUTPUT triggers CONTENT "activate-noawait ldconfig\n") # the loader learns of the library
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_BINARY_DIR}/triggers)
 set(CPACK_COMPONENTS_ALL "")
 
-#   ka_host_package(NAME BITS FOLDER DESCRIPTION)
-function(ka_host_package name bits folder description)
-  install(TARGETS kahost_${bits} LIBRARY DESTINATION ${folder} COMPONENT ${name} EXCLUDE_FROM_ALL NAMELINK_SKIP)
-  # Where Debian's gdb loads it for this library without being allowed to first.
-  ka_lib_dir(built ${bits})
-  install(FILES ${built}/${KA_GDB_SCRIPT} DESTINATION share/gdb/auto-load/usr/${folder} COMPONENT ${name} EXCLUDE_FROM_ALL)
-  install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION share/doc/${name} RENAME copyright COMPONENT ${name} EXCLUDE_FROM_ALL)
-  string(TOUPPER ${name} upper)
-  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name} PARENT_SCOPE)
-  set(CPACK_DEBIAN_${upper}_DESCRIPTION ${description} PARENT_SCOPE)
-  set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} ${name} PARENT_SCOPE)
+#   ka_debian(NAME SECTION FIELD-VALUE... TEXT SYNOPSIS LINE...)   FIELDs: DEPENDS RECOMMENDS SUGGESTS ARCHITECTURE MULTIARCH
+function(ka_debian name section)
+  get_property(packages GLOBAL PROPERTY KA_PACKAGES)
+  if(NOT name IN_LIST packages)
+    return() # of a word size that is not built
+  endif()
+  cmake_parse_arguments(arg "" "ARCHITECTURE;MULTIARCH" "DEPENDS;RECOMMENDS;SUGGESTS;TEXT" ${ARGN})
+  string(TOUPPER debian-${name} component)
+  set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} debian-${name} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${component}_PACKAGE_NAME ${name} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${component}_PACKAGE_SECTION ${section} PARENT_SCOPE)
+  foreach(field IN ITEMS DEPENDS RECOMMENDS SUGGESTS ARCHITECTURE MULTIARCH)
+    list(JOIN arg_${field} ", " value)
+    set(CPACK_DEBIAN_${component}_PACKAGE_${field} "${value}" PARENT_SCOPE)
+  endforeach()
+  list(JOIN arg_TEXT "\n" text)
+  set(CPACK_DEBIAN_${component}_DESCRIPTION "${text}" PARENT_SCOPE)
 endfunction()
 
-set(purpose "Provides main for a function module: an executable whose functions
-an interpreter calls in a process of their own. Native code that crashes
-ends that process, never the interpreter.")
-ka_host_package(libkahost1 ${KA_OWN_WORLD} lib/${CMAKE_LIBRARY_ARCHITECTURE} "call host for function modules\n${purpose}")
-if(32 IN_LIST KA_WORLDS AND KA_OWN_WORLD EQUAL 64)
-  ka_host_package(lib32kahost1 32 lib32 "call host for 32-bit function modules\n${purpose}")
-endif()
+set(same "(= ${PROJECT_VERSION})")
+set(modules "A function module is an executable whose functions an interpreter calls"
+            "in a process of their own. Native code that crashes ends that process,"
+            "never the interpreter.")
+foreach(bits IN LISTS KA_WORLDS)
+  ka_package_name(host kahost ${bits})
+  ka_package_name(host_dev kahost ${bits} -dev)
+  ka_package_name(call kacall ${bits})
+  ka_package_name(call_dev kacall ${bits} -dev)
+  if(bits EQUAL KA_OWN_WORLD)
+    ka_debian(${host} libs MULTIARCH same
+              TEXT "call host for function modules" ${modules} . "This library provides main for such a module.")
+    ka_debian(${host_dev} libdevel DEPENDS "${host} ${same}" "libc6-dev | libc-dev" RECOMMENDS "gcc | c-compiler" pkgconf
+              SUGGESTS g++ cmake kahost-tools kahost-doc
+              TEXT "headers and libraries to write function modules" ${modules} .
+                   "With this package, \"cc module.c -lkahost -o module\" builds one in C or C++.")
+    ka_debian(${call} libs MULTIARCH same
+              TEXT "calls function modules" ${modules} . "This library is the side of the interpreter.")
+    ka_debian(${call_dev} libdevel DEPENDS "${call} ${same}" "${host_dev} ${same}" SUGGESTS kahost-doc
+              TEXT "headers and libraries to call function modules" ${modules} .
+                   "With this package, an interpreter is made that calls them.")
+  else()
+    # gcc-multilib conflicts with every cross compiler, and a dependency would remove those.
+    ka_package_name(own_dev kahost ${KA_OWN_WORLD} -dev)
+    ka_package_name(own_call_dev kacall ${KA_OWN_WORLD} -dev)
+    ka_debian(${host} libs
+              TEXT "call host for function modules of ${bits} bits" ${modules} .
+                   "This library provides main for such a module of ${bits} bits.")
+    ka_debian(${host_dev} libdevel DEPENDS "${host} ${same}" "${own_dev} ${same}" libc6-dev-i386
+              RECOMMENDS gcc-multilib SUGGESTS g++-multilib
+              TEXT "libraries to write function modules of ${bits} bits" ${modules} .
+                   "With this package, \"cc -m32 -msse2 -mfpmath=sse module.c -lkahost -o module\""
+                   "builds one of ${bits} bits.")
+    ka_debian(${call} libs
+              TEXT "calls function modules from programs of ${bits} bits" ${modules} .
+                   "This library is the side of an interpreter of ${bits} bits.")
+    ka_debian(${call_dev} libdevel DEPENDS "${call} ${same}" "${own_call_dev} ${same}" "${host_dev} ${same}"
+              TEXT "libraries to call function modules from programs of ${bits} bits" ${modules} .
+                   "With this package, an interpreter of ${bits} bits is made that calls them.")
+  endif()
+endforeach()
+ka_debian(kahost-tools devel MULTIARCH foreign
+          TEXT "lists, calls, debugs and checks function modules" ${modules} .
+               "This package has the command ka, by which a module is listed, called, debugged"
+               "and checked, and its host process looked at.")
+ka_debian(kahost-doc doc ARCHITECTURE all MULTIARCH foreign
+          TEXT "documents and examples of function modules" ${modules} .
+               "This package has the guides for those who write modules or call them, and"
+               "examples.")
+get_property(packages GLOBAL PROPERTY KA_PACKAGES)
+foreach(package IN LISTS packages)
+  if(NOT debian-${package} IN_LIST CPACK_COMPONENTS_ALL)
+    message(FATAL_ERROR "${package} is a COMPONENT of cmake/install.cmake, and no package of cmake/packages.cmake")
+  endif()
+endforeach()
 include(CPack)
