@@ -4,8 +4,10 @@
 #include "commands.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iostream>
 #include <memory>
+#include <regex>
 #include <sstream>
 #include <unistd.h>
 
@@ -24,6 +26,7 @@ struct Options {
     std::string text;
     bool all = false;
     bool json = false;
+    bool markdown = false;
 
     Form form() const { return json ? Form::json : Form::text; }
 };
@@ -98,12 +101,16 @@ std::string first_line(const char *text)
     return std::string(text).substr(0, std::string(text).find('\n'));
 }
 
-std::string heading(const Explanation &row)
+std::string key_of(const Explanation &row)
 {
     const std::string number = row.number == NO_NUMBER ? "" : std::to_string(row.number);
     const std::string name = row.name;
-    const std::string gap = number.empty() || name.empty() ? "" : " ";
-    const std::string key = number + gap + name;
+    return number + (number.empty() || name.empty() ? "" : " ") + name;
+}
+
+std::string heading(const Explanation &row)
+{
+    const std::string key = key_of(row);
     const std::string shown = key.empty() ? "\"" + first_line(row.messages) + "\"" : key;
     return painted(shown, Paint::name, STDOUT_FILENO) + ", " + row.layer;
 }
@@ -135,6 +142,46 @@ std::string json_of(const Rows &rows)
     return list.text() + "\n";
 }
 
+// The marks of Markdown are to be read as they are.
+std::string plain_markdown(const std::string &text)
+{
+    std::string out;
+    for (const char c : text)
+        out += (std::strchr("\\`*_<>[]|~#", c) != nullptr ? "\\" : "") + std::string(1, c);
+    return out;
+}
+
+// What stands for any text or number in the form of a message.
+std::string shown_form(const std::string &form)
+{
+    return std::regex_replace(std::regex_replace(form, std::regex("%s"), "..."), std::regex("%[dx]"), "N");
+}
+
+std::string messages_of(const Explanation &row)
+{
+    std::string out;
+    std::istringstream forms(row.messages);
+    for (std::string form; std::getline(forms, form);)
+        out += "    " + shown_form(form) + "\n";
+    return out.empty() ? "" : out + "\n";
+}
+
+std::string markdown_of(const Rows &rows)
+{
+    std::string out = "# Codes and messages\n\nWhat `ka explain` knows. In messages ... is any text, and N any number.\n";
+    std::string layer;
+    for (const Explanation *row : rows) {
+        if (layer != row->layer) out += "\n## " + std::string(row->layer) + "\n";
+        layer = row->layer;
+        const std::string key = key_of(*row);
+        out += "\n### " + plain_markdown(key.empty() ? shown_form(first_line(row->messages)) : key) + "\n\n";
+        out += messages_of(*row);
+        out += "- means: " + plain_markdown(row->meaning) + "\n- cause: " + plain_markdown(row->cause) +
+               "\n- remedy: " + plain_markdown(row->remedy) + "\n";
+    }
+    return out;
+}
+
 // ---- The command -----------------------------------------------------------------------------------------------
 
 int run_explain(const Options &options)
@@ -148,7 +195,8 @@ int run_explain(const Options &options)
         return report_failure(KA_ARGUMENT, "nothing is known about '" + shortened(options.text) + "'" + remedy,
                               options.form());
     }
-    return write_results(options.json ? json_of(rows) : show(rows), EXIT_DONE);
+    const std::string text = options.json ? json_of(rows) : options.markdown ? markdown_of(rows) : show(rows);
+    return write_results(text, EXIT_DONE);
 }
 
 } // namespace
@@ -161,6 +209,7 @@ void add_explain_command(CLI::App &app, int &exit_status)
     take_extra_words(explain); // a number may begin with a minus sign
     add_flag(explain, "--all", options->all, "shows all that is known");
     add_flag(explain, "--json", options->json, "shows one JSON array");
+    add_flag(explain, "--markdown", options->markdown, "shows Markdown, with every message");
     when_chosen(explain, exit_status, [options, explain] {
         for (const std::string &word : extra_words(explain))
             if (word != "--") options->text += (options->text.empty() ? "" : " ") + word;
