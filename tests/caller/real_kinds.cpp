@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The results of a REAL of 14, 15 and 16 decimals in every kind of argument: the table of the module guide, measured.
+// The results of a REAL of 14, 15 and 16 decimals in every kind of argument: the table in docs/numbers.md, measured.
 #include "caller/hosts.h"
 
 #include <fstream>
@@ -26,12 +26,12 @@ Row cells_of(const std::string &line)
 // The table that begins with that cell; its second line is the rule below the headings.
 std::vector<Row> table(const std::string &first_cell)
 {
-    std::ifstream guide(MODULE_GUIDE);
+    std::ifstream page(NUMBERS_PAGE);
     std::string line;
-    while (std::getline(guide, line) && !line.starts_with("| " + first_cell + " |"))
+    while (std::getline(page, line) && !line.starts_with("| " + first_cell + " |"))
         ;
     std::vector<Row> rows;
-    for (; line.starts_with("|"); std::getline(guide, line))
+    for (; line.starts_with("|"); std::getline(page, line))
         rows.push_back(cells_of(line));
     return rows;
 }
@@ -80,7 +80,7 @@ IN_BOTH_LAYOUTS(RealKinds);
 
 } // namespace
 
-TEST_P(RealKinds, give_what_the_module_guide_says)
+TEST_P(RealKinds, give_what_the_page_on_numbers_says)
 {
     const std::map<std::string, std::function<std::string(const std::string &)>> measures = {
         {"received by `KA_INT_BY_VALUE`", [&](const std::string &x) { return shown("show_integer", x); }},

@@ -19,8 +19,9 @@ KA_API void *u_get_baseptr(void);
 /* Number of descriptors of the call, the function name included; as the caller wrote it. */
 KA_API int32_t u_get_argc(void);
 
-/* Descriptor i (0 is the function name, 1 the first argument), its ptr translated to the host's address; all zero
-   when there is no such descriptor. A ptr outside the segment ends the process with an assertion. */
+/* Descriptor i (0 is the function name, 1 the first argument, which is argv[0] and KaArgInfo's 0), its ptr translated
+   to the host's address; all zero when there is no such descriptor. A ptr outside the segment ends the process with
+   an assertion. */
 KA_API t_DLL_ARG u_get_arg(int32_t i);
 
 /* Marks argument i, so that the caller does not treat it as passed by reference. Returns 0, or -1 when there is no
@@ -50,7 +51,8 @@ typedef struct t_DLL_ARGINFO {
 /* The call in progress; null before the first. The record is static; the next call of this function overwrites it. */
 KA_API t_DLL_FUNCINFO *KaFuncInfo(void);
 
-/* One argument of the call in progress: x is a pointer from argv, or a position (0 is the first argument). A VarArg,
+/* One argument of the call in progress: x is a pointer from argv, or a position (0 is the first argument, as
+   in argv; u_get_arg counts it as 1). A VarArg,
    IntByReference, RealByReference or String with several elements is reported as the array kind. Null when there is
    no such argument. The record is static; the next call of this function overwrites it. */
 KA_API t_DLL_ARGINFO *KaArgInfo(uintptr_t x);

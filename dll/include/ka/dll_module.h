@@ -17,7 +17,8 @@ extern "C" {
 #endif
 
 /* Argument kinds: the element of argv that the function gets, and what goes back if the caller passed the argument by
-   reference. Every element of argv is a pointer; every kind but zString gives all elements that the caller passed. */
+   reference. By value every kind is accepted, too; then what the function writes is lost. Every element of argv is a
+   pointer; every kind but zString gives all elements that the caller passed. */
 enum {
     KA_VARARG = 0,       /* this argument and all that follow, each as kind 2, 5 or 8 by its value type; or none */
     KA_INT_BY_VALUE = 1, /* int32_t *; INTEGER in the segment itself, or REAL truncated. Nothing goes back */
@@ -58,9 +59,10 @@ KA_API extern t_DLL_FUNC KaFuncList[];
 KA_API extern t_DLL_PROTO KaArgList[];
 
 /* Runs function index (its position in KaFuncList). argv has one element for each argument, a pointer to its value or
-   to the first of its elements; see the kinds above. Returns the call's return code. It is called on the main thread,
-   inside a signal handler, with SIGUSR2 blocked; SIGTERM can end the process at any moment, through dll_cleanup. The
-   pointers are valid until it returns. */
+   to the first of its elements; see the kinds above. argv[0] is the first argument, as in KaArgInfo; u_get_arg counts
+   it as 1. Returns the call's return code. It is called on the main thread, inside a signal handler, with SIGUSR2
+   blocked; SIGTERM can end the process at any moment, through dll_cleanup. The pointers are valid until it returns.
+ */
 KA_API int32_t KaCall(int32_t index, void **argv);
 
 /* Optional. dll_setup runs once at start, before the first call; dll_cleanup once after SIGTERM, when the segment is
