@@ -10,6 +10,7 @@
 
 #include "ka/dll_block.h"
 #include "ka/dll_host.h"
+#include "wire/layout.h"
 
 extern "C" {
 extern int32_t dll_compat;   /* layout selector: 0, 64; 32 is understood by the accessors but never stored */
@@ -19,8 +20,22 @@ extern int32_t shm_id;       /* the segment identifier from the command line */
 }
 
 namespace host {
+
 extern size_t segment_bytes; /* as the system says; 0: not known */
+
+/* The one in force. */
+inline const t_LAYOUT &layout(void)
+{
+    return dll_compat == 0 || dll_compat == 32 ? wire::layout_32 : wire::layout_64;
 }
+
+/* A byte of the block. */
+inline char *at(uint32_t offset)
+{
+    return reinterpret_cast<char *>(dll_info) + offset;
+}
+
+} // namespace host
 
 /* What shmsz says. */
 int32_t block_size(void);
