@@ -1,110 +1,32 @@
 // SPDX-License-Identifier: MIT
 //
-// Arguments of ka/caller.hpp, which includes this: which C++ type is which value, how it goes into a call and how
-// it comes back. Programs use Decimal, in and ref; the rest is for Host.
+// Arguments of ka/caller.hpp, which includes this: how they go into a call, and how they come back.
 #ifndef KA_CALLER_ARGUMENTS_HPP
 #define KA_CALLER_ARGUMENTS_HPP
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "ka/arguments.hpp"
 #include "ka/caller_error.hpp"
 
 namespace ka {
 
-namespace detail {
-
-// Greater lengths become INT32_MAX: too big for any segment, so the call is refused.
-inline std::int32_t length(std::size_t size)
+// Throws KA_ARGUMENT when the text is not a REAL; see ka_real_read.
+inline t_DECIMAL Decimal::value() const
 {
-    return static_cast<std::int32_t>(std::min(size, std::size_t{INT32_MAX}));
+    t_DECIMAL real;
+    if (!read(real)) detail::raise(KA_ARGUMENT, ('"' + text + "\" is not a REAL").c_str());
+    return real;
 }
 
-} // namespace detail
-
-// A REAL as decimal text, exactly, without a binary fraction in between. "null" is the text of a null REAL.
-// (ka::decimal of ka/module.hpp is the REAL itself, with operators, for functions of modules.)
-struct Decimal {
-    std::string text = "0";
-
-    Decimal() = default;
-    explicit Decimal(std::string_view number) : text(number) {}
-    explicit Decimal(const t_DECIMAL &value)
-    {
-        char buffer[KA_REAL_TEXT];
-        text = ka_real_to_text(&value, buffer);
-    }
-    // Throws KA_ARGUMENT when the text is not a REAL; see ka_real_read.
-    t_DECIMAL value() const
-    {
-        t_DECIMAL real;
-        if (ka_real_from_text(text.data(), detail::length(text.size()), &real) != KA_DONE)
-            detail::raise(KA_ARGUMENT, ('"' + text + "\" is not a REAL").c_str());
-        return real;
-    }
-    // Whether value() is the very number of the text: false when it is rounded, or the text is not a REAL.
-    bool is_exact() const
-    {
-        t_DECIMAL real;
-        std::int32_t exact = 0;
-        ka_real_read(text.data(), detail::length(text.size()), &real, &exact);
-        return exact != 0;
-    }
-};
-
-// ---- How arguments are passed ------------------------------------------------------------------------------------
-
-template <typename T>
-struct In {
-    const T &value;
-    std::int32_t room;
-};
-
-template <typename T>
-struct Ref {
-    T &value;
-    std::int32_t room;
-};
-
 namespace detail {
-
-template <typename T, typename... Others>
-inline constexpr bool is_one_of = (std::is_same_v<T, Others> || ...);
-template <typename T>
-inline constexpr bool is_integer = is_one_of<T, bool, signed char, unsigned char, short, unsigned short, int>;
-template <typename T>
-inline constexpr bool is_text = std::is_convertible_v<const T &, std::string_view>;
-
-template <typename T, typename = void>
-struct ElementOf {
-    using type = std::remove_const_t<T>;
-    static constexpr bool in_array = false;
-};
-template <typename T>
-struct ElementOf<T, std::enable_if_t<!is_text<T>, std::void_t<decltype(std::data(std::declval<T &>())),
-                                                              decltype(std::size(std::declval<T &>()))>>> {
-    using type = std::remove_cv_t<std::remove_pointer_t<decltype(std::data(std::declval<T &>()))>>;
-    static constexpr bool in_array = true;
-};
-template <typename T>
-using Element = typename ElementOf<T>::type;
-
-// The elements of an array, or the value itself, which is an array of one.
-template <typename T>
-auto elements(T &value)
-{
-    if constexpr (ElementOf<std::remove_const_t<T>>::in_array)
-        return std::pair(std::data(value), length(std::size(value)));
-    else
-        return std::pair(&value, std::int32_t{1});
-}
 
 // ---- Into the call; errors are kept by the host until ka_call ----------------------------------------------------
 
@@ -112,9 +34,8 @@ inline void add_decimals(ka_host *host, const Decimal *values, std::int32_t coun
 {
     std::vector<t_DECIMAL> reals(static_cast<std::size_t>(count));
     for (std::size_t i = 0; i < reals.size(); i++) {
-        const std::string &text = values[i].text;
-        if (ka_real_from_text(text.data(), length(text.size()), &reals[i]) == KA_DONE) continue;
-        ka_add_real(host, without_zeros(text).c_str(), passing); // refuses it, with a message that names the text
+        if (values[i].read(reals[i])) continue;
+        ka_add_real(host, without_zeros(values[i].text).c_str(), passing); // refuses it, with a message that names it
         return;
     }
     ka_add_reals(host, reals.data(), count, passing);
@@ -136,8 +57,9 @@ template <typename T>
 void add(ka_host *host, const T &value, std::int32_t room, std::int32_t passing)
 {
     using E = Element<const T>;
-    static_assert(is_integer<E> || is_one_of<E, float, double, t_DECIMAL, Decimal> || is_text<E>,
-                  "not an INTEGER, REAL or STRING: convert it, wide integers to std::int32_t");
+    static_assert(
+        is_integer<E> || is_one_of<E, float, double, t_DECIMAL, Decimal> || is_text<E>,
+        "not an INTEGER, REAL or STRING: convert it, wide integers to std::int32_t, ka::decimal to ka::Decimal");
     static_assert(!ElementOf<const T>::in_array || !(is_integer<E> || std::is_same_v<E, float>) ||
                       std::is_same_v<E, std::int32_t>,
                   "arrays of numbers are of std::int32_t, double, t_DECIMAL or ka::Decimal");
@@ -223,34 +145,6 @@ std::int32_t take_if_referred(ka_host *host, std::int32_t argument, const Ref<T>
 }
 
 } // namespace detail
-
-// By value, with room for room characters in each string, so that the function can lengthen its own copy.
-template <typename T>
-In<T> in(const T &text, std::int32_t room)
-{
-    static_assert(detail::is_text<detail::Element<const T>>, "only strings have room");
-    return {text, room};
-}
-
-// By reference. The variable must live until the call is over.
-template <typename T>
-Ref<T> ref(T &variable)
-{
-    using E = detail::Element<T>;
-    static_assert(!detail::is_text<E>, "say how long a string may become: ka::ref(text, 80); 0: as long as it is");
-    static_assert(detail::is_one_of<E, std::int32_t, double, t_DECIMAL, Decimal>,
-                  "results are stored in std::int32_t, double, t_DECIMAL, ka::Decimal or std::string");
-    static_assert(std::is_same_v<decltype(detail::elements(variable).first), E *>, "results are stored in variables");
-    return {variable, 0};
-}
-
-template <typename T>
-Ref<T> ref(T &text, std::int32_t room)
-{
-    static_assert(std::is_same_v<decltype(detail::elements(text).first), std::string *>,
-                  "text is given back in std::string");
-    return {text, room};
-}
 
 } // namespace ka
 

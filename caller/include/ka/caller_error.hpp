@@ -4,15 +4,14 @@
 #ifndef KA_CALLER_ERROR_HPP
 #define KA_CALLER_ERROR_HPP
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
+#include "ka/arguments.hpp"
 #include "ka/caller.h"
 
 namespace ka {
@@ -61,14 +60,6 @@ namespace detail {
     record.exit_status = -1;
     std::snprintf(record.message, sizeof record.message, "%s", text);
     raise(Error(record));
-}
-
-// For functions that take a zero-terminated text: a text with a zero inside must not be taken for its first half.
-inline std::string without_zeros(std::string_view text)
-{
-    std::string copy(text);
-    std::replace(copy.begin(), copy.end(), '\0', '?');
-    return copy;
 }
 
 } // namespace detail

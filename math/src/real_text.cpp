@@ -4,14 +4,16 @@
  * no digits at all); here the whole text must be one. */
 #include <string.h>
 
-#include "ka/caller.h"
 #include "ka/number_text.hpp"
 #include "ka/real.h"
+#include "ka/real_text.h"
 #include "wire/general_text.h"
 #include "wire/text_digits.h"
 
 /* Significant decimals of the longest REAL: all of them are shown. */
 enum { ALL_DECIMALS = 2 * DEC_DIGITS };
+
+enum { DONE = 0, REFUSED = 8 }; /* KA_DONE and KA_ARGUMENT of ka/caller.h */
 
 namespace {
 
@@ -62,7 +64,7 @@ int read_number(const char *text, int32_t length, t_DECIMAL *value)
         is_number({text, length > 0 ? text + length : text}) && read_number(text, length, value) == DEC_OK;
     if (!done) *value = {0, DEC_NULL, 0, {}};
     if (exact) *exact = done && ka::detail::is_exact(text, length, *value);
-    return done ? KA_DONE : KA_ARGUMENT;
+    return done ? DONE : REFUSED;
 }
 
 } // namespace
@@ -71,12 +73,12 @@ int32_t ka_real_read(const char *text, int32_t length, t_DECIMAL *value, int32_t
 {
     if (!read_short(text, length, value)) return read_long(text, length, value, exact);
     if (exact) *exact = 1;
-    return KA_DONE;
+    return DONE;
 }
 
 int32_t ka_real_from_text(const char *text, int32_t length, t_DECIMAL *value)
 {
-    return read_short(text, length, value) ? KA_DONE : read_long(text, length, value, nullptr);
+    return read_short(text, length, value) ? DONE : read_long(text, length, value, nullptr);
 }
 
 /* What m_gcvt gives: there is nothing to round. Test: RealText.is_what_the_number_library_gives */
