@@ -89,7 +89,8 @@ foreach(bits IN LISTS KA_WORLDS)
   ka_package_name(call_dev kacall ${bits} -dev)
   ka_lib_dir(built ${bits})
   ka_install(FILES ${built}/${KA_GDB_SCRIPT} DESTINATION @GDB_${bits}@ COMPONENT ${host})
-  ka_install(TARGETS kahost_static_${bits} kadecimal_static_${bits} kamath_static_${bits} ARCHIVE DESTINATION @LIB_${bits}@ COMPONENT ${host_dev})
+  ka_install(TARGETS kahost_static_${bits} kahost_test_static_${bits} kadecimal_static_${bits} kamath_static_${bits}
+             ARCHIVE DESTINATION @LIB_${bits}@ COMPONENT ${host_dev})
   ka_install(TARGETS kacall_static_${bits} ARCHIVE DESTINATION @LIB_${bits}@ COMPONENT ${call_dev})
 endforeach()
 

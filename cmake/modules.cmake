@@ -21,7 +21,7 @@ foreach(bits IN LISTS KA_WORLDS)
   endif()
   ka_offer(Host${narrow} kahost_${bits} ${bits})
   ka_offer(HostStatic${narrow} kahost_static_${bits} ${bits})
-  ka_offer(HostTest${narrow} kahost_test_${bits} ${bits})
+  ka_offer(HostTest${narrow} kahost_test_static_${bits} ${bits})
 endforeach()
 ka_offer(Call kacall_${KA_OWN_WORLD} ${KA_OWN_WORLD})
 

@@ -12,7 +12,9 @@
 #
 #   ka_objects(NAME BITS SOURCES ... [INCLUDES ...] [NEEDS NAME ...])   sources compiled once, for archives and libraries
 #   ka_archive(NAME BITS OBJECTS NAME ...)                              lib<NAME>.a
-#   ka_archive_of_one(NAME BITS OBJECTS NAME ... [REPLACEABLE S ...])   lib<NAME>.a, one object whose hidden names are its own
+#   ka_archive_of_one(NAME BITS OBJECTS NAME ... [WITHOUT FILES] [REPLACEABLE S ...])
+#                                                                       lib<NAME>.a, one object whose hidden names are its
+#                                                                       own; FILES: a regular expression
 #   ka_shared(NAME BITS OBJECTS NAME ... SOVERSION N VERSION_SCRIPT F)  lib<NAME>.so
 #   ka_world(TARGET BITS)                                               gives any other target the options of a world
 #
@@ -153,11 +155,14 @@ endfunction()
 # Who links with it takes all or nothing, and finds the names of the interface alone. A program that defines one of these
 # is refused by the linker, but for the REPLACEABLE ones and those that are weak: there the program's is taken.
 function(ka_archive_of_one name bits)
-  cmake_parse_arguments(arg "" "" "OBJECTS;REPLACEABLE" ${ARGN})
+  cmake_parse_arguments(arg "" "WITHOUT" "OBJECTS;REPLACEABLE" ${ARGN})
+  if(NOT arg_WITHOUT)
+    set(arg_WITHOUT ^$)
+  endif()
   set(target ${name}_static_${bits})
   set(parts "")
   foreach(part IN LISTS arg_OBJECTS)
-    list(APPEND parts $<TARGET_OBJECTS:${part}_${bits}>)
+    list(APPEND parts "$<FILTER:$<TARGET_OBJECTS:${part}_${bits}>,EXCLUDE,${arg_WITHOUT}>")
   endforeach()
   set(narrow "")
   if(NOT bits EQUAL KA_OWN_WORLD)
