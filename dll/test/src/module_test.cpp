@@ -3,7 +3,6 @@
  * The caller and the process of a unit test, in the place of the host's own: builds the block of a call in ordinary
  * memory, lets the call driver perform it, and takes the results out. The hooks, the call-back and the scratch area
  * are here, too. */
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -80,12 +79,6 @@ int32_t perform(const ka_test *test)
 
 } // namespace
 
-void ka_test_refuse(const char *what)
-{
-    fprintf(stderr, "ka: unit test: %s\n", what);
-    abort();
-}
-
 void ka_test_settings_init(ka_test_settings *settings)
 {
     *settings = {32, 1 << 20, 1 << 16, nullptr, nullptr};
@@ -144,13 +137,6 @@ void ka_test_end_module(void)
     KaFunc = nullptr;
     dll_info = nullptr;
     dll_cleanup();
-}
-
-t_DECIMAL ka_test_decimal(const char *text, int32_t length)
-{
-    t_DECIMAL real;
-    if (ka_real_from_text(text, length, &real) != 0) ka_test_refuse("a text is not a REAL");
-    return real;
 }
 
 /* As the host has it: the value and the answer are in the block, and the function computes as before. */
