@@ -168,7 +168,8 @@ std::string messages_of(const Explanation &row)
 
 std::string markdown_of(const Rows &rows)
 {
-    std::string out = "# Codes and messages\n\nWhat `ka explain` knows. In messages ... is any text, and N any number.\n";
+    std::string out =
+        "# Codes and messages\n\nWhat `ka explain` knows. In messages ... is any text, and N any number.\n";
     std::string layer;
     for (const Explanation *row : rows) {
         if (layer != row->layer) out += "\n## " + std::string(row->layer) + "\n";
