@@ -116,6 +116,18 @@ TEST(KaCompletion, of_a_module_takes_programs_and_folders_alone)
     std::filesystem::remove_all(folder);
 }
 
+TEST(KaCompletion, of_a_module_knows_those_of_ka_path)
+{
+    const std::string folder = testing::TempDir() + "ka_completion." + std::to_string(getpid());
+    std::filesystem::create_directories(folder);
+    std::filesystem::create_symlink(tasks_module, folder + "/module_in_path");
+    setenv("KA_PATH", folder.c_str(), 1);
+    expect_completed("ka call module_in", "ka call module_in_path ");
+    EXPECT_EQ(in_fish("ka call module_in"), "module_in_path\tin KA_PATH\n");
+    unsetenv("KA_PATH");
+    std::filesystem::remove_all(folder);
+}
+
 // The words that the shells ask with.
 TEST(KaCompletion, answers_for_an_unfinished_line)
 {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "base/exit_status.h"
+#include "base/prefix.h"
 #include "base/words.h"
 #include "cli/completion_answer.h"
 #include "cli/mistakes.h"
@@ -30,7 +31,7 @@ static void hold_standard_fds()
 static int show_help(const CLI::App &app, const CLI::Success &help)
 {
     const int status = app.exit(help);
-    return std::cout.flush() ? status : report_error(EXIT_USAGE, "the help could not be written");
+    return std::cout.flush() ? status : report_error(EXIT_USAGE, "the answer could not be written");
 }
 
 static constexpr struct {
@@ -55,7 +56,7 @@ static constexpr struct {
 static void add_commands(CLI::App &app, int &exit_status, int argc, char **argv)
 {
     const std::string_view first = argc > 1 ? argv[1] : "";
-    if (argc == 2 && first == "--version") return;
+    if (argc == 2 && (first == "--version" || first == "--prefix")) return;
     const bool is_about_all = first == "manual" || first == "completion";
     for (const auto &command : commands) {
         if (is_about_all || command.name != first) continue;
@@ -66,12 +67,25 @@ static void add_commands(CLI::App &app, int &exit_status, int argc, char **argv)
         command.add(app, exit_status);
 }
 
+static constexpr const char *description =
+    R"(Calls functions of modules, each in a process of its own, and looks at REALs.
+
+A MODULE without a slash that is not in the current folder is looked for in the folders of the environment's KA_PATH, which
+colons separate.)";
+
+static void show_prefix()
+{
+    std::cout << installation_prefix() << '\n';
+    throw CLI::Success();
+}
+
 static int run(int argc, char **argv)
 {
-    CLI::App app("Calls functions of modules, each in a process of its own, and looks at REALs.", "ka");
+    CLI::App app(description, "ka");
     int exit_status = EXIT_DONE;
     shorten_help(app);
     app.set_version_flag("--version", "ka " KA_VERSION);
+    app.add_flag_callback("--prefix", show_prefix, "Display where ka is installed and exit");
     app.require_subcommand(0, 1);
     add_commands(app, exit_status, argc, argv);
     app.footer(exit_status_help());

@@ -9,6 +9,7 @@
 #include <set>
 
 #include "base/text.h"
+#include "module/find.h"
 #include "module/functions.h"
 #include "option_tree.h"
 
@@ -78,10 +79,12 @@ std::string path_of(const std::string &word)
     return word.starts_with("~/") && home != nullptr ? home + word.substr(1) : word;
 }
 
-void offer_functions(Answer &answer, const std::string &start, const std::string &module)
+void offer_functions(Answer &answer, const std::string &start, const std::string &named)
 {
     std::set<std::string> seen;
-    for (const Function &function : read_tables(path_of(module)).functions) {
+    std::string module = path_of(named);
+    find_module(module);
+    for (const Function &function : read_tables(module).functions) {
         std::string arguments;
         for (const Prototype &prototype : function.prototypes)
             arguments += (arguments.empty() ? "" : " ") + printable(prototype.name);
@@ -96,7 +99,11 @@ Answer values_of(const Entry &entry, const std::string &word, const std::string 
 {
     Answer answer;
     const std::string &what = entry.value.empty() ? entry.names[0] : entry.value;
-    if (what == "MODULE") answer.form = "executables";
+    if (what == "MODULE") {
+        answer.form = "executables";
+        for (const std::string &name : modules_in_path())
+            offer(answer, word, name, "in KA_PATH");
+    }
     if (what.starts_with("FILE")) answer.form = "files";
     if (what == "FUNCTION" && !place.arguments.empty()) offer_functions(answer, word, place.arguments[0]);
     for (const std::string &choice : entry.choices)

@@ -31,6 +31,9 @@ _ka() {
         for path in "${paths[@]}"; do
             [[ ! -x ${path/#\~\//$HOME/} ]] || COMPREPLY+=("$path")
         done
+        for word in "${answer[@]:1}"; do
+            COMPREPLY+=("${word%%$'\t'*}")
+        done
         ;;
     words)
         for word in "${answer[@]:1}"; do
@@ -53,7 +56,14 @@ _ka() {
     case $answer[1] in
     files | executables)
         compset -P '--*='
-        if [[ $answer[1] == executables ]]; then _files -g '*(-*)'; else _files; fi
+        if [[ $answer[1] == files ]]; then
+            _files
+        else
+            local none=1
+            _files -g '*(-*)' && none=0
+            (( $#answer < 2 )) || { compadd -- "${(@)answer[2,-1]%%$'\t'*}" && none=0 }
+            return none
+        fi
         ;;
     words)
         for line in "${(@)answer[2,-1]}"; do
@@ -74,6 +84,7 @@ function __ka_complete
     set -l answer ($words[1] complete $words[2..] $current 2>/dev/null)
     switch "$answer[1]"
         case files executables
+            test (count $answer) -lt 2; or string join \n -- $answer[2..]
             set -l before (string match -r -- '^--[^=]*=' $current; or echo)
             for path in (__fish_complete_path (string replace -r -- '^--[^=]*=' '' $current))
                 if test $answer[1] = files; or test -x (string replace -r -- '^~/' $HOME/ (string split -f1 \t -- $path))

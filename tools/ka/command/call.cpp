@@ -21,6 +21,7 @@
 #include "cli/host_options.h"
 #include "cli/option_tree.h"
 #include "cli/subcommand.h"
+#include "module/find.h"
 #include "values/results.h"
 
 namespace {
@@ -97,7 +98,7 @@ int show_error(ka_host *host, const CallOptions &options)
 }
 
 // Before there is a host.
-int show_refused_call(const CallOptions &options, int32_t error_class, const char *text)
+int show_refused_call(const CallOptions &options, int32_t error_class, const std::string &text)
 {
     const int status = report_error(exit_status_of(error_class), text);
     return options.json ? write_results(refused_call_json(options.function, error_class, text) + "\n", status)
@@ -222,6 +223,8 @@ int run_call(CallOptions &options)
     try {
         unmark_words(options.module, options, options.option_names);
         check_options(options);
+        const std::string fault = find_module(options.module);
+        if (!fault.empty()) return show_refused_call(options, KA_START, options.module + ": " + fault);
         return run_host(options);
     } catch (const Malformed &malformed) {
         return show_refused_call(options, KA_ARGUMENT, malformed.what());
@@ -254,7 +257,11 @@ void add_call_command(CLI::App &app, int &exit_status)
     // Arguments are taken as they are: to the command-line library, brackets and minus signs have meanings of their
     // own.
     take_extra_words(call);
-    add_option(call, {.name = "MODULE", .text = "path of the module", .is_required = true}, options->module);
+    add_option(call,
+               {.name = "MODULE",
+                .text = "path of the module, or its name in the current folder or in KA_PATH",
+                .is_required = true},
+               options->module);
     add_option(call, {.name = "FUNCTION", .text = "name of the function", .is_required = true}, options->function);
     add_call_options(call, *options);
     when_chosen(call, exit_status, [options, call] {

@@ -17,6 +17,7 @@
 #include "check/finding.h"
 #include "cli/host_options.h"
 #include "cli/subcommand.h"
+#include "module/find.h"
 
 namespace {
 
@@ -125,10 +126,15 @@ std::string json_of(const std::string &module, const CheckResult &checked)
 }
 
 // What the file already shows to fail is not started: the answer would be a second one to the same question.
-CheckResult check_all(const Options &options)
+CheckResult check_all(Options &options)
 {
     CheckResult checked;
     Findings &findings = checked.findings;
+    const std::string fault = find_module(options.module);
+    if (!fault.empty()) {
+        findings.push_back({Severity::fatal, fault, "look at the path"});
+        return checked;
+    }
     const auto program = check_program(options.module, findings);
     if (program) checked.bits = program->machine->bits;
     const bool tables_come_later = program && !check_tables(*program, findings);
@@ -152,7 +158,7 @@ int show_interrupted(const Options &options, const CheckResult &checked)
     return report_failure(KA_CANCELLED, *checked.interruption, options.form());
 }
 
-int run_check(const Options &options)
+int run_check(Options &options)
 {
     const CheckResult checked = check_all(options);
     if (checked.interruption) return show_interrupted(options, checked);
@@ -166,7 +172,11 @@ void add_check_command(CLI::App &app, int &exit_status)
 {
     const auto options = std::make_shared<Options>();
     CLI::App *check = add_subcommand(app, {"check", description, examples});
-    add_option(check, {.name = "MODULE", .text = "path of the module", .is_required = true}, options->module);
+    add_option(check,
+               {.name = "MODULE",
+                .text = "path of the module, or its name in the current folder or in KA_PATH",
+                .is_required = true},
+               options->module);
     add_deadline_option(check, options->deadline, "how long to wait for the start");
     add_flag(check, "--no-start", options->no_start, "reads the file only, and runs nothing");
     add_flag(check, "--json", options->json, "shows one JSON object");

@@ -25,6 +25,7 @@
 #include "cli/option_tree.h"
 #include "cli/subcommand.h"
 #include "elf/libraries.h"
+#include "module/find.h"
 
 namespace {
 
@@ -218,6 +219,8 @@ int run_debug(DebugOptions &options)
                                 "gdb is not installed, or not in PATH (Debian: apt-get install gdb)");
         if (is_pid(options)) return attach_gdb(options.module);
         if (options.function.empty()) throw Malformed("FUNCTION is missing; see ka debug --help");
+        const std::string fault = find_module(options.module);
+        if (!fault.empty()) return report_failure(KA_START, options.module + ": " + fault, Form::text);
         return call_under_gdb(options);
     } catch (const Malformed &malformed) {
         return report_failure(KA_ARGUMENT, malformed.what(), Form::text);
@@ -242,8 +245,12 @@ void add_debug_command(CLI::App &app, int &exit_status)
     CLI::App *debug = add_subcommand(
         app, {"debug", description, examples, "[OPTIONS] MODULE FUNCTION [ARGUMENT...]\n       ka debug PID"});
     take_extra_words(debug);
-    add_option(debug, {.name = "MODULE", .text = "path of the module, or PID of a host process", .is_required = true},
-               options->module);
+    add_option(
+        debug,
+        {.name = "MODULE",
+         .text = "path of the module, or its name in the current folder or in KA_PATH; or PID of a host process",
+         .is_required = true},
+        options->module);
     add_option(debug, {.name = "FUNCTION", .text = "name of the function"}, options->function);
     add_call_options(debug, *options, "as big as the call needs");
     when_chosen(debug, exit_status, [options, debug] {

@@ -12,6 +12,7 @@
 #include "call/failure.h"
 #include "cli/subcommand.h"
 #include "elf/machine.h"
+#include "module/find.h"
 #include "module/listing.h"
 #include "module/signatures.h"
 
@@ -92,9 +93,17 @@ void add_list_command(CLI::App &app, int &exit_status)
 {
     const auto options = std::make_shared<Options>();
     CLI::App *list = add_subcommand(app, {"list", description, examples, "[OPTIONS] MODULE [FUNCTION]"});
-    add_option(list, {.name = "MODULE", .text = "path of the module", .is_required = true}, options->module);
+    add_option(list,
+               {.name = "MODULE",
+                .text = "path of the module, or its name in the current folder or in KA_PATH",
+                .is_required = true},
+               options->module);
     add_option(list, {.name = "FUNCTION", .text = "only this function"}, options->function);
     add_flag(list, "--start", options->start, "starts the module, and reads the tables that it has then");
     add_flag(list, "--json", options->json, "shows one JSON object");
-    when_chosen(list, exit_status, [options] { return options->start ? list_host(*options) : list_file(*options); });
+    when_chosen(list, exit_status, [options] {
+        const std::string fault = find_module(options->module);
+        if (!fault.empty()) return report_failure(KA_START, options->module + ": " + fault, options->form());
+        return options->start ? list_host(*options) : list_file(*options);
+    });
 }

@@ -12,6 +12,7 @@
 #include "base/interruption.h"
 #include "call/failure.h"
 #include "cli/subcommand.h"
+#include "module/find.h"
 #include "shell/completion.h"
 #include "shell/editor.h"
 #include "shell/orders.h"
@@ -102,6 +103,9 @@ int run_shell(SessionOptions &options)
     } catch (const Malformed &malformed) {
         return report_failure(KA_ARGUMENT, malformed.what(), options.json ? Form::json : Form::text);
     }
+    const std::string fault = find_module(options.module);
+    if (!fault.empty())
+        return report_failure(KA_START, options.module + ": " + fault, options.json ? Form::json : Form::text);
     const int interruption = open_interruption_fd();
     Session session(options, interruption);
     const int status = session.open();
@@ -116,7 +120,11 @@ void add_shell_command(CLI::App &app, int &exit_status)
 {
     const auto options = std::make_shared<SessionOptions>();
     CLI::App *shell = add_subcommand(app, {"shell", beginning + order_help("  ") + details, examples});
-    add_option(shell, {.name = "MODULE", .text = "path of the module", .is_required = true}, options->module);
+    add_option(shell,
+               {.name = "MODULE",
+                .text = "path of the module, or its name in the current folder or in KA_PATH",
+                .is_required = true},
+               options->module);
     add_flag(shell, "--json", options->json, "shows one JSON object for each call");
     add_flag(shell, "--keep-going", options->keep_going, "does not end a script at a line that fails");
     add_host_options(shell, options->host, std::to_string(roomy_segment_bytes));

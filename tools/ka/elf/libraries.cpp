@@ -47,12 +47,19 @@ std::string replaced(std::string text, const std::string &name, const std::strin
     return text;
 }
 
+// The folder that $ORIGIN stands for. The kernel tells a program its own path without links.
+std::string origin_of(const ElfFile &file, const ElfFile &program)
+{
+    std::error_code error;
+    if (file.path != program.path) return std::filesystem::absolute(file.path, error).parent_path();
+    return std::filesystem::weakly_canonical(file.path, error).parent_path();
+}
+
 // More than one path, where it names what can have several values. A program's loader expands the paths of all files.
 Paths expanded(const std::string &path, const ElfFile &file, const ElfFile &program)
 {
-    std::error_code ignored;
-    const std::string origin = std::filesystem::absolute(file.path, ignored).parent_path();
-    const std::string known = replaced(replaced(path, "ORIGIN", origin), "LIB", lib_folder(program.loader));
+    const std::string known =
+        replaced(replaced(path, "ORIGIN", origin_of(file, program)), "LIB", lib_folder(program.loader));
     Paths paths;
     for (const char *platform : program.machine->platforms) {
         const std::string whole = replaced(known, "PLATFORM", platform);
