@@ -24,6 +24,18 @@ TEST_P(Strays, at_the_caller_before_a_call_change_nothing)
     }
 }
 
+TEST_P(Strays, at_the_caller_before_a_call_make_no_reply_of_what_the_function_writes)
+{
+    Host host([this](ka_options &options) {
+        layout()(options);
+        options.transport = KA_TRANSPORT_PLAIN;
+    });
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    raise(SIGUSR2);
+    EXPECT_EQ(call_with(host, "pretend_to_sleeper", offset_of_retcode()), 78);
+    EXPECT_EQ(call_with(host, "give_code", 2), 2);
+}
+
 TEST_P(Strays, at_the_caller_after_the_last_call_do_not_kill_it)
 {
     Host host(layout());

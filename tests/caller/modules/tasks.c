@@ -366,6 +366,21 @@ static int32_t pretend(void **argv)
     return 78;
 }
 
+/* The same once the caller sleeps: it has then taken every signal that came before the call. */
+static int32_t pretend_to_sleeper(void **argv)
+{
+    char path[32];
+    char state = 'R';
+    snprintf(path, sizeof path, "/proc/%d/stat", (int)getppid());
+    while (state != 'S') {
+        FILE *file = fopen(path, "r");
+        if (!file) return 1;
+        if (fscanf(file, "%*d (%*[^)]) %c", &state) != 1) state = 'R';
+        fclose(file);
+    }
+    return pretend(argv);
+}
+
 /* Writes a return code into the block, at the offset in argument 1, and dies before it returns any. */
 static int32_t pretend_and_die(void **argv)
 {
@@ -480,6 +495,7 @@ t_DLL_FUNC KaFuncList[] = {
     {"die_oddly", 33, 1, NULL},
     {"ask_again", 10, 1, NULL},
     {"take_calls", 0, 0, NULL},
+    {"pretend_to_sleeper", 10, 1, NULL},
     {"pretend_and_die", 10, 1, NULL},
     {"reply_early", 34, 2, NULL},
     {"overwrite", 10, 1, NULL},
@@ -527,6 +543,7 @@ static int32_t (*const functions[])(void **) = {
     die_with,
     ask_again,
     take_calls,
+    pretend_to_sleeper,
     pretend_and_die,
     reply_early,
     overwrite,
