@@ -51,13 +51,14 @@ protected:
         EXPECT_EQ(status, 0) << "step " << WEXITSTATUS(status);
     }
     static int error() { return std::get<1>(GetParam()); }
-    static ka_host *open_host(int32_t error_output, int cancel_fd = -1)
+    static ka_host *open_host(int32_t error_output, int cancel_fd = -1, const char *const *under = nullptr)
     {
         ka_options options = default_options();
         options.waiting = std::get<0>(GetParam());
         options.deadline_ms = 10000;
         options.error_output = error_output;
         options.cancel_fd = cancel_fd;
+        options.under = under;
         ka_host *host = nullptr;
         if (ka_open(&host, tasks_module.c_str(), &options) != KA_DONE)
             fprintf(stderr, "%s\n", ka_last_error(host)->message);
@@ -114,6 +115,17 @@ TEST_P(Filtered, close_range_leaves_the_ring_and_the_programs_descriptors)
         if (!is_at_end(ends[0])) return 4; // no process holds a copy of the other end
         if (fcntl(ends[0], F_GETFD) == -1) return 5;
         return ka_close(host) == KA_DONE ? 0 : 6;
+    });
+}
+
+TEST_P(Filtered, close_range_holds_up_no_start_under_a_command)
+{
+    in_child([] {
+        constexpr const char *words[] = {"sh", "-c", "\"$@\"; exit 7", "sh", nullptr};
+        if (!refuse(SYS_close_range, error())) return 1;
+        ka_host *host = open_host(KA_STDERR_INHERIT, -1, words);
+        if (call_with(host, "give_code", 7) != 7) return 2;
+        return ka_close(host) == KA_DONE ? 0 : 3;
     });
 }
 

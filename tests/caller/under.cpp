@@ -5,7 +5,9 @@
 
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 #include "caller/waiting.h"
@@ -30,6 +32,50 @@ std::string parent_of(pid_t pid)
 }
 
 constexpr const char *becomes[] = {"nice", nullptr};
+void add_line(const std::string &path, const std::string &line)
+{
+    std::ofstream(path, std::ios::app) << line << std::endl;
+}
+
+// A process of its own with a host under the command, whose id it tells once it waits to be ended.
+struct Program {
+    explicit Program(const std::function<pid_t()> &open_one)
+    {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        pid = fork();
+        if (pid == 0) {
+            host = open_one();
+            if (write(ends[1], &host, sizeof host) == sizeof host) pause();
+            _exit(1);
+        }
+        EXPECT_EQ(read(ends[0], &host, sizeof host), static_cast<ssize_t>(sizeof host));
+        close(ends[0]);
+        close(ends[1]);
+    }
+    ~Program()
+    {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        if (host > 0) kill(host, SIGKILL);
+    }
+    Program(const Program &) = delete;
+    Program &operator=(const Program &) = delete;
+    pid_t pid;
+    pid_t host = 0;
+};
+
+pid_t open_host(const std::function<void(ka_options &)> &adjust, const char *function)
+{
+    ka_host *host = nullptr;
+    ka_options options = default_options();
+    int32_t code = -1;
+    adjust(options);
+    if (ka_open(&host, tasks_module.c_str(), &options) != KA_DONE) return -1;
+    ka_begin(host, function);
+    return ka_call(host, &code) == KA_DONE && code >= 0 ? ka_pid(host) : -1;
+}
+
 constexpr const char *starts[] = {"sh", "-c", "\"$@\"; exit 7", "sh", nullptr};
 
 } // namespace
@@ -96,6 +142,100 @@ TEST(Under, closing_leaves_no_child)
     EXPECT_TRUE(ends(pid));
     EXPECT_TRUE(segment_vanishes(segment));
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
+}
+
+TEST(Under, a_host_that_has_left_the_group_ends_with_the_program)
+{
+    Program program([] { return open_host(under(starts), "leave_group"); });
+    ASSERT_GT(program.host, 0);
+    ASSERT_EQ(getpgid(program.host), program.host);
+    kill(program.pid, SIGKILL);
+    EXPECT_TRUE(ends(program.host));
+}
+
+TEST(Under, a_host_that_waits_fast_ends_with_its_thread)
+{
+    for (const char *const *words : {becomes, starts}) {
+        Program program([words] {
+            pid_t pid = -1;
+            std::thread([&] { pid = open_host(under(words, KA_WAIT_FAST), "count_call"); }).join();
+            return pid;
+        });
+        ASSERT_GT(program.host, 0);
+        EXPECT_TRUE(ends(program.host));
+        EXPECT_EQ(waitpid(program.pid, nullptr, WNOHANG), 0) << "the program has ended";
+    }
+}
+
+TEST(Under, a_host_that_waits_safely_outlives_its_thread)
+{
+    for (const char *const *words : {becomes, starts}) {
+        ka_host *host = nullptr;
+        std::thread([&] {
+            ka_options options = default_options();
+            under(words)(options);
+            EXPECT_EQ(ka_open(&host, tasks_module.c_str(), &options), KA_DONE) << error_text(host);
+        }).join();
+        EXPECT_EQ(call_with(host, "give_code", 5), 5);
+        ka_close(host);
+    }
+}
+
+// Where the command is taken by the kernel, it is the guard that keeps the group's number.
+TEST(Under, what_the_command_has_left_ends_where_children_are_not_waited_for)
+{
+    const File left("", 0600);
+    const std::string script = "sleep 1000 & echo $! >" + left.path + "; \"$@\"; exit 7";
+    const char *const words[] = {"sh", "-c", script.c_str(), "sh", nullptr};
+    const pid_t child = fork();
+    if (child == 0) {
+        signal(SIGCHLD, SIG_IGN);
+        ka_host *host = nullptr;
+        ka_options options = default_options();
+        under(words)(options);
+        const bool opened = ka_open(&host, tasks_module.c_str(), &options) == KA_DONE;
+        _exit(opened && ka_close(host) == KA_DONE ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    const pid_t sleeper = std::stoi("0" + read_file(left.path));
+    ASSERT_GT(sleeper, 0);
+    EXPECT_TRUE(ends(sleeper));
+    kill(sleeper, SIGKILL);
+}
+
+// The process that becomes the host has left the group, and its parent ends before it attaches the segment.
+TEST(Under, a_host_that_comes_too_late_does_not_stay)
+{
+    const File late("", 0600); // empty: the command does as it should
+    const File go("", 0600);
+    const std::string waits =
+        "echo $$ >>" + late.path + "; until test -s " + go.path + "; do sleep 0.01; done; exec \"$@\" 2>/dev/null";
+    const std::string script = "test -s " + late.path + " || exec \"$@\"; setsid sh -c '" + waits +
+                               "' sh \"$@\" & until test $(wc -l <" + late.path +
+                               ") = 2; do sleep 0.01; done; exit 3";
+    const char *const words[] = {"sh", "-c", script.c_str(), "sh", nullptr};
+    const Host host([&](ka_options &options) {
+        under(words)(options);
+        options.scratch_bytes = 16;
+        options.deadline_ms = 60000;
+    });
+    void *scratch = ka_scratch(host, nullptr);
+    memcpy(scratch, "kept", 5);
+    add_line(late.path, "late");
+    ASSERT_EQ(ka_restart(host), KA_START);
+    EXPECT_EQ(ka_last_error(host)->exit_status, 3) << error_text(host);
+    const std::string lines = read_file(late.path);
+    const pid_t pid = std::stoi(lines.substr(lines.find('\n')));
+    add_line(go.path, "go");
+    EXPECT_TRUE(ends(pid));
+    kill(pid, SIGKILL);
+    std::ofstream(late.path, std::ios::trunc);
+    ASSERT_EQ(ka_restart(host), KA_DONE) << error_text(host);
+    EXPECT_EQ(call_with(host, "give_code", 9), 9);
+    EXPECT_EQ(ka_scratch(host, nullptr), scratch);
+    EXPECT_STREQ(static_cast<char *>(scratch), "kept");
 }
 
 TEST(Under, no_command_is_the_default)

@@ -205,13 +205,15 @@ typedef struct ka_options {
                         words before it sleeps, while that pays. 0: it sleeps at once, and spares processor time */
 
     /* Start */
-    const char *const
-        *under; /* null: the module is executed itself. Else the words of a command, a null behind them:
-                   the command, found as a shell finds it, gets the module's path and argument as further
-                   words, and becomes the host process (taskset, prlimit) or starts it (gdbserver, strace
-                   -f, perf record). The host process is the one that attaches the segment. ka_open waits
-                   for that; ka_pid, signals, deadlines and reports are about it. The command is ended
-                   after it: in the same way, if it does not end by itself within grace_ms */
+    const char *const *under; /* null: the module is executed itself. Else the words of a command, a null behind them:
+                                 the command, found as a shell finds it, gets the module's path and argument as
+                                 further words, and becomes the host process (taskset, prlimit) or starts it
+                                 (gdbserver, strace -f, perf record). The host process is the one that attaches the
+                                 segment. ka_open waits for that; ka_pid, signals, deadlines and reports are about it.
+                                 The command is ended after it: in the same way, if it does not end by itself within
+                                 grace_ms. Then its process group gets SIGKILL. A copy of this process that the
+                                 library keeps ends both when the program is killed, or with KA_WAIT_FAST when the
+                                 thread ends. What has left the group and is not the host process is not ended */
 } ka_options;
 
 /* Sets every field to its default. size is sizeof(ka_options). */

@@ -216,6 +216,27 @@ int32_t create_segment(ka_host *host)
     return KA_DONE;
 }
 
+void spoil_segment(ka_host *host)
+{
+    memset(host->segment.base, 0, wire::MAGIC_SIZE);
+}
+
+void renew_segment(ka_host *host)
+{
+    int error = 0;
+    const int32_t old_id = host->segment.id;
+    void *copy = attach_segment(host, &error);
+    const int32_t new_id = host->segment.id;
+    host->segment.id = old_id;
+    if (!copy) return;
+    memcpy(copy, host->segment.base, allocated_bytes(host));
+    const void *moved = shmat(new_id, host->segment.base, SHM_REMAP);
+    shmdt(copy);
+    if (moved != host->segment.base) return;
+    madvise(host->segment.base, allocated_bytes(host), MADV_DONTFORK);
+    host->segment.id = new_id;
+}
+
 void remove_segment(ka_host *host)
 {
     if (host->segment.base) shmdt(host->segment.base);

@@ -11,6 +11,11 @@ int32_t check_sizes(ka_host *host);
 int32_t create_segment(ka_host *host);
 void remove_segment(ka_host *host);
 
+/* For a host that may come too late. Spoiled, the segment turns away who attaches it. Then a new one takes its place
+   and its content, at the same addresses; the old one stays where the system grants no other. */
+void spoil_segment(ka_host *host);
+void renew_segment(ka_host *host);
+
 int32_t load32(const ka_host *host, int32_t offset);
 void store32(ka_host *host, int32_t offset, int32_t value);
 

@@ -119,8 +119,9 @@ struct t_PROCESS {
     t_INSPECTION *inspection;   /* null without an inspector */
     pid_t command;              /* under which it runs and whose child it is; 0 when it is this process's own */
     pid_t guard;                /* of a command; 0 for none */
+    bool attached;              /* a command's host was found */
 };
-inline constexpr t_PROCESS no_process = {0, -1, -1, -1, false, false, {}, nullptr, nullptr, 0, 0};
+inline constexpr t_PROCESS no_process = {0, -1, -1, -1, false, false, {}, nullptr, nullptr, 0, 0, false};
 
 /* The work done for the process before its first call. The tables of a process that ended are in t_LAST_END. */
 struct t_PREPARED {

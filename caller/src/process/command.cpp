@@ -14,6 +14,8 @@
 #include "base/clock.h"
 #include "base/fd.h"
 #include "base/pidfd.h"
+#include "block/segment.h"
+#include "guard.h"
 
 static void wait_a_moment(void)
 {
@@ -86,16 +88,16 @@ void end_command(ka_host *host)
         kill(command, SIGCONT);
     }
     command_ends(host);
-    if (look_at_child(-1, command, &info, WNOWAIT) == 0) kill(-command, SIGKILL); /* what it has left behind */
+    const bool is_there = look_at_child(-1, command, &info, WNOWAIT) == 0;
+    if (is_there || guard_holds_group(host)) kill(-command, SIGKILL); /* what it has left behind */
     look_at_child(-1, command, &info, 0);
     host->process.command = 0;
 }
 
-void end_strays(const ka_host *host)
+static void end_all_attached(const ka_host *host)
 {
     pid_t pid = 0;
     int pid_fd;
-    if (!host->life.words) return;
     while ((pid_fd = open_attached(host, &pid)) != -1) {
         struct pollfd end = {pid_fd, POLLIN, 0};
         const bool signalled = signal_process(pid_fd, SIGKILL) == 0;
@@ -103,4 +105,13 @@ void end_strays(const ka_host *host)
         close_fd(&pid_fd);
         if (!ended) return;
     }
+}
+
+/* A host that was not found may attach the segment later. */
+void end_strays(ka_host *host)
+{
+    if (!host->life.words || !host->segment.base) return;
+    if (!host->process.attached) spoil_segment(host);
+    end_all_attached(host);
+    if (!host->process.attached) renew_segment(host);
 }

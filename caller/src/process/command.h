@@ -14,7 +14,8 @@ void look_how_it_ended(const ka_host *host, siginfo_t *info);
 /* The host is dead: the command is given grace_ms to end by itself, and as much after SIGTERM. */
 void end_command(ka_host *host);
 
-/* Ends who has attached the segment all the same: a host that was found too late. */
-void end_strays(const ka_host *host);
+/* Ends who has attached the segment all the same: a host that was found too late. One that has not done so yet finds
+   no segment. */
+void end_strays(ka_host *host);
 
 #endif

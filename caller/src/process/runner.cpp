@@ -60,8 +60,8 @@ int32_t await_host(ka_host *host, int64_t deadline)
         woken = wait_until(host, -1, look_again < deadline ? look_again : deadline);
         pause = pause * 2 < LONGEST_LOOK_NS ? pause * 2 : static_cast<int64_t>(LONGEST_LOOK_NS);
     }
-    const bool is_apart = host->process.command != 0 && getpgid(host->process.pid) != host->process.command;
-    const int error = is_apart ? start_guard(host) : 0;
+    host->process.attached = true;
+    const int error = host->process.command != 0 ? start_guard(host) : 0; /* the host may leave the group */
     if (error != 0) return fail_system(host, error, "cannot create a process");
     start_inspection(host);
     return KA_DONE;

@@ -6,7 +6,6 @@
  * blocked in it and comes through a descriptor. */
 #include "stderr_ring.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/close_range.h>
@@ -75,36 +74,13 @@ static void drain(t_STDERR_RING *ring)
 
 /* ---- The thread ------------------------------------------------------------------------------------------------ */
 
-/* Where close_range is refused: by an older kernel, by the filter of a container. */
-static int close_others(int kept)
-{
-    alignas(struct dirent64) char entries[1024];
-    const int list = open("/proc/thread-self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (list == -1) return errno;
-    ssize_t length = 0;
-    while ((length = getdents64(list, entries, sizeof entries)) > 0) {
-        for (ssize_t at = 0; at < length;) {
-            const void *here = entries + at;
-            const struct dirent64 *entry = static_cast<const struct dirent64 *>(here);
-            const int fd = atoi(entry->d_name);
-            if (entry->d_name[0] != '.' && fd != kept && fd != list) close(fd);
-            at += entry->d_reclen;
-        }
-    }
-    const int error = length == -1 ? errno : 0;
-    close(list);
-    return error;
-}
-
 /* A table of its own with nothing but the pipe in it: copies of the program's descriptors would hold its files open.
    The end of the pipe that is kept lies above the standard descriptors. */
 static int move_apart(int kept)
 {
-    const unsigned int fd = static_cast<unsigned int>(kept);
-    if (syscall(SYS_close_range, 0u, fd - 1, CLOSE_RANGE_UNSHARE) == 0 &&
-        syscall(SYS_close_range, fd + 1, ~0u, 0) == 0)
-        return 0;
-    return unshare(CLONE_FILES) == 0 ? close_others(kept) : errno;
+    const bool is_apart = syscall(SYS_close_range, static_cast<unsigned>(kept) + 1, ~0u, CLOSE_RANGE_UNSHARE) == 0 ||
+                          unshare(CLONE_FILES) == 0;
+    return is_apart ? close_all_but(kept, -1) : errno;
 }
 
 static int open_waking(void)

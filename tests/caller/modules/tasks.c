@@ -424,6 +424,13 @@ static int32_t take_calls(void **argv)
     return 0;
 }
 
+/* From then on the process is in a session and a group of its own; 0, or an errno. */
+static int32_t leave_group(void **argv)
+{
+    (void)argv;
+    return setsid() == -1 ? errno : 0;
+}
+
 /* Takes anything, and dies. */
 static int32_t die_with(void **argv)
 {
@@ -495,6 +502,7 @@ t_DLL_FUNC KaFuncList[] = {
     {"die_oddly", 33, 1, NULL},
     {"ask_again", 10, 1, NULL},
     {"take_calls", 0, 0, NULL},
+    {"leave_group", 0, 0, NULL},
     {"pretend_to_sleeper", 10, 1, NULL},
     {"pretend_and_die", 10, 1, NULL},
     {"reply_early", 34, 2, NULL},
@@ -543,6 +551,7 @@ static int32_t (*const functions[])(void **) = {
     die_with,
     ask_again,
     take_calls,
+    leave_group,
     pretend_to_sleeper,
     pretend_and_die,
     reply_early,
