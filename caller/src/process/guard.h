@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
  * The guard of a command under which a host runs: a child of the library that ends the command and the host where the
- * program dies without doing so, or the thread to which a host belongs that waits fast. The kernel does that for a host that is the program's own child; a command may take
- * no notice, and the host is not told. */
+ * program dies without doing so, or the thread to which a host belongs that waits fast. The kernel does that for a
+ * host that is the program's own child; a command may take no notice, and the host is not told. */
 #ifndef KA_CALLER_GUARD_H
 #define KA_CALLER_GUARD_H
 
