@@ -42,6 +42,7 @@ TEST(KaUsage, what_was_wrong_is_named)
 
 TEST(KaUsage, a_misspelt_word_is_told_the_nearest)
 {
+    expect_refused({"check", "--jsn"}, "unknown option --jsn (did you mean --json?)", "ka check"); // and no MODULE
     expect_refused({"chekc"}, "unknown subcommand \"chekc\" (did you mean check?)", "ka");
     expect_refused({"List", "m"}, "unknown subcommand \"List\" (did you mean list?)", "ka");
     expect_refused({"--verson"}, "unknown option --verson (did you mean --version?)", "ka");

@@ -34,10 +34,12 @@ static int show_help(const CLI::App &app, const CLI::Success &help)
     return std::cout.flush() ? status : report_error(EXIT_USAGE, "the answer could not be written");
 }
 
+// clang-format off
 static constexpr struct {
     std::string_view name;
     void (*add)(CLI::App &app, int &exit_status);
 } commands[] = {
+    {"new", add_new_command},
     {"list", add_list_command},
     {"call", add_call_command},
     {"debug", add_debug_command},
@@ -50,6 +52,7 @@ static constexpr struct {
     {"manual", add_manual_command},
     {"completion", add_completion_command},
 };
+// clang-format on
 
 // Of most command lines the first word says whose options are needed; to declare those of all takes longer than some
 // of them run. The manual and the completion are about all of them, and so are --help and a misspelt name.

@@ -50,20 +50,31 @@ std::vector<std::string> subcommand_names(const CLI::App &app)
     return names;
 }
 
+// Empty when all are known.
+std::string describe_unknown_option(const CLI::App &command)
+{
+    const std::vector<std::string> words = command.remaining();
+    const auto begins_like_option = [](const std::string &word) { return word.size() > 1 && word[0] == '-'; };
+    const auto option = std::find_if(words.begin(), words.end(), begins_like_option);
+    return option == words.end() ? "" : unknown_option(*option, option_names(&command));
+}
+
 std::string describe_extras(const CLI::App &app, const CLI::App &command)
 {
     const std::vector<std::string> words = command.remaining();
     if (words.empty()) return "unexpected argument";
-    const auto begins_like_option = [](const std::string &word) { return word.size() > 1 && word[0] == '-'; };
-    const auto option = std::find_if(words.begin(), words.end(), begins_like_option);
-    if (option != words.end()) return unknown_option(*option, option_names(&command));
+    const std::string unknown = describe_unknown_option(command);
+    if (!unknown.empty()) return unknown;
     if (&command == &app)
         return "unknown subcommand " + quoted(words[0]) + meant(nearest_word(subcommand_names(app), words[0]));
     return "unexpected argument " + quoted(words[0]);
 }
 
+// An option that was not understood may be what was meant for it.
 std::string describe_missing(const CLI::App &command)
 {
+    const std::string unknown = describe_unknown_option(command);
+    if (!unknown.empty()) return unknown;
     for (const CLI::Option *option : command.get_options())
         if (option->get_required() && option->empty()) return option->get_name() + " is missing";
     return "a word is missing";

@@ -12,6 +12,7 @@ class App;
 }
 
 // Each declares its subcommand; the one that the command line chose runs, and stores its exit status.
+void add_new_command(CLI::App &app, int &exit_status);
 void add_list_command(CLI::App &app, int &exit_status);
 void add_call_command(CLI::App &app, int &exit_status);
 void add_debug_command(CLI::App &app, int &exit_status);
