@@ -12,9 +12,10 @@
 #
 #   ka_objects(NAME BITS SOURCES ... [INCLUDES ...] [NEEDS NAME ...])   sources compiled once, for archives and libraries
 #   ka_archive(NAME BITS OBJECTS NAME ...)                              lib<NAME>.a
-#   ka_archive_of_one(NAME BITS OBJECTS NAME ... [WITHOUT FILES] [REPLACEABLE S ...])
+#   ka_archive_of_one(NAME BITS OBJECTS NAME ... [WITHOUT FILES] [VERSION_SCRIPT F] [REPLACEABLE S ...])
 #                                                                       lib<NAME>.a, one object whose hidden names are its
-#                                                                       own; FILES: a regular expression
+#                                                                       own, and what the script hides; FILES: a regular
+#                                                                       expression
 #   ka_shared(NAME BITS OBJECTS NAME ... SOVERSION N VERSION_SCRIPT F)  lib<NAME>.so
 #   ka_world(TARGET BITS)                                               gives any other target the options of a world
 #
@@ -104,7 +105,9 @@ endfunction()
 
 # Rules of the libraries: C++20 without a C++ runtime.
 add_library(ka_freestanding INTERFACE)
-target_compile_options(ka_freestanding INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-fno-threadsafe-statics>)
+target_compile_options(ka_freestanding INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-fno-threadsafe-statics>
+                                                # whose names no archive could keep to itself
+                                                $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fno-gnu-unique>)
 if(KA_FUZZ) # the fuzzer is guided by the libraries' coverage, not by that of the tests
   target_compile_options(ka_freestanding INTERFACE -fsanitize=fuzzer-no-link)
 endif()
@@ -155,7 +158,7 @@ endfunction()
 # Who links with it takes all or nothing, and finds the names of the interface alone. A program that defines one of these
 # is refused by the linker, but for the REPLACEABLE ones and those that are weak: there the program's is taken.
 function(ka_archive_of_one name bits)
-  cmake_parse_arguments(arg "" "WITHOUT" "OBJECTS;REPLACEABLE" ${ARGN})
+  cmake_parse_arguments(arg "" "WITHOUT;VERSION_SCRIPT" "OBJECTS;REPLACEABLE" ${ARGN})
   if(NOT arg_WITHOUT)
     set(arg_WITHOUT ^$)
   endif()
@@ -170,10 +173,19 @@ function(ka_archive_of_one name bits)
   endif()
   set(object ${CMAKE_CURRENT_BINARY_DIR}/${target}.o)
   list(TRANSFORM arg_REPLACEABLE PREPEND --weaken-symbol=)
+  set(interface "")
+  if(arg_VERSION_SCRIPT)
+    file(READ ${arg_VERSION_SCRIPT} script)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${arg_VERSION_SCRIPT})
+    string(REGEX REPLACE ".*global:(.*)local:.*" "\\1" interface "${script}")
+    string(REPLACE ";" " " interface "${interface}")
+    string(REGEX MATCHALL "[a-zA-Z0-9_]+" interface "${interface}")
+    list(TRANSFORM interface PREPEND --keep-global-symbol=)
+  endif()
   add_custom_command(
     OUTPUT ${object}
     COMMAND ${CMAKE_C_COMPILER} ${narrow} -r -nostdlib -Wl,--force-group-allocation -o ${object} ${parts}
-    COMMAND ${CMAKE_OBJCOPY} --localize-hidden ${arg_REPLACEABLE} ${object}
+    COMMAND ${CMAKE_OBJCOPY} --localize-hidden ${interface} ${arg_REPLACEABLE} ${object}
     DEPENDS ${parts}
     COMMAND_EXPAND_LISTS VERBATIM)
   add_library(${target} STATIC ${object})

@@ -46,6 +46,16 @@ Exports exports_of(const std::string &library)
     return exports;
 }
 
+// The global names of an archive: lines like "00001234 T decadd", after the names of its members.
+Names defined_by(const std::string &archive)
+{
+    std::istringstream lines(linking::run("nm -g --defined-only " + archive));
+    Names names;
+    for (std::string line; std::getline(lines, line);)
+        if (const size_t at = line.rfind(' '); at != std::string::npos) names.insert(line.substr(at + 1));
+    return names;
+}
+
 // Every name marked KA_API in a public header.
 Names declared()
 {
@@ -98,6 +108,11 @@ TEST(Library, names_listed_are_those_that_the_public_headers_declare)
         expected.erase(caller);
     expected.insert("main");
     EXPECT_EQ(listed(), expected);
+}
+
+TEST(Archive, names_are_exactly_those_listed)
+{
+    EXPECT_EQ(defined_by(linking::host_folder("archive") + "/libkahost.a"), listed());
 }
 
 TEST(Library, name_is_versioned)

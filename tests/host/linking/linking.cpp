@@ -55,6 +55,13 @@ const Build more_builds[] = {
     {"clang_cxx_lto_hidden_no_pie", "clang++",
                        "-std=c++17 -flto -fuse-ld=lld -fvisibility=hidden -fno-pie -no-pie -x c++"},
 };
+// With the build's own host as an archive.
+const Build single_files[] = {
+    {"gcc_c",          "gcc",     "-std=c11 -pedantic"},
+    {"gcc_c_lto_hidden_no_pie", "gcc", "-std=c11 -flto -fvisibility=hidden -fno-pie -no-pie"},
+    {"gcc_c_sections", "gcc",     "-std=c11 -ffunction-sections -fdata-sections -Wl,--gc-sections -s"},
+    {"clang_cxx_lto_hidden", "clang++", "-std=c++17 -flto -fuse-ld=lld -fvisibility=hidden -x c++"},
+};
 // clang-format on
 
 const std::string hosts[] = {"built", "gcc_symbolic", "gcc_lto", "clang", "clang_symbolic", "clang_lto"};
@@ -120,6 +127,17 @@ INSTANTIATE_TEST_SUITE_P(EachHost, Linking,
                          testing::Combine(testing::ValuesIn(hosts), testing::ValuesIn(basic_builds)), case_name);
 INSTANTIATE_TEST_SUITE_P(OwnHost, Linking, testing::Combine(testing::Values("built"), testing::ValuesIn(more_builds)),
                          case_name);
+
+INSTANTIATE_TEST_SUITE_P(OneFile, Linking,
+                         testing::Combine(testing::Values("archive"), testing::ValuesIn(single_files)), case_name);
+
+TEST(LinkingC, a_module_of_one_file_needs_the_c_library_only)
+{
+    const Folder folder;
+    const std::string module = folder.path("module");
+    linking::build_module("gcc", "-std=c11", "archive", module);
+    EXPECT_EQ(linking::dynamic_entries(module, "NEEDED"), (std::set<std::string>{"libc.so.6"}));
+}
 
 TEST(LinkingC, a_c_module_needs_the_host_and_the_c_library_only)
 {

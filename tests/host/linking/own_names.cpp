@@ -134,6 +134,33 @@ TEST_P(OwnNames, leave_the_trace_and_the_refusals_as_they_are)
     EXPECT_EQ(trace_of(module()), expected);
 }
 
+// Where the host is linked in, names of its interface are taken: the linker says so, and no call goes astray.
+class OwnNamesBesideAnArchive : public testing::TestWithParam<const char *> {};
+INSTANTIATE_TEST_SUITE_P(With, OwnNamesBesideAnArchive, testing::Values("bfd", "lld"),
+                         [](const auto &linker) { return std::string(linker.param); });
+
+TEST_P(OwnNamesBesideAnArchive, are_refused_by_the_linker_each)
+{
+    const Folder folder;
+    std::ofstream(folder.path("own.c")) << own_definitions();
+    const std::string limit = GetParam() == std::string("lld") ? " -Wl,--error-limit=0" : "";
+    const std::string said =
+        linking::run("cd " + folder.path("") + "; ! gcc" + module_flag() + "-w -fuse-ld=" + GetParam() + limit +
+                     " -I" LINKING_ROOT "/dll/include -I" LINKING_ROOT "/math/include -I" LINKING_ROOT
+                     "/math/decimal/include " LINKING_FOLDER "/own_names.c own.c -o module -rdynamic -L" +
+                     linking::host_folder("archive") + " -l:libkahost.a");
+    std::ifstream listed(LINKING_SYMBOLS);
+    std::set<std::string> taken;
+    for (std::string name; std::getline(listed, name);) {
+        if (name.empty() || name[0] == '#' || shared.contains(name)) continue;
+        const bool is_refused = said.find("multiple definition of `" + name + "'") != std::string::npos ||
+                                said.find("duplicate symbol: " + name + "\n") != std::string::npos;
+        EXPECT_TRUE(is_refused) << name;
+        taken.insert(name);
+    }
+    EXPECT_GE(taken.size(), 60u) << said;
+}
+
 // The same for what no call reaches.
 TEST(Library, asks_the_loader_for_none_of_its_own_names_but_the_level)
 {

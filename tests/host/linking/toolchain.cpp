@@ -25,7 +25,8 @@ Folder::~Folder()
 
 std::string host_folder(const std::string &host)
 {
-    return host == "built" ? library_folder(LINKING_BUILD) : module_folder(LINKING_HOSTS) + "/" + host;
+    return host == "built" || host == "archive" ? library_folder(LINKING_BUILD)
+                                                : module_folder(LINKING_HOSTS) + "/" + host;
 }
 
 std::string run(const std::string &command)
@@ -48,8 +49,10 @@ void build_module(const std::string &compiler, const std::string &flags, const s
     const std::string includes =
         " -I" + root + "/dll/include -I" + root + "/math/include -I" + root + "/math/decimal/include";
     const std::string folder = host_folder(host);
+    const std::string library =
+        host == "archive" ? " -rdynamic -l:libkahost.a" : " -Wl,-rpath," + folder + " -lkahost";
     run(compiler + module_flag() + "-O2 -Wall -Wextra -Werror " + flags + includes + " " + LINKING_SOURCE +
-        " -x none -o " + output + " -L" + folder + " -Wl,-rpath," + folder + " -lkahost");
+        " -x none -o " + output + " -L" + folder + library);
 }
 
 std::set<std::string> dynamic_entries(const std::string &file, const std::string &tag)
