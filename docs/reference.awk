@@ -4,9 +4,10 @@
 # functions, private parts, namespaces of details and what is below "Parts of the above" are left out. A chunk of a header
 # is what is between two empty lines.
 #
-#   awk -v name=ka/caller.h -v page=caller.h.html -v list=FILE -f reference.awk HEADER
+#   awk -v name=ka/caller.h -v page=caller.h.html -v list=FILE -v folder=FOLDER -f reference.awk HEADER
 #
-# To list goes a line for each symbol: symbol, page with anchor, function or other.
+# To list goes a line for each symbol: symbol, page with anchor, function or other. To folder goes a manual page for each
+# declaration of C functions, named by the first of them, and a line SYMBOL PAGE for each further one into the file "more".
 
 function comment_text(line)
 {
@@ -203,8 +204,26 @@ function flush(i, code, heading)
     if (chunk_comment != "") printf "\n%s", chunk_comment
     gsub(/KA_API (__attribute__\(\(noreturn\)\) )?/, "", code)
     if (symbol_count > 0) print "\n```c\n" code "```"
+    if (symbol_count > 0 && kinds[1] == "function" && !is_cpp) write_page(code)
     chunk_comment = chunk_code = ""
     depth = in_comment = 0
+}
+
+function write_page(code, file, i, names, summary)
+{
+    file = folder "/" symbols[1] ".md"
+    for (i = 1; i <= symbol_count; i++) {
+        names = names (i > 1 ? ", " : "") escaped(symbols[i])
+        if (i > 1) print symbols[i], symbols[1] >(folder "/more")
+    }
+    summary = chunk_comment
+    gsub(/[ \n]+/, " ", summary)
+    sub(/\. .*$/, "", summary)
+    sub(/[. ]+$/, "", summary)
+    print "# NAME\n\n" names " - " (summary != "" ? summary : "of " name) "\n\n# SYNOPSIS\n\n    #include <" name ">\n" >file
+    gsub(/\n/, "\n    ", code)
+    print "    " code "\n# DESCRIPTION\n\n" chunk_comment "\n# SEE ALSO\n\nka\\_" substr(name, 4) "(3), kahost-codes(7)" >file
+    close(file)
 }
 
 function is_left_out(line)
