@@ -214,7 +214,7 @@ function write_page(code, file, i, names, summary)
     file = folder "/" symbols[1] ".md"
     for (i = 1; i <= symbol_count; i++) {
         names = names (i > 1 ? ", " : "") escaped(symbols[i])
-        if (i > 1) print symbols[i], symbols[1] >(folder "/more")
+        if (i > 1) print symbols[i], symbols[1] >>(folder "/more")
     }
     summary = chunk_comment
     gsub(/[ \n]+/, " ", summary)
