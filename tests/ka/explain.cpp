@@ -216,6 +216,19 @@ TEST(KaExplain, knows_every_message_of_the_callers_library)
     EXPECT_GT(count, 80u) << "the messages were not found in the sources";
 }
 
+TEST(KaExplain, knows_every_message_of_a_unit_test)
+{
+    const std::set<std::string> pieces = {"ka: unit test: %s\\n", "argument %d of \\\"%.80s\\\": %s", "C"};
+    size_t count = 0;
+    for (const std::string &message : messages_of("dll/test/src")) {
+        if (pieces.contains(message)) continue;
+        const nlohmann::json list = explained("ka: unit test: " + with_values(message));
+        EXPECT_EQ(list.empty() ? "" : list[0].value("layer", ""), "last words of a unit test") << message;
+        count++;
+    }
+    EXPECT_GT(count, 12u) << "the messages were not found in the sources";
+}
+
 TEST(KaExplain, says_meaning_cause_and_remedy_of_everything)
 {
     const Outcome outcome = ka({"explain", "--all", "--json"});

@@ -248,7 +248,7 @@ int64_t place_argument(ka_test *test, int32_t index, const ka_test_argument *arg
 void create_block(ka_test *test)
 {
     test->block = static_cast<char *>(calloc(1, static_cast<size_t>(test->segment_bytes)));
-    if (test->block == nullptr) ka_test_refuse("no memory for a block");
+    if (test->block == nullptr) ka_test_refuse("no memory");
     forbid(test, VALUES_START, scratch_offset(test));
 }
 

@@ -9,6 +9,7 @@ constexpr const char *start = "message of a host that cannot start";
 constexpr const char *refusal = "trace line of a refused call";
 constexpr const char *trace = "trace line";
 constexpr const char *fatal = "last words of a host";
+constexpr const char *test = "last words of a unit test";
 
 constexpr Explanation rows[] = {
     // ---- What a host writes: at start
@@ -120,6 +121,37 @@ constexpr Explanation rows[] = {
      "the C library found its memory damaged; the process aborted",
      "the function wrote past a buffer: beyond elcnt elements, or beyond a string's maxlen",
      "build the module with -fsanitize=address and call it again"},
+
+    // ---- What libkahost_test writes
+    {test, NO_NUMBER, "",
+     "ka: unit test: %sa null REAL\n"
+     "ka: unit test: %sa double that cannot be held by a REAL\n"
+     "ka: unit test: \"%s\" is not a REAL\n"
+     "ka: unit test: %sa string longer than its room\n"
+     "ka: unit test: %sstrings of different maxlen",
+     "the test calls a function with a value that no caller can send", "the argument that is named, counted from 1",
+     "give another value; to a string more room"},
+    {test, NO_NUMBER, "",
+     "ka: unit test: %sform is none of the KA_TEST_ ones\n"
+     "ka: unit test: %selsz is less than an element needs\n"
+     "ka: unit test: %sshift is not 0 to 7\n"
+     "ka: unit test: layout is neither 32 nor 64",
+     "the test asks for an argument or a block that does not exist", "a wrong field of a record of ka/module_test.h",
+     "the header tells what is allowed"},
+    {test, NO_NUMBER, "",
+     "ka: unit test: %ssegment_bytes is too small for it\n"
+     "ka: unit test: segment_bytes is too small for the arguments\n"
+     "ka: unit test: segment_bytes is too small for scratch_bytes\n"
+     "ka: unit test: no memory",
+     "the values of a call do not fit its block, or there is no memory for one",
+     "more than a megabyte of values, or small settings", "set segment_bytes of ka_test_settings"},
+    {test, NO_NUMBER, "",
+     "ka: unit test: a call inside of a call\n"
+     "ka: unit test: a caller is closed in a call\n"
+     "ka: unit test: dll_callback outside of a call, where no caller answers",
+     "the test, or the module, does what cannot be done at that moment",
+     "a call in the answer to a call-back; a call-back in dll_setup, in dll_cleanup or in the test itself",
+     "keep the question, and make the call when the first one is over"},
 };
 
 } // namespace

@@ -19,7 +19,8 @@
  *
  * The code is the one that a caller gets, the call host's own included. A function that aborts, aborts the test. A
  * test that asks for what no caller can send (a null REAL, a string longer than its room, a call inside of a call)
- * ends with a line on standard error that says so. There is one module in a program, and one call at a time. */
+ * ends with a line on standard error that says so. There is one module in a program, and one call at a time. A
+ * program that is linked with libkacall, too, names that behind it: -lkahost_test -lkacall. */
 #ifndef KA_MODULE_TEST_H
 #define KA_MODULE_TEST_H
 
