@@ -210,8 +210,8 @@ TEST(Under, a_host_that_comes_too_late_does_not_stay)
 {
     const File late("", 0600); // empty: the command does as it should
     const File go("", 0600);
-    const std::string waits =
-        "echo $$ >>" + late.path + "; until test -s " + go.path + "; do sleep 0.01; done; exec \"$@\" 2>/dev/null";
+    const std::string waits = "echo $$ >>" + late.path + "; until test -s " + go.path + "; do test -e " + late.path +
+                              " || exit; sleep 0.01; done; exec \"$@\" 2>/dev/null";
     const std::string script = "test -s " + late.path + " || exec \"$@\"; setsid sh -c '" + waits +
                                "' sh \"$@\" & until test $(wc -l <" + late.path +
                                ") = 2; do sleep 0.01; done; exit 3";
