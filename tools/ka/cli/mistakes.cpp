@@ -63,7 +63,7 @@ std::string describe_extras(const CLI::App &app, const CLI::App &command)
 {
     const std::vector<std::string> words = command.remaining();
     if (words.empty()) return "unexpected argument";
-    const std::string unknown = describe_unknown_option(command);
+    std::string unknown = describe_unknown_option(command);
     if (!unknown.empty()) return unknown;
     if (&command == &app)
         return "unknown subcommand " + quoted(words[0]) + meant(nearest_word(subcommand_names(app), words[0]));
@@ -73,7 +73,7 @@ std::string describe_extras(const CLI::App &app, const CLI::App &command)
 // An option that was not understood may be what was meant for it.
 std::string describe_missing(const CLI::App &command)
 {
-    const std::string unknown = describe_unknown_option(command);
+    std::string unknown = describe_unknown_option(command);
     if (!unknown.empty()) return unknown;
     for (const CLI::Option *option : command.get_options())
         if (option->get_required() && option->empty()) return option->get_name() + " is missing";
