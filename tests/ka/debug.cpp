@@ -130,6 +130,21 @@ TEST(KaDebug, shows_values_as_they_are_meant)
     EXPECT_NE((outcome.out + outcome.err).find("there is no argument 3: the call has 2"), std::string::npos);
 }
 
+TEST(KaDebug, knows_a_module_of_one_file)
+{
+    const TypedLines place("");
+    const std::string module = place.path + ".module";
+    ASSERT_EQ(output_of(KA_C_COMPILER + module_flag() + "-g -I" KA_BUILD "/include " + debug_source +
+                        " -rdynamic -L" + library_folder(KA_BUILD) + " -l:libkahost.a -o " + module),
+              "");
+    const Outcome outcome = debug({"--callback", "value * 2", module, "ask", "21", "0"},
+                                  "p $ka_arg(1)\nnext\nnext\np answer\ncontinue\n");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    expect_in_order(outcome.out, {"ask (argv=", line_with("int32_t answer = -1;"), " = 21\n", " = 42\n",
+                                  "answer = 42\nreturn code 0\n"});
+    std::filesystem::remove(module);
+}
+
 TEST(KaDebug, stops_in_the_dispatcher_where_that_is_the_body)
 {
     const Outcome outcome = debug({debugged, "add one", "41", "0"}, "p index\np *(int *)argv[1]\ncontinue\n");

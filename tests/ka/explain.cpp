@@ -344,6 +344,8 @@ TEST(KaExplain, knows_what_is_said_of_a_first_build)
         {cc + "empty.c" + host, "undefined reference to `KaCall'"},
         {cc + "-w -I$B/include module.c" + host, "undefined reference to `KaCall'"},
         {cc + "empty.c", "undefined reference to `main'"},
+        {"echo 'int KaFuncList, KaArgList, KaCall, decadd;' >m.c && " + cc + "m.c -L$L -l:libkahost.a",
+         "multiple definition of `decadd'"},
         {cc + "empty.c -lkahost", "cannot find -lkahost"},
         {cc + "-w -c module.c", "fatal error: ka/dll_module.h: No such file or directory"},
         {std_headers, "fatal error: bits/libc-header-start.h: No such file or directory"},

@@ -22,8 +22,8 @@ private:
     std::string path_;
 };
 
-// The folder of a host: "built" is the build's own library, "archive" the same to be linked in; the others are built like
-// their name says.
+// The folder of a host: "built" is the build's own library, "archive" the same to be linked in; the others are built
+// like their name says.
 std::string host_folder(const std::string &host);
 
 // Runs a shell command; returns what it printed. Throws with that text when the command fails.

@@ -24,8 +24,8 @@ static int32_t cents(double amount, int32_t *number)
     return 0;
 }
 
-#define FUNCTIONS(F)                                  \
-    F(checksum, (string, text), (int32_ref, sum))     \
-    F(bits, (int32_ref, number))                      \
+#define FUNCTIONS(F)                              \
+    F(checksum, (string, text), (int32_ref, sum)) \
+    F(bits, (int32_ref, number))                  \
     F(cents, (real, amount), (int32_ref, number))
 KA_MODULE(FUNCTIONS)

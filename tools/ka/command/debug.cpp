@@ -57,7 +57,7 @@ constexpr int32_t usual_segment_bytes = 1 << 20;
 
 // ---- gdb -------------------------------------------------------------------------------------------------------
 
-// What gdb loads with the library; it must be allowed to.
+// What gdb loads with the library, or from a program that has the library in itself; it must be allowed to.
 std::string script_beside(const std::string &library)
 {
     std::error_code error;
@@ -85,7 +85,8 @@ std::string script_of_module(const std::string &module)
     if (!program) return "";
     for (const ElfFile &library : find_libraries(*program).loaded)
         if (is_call_host(library.path)) return script_beside(library.path);
-    return "";
+    std::error_code error;
+    return std::filesystem::canonical(module, error);
 }
 
 std::string script_of_process(const std::string &pid)
@@ -93,7 +94,8 @@ std::string script_of_process(const std::string &pid)
     std::ifstream maps("/proc/" + pid + "/maps");
     for (std::string line; std::getline(maps, line);)
         if (is_call_host(line)) return script_beside(line.substr(line.find('/')));
-    return "";
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/" + pid + "/exe", error);
 }
 
 std::vector<std::string> gdb_words(const std::string &script)

@@ -25,6 +25,12 @@ constexpr Explanation rows[] = {
     {building, NO_NUMBER, "", "undefined reference to `main'\nundefined symbol: main",
      "nothing provides the program's main", "-lkahost is missing, or comes before the sources under -Wl,--as-needed",
      "link with -lkahost after the sources; main is in it, a module has none of its own"},
+    {building, NO_NUMBER, "", "multiple definition of `%s'\nduplicate symbol: %s",
+     "two parts of the program define one name",
+     "KA_MODULE is in two files; or libkahost.a is linked in, and the module uses a name of the call host's "
+     "interface",
+     "one KA_MODULE for a module; give the function another name, or link with -lkahost, beside which any name will "
+     "do"},
     {building, NO_NUMBER, "", "cannot find -lkahost%s\nunable to find library -lkahost",
      "the linker does not find a libkahost.so of the module's word size",
      "-L is missing, or names another folder, or that of the other word size",

@@ -186,7 +186,9 @@ constexpr Explanation rows[] = {
      "not a module: KaFuncList is missing\n"
      "not a module: KaArgList is missing",
      "the module's tables are not to be had, or damaged",
-     "the program is not a module, KaFuncList does not end with a null name, or the tables are built at start",
+     "the program is not a module, it is one file (libkahost.a) linked without -rdynamic, KaFuncList does not end "
+     "with a "
+     "null name, or the tables are built at start",
      "ka check MODULE says where; ka list --start reads the tables of the running module"},
     {error, NO_NUMBER, "",
      "an ELF file with impossible program headers\n"
