@@ -23,6 +23,10 @@ table_module(guarded modules/guarded.c)
 table_module(circular modules/circular.c)
 table_module(misleading modules/misleading.c)
 table_module(packed modules/tasks.c LINK -Wl,-z,pack-relative-relocs)
+table_module(documented modules/documented.c)
+table_module(documented_stripped modules/documented.c LINK -s)
+table_module(documented_fixed modules/documented.c FIXED LINK -s)
+table_module(documented_packed modules/documented.c LINK -Wl,-z,pack-relative-relocs)
 table_module(apart modules/apart_program.c LINK -Wl,--no-as-needed)
 table_module(borrowed modules/borrowed.c)
 table_module(borrowed_guarded modules/borrowed.c DEFINES GUARDED)
@@ -73,7 +77,7 @@ set_source_files_properties(relocations.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSIO
 foreach(bits IN LISTS KA_WORLDS)
   ka_test(
     caller_tables ${bits} CALLS_MODULES
-    SOURCES broken_files.cpp descriptors.cpp elf_program.cpp equivalence.cpp guarded.cpp hosts.cpp refusals.cpp relocations.cpp tables.cpp trace.cpp ${static_pie}
+    SOURCES broken_files.cpp descriptors.cpp docs.cpp elf_program.cpp equivalence.cpp guarded.cpp hosts.cpp refusals.cpp relocations.cpp tables.cpp trace.cpp ${static_pie}
     LIBS kacall_static_${bits}
     LABELS caller)
   target_compile_definitions(caller_tables_${bits} PRIVATE CALLER_BUILD="${PROJECT_BINARY_DIR}")

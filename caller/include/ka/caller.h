@@ -373,6 +373,11 @@ KA_API void ka_free_tables(ka_tables *tables); /* of ka_read_tables only; may be
 /* The function of that name in tables that this library has read, or null. Owned by the tables. */
 KA_API const ka_function *ka_find_function(const ka_tables *tables, const char *name);
 
+/* What the module's author has written (ka::doc of ka/module.hpp) about a function of these tables, argument 0, or
+   about one of its prototypes, from 1 on. Any bytes without a zero. Null when there is nothing. Owned by the tables.
+ */
+KA_API const char *ka_doc(const ka_tables *tables, const ka_function *function, int32_t argument);
+
 /* ---- Tracing --------------------------------------------------------------------------------------------------- */
 
 /* Sets dll_debug in the running host process, between calls or from a call-back. Takes effect at once, and is kept

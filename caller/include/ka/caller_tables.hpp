@@ -28,6 +28,12 @@ public:
     {
         return ka_find_function(tables_.get(), detail::without_zeros(name).c_str());
     }
+    // What the module's author has written about one of these functions, or about its argument, from 1 on; or empty.
+    std::string_view doc(const ka_function &function, std::int32_t argument = 0) const
+    {
+        const char *const text = ka_doc(tables_.get(), &function, argument);
+        return text ? text : "";
+    }
 
 private:
     std::shared_ptr<const ka_tables> tables_;

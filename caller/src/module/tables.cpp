@@ -9,8 +9,10 @@
 #include <string.h>
 
 #include "base/thread.h"
+#include "docs.h"
 #include "image.h"
 #include "ka/dll_block.h"
+#include "ka/dll_doc.h"
 #include "ka/dll_module.h"
 
 enum {
@@ -43,6 +45,7 @@ struct t_TABLES {
     ka_tables shown; /* what users hold is its address */
     ka_function *functions;
     int32_t room; /* for functions */
+    const char *const **docs; /* for each function its text and those of its prototypes; null when there are none */
     t_PIECE *pieces;
     size_t bytes;   /* handed out */
     int32_t *index; /* by hash value of the name: a position in functions + 1, or 0 */
@@ -102,6 +105,7 @@ void ka_free_tables(ka_tables *shown)
         piece = next;
     }
     free(tables->functions);
+    free(tables->docs);
     free(tables->index);
     free(tables);
 }
@@ -114,6 +118,7 @@ struct t_READER {
     t_TABLES *tables;
     uint64_t functions; /* addresses of the two tables */
     uint64_t prototypes;
+    bool has_user_words; /* some function's record has one */
     char *why;
     size_t why_size;
 };
@@ -127,6 +132,12 @@ static size_t prototype_bytes(const t_IMAGE *image)
 static size_t function_bytes(const t_IMAGE *image)
 {
     return prototype_bytes(image) + word_bytes(image->machine);
+}
+
+/* The word of the module's own in a function's record. */
+static uint64_t user_word_of(const t_IMAGE *image, uint64_t functions, int32_t number)
+{
+    return wrapped(image, functions + static_cast<uint32_t>(number) * function_bytes(image) + prototype_bytes(image));
 }
 
 static bool read_record(const t_READER *reader, uint64_t address, size_t size, t_RECORD *record)
@@ -221,7 +232,16 @@ static bool keep_function(const t_READER *reader, const t_RECORD *record)
     return true;
 }
 
-static bool read_functions(const t_READER *reader)
+static void note_user_word(t_READER *reader)
+{
+    uint64_t held = 0;
+    uint64_t pointer = 0;
+    const uint64_t place = user_word_of(reader->image, reader->functions, reader->tables->shown.function_count - 1);
+    if (reader->has_user_words || !read_words(reader->image, place, &held, 1)) return;
+    reader->has_user_words = relocate(reader->image, place, held, &pointer) && pointer != 0;
+}
+
+static bool read_functions(t_READER *reader)
 {
     const size_t size = function_bytes(reader->image);
     for (uint64_t at = reader->functions;; at += size) {
@@ -230,7 +250,55 @@ static bool read_functions(const t_READER *reader)
             return refuse(reader->why, reader->why_size, "KaFuncList runs out of the module");
         if (record.name == 0 && !record.is_named_elsewhere) return true;
         if (!keep_function(reader, &record)) return false;
+        note_user_word(reader);
     }
+}
+
+/* ---- Documentation --------------------------------------------------------------------------------------------- */
+
+/* Null when there is no text, or no memory. */
+static const char *read_doc_of(const t_READER *reader, uint64_t place)
+{
+    char text[DLL_DOC_TEXT_MAX];
+    const int32_t length = read_doc_text(reader->image, place, text, sizeof text);
+    return length > 0 ? keep_text(reader->tables, text, length) : nullptr;
+}
+
+/* Null when the function has none. */
+static const char *const *read_docs_of(const t_READER *reader, int32_t number)
+{
+    t_DOC doc = {};
+    const int32_t given = reader->tables->functions[number].prototype_count;
+    const int32_t count = given > 0 ? given : 0;
+    const uint64_t place = user_word_of(reader->image, reader->functions, number);
+    if (!find_doc(reader->image, place, count, &doc)) return nullptr;
+    const size_t size = (static_cast<size_t>(count) + 1) * sizeof(const char *);
+    const char **texts = static_cast<const char **>(take(reader->tables, size));
+    if (!texts) return nullptr;
+    memset(texts, 0, size);
+    texts[0] = read_doc_of(reader, doc.text);
+    for (int32_t i = 0; doc.arguments != 0 && i < count; i++)
+        texts[i + 1] = read_doc_of(reader, doc.arguments + static_cast<uint32_t>(i) * word_bytes(reader->image->machine));
+    return texts;
+}
+
+/* After all that a call needs: what cannot be read here is missing here alone. */
+static void read_docs(const t_READER *reader)
+{
+    t_TABLES *tables = reader->tables;
+    const int32_t count = tables->shown.function_count;
+    if (!reader->has_user_words || count == 0) return;
+    tables->docs = static_cast<const char *const **>(calloc(static_cast<size_t>(count), sizeof *tables->docs));
+    for (int32_t i = 0; tables->docs && i < count && tables->bytes <= TABLE_BYTES_MAX; i++)
+        tables->docs[i] = read_docs_of(reader, i);
+}
+
+const char *ka_doc(const ka_tables *shown, const ka_function *function, int32_t argument)
+{
+    const t_TABLES *tables = record_of(shown);
+    if (!tables->docs || argument < 0 || (argument > 0 && argument > function->prototype_count)) return nullptr;
+    const char *const *texts = tables->docs[function - shown->functions];
+    return texts ? texts[argument] : nullptr;
 }
 
 /* ---- The index ------------------------------------------------------------------------------------------------- */
@@ -299,6 +367,7 @@ static bool fill_tables(t_READER *reader)
         return refuse(reader->why, reader->why_size, "not a module: KaArgList is missing");
     if (!read_functions(reader)) return false;
     reader->tables->shown.functions = reader->tables->functions;
+    read_docs(reader);
     return build_index(reader->tables) || refuse(reader->why, reader->why_size, "no memory");
 }
 
@@ -309,7 +378,7 @@ ka_tables *read_image_tables(t_IMAGE *image, char *why, size_t size)
         refuse(why, size, "no memory");
         return nullptr;
     }
-    t_READER reader = {image, tables, 0, 0, why, size};
+    t_READER reader = {image, tables, 0, 0, false, why, size};
     if (fill_tables(&reader)) return &tables->shown;
     ka_free_tables(&tables->shown);
     return nullptr;

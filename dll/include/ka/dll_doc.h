@@ -13,7 +13,10 @@
 /* The first 8 bytes of a record: the characters and two zero bytes. */
 #define DLL_DOC_MAGIC "KA.DOC\0"
 
-enum { DLL_DOC_VERSION = 1 };
+enum {
+    DLL_DOC_VERSION = 1,
+    DLL_DOC_TEXT_MAX = 4096 /* bytes of a text with its end; a reader ignores longer ones */
+};
 
 typedef struct t_DLL_DOC {
     char magic[8];                /* DLL_DOC_MAGIC */
