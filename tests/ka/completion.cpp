@@ -101,6 +101,14 @@ TEST(KaCompletion, of_a_function_name)
     EXPECT_EQ(in_fish("ka call " + tasks_module + " ad"), "add\ta b sum\n");
 }
 
+TEST(KaCompletion, of_a_function_name_shows_what_its_author_has_written)
+{
+    const std::string module = module_folder(CALLER_MODULES) + "/caller_module_documented_stripped";
+    EXPECT_EQ(in_fish("ka call " + module + " good_al"), "good_alone\ta b c d: alone\n");
+    EXPECT_EQ(in_fish("ka call " + module + " good_lat"), "good_later\ta later version\n");
+    EXPECT_EQ(in_fish("ka call " + module + " minus"), "minus_one\ta\n");
+}
+
 TEST(KaCompletion, of_a_module_takes_programs_and_folders_alone)
 {
     const std::string folder = testing::TempDir() + "ka_completion." + std::to_string(getpid());

@@ -5,16 +5,19 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <unistd.h>
 
 #include "ka/command.h"
 #include "ka/elf_fields.h"
+#include "module/signatures.h"
 
 namespace {
 
 const std::string modules = module_folder(CALLER_MODULES) + "/";
+const std::string documented_module = modules + "caller_module_documented_stripped";
 
 // A file made of a module's for one test.
 class Altered {
@@ -93,6 +96,63 @@ TEST(KaList, json_has_every_function_in_the_order_of_the_table)
     EXPECT_EQ(json["functions"][0]["arguments"][2]["kind"], "IntByReference");
     EXPECT_FALSE(json["functions"][0]["arguments"][2].contains("min_elements"));
     EXPECT_EQ(json["functions"][5]["arguments"][0]["min_elements"], 2);
+}
+
+// ---- With what the authors have written --------------------------------------------------------------------------
+
+TEST(KaList, long_one_shows_documentation_and_what_passing_by_value_does)
+{
+    const Outcome outcome = ka({"list", "--long", documented_module, "good"});
+    const std::string takes = "IntByValue  INTEGER or REAL; never comes back                ";
+    EXPECT_EQ(outcome.out,
+              "FUNCTION  ARGUMENT  KIND        TAKES                              MIN ELEMENTS  BY VALUE" +
+                  std::string(22, ' ') + "ABOUT\ngood      adds, \xc3\xa4hnlich\n          a         " + takes +
+                  "accepted; there is no result  the first\n          b         " + takes +
+                  "accepted; there is no result\n          c         " + takes +
+                  "accepted; there is no result  the \\x1b[31mthird\\x0a\n          d         " + takes +
+                  "accepted; there is no result\n");
+    const std::string usual = list_of(documented_module);
+    EXPECT_EQ(usual.find("first"), std::string::npos) << usual;
+    const std::string odd = ka({"list", "--long", modules + "ka_module_odd"}).out;
+    for (const char *line : {"\nno_kind +first +kind 12 +nothing: there is no such kind\n",
+                             "\n +behind +IntByValue +nothing: it follows a VarArg\n",
+                             "\nvararg +any +VarArg .*reference +accepted; the result is lost\n", "\ntwice +-\n"})
+        EXPECT_TRUE(std::regex_search(odd, std::regex(line))) << line << odd;
+}
+
+TEST(KaList, json_has_documentation_and_what_passing_by_value_does)
+{
+    const auto list = nlohmann::json::parse(ka({"list", "--json", documented_module}).out)["functions"];
+    EXPECT_EQ(list[0]["about"], "adds, \xc3\xa4hnlich");
+    EXPECT_EQ(list[0]["arguments"][0]["about"], "the first");
+    EXPECT_EQ(list[0]["arguments"][2]["about"], "the \x1b[31mthird\n");
+    EXPECT_FALSE(list[0]["arguments"][1].contains("about"));
+    EXPECT_EQ(list[0]["arguments"][1]["by_value"], "accepted; there is no result");
+    EXPECT_EQ(std::count_if(list.begin(), list.end(), [](const auto &each) { return each.contains("about"); }), 4);
+}
+
+TEST(KaList, says_of_each_kind_what_the_table_of_the_guide_says)
+{
+    const std::string guide = read_file(KA_SOURCES "/docs/module-guide.md");
+    const std::map<std::string, std::string> names = {{"KA_INT_BY_VALUE", "IntByValue"},
+                                                      {"KA_INT_BY_REFERENCE", "IntByReference"},
+                                                      {"KA_INT_ARRAY", "IntArray"},
+                                                      {"KA_REAL_BY_VALUE", "RealByValue"},
+                                                      {"KA_REAL_BY_REFERENCE", "RealByReference"},
+                                                      {"KA_REAL_ARRAY", "RealArray"},
+                                                      {"KA_ZSTRING", "zString"},
+                                                      {"KA_STRING", "String"},
+                                                      {"KA_STRING_ARRAY", "StringArray"},
+                                                      {"KA_VARARG", "VarArg"}};
+    for (const auto &[constant, name] : names) {
+        std::smatch row;
+        const std::regex pattern("\n\\|[^|]*`" + constant + "`[^|]*\\|[^|]*\\|[^|]*\\|[^|]*\\| ([^|]*) \\|");
+        ASSERT_TRUE(std::regex_search(guide, row, pattern)) << constant;
+        int32_t kind = 0;
+        while (kind_name(kind) != name)
+            ASSERT_LT(++kind, 20) << name;
+        EXPECT_EQ(row[1], by_value_text(kind)) << name;
+    }
 }
 
 TEST(KaList, does_not_run_the_module)

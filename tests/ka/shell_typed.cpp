@@ -46,12 +46,13 @@ protected:
 
     // At its first prompt.
     std::unique_ptr<PseudoTerminal> start_program(const std::vector<std::string> &words,
-                                                  const std::vector<std::string> &more_settings = {})
+                                                  const std::vector<std::string> &more_settings = {},
+                                                  const std::string &its_prompt = prompt)
     {
         std::vector<std::string> settings = {"TERM=xterm", "HOME=" + home_, "XDG_STATE_HOME=", "LC_ALL=C.UTF-8"};
         settings.insert(settings.end(), more_settings.begin(), more_settings.end());
         auto terminal = std::make_unique<PseudoTerminal>(words, settings);
-        EXPECT_TRUE(terminal->shows(prompt)) << terminal->output();
+        EXPECT_TRUE(terminal->shows(its_prompt)) << terminal->output();
         return terminal;
     }
 
@@ -259,6 +260,21 @@ TEST_F(KaShell, tab_shows_what_a_function_takes)
     terminal->type("add 2 \t");
     EXPECT_TRUE(terminal->shows("add a:IntByValue b:IntByValue sum:IntByReference\r\n")) << terminal->output();
     expect(*terminal, "40 0", "sum = 42\r\n");
+}
+
+TEST_F(KaShell, tab_shows_what_the_author_has_written)
+{
+    const std::string name = "caller_module_documented_stripped";
+    const auto terminal =
+        start_program({KA_COMMAND, "shell", module_folder(CALLER_MODULES) + "/" + name}, {}, name + "> ");
+    terminal->type("good \t");
+    EXPECT_TRUE(terminal->shows("good a:IntByValue b:IntByValue c:IntByValue d:IntByValue\r\n"
+                                "  adds, \xc3\xa4hnlich\r\n"
+                                "  a: the first\r\n"
+                                "  c: the \\x1b[31mthird\\x0a\r\n"))
+        << terminal->output();
+    terminal->type("1 2 3 4\n");
+    EXPECT_TRUE(terminal->shows("return code 0\r\n")) << terminal->output();
 }
 
 // ---- Interruptions ---------------------------------------------------------------------------------------------

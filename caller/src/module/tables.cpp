@@ -44,7 +44,7 @@ struct t_PIECE {
 struct t_TABLES {
     ka_tables shown; /* what users hold is its address */
     ka_function *functions;
-    int32_t room; /* for functions */
+    int32_t room;             /* for functions */
     const char *const **docs; /* for each function its text and those of its prototypes; null when there are none */
     t_PIECE *pieces;
     size_t bytes;   /* handed out */
@@ -278,7 +278,8 @@ static const char *const *read_docs_of(const t_READER *reader, int32_t number)
     memset(texts, 0, size);
     texts[0] = read_doc_of(reader, doc.text);
     for (int32_t i = 0; doc.arguments != 0 && i < count; i++)
-        texts[i + 1] = read_doc_of(reader, doc.arguments + static_cast<uint32_t>(i) * word_bytes(reader->image->machine));
+        texts[i + 1] =
+            read_doc_of(reader, doc.arguments + static_cast<uint32_t>(i) * word_bytes(reader->image->machine));
     return texts;
 }
 

@@ -79,17 +79,24 @@ std::string path_of(const std::string &word)
     return word.starts_with("~/") && home != nullptr ? home + word.substr(1) : word;
 }
 
+// "a b sum: adds two numbers"
+std::string description_of(const Function &function)
+{
+    std::string text;
+    for (const Prototype &prototype : function.prototypes)
+        text += (text.empty() ? "" : " ") + printable(prototype.name);
+    return text + (text.empty() || function.about.empty() ? "" : ": ") + printable(function.about);
+}
+
 void offer_functions(Answer &answer, const std::string &start, const std::string &named)
 {
     std::set<std::string> seen;
     std::string module = path_of(named);
     find_module(module);
     for (const Function &function : read_tables(module).functions) {
-        std::string arguments;
-        for (const Prototype &prototype : function.prototypes)
-            arguments += (arguments.empty() ? "" : " ") + printable(prototype.name);
         const bool can_be_typed = printable(function.name) == function.name;
-        if (can_be_typed && seen.insert(function.name).second) offer(answer, start, function.name, arguments);
+        if (can_be_typed && seen.insert(function.name).second)
+            offer(answer, start, function.name, description_of(function));
     }
 }
 

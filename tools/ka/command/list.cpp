@@ -22,6 +22,7 @@ struct Options {
     std::string module;
     std::string function;
     bool start = false;
+    bool is_long = false;
     bool json = false;
 
     Form form() const { return json ? Form::json : Form::text; }
@@ -33,12 +34,16 @@ TAKES says which types an argument may have, and whether it comes back. Every ar
 reference. By value the function gets the same, and what it changes is lost; by reference it comes back changed where
 TAKES says so. ka call passes by reference what can come back; a program chooses.
 
+--long also says, for each argument, what comes of passing it by value, and shows what the module's author has written
+about the functions and their arguments (ka::doc of ka/module.hpp); --json has both.
+
 The module's file is read, not run. A module that fills its tables when it starts can be listed with --start. --json
 also tells the module's word size, as bits: 64 or 32.)";
 
 constexpr const char *examples = R"(Examples:
   ka list ./adder
   ka list ./tour scale
+  ka list --long ./tour
   ka list --json ./tour
 )";
 
@@ -50,7 +55,8 @@ int show(const Options &options, const std::vector<Function> &functions)
                                 .add("module", options.module)
                                 .add("bits", word_size_of(options.module))
                                 .add("functions", functions_json(functions));
-    return write_results(options.json ? json.text() + "\n" : functions_text(functions), EXIT_DONE);
+    const Length length = options.is_long ? Length::full : Length::usual;
+    return write_results(options.json ? json.text() + "\n" : functions_text(functions, length), EXIT_DONE);
 }
 
 int show_wanted(const Options &options, const std::vector<Function> &functions)
@@ -100,6 +106,7 @@ void add_list_command(CLI::App &app, int &exit_status)
                options->module);
     add_option(list, {.name = "FUNCTION", .text = "only this function"}, options->function);
     add_flag(list, "--start", options->start, "starts the module, and reads the tables that it has then");
+    add_flag(list, "--long", options->is_long, "shows also what passing by value does, and the author's texts");
     add_flag(list, "--json", options->json, "shows one JSON object");
     when_chosen(list, exit_status, [options] {
         const std::string fault = find_module(options->module);

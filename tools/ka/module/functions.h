@@ -14,11 +14,13 @@ struct Prototype {
     std::string name;
     int32_t kind; // KA_VARARG ... of ka/dll_module.h; any number when the module's table is wrong
     int32_t min_elements;
+    std::string about; // what the module's author has written; may be empty
 };
 
 struct Function {
     std::string name;
     std::vector<Prototype> prototypes; // 50 at most, as many as a call can use
+    std::string about;                 // as that of a prototype
 };
 
 struct Tables {

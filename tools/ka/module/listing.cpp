@@ -16,7 +16,7 @@ namespace {
 
 // ---- As a table ------------------------------------------------------------------------------------------------
 
-constexpr size_t columns = 5;
+constexpr size_t columns = 7; // the last two of the long table only
 using Row = std::array<std::string, columns>;
 
 std::string min_text(const Prototype &prototype)
@@ -34,17 +34,29 @@ std::string takes_text(const Function &function, const Prototype &prototype)
            (changes(prototype.kind) ? "; comes back if by reference" : "; never comes back");
 }
 
-std::vector<Row> rows_of(const Function &function, bool is_hidden)
+// Empty where an argument is never taken.
+std::string by_value_of(const Function &function, const Prototype &prototype)
+{
+    const auto position = static_cast<size_t>(&prototype - function.prototypes.data());
+    const bool is_taken = position < used_prototypes(function) && is_kind(prototype.kind);
+    return is_taken ? by_value_text(prototype.kind) : "";
+}
+
+std::vector<Row> rows_of(const Function &function, bool is_hidden, Length length)
 {
     std::vector<Row> rows;
+    if (length == Length::full && !function.about.empty()) rows.push_back({"", printable(function.about)});
     for (const Prototype &prototype : function.prototypes) {
         const std::string takes = takes_text(function, prototype);
         const std::string name = prototype.name.empty() ? "(unnamed)" : printable(prototype.name);
         rows.push_back({"", name, kind_name(prototype.kind), takes, min_text(prototype)});
+        if (length == Length::usual) continue;
+        rows.back()[columns - 2] = by_value_of(function, prototype);
+        rows.back()[columns - 1] = printable(prototype.about);
     }
-    if (rows.empty()) rows.push_back({"", "-", "", "", ""});
+    if (function.prototypes.empty()) rows.push_back({"", "-"});
     rows[0][0] = printable(function.name);
-    if (is_hidden) rows.push_back({"", "(never called: another function of that name comes before it)", "", "", ""});
+    if (is_hidden) rows.push_back({"", "(never called: another function of that name comes before it)"});
     return rows;
 }
 
@@ -81,18 +93,23 @@ Json prototype_json(const Function &function, const Prototype &prototype)
     JsonObject json;
     json.add("name", prototype.name).add("kind", kind_name(prototype.kind));
     json.add("takes", takes_text(function, prototype));
+    const std::string by_value = by_value_of(function, prototype);
+    if (!by_value.empty()) json.add("by_value", by_value);
     if (min_elements(prototype) > 0) json.add("min_elements", min_elements(prototype));
+    if (!prototype.about.empty()) json.add("about", prototype.about);
     return json;
 }
 
 } // namespace
 
-std::string functions_text(const std::vector<Function> &functions)
+std::string functions_text(const std::vector<Function> &functions, Length length)
 {
     std::vector<Row> rows = {{"FUNCTION", "ARGUMENT", "KIND", "TAKES", "MIN ELEMENTS"}};
+    if (length == Length::full)
+        rows[0] = {"FUNCTION", "ARGUMENT", "KIND", "TAKES", "MIN ELEMENTS", "BY VALUE", "ABOUT"};
     std::set<std::string> seen;
     for (const Function &function : functions) {
-        const std::vector<Row> own = rows_of(function, !seen.insert(function.name).second);
+        const std::vector<Row> own = rows_of(function, !seen.insert(function.name).second, length);
         rows.insert(rows.end(), own.begin(), own.end());
     }
     const std::array<size_t, columns> widths = widths_of(rows);
@@ -109,7 +126,10 @@ Json functions_json(const std::vector<Function> &functions)
         JsonArray arguments;
         for (const Prototype &prototype : function.prototypes)
             arguments.add(prototype_json(function, prototype));
-        list.add(JsonObject().add("name", function.name).add("arguments", arguments));
+        JsonObject json;
+        json.add("name", function.name).add("arguments", arguments);
+        if (!function.about.empty()) json.add("about", function.about);
+        list.add(json);
     }
     return list;
 }

@@ -51,6 +51,11 @@ std::string taken_by(const Prototype &prototype)
     return types_taken_by(prototype) + (changes(prototype.kind) ? " by reference" : " by value");
 }
 
+std::string by_value_text(int32_t kind)
+{
+    return changes(kind) ? "accepted; the result is lost" : "accepted; there is no result";
+}
+
 // ---- The function that is meant --------------------------------------------------------------------------------
 
 const Function &find_function(const std::vector<Function> &functions, const std::string &name)

@@ -33,6 +33,9 @@ int64_t min_elements(const Prototype &prototype);
 std::string types_taken_by(const Prototype &prototype);
 std::string taken_by(const Prototype &prototype);
 
+// What comes of an argument that is passed by value. The table of kinds in docs/module-guide.md says the same.
+std::string by_value_text(int32_t kind);
+
 // ---- Functions -------------------------------------------------------------------------------------------------
 
 // Throws Refused, with the nearest name when there is one near: of other case, or a few characters apart.

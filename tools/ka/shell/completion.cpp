@@ -30,14 +30,19 @@ std::string first_word(const std::string &line)
     return end == std::string::npos ? "" : line.substr(begin, end - begin); // none before it is complete
 }
 
+// What it takes, and below that what its author has written.
 std::string signature(const Session &session, const std::string &name)
 {
     for (const Function &function : session.functions()) {
         if (function.name != name) continue;
         std::string text = printable(name);
-        for (const Prototype &prototype : function.prototypes)
+        std::string about = function.about.empty() ? "" : "\n  " + printable(function.about);
+        for (const Prototype &prototype : function.prototypes) {
             text += " " + printable(prototype.name) + ":" + kind_name(prototype.kind);
-        return text;
+            if (!prototype.about.empty())
+                about += "\n  " + printable(prototype.name) + ": " + printable(prototype.about);
+        }
+        return text + about;
     }
     return "";
 }

@@ -7,7 +7,8 @@
 #include "editor.h"
 #include "session.h"
 
-// before is the line up to the cursor. Where an argument belongs, the hint shows what the function takes.
+// before is the line up to the cursor. Where an argument belongs, the hint shows what the function takes, and what
+// its author has written about it.
 Completion complete_line(const Session &session, const std::string &before);
 
 #endif
