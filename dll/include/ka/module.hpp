@@ -85,6 +85,6 @@
     KA_DECLARE_("KA_FN_STATUS(" #F "): ", &F, status, ::ka::module_detail::plain_name(#F), __VA_ARGS__)
 #define KA_FN_AS_TAKE_(...) KA_FN_AS_NAMED_(__VA_ARGS__)
 #define KA_FN_AS_NAMED_(NAME, F, NAME_AGAIN, ...) \
-    KA_DECLARE_("KA_FN_AS(" #NAME ", " #F "): ", +F, value, ::ka::module_detail::word(NAME), __VA_ARGS__)
+    KA_DECLARE_("KA_FN_AS(" #NAME ", " #F "): ", F, value, ::ka::module_detail::word(NAME), __VA_ARGS__)
 
 #endif

@@ -37,7 +37,7 @@ constexpr bool is_plain(const char *name)
 // What is true of a function of type F.
 template <typename F, returns How>
 struct checks {
-    using S = signature<F>;
+    using S = signature_of<F>;
     using R = typename S::result_type;
     static constexpr std::size_t arity = S::arity;
     static constexpr bool has_result = How == returns::value && returned<R>::is_value;
@@ -78,8 +78,9 @@ struct checks {
 
 } // namespace ka::module_detail
 
-// F: a pointer to the function; the words begin with the function itself. The first check that fails says all: what
-// comes after is quiet. Names begin with ka_: a function may have any other.
+// F: a pointer to the function, or a lambda: some compilers take no pointer to what that stands for; the words begin
+// with the function itself. The first check that fails says all: what comes after is quiet. Names begin with ka_: a
+// function may have any other.
 #define KA_DECLARE_(FUNCTION, F, HOW, NAME, ...)                                                                     \
     [] {                                                                                                             \
         using ka_instead = ::ka::module_detail::instead;                                                             \

@@ -84,11 +84,23 @@ struct signature<R (*)(A...) noexcept> : signature<R (*)(A...)> {
     static constexpr bool is_noexcept = true;
 };
 
+// What F's type says; that of a lambda is the one of the function that it stands for.
+template <typename F, typename = void>
+struct pointer {
+    using type = F;
+};
+template <typename F>
+struct pointer<F, std::enable_if_t<std::is_class_v<F>, decltype(static_cast<void>(+std::declval<F>()))>> {
+    using type = decltype(+std::declval<F>());
+};
+template <typename F>
+using signature_of = signature<typename pointer<std::remove_const_t<F>>::type>;
+
 // What KaCall runs for function F.
 template <auto F, returns How>
 std::int32_t invoke(void **argv)
 {
-    using S = signature<decltype(F)>;
+    using S = signature_of<decltype(F)>;
     constexpr auto positions = std::make_index_sequence<S::arity>();
 #ifdef __cpp_exceptions
     if constexpr (S::is_noexcept) {

@@ -38,7 +38,7 @@ template <auto F, returns How, bool IsSound, std::size_t Words>
 constexpr auto declare(const char *name, const words<Words> &given)
 {
     if constexpr (IsSound) {
-        using S = signature<decltype(F)>;
+        using S = signature_of<decltype(F)>;
         using R = typename S::result_type;
         constexpr bool has_result = How == returns::value && returned<R>::is_value;
         entry_of<F, S::arity + (has_result ? 1 : 0)> made{};
