@@ -71,7 +71,8 @@ struct returned<decimal> : value_of_kind<KA_REAL_BY_REFERENCE> {
 
 template <>
 struct returned<std::string_view> : value_of_kind<KA_STRING> {
-    static std::int32_t put(std::string_view text, void *to) noexcept
+    // Not once for each function: that takes compilers longer than the function itself.
+    __attribute__((noinline)) static std::int32_t put(std::string_view text, void *to) noexcept
     {
         return string(*static_cast<KaStr *>(to)).try_assign(text) ? KASTR_OK : KASTR_NO_ROOM;
     }
