@@ -42,7 +42,8 @@ std::string balance_after(const std::string &balance, const std::string &percent
 // The code and the reason.
 std::string refusal(const std::string &function, const std::string &amount, int code = 23)
 {
-    return "return code " + std::to_string(code) + "\nka: " + function + ": " + amount + " is not an amount\n";
+    const std::string reason = ": " + amount + " is not an amount\n";
+    return "return code " + std::to_string(code) + reason + "ka: " + function + reason;
 }
 
 } // namespace

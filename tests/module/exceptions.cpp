@@ -17,6 +17,7 @@ protected:
     {
         ka::Options options = in_layout();
         options.error_output = KA_STDERR_RING;
+        options.reasons = KA_REASONS_ON;
         return options;
     }
     ka::Host host{module_path("failing"), with_output()};
@@ -52,6 +53,23 @@ TEST_P(Exceptions, say_why_on_one_line)
     host.call("unknown");
     EXPECT_EQ(host.error_output(), "ka: fail: the book is closed\nka: standard: two lines [31m\nka: standard: " +
                                        std::string(511, 'x') + "\nka: unknown: an exception of an unknown type\n");
+}
+
+TEST_P(Exceptions, are_the_reason_beside_the_code)
+{
+    EXPECT_EQ(host.call("fail", 1234, "the book is closed"), 1234);
+    EXPECT_EQ(host.reason(), "the book is closed");
+    EXPECT_EQ(host.call("fail_with_own_code"), 77);
+    EXPECT_EQ(host.reason(), "seventy-seven");
+    EXPECT_EQ(host.call("fail", 1234, std::string(2000, '\xff')), 1234);
+    std::string shown;
+    for (int i = 0; i < 511; i++)
+        shown += "\\xff";
+    EXPECT_EQ(host.reason(), shown);
+    EXPECT_EQ(handled.call("standard", "x"), 2008);
+    EXPECT_EQ(handled.reason(), "");
+    EXPECT_EQ(without.call("both", 1, "x"), REAL_DIVISION_BY_ZERO);
+    EXPECT_EQ(without.reason(), "a division of a REAL by zero");
 }
 
 TEST_P(Exceptions, leave_what_was_changed_before)

@@ -148,6 +148,13 @@ enum {
                               process wait */
 };
 
+/* ka_options.reasons: does the library look for the reasons of return codes? See ka_reason. */
+enum {
+    KA_REASONS_OFF = 0,
+    KA_REASONS_ON = 1 /* with KA_STDERR_RING only. Each call waits until what came before it is in the ring, and after
+                         a code that is not 0 once more: each wait is a switch of threads and back */
+};
+
 /* ka_options.inspector: called by the library in a thread of its own, while the host process is stopped right before
    it ends by a signal, or is ended for its deadline or a cancellation. pid is stopped under ptrace by that thread, so
    it can be examined; if a thread of the module fails, pid is that thread's id. signal is the signal that ends it.
@@ -214,6 +221,9 @@ typedef struct ka_options {
                                  grace_ms. Then its process group gets SIGKILL. A copy of this process that the
                                  library keeps ends both when the program is killed, or with KA_WAIT_FAST when the
                                  thread ends. What has left the group and is not the host process is not ended */
+
+    /* Reasons */
+    int32_t reasons; /* KA_REASONS_OFF */
 } ka_options;
 
 /* Sets every field to its default. size is sizeof(ka_options). */
@@ -263,6 +273,13 @@ KA_API const char *ka_report_json(ka_host *host);
 /* Copies the last bytes of the host process's standard error (KA_STDERR_RING), at most size and not terminated, into
    buffer. Returns how many; 0 without KA_STDERR_RING. After an error they are those of the process that failed. */
 KA_API int32_t ka_error_output(ka_host *host, char *buffer, int32_t size);
+
+/* Why the last call had a return code other than 0, in the words of the function (KA_REASONS_ON): TEXT of the last
+   line "ka: FUNCTION: TEXT" on the host process's standard error that was written during the call, and FUNCTION is
+   the one that was called. Functions of ka/module.hpp write it when they end by an exception; any function may. One
+   line, zero-terminated; what cannot be shown is \xHH in it. Null when there is none. Of a call that failed, the
+   reports have it, too. Owned by the host, valid until the next call is begun. */
+KA_API const char *ka_reason(const ka_host *host);
 
 /* ---- Building a call ------------------------------------------------------------------------------------------- */
 

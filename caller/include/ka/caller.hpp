@@ -156,6 +156,9 @@ public:
         return text;
     }
 
+    // Why the last call had its return code, or empty; see ka_reason.
+    std::string reason() const { return text_or_empty(ka_reason(get())); }
+
     // The functions ka_restart, ka_set_deadline, ka_set_trace, ka_pid and ka_scratch of ka/caller.h.
     void restart() { check(ka_restart(get())); }
     void set_deadline(std::int32_t milliseconds) { check(ka_set_deadline(get(), milliseconds)); }

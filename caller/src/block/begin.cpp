@@ -12,6 +12,7 @@ int32_t ka_begin(ka_host *host, const char *function)
     if (take_turn(host, TURN_BEGIN) != KA_DONE) return host->error.error_class;
     clear_error(host);
     host->building = no_building;
+    host->reason[0] = '\0';
     host->building.cursor = VALUES_START;
     host->life.state = STATE_BUILDING;
     if (strcmp(host->function, function) != 0) show_name(host->function, function); /* what is shown shows itself */

@@ -23,6 +23,7 @@
 #include "prepare.h"
 #include "process/end.h"
 #include "process/regain.h"
+#include "reason.h"
 #include "reply.h"
 #include "restart.h"
 
@@ -196,6 +197,7 @@ int32_t ka_call(ka_host *host, int32_t *return_code)
         host->error = host->build_failure;
         return host->building.error;
     }
+    host->reason[0] = '\0';
     host->building.called_ns = now_ns();
     const int64_t deadline = host->building.called_ns + host->options.deadline_ms * NS_PER_MS;
     int32_t status = look_before_call(host, deadline);
@@ -204,8 +206,10 @@ int32_t ka_call(ka_host *host, int32_t *return_code)
         status = prepare_and_check_call(host, deadline);
     }
     if (status == KA_DONE) {
+        begin_reason(host);
         host->life.state = STATE_CALLING;
         status = exchange(host, deadline, return_code);
+        find_reason(host, status, status == KA_DONE ? *return_code : 0);
     }
     host->building.called_ns = 0;
     if (status != KA_DONE) {

@@ -60,8 +60,9 @@ struct t_LAST_END {
     ka_tables *tables; /* those it had, or null */
     char *output;      /* the last bytes of its standard error; null when there is no ring */
     int32_t output_length;
+    int64_t output_bytes; /* it had written in all */
 };
-inline constexpr t_LAST_END no_last_end = {false, false, 0, 0, 0, 0, nullptr, nullptr, nullptr, 0};
+inline constexpr t_LAST_END no_last_end = {false, false, 0, 0, 0, 0, nullptr, nullptr, nullptr, 0, 0};
 
 /* A process that could not be ended. */
 struct t_LEFT {
@@ -176,14 +177,18 @@ struct t_BUILDING {
     int32_t error; /* the first since ka_begin, or KA_DONE */
     int32_t argc;
     int32_t given_argc;
-    bool argc_is_given;   /* given_argc is sent instead of argc */
-    bool sent;            /* a request for it has gone out */
-    bool in_callback;     /* it has called back */
-    uint32_t overwritten; /* fields of the header, as found at the end of the call, before the header was mended */
-    int64_t cursor;       /* end of the values so far; beyond the room when the call is too big */
-    int64_t called_ns;    /* when ka_call began; 0 outside */
+    bool argc_is_given;    /* given_argc is sent instead of argc */
+    bool sent;             /* a request for it has gone out */
+    bool in_callback;      /* it has called back */
+    uint32_t overwritten;  /* fields of the header, as found at the end of the call, before the header was mended */
+    int64_t cursor;        /* end of the values so far; beyond the room when the call is too big */
+    int64_t called_ns;     /* when ka_call began; 0 outside */
+    int64_t output_before; /* bytes on standard error before it was sent; see call/reason.cpp */
 };
-inline constexpr t_BUILDING no_building = {KA_DONE, 0, 0, false, false, false, 0, 0, 0};
+inline constexpr t_BUILDING no_building = {KA_DONE, 0, 0, false, false, false, 0, 0, 0, 0};
+
+/* As much as a function of ka/module.hpp says, even if each byte is shown as four. */
+enum { SHOWN_REASON = 2048 };
 
 struct ka_host {
     ka_error error;
@@ -206,6 +211,7 @@ struct ka_host {
     uint64_t random;
 
     t_BUILDING building;
+    char reason[SHOWN_REASON]; /* of the call's code; empty for none */
     ka_error build_failure;    /* the record of building.error */
     char function[SHOWN_NAME]; /* for messages: cut, and made printable */
     t_ARGUMENT arguments[DLL_MAX_ARGC];

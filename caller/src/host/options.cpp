@@ -34,6 +34,7 @@ static constexpr ka_options default_options = {
     .transport = KA_TRANSPORT_SIGNALS,
     .spin_us = 50,
     .under = nullptr,
+    .reasons = KA_REASONS_OFF,
 };
 
 void ka_options_init(ka_options *options, uint32_t size)
@@ -62,6 +63,12 @@ static int32_t take_error_output(ka_host *host)
                     options->error_output, KA_STDERR_INHERIT, KA_STDERR_RING);
     if (options->error_output == KA_STDERR_RING && options->ring_bytes <= 0)
         return fail(host, KA_ARGUMENT, "ring_bytes is %d; KA_STDERR_RING needs at least 1", options->ring_bytes);
+    if (options->reasons != KA_REASONS_OFF && options->reasons != KA_REASONS_ON)
+        return fail(host, KA_ARGUMENT, "reasons is %d; it is KA_REASONS_OFF (%d) or KA_REASONS_ON (%d)",
+                    options->reasons, KA_REASONS_OFF, KA_REASONS_ON);
+    if (options->reasons == KA_REASONS_ON && options->error_output != KA_STDERR_RING)
+        return fail(host, KA_ARGUMENT, "reasons is KA_REASONS_ON (%d); it needs error_output KA_STDERR_RING (%d)",
+                    KA_REASONS_ON, KA_STDERR_RING);
     if (options->error_output != KA_STDERR_FILE) return KA_DONE;
     host->life.error_fd = fcntl(options->error_fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     note_owned(host, OWNED_ERRORS);

@@ -49,6 +49,7 @@ static void keep_output(ka_host *host)
     if (!host->process.stderr_ring) return;
     host->last_end.output = static_cast<char *>(malloc(static_cast<size_t>(host->options.ring_bytes)));
     if (!host->last_end.output) return;
+    host->last_end.output_bytes = look_at_stderr_ring(host->process.stderr_ring);
     host->last_end.output_length =
         read_stderr_ring(host->process.stderr_ring, host->last_end.output, host->options.ring_bytes);
 }

@@ -269,6 +269,15 @@ void close_stderr_ring(t_STDERR_RING *ring)
 
 /* ---- Reading --------------------------------------------------------------------------------------------------- */
 
+int64_t look_at_stderr_ring(t_STDERR_RING *ring)
+{
+    pthread_mutex_lock(&ring->lock);
+    await_look(ring);
+    const int64_t written = ring->written;
+    pthread_mutex_unlock(&ring->lock);
+    return written;
+}
+
 int32_t read_stderr_ring(t_STDERR_RING *ring, char *buffer, int32_t size)
 {
     pthread_mutex_lock(&ring->lock);

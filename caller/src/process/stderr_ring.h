@@ -13,6 +13,9 @@ struct t_STDERR_RING;
    given to the host and closed: the ring itself has no descriptor in this process's table. */
 t_STDERR_RING *open_stderr_ring(int32_t room, int *writing_end, int *error);
 
+/* The rest of the pipe is read; how many bytes that makes since the ring was opened. */
+int64_t look_at_stderr_ring(t_STDERR_RING *ring);
+
 /* The last bytes, at most size of them; how many. First the rest of the pipe is read. */
 int32_t read_stderr_ring(t_STDERR_RING *ring, char *buffer, int32_t size);
 

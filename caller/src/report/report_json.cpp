@@ -64,6 +64,7 @@ static void write_call(t_JSON *json, const ka_host *host)
     if (!concerns_call(host)) {
         json_null(json, "function");
         json_null(json, "arguments");
+        json_null(json, "reason");
         return;
     }
     json_text(json, "function", host->function);
@@ -71,6 +72,7 @@ static void write_call(t_JSON *json, const ka_host *host)
     for (int32_t argument = 1; argument < host->building.argc; argument++)
         write_argument(json, host, argument);
     json_close(json, ']');
+    json_text(json, "reason", host->reason[0] != '\0' ? host->reason : nullptr);
 }
 
 /* ---- The process ----------------------------------------------------------------------------------------------- */

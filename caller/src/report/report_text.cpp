@@ -80,6 +80,9 @@ static void write_call(t_TEXT *report, const ka_host *host)
     write_text(report, "%s\n", host->function);
     for (int32_t argument = 1; argument < host->building.argc; argument++)
         write_argument(report, host, argument);
+    if (host->reason[0] == '\0') return;
+    begin_line(report, "reason");
+    write_text(report, "%s\n", host->reason);
 }
 
 /* ---- The process ----------------------------------------------------------------------------------------------- */

@@ -20,16 +20,20 @@ static std::vector<Result> read_results(ka_host *host, const Invocation &invocat
     return results;
 }
 
-CallOutcome invoke(ka_host *host, const Invocation &invocation)
+CallOutcome invoke(ka_host *host, const Invocation &invocation, const ErrorOutput &errors)
 {
     CallOutcome outcome{};
     ka_begin(host, invocation.function.c_str());
     for (const Argument &argument : invocation.arguments)
         add_argument(host, argument);
+    errors.begin();
     const auto begin = std::chrono::steady_clock::now();
     outcome.error_class = ka_call(host, &outcome.return_code);
     const std::chrono::duration<double, std::milli> passed = std::chrono::steady_clock::now() - begin;
     outcome.milliseconds = passed.count();
+    errors.flush();
+    if (outcome.error_class == KA_DONE && outcome.return_code != 0)
+        outcome.reason = errors.reason(invocation.function);
     if (outcome.error_class == KA_DONE) outcome.results = read_results(host, invocation);
     return outcome;
 }
@@ -51,7 +55,8 @@ std::string outcome_text(const CallOutcome &outcome)
     std::string text;
     for (const Result &result : outcome.results)
         text += printable(result.name) + " = " + argument_text(result.value) + "\n";
-    return text + "return code " + std::to_string(outcome.return_code) + "\n";
+    const std::string reason = outcome.reason.empty() ? "" : ": " + printable(outcome.reason);
+    return text + "return code " + std::to_string(outcome.return_code) + reason + "\n";
 }
 
 JsonObject outcome_json(const std::string &function, const CallOutcome &outcome)
@@ -59,11 +64,10 @@ JsonObject outcome_json(const std::string &function, const CallOutcome &outcome)
     JsonObject results;
     for (const Result &result : outcome.results)
         results.add(result.name, argument_json(result.value));
-    return JsonObject()
-        .add("function", function)
-        .add("return_code", outcome.return_code)
-        .add("results", results)
-        .add("milliseconds", milliseconds_json(outcome.milliseconds));
+    JsonObject json;
+    json.add("function", function).add("return_code", outcome.return_code);
+    if (!outcome.reason.empty()) json.add("reason", outcome.reason);
+    return json.add("results", results).add("milliseconds", milliseconds_json(outcome.milliseconds));
 }
 
 static const char *retry_text(int32_t retry)

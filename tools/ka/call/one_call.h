@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/json.h"
+#include "error_output.h"
 #include "values/arguments.h"
 
 struct Invocation {
@@ -27,14 +28,16 @@ struct CallOutcome {
     int32_t return_code;
     double milliseconds; // from the request to the answer
     std::vector<Result> results;
+    std::string reason; // of a return code that is not 0, in the words of the function; may be empty
 };
 
-CallOutcome invoke(ka_host *host, const Invocation &invocation);
+// errors collects what the host writes, if anything does.
+CallOutcome invoke(ka_host *host, const Invocation &invocation, const ErrorOutput &errors);
 
 // A line for each result, and the return code.
 std::string outcome_text(const CallOutcome &outcome);
 
-// "function", "return_code", "results", "milliseconds".
+// "function", "return_code", "reason" if there is one, "results", "milliseconds".
 JsonObject outcome_json(const std::string &function, const CallOutcome &outcome);
 
 // The same for an error: the members that ka_report_json begins with; with the function's name for a call.

@@ -41,7 +41,9 @@ void add_block_options(CLI::App *command, HostOptions &options, const std::strin
 
 int32_t answer_callback(ka_host *, int32_t value, void *user)
 {
-    const Answer answer = answer_to(static_cast<const HostOptions *>(user)->callback, value);
+    const auto *options = static_cast<const HostOptions *>(user);
+    const Answer answer = answer_to(options->callback, value);
+    options->errors.flush();
     std::cerr << "ka: call-back " << value << ", answered " << answer.value
               << (answer.divides_by_zero ? ", since something is divided by zero\n" : "\n");
     return answer.value;

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "call/error_output.h"
 #include "ka/caller.h"
 
 namespace CLI {
@@ -26,6 +27,7 @@ struct HostOptions {
     std::string under;                    // a command line
     std::vector<std::string> under_words; // the same, split
     std::vector<const char *> under_list; // the same, for the library
+    ErrorOutput errors;                   // of the host, if its output is collected
 };
 
 // A text that can be read as a time.

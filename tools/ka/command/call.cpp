@@ -56,12 +56,15 @@ are REALs, 'text' is a STRING, and &... goes by reference.
   {"string":"text","room":20}         with room; "by_reference":true is allowed in every object
   {"integer":3} {"real":"1.5"} {"hex":"00ff"}
 
+A return code other than 0 is shown with its reason where the function has written one on standard error, as "ka:
+FUNCTION: TEXT" (not with --under).
+
 When the module dies, does not answer in time or is interrupted (ctrl-C), standard error shows the function, its
 arguments, how the module ended, and a backtrace (not with --repeat).
 
 Results go to standard output, everything else to standard error. With --json standard output gets one object, of an
 error too. A call: "function", "return_code", "results" by name, "milliseconds" (a string that is not UTF-8 is
-{"hex":"636166e9"}, as --args takes it); with --repeat "calls",
+{"hex":"636166e9"}, as --args takes it), "reason" of a return code; with --repeat "calls",
 "nonzero_calls", "calls_per_second", "min_ms", "median_ms", "p99_ms", "max_ms". An error: "error", "message",
 "retry", "function", and whatever else is known.)";
 
@@ -82,7 +85,8 @@ constexpr int32_t usual_segment_bytes = 1 << 20;
 ka_options settings_of(CallOptions &options)
 {
     ka_options settings = host_options(options, usual_segment_bytes, open_interruption_fd());
-    if (options.repeat > 0) settings.inspector = nullptr; // which costs time in every call
+    if (options.repeat > 0) settings.inspector = nullptr;            // which costs time in every call
+    if (settings.under == nullptr) options.errors.collect(settings); // a command may need the terminal
     return settings;
 }
 
@@ -90,6 +94,7 @@ ka_options settings_of(CallOptions &options)
 
 int show_error(ka_host *host, const CallOptions &options)
 {
+    options.errors.flush();
     const ka_error &error = *ka_last_error(host);
     const bool can_help = error.error_class == KA_TOO_BIG && options.segment_bytes != 0;
     const int status = exit_status_of(error.error_class);
@@ -139,7 +144,7 @@ Calls make_calls(ka_host *host, const CallOptions &options, const Invocation &in
     Calls calls;
     Progress progress("calling " + options.function, static_cast<int64_t>(options.repeat));
     while (calls.timing.calls() < wanted && !calls.interrupted) {
-        calls.last = invoke(host, invocation);
+        calls.last = invoke(host, invocation, options.errors);
         if (calls.last.error_class != KA_DONE) break;
         calls.timing.add(calls.last.milliseconds, calls.last.return_code);
         progress.advance();
@@ -160,11 +165,15 @@ int call_and_show(ka_host *host, const CallOptions &options, const Invocation &i
     return calls.interrupted ? report_error(EXIT_INTERRUPTED, "interrupted " + after) : status;
 }
 
-// A host that is closed at the end.
+// A host that is closed at the end, with all that it has written.
 class Host {
 public:
-    Host() = default;
-    ~Host() { ka_close(host_); }
+    explicit Host(const ErrorOutput &errors) : errors_(errors) {}
+    ~Host()
+    {
+        ka_close(host_);
+        errors_.flush();
+    }
     Host(const Host &) = delete;
     Host &operator=(const Host &) = delete;
 
@@ -176,12 +185,13 @@ public:
     ka_host *get() const { return host_; }
 
 private:
+    const ErrorOutput &errors_;
     ka_host *host_ = nullptr;
 };
 
 int run_prepared(CallOptions &options, const Invocation &invocation)
 {
-    Host host;
+    Host host(options.errors);
     ka_options settings = settings_of(options);
     if (options.segment_bytes == 0) make_room(settings, invocation);
     if (host.open(options, settings) != KA_DONE) return show_error(host.get(), options);
@@ -192,7 +202,7 @@ int run_prepared(CallOptions &options, const Invocation &invocation)
 // started again before anything is called.
 int run_unprepared(CallOptions &options)
 {
-    Host host;
+    Host host(options.errors);
     ka_options settings = settings_of(options);
     const ka_tables *tables = nullptr;
     if (host.open(options, settings) == KA_DONE) tables = ka_host_tables(host.get());

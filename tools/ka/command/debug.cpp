@@ -195,7 +195,7 @@ int call_under_gdb(DebugOptions &options)
     const ka_tables *asked = invocation ? nullptr : ka_host_tables(host.get());
     if (!invocation && asked == nullptr) return show_error(host.get());
     if (!invocation) invocation = invocation_of(options, functions_of(*asked));
-    return show_outcome(host.get(), invoke(host.get(), *invocation));
+    return show_outcome(host.get(), invoke(host.get(), *invocation, options.errors));
 }
 
 int attach_gdb(const std::string &pid)

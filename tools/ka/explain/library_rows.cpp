@@ -106,6 +106,8 @@ constexpr Explanation rows[] = {
     {error, NO_NUMBER, "",
      "error_output is %d; it is KA_STDERR_INHERIT (%d) to KA_STDERR_RING (%d)\n"
      "ring_bytes is %d; KA_STDERR_RING needs at least 1\n"
+     "reasons is %d; it is KA_REASONS_OFF (%d) or KA_REASONS_ON (%d)\n"
+     "reasons is KA_REASONS_ON (%d); it needs error_output KA_STDERR_RING (%d)\n"
      "error_fd %d is not open\n"
      "cancel_fd %d is not open\n"
      "restart is %d; it is KA_RESTART_NEVER (%d) to KA_RESTART_AT_ONCE (%d)\n"

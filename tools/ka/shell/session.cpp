@@ -16,11 +16,13 @@
 Session::~Session()
 {
     ka_close(host_);
+    options_.host.errors.flush();
 }
 
 int Session::open()
 {
     ka_options settings = host_options(options_.host, roomy_segment_bytes, interruption_);
+    if (settings.under == nullptr) options_.host.errors.collect(settings); // a command may need the terminal
     settings.restart = KA_RESTART_NEXT_CALL;
     settings.restart_pause_ms = 0; // who types has paused
     const int32_t error_class = ka_open(&host_, options_.module.c_str(), &settings);
@@ -51,6 +53,7 @@ int Session::show(const std::string &text, int status) const
 
 int Session::show_error(const std::string &function)
 {
+    options_.host.errors.flush();
     const int32_t error_class = ka_last_error(host_)->error_class;
     const std::string remedy = error_class == KA_TOO_BIG ? " (--segment)" : "";
     const int status = report_error_lines(exit_status_of(error_class), place_ + failure_text(host_) + remedy);
@@ -69,7 +72,8 @@ int Session::call_function(const Words &words)
 {
     try {
         const Request request{words[0], {words.begin() + 1, words.end()}, ""};
-        const CallOutcome outcome = invoke(host_, (options_.host.raw ? prepare_raw : prepare)(request, functions_));
+        const CallOutcome outcome =
+            invoke(host_, (options_.host.raw ? prepare_raw : prepare)(request, functions_), options_.host.errors);
         report_restart(outcome.error_class == KA_DONE ? ka_pid(host_) : pid_of_failure(host_));
         const int status = outcome.error_class == KA_DONE ? show_call(outcome, words[0]) : show_error(words[0]);
         take_interruptions();
