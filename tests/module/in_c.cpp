@@ -66,13 +66,7 @@ protected:
     std::int32_t code(const char *function, std::int32_t argument, std::int32_t elements,
                       const Arguments &...arguments)
     {
-        ka::Host unchecked(module(), with(KA_RAW));
-        unchecked.begin(function);
-        (unchecked.add(arguments), ...);
-        ka_descriptor descriptor = unchecked.descriptor(argument);
-        descriptor.elcnt = elements;
-        unchecked.set_descriptor(argument, descriptor);
-        return unchecked.send();
+        return code_with_elements(module(), with(KA_RAW), function, argument, elements, arguments...);
     }
 
     ka::Host host{module(), with(ka::Options().checking)};

@@ -111,32 +111,17 @@ namespace {
 // Of an argument of no element, or even fewer, nothing is read.
 class NoElement : public Parameters {
 protected:
-    static ka::Options raw()
-    {
-        ka::Options options = in_layout();
-        options.checking = KA_RAW;
-        return options;
-    }
     // Of a module that is built without and one that is built with the sanitizers, which end it at a wrong access.
     template <typename... Arguments>
     std::int32_t code(const char *function, std::int32_t argument, std::int32_t elements,
                       const Arguments &...arguments)
     {
-        const std::int32_t sanitized = code_of("ordinary_checked", function, argument, elements, arguments...);
-        EXPECT_EQ(code_of("ordinary", function, argument, elements, arguments...), sanitized);
+        const auto code_of = [&](const char *module) {
+            return code_with_elements(module_path(module), in_layout(), function, argument, elements, arguments...);
+        };
+        const std::int32_t sanitized = code_of("ordinary_checked");
+        EXPECT_EQ(code_of("ordinary"), sanitized);
         return sanitized;
-    }
-    template <typename... Arguments>
-    std::int32_t code_of(const char *module, const char *function, std::int32_t argument, std::int32_t elements,
-                         const Arguments &...arguments)
-    {
-        ka::Host unchecked(module_path(module), raw());
-        unchecked.begin(function);
-        (unchecked.add(arguments), ...);
-        ka_descriptor descriptor = unchecked.descriptor(argument);
-        descriptor.elcnt = elements;
-        unchecked.set_descriptor(argument, descriptor);
-        return unchecked.send();
     }
 };
 IN_BOTH_LAYOUTS(NoElement);
