@@ -290,6 +290,14 @@ void take_placed(Argument &a, const std::string &bytes)
     }
 }
 
+// Not null where there are no elements.
+template <typename T>
+T *first_of(std::vector<T> &values)
+{
+    static T none{};
+    return values.empty() ? &none : values.data();
+}
+
 class There {
 public:
     explicit There(std::int32_t layout)
@@ -323,7 +331,7 @@ public:
     std::uint32_t scratch() const { return *static_cast<std::uint32_t *>(ka_scratch(host_, nullptr)); }
 
 private:
-    void add(const Argument &a, std::int32_t number)
+    void add(Argument &a, std::int32_t number)
     {
         std::vector<ka_text> texts;
         for (const std::string &text : a.texts)
@@ -333,13 +341,13 @@ private:
             const std::string bytes = placed(a);
             ka_add_string(host_, bytes.data(), static_cast<std::int32_t>(bytes.size()), 0, KA_BY_REFERENCE);
         } else if (a.form == KA_TEST_INT32) {
-            ka_add_integers(host_, a.integers.data(), count, a.by_reference);
+            ka_add_integers(host_, first_of(a.integers), count, a.by_reference);
         } else if (a.form == KA_TEST_DOUBLE) {
-            ka_add_doubles(host_, a.doubles.data(), count, a.by_reference);
+            ka_add_doubles(host_, first_of(a.doubles), count, a.by_reference);
         } else if (a.form == KA_TEST_REAL) {
-            ka_add_reals(host_, a.reals.data(), count, a.by_reference);
+            ka_add_reals(host_, first_of(a.reals), count, a.by_reference);
         } else {
-            ka_add_strings(host_, texts.data(), count, a.room, a.by_reference);
+            ka_add_strings(host_, first_of(texts), count, a.room, a.by_reference);
         }
         if (!a.is_unusual() && a.count >= 0) return;
         ka_descriptor descriptor;
@@ -368,9 +376,9 @@ private:
             return take_placed(a, bytes);
         }
         const std::int32_t count = a.elements();
-        if (a.form == KA_TEST_INT32) ka_get_integers(host_, number, a.integers.data(), count);
-        if (a.form == KA_TEST_DOUBLE) ka_get_doubles(host_, number, a.doubles.data(), count);
-        if (a.form == KA_TEST_REAL) ka_get_reals(host_, number, a.reals.data(), count);
+        if (a.form == KA_TEST_INT32) ka_get_integers(host_, number, first_of(a.integers), count);
+        if (a.form == KA_TEST_DOUBLE) ka_get_doubles(host_, number, first_of(a.doubles), count);
+        if (a.form == KA_TEST_REAL) ka_get_reals(host_, number, first_of(a.reals), count);
         for (std::int32_t k = 0; a.form == KA_TEST_STRING && k < count; k++) {
             std::string &text = a.texts[static_cast<std::size_t>(k)];
             ka_get_string(host_, number, k, nullptr, 0, &length);
