@@ -63,14 +63,18 @@ foreach(bits IN LISTS KA_WORLDS)
               TEXT "headers and libraries to call function modules" ${modules} .
                    "With this package, an interpreter is made that calls them.")
   else()
-    # gcc-multilib conflicts with every cross compiler, and a dependency would remove those.
+    # gcc-multilib conflicts with every cross compiler, and apt removes packages for a recommended one, too, also for one that
+    # libc6-dev-i386 recommends: neither is asked for where a cross compiler, which has one of these, is installed.
+    execute_process(COMMAND gcc -dumpversion OUTPUT_VARIABLE gcc OUTPUT_STRIP_TRAILING_WHITESPACE)
+    string(REGEX MATCH "^[0-9]+" gcc "${gcc}")
+    set(cross "gcc-${gcc}-cross-base | gcc-${gcc}-cross-base-ports | gcc-${gcc}-cross-base-mipsen")
     ka_package_name(own_dev kahost ${KA_OWN_WORLD} -dev)
     ka_package_name(own_call_dev kacall ${KA_OWN_WORLD} -dev)
     ka_debian(${host} libs
               TEXT "call host for function modules of ${bits} bits" ${modules} .
                    "This library provides main for such a module of ${bits} bits.")
-    ka_debian(${host_dev} libdevel DEPENDS "${host} ${same}" "${own_dev} ${same}" libc6-dev-i386
-              RECOMMENDS gcc-multilib SUGGESTS g++-multilib
+    ka_debian(${host_dev} libdevel DEPENDS "${host} ${same}" "${own_dev} ${same}"
+              RECOMMENDS "gcc-multilib | ${cross}" "g++-multilib | ${cross}"
               TEXT "libraries to write function modules of ${bits} bits" ${modules} .
                    "With this package, \"cc -m32 -msse2 -mfpmath=sse module.c -lkahost -o module\""
                    "builds one of ${bits} bits.")
