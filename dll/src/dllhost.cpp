@@ -190,8 +190,9 @@ bool calls_are_the_hosts(void)
     sigaction(SIGUSR2, nullptr, &now);
     uint64_t mask; /* of the larger set no more is filled in */
     memcpy(&mask, &now.sa_mask, sizeof mask);
-    const bool is_plain = mask == 0 && (now.sa_flags & (SA_NODEFER | SA_RESETHAND | SA_ONSTACK)) == 0;
-    return is_plain && (now.sa_flags & SA_SIGINFO) != 0 && now.sa_sigaction == call_handler;
+    const auto flags = static_cast<uint32_t>(now.sa_flags);
+    const bool is_plain = mask == 0 && (flags & (SA_NODEFER | SA_RESETHAND | SA_ONSTACK)) == 0;
+    return is_plain && (flags & SA_SIGINFO) != 0 && now.sa_sigaction == call_handler;
 }
 
 /* What is not the host's goes the way that the signal would have gone. */

@@ -92,7 +92,8 @@ static bool multiply_at_once(const t_DECIMAL *a, const t_DECIMAL *b, __m128i bot
 
     /* The carry out of the first column, and columns 0 to 6. */
     __m128i quads = _mm_cvtsi32_si128(static_cast<int>(highest) | first << 16);
-    quads = _mm_insert_epi16(_mm_insert_epi16(quads, third, 2), fifth, 3);
+    quads = _mm_insert_epi16(quads, static_cast<int16_t>(third), 2);
+    quads = _mm_insert_epi16(quads, static_cast<int16_t>(fifth), 3);
     __m128i digits = wire::digits_of_quads(quads);
     int last = fifth % DEC_BASE;
     int guard = rest / DEC_BASE;
