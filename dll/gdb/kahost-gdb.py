@@ -486,6 +486,8 @@ class Debug(StopIn):
         self.quits = True
 
     def invoke(self, name, from_tty):
+        if gdb.selected_inferior().pid == 0:  # it has ended without a call
+            gdb.execute("quit")
         gdb.events.gdb_exiting.connect(self.leave)
         gdb.events.exited.connect(self.end)
         super().invoke(name, from_tty)

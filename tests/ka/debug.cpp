@@ -145,6 +145,20 @@ TEST(KaDebug, knows_a_module_of_one_file)
     std::filesystem::remove(module);
 }
 
+TEST(KaDebug, ends_where_the_host_ends_without_a_call)
+{
+    const TypedLines place("");
+    const std::string module = place.path + ".module"; // whose tables nobody finds: -rdynamic is missing
+    ASSERT_EQ(output_of(KA_C_COMPILER + module_flag() + "-I" KA_BUILD "/include " + debug_source + " -L" +
+                        library_folder(KA_BUILD) + " -l:libkahost.a -o " + module),
+              "");
+    const Outcome outcome = debug({module, "ask", "21", "0"}, "");
+    EXPECT_EQ(outcome.status, 4);
+    EXPECT_EQ(outcome.err, "ka: " + module + ": its tables cannot be read: not a module: KaFuncList is missing\n");
+    EXPECT_EQ(outcome.out.find("Fatal signal"), std::string::npos) << outcome.out;
+    std::filesystem::remove(module);
+}
+
 TEST(KaDebug, stops_in_the_dispatcher_where_that_is_the_body)
 {
     const Outcome outcome = debug({debugged, "add one", "41", "0"}, "p index\np *(int *)argv[1]\ncontinue\n");
