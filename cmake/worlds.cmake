@@ -124,6 +124,8 @@ function(ka_objects name bits)
   cmake_parse_arguments(arg "" "" "SOURCES;INCLUDES;NEEDS" ${ARGN})
   set(target ${name}_${bits})
   add_library(${target} OBJECT ${arg_SOURCES})
+  # Whatever a project that includes this one asks for: sources repeat names, and archives are made of plain objects.
+  set_target_properties(${target} PROPERTIES UNITY_BUILD OFF INTERPROCEDURAL_OPTIMIZATION OFF)
   ka_world(${target} ${bits})
   target_link_libraries(${target} PRIVATE ka_freestanding)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}) # wire/
