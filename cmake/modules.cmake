@@ -31,7 +31,7 @@ function(ka_package folder to_prefix includedir libdir_32 libdir_64)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/package/KaConfig.cmake.in ${folder}/KaConfig.cmake @ONLY)
   # For both word sizes: KaConfig.cmake looks for what the project needs.
   write_basic_package_version_file(${folder}/KaConfigVersion.cmake COMPATIBILITY SameMinorVersion ARCH_INDEPENDENT)
-  foreach(file KaModules.cmake toolchain-32.cmake)
+  foreach(file KaModules.cmake KaWordSize.cmake toolchain-32.cmake)
     configure_file(${PROJECT_SOURCE_DIR}/cmake/package/${file} ${folder}/${file} COPYONLY)
   endforeach()
 endfunction()

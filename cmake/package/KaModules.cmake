@@ -5,8 +5,10 @@
 #       BITS 32 is a 32-bit module. STATIC: the call host is linked in, and the module is one file. It is an ordinary
 #       executable target, for target_link_libraries and all else.
 #   ka_add_module_test(NAME MODULE MODULE-TARGET SOURCE ...)
-#       a unit test: a program with a main of its own, with the module's objects, libraries and word size, and a test of ctest
+#       a unit test: a program with a main of its own, with the module's objects, libraries, options of the linker and word
+#       size, and a test of ctest
 include_guard(GLOBAL)
+include("${CMAKE_CURRENT_LIST_DIR}/KaWordSize.cmake")
 
 function(ka_add_module name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "STATIC" "BITS" "")
@@ -63,6 +65,10 @@ function(ka_add_module_test name)
   add_executable(${name} ${arg_UNPARSED_ARGUMENTS} $<TARGET_OBJECTS:${arg_MODULE}>)
   set_property(TARGET ${name} APPEND PROPERTY LINK_LIBRARIES ${host}
                "$<FILTER:$<TARGET_PROPERTY:${arg_MODULE},LINK_LIBRARIES>,EXCLUDE,^Ka::Host>")
+  # -fsanitize=address, for one
+  foreach(property IN ITEMS LINK_OPTIONS LINK_DIRECTORIES)
+    set_property(TARGET ${name} APPEND PROPERTY ${property} "$<TARGET_PROPERTY:${arg_MODULE},${property}>")
+  endforeach()
   set_property(TARGET ${name} PROPERTY KA_BITS ${bits})
   cmake_language(EVAL CODE "cmake_language(DEFER CALL _ka_check_libraries [[${name}]])")
   add_test(NAME ${name} COMMAND ${name})
@@ -100,19 +106,21 @@ function(_ka_check_libraries module)
   endforeach()
 endfunction()
 set(_ka_toolchain_32 "${CMAKE_CURRENT_LIST_DIR}/toolchain-32.cmake" CACHE INTERNAL "")
+set(_ka_word_size "${CMAKE_CURRENT_LIST_DIR}/KaWordSize.cmake" CACHE INTERNAL "")
 
 # ITEM is what the module is linked with because the project ASKED for something.
 function(_ka_check_library module asked item)
   get_target_property(bits ${module} KA_BITS)
   get_target_property(checked ${module} KA_CHECKED)
   string(REGEX REPLACE "^\\$<(LINK_ONLY|BUILD_INTERFACE):(.*)>$" "\\2" item "${item}")
-  if(item IN_LIST checked)
+  if(item IN_LIST checked OR item MATCHES "^Ka::")
     return()
   endif()
   set_property(TARGET ${module} APPEND PROPERTY KA_CHECKED "${item}")
   set(files "")
   if(TARGET "${item}")
     _ka_files(files ${item})
+    _ka_check_when_linked(${module} ${item})
     get_target_property(needed ${item} INTERFACE_LINK_LIBRARIES)
     foreach(next IN LISTS needed)
       _ka_check_library(${module} "${asked}" "${next}")
@@ -131,6 +139,29 @@ function(_ka_check_library module asked item)
   endforeach()
 endfunction()
 
+# A library that the project itself makes, in a word size that its options decide.
+function(_ka_check_when_linked module library)
+  get_target_property(aliased ${library} ALIASED_TARGET)
+  if(aliased)
+    set(library ${aliased})
+  endif()
+  get_target_property(bits ${module} KA_BITS)
+  get_target_property(imported ${library} IMPORTED)
+  get_target_property(type ${library} TYPE)
+  math(EXPR own "8 * ${CMAKE_SIZEOF_VOID_P}")
+  if(bits EQUAL own OR imported OR NOT type MATCHES "^(STATIC|SHARED|OBJECT)_LIBRARY$")
+    return()
+  endif()
+  set(files "$<TARGET_LINKER_FILE:${library}>")
+  if(type STREQUAL OBJECT_LIBRARY)
+    set(files "$<TARGET_OBJECTS:${library}>")
+  endif()
+  add_custom_command(
+    TARGET ${module} PRE_LINK
+    COMMAND ${CMAKE_COMMAND} -DMODULE=${module} -DBITS=${bits} -DLIBRARY=${library} "-DFILES=${files}" -P "${_ka_word_size}"
+    VERBATIM)
+endfunction()
+
 # The files of an imported library.
 function(_ka_files out target)
   set(files "")
@@ -146,33 +177,4 @@ function(_ka_files out target)
     endforeach()
   endif()
   set(${out} ${files} PARENT_SCOPE)
-endfunction()
-
-# 32 or 64, the word size of a library or of an archive's first object; nothing for other files.
-function(_ka_class out file)
-  set(${out} "" PARENT_SCOPE)
-  if(NOT EXISTS "${file}" OR IS_DIRECTORY "${file}")
-    return()
-  endif()
-  set(at 0)
-  file(READ "${file}" magic LIMIT 8 HEX)
-  if(magic STREQUAL 213c617263683e0a) # !<arch>
-    set(at 8)
-    while(TRUE) # over the archive's tables of names
-      math(EXPR size_at "${at} + 48")
-      file(READ "${file}" name OFFSET ${at} LIMIT 16)
-      file(READ "${file}" size OFFSET ${size_at} LIMIT 10)
-      math(EXPR at "${at} + 60")
-      if(NOT name MATCHES "^/(/|SYM64/)? " OR NOT size MATCHES "^[0-9]+")
-        break()
-      endif()
-      math(EXPR at "(${at} + ${CMAKE_MATCH_0} + 1) / 2 * 2")
-    endwhile()
-  endif()
-  file(READ "${file}" head OFFSET ${at} LIMIT 5 HEX)
-  if(head STREQUAL 7f454c4601)
-    set(${out} 32 PARENT_SCOPE)
-  elseif(head STREQUAL 7f454c4602)
-    set(${out} 64 PARENT_SCOPE)
-  endif()
 endfunction()
