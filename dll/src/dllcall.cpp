@@ -43,6 +43,8 @@ int32_t find_function(void)
         return KA_TOO_MANY_ARGS;
     }
     const t_DLL_ARG name = u_get_arg(0);
+    /* KEPT: one code for two faults, 8, which an argument of a wrong value type has too; 9 is the code of three: no
+       name, too many arguments, too few. Test: Refusals.name_that_is_no_string_is_8. */
     if (name.type != DLL_STRING) {
         trace_name_type();
         return KA_WRONG_TYPE;

@@ -98,6 +98,8 @@ void write_descriptor(int32_t i, const void *origin)
 
 } // namespace
 
+/* KEPT: lines of the block end with carriage return and line feed, all other lines of the trace with a line feed.
+   Test: TraceBlock.name_and_two_integers_are_three_descriptors. */
 void write_block(void)
 {
     const int32_t argc = u_get_argc();
@@ -234,7 +236,9 @@ void write_call(void)
 }
 
 /* KEPT: an array of exactly one element leaves its value without a line end, and the next name follows on the same
-   line. Test: Trace.array_of_one_element_has_no_line_end. */
+   line. Test: Trace.array_of_one_element_has_no_line_end.
+   KEPT: of several elements that a kind without "Array" in its name has got, only the first is shown.
+   Test: Trace.scalar_kind_shows_the_first_element_only. */
 void write_value(const t_DLL_PROTO *proto, const t_DLL_ARG &arg, int32_t slot)
 {
     fprintf(stderr, " %s", proto->name);

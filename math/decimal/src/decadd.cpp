@@ -172,6 +172,8 @@ static int add_at_once(const t_DECIMAL *a, const t_DECIMAL *b, uint8_t b_pos, __
 static int add(const t_DECIMAL *a, const t_DECIMAL *b, uint8_t b_pos, t_DECIMAL *result)
 {
     if (dec_isnull(a) || b_pos == DEC_NULL) return dec_give_null(result);
+    /* KEPT: with a zero the other operand is the result as it is, even if it is not in normal form.
+       Test: Decadd.zero_operand_gives_the_other_one_as_it_is. */
     if (dec_iszero(a)) return give_copy(b, b_pos, result);
     if (dec_iszero(b)) return dec_give_copy(a, result);
 #ifdef __SSE2__

@@ -42,6 +42,8 @@ int stdecimal(const t_DECIMAL *value, void *field, int length)
         count = length - 1;
         if (round_digits(digits, count)) exponent++;
     }
+    /* KEPT: a zero with sign byte 0 is stored without its sign, and loads as a positive zero.
+       Test: Stdecimal.zero_is_stored_positive_whatever_its_sign_byte. */
     if (dec_isnegative(value) && !dec_iszero(value)) {
         exponent = ~exponent;
         complement(digits, count);
