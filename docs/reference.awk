@@ -11,7 +11,7 @@
 
 function comment_text(line)
 {
-    sub(/^ *(\/\*|\*\/|\*|\/\/) ?/, "", line)
+    sub(/^ *(\/\*+|\*\/|\*|\/\/) ?/, "", line)
     sub(/ *\*\/ *$/, "", line)
     return line
 }
@@ -139,10 +139,10 @@ function add_constants(line, parts, count, i)
     sub(/}.*/, "", line)
     count = split(line, parts, ",")
     for (i = 1; i <= count; i++)
-        if (match(parts[i], /[A-Z][A-Z_0-9]+/) && parts[i] ~ /^ *[A-Z][A-Z_0-9]+ *(=.*)?$/) add_symbol(substr(parts[i], RSTART, RLENGTH), "other")
+        if (parts[i] ~ /^ *[A-Za-z][A-Za-z_0-9]+ *(=.*)?$/ && match(parts[i], /[A-Za-z][A-Za-z_0-9]+/)) add_symbol(substr(parts[i], RSTART, RLENGTH), "other")
 }
 
-function find_symbols(code, lines, count, i, line, in_enum)
+function find_symbols(code, lines, count, i, line, in_enum, in_record)
 {
     count = split(code, lines, "\n")
     for (i = 1; i <= count; i++) {
@@ -150,14 +150,21 @@ function find_symbols(code, lines, count, i, line, in_enum)
         if (line ~ /^(typedef )?enum *[a-z0-9_: ]*{/ && line !~ /^enum class/) in_enum = 1
         if (in_enum) add_constants(line)
         if (in_enum && line ~ /}/) { in_enum = 0; continue }
+        if (in_record && match(line, /^} [A-Za-z_0-9]+;/)) add_symbol(substr(line, 3, RLENGTH - 3), "other")
+        in_record = line ~ /^typedef (struct|union) {/ || (in_record && line !~ /^}/) # without a tag
         if (in_enum || line !~ /^[#A-Za-z_]/ || line ~ /^(template|public:|static_assert)/) continue
         gsub(/__attribute__\(\([^)]*(\([^)]*\))?\)\) */, "", line)
         if (line ~ /^#define /) {
             sub(/^#define /, "", line)
             match(line, /^[A-Za-z_0-9]+/)
             add_symbol(substr(line, 1, RLENGTH), "other")
+        } else if (is_cpp && line ~ /^(struct|class) [A-Za-z_0-9]+;/) {
+            continue # it is declared elsewhere
         } else if (match(line, /^(typedef )?(struct|class|union|enum class) [A-Za-z_0-9]+/)) {
             add_symbol(qualified(last_word(substr(line, 1, RLENGTH))), "other")
+        } else if (line ~ /^typedef .*\(\*/) { # of a function
+            sub(/\) *\(.*/, "", line)
+            add_symbol(last_word(line), "other")
         } else if (line ~ /^using /) {
             sub(/ *=.*/, "", line)
             add_symbol(qualified(last_word(line)), "other")
@@ -173,7 +180,7 @@ function find_symbols(code, lines, count, i, line, in_enum)
 
 function qualified(symbol)
 {
-    return symbol != "" && is_cpp ? "ka::" symbol : symbol
+    return symbol != "" ? space symbol : symbol
 }
 
 function anchor_of(symbol)
@@ -258,7 +265,10 @@ function is_left_out(line)
         skipped_depth = 1
         next
     }
-    if ($0 ~ /^namespace ka {/) is_cpp = 1
+    if (match($0, /^namespace ka(::[a-z_]+)* {/)) {
+        space = substr($0, 11, RLENGTH - 12) "::" # of the names from here on
+        is_cpp = 1
+    }
     if (match($0, /^(\/\*|\/\/) ---- /)) {
         flush()
         title = substr($0, RLENGTH + 1)
