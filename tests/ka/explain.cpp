@@ -347,6 +347,8 @@ TEST(KaExplain, knows_what_is_said_of_a_first_build)
         {"echo 'int KaFuncList, KaArgList, KaCall, decadd;' >m.c && " + cc + "m.c -L$L -l:libkahost.a",
          "multiple definition of `decadd'"},
         {cc + "empty.c -lkahost", "cannot find -lkahost"},
+        {"echo 'int ka_open(void); int main(void) { return ka_open(); }' >m.c && " + cc + "m.c",
+         "undefined reference to `ka_open'"},
         {cc + "-w -c module.c", "fatal error: ka/dll_module.h: No such file or directory"},
         {std_headers, "fatal error: bits/libc-header-start.h: No such file or directory"},
         {std_headers, "fatal error: sys/cdefs.h: No such file or directory"},
@@ -395,6 +397,14 @@ TEST(KaExplain, knows_what_is_said_of_two_word_sizes_in_one_module)
                          "wrong ELF class: ELFCLASS"});
     }
     expect_known(cases);
+}
+
+// In each form that gdb and strace have.
+TEST(KaExplain, knows_that_a_tracer_is_refused)
+{
+    for (const char *text :
+         {"ptrace: Operation not permitted.", "strace: attach: ptrace(PTRACE_SEIZE, 1851): Operation not permitted"})
+        EXPECT_EQ(explained(text).size(), 1u) << text;
 }
 
 TEST(KaExplain, knows_an_exit_status_as_it_is_told)

@@ -193,8 +193,9 @@ int run_explain(const Options &options)
     if (rows.empty()) {
         const bool may_be_own = is_number(options.text);
         const std::string remedy = may_be_own ? "; as the return code of a call it is the function's own" : "";
-        return report_failure(KA_ARGUMENT, "nothing is known about '" + shortened(options.text) + "'" + remedy,
-                              options.form());
+        const std::string what =
+            options.text == "-" ? "any line of standard input" : "'" + shortened(options.text) + "'";
+        return report_failure(KA_ARGUMENT, "nothing is known about " + what + remedy, options.form());
     }
     const std::string text = options.json ? json_of(rows) : options.markdown ? markdown_of(rows) : show(rows);
     return write_results(text, EXIT_DONE);

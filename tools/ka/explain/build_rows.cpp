@@ -34,7 +34,11 @@ constexpr Explanation rows[] = {
     {building, NO_NUMBER, "", "cannot find -lkahost%s\nunable to find library -lkahost",
      "the linker does not find a libkahost.so of the module's word size",
      "-L is missing, or names another folder, or that of the other word size",
-     "-Lbuild/lib64 -Wl,-rpath,$PWD/build/lib64 -lkahost; with -m32 it is build/lib in both places"},
+     "on Debian: apt-get install libkahost-dev, for -m32 lib32kahost-dev. Elsewhere give the folder by -L and "
+     "-Wl,-rpath: under ka --prefix it is lib, for -m32 lib32; in the source tree build/lib64, for -m32 build/lib"},
+    {building, NO_NUMBER, "", "undefined reference to `ka_%s'\nundefined symbol: ka_%s",
+     "the program lacks the caller's library, or of a unit test that of tests",
+     "-lkacall, or -lkahost_test, is missing, or comes before the sources", "give it after the sources"},
     {building, NO_NUMBER, "",
      "skipping incompatible %s when searching for -lkahost\n"
      "i386 architecture of input file %s is incompatible with i386:x86-64 output\n"
@@ -44,9 +48,8 @@ constexpr Explanation rows[] = {
      "parts of 32 and of 64 bits were given to one program",
      "-m32 was given at compiling and not at linking, or the other way round; or -L names the folder of the other "
      "word size",
-     "give -m32 (with -msse2 -mfpmath=sse) to every compiler and linker call of a module and use build/lib; or to "
-     "none, "
-     "and use build/lib64"},
+     "give -m32 (with -msse2 -mfpmath=sse) to every compiler and linker call of a module, or to none; see ka explain "
+     "'cannot find -lkahost' for the folders"},
     {building, NO_NUMBER, "",
      "skipping incompatible %s when searching for -lgcc\n"
      "cannot find -lgcc%s\n"
@@ -76,8 +79,14 @@ constexpr Explanation rows[] = {
      "with -m32: g++-multilib is not installed; without: g++ is not",
      "on Debian: apt-get install g++-multilib, or g++; a module in C needs no C++ library: link it with cc"},
     {building, NO_NUMBER, "", "fatal error: ka/%s: No such file or directory",
-     "the compiler does not find the headers for modules", "-I is missing, or names another folder",
-     "-Ibuild/include"},
+     "the compiler does not find kahost's headers",
+     "they are not installed; or -I is missing, or names another folder",
+     "on Debian: apt-get install libkahost-dev, for callers libkacall-dev; elsewhere give -I$(ka --prefix)/include"},
+    {"message of gdb or strace", NO_NUMBER, "", "ptrace%s: Operation not permitted",
+     "the system does not let another process examine the host",
+     "ka call traces the hosts that it starts, and a process has one tracer; or /proc/sys/kernel/yama/ptrace_scope "
+     "is not 0",
+     "ka debug MODULE FUNCTION, or ka call --no-inspect; with ptrace_scope 1 let gdb start the host, or be root"},
     {starting, 127, "", "error while loading shared libraries: libkahost.so%s: cannot open shared object file",
      "the module does not find the call host", "it was linked without -Wl,-rpath, or the build was moved",
      "link with -Wl,-rpath,FOLDER, or set LD_LIBRARY_PATH; ka check MODULE shows where it looks"},
