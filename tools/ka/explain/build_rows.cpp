@@ -31,13 +31,14 @@ constexpr Explanation rows[] = {
      "interface",
      "one KA_MODULE for a module; give the function another name, or link with -lkahost, beside which any name will "
      "do"},
-    {building, NO_NUMBER, "", "cannot find -lkahost%s\nunable to find library -lkahost",
-     "the linker does not find a libkahost.so of the module's word size",
+    {building, NO_NUMBER, "", "cannot find -lka%s\nunable to find library -lka%s",
+     "the linker does not find that library in the word size of the module or program",
      "-L is missing, or names another folder, or that of the other word size",
-     "on Debian: apt-get install libkahost-dev, for -m32 lib32kahost-dev. Elsewhere give the folder by -L and "
+     "on Debian: apt-get install libkahost-dev or libkacall-dev, for -m32 lib32kahost-dev or lib32kacall-dev. "
+     "Elsewhere give the folder by -L and "
      "-Wl,-rpath: under ka --prefix it is lib, for -m32 lib32; in the source tree build/lib64, for -m32 build/lib"},
     {building, NO_NUMBER, "", "undefined reference to `ka_%s'\nundefined symbol: ka_%s",
-     "the program lacks the caller's library, or of a unit test that of tests",
+     "the program lacks libkacall, or a unit test libkahost_test",
      "-lkacall, or -lkahost_test, is missing, or comes before the sources", "give it after the sources"},
     {building, NO_NUMBER, "",
      "skipping incompatible %s when searching for -lkahost\n"
