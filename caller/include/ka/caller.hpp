@@ -22,6 +22,10 @@
 #ifndef KA_CALLER_HPP
 #define KA_CALLER_HPP
 
+#if __cplusplus < 201703L
+#error "ka/caller.hpp is C++17: give the compiler -std=c++17 or a later standard"
+#endif
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

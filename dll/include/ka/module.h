@@ -34,6 +34,10 @@
 #ifndef KA_MODULE_H
 #define KA_MODULE_H
 
+#if !defined __cplusplus && (!defined __STDC_VERSION__ || __STDC_VERSION__ < 201112L)
+#error "ka/module.h is C11: give the compiler -std=c11 or a later standard"
+#endif
+
 #include <assert.h>
 #include <stddef.h>
 #include <stdint.h>

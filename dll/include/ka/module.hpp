@@ -29,6 +29,10 @@
 #ifndef KA_MODULE_HPP
 #define KA_MODULE_HPP
 
+#if __cplusplus < 201703L
+#error "ka/module.hpp is C++17: give the compiler -std=c++17 or a later standard"
+#endif
+
 #include <cstddef>
 #include <cstdint>
 

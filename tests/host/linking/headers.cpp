@@ -74,6 +74,22 @@ TEST_P(Headers, compile_alone_without_warnings)
         EXPECT_EQ(complaints(GetParam(), {header}), "");
 }
 
+// Nothing but the reason: an older standard is what some compilers take without an option.
+TEST(OlderLanguages, are_refused_by_name_first)
+{
+    const std::string gcc = "g++ -x c++ -std=c++14 -fmax-errors=1",
+                      clang = "clang++ -x c++ -std=c++14 -ferror-limit=1";
+    for (const auto &[header, command] : {std::pair<std::string, std::string>{"ka/module.hpp", gcc},
+                                          {"ka/module.hpp", clang},
+                                          {"ka/module_test.hpp", gcc},
+                                          {"ka/caller.hpp", gcc}}) {
+        const std::string said = complaints({"", command.c_str()}, {header});
+        EXPECT_NE(said.find("\"" + header + " is C++17: "), std::string::npos) << said;
+    }
+    const std::string said = complaints({"", "gcc -x c -std=c99 -fmax-errors=1"}, {"ka/module.h"});
+    EXPECT_NE(said.find("\"ka/module.h is C11: "), std::string::npos) << said;
+}
+
 INSTANTIATE_TEST_SUITE_P(Languages, Headers, testing::ValuesIn(languages),
                          [](const auto &language) { return std::string(language.param.name); });
 

@@ -20,6 +20,10 @@
 #ifndef KA_MODULE_TEST_HPP
 #define KA_MODULE_TEST_HPP
 
+#if __cplusplus < 201703L
+#error "ka/module_test.hpp is C++17: give the compiler -std=c++17 or a later standard"
+#endif
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
