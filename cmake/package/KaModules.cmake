@@ -31,7 +31,7 @@ function(ka_add_module name)
   endif()
   if(NOT TARGET ${host})
     message(FATAL_ERROR "ka_add_module: ${name}: the target ${host}, the call host of ${arg_BITS}-bit modules, is missing:"
-                        " it is not installed, or find_package(Ka COMPONENTS Host) was not asked for it")
+                        " it is not installed, or this folder has no find_package(Ka COMPONENTS Host)")
   endif()
   add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
   # Not by target_link_libraries, after which a project could no longer choose between its two forms.
@@ -60,7 +60,7 @@ function(ka_add_module_test name)
   endif()
   if(NOT TARGET ${host})
     message(FATAL_ERROR "ka_add_module_test: ${name}: the target ${host}, the library of ${bits}-bit module tests, is missing:"
-                        " it is not installed, or find_package(Ka COMPONENTS Host) was not asked for it")
+                        " it is not installed, or this folder has no find_package(Ka COMPONENTS Host)")
   endif()
   add_executable(${name} ${arg_UNPARSED_ARGUMENTS} $<TARGET_OBJECTS:${arg_MODULE}>)
   set_property(TARGET ${name} APPEND PROPERTY LINK_LIBRARIES ${host}
