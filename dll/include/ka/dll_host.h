@@ -53,8 +53,8 @@ KA_API t_DLL_FUNCINFO *KaFuncInfo(void);
 
 /* One argument of the call in progress: x is a pointer from argv, or a position (0 is the first argument, as in argv;
    u_get_arg counts it as 1). A VarArg, IntByReference, RealByReference or String with several elements is reported as
-   the array kind. Null when there is no such argument. The record is static; the next call of this function overwrites
-   it. */
+   the array kind. Null when there is no such argument. The record is static; the next call of this function
+   overwrites it. */
 KA_API t_DLL_ARGINFO *KaArgInfo(uintptr_t x);
 
 /* Trace level, 0 at start: how much the host writes on standard error about each call. Set by the module, or from
