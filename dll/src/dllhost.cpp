@@ -52,8 +52,8 @@ void read_arguments(int argc, char **argv)
         fprintf(stderr, "%s: Illegal call\n", argv[0]);
         exit(KA_EXIT_START);
     }
-    /* KEPT: text without digits is 0, here and behind the colon: "x1:" asks for segment 0 in layout 0, and is no
-       illegal argument. Test: CommandLine.text_without_digits_is_identifier_0_and_fails_to_attach. */
+    /* KEPT: text without digits is 0, here and behind the colon: "x1:" asks for segment 0 in layout 0, and is not
+       an illegal argument. Test: CommandLine.text_without_digits_is_identifier_0_and_fails_to_attach. */
     shm_id = read_number(argv[1]);
     dll_compat = 0;
     const char *colon = strchr(argv[1], ':');

@@ -49,7 +49,7 @@ int deccvfix(int32_t value, t_DECIMAL *result)
     return give_integer(value, result);
 }
 
-/* KEPT: the most negative integer is no value but the integer form of null, and gives null; m_cv_int gives the value.
+/* KEPT: the most negative integer is the integer form of null, and gives null; m_cv_int gives the value.
    Test: Deccvint32.most_negative_integer_is_null. */
 int deccvint16(int16_t value, t_DECIMAL *result)
 {
