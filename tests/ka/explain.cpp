@@ -421,6 +421,16 @@ TEST(KaExplain, knows_an_exit_status_as_it_is_told)
         EXPECT_FALSE(explained("exit status " + std::to_string(status)).empty());
 }
 
+TEST(KaExplain, knows_a_return_code_as_it_is_shown)
+{
+    EXPECT_TRUE(has(explained("return code 8"), "KA_WRONG_TYPE", 8));
+    EXPECT_TRUE(has(explained("code 18"), "KASTR_NO_ROOM", 18));
+    EXPECT_TRUE(has(explained("return code 23 (f: out of range)"), "REAL_RANGE", 23));
+    EXPECT_FALSE(has(explained("return code 8"), "SIGFPE", 8));
+    EXPECT_FALSE(has(explained("return code 2"), "KA_EXIT_START", 2));
+    EXPECT_TRUE(has(explained("exit 2"), "KA_EXIT_START", 2));
+}
+
 TEST(KaExplain, says_most_first_and_nothing_twice)
 {
     EXPECT_EQ(explained("calling add, argc = 3").size(), 1u);

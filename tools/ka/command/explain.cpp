@@ -191,7 +191,7 @@ int run_explain(const Options &options)
         return report_failure(KA_ARGUMENT, "a number, a name or a message is missing", options.form());
     const Rows rows = rows_wanted(options);
     if (rows.empty()) {
-        const bool may_be_own = is_number(options.text);
+        const bool may_be_own = may_be_own_code(options.text);
         const std::string remedy = may_be_own ? "; as the return code of a call it is the function's own" : "";
         const std::string what =
             options.text == "-" ? "any line of standard input" : "'" + shortened(options.text) + "'";

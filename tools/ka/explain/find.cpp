@@ -48,7 +48,7 @@ Rows find_number(int number)
 Rows find_status(const std::string &text)
 {
     static const std::regex form(
-        "(?:.*\\b)?(?:(?:exit )?status|exit code|exited with|Error) ([0-9]{1,3})\\W*(?:\\(.*\\))?",
+        "(?:.*\\b)?(?:(?:exit )?status|exit code|exited with|exit|Error) ([0-9]{1,3})\\W*(?:\\(.*\\))?",
         std::regex::icase);
     std::smatch found;
     Rows statuses;
@@ -61,6 +61,27 @@ Rows find_status(const std::string &text)
         if (is_status || is_death) statuses.push_back(row);
     }
     return statuses;
+}
+
+// "return code 8", as ka shows it, also with a reason behind it: neither a signal nor a status of a process.
+std::optional<int> return_code_of(const std::string &text)
+{
+    static const std::regex form("(?:.*\\breturn )?code (-?[0-9]{1,9})(?:\\W.*)?", std::regex::icase);
+    std::smatch found;
+    if (text.size() > line_max || !std::regex_match(text, found, form)) return std::nullopt;
+    return std::stoi(found[1]);
+}
+
+Rows find_return_code(const std::string &text)
+{
+    Rows codes;
+    const auto number = return_code_of(text);
+    if (!number) return codes;
+    for (const Explanation *row : find_number(*number)) {
+        const std::string layer = row->layer;
+        if (layer.starts_with("return code") || layer.starts_with("status of")) codes.push_back(row);
+    }
+    return codes;
 }
 
 bool equal(const std::string &a, const char *b)
@@ -206,9 +227,9 @@ std::string trimmed(const std::string &text)
 
 } // namespace
 
-bool is_number(const std::string &text)
+bool may_be_own_code(const std::string &text)
 {
-    return number_of(trimmed(text)).has_value();
+    return number_of(trimmed(text)).has_value() || return_code_of(trimmed(text)).has_value();
 }
 
 std::vector<const Explanation *> look_up(const std::string &line)
@@ -218,7 +239,8 @@ std::vector<const Explanation *> look_up(const std::string &line)
     const Rows named = find_name(text);
     if (!named.empty()) return named;
     Rows found = find_message(text);
-    for (const Explanation *row : find_status(text))
-        if (std::find(found.begin(), found.end(), row) == found.end()) found.push_back(row);
+    for (const Rows &more : {find_return_code(text), find_status(text)})
+        for (const Explanation *row : more)
+            if (std::find(found.begin(), found.end(), row) == found.end()) found.push_back(row);
     return found;
 }

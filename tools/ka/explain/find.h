@@ -11,6 +11,7 @@
 
 // What explains a line: a number, a name, or a message with other text around it. The most specific comes first.
 std::vector<const Explanation *> look_up(const std::string &line);
-bool is_number(const std::string &text);
+// Whether it is a number, alone or as "return code 8".
+bool may_be_own_code(const std::string &text);
 
 #endif
