@@ -137,7 +137,7 @@ static size_t function_bytes(const t_IMAGE *image)
 /* The word of the module's own in a function's record. */
 static uint64_t user_word_of(const t_IMAGE *image, uint64_t functions, int32_t number)
 {
-    return wrapped(image, functions + static_cast<uint32_t>(number) * function_bytes(image) + prototype_bytes(image));
+    return wrapped(image, functions + static_cast<uint64_t>(number) * function_bytes(image) + prototype_bytes(image));
 }
 
 static bool read_record(const t_READER *reader, uint64_t address, size_t size, t_RECORD *record)
@@ -279,7 +279,7 @@ static const char *const *read_docs_of(const t_READER *reader, int32_t number)
     texts[0] = read_doc_of(reader, doc.text);
     for (int32_t i = 0; doc.arguments != 0 && i < count; i++)
         texts[i + 1] =
-            read_doc_of(reader, doc.arguments + static_cast<uint32_t>(i) * word_bytes(reader->image->machine));
+            read_doc_of(reader, doc.arguments + static_cast<uint64_t>(i) * word_bytes(reader->image->machine));
     return texts;
 }
 
