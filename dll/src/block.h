@@ -12,6 +12,7 @@
 #include "ka/dll_host.h"
 #include "wire/layout.h"
 
+#pragma GCC visibility push(hidden) /* read without a detour by way of the global offset table */
 extern "C" {
 extern int32_t dll_compat;   /* layout selector: 0, 64; 32 is understood by the accessors but never stored */
 extern t_DLL_INFO *dll_info; /* the host's own address of the segment */
@@ -20,8 +21,11 @@ extern int32_t shm_id;       /* the segment identifier from the command line */
 }
 
 namespace host {
-
 extern size_t segment_bytes; /* as the system says; 0: not known */
+}
+#pragma GCC visibility pop
+
+namespace host {
 
 /* The one in force. */
 inline const t_LAYOUT &layout(void)
