@@ -67,6 +67,16 @@ TEST_P(InProcess, text_goes_in_and_comes_back)
     EXPECT_EQ(sum, 8);
 }
 
+TEST_P(InProcess, one_variable_may_be_several_arguments)
+{
+    std::string text = "the name of somebody whose name is long";
+    EXPECT_EQ(caller.call("copy", text, ka::ref(text, 100)), 0);
+    EXPECT_EQ(text, "the name of somebody whose name is long!");
+    EXPECT_EQ(caller.call("copy", ka::ref(text, 100), ka::ref(text, 200)), 0);
+    EXPECT_EQ(text, "the name of somebody whose name is long!!");
+    EXPECT_EQ(caller.call("copy", ka::ref(text, 100), text), 18);
+}
+
 TEST_P(InProcess, reals_are_exact)
 {
     ka::Decimal text;
@@ -177,13 +187,21 @@ TEST_P(InProcess, the_scratch_area_stays)
     }
 }
 
-TEST_P(InProcess, each_call_begins_with_the_usual_arithmetic)
+TEST_P(InProcess, module_and_test_compute_in_their_own_ways)
 {
+    std::vector<int> rounding;
+    caller.on_callback([&rounding](std::int32_t) { return rounding.push_back(std::fegetround()), 0; });
     std::fesetround(FE_DOWNWARD);
-    EXPECT_EQ(caller.call("leave_rounding"), 0);
-    EXPECT_EQ(caller.call("leave_rounding"), 0);
-    EXPECT_EQ(std::fegetround(), FE_DOWNWARD);
+    feenableexcept(FE_DIVBYZERO);
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(caller.call("leave_arithmetic"), 0);
+        volatile long double third = 1; // by a unit that traps late, if it has a reason
+        third = third / 3;
+    }
+    rounding.push_back(std::fegetround());
+    fedisableexcept(FE_DIVBYZERO);
     std::fesetround(FE_TONEAREST);
+    EXPECT_EQ(rounding, std::vector<int>(3, FE_DOWNWARD));
 }
 
 TEST_P(InProcess, exceptions_become_codes)
@@ -223,6 +241,22 @@ TEST(InProcessUsual, caller_is_always_there)
     EXPECT_EQ(sum, 42);
 }
 
+const std::int32_t arguments_before_main = u_get_argc();
+
+TEST(InProcessUsual, outside_of_a_call_there_are_no_arguments)
+{
+    EXPECT_EQ(arguments_before_main, 0);
+    for (const bool ended : {false, true}) {
+        call("nothing");
+        if (ended) ka::test::end_module();
+        EXPECT_EQ(u_get_argc(), 0);
+        EXPECT_EQ(u_get_arg(0).type, DLL_NONE);
+        EXPECT_EQ(u_unref_arg(0), -1);
+        EXPECT_EQ(KaArgInfo(0), nullptr);
+        EXPECT_EQ(dll_scratch(1) != nullptr, !ended);
+    }
+}
+
 TEST(InProcessUsual, calls_are_made_in_c)
 {
     EXPECT_EQ(calls_in_c(), 0);
@@ -235,6 +269,14 @@ TEST(InProcessDeathTest, an_abort_is_the_test_s)
     EXPECT_EXIT(call("end"), testing::KilledBySignal(SIGABRT), "^$");
 }
 
+TEST(InProcessDeathTest, dll_cleanup_comes_at_the_end_of_the_program_before_destructors)
+{
+    prints_its_end = true;
+    EXPECT_EXIT((call("remember"), std::exit(0)), testing::ExitedWithCode(0), "^after remember\n$");
+    EXPECT_EXIT(call("quit"), testing::ExitedWithCode(3), "^$") << "as in a host process";
+    prints_its_end = false;
+}
+
 TEST(InProcessDeathTest, what_no_caller_can_send_ends_it)
 {
     std::string text = "too long";
@@ -244,11 +286,15 @@ TEST(InProcessDeathTest, what_no_caller_can_send_ends_it)
     EXPECT_DEATH(call("scale", ka::Decimal("1,5")), "\"1,5\" is not a REAL");
     EXPECT_DEATH(call("halve", t_DECIMAL{0, DEC_NULL, 0, {}}), "argument 1 of \"halve\": a null REAL");
     EXPECT_DEATH(call("twice", std::vector<std::int32_t>(1 << 18)), "segment_bytes is too small");
+    EXPECT_DEATH(ka_test_send(nullptr, "twice", std::array{ka_in_int32s(nullptr, 2), ka_test_argument{}}.data()),
+                 "argument 1 of \"twice\": values is null");
     EXPECT_DEATH(call("twice", ka::test::shifted(1, 8)), "shift is not 0 to 7");
     EXPECT_DEATH(call("halve", ka::test::spaced(1.5, 2)), "elsz is less than an element needs");
     ka::test::on_callback([](std::int32_t) { return call("end"); });
     std::int32_t sum = 0;
     EXPECT_DEATH(call("ask", 1, ka::ref(sum)), "a call inside of a call");
+    ka::test::on_callback([](std::int32_t) { return ka::test::end_module(), 0; });
+    EXPECT_DEATH(call("ask", 1, ka::ref(sum)), "the module is ended in a call");
     ka::test::on_callback({});
     ka::test::end_module();
     calls_back_in_setup = true;

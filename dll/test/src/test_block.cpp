@@ -234,6 +234,7 @@ int64_t place_argument(ka_test *test, int32_t index, const ka_test_argument *arg
 {
     position = index;
     const t_PLACE place = place_after(end, argument);
+    if (argument->values == nullptr && argument->count > 1) refuse("values is null, and count above 1");
     if (place.end + gap > scratch_offset(test)) refuse("segment_bytes is too small for it");
     allow(test, place.offset, place.end);
     memset(test->block + place.offset, 0, 4); /* read as a length even where there is no string: by a zString */

@@ -4,12 +4,14 @@
 #include <ka/module.hpp>
 
 #include <cfenv>
+#include <cstdio>
 #include <cstdlib>
 
 #include "module_test/modules/tested.h"
 
 std::string hooks_that_ran;
 bool calls_back_in_setup;
+bool prints_its_end;
 
 namespace {
 
@@ -18,9 +20,20 @@ void set_up()
     hooks_that_ran += ka::scratch<std::int32_t>() != nullptr ? "up " : "up without a block ";
     if (calls_back_in_setup) ka::callback(1);
 }
+
+bool kept_is_destroyed;
+void remember()
+{
+    static const struct Kept {
+        Kept() = default;
+        ~Kept() { kept_is_destroyed = true; }
+    } kept;
+}
 void clean_up()
 {
     hooks_that_ran += "down ";
+    if (prints_its_end)
+        std::fprintf(stderr, "%s %s\n", kept_is_destroyed ? "too late for" : "after", KaFuncInfo()->name);
 }
 
 std::int32_t add(std::int32_t a, std::int32_t b)
@@ -40,6 +53,12 @@ void twice(ka::array<std::int32_t> values)
 std::string greet(std::string_view name)
 {
     return "hello, " + std::string(name);
+}
+ka::code copy(std::string_view from, ka::string to)
+{
+    to = from;
+    to += "!";
+    return ka::ok;
 }
 void shout(ka::array<ka::string> words)
 {
@@ -90,15 +109,22 @@ ka::code fail(std::int32_t code)
 {
     throw ka::failure(code, "as it was told");
 }
-ka::code leave_rounding()
+ka::code leave_arithmetic()
 {
     const bool as_usual = std::fegetround() == FE_TONEAREST;
     std::fesetround(FE_UPWARD);
-    return as_usual ? ka::ok : ka::own<1>;
+    volatile long double quotient = 0;
+    quotient = 1 / quotient;
+    ka::callback(0);
+    return as_usual && std::fegetround() == FE_UPWARD ? ka::ok : ka::own<1>;
 }
 void end()
 {
     std::abort();
+}
+void quit()
+{
+    std::exit(3);
 }
 
 } // namespace
@@ -106,6 +132,7 @@ void end()
 KA_ON_SETUP(set_up)
 KA_ON_CLEANUP(clean_up)
 KA_MODULE(KA_FN(add, "a", "b"), KA_FN(scale, "values", "factor"), KA_FN(twice, "values"), KA_FN(greet, "name"),
-          KA_FN(shout, "words"), KA_FN(interest, "amount", "rate"), KA_FN(halve, "amounts"),
-          KA_FN(describe, "text", "rest"), KA_FN(lengths, "words"), KA_FN(ask, "question"), KA_FN(keep, "number"),
-          KA_FN(fail, "code"), KA_FN(leave_rounding), KA_FN(end))
+          KA_FN(copy, "from", "to"), KA_FN(shout, "words"), KA_FN(interest, "amount", "rate"),
+          KA_FN(halve, "amounts"), KA_FN(describe, "text", "rest"), KA_FN(lengths, "words"), KA_FN(ask, "question"),
+          KA_FN(keep, "number"), KA_FN(fail, "code"), KA_FN(leave_arithmetic), KA_FN(end), KA_FN(quit),
+          KA_FN(remember))

@@ -8,5 +8,6 @@
 
 extern std::string hooks_that_ran;
 extern bool calls_back_in_setup; // from the next dll_setup on
+extern bool prints_its_end;
 
 #endif

@@ -135,6 +135,7 @@ constexpr Explanation rows[] = {
      "ka: unit test: %sform is none of the KA_TEST_ ones\n"
      "ka: unit test: %selsz is less than an element needs\n"
      "ka: unit test: %sshift is not 0 to 7\n"
+     "ka: unit test: %svalues is null, and count above 1\n"
      "ka: unit test: layout is neither 32 nor 64",
      "the test asks for an argument or a block that does not exist", "a wrong field of a record of ka/module_test.h",
      "the header tells what is allowed"},
@@ -146,11 +147,13 @@ constexpr Explanation rows[] = {
      "the values of a call do not fit its block, or there is no memory for one",
      "more than a megabyte of values, or small settings", "set segment_bytes of ka_test_settings"},
     {test, NO_NUMBER, "",
-     "ka: unit test: a call inside of a call\n"
+     "ka: unit test: a call inside of a call, or after one that was left by a jump or an exception\n"
+     "ka: unit test: the module is ended in a call\n"
      "ka: unit test: a caller is closed in a call\n"
      "ka: unit test: dll_callback outside of a call, where no caller answers",
      "the test, or the module, does what cannot be done at that moment",
-     "a call in the answer to a call-back; a call-back in dll_setup, in dll_cleanup or in the test itself",
+     "a call in the answer to a call-back, or an answer that does not return (longjmp); a call-back in dll_setup, in "
+     "dll_cleanup or in the test itself",
      "keep the question, and make the call when the first one is over"},
 };
 

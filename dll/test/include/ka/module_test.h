@@ -19,8 +19,9 @@
  *
  * The code is the one that a caller gets, the call host's own included. A function that aborts, aborts the test. A
  * test that asks for what no caller can send (a null REAL, a string longer than its room, a call inside of a call)
- * ends with a line on standard error that says so. There is one module in a program, and one call at a time. A
- * program that is linked with libkacall, too, names that behind it: -lkahost_test -lkacall. */
+ * ends with a line on standard error that says so. There is one module in a program, and one call at a time; outside
+ * of it u_get_arg and its like find no arguments. A program that is linked with libkacall, too, names that behind it:
+ * -lkahost_test -lkacall. */
 #ifndef KA_MODULE_TEST_H
 #define KA_MODULE_TEST_H
 
@@ -94,7 +95,7 @@ typedef struct ka_test_settings {
     int32_t layout;                                 /* of the block: 32, the usual one; 64 */
     int32_t segment_bytes;                          /* 1 MiB: room for the values of a call, and the scratch area */
     int32_t scratch_bytes;                          /* 64 KiB, 0 for none */
-    int32_t (*callback)(int32_t value, void *user); /* answers call-backs; null: with 0 */
+    int32_t (*callback)(int32_t value, void *user); /* answers call-backs, and returns; null: with 0 */
     void *user;                                     /* null: passed to callback */
 } ka_test_settings;
 
@@ -121,8 +122,9 @@ KA_API int32_t ka_test_send(ka_test *test, const char *function, ka_test_argumen
 #define ka_test_call(...) KA_TEST_CALL_(NULL, __VA_ARGS__, ka_test_end_())
 #define ka_test_call_of(...) KA_TEST_CALL_(__VA_ARGS__, ka_test_end_())
 
-/* dll_setup runs before the first call, dll_cleanup as the program ends. This runs dll_cleanup now, if there was a
-   call; the next one runs dll_setup again, as in a new process, but static variables stay what they are. */
+/* dll_setup runs before the first call, dll_cleanup as the program ends, before objects with static storage are
+   destroyed; not if a function has ended it. This runs dll_cleanup now, if there was a call; the next one runs
+   dll_setup again, as in a new process, but static variables stay what they are. */
 KA_API void ka_test_end_module(void);
 
 /* ---- Parts of the above ---------------------------------------------------------------------------------------- */

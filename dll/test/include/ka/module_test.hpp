@@ -16,7 +16,8 @@
 // Arguments are those of ka/caller.hpp, by value and by reference: numbers, text, and vectors or arrays of them,
 // ka::ref(values), ka::ref(text, room), ka::in(text, room), ka::Decimal("19.99"); and ka::decimal of ka/module.hpp.
 // What is said in ka/module_test.h holds here, too: the code is the one that a caller gets, an abort aborts the test,
-// and what no caller can send ends it. Nothing here throws, and an answer to a call-back must not.
+// and what no caller can send ends it. Nothing here throws, and an answer to a call-back must not: that would end the
+// test.
 #ifndef KA_MODULE_TEST_HPP
 #define KA_MODULE_TEST_HPP
 
@@ -74,35 +75,48 @@ using namespace ka::detail;
 static_assert(sizeof(decimal) == sizeof(t_DECIMAL) && std::is_standard_layout_v<decimal>,
               "a ka::decimal is its record");
 
-// An argument of the test for the time of a call. T is const if it is passed by value.
+// An argument of the test for the time of a call. T, below, is const if it is passed by value.
+struct Argument {
+    std::int32_t elsz = 0;
+    std::int32_t shift = 0;
+
+    ka_test_argument record(std::int32_t form, const void *values, std::int32_t count, bool by_value) const
+    {
+        ka_test_argument made = ka_test_in_(form, values, count);
+        made.by_reference = by_value ? 0 : 1;
+        made.elsz = elsz;
+        made.shift = shift;
+        return made;
+    }
+};
+
 template <typename T>
-class Numbers {
+class Numbers : public Argument {
     using E = Element<T>;
     static_assert(is_integer<E> || is_one_of<E, float, double, t_DECIMAL, decimal>,
                   "not an INTEGER, REAL or STRING: convert it, wide integers to std::int32_t");
     static_assert(!ElementOf<std::remove_const_t<T>>::in_array ||
                       is_one_of<E, std::int32_t, double, t_DECIMAL, decimal>,
                   "arrays of numbers are of std::int32_t, double, t_DECIMAL, ka::decimal or ka::Decimal");
+    static constexpr bool is_real = is_one_of<E, t_DECIMAL, decimal>;
+    static constexpr std::int32_t form = is_integer<E> ? KA_TEST_INT32 : is_real ? KA_TEST_REAL : KA_TEST_DOUBLE;
 
 public:
     Numbers(T &variable, std::int32_t) : variable_(variable) {}
 
     ka_test_argument argument()
     {
-        ka_test_argument made{};
-        made.form = is_integer<E> ? KA_TEST_INT32 : is_one_of<E, t_DECIMAL, decimal> ? KA_TEST_REAL : KA_TEST_DOUBLE;
-        if constexpr (is_one_of<E, std::int32_t, double, t_DECIMAL, decimal>) {
+        if constexpr (is_real || is_one_of<E, std::int32_t, double>) {
             const auto [first, count] = elements(variable_);
-            made.values = const_cast<E *>(first);
-            made.count = count;
+            return record(form, first, count, std::is_const_v<T>);
         } else {
-            made.count = 1;
+            ka_test_argument made = record(form, nullptr, 1, std::is_const_v<T>);
             if constexpr (is_integer<E>)
                 made.own.int32 = variable_;
             else
                 made.own.real = static_cast<double>(variable_);
+            return made;
         }
-        return made;
     }
     void take(const ka_test_argument &) {}
 
@@ -111,7 +125,7 @@ private:
 };
 
 template <typename T>
-class TextsOfNumbers {
+class TextsOfNumbers : public Argument {
 public:
     TextsOfNumbers(T &variable, std::int32_t) : variable_(variable) {}
 
@@ -120,11 +134,7 @@ public:
         const auto [first, count] = elements(variable_);
         for (std::int32_t i = 0; i < count; i++)
             reals_.push_back(ka_test_decimal(first[i].text.data(), length(first[i].text.size())));
-        ka_test_argument made{};
-        made.form = KA_TEST_REAL;
-        made.values = reals_.data();
-        made.count = count;
-        return made;
+        return record(KA_TEST_REAL, reals_.data(), count, std::is_const_v<T>);
     }
     void take(const ka_test_argument &done)
     {
@@ -140,58 +150,66 @@ private:
     std::vector<t_DECIMAL> reals_;
 };
 
-// A string that is passed by reference has the length of its room during the call, which works in its characters.
-template <typename T>
-class Texts {
-    static constexpr bool is_array = !is_text<std::remove_const_t<T>>;
-
+// Results have a room of their own until the call is over: the same variable may be another argument, too.
+class Strings : public Argument {
 public:
-    Texts(T &variable, std::int32_t room) : variable_(variable), room_(room) {}
+    explicit Strings(std::int32_t room) : room_(room), has_room_(room != 0) {}
+
+protected:
+    void add(std::string_view text)
+    {
+        strings_.push_back({0, length(text.size()), const_cast<char *>(text.data())});
+        if (!has_room_) room_ = std::max(room_, length(text.size()));
+    }
+    ka_test_argument added(bool by_value)
+    {
+        const auto room = static_cast<std::size_t>(std::max(room_, std::int32_t{0}));
+        if (!by_value) rooms_.resize(room * strings_.size());
+        char *own = rooms_.data();
+        for (KaStr &string : strings_) {
+            string.maxlen = room_;
+            if (by_value || string.len > room_) continue; // too long: the call is refused
+            string.data = std::copy_n(string.data, string.len, own) - string.len;
+            own += room;
+        }
+        return record(KA_TEST_STRING, strings_.data(), length(strings_.size()), by_value);
+    }
+    std::string_view result(std::int32_t i) const
+    {
+        const KaStr &string = strings_[static_cast<std::size_t>(i)];
+        return {string.data, static_cast<std::size_t>(string.len)};
+    }
+
+private:
+    std::int32_t room_;
+    bool has_room_;
+    std::vector<KaStr> strings_;
+    std::string rooms_;
+};
+
+template <typename T>
+class Texts : public Strings {
+public:
+    Texts(T &variable, std::int32_t room) : Strings(room), variable_(variable) {}
 
     ka_test_argument argument()
     {
-        ka_test_argument made{};
-        made.form = KA_TEST_STRING;
-        if constexpr (is_array) {
-            for (const auto &text : variable_)
-                longest_ = std::max(longest_, length(std::string_view(text).size()));
-            for (auto &text : variable_)
-                strings_.push_back(string_of(text));
-            made.values = strings_.data();
-            made.count = length(strings_.size());
-        } else {
-            longest_ = length(std::string_view(variable_).size());
-            made.own.string = string_of(variable_);
-            made.count = 1;
-        }
-        return made;
+        const auto [first, count] = elements(variable_);
+        for (std::int32_t i = 0; i < count; i++)
+            add(first[i]);
+        return added(std::is_const_v<T>);
     }
     void take(const ka_test_argument &done)
     {
-        if constexpr (!std::is_const_v<T> && is_array) {
-            std::size_t i = 0;
-            for (auto &text : variable_)
-                text.resize(static_cast<std::size_t>(strings_[i++].len));
-        } else if constexpr (!std::is_const_v<T>) {
-            variable_.resize(static_cast<std::size_t>(done.own.string.len));
+        if constexpr (!std::is_const_v<T>) {
+            const auto [first, count] = elements(variable_);
+            for (std::int32_t i = 0; done.gives_back != 0 && i < count; i++)
+                first[i].assign(result(i));
         }
     }
 
 private:
-    template <typename Text>
-    KaStr string_of(Text &text)
-    {
-        const std::int32_t room = room_ != 0 ? room_ : longest_, before = length(std::string_view(text).size());
-        if constexpr (!std::is_const_v<T>) {
-            if (room > before) text.resize(static_cast<std::size_t>(room));
-        }
-        return {room, before, const_cast<char *>(std::string_view(text).data())};
-    }
-
     T &variable_;
-    const std::int32_t room_;
-    std::int32_t longest_ = 0;
-    std::vector<KaStr> strings_;
 };
 
 template <typename T>
@@ -199,72 +217,42 @@ using Passed =
     std::conditional_t<is_text<Element<T>>, Texts<T>,
                        std::conditional_t<std::is_same_v<Element<T>, Decimal>, TextsOfNumbers<T>, Numbers<T>>>;
 
-// ---- As ka::in, ka::ref and the functions above have them --------------------------------------------------------
-
 template <typename T>
-class By {
-public:
-    explicit By(const T &argument) : passed_(argument, 0) {}
-    ka_test_argument argument() { return passed_.argument(); }
-    void take(const ka_test_argument &done) { passed_.take(done); }
-
-private:
-    Passed<const T> passed_;
-};
-
+auto pass(const T &argument)
+{
+    return Passed<const T>(argument, 0);
+}
 template <typename T>
-class By<In<T>> {
-public:
-    explicit By(const In<T> &in) : passed_(in.value, in.room) {}
-    ka_test_argument argument() { return passed_.argument(); }
-    void take(const ka_test_argument &done) { passed_.take(done); }
-
-private:
-    Passed<const T> passed_;
-};
-
+auto pass(const In<T> &in)
+{
+    return Passed<const T>(in.value, in.room);
+}
 template <typename T>
-class By<Ref<T>> {
-public:
-    explicit By(const Ref<T> &ref) : passed_(ref.value, ref.room) {}
-    ka_test_argument argument()
-    {
-        ka_test_argument made = passed_.argument();
-        made.by_reference = 1;
-        return made;
-    }
-    void take(const ka_test_argument &done) { passed_.take(done); }
-
-private:
-    Passed<T> passed_;
-};
-
+auto pass(const Ref<T> &ref)
+{
+    return Passed<T>(ref.value, ref.room);
+}
 template <typename T>
-class By<Placed<T>> {
-public:
-    explicit By(const Placed<T> &placed) : by_(placed.argument), elsz_(placed.elsz), shift_(placed.shift) {}
-    ka_test_argument argument()
-    {
-        ka_test_argument made = by_.argument();
-        if (elsz_ != 0) made.elsz = elsz_;
-        if (shift_ != 0) made.shift = shift_;
-        return made;
-    }
-    void take(const ka_test_argument &done) { by_.take(done); }
+auto pass(const Placed<T> &placed)
+{
+    auto passed = pass(placed.argument);
+    if (placed.elsz != 0) passed.elsz = placed.elsz;
+    if (placed.shift != 0) passed.shift = placed.shift;
+    return passed;
+}
 
-private:
-    By<T> by_;
-    std::int32_t elsz_;
-    std::int32_t shift_;
-};
+inline std::int32_t send(ka_test *test, std::string_view function, ka_test_argument *arguments)
+{
+    return ka_test_send(test, without_zeros(function).c_str(), arguments);
+}
 
 template <typename... Passes>
-std::int32_t send(ka_test *test, std::string_view function, Passes &&...passes)
+std::int32_t call(ka_test *test, std::string_view function, Passes &&...passed)
 {
-    ka_test_argument arguments[] = {passes.argument()..., ka_test_argument{}};
-    const std::int32_t code = ka_test_send(test, without_zeros(function).c_str(), arguments);
+    ka_test_argument arguments[] = {passed.argument()..., ka_test_argument{}};
+    const std::int32_t code = send(test, function, arguments);
     [[maybe_unused]] const ka_test_argument *done = arguments;
-    (passes.take(*done++), ...);
+    (passed.take(*done++), ...);
     return code;
 }
 
@@ -298,7 +286,7 @@ public:
     template <typename... Arguments>
     std::int32_t call(std::string_view function, const Arguments &...arguments) noexcept
     {
-        return detail::send(test_, function, detail::By<Arguments>(arguments)...);
+        return detail::call(test_, function, detail::pass(arguments)...);
     }
 
     void *scratch() noexcept { return ka_test_scratch(test_); }
@@ -322,7 +310,7 @@ inline Caller &usual_caller()
 template <typename... Arguments>
 std::int32_t call(std::string_view function, const Arguments &...arguments) noexcept
 {
-    return detail::send(nullptr, function, detail::By<Arguments>(arguments)...);
+    return detail::call(nullptr, function, detail::pass(arguments)...);
 }
 
 inline void on_callback(Caller::Callback callback)
