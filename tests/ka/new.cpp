@@ -120,7 +120,9 @@ TEST_F(KaNew, names_are_checked)
          {"1a", "_a", "a b", "a.b", "a$b", "a\nb", "a%b", "\xc3\xa4", "a:b", "a'b", "@NAME@"})
         expect_misused({name}, "NAME: must be a letter with letters, digits, _ and - behind it, for it names files "
                                "and targets of builds");
-    for (const std::string name : {"all", "test", "clean", "build", "help", "install", "package"})
+    for (const std::string name :
+         {"all", "test", "clean", "build", "help", "install", "package", "preinstall", "ALL_BUILD", "RUN_TESTS",
+          "BITS", "MODULE", "Makefile", "makefile", "GNUmakefile", "CMakeFiles", "Testing"})
         expect_misused({name}, "NAME: is " + name + ", which make or CMake use themselves");
     EXPECT_TRUE(fs::is_empty(folder));
     EXPECT_EQ(fault_of_name(std::string(100, 'a')), "");

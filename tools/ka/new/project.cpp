@@ -16,11 +16,15 @@ namespace {
 
 constexpr size_t longest_name = 100;
 
-// Targets of Make and CMake, and the folder in which CMake builds.
+// Targets of Make and CMake, words of ka_add_module, and what lies where a module is built: its program takes their
+// place.
 constexpr std::string_view taken_names[] = {
-    "all",        "build",          "clean",         "depend",
-    "edit_cache", "help",           "install",       "list_install_components",
-    "package",    "package_source", "rebuild_cache", "test",
+    "ALL_BUILD",  "BITS",       "CMakeFiles",     "GNUmakefile", "INSTALL",
+    "MODULE",     "Makefile",   "PACKAGE",        "RUN_TESTS",   "Testing",
+    "ZERO_CHECK", "all",        "build",          "clean",       "cmake_check_build_system",
+    "depend",     "edit_cache", "help",           "install",     "list_install_components",
+    "makefile",   "package",    "package_source", "preinstall",  "rebuild_cache",
+    "test",
 };
 
 bool is_letter(char c)
