@@ -257,10 +257,14 @@ def program_counter():
     return register("$pc") & (2 ** (8 * pointer_bytes()) - 1)
 
 
+def called_index():
+    """That of the function that is called; at the first instruction of KaCall."""
+    return (register("$edi") if is_wide() else read_number(stack_pointer() + 4)) & 0xFFFFFFFF
+
+
 def called_function():
-    """The name of the function that is called; at the first instruction of KaCall."""
-    index = register("$edi") if is_wide() else read_number(stack_pointer() + 4)
-    record = address_of("KaFuncList") + (index & 0xFFFFFFFF) * (2 * pointer_bytes() + 8)
+    """Its name."""
+    record = address_of("KaFuncList") + called_index() * (2 * pointer_bytes() + 8)
     return gdb.Value(read_pointer(record)).cast(gdb.lookup_type("char").pointer()).string("utf-8", "replace")
 
 
@@ -399,6 +403,53 @@ def body_place(name, place):
     return {"spec": f"*{place.pc:#x}"}
 
 
+def invoker():
+    """Where ka/module.hpp goes on from KaCall, which is stopped at its first instruction; None in other modules."""
+    try:
+        invokers = gdb.parse_and_eval("'(anonymous namespace)::ka_module_invokers'")
+        return int(invokers["record"][called_index()]["run"])
+    except gdb.error:
+        return None
+
+
+def is_own(address, line):
+    """The module's, not of ka/module.hpp, the host or the standard library; KaCall is in the module's source, too."""
+    if line.symtab is None or file_at(address) != gdb.current_progspace().filename:
+        return False
+    path = line.symtab.fullname()
+    host = gdb.lookup_global_symbol("KaArgInfo")
+    if host is not None and os.path.dirname(path) == os.path.dirname(host.symtab.fullname()):
+        return False
+    return re.search(r"/ka/module(\.hpp|/\w+\.hpp)$|/c\+\+/", path) is None
+
+
+def own_places(address):
+    """In the function that begins there: what is inlined into it."""
+    block = gdb.block_for_pc(address)
+    end = block.end if block is not None and block.function is not None else 0
+    while address < end:
+        line = gdb.find_pc_line(address)
+        if is_own(address, line):
+            yield address
+        address = max(line.last or 0, address) + 1
+
+
+def step_to_body(address, after):
+    """To the function that is called from there, which may have any name, or none."""
+    stops = [Stop(spec=f"*{place:#x}") for place in (address, *own_places(address))]
+    gdb.execute("continue")
+    with Quiet():
+        for _ in range(1000):
+            if after.reached or gdb.selected_inferior().pid == 0 or is_own(
+                program_counter(), gdb.newest_frame().find_sal()
+            ):
+                break
+            gdb.execute("step", to_string=True)
+    for stop in stops:
+        if stop.is_valid():
+            stop.delete()
+
+
 def body_places(name):
     """Where the body begins, as arguments of a breakpoint; from the first instruction of KaCall."""
     named = places_named(name)
@@ -440,7 +491,7 @@ def let_interruptions_in():
 
 class StopIn(gdb.Command):
     """ka-stop-in FUNCTION: goes on until that function of the module is called, and stops in the first line of its body.
-    That is the function of the same name, or else where KaCall leads, or KaCall itself."""
+    That is the function of the same name, or else the one to which KaCall leads, or KaCall itself."""
 
     def __init__(self):
         super().__init__("ka-stop-in", gdb.COMMAND_RUNNING)
@@ -450,9 +501,12 @@ class StopIn(gdb.Command):
             raise gdb.GdbError("ka-stop-in knows processors of the x86 family only: break where the function is")
         if not self.reach_call(name):
             return
-        stops = [Stop(**place) for place in body_places(name)]
+        unnamed = None if places_named(name) else invoker()
+        stops = [Stop(**place) for place in body_places(name)] if unnamed is None else []
         after = Stop(spec=f"*{return_address():#x}")
-        if not any(stop.is_here() for stop in stops):
+        if unnamed is not None:
+            step_to_body(unnamed, after)
+        elif not any(stop.is_here() for stop in stops):
             gdb.execute("continue")
         if after.reached:
             print(f"ka-stop-in: {name} has returned, and its body was not found")

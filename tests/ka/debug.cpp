@@ -187,6 +187,32 @@ TEST(KaDebug, finds_the_bodies_of_optimized_modules)
     expect_in_order(inner.out, {"difference (", "a=", "ledger.cpp:", "result = '1.00'\n"});
 }
 
+// One that is called as its source does not say: an instance of a template, beside a parameter that the host is asked
+// for.
+TEST(KaDebug, stops_in_a_function_of_another_name)
+{
+    const TypedLines source("#include <ka/module.hpp>\n"
+                            "template <typename T> T sum_of(ka::array<T> values)\n"
+                            "{\n"
+                            "    T sum = 0;\n"
+                            "    for (T &each : values) sum += each;\n"
+                            "    return sum;\n"
+                            "}\n"
+                            "KA_MODULE(KA_FN_AS(\"SUM\", sum_of<double>, \"values\"))\n");
+    const std::string module = source.path + ".module";
+    for (const char *level : {"-O0 ", "-O2 "}) {
+        ASSERT_EQ(output_of(KA_CXX_COMPILER + module_flag() + level + "-std=c++17 -g -I" KA_BUILD "/include -x c++ " +
+                            source.path + " -x none -L" + library_folder(KA_BUILD) + " -Wl,-rpath," +
+                            library_folder(KA_BUILD) + " -lkahost -o " + module),
+                  "");
+        const Outcome outcome = debug({module, "SUM", "[1.5,2]", "0"}, "p $ka_arg(1)\ncontinue\n");
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        expect_in_order(outcome.out,
+                        {"sum_of<double> (values=", source.path + ":", " = {1.5, 2}\n", "result = 3.5\n"});
+    }
+    std::filesystem::remove(module);
+}
+
 TEST(KaDebug, the_end_of_gdb_is_the_end_of_the_call)
 {
     for (const char *typed : {"", "kill\nquit\n"}) {
