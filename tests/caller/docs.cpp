@@ -54,10 +54,10 @@ std::map<std::string, std::string> docs_in(const std::string &path)
 }
 
 const std::map<std::string, std::string> expected = {
-    {"good", "adds, \xc3\xa4hnlich|the first|-|the \x1b[31mthird\n|-"},
+    {"good", "adds, \xc3\xa4hnlich|the first|-|the \x1b[31mthird\nof four\n|-"},
     {"good_alone", "alone|-|-|-|-"},
-    {"good_arguments", "-|the first|-|the \x1b[31mthird\n"},
-    {"good_later", "a later version"},
+    {"good_arguments", "-|the first|-|the \x1b[31mthird\nof four\n"},
+    {"good_later", "a later version\nof two lines"},
     {"good_longest", "4095 x"},
 };
 

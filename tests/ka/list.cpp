@@ -109,8 +109,11 @@ TEST(KaList, long_one_shows_documentation_and_what_passing_by_value_does)
                   std::string(22, ' ') + "ABOUT\ngood      adds, \xc3\xa4hnlich\n          a         " + takes +
                   "accepted; there is no result  the first\n          b         " + takes +
                   "accepted; there is no result\n          c         " + takes +
-                  "accepted; there is no result  the \\x1b[31mthird\\x0a\n          d         " + takes +
-                  "accepted; there is no result\n");
+                  "accepted; there is no result  the \\x1b[31mthird\n" + std::string(111, ' ') +
+                  "of four\n          d         " + takes + "accepted; there is no result\n");
+    EXPECT_EQ(ka({"list", "--long", documented_module, "good_later"}).out,
+              "FUNCTION    ARGUMENT  KIND  TAKES  MIN ELEMENTS  BY VALUE  ABOUT\n"
+              "good_later  a later version\n            of two lines\n            -\n");
     const std::string usual = list_of(documented_module);
     EXPECT_EQ(usual.find("first"), std::string::npos) << usual;
     const std::string odd = ka({"list", "--long", modules + "ka_module_odd"}).out;
@@ -125,7 +128,7 @@ TEST(KaList, json_has_documentation_and_what_passing_by_value_does)
     const auto list = nlohmann::json::parse(ka({"list", "--json", documented_module}).out)["functions"];
     EXPECT_EQ(list[0]["about"], "adds, \xc3\xa4hnlich");
     EXPECT_EQ(list[0]["arguments"][0]["about"], "the first");
-    EXPECT_EQ(list[0]["arguments"][2]["about"], "the \x1b[31mthird\n");
+    EXPECT_EQ(list[0]["arguments"][2]["about"], "the \x1b[31mthird\nof four\n");
     EXPECT_FALSE(list[0]["arguments"][1].contains("about"));
     EXPECT_EQ(list[0]["arguments"][1]["by_value"], "accepted; there is no result");
     EXPECT_EQ(std::count_if(list.begin(), list.end(), [](const auto &each) { return each.contains("about"); }), 4);

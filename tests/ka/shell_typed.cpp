@@ -271,7 +271,8 @@ TEST_F(KaShell, tab_shows_what_the_author_has_written)
     EXPECT_TRUE(terminal->shows("good a:IntByValue b:IntByValue c:IntByValue d:IntByValue\r\n"
                                 "  adds, \xc3\xa4hnlich\r\n"
                                 "  a: the first\r\n"
-                                "  c: the \\x1b[31mthird\\x0a\r\n"))
+                                "  c: the \\x1b[31mthird\r\n"
+                                "  of four\r\n"))
         << terminal->output();
     terminal->type("1 2 3 4\n");
     EXPECT_TRUE(terminal->shows("return code 0\r\n")) << terminal->output();

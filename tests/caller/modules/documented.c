@@ -9,14 +9,14 @@
 #define HEAD(VERSION, LENGTH) {DLL_DOC_MAGIC}, VERSION, LENGTH
 enum { SIZE = sizeof(t_DLL_DOC) };
 
-static const char *const arguments[] = {"the first", NULL, "the \x1b[31mthird\n", ""};
+static const char *const arguments[] = {"the first", NULL, "the \x1b[31mthird\nof four\n", ""};
 static const t_DLL_DOC good = {HEAD(1, SIZE), "adds, \xc3\xa4hnlich", arguments};
 static const t_DLL_DOC good_alone = {HEAD(1, SIZE), "alone", NULL};
 static const t_DLL_DOC good_arguments = {HEAD(1, SIZE), NULL, arguments};
 static const struct {
     t_DLL_DOC doc;
     const char *more;
-} good_later = {{HEAD(2, SIZE + sizeof(char *)), "a later version", NULL}, "more"};
+} good_later = {{HEAD(2, SIZE + sizeof(char *)), "a later version\nof two lines", NULL}, "more"};
 static const t_DLL_DOC magic = {{"KA.DOX\0"}, 1, SIZE, "magic", NULL};
 static const t_DLL_DOC version = {HEAD(0, SIZE), "version", NULL};
 static const t_DLL_DOC short_one = {HEAD(1, SIZE - 1), "short", NULL};

@@ -63,6 +63,19 @@ std::string printable_lines(const std::string &text)
     return escaped(text, Style::lines);
 }
 
+std::vector<std::string> shown_lines(const std::string &text)
+{
+    std::vector<std::string> lines;
+    for (size_t begin = 0; begin <= text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        lines.push_back(printable(text.substr(begin, end - begin)));
+        begin = end + 1;
+    }
+    while (lines.size() > 1 && lines.back().empty())
+        lines.pop_back();
+    return lines;
+}
+
 // No character is cut.
 std::string shortened(const std::string &text)
 {

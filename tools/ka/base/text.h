@@ -8,12 +8,16 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 // On one line.
 std::string printable(const std::string &text);
 
 // With its line ends and tabs.
 std::string printable_lines(const std::string &text);
+
+// Each of its lines; one at least, and no empty ones at the end.
+std::vector<std::string> shown_lines(const std::string &text);
 
 // On one line; of a long text its beginning.
 std::string shortened(const std::string &text);

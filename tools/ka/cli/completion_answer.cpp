@@ -85,7 +85,7 @@ std::string description_of(const Function &function)
     std::string text;
     for (const Prototype &prototype : function.prototypes)
         text += (text.empty() ? "" : " ") + printable(prototype.name);
-    return text + (text.empty() || function.about.empty() ? "" : ": ") + printable(function.about);
+    return text + (text.empty() || function.about.empty() ? "" : ": ") + shown_lines(function.about)[0];
 }
 
 void offer_functions(Answer &answer, const std::string &start, const std::string &named)

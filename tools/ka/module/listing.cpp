@@ -45,14 +45,19 @@ std::string by_value_of(const Function &function, const Prototype &prototype)
 std::vector<Row> rows_of(const Function &function, bool is_hidden, Length length)
 {
     std::vector<Row> rows;
-    if (length == Length::full && !function.about.empty()) rows.push_back({"", printable(function.about)});
+    if (length == Length::full && !function.about.empty())
+        for (const std::string &line : shown_lines(function.about))
+            rows.push_back({"", line});
     for (const Prototype &prototype : function.prototypes) {
         const std::string takes = takes_text(function, prototype);
         const std::string name = prototype.name.empty() ? "(unnamed)" : printable(prototype.name);
         rows.push_back({"", name, kind_name(prototype.kind), takes, min_text(prototype)});
         if (length == Length::usual) continue;
         rows.back()[columns - 2] = by_value_of(function, prototype);
-        rows.back()[columns - 1] = printable(prototype.about);
+        const std::vector<std::string> about = shown_lines(prototype.about);
+        rows.back()[columns - 1] = about[0];
+        for (size_t i = 1; i < about.size(); i++)
+            rows.emplace_back()[columns - 1] = about[i];
     }
     if (function.prototypes.empty()) rows.push_back({"", "-"});
     rows[0][0] = printable(function.name);
@@ -66,13 +71,13 @@ size_t width_of(const std::string &text)
     return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
 }
 
-// A remark, which has no kind, is not counted.
+// A remark, which has no kind, is not counted; the name of its function is.
 std::array<size_t, columns> widths_of(const std::vector<Row> &rows)
 {
     std::array<size_t, columns> widths{};
     for (const Row &row : rows)
         for (size_t i = 0; i < columns; i++)
-            if (!row[2].empty()) widths[i] = std::max(widths[i], width_of(row[i]));
+            if (i == 0 || !row[2].empty()) widths[i] = std::max(widths[i], width_of(row[i]));
     return widths;
 }
 

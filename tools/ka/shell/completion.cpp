@@ -30,17 +30,25 @@ std::string first_word(const std::string &line)
     return end == std::string::npos ? "" : line.substr(begin, end - begin); // none before it is complete
 }
 
+// The first line has a word before it.
+std::string indented(const std::string &word, const std::string &about)
+{
+    std::string text;
+    for (const std::string &line : shown_lines(about))
+        text += "\n  " + (text.empty() ? word : "") + line;
+    return text;
+}
+
 // What it takes, and below that what its author has written.
 std::string signature(const Session &session, const std::string &name)
 {
     for (const Function &function : session.functions()) {
         if (function.name != name) continue;
         std::string text = printable(name);
-        std::string about = function.about.empty() ? "" : "\n  " + printable(function.about);
+        std::string about = function.about.empty() ? "" : indented("", function.about);
         for (const Prototype &prototype : function.prototypes) {
             text += " " + printable(prototype.name) + ":" + kind_name(prototype.kind);
-            if (!prototype.about.empty())
-                about += "\n  " + printable(prototype.name) + ": " + printable(prototype.about);
+            if (!prototype.about.empty()) about += indented(printable(prototype.name) + ": ", prototype.about);
         }
         return text + about;
     }
