@@ -33,26 +33,34 @@ template <auto F, std::size_t Count>
 struct entry_of : entry<Count> {
 };
 
+// The entry of any function of this signature.
+template <typename S, std::int32_t Result, std::size_t Count, std::size_t Words>
+constexpr void fill(entry<Count> &made, const words<Words> &given)
+{
+    made.call.scalars = S::scalars | (Result >= 0 ? std::uint64_t{1} << S::arity : 0);
+    made.doc = given.doc;
+    for (std::size_t i = 0; i < S::arity; i++) {
+        made.prototypes[i] = {given.names[i], S::kinds[i], S::least[i]};
+        made.docs[i] = given.docs[i];
+    }
+    if (Result >= 0) {
+        made.prototypes[S::arity] = {given.name_of_result(), Result, 0};
+        made.docs[S::arity] = given.result_doc;
+    }
+}
+
 // Of what is no function of a module, which KA_FN has said, only the name is left.
 template <auto F, returns How, bool IsSound, std::size_t Words>
 constexpr auto declare(const char *name, const words<Words> &given)
 {
     if constexpr (IsSound) {
         using S = signature_of<decltype(F)>;
-        using R = typename S::result_type;
-        constexpr bool has_result = How == returns::value && returned<R>::is_value;
+        using R = returned<typename S::result_type>;
+        constexpr bool has_result = How == returns::value && R::is_value;
         entry_of<F, S::arity + (has_result ? 1 : 0)> made{};
         made.name = name;
-        made.call = {&invoke<F, How>, S::scalars | (has_result ? std::uint64_t{1} << S::arity : 0)};
-        made.doc = given.doc;
-        for (std::size_t i = 0; i < S::arity; i++) {
-            made.prototypes[i] = {given.names[i], S::kinds[i], S::least[i]};
-            made.docs[i] = given.docs[i];
-        }
-        if (has_result) {
-            made.prototypes[S::arity] = {given.name_of_result(), returned<R>::kind, 0};
-            made.docs[S::arity] = given.result_doc;
-        }
+        made.call.run = &invoke<F, How>;
+        fill<S, has_result ? R::kind : -1>(made, given);
         return made;
     } else {
         entry<0> made{};
