@@ -22,23 +22,11 @@ function(ka_add_module name)
   if(arg_BITS GREATER own)
     message(FATAL_ERROR "ka_add_module: ${name}: BITS is 64 in a project of 32-bit programs")
   endif()
-  set(host Ka::Host)
+  set(host Host)
   if(arg_STATIC)
     string(APPEND host Static)
   endif()
-  if(arg_BITS LESS own)
-    string(APPEND host 32)
-  endif()
-  if(NOT TARGET ${host})
-    message(FATAL_ERROR "ka_add_module: ${name}: the target ${host}, the call host of ${arg_BITS}-bit modules, is missing:"
-                        " it is not installed, or this folder has no find_package(Ka COMPONENTS Host)")
-  endif()
-  add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
-  # Not by target_link_libraries, after which a project could no longer choose between its two forms.
-  set_property(TARGET ${name} APPEND PROPERTY LINK_LIBRARIES ${host})
-  set_property(TARGET ${name} PROPERTY KA_BITS ${arg_BITS})
-  # Once the folder is read and the module's libraries are known.
-  cmake_language(EVAL CODE "cmake_language(DEFER CALL _ka_check_libraries [[${name}]])")
+  _ka_add_program(ka_add_module ${name} ${arg_BITS} ${host} "call host of ${arg_BITS}-bit modules" ${arg_UNPARSED_ARGUMENTS})
 endfunction()
 
 function(ka_add_module_test name)
@@ -53,25 +41,33 @@ function(ka_add_module_test name)
   if(DEFINED arg_BITS AND NOT arg_BITS STREQUAL bits)
     message(FATAL_ERROR "ka_add_module_test: ${name}: BITS is ${arg_BITS}, and the module ${arg_MODULE} has ${bits}")
   endif()
-  math(EXPR own "8 * ${CMAKE_SIZEOF_VOID_P}")
-  set(host Ka::HostTest)
-  if(bits LESS own)
-    string(APPEND host 32)
-  endif()
-  if(NOT TARGET ${host})
-    message(FATAL_ERROR "ka_add_module_test: ${name}: the target ${host}, the library of ${bits}-bit module tests, is missing:"
-                        " it is not installed, or this folder has no find_package(Ka COMPONENTS Host)")
-  endif()
-  add_executable(${name} ${arg_UNPARSED_ARGUMENTS} $<TARGET_OBJECTS:${arg_MODULE}>)
-  set_property(TARGET ${name} APPEND PROPERTY LINK_LIBRARIES ${host}
+  _ka_add_program(ka_add_module_test ${name} ${bits} HostTest "library of ${bits}-bit module tests"
+                  ${arg_UNPARSED_ARGUMENTS} $<TARGET_OBJECTS:${arg_MODULE}>)
+  set_property(TARGET ${name} APPEND PROPERTY LINK_LIBRARIES
                "$<FILTER:$<TARGET_PROPERTY:${arg_MODULE},LINK_LIBRARIES>,EXCLUDE,^Ka::Host>")
   # -fsanitize=address, for one
   foreach(property IN ITEMS LINK_OPTIONS LINK_DIRECTORIES)
     set_property(TARGET ${name} APPEND PROPERTY ${property} "$<TARGET_PROPERTY:${arg_MODULE},${property}>")
   endforeach()
-  set_property(TARGET ${name} PROPERTY KA_BITS ${bits})
-  cmake_language(EVAL CODE "cmake_language(DEFER CALL _ka_check_libraries [[${name}]])")
   add_test(NAME ${name} COMMAND ${name})
+endfunction()
+
+# A program with the library of kahost that is Ka::LIBRARY, or Ka::LIBRARY32 where BITS are not the project's own; WHAT it is.
+function(_ka_add_program command name bits library what)
+  math(EXPR own "8 * ${CMAKE_SIZEOF_VOID_P}")
+  if(bits LESS own)
+    string(APPEND library 32)
+  endif()
+  if(NOT TARGET Ka::${library})
+    message(FATAL_ERROR "${command}: ${name}: the target Ka::${library}, the ${what}, is missing:"
+                        " it is not installed, or this folder has no find_package(Ka COMPONENTS Host)")
+  endif()
+  add_executable(${name} ${ARGN})
+  # Not by target_link_libraries, after which a project could no longer choose between its two forms.
+  set_property(TARGET ${name} APPEND PROPERTY LINK_LIBRARIES Ka::${library})
+  set_property(TARGET ${name} PROPERTY KA_BITS ${bits})
+  # Once the folder is read and the program's libraries are known.
+  cmake_language(EVAL CODE "cmake_language(DEFER CALL _ka_check_libraries [[${name}]])")
 endfunction()
 
 # The options for who links with a library of a word size: those that make it, where it is not the project's own, and
