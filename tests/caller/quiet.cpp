@@ -364,13 +364,11 @@ TEST_P(Fast, a_stopped_host_goes_on_with_the_call)
 TEST_P(Fast, a_module_that_takes_or_ignores_the_signal_is_not_called)
 {
     for (const char *function : {"take_calls", "ignore_calls"}) {
-        Host host([&](ka_options &options) {
-            fast()(options);
-            options.deadline_ms = 500;
-        });
+        Host host(fast());
         EXPECT_EQ(call_with(host, "give_code", 1), 1);
         ka_begin(host, function);
         EXPECT_EQ(call(host), 0);
+        ka_set_deadline(host, 500);
         ka_begin(host, "hang");
         EXPECT_EQ(call_fails(host), KA_DEADLINE) << function;
     }

@@ -85,7 +85,10 @@ TEST(Retry, on_a_closed_host_is_safe_with_another)
 
 TEST(Retry, after_a_deadline_in_the_call_may_repeat_effects)
 {
-    Host host([](ka_options &options) { options.deadline_ms = 500; });
+    Host host;
+    begin_with(host, "give_code", 0);
+    EXPECT_EQ(call(host), 0);
+    ka_set_deadline(host, 500);
     ka_begin(host, "hang");
     EXPECT_EQ(call_fails(host), KA_DEADLINE);
     EXPECT_EQ(retry_of(host), KA_RETRY_UNSURE);

@@ -174,10 +174,11 @@ TEST_P(Strays, at_a_host_that_never_comes_to_rest_again_end_the_call_at_its_dead
 {
     Host host([this](ka_options &options) {
         layout()(options);
-        options.deadline_ms = 300;
         options.grace_ms = 10;
         options.transport = KA_TRANSPORT_PLAIN;
     });
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
+    ka_set_deadline(host, 1000);
     begin_early_reply(host, offset_of_retcode(), 0);
     EXPECT_EQ(call_fails(host), KA_DEADLINE);
     EXPECT_NE(error_text(host).find("was made to run again by a foreign SIGUSR2"), std::string::npos)
