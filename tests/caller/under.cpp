@@ -273,3 +273,49 @@ TEST(Under, a_module_without_a_slash_is_not_looked_for_in_path)
     EXPECT_EQ(ka_last_error(host)->exit_status, 1);
     ka_close(host);
 }
+
+TEST(Under, the_command_finds_the_surroundings_of_the_host)
+{
+    const File shown("", 0600);
+    const std::string script = "echo $KA_TEST_MARK $PWD >" + shown.path + "; exec \"$@\"";
+    const char *const words[] = {"sh", "-c", script.c_str(), "sh", nullptr};
+    const char *const environment[] = {"KA_TEST_MARK=here", nullptr}; // no PATH: then the system's own
+    const Host host([&](ka_options &options) {
+        under(words)(options);
+        options.environment = environment;
+        options.directory = "/usr";
+    });
+    EXPECT_EQ(read_file(shown.path), "here /usr\n");
+    EXPECT_EQ(call_with(host, "give_code", 5), 5);
+}
+
+TEST(Under, a_relative_command_begins_where_the_program_was)
+{
+    const File command("#!/bin/sh\nexec \"$@\"\n", 0700);
+    char before[4096];
+    ASSERT_NE(getcwd(before, sizeof before), nullptr);
+    ASSERT_EQ(chdir("/tmp"), 0);
+    const std::string path = "." + command.path.substr(command.path.rfind('/'));
+    const char *const words[] = {path.c_str(), nullptr};
+    {
+        const Host host([&](ka_options &options) {
+            under(words)(options);
+            options.directory = "/usr";
+        });
+        EXPECT_EQ(call_with(host, "give_code", 5), 5);
+    }
+    ASSERT_EQ(chdir(before), 0);
+}
+
+TEST(Under, path_is_that_of_the_environment)
+{
+    constexpr const char *nowhere[] = {"PATH=/nowhere", nullptr};
+    ka_options options = default_options();
+    under(becomes)(options);
+    options.environment = nowhere;
+    ka_host *host;
+    EXPECT_EQ(ka_open(&host, tasks_module.c_str(), &options), KA_START);
+    EXPECT_EQ(error_text(host),
+              "cannot start " + tasks_module + ": the command \"nice\" cannot be run: No such file or directory");
+    ka_close(host);
+}

@@ -224,6 +224,13 @@ typedef struct ka_options {
 
     /* Reasons */
     int32_t reasons; /* KA_REASONS_OFF */
+
+    /* Surroundings of the host process, and of its command: copied by ka_open, the same for every start */
+    const char *const *environment; /* null: that of the program at each start. Else NAME=value, a null behind them:
+                                       all that there is. The command is found by the PATH in it */
+    const char *directory;          /* null: where the program is at each start. Else its working directory. The path
+                                       of the module and a path of the command, if relative, begin where the program
+                                       is at ka_open all the same. A directory that cannot be entered is KA_START */
 } ka_options;
 
 /* Sets every field to its default. size is sizeof(ka_options). */
@@ -305,6 +312,11 @@ KA_API int32_t ka_add_reals(ka_host *host, const t_DECIMAL *values, int32_t coun
 KA_API int32_t ka_add_doubles(ka_host *host, const double *values, int32_t count, int32_t passing);
 KA_API int32_t ka_add_strings(ka_host *host, const ka_text *values, int32_t count, int32_t room, int32_t passing);
 
+/* The same for REALs in decimal text, each read as by ka_real_read. *rounded, unless rounded is null, becomes the
+   first element that was rounded, or -1 when each REAL is the very number of its text, or nothing was added. */
+KA_API int32_t ka_add_real_texts(ka_host *host, const ka_text *values, int32_t count, int32_t passing,
+                                 int32_t *rounded);
+
 /* The same for a single value; ka_add_real reads zero-terminated decimal text, as ka_real_read does. */
 KA_API int32_t ka_add_integer(ka_host *host, int32_t value, int32_t passing);
 KA_API int32_t ka_add_real(ka_host *host, const char *text, int32_t passing);
@@ -353,6 +365,16 @@ KA_API int32_t ka_get_doubles(ka_host *host, int32_t argument, double *values, i
    length, which is never below 0 nor above its room. buffer may be null when size is 0. */
 KA_API int32_t ka_get_string(ka_host *host, int32_t argument, int32_t element, char *buffer, int32_t size,
                              int32_t *length);
+
+/* Many strings, or REALs as ka_real_to_text writes them (a null REAL is an empty text), one behind the other in
+   buffer, which has room for size bytes. Stores count + 1 offsets: element i is from buffer[offsets[i]] to
+   buffer[offsets[i + 1]], not terminated. offsets[count] is the size that is needed; a smaller buffer, which may be
+   null when size is 0, has the elements that fit as a whole. While threads of the module go on writing, the next call
+   of these functions can find other strings. KA_ARGUMENT also for texts of 2 GiB and more. */
+KA_API int32_t ka_get_strings(ka_host *host, int32_t argument, char *buffer, int32_t size, int32_t *offsets,
+                              int32_t count);
+KA_API int32_t ka_get_real_texts(ka_host *host, int32_t argument, char *buffer, int32_t size, int32_t *offsets,
+                                 int32_t count);
 
 /* ---- Tables ---------------------------------------------------------------------------------------------------- */
 

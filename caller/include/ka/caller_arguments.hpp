@@ -4,7 +4,6 @@
 #ifndef KA_CALLER_ARGUMENTS_HPP
 #define KA_CALLER_ARGUMENTS_HPP
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -30,27 +29,20 @@ namespace detail {
 
 // ---- Into the call; errors are kept by the host until ka_call ----------------------------------------------------
 
-inline void add_decimals(ka_host *host, const Decimal *values, std::int32_t count, std::int32_t passing)
-{
-    std::vector<t_DECIMAL> reals(static_cast<std::size_t>(count));
-    for (std::size_t i = 0; i < reals.size(); i++) {
-        if (values[i].read(reals[i])) continue;
-        ka_add_real(host, without_zeros(values[i].text).c_str(), passing); // refuses it, with a message that names it
-        return;
-    }
-    ka_add_reals(host, reals.data(), count, passing);
-}
-
 template <typename Text>
-void add_texts(ka_host *host, const Text *values, std::int32_t count, std::int32_t room, std::int32_t passing)
+std::vector<ka_text> texts_of(const Text *values, std::int32_t count)
 {
     std::vector<ka_text> texts;
     texts.reserve(static_cast<std::size_t>(count));
     for (std::int32_t i = 0; i < count; i++) {
-        const std::string_view text(values[i]);
+        std::string_view text;
+        if constexpr (std::is_same_v<Text, Decimal>)
+            text = values[i].text;
+        else
+            text = std::string_view(values[i]);
         texts.push_back({text.data(), length(text.size())});
     }
-    ka_add_strings(host, texts.data(), count, room, passing);
+    return texts;
 }
 
 template <typename T>
@@ -75,8 +67,10 @@ void add(ka_host *host, const T &value, std::int32_t room, std::int32_t passing)
         if constexpr (is_integer<E>) ka_add_integers(host, first, count, passing);
         if constexpr (std::is_same_v<E, double>) ka_add_doubles(host, first, count, passing);
         if constexpr (std::is_same_v<E, t_DECIMAL>) ka_add_reals(host, first, count, passing);
-        if constexpr (std::is_same_v<E, Decimal>) add_decimals(host, first, count, passing);
-        if constexpr (is_text<E>) add_texts(host, first, count, room, passing);
+        if constexpr (std::is_same_v<T, Decimal>) ka_add_real(host, without_zeros(value.text).c_str(), passing);
+        if constexpr (std::is_same_v<E, Decimal> && !std::is_same_v<T, Decimal>)
+            ka_add_real_texts(host, texts_of(first, count).data(), count, passing, nullptr);
+        if constexpr (is_text<E>) ka_add_strings(host, texts_of(first, count).data(), count, room, passing);
     }
 }
 
@@ -94,24 +88,35 @@ void add(ka_host *host, const Ref<T> &argument, std::int32_t, std::int32_t)
 
 // ---- Out of it; fails only if a variable changed its size during the call -----------------------------------------
 
-inline std::int32_t take_decimals(ka_host *host, std::int32_t argument, Decimal *values, std::int32_t count)
+// The length may shrink between the two reads, if the module goes on writing.
+inline std::int32_t take_text(ka_host *host, std::int32_t argument, std::string &text)
 {
-    std::vector<t_DECIMAL> reals(static_cast<std::size_t>(count));
-    const std::int32_t status = ka_get_reals(host, argument, reals.data(), count);
-    if (status == KA_DONE)
-        std::transform(reals.begin(), reals.end(), values, [](auto &real) { return Decimal(real); });
+    std::int32_t found = 0;
+    std::int32_t status = ka_get_string(host, argument, 0, nullptr, 0, &found);
+    if (status != KA_DONE) return status;
+    text.resize(static_cast<std::size_t>(found));
+    status = ka_get_string(host, argument, 0, text.data(), detail::length(text.size()), &found);
+    if (static_cast<std::size_t>(found) < text.size()) text.resize(static_cast<std::size_t>(found));
     return status;
 }
 
-// The length may shrink between the two reads, if the module goes on writing.
-inline std::int32_t take_text(ka_host *host, std::int32_t argument, std::int32_t element, std::string &text)
+using GetTexts = std::int32_t(ka_host *, std::int32_t, char *, std::int32_t, std::int32_t *, std::int32_t);
+
+// All at once; once more where they have grown since their sizes were asked for.
+template <typename Store>
+std::int32_t take_texts(GetTexts &get, ka_host *host, std::int32_t argument, std::int32_t count, Store store)
 {
-    std::int32_t found = 0;
-    std::int32_t status = ka_get_string(host, argument, element, nullptr, 0, &found);
-    if (status != KA_DONE) return status;
-    text.resize(static_cast<std::size_t>(found));
-    status = ka_get_string(host, argument, element, text.data(), detail::length(text.size()), &found);
-    if (static_cast<std::size_t>(found) < text.size()) text.resize(static_cast<std::size_t>(found));
+    std::vector<std::int32_t> offsets(static_cast<std::size_t>(count) + 1);
+    std::string buffer;
+    std::int32_t status = get(host, argument, nullptr, 0, offsets.data(), count);
+    do {
+        buffer.resize(static_cast<std::size_t>(offsets.back()));
+        if (status == KA_DONE)
+            status = get(host, argument, buffer.data(), length(buffer.size()), offsets.data(), count);
+    } while (status == KA_DONE && static_cast<std::size_t>(offsets.back()) > buffer.size());
+    for (std::size_t i = 0; status == KA_DONE && i + 1 < offsets.size(); i++)
+        store(i, std::string_view(buffer).substr(static_cast<std::size_t>(offsets[i]),
+                                                 static_cast<std::size_t>(offsets[i + 1] - offsets[i])));
     return status;
 }
 
@@ -124,11 +129,15 @@ std::int32_t take(ka_host *host, std::int32_t argument, T &value)
     if constexpr (std::is_same_v<E, std::int32_t>) status = ka_get_integers(host, argument, first, count);
     if constexpr (std::is_same_v<E, double>) status = ka_get_doubles(host, argument, first, count);
     if constexpr (std::is_same_v<E, t_DECIMAL>) status = ka_get_reals(host, argument, first, count);
-    if constexpr (std::is_same_v<E, Decimal>) status = take_decimals(host, argument, first, count);
-    if constexpr (std::is_same_v<E, std::string>) {
-        for (std::int32_t i = 0; i < count && status == KA_DONE; i++)
-            status = take_text(host, argument, i, first[i]);
-    }
+    [[maybe_unused]] auto *const to = first;
+    if constexpr (std::is_same_v<T, std::string>) return take_text(host, argument, value);
+    if constexpr (std::is_same_v<E, Decimal>)
+        status = take_texts(ka_get_real_texts, host, argument, count, [to](std::size_t i, std::string_view text) {
+            to[i] = Decimal(text.empty() ? "null" : text); // as ka_real_to_text writes it
+        });
+    if constexpr (std::is_same_v<E, std::string>)
+        status = take_texts(ka_get_strings, host, argument, count,
+                            [to](std::size_t i, std::string_view text) { to[i] = text; });
     return status;
 }
 

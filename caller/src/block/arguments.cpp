@@ -19,6 +19,8 @@ struct t_SOURCE {
     const t_DECIMAL *reals = nullptr;
     const double *doubles = nullptr;
     const ka_text *strings = nullptr;
+    const ka_text *numbers = nullptr; /* REALs in decimal text */
+    int32_t *rounded = nullptr;       /* the first of them that was rounded; may be null */
 };
 } // namespace
 
@@ -91,6 +93,40 @@ static int32_t put_reals(ka_host *host, const t_ARGUMENT *argument, const t_DECI
     return KA_DONE;
 }
 
+static int32_t fail_length(ka_host *host, int32_t element, int32_t length, int32_t room)
+{
+    char what[80];
+    if (length < 0)
+        snprintf(what, sizeof what, "length is %d; it must not be below 0", length);
+    else
+        snprintf(what, sizeof what, "a string of %d bytes is longer than its room of %d", length, room);
+    return fail_element(host, element, what);
+}
+
+static int32_t fail_number(ka_host *host, int32_t element, const ka_text *text)
+{
+    if (text->length < 0) return fail_length(host, element, text->length, 0);
+    char what[80];
+    snprintf(what, sizeof what, "\"%.*s\" is not a REAL", text->length < 40 ? text->length : 40, text->data);
+    return fail_element(host, element, what);
+}
+
+static int32_t put_numbers(ka_host *host, const t_ARGUMENT *argument, const ka_text *values, int32_t *rounded)
+{
+    char *to = host->segment.base + argument->offset;
+    int32_t first = -1;
+    for (int32_t i = 0; i < argument->count; i++, to += sizeof(t_DECIMAL)) {
+        t_DECIMAL real;
+        int32_t exact;
+        if (ka_real_read(values[i].data, values[i].length, &real, &exact) != KA_DONE)
+            return fail_number(host, i, &values[i]);
+        memcpy(to, &real, sizeof real);
+        if (!exact && first < 0) first = i;
+    }
+    if (rounded) *rounded = first;
+    return KA_DONE;
+}
+
 static int32_t put_double(ka_host *host, int32_t element, double value, char *to)
 {
     t_DECIMAL real;
@@ -143,6 +179,7 @@ static int32_t put_values(ka_host *host, const t_ARGUMENT *argument, const t_SOU
     if (source->reals) return put_reals(host, argument, source->reals);
     if (source->doubles) return put_doubles(host, argument, source->doubles);
     if (source->strings) return put_strings(host, argument, source->strings);
+    if (source->numbers) return put_numbers(host, argument, source->numbers, source->rounded);
     return KA_DONE;
 }
 
@@ -227,14 +264,12 @@ static inline int32_t add_doubles(ka_host *host, const double *values, int32_t c
     return add_numbers(host, DLL_REAL, sizeof(t_DECIMAL), count, passing, &source);
 }
 
-static void fail_length(ka_host *host, int32_t element, int32_t length, int32_t room)
+static inline int32_t add_real_texts(ka_host *host, const ka_text *values, int32_t count, int32_t passing,
+                                     int32_t *rounded)
 {
-    char what[80];
-    if (length < 0)
-        snprintf(what, sizeof what, "length is %d; it must not be below 0", length);
-    else
-        snprintf(what, sizeof what, "a string of %d bytes is longer than its room of %d", length, room);
-    fail_element(host, element, what);
+    const t_SOURCE source = {.numbers = values, .rounded = rounded};
+    if (rounded) *rounded = -1;
+    return add_numbers(host, DLL_REAL, sizeof(t_DECIMAL), count, passing, &source);
 }
 
 /* Length of the longest; -1 when a length is negative or does not fit the room. */
@@ -280,15 +315,15 @@ int32_t ka_add_reals(ka_host *host, const t_DECIMAL *values, int32_t count, int3
     return add_reals(host, values, count, passing);
 }
 
+int32_t ka_add_real_texts(ka_host *host, const ka_text *values, int32_t count, int32_t passing, int32_t *rounded)
+{
+    return add_real_texts(host, values, count, passing, rounded);
+}
+
 int32_t ka_add_real(ka_host *host, const char *text, int32_t passing)
 {
-    if (begin_argument(host) != KA_DONE) return host->error.error_class;
-    t_DECIMAL value;
-    if (ka_real_from_text(text, static_cast<int32_t>(strlen(text)), &value) == KA_DONE)
-        return add_reals(host, &value, 1, passing);
-    char what[80];
-    snprintf(what, sizeof what, "\"%.40s\" is not a REAL", text);
-    return fail_element(host, 0, what);
+    const ka_text value = {text, static_cast<int32_t>(strlen(text))};
+    return add_real_texts(host, &value, 1, passing, nullptr);
 }
 
 int32_t ka_add_doubles(ka_host *host, const double *values, int32_t count, int32_t passing)

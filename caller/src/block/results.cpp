@@ -147,3 +147,49 @@ int32_t ka_get_string(ka_host *host, int32_t argument, int32_t index, char *buff
     *length = copy_string(host, found, index, buffer, size);
     return KA_DONE;
 }
+
+/* ---- Texts one behind the other -------------------------------------------------------------------------------- */
+
+int32_t ka_get_strings(ka_host *host, int32_t argument, char *buffer, int32_t size, int32_t *offsets, int32_t count)
+{
+    const t_ARGUMENT *found = find_result(host, argument, DLL_STRING, count);
+    if (!found) return host->error.error_class;
+    if (size < 0) return fail(host, KA_ARGUMENT, "size is %d; it must not be below 0", size);
+    int32_t end = 0; /* their rooms are parts of the segment */
+    for (int32_t i = 0; i < count; i++) {
+        const int32_t used = end < size ? end : size;
+        offsets[i] = end;
+        end += copy_string(host, found, i, buffer + used, size - used);
+    }
+    offsets[count] = end;
+    return KA_DONE;
+}
+
+static int32_t real_text(const ka_host *host, const t_ARGUMENT *argument, int32_t index, char text[KA_REAL_TEXT])
+{
+    const t_DECIMAL real = read_real(host, argument, index);
+    return real.dec_pos == DEC_NULL ? 0 : static_cast<int32_t>(strlen(ka_real_to_text(&real, text)));
+}
+
+/* A text can be longer than its REAL. */
+int32_t ka_get_real_texts(ka_host *host, int32_t argument, char *buffer, int32_t size, int32_t *offsets,
+                          int32_t count)
+{
+    const t_ARGUMENT *found = find_result(host, argument, DLL_REAL, count);
+    if (!found) return host->error.error_class;
+    if (size < 0) return fail(host, KA_ARGUMENT, "size is %d; it must not be below 0", size);
+    int64_t end = 0;
+    for (int32_t i = 0; i < count; i++) {
+        char text[KA_REAL_TEXT];
+        const int32_t length = real_text(host, found, i, text);
+        offsets[i] = static_cast<int32_t>(end);
+        if (length > 0 && end + length <= size) memcpy(buffer + end, text, static_cast<size_t>(length));
+        end += length;
+    }
+    offsets[count] = static_cast<int32_t>(end);
+    if (end <= INT32_MAX) return KA_DONE;
+    fail(host, KA_ARGUMENT, "the texts of argument %d of \"%s\" have more than %d bytes", argument, host->function,
+         INT32_MAX);
+    host->error.argument = argument;
+    return KA_ARGUMENT;
+}

@@ -102,11 +102,13 @@ struct t_LIFE {
     int error_fd;            /* KA_STDERR_FILE: a copy of the program's; else -1 */
     char **words;            /* ka_options.under and the module's path, with room for its argument; else null */
     int32_t word_count;      /* without the argument */
+    char **environment;      /* ka_options.environment; null for that of the program */
+    char *directory;         /* ka_options.directory; null for that of the program */
     int64_t started_ns;      /* when it was started last */
     int32_t deaths_in_a_row; /* ends and failed starts since the last call that succeeded */
     t_LEFT left;             /* reported by ka_close */
 };
-inline constexpr t_LIFE no_life = {STATE_ENDED, false, 0, -1, nullptr, 0, 0, 0, {}};
+inline constexpr t_LIFE no_life = {STATE_ENDED, false, 0, -1, nullptr, 0, nullptr, nullptr, 0, 0, {}};
 
 struct t_PROCESS {
     pid_t pid; /* until a command's host is found, the command itself */

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "owned.h"
+#include "surroundings.h"
 #include "under.h"
 
 static constexpr ka_options default_options = {
@@ -35,6 +36,8 @@ static constexpr ka_options default_options = {
     .spin_us = 50,
     .under = nullptr,
     .reasons = KA_REASONS_OFF,
+    .environment = nullptr,
+    .directory = nullptr,
 };
 
 void ka_options_init(ka_options *options, uint32_t size)
@@ -124,6 +127,7 @@ int32_t take_options(ka_host *host, const ka_options *options)
     if (host->options.grace_ms < 0) return fail_negative(host, "grace_ms", host->options.grace_ms);
     if (check_restart(host) != KA_DONE) return KA_ARGUMENT;
     if (check_trace_level(host, host->options.trace_level) != KA_DONE) return KA_ARGUMENT;
+    if (take_surroundings(host) != KA_DONE) return host->error.error_class; /* it makes the module's path */
     if (take_under(host) != KA_DONE) return host->error.error_class;
     return take_error_output(host);
 }

@@ -8,6 +8,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "surroundings.h"
+
 void forget_under(ka_host *host)
 {
     for (int32_t i = 0; i < host->life.word_count; i++)
@@ -48,6 +50,6 @@ int32_t take_under(ka_host *host)
         count++;
     if (count == 0) return fail(host, KA_ARGUMENT, "under has no words; the first is the name of a command");
     host->options.under = nullptr; /* the program's own memory */
-    if (copy_words(host, words, count)) return KA_DONE;
-    return fail_system(host, ENOMEM, "cannot keep the words of under");
+    if (!copy_words(host, words, count)) return fail_system(host, ENOMEM, "cannot keep the words of under");
+    return strchr(words[0], '/') ? fix_path(host, &host->life.words[0]) : int32_t{KA_DONE};
 }

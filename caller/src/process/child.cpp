@@ -71,16 +71,18 @@ static void await_argument(const t_LAUNCH *launch, char argument[ARGUMENT_SIZE])
     _exit(NOT_EXECUTED);
 }
 
-/* The C library looks into PATH without taking memory or locks. */
-static void execute(const t_LAUNCH *launch, char *argument)
+/* The C library looks into PATH without taking memory or locks. Returns the errno. */
+static int execute(const t_LAUNCH *launch, char *argument)
 {
+    if (launch->environment) environ = launch->environment;
     char *const own[] = {const_cast<char *>(launch->module), argument, nullptr};
     if (!launch->words) {
         execve(launch->module, own, environ);
-        return;
+        return errno;
     }
     launch->words[launch->word_count] = argument; /* in the child's own memory */
     execvp(launch->words[0], launch->words);
+    return errno;
 }
 
 void become_host(const t_LAUNCH *launch)
@@ -94,8 +96,8 @@ void become_host(const t_LAUNCH *launch)
     if (getppid() != launch->parent) _exit(NOT_EXECUTED);
     reset_signals();
     if (launch->error_fd != -1) dup2(launch->error_fd, STDERR_FILENO);
-    execute(launch, argument);
-    const int error = errno;
-    if (write(launch->pipes->report[1], &error, sizeof error) != sizeof error) _exit(126);
+    const bool entered = !launch->directory || chdir(launch->directory) == 0;
+    const t_NOT_EXECUTED report = {entered ? execute(launch, argument) : errno, !entered};
+    if (write(launch->pipes->report[1], &report, sizeof report) != sizeof report) _exit(126);
     _exit(NOT_EXECUTED);
 }

@@ -17,6 +17,14 @@ struct t_LAUNCH {
     int error_fd; /* becomes its standard error, unless it is -1 */
     char **words; /* of the command under which it runs, with room for the argument; or null */
     int32_t word_count;
+    char **environment; /* null for that of the program */
+    const char *directory;
+};
+
+/* Comes back through the pipe of a child that executes nothing. */
+struct t_NOT_EXECUTED {
+    int error; /* an errno */
+    bool of_directory;
 };
 
 __attribute__((noreturn)) void become_host(const t_LAUNCH *launch);

@@ -9,6 +9,7 @@
 #include "end.h"
 #include "fork.h"
 #include "host/host.h"
+#include "host/surroundings.h"
 #include "host/under.h"
 
 /* Reported once: the next ka_close frees the host. */
@@ -36,6 +37,7 @@ int32_t ka_close(ka_host *host)
     remove_segment(host);
     forget_preparations(host);
     forget_under(host);
+    forget_surroundings(host);
     free(host->module);
     free(host);
     return KA_DONE;

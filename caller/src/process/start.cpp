@@ -77,6 +77,14 @@ static int launch_from_lasting_thread(ka_host *host, const t_LAUNCH *launch, int
     return error != 0 ? error : birth.error;
 }
 
+static int32_t fail_directory(ka_host *host, int error)
+{
+    fail(host, KA_START, "cannot start %.200s: cannot enter the directory %.200s: %s", host->module,
+         host->life.directory, errno_text(error));
+    host->error.sys_errno = error;
+    return KA_START;
+}
+
 static int32_t fail_exec(ka_host *host, int error)
 {
     if (host->life.words) {
@@ -114,10 +122,11 @@ static int32_t await_exec(ka_host *host, int report_fd, int64_t deadline)
         if (woken == 0) return fail_late(host);
     }
     if (woken & WOKEN_BY_CANCEL) return fail(host, KA_CANCELLED, "the start of %.300s was cancelled", host->module);
-    int error = 0;
-    const ssize_t length = read(report_fd, &error, sizeof error);
+    t_NOT_EXECUTED report;
+    const ssize_t length = read(report_fd, &report, sizeof report);
     if (length == -1) return fail_system(host, errno, "cannot read from a pipe");
-    return length == sizeof error ? fail_exec(host, error) : KA_DONE;
+    if (length != sizeof report) return KA_DONE;
+    return report.of_directory ? fail_directory(host, report.error) : fail_exec(host, report.error);
 }
 
 /* The child reads until the last writing end is closed, and must not find its reading end the only one when the
@@ -174,7 +183,10 @@ static int32_t start_with_pipes(ka_host *host, t_LAUNCH *launch, int64_t deadlin
 
 int32_t start_process(ka_host *host, int64_t deadline)
 {
-    t_LAUNCH launch = {host->module, getpid(), &host->pipes, -1, host->life.words, host->life.word_count};
+    t_LAUNCH launch = {host->module,           getpid(),
+                       &host->pipes,           -1,
+                       host->life.words,       host->life.word_count,
+                       host->life.environment, host->life.directory};
     const int32_t result = start_with_pipes(host, &launch, deadline);
     if (result != KA_DONE) send_refusal(host);
     close_pipes(host);

@@ -238,6 +238,33 @@ static int32_t read_terminal(void **argv)
     return fd != -1 && read(fd, &byte, 1) >= 0 ? 0 : errno;
 }
 
+/* ---- Surroundings ---------------------------------------------------------------------------------------------- */
+
+/* The value of the variable in place of its name; "none" for none. */
+static int32_t variable(void **argv)
+{
+    char name[80] = "";
+    KaStr *text = argv[0];
+    memcpy(name, text->data, (size_t)text->len < sizeof name ? (size_t)text->len : sizeof name - 1);
+    const char *value = getenv(name);
+    return str2KaStr(value ? value : "none", text);
+}
+
+static int32_t count_variables(void **argv)
+{
+    int32_t count = 0;
+    (void)argv;
+    while (environ[count])
+        count++;
+    return count;
+}
+
+static int32_t directory(void **argv)
+{
+    char path[4096];
+    return getcwd(path, sizeof path) ? str2KaStr(path, argv[0]) : errno;
+}
+
 /* ---- Standard error -------------------------------------------------------------------------------------------- */
 
 /* So many bytes in pieces of uneven size: a running number in each eight of them. */
@@ -510,6 +537,9 @@ t_DLL_FUNC KaFuncList[] = {
     {"overwrite_and_die", 10, 1, NULL},
     {"fork_sleeper", 10, 1, NULL},
     {"read_terminal", 0, 0, NULL},
+    {"variable", 16, 1, NULL},
+    {"directory", 16, 1, NULL},
+    {"count_variables", 0, 0, NULL},
     {NULL, 0, 0, NULL},
 };
 
@@ -559,6 +589,9 @@ static int32_t (*const functions[])(void **) = {
     overwrite_and_die,
     fork_sleeper,
     read_terminal,
+    variable,
+    directory,
+    count_variables,
 };
 /* clang-format on */
 

@@ -55,6 +55,12 @@ constexpr Explanation rows[] = {
      "the command that is to run the module (--under, ka_options.under) has not started it",
      "its name or its options are wrong, it ended before the module ran, or it waits for something",
      "try the command with another program in the module's place, and look at its standard error"},
+    {error, NO_NUMBER, "",
+     "cannot enter the directory %s: %s\n"
+     "cannot tell where the program is",
+     "the host cannot be started in its directory (ka_options.directory)",
+     "there is no such directory, or this user may not enter it",
+     "give the path of a directory, from the root on if the program changes its own"},
     {error, NO_NUMBER, "", "not executable", "the file may not be run", "its mode has no x bit for this user",
      "chmod +x"},
     {error, NO_NUMBER, "", "not an ELF file\na cut off ELF file\nan ELF file but not a program",
@@ -92,6 +98,7 @@ constexpr Explanation rows[] = {
      "%s gives nothing back in argument %d\n"
      "argument %d of %s is %s, not %s\n"
      "argument %d of %s has %d elements, not %d\n"
+     "the texts of argument %d of %s have more than %d bytes\n"
      "index is %d; it must not be below 0\n"
      "size is %d; it must not be below 0",
      "a result was asked for that the call does not have",
@@ -137,6 +144,9 @@ constexpr Explanation rows[] = {
      "process %d is left: %s\n"
      "SIGKILL does not end it\n"
      "cannot copy error_fd\n"
+     "cannot keep the environment\n"
+     "cannot keep the directory\n"
+     "cannot keep the path\n"
      "cannot create a shared segment of %d bytes\n"
      "cannot write to a pipe\n"
      "cannot read from a pipe\n"
