@@ -1,0 +1,552 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The type Host: a host of libkacall with its options, and whose turn it is to use it. Threads queue in the order in
+ * which they come. The one whose turn it is owns the host until it leaves it, also while it waits without the GIL. */
+#define _GNU_SOURCE
+#include <pthread.h>
+#include <stddef.h>
+#include <unistd.h>
+
+#include "extension.h"
+
+/* ---- Forks ----------------------------------------------------------------------------------------------------- */
+
+/* The hosts of the parent have ended for the child. What the records say about threads is of the parent's. */
+static unsigned forks;
+
+static void count_fork(void)
+{
+    forks++;
+}
+
+unsigned fork_count(void)
+{
+    return forks;
+}
+
+int watch_forks(void)
+{
+    static bool watched;
+    if (watched) return 0;
+    watched = true;
+    const int error = pthread_atfork(NULL, NULL, count_fork);
+    return error == 0 ? 0 : (PyErr_NoMemory(), -1);
+}
+
+bool in_main_thread(void)
+{
+    return gettid() == getpid();
+}
+
+/* ---- Turns ----------------------------------------------------------------------------------------------------- */
+
+bool is_closed(const t_HOST *host)
+{
+    return !host->ka || host->forks != forks;
+}
+
+int fail_closed(t_HOST *host)
+{
+    const bool forked = host->ka && host->forks != forks;
+    return fail_host(host, KA_CLOSED, forked ? "the host belongs to the parent process" : "the host is closed");
+}
+
+static int check_open(t_HOST *host)
+{
+    return is_closed(host) ? fail_closed(host) : 0;
+}
+
+static void queue_up(t_HOST *host, t_WAITER *waiter)
+{
+    if (host->last)
+        host->last->next = waiter;
+    else
+        host->first = waiter;
+    host->last = waiter;
+}
+
+static void drop_out(t_HOST *host, t_WAITER *waiter)
+{
+    t_WAITER *before = NULL;
+    for (t_WAITER *each = host->first; each != waiter; each = each->next)
+        before = each;
+    if (before)
+        before->next = waiter->next;
+    else
+        host->first = waiter->next;
+    if (host->last == waiter) host->last = before;
+}
+
+/* Once the interpreter ends, other threads never come back to leave a host. */
+static bool is_interpreter_ending(void)
+{
+    PyObject *function = PySys_GetObject("is_finalizing");
+    PyObject *answer = function ? PyObject_CallNoArgs(function) : NULL;
+    const bool ending = answer && PyObject_IsTrue(answer) == 1;
+    Py_XDECREF(answer);
+    PyErr_Clear();
+    return ending;
+}
+
+/* Signal handlers run in between; one that raises ends the waiting. */
+static int wait_for_turn(t_HOST *host, t_WAITER *waiter)
+{
+    const bool main_thread = in_main_thread();
+    const long long longest_us = main_thread ? 50000 : -1;
+    while (!waiter->has_turn) {
+        PyThreadState *state = PyEval_SaveThread();
+        PyThread_acquire_lock_timed(waiter->lock, longest_us, main_thread);
+        PyEval_RestoreThread(state);
+        if (!main_thread || waiter->has_turn) continue;
+        if (PyErr_CheckSignals() < 0) break;
+        if (is_interpreter_ending() && !waiter->has_turn) {
+            fail_host(host, KA_ARGUMENT, "the host is used by another thread, and the interpreter is ending");
+            break;
+        }
+    }
+    if (!PyErr_Occurred()) return 0;
+    if (waiter->has_turn)
+        leave_host(host);
+    else
+        drop_out(host, waiter);
+    return -1;
+}
+
+/* On the heap: a thread that the end of the interpreter stops here leaves it in the queue. */
+static t_WAITER *new_waiter(void)
+{
+    t_WAITER *waiter = calloc(1, sizeof *waiter);
+    if (waiter) waiter->lock = PyThread_allocate_lock();
+    if (waiter && waiter->lock) {
+        PyThread_acquire_lock(waiter->lock, NOWAIT_LOCK);
+        waiter->thread = PyThread_get_thread_ident();
+        return waiter;
+    }
+    free(waiter);
+    PyErr_NoMemory();
+    return NULL;
+}
+
+static int take_turn_after_others(t_HOST *host)
+{
+    if (host->owner == PyThread_get_thread_ident()) {
+        const char *text = host->in_callback ? "is used inside a call-back of the same host; use a second host"
+                           : host->awaited   ? "a call of it is awaited in this thread; use a second host"
+                                             : "is used while this thread makes a call of it; use a second host";
+        return fail_host(host, KA_ARGUMENT, text);
+    }
+    if (host->in_callback)
+        return fail_host(host, KA_ARGUMENT, "is used by another thread, which is in a call-back");
+    t_WAITER *waiter = new_waiter();
+    if (!waiter) return -1;
+    queue_up(host, waiter);
+    const int status = wait_for_turn(host, waiter);
+    PyThread_free_lock(waiter->lock);
+    free(waiter);
+    return status;
+}
+
+int enter_host(t_HOST *host)
+{
+    if (check_open(host) < 0) return -1;
+    if (host->owner == 0)
+        host->owner = PyThread_get_thread_ident();
+    else if (take_turn_after_others(host) < 0)
+        return -1;
+    if (check_open(host) < 0) {
+        leave_host(host);
+        return -1;
+    }
+    settle_evidence(host);
+    return 0;
+}
+
+void leave_host(t_HOST *host)
+{
+    if (host->forks != forks) return;
+    t_WAITER *next = host->first;
+    host->owner = next ? next->thread : 0;
+    if (!next) return;
+    host->first = next->next;
+    if (!host->first) host->last = NULL;
+    next->has_turn = true;
+    PyThread_release_lock(next->lock);
+}
+
+/* ---- The arena ------------------------------------------------------------------------------------------------- */
+
+void *arena(t_HOST *host, size_t size)
+{
+    if (size <= host->arena_size) return host->arena;
+    char *larger = PyMem_Realloc(host->arena, size);
+    if (!larger) return PyErr_NoMemory();
+    host->arena = larger;
+    host->arena_size = size;
+    return larger;
+}
+
+/* ---- Making and ending ----------------------------------------------------------------------------------------- */
+
+static char **copy_environment(PyObject *list)
+{
+    const Py_ssize_t count = PyList_Size(list);
+    if (count < 0) return NULL;
+    char **environment = PyMem_Calloc((size_t)count + 1, sizeof *environment);
+    for (Py_ssize_t i = 0; environment && i < count; i++) {
+        const char *entry = PyBytes_AsString(PyList_GetItem(list, i));
+        environment[i] = entry ? strdup(entry) : NULL;
+        if (!entry) break;
+    }
+    if (!environment) PyErr_NoMemory();
+    return environment;
+}
+
+static void free_environment(char **environment)
+{
+    for (char **entry = environment; entry && *entry; entry++)
+        free(*entry);
+    PyMem_Free(environment);
+}
+
+/* Null for None. */
+static int take_environment(t_HOST *host, PyObject *environment, PyObject *directory)
+{
+    if (environment != Py_None && !(host->environment = copy_environment(environment))) return -1;
+    if (directory != Py_None) {
+        const char *path = PyBytes_AsString(directory);
+        if (!path || !(host->directory = strdup(path))) return -1;
+    }
+    return PyErr_Occurred() ? -1 : 0;
+}
+
+static PyObject *host_new(PyTypeObject *type, PyObject *args, PyObject *named)
+{
+    static char *names[] = {"path",      "deadline_ms",    "grace_ms", "restart",   "segment",     "scratch",
+                            "pause_ms",  "pause_max_ms",   "output",   "output_fd", "ring",        "trace",
+                            "transport", "spin_us",        "room",     "floats",    "encoding",    "errors",
+                            "callback",  "environment",    "directory", NULL};
+    ka_options options;
+    ka_options_init(&options, sizeof options);
+    PyObject *path, *encoding, *errors, *callback, *environment, *directory;
+    int room, floats;
+    if (!PyArg_ParseTupleAndKeywords(
+            args, named, "Siiiiiiiiiiiiiip" "SSOOO", names, &path, &options.deadline_ms, &options.grace_ms,
+            &options.restart, &options.segment_bytes, &options.scratch_bytes, &options.restart_pause_ms,
+            &options.restart_pause_max_ms, &options.error_output, &options.error_fd, &options.ring_bytes,
+            &options.trace_level, &options.transport, &options.spin_us, &room, &floats, &encoding, &errors, &callback,
+            &environment, &directory))
+        return NULL;
+    PyObject *module = PyType_GetModule(type);
+    if (!module) return NULL;
+    const allocfunc allocate = (allocfunc)PyType_GetSlot(type, Py_tp_alloc);
+    t_HOST *host = (t_HOST *)allocate(type, 0);
+    if (!host) return NULL;
+    host->module = Py_NewRef(module);
+    host->state = state_of(module);
+    host->options = options;
+    host->room = room;
+    host->reals_as_floats = floats != 0;
+    host->path = Py_NewRef(path);
+    host->callback = Py_NewRef(callback);
+    host->encoding = Py_NewRef(encoding);
+    host->errors = Py_NewRef(errors);
+    host->utf8 = strcmp(PyBytes_AsString(encoding), "utf-8") == 0;
+    host->forks = forks;
+    if (take_environment(host, environment, directory) < 0) {
+        Py_DECREF(host);
+        return NULL;
+    }
+#ifdef KAHOST_ENVIRONMENT
+    host->options.environment = (const char *const *)host->environment;
+    host->options.directory = host->directory;
+#endif
+    return (PyObject *)host;
+}
+
+/* Frees it; when its process could not be ended, the second time. */
+static int32_t close_waiting(ka_host *ka)
+{
+    PyThreadState *state = PyEval_SaveThread();
+    const int32_t status = ka_close(ka);
+    PyEval_RestoreThread(state);
+    return status;
+}
+
+static void forget_ka(t_HOST *host)
+{
+    ka_host *ka = host->ka;
+    settle_evidence(host);
+    host->ka = NULL;
+    if (close_waiting(ka) != KA_DONE) close_waiting(ka);
+}
+
+static int host_traverse(PyObject *self, visitproc visit, void *arg)
+{
+    t_HOST *host = (t_HOST *)self;
+    Py_VISIT(Py_TYPE(self));
+    Py_VISIT(host->module);
+    Py_VISIT(host->callback);
+    return 0;
+}
+
+static int host_clear(PyObject *self)
+{
+    Py_CLEAR(((t_HOST *)self)->callback);
+    return 0;
+}
+
+static void host_dealloc(PyObject *self)
+{
+    t_HOST *host = (t_HOST *)self;
+    PyTypeObject *type = Py_TYPE(self);
+    PyObject_GC_UnTrack(self);
+    PyObject *error_type, *value, *traceback;
+    PyErr_Fetch(&error_type, &value, &traceback);
+    if (host->ka) forget_ka(host);
+    PyErr_Restore(error_type, value, traceback);
+    host_clear(self);
+    free_environment(host->environment);
+    free(host->directory);
+    PyMem_Free(host->arena);
+    Py_XDECREF(host->path);
+    Py_XDECREF(host->encoding);
+    Py_XDECREF(host->errors);
+    Py_XDECREF(host->module);
+    PyObject_GC_Del(self);
+    Py_DECREF(type);
+}
+
+/* ---- Start, restart, close ------------------------------------------------------------------------------------- */
+
+/* The tables tell that the module runs. */
+static int32_t start(t_HOST *host, ka_host **ka, const ka_tables **tables)
+{
+    PyThreadState *state = PyEval_SaveThread();
+    int32_t status = *ka ? ka_restart(*ka) : ka_open(ka, PyBytes_AsString(host->path), &host->options);
+    *tables = status == KA_DONE ? ka_host_tables(*ka) : NULL;
+    PyEval_RestoreThread(state);
+    return *tables ? KA_DONE : KA_SYSTEM;
+}
+
+/* open(): starts the module, and gives its tables. */
+static PyObject *host_open(PyObject *self, PyObject *unused)
+{
+    (void)unused;
+    t_HOST *host = (t_HOST *)self;
+    if (host->ka || host->owner != 0) return fail_host(host, KA_ARGUMENT, "is opened already"), NULL;
+    host->owner = PyThread_get_thread_ident();
+    host->forks = forks;
+    ka_host *ka = NULL;
+    const ka_tables *tables;
+    const int32_t status = start(host, &ka, &tables);
+    host->ka = ka;
+    PyObject *result = NULL;
+    if (status == KA_DONE) result = make_tables(tables);
+    else fail_library(host, NULL);
+    if (!result && ka) {
+        PyObject *type, *value, *traceback;
+        PyErr_Fetch(&type, &value, &traceback);
+        forget_ka(host);
+        PyErr_Restore(type, value, traceback);
+    }
+    leave_host(host);
+    return result;
+}
+
+static PyObject *host_restart(PyObject *self, PyObject *unused)
+{
+    (void)unused;
+    t_HOST *host = (t_HOST *)self;
+    if (enter_host(host) < 0) return NULL;
+    const ka_tables *tables;
+    const int status = start(host, &host->ka, &tables) == KA_DONE ? 0 : fail_library(host, NULL);
+    leave_host(host);
+    return status == 0 ? Py_NewRef(Py_None) : NULL;
+}
+
+/* Nothing in a child of the process that opened it: there it is closed. */
+static PyObject *host_close(PyObject *self, PyObject *unused)
+{
+    (void)unused;
+    t_HOST *host = (t_HOST *)self;
+    if (is_closed(host)) Py_RETURN_NONE;
+    if (enter_host(host) < 0) {
+        if (!is_closed(host)) return NULL; /* it was closed while this thread waited */
+        PyErr_Clear();
+        Py_RETURN_NONE;
+    }
+    if (host->exports > 0) {
+        leave_host(host);
+        PyErr_SetString(PyExc_BufferError, "views of the scratch area are in use");
+        return NULL;
+    }
+    ka_host *ka = host->ka;
+    host->ka = NULL;
+    int status = 0;
+    if (close_waiting(ka) != KA_DONE) {
+        host->ka = ka;
+        status = fail_library(host, NULL);
+        settle_evidence(host);
+        host->ka = NULL;
+        close_waiting(ka);
+    }
+    leave_host(host);
+    return status == 0 ? Py_NewRef(Py_None) : NULL;
+}
+
+/* Any thread, any signal handler. */
+static PyObject *host_cancel(PyObject *self, PyObject *unused)
+{
+    (void)unused;
+    t_HOST *host = (t_HOST *)self;
+    return PyBool_FromLong(!is_closed(host) && ka_cancel(host->ka));
+}
+
+/* ---- The rest -------------------------------------------------------------------------------------------------- */
+
+/* Standard error in its ring. */
+static PyObject *host_output(PyObject *self, PyObject *unused)
+{
+    (void)unused;
+    t_HOST *host = (t_HOST *)self;
+    if (check_open(host) < 0) return NULL;
+    const int32_t size = host->options.error_output == KA_STDERR_RING ? host->options.ring_bytes : 0;
+    char *buffer = PyMem_Malloc((size_t)size + 1);
+    if (!buffer) return PyErr_NoMemory();
+    PyObject *output = NULL;
+    if (enter_host(host) == 0) {
+        const int32_t length = ka_error_output(host->ka, buffer, size);
+        leave_host(host);
+        output = PyBytes_FromStringAndSize(buffer, length);
+    }
+    PyMem_Free(buffer);
+    return output;
+}
+
+static PyObject *host_scratch(PyObject *self, PyObject *unused)
+{
+    (void)unused;
+    return is_closed((t_HOST *)self) ? fail_closed((t_HOST *)self), NULL : make_scratch((t_HOST *)self);
+}
+
+static PyObject *get_callback(PyObject *self, void *unused)
+{
+    (void)unused;
+    t_HOST *host = (t_HOST *)self;
+    return Py_NewRef(host->callback ? host->callback : Py_None);
+}
+
+static int set_callback(PyObject *self, PyObject *value, void *unused)
+{
+    (void)unused;
+    t_HOST *host = (t_HOST *)self;
+    if (!value || (value != Py_None && !PyCallable_Check(value))) {
+        PyErr_SetString(PyExc_TypeError, "callback must be callable or None");
+        return -1;
+    }
+    PyObject *old = host->callback;
+    host->callback = Py_NewRef(value);
+    Py_XDECREF(old);
+    return 0;
+}
+
+static int take_int(PyObject *value, int32_t *number)
+{
+    const long wide = value ? PyLong_AsLong(value) : -1;
+    if (!value) PyErr_SetString(PyExc_AttributeError, "cannot be deleted");
+    if (PyErr_Occurred()) return -1;
+    *number = wide > INT32_MAX ? INT32_MAX : wide < INT32_MIN ? INT32_MIN : (int32_t)wide;
+    return 0;
+}
+
+static PyObject *get_deadline(PyObject *self, void *unused)
+{
+    (void)unused;
+    return PyLong_FromLong(((t_HOST *)self)->options.deadline_ms);
+}
+
+static int set_deadline(PyObject *self, PyObject *value, void *unused)
+{
+    (void)unused;
+    t_HOST *host = (t_HOST *)self;
+    int32_t deadline_ms;
+    if (take_int(value, &deadline_ms) < 0 || enter_host(host) < 0) return -1;
+    int status = 0;
+    if (ka_set_deadline(host->ka, deadline_ms) == KA_DONE)
+        host->options.deadline_ms = deadline_ms;
+    else
+        status = fail_library(host, NULL);
+    leave_host(host);
+    return status;
+}
+
+static PyObject *get_trace(PyObject *self, void *unused)
+{
+    (void)unused;
+    return PyLong_FromLong(((t_HOST *)self)->options.trace_level);
+}
+
+/* Also from a call-back of the host. */
+static int set_trace(PyObject *self, PyObject *value, void *unused)
+{
+    (void)unused;
+    t_HOST *host = (t_HOST *)self;
+    int32_t level;
+    if (take_int(value, &level) < 0) return -1;
+    const bool inside = host->in_callback && host->owner == PyThread_get_thread_ident();
+    if (inside ? check_open(host) < 0 : enter_host(host) < 0) return -1;
+    int status = 0;
+    const int32_t set = ka_set_trace(host->ka, level);
+    if (set == KA_DONE || set == KA_CLOSED)
+        host->options.trace_level = level;
+    else
+        status = fail_library(host, NULL);
+    if (!inside) leave_host(host);
+    return status;
+}
+
+static PyObject *get_pid(PyObject *self, void *unused)
+{
+    (void)unused;
+    t_HOST *host = (t_HOST *)self;
+    const int32_t pid = is_closed(host) ? 0 : ka_pid(host->ka);
+    return pid != 0 ? PyLong_FromLong(pid) : Py_NewRef(Py_None);
+}
+
+static PyObject *get_closed(PyObject *self, void *unused)
+{
+    (void)unused;
+    return PyBool_FromLong(is_closed((t_HOST *)self));
+}
+
+static PyMethodDef host_methods[] = {
+    {"open", host_open, METH_NOARGS, "Starts the module, and gives its tables."},
+    {"restart", host_restart, METH_NOARGS, NULL},
+    {"close", host_close, METH_NOARGS, NULL},
+    {"cancel", host_cancel, METH_NOARGS, NULL},
+    {"stderr", host_output, METH_NOARGS, NULL},
+    {"scratch", host_scratch, METH_NOARGS, "An object with the buffer protocol."},
+    {NULL, NULL, 0, NULL},
+};
+
+static PyGetSetDef host_attributes[] = {
+    {"callback", get_callback, set_callback, NULL, NULL},
+    {"deadline_ms", get_deadline, set_deadline, NULL, NULL},
+    {"trace", get_trace, set_trace, NULL, NULL},
+    {"pid", get_pid, NULL, NULL, NULL},
+    {"closed", get_closed, NULL, NULL, NULL},
+    {NULL, NULL, NULL, NULL, NULL},
+};
+
+static PyType_Slot host_slots[] = {
+    {Py_tp_new, host_new},         {Py_tp_dealloc, host_dealloc}, {Py_tp_traverse, host_traverse},
+    {Py_tp_clear, host_clear},     {Py_tp_methods, host_methods}, {Py_tp_getset, host_attributes},
+    {0, NULL},
+};
+
+PyType_Spec host_spec = {
+    .name = "kahost._kahost.Host",
+    .basicsize = sizeof(t_HOST),
+    .flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC,
+    .slots = host_slots,
+};

@@ -1,0 +1,60 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The scratch area as an object with the buffer protocol. Its views are counted: the area must not go before them. */
+#include "extension.h"
+
+typedef struct t_SCRATCH {
+    PyObject_HEAD
+    t_HOST *host; /* owned */
+} t_SCRATCH;
+
+PyObject *make_scratch(t_HOST *host)
+{
+    t_SCRATCH *scratch = PyObject_New(t_SCRATCH, (PyTypeObject *)host->state->scratch_type);
+    if (!scratch) return NULL;
+    scratch->host = (t_HOST *)Py_NewRef((PyObject *)host);
+    return (PyObject *)scratch;
+}
+
+static int get_buffer(PyObject *self, Py_buffer *view, int flags)
+{
+    t_HOST *host = ((t_SCRATCH *)self)->host;
+    static char none;
+    if (is_closed(host)) {
+        view->obj = NULL;
+        return fail_closed(host);
+    }
+    int32_t size = 0;
+    void *area = ka_scratch(host->ka, &size);
+    if (PyBuffer_FillInfo(view, self, area ? area : &none, size, 0, flags) < 0) return -1;
+    host->exports++;
+    return 0;
+}
+
+static void release_buffer(PyObject *self, Py_buffer *view)
+{
+    (void)view;
+    ((t_SCRATCH *)self)->host->exports--;
+}
+
+static void scratch_dealloc(PyObject *self)
+{
+    PyTypeObject *type = Py_TYPE(self);
+    Py_DECREF((PyObject *)((t_SCRATCH *)self)->host);
+    PyObject_Free(self);
+    Py_DECREF(type);
+}
+
+static PyType_Slot scratch_slots[] = {
+    {Py_tp_dealloc, scratch_dealloc},
+    {Py_bf_getbuffer, get_buffer},
+    {Py_bf_releasebuffer, release_buffer},
+    {0, NULL},
+};
+
+PyType_Spec scratch_spec = {
+    .name = "kahost._kahost.Scratch",
+    .basicsize = sizeof(t_SCRATCH),
+    .flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_DISALLOW_INSTANTIATION,
+    .slots = scratch_slots,
+};

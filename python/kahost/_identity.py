@@ -1,0 +1,85 @@
+# SPDX-License-Identifier: MIT
+"""Where a module came from, for handles that travel: its path, what file that was, and how it was opened."""
+
+from __future__ import annotations
+
+import hashlib
+import os
+from typing import TYPE_CHECKING, Any
+
+from ._errors import StartError
+
+if TYPE_CHECKING:
+    from ._kahost import Host
+
+_PT_NOTE, _BUILD_ID = 4, 3
+
+
+def _notes(head: bytes, file: Any) -> Any:
+    """The notes of an ELF file of this machine's byte order."""
+    wide, word = head[4] == 2, 8 if head[4] == 2 else 4
+
+    def number(data: bytes, at: int, size: int) -> int:
+        return int.from_bytes(data[at : at + size], "little")
+
+    at, size, count = number(head, 32 if wide else 28, word), number(head, 54 if wide else 42, 2), number(head, 56 if wide else 44, 2)
+    file.seek(at)
+    headers = file.read(size * count)
+    for i in range(count):
+        header = headers[i * size : (i + 1) * size]
+        if number(header, 0, 4) != _PT_NOTE:
+            continue
+        file.seek(number(header, 8 if wide else 4, word))
+        notes = file.read(number(header, 32 if wide else 16, word))
+        while len(notes) >= 12:
+            name, length, kind = number(notes, 0, 4), number(notes, 4, 4), number(notes, 8, 4)
+            start = 12 + (name + 3) // 4 * 4
+            yield notes[12 : 12 + name], kind, notes[start : start + length]
+            notes = notes[start + (length + 3) // 4 * 4 :]
+
+
+def identify(path: str | bytes) -> str:
+    """The build id of a module's file, or else its SHA-256."""
+    with open(path, "rb") as file:
+        head = file.read(64)
+        if head[:4] == b"\x7fELF" and head[5:6] == b"\1":
+            for name, kind, value in _notes(head, file):
+                if name == b"GNU\0" and kind == _BUILD_ID and value:
+                    return f"build-id:{value.hex()}"
+        file.seek(0)
+        return f"sha256:{hashlib.file_digest(file, 'sha256').hexdigest()}"
+
+
+def _stamp(path: str | bytes) -> tuple[int, ...] | None:
+    try:
+        found = os.stat(path)
+    except OSError:
+        return None
+    return found.st_dev, found.st_ino, found.st_size, found.st_mtime_ns
+
+
+class Origin:
+    """The file and the options with which a module was opened."""
+
+    __slots__ = ("path", "options", "_stamp", "_identity")
+
+    def __init__(self, path: str, options: dict[str, Any]) -> None:
+        self.path = path
+        self.options = options
+        self._stamp = _stamp(path)
+        self._identity: str | None = None
+
+    def identity(self, host: Host) -> str:
+        """Of the file that was opened, whatever is there now."""
+        if self._identity is None:
+            if _stamp(self.path) == self._stamp:
+                self._identity = identify(self.path)
+            elif host.pid is not None:
+                self._identity = identify(f"/proc/{host.pid}/exe")
+            else:
+                raise StartError(f"{self.path}: the file has changed since it was opened: a handle would lead to another module")
+        return self._identity
+
+    def for_pickle(self, host: Host) -> tuple[str, str, dict[str, Any]]:
+        """What a handle is made from."""
+        return self.path, self.identity(host), self.options

@@ -1,0 +1,289 @@
+# SPDX-License-Identifier: MIT
+"""Modules: a host process with the functions that its tables have."""
+
+from __future__ import annotations
+
+import os
+from collections.abc import Callable, Mapping
+from types import MappingProxyType, TracebackType
+from typing import IO, Any, TypeVar, overload
+
+from . import _kahost, _paths
+from ._errors import StartError
+from ._function import Function, Plan, milliseconds, reals_are_floats
+from ._identity import Origin
+from ._tables import Decoder
+
+Callback = Callable[[int], int]
+Stderr = str | int | IO[Any] | None
+T = TypeVar("T")
+
+_RESTART = {"never": 0, "next call": 1, "at once": 2}
+_TRANSPORT = {"signals": 0, "fast": 1, "plain": 2}
+_INHERIT, _FILE, _RING = range(3)
+
+
+def _choice(name: str, value: str, values: Mapping[str, int]) -> int:
+    try:
+        return values[value]
+    except (KeyError, TypeError):
+        allowed = ", ".join(f'"{each}"' for each in values)
+        raise ValueError(f"{name} is {value!r}; it must be one of {allowed}") from None
+
+
+def _output(stderr: Stderr) -> tuple[int, int]:
+    if stderr is None:
+        return _INHERIT, -1
+    if stderr == "ring":
+        return _RING, -1
+    if isinstance(stderr, str):
+        raise ValueError(f'stderr is {stderr!r}; it must be "ring", None, a file or a descriptor')
+    return _FILE, stderr if isinstance(stderr, int) else stderr.fileno()
+
+
+def _environment(env: Mapping[str, str] | None) -> list[bytes] | None:
+    values = _paths.host_environment(env)
+    return None if values is None else [os.fsencode(f"{name}={value}") for name, value in values.items()]
+
+
+class Module:
+    """A module and the process that it runs in. Its functions are attributes and items."""
+
+    __slots__ = ("__dict__", "__weakref__", "_host", "_origin", "_functions", "_view")
+    _host: _kahost.Host
+    _origin: Origin
+    _functions: dict[str, Function]
+    _view: memoryview | None
+
+    def __init__(
+        self,
+        path: str | os.PathLike[str],
+        *,
+        deadline: float = 30.0,
+        grace: float = 2.0,
+        callback: Callback | None = None,
+        restart: str = "never",
+        segment: int = 1 << 20,
+        scratch: int = 1 << 16,
+        restart_pause: tuple[float, float] = (0.1, 10.0),
+        stderr: Stderr = "ring",
+        ring: int = 1 << 16,
+        trace: int = 0,
+        env: Mapping[str, str] | None = None,
+        cwd: str | os.PathLike[str] | None = None,
+        encoding: str = "utf-8",
+        errors: str = "surrogateescape",
+        room: int = 256,
+        reals: str = "decimal",
+        transport: str = "signals",
+        spin: float = 50e-6,
+        _options: dict[str, Any] | None = None,
+    ) -> None:
+        """See open."""
+        set_field = object.__setattr__
+        name = os.fsdecode(path)
+        output, output_fd = _output(stderr)
+        "".encode(encoding, errors)
+        host = _kahost.Host(
+            os.fsencode(path),
+            deadline_ms=milliseconds(deadline),
+            grace_ms=milliseconds(grace),
+            restart=_choice("restart", restart, _RESTART),
+            segment=segment,
+            scratch=scratch,
+            pause_ms=milliseconds(restart_pause[0]),
+            pause_max_ms=milliseconds(restart_pause[1]),
+            output=output,
+            output_fd=output_fd,
+            ring=ring,
+            trace=trace,
+            transport=_choice("transport", transport, _TRANSPORT),
+            spin_us=round(spin * 1e6),
+            room=room,
+            floats=reals_are_floats(reals),
+            encoding="utf-8".encode() if encoding.lower() in ("utf-8", "utf8") else encoding.encode(),
+            errors=errors.encode(),
+            callback=callback,
+            environment=_environment(env),
+            directory=None if cwd is None else os.fsencode(cwd),
+        )
+        host.callback = callback
+        set_field(self, "_host", host)
+        set_field(self, "_origin", Origin(name, _options if _options is not None else {}))
+        set_field(self, "_view", None)
+        try:
+            found = host.open()
+        except StartError as error:
+            raise _with_advice(error, name)
+        functions: dict[str, Function] = {}
+        decode = Decoder(encoding, errors)
+        for raw in found:
+            plan = Plan(raw, decode)
+            if plan.name not in functions:
+                functions[plan.name] = Function(host, plan, self._origin)
+        set_field(self, "_functions", functions)
+        own = self.__dict__
+        for each, function in functions.items():
+            if not hasattr(Module, each):
+                own[each] = function
+
+    # ---- Functions
+
+    def __getitem__(self, name: str) -> Function:
+        return self._functions[name]
+
+    def __getattr__(self, name: str) -> Function:
+        """Functions are attributes, but for those whose name a Module has itself."""
+        raise AttributeError(f"{self._origin.path} has no function {name!r}", name=name, obj=self)
+
+    def __setattr__(self, name: str, value: object) -> None:
+        if not isinstance(getattr(Module, name, None), property):
+            raise AttributeError(f"a Module has no attribute {name!r} to set", name=name, obj=self)
+        object.__setattr__(self, name, value)
+
+    @property
+    def functions(self) -> Mapping[str, Function]:
+        """All functions by name."""
+        return MappingProxyType(self._functions)
+
+    def __dir__(self) -> list[str]:
+        return sorted({*object.__dir__(self), *(name for name in self._functions if name.isidentifier())})
+
+    # ---- Life
+
+    def close(self) -> None:
+        """Ends the process. Waits for a call of another thread; a second time nothing happens."""
+        view = self._view
+        if view is not None:
+            view.release()
+            object.__setattr__(self, "_view", None)
+        self._host.close()
+
+    def __enter__(self) -> Module:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, traceback: TracebackType | None) -> None:
+        self.close()
+
+    def cancel(self) -> bool:
+        """Ends the call under way, from any thread or signal handler. Whether there was one."""
+        return self._host.cancel()
+
+    def restart(self) -> None:
+        """Ends the process, if it lives, and starts another."""
+        self._host.restart()
+
+    # ---- Attributes
+
+    @property
+    def callback(self) -> Callback | None:
+        """Answers the call-backs of the module."""
+        return self._host.callback
+
+    @callback.setter
+    def callback(self, callback: Callback | None) -> None:
+        self._host.callback = callback
+
+    @property
+    def deadline(self) -> float:
+        """Seconds for each call with its call-backs."""
+        return self._host.deadline_ms / 1000
+
+    @deadline.setter
+    def deadline(self, seconds: float) -> None:
+        self._host.deadline_ms = milliseconds(seconds)
+
+    @property
+    def trace(self) -> int:
+        """The trace level of the module, 0 to 4."""
+        return self._host.trace
+
+    @trace.setter
+    def trace(self, level: int) -> None:
+        self._host.trace = level
+
+    @property
+    def path(self) -> str:
+        """As it was opened."""
+        return self._origin.path
+
+    @property
+    def pid(self) -> int | None:
+        """The number of its process; None when it has ended."""
+        return self._host.pid
+
+    @property
+    def closed(self) -> bool:
+        """Whether it was closed here, or belongs to the parent process."""
+        return self._host.closed
+
+    def scratch(self) -> memoryview:
+        """The scratch area, which both sides see. Closing the module releases it."""
+        view = self._view
+        try:
+            if view is not None and view.nbytes >= 0:
+                return view
+        except ValueError:  # it was released
+            pass
+        view = memoryview(self._host.scratch())
+        object.__setattr__(self, "_view", view)
+        return view
+
+    def stderr(self) -> bytes:
+        """The end of what the module wrote to standard error, with stderr="ring"."""
+        return self._host.stderr()
+
+    def __repr__(self) -> str:
+        state = "closed" if self.closed else "ended" if self.pid is None else f"process {self.pid}"
+        return f"<module {self._origin.path}, {state}>"
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        from . import _handle
+
+        return _handle.restore, self._origin.for_pickle(self._host)
+
+
+def _with_advice(error: StartError, path: str) -> StartError:
+    """With what to do about it."""
+    advice = []
+    if "/" not in path and not os.path.exists(path):
+        advice.append("a path without a slash is not searched for in PATH: it is a file in the working directory")
+    need = _paths.start_advice(path)
+    if need:
+        advice.append(need)
+    if advice:
+        error.args = ("; ".join([str(error), *advice]),)
+    return error
+
+
+@overload
+def open(path: str | os.PathLike[str], *, stubs: type[T], **options: Any) -> T: ...
+@overload
+def open(
+    path: str | os.PathLike[str],
+    *,
+    deadline: float = 30.0,
+    grace: float = 2.0,
+    callback: Callback | None = None,
+    restart: str = "never",
+    segment: int = 1 << 20,
+    scratch: int = 1 << 16,
+    restart_pause: tuple[float, float] = (0.1, 10.0),
+    stderr: Stderr = "ring",
+    ring: int = 1 << 16,
+    trace: int = 0,
+    env: Mapping[str, str] | None = None,
+    cwd: str | os.PathLike[str] | None = None,
+    encoding: str = "utf-8",
+    errors: str = "surrogateescape",
+    room: int = 256,
+    reals: str = "decimal",
+    transport: str = "signals",
+    spin: float = 50e-6,
+) -> Module: ...
+def open(path: str | os.PathLike[str], *, stubs: Any = None, **options: Any) -> Any:
+    """Starts the module at a path, and reads its tables. Times are in seconds.
+
+    restart: "never", "next call", "at once". stderr: "ring", None for this process's own, a file or a descriptor.
+    reals: "decimal" or "float". transport: "signals", "plain", "fast". stubs: a class that says its type."""
+    return Module(path, **options, _options=options)

@@ -1,0 +1,86 @@
+# SPDX-License-Identifier: MIT
+"""A module's tables: its functions and their prototypes."""
+
+from __future__ import annotations
+
+import os
+from collections.abc import Mapping
+from types import MappingProxyType
+from typing import NamedTuple
+
+from . import _kahost
+from ._errors import StartError
+
+VARARG, INT_BY_VALUE, INT_BY_REFERENCE, INT_ARRAY, REAL_BY_VALUE = range(5)
+REAL_BY_REFERENCE, REAL_ARRAY, ZSTRING, STRING, STRING_ARRAY = range(5, 10)
+KINDS = (
+    "VarArg",
+    "IntByValue",
+    "IntByReference",
+    "IntArray",
+    "RealByValue",
+    "RealByReference",
+    "RealArray",
+    "zString",
+    "String",
+    "StringArray",
+)
+
+RawPrototype = tuple["bytes | None", int, int, "bytes | None"]
+RawFunction = tuple["bytes | None", int, tuple[RawPrototype, ...], "bytes | None"]
+
+
+class Prototype(NamedTuple):
+    """What a function takes in one place."""
+
+    name: str | None  # as the module has it
+    kind: str  # "IntByValue", ...; of a wrong table its number
+    min_elements: int  # of an array
+    doc: str | None
+
+
+class FunctionTable(NamedTuple):
+    """A function as the tables have it."""
+
+    name: str
+    prototypes: tuple[Prototype, ...]
+    doc: str | None
+
+
+class Tables(NamedTuple):
+    """The tables of a module's file. filled_at_start: calls will meet other ones."""
+
+    functions: Mapping[str, FunctionTable]
+    filled_at_start: bool
+
+
+def kind_name(kind: int) -> str:
+    """The name of a kind; of a wrong one its number."""
+    return KINDS[kind] if 0 <= kind < len(KINDS) else str(kind)
+
+
+class Decoder(NamedTuple):
+    """How names are read."""
+
+    encoding: str = "utf-8"
+    errors: str = "surrogateescape"
+
+    def name(self, name: bytes | None) -> str | None:
+        return None if name is None else name.decode(self.encoding, self.errors)
+
+    def prototype(self, raw: RawPrototype) -> Prototype:
+        return Prototype(self.name(raw[0]), kind_name(raw[1]), raw[2], self.name(raw[3]))
+
+
+def read(path: str | os.PathLike[str], *, encoding: str = "utf-8", errors: str = "surrogateescape") -> Tables:
+    """The tables of a module's file, which is not run."""
+    found = _kahost.read_tables(os.fsencode(path))
+    if isinstance(found, str):
+        raise StartError(f"{os.fspath(path)}: {found}")
+    decode = Decoder(encoding, errors)
+    functions: dict[str, FunctionTable] = {}
+    for raw_name, _, prototypes, doc in found[0]:
+        name = decode.name(raw_name) or ""
+        made = FunctionTable(name, tuple(map(decode.prototype, prototypes)), decode.name(doc))
+        functions.setdefault(name, made)
+    return Tables(MappingProxyType(functions), bool(found[1]))
