@@ -11,8 +11,12 @@
 #ifndef Py_LIMITED_API
 #define Py_LIMITED_API 0x030B0000
 #endif
+#ifndef PY_SSIZE_T_CLEAN
 #define PY_SSIZE_T_CLEAN
+#endif
 #include <Python.h>
+
+#pragma GCC diagnostic ignored "-Wpedantic" /* slots of types hold functions as void * */
 
 #include <stdbool.h>
 #include <stdint.h>

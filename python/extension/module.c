@@ -37,7 +37,7 @@ enum { HANDED_OVER = sizeof handed_over / sizeof handed_over[0] };
 
 static PyObject **field(t_STATE *state, int i)
 {
-    return (PyObject **)((char *)state + handed_over[i].offset);
+    return (PyObject **)(void *)((char *)state + handed_over[i].offset);
 }
 
 /* setup(name=object, ...): all of them. */

@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
  * Until libkacall has ka_send: its steps, made of ka_call in a thread for each call. */
+#define _GNU_SOURCE
 #include <pthread.h>
 #include <stdlib.h>
 #include <sys/eventfd.h>
