@@ -63,7 +63,7 @@ enum {
     KA_CLOSED = 6,   /* the host has ended earlier, or belongs to the parent process */
     KA_SYSTEM = 7,   /* the system refused something; ka_error.sys_errno says why */
     KA_ARGUMENT = 8, /* a bad argument, or a function out of turn */
-    KA_CANCELLED = 9 /* cancel_fd became readable; the host process was ended */
+    KA_CANCELLED = 9 /* by ka_cancel or cancel_fd; the host process was ended */
 };
 
 /* The name of a class: "refused", "died"; "unknown" for any other number. Never null, never freed. */
@@ -345,6 +345,44 @@ KA_API int32_t ka_set_argc(ka_host *host, int32_t argc);
    again); KA_DIED, KA_DEADLINE, KA_CANCELLED, KA_SYSTEM (the host has ended); KA_CLOSED; KA_ARGUMENT without ka_begin
    or inside a call-back. *return_code is written on KA_DONE only. */
 KA_API int32_t ka_call(ka_host *host, int32_t *return_code);
+
+/* ---- A call in steps ------------------------------------------------------------------------------------------- */
+
+/* What ka_wait stores in *what. */
+enum {
+    KA_RETURNED = 0, /* the call has ended; *value is the function's return code */
+    KA_CALLBACK = 1, /* the function calls back with *value, and waits for ka_answer */
+    KA_WAITING = 2   /* nothing yet: the time is over, or a signal handler interrupted the sleep */
+};
+
+/* The same as ka_call, for interpreters, event loops, and all who must not wait inside a library: ka_send sends the
+   call that was built and does not wait for its end; then ka_wait, until it stores KA_RETURNED or fails, and
+   ka_answer after each KA_CALLBACK. ka_call is the loop over these. The errors are those of ka_call, and end the
+   call; the deadline counts from ka_send on. ka_options.callback is not called. Each step can be taken by another
+   thread. In between, of the host's functions, only ka_cancel, ka_wait_fd, ka_scratch, ka_pid and, when it calls
+   back, ka_set_trace and ka_host_tables may be used; the others fail with KA_ARGUMENT. A call that is not wanted any
+   more is ended by ka_cancel and a further step, which fails with KA_CANCELLED. ka_send starts a host that has ended,
+   if ka_options.restart allows it, and before the first call waits until the module is ready. ka_wait sleeps at most
+   timeout_ms: -1 until the deadline, 0 not at all. *what and *value are written on KA_DONE only. A handler that runs
+   right before the sleep is not noticed: who wants to see what it did in time gives a short timeout. KA_ARGUMENT
+   before ka_send, or for a timeout below -1. */
+KA_API int32_t ka_send(ka_host *host);
+KA_API int32_t ka_wait(ka_host *host, int32_t timeout_ms, int32_t *what, int32_t *value);
+KA_API int32_t ka_answer(ka_host *host, int32_t value);
+
+/* A descriptor for poll, epoll and event loops: readable when a call in steps has something for ka_wait, which then
+   is called with timeout 0: a call-back, the end, the host's death, the deadline, a cancellation. While no call waits
+   it is not readable. Made at the first request; the host keeps it, across restarts, until it is closed: the program
+   may only wait for it. Of a host with such a descriptor the library asks for replies by SIGUSR2, in every transport,
+   as with a cancel_fd. -1 when the system has none; ka_last_error says why. */
+KA_API int ka_wait_fd(ka_host *host);
+
+/* Ends the call under way with KA_CANCELLED, or the start, also that of ka_open: the thread that waits comes out at
+   once, or the next step finds it; inside a call-back, the call ends when that is answered. From any thread and from
+   signal handlers. 1 when there was a call or a start to end: it does end with KA_CANCELLED. 0 when there was none;
+   nothing is left behind: the next call is not cancelled. ka_open sets *host before it waits, atomically. The host
+   must not be closed before ka_cancel has returned. host may be null. */
+KA_API int32_t ka_cancel(ka_host *host);
 
 /* ---- Results --------------------------------------------------------------------------------------------------- */
 

@@ -3,7 +3,9 @@
  * See thread.h. */
 #include "thread.h"
 
+#include <sched.h>
 #include <signal.h>
+#include <time.h>
 #include <unistd.h>
 
 /* 0 before it is asked for. In the initial TLS block, because a handler may not allocate. */
@@ -36,4 +38,13 @@ pid_t own_thread(void)
 void forget_own_thread(void)
 {
     thread_id = 0;
+}
+
+void let_another_finish(int attempts)
+{
+    constexpr struct timespec moment = {0, 20000};
+    if (attempts < 100)
+        sched_yield();
+    else
+        clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
 }

@@ -15,6 +15,10 @@ int create_thread_without_signals(pthread_t *created, size_t stack_bytes, void *
 pid_t own_thread(void);
 void forget_own_thread(void); /* in a child of fork: it has another */
 
+/* Between two looks at what another thread is about to finish, which runs, or needs this processor, perhaps with a
+   lower priority. attempts counts from 0. */
+void let_another_finish(int attempts);
+
 /* Threads that the program cancels: one that is in the library would end at its next system call, with locks held
    that others need, and with a host in the middle of a call. */
 inline int hold_cancellation(void)

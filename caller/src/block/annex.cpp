@@ -69,6 +69,17 @@ t_NUMBERED numbered_reply(const ka_host *host)
     return reply == wire::reply_to(host->waiting.request, false) ? REPLY_RETURNS : NOT_REPLIED;
 }
 
+bool has_replied(const ka_host *host)
+{
+    return host->waiting.is_numbered && numbered_reply(host) != NOT_REPLIED;
+}
+
+/* The host looks at the word after it has written its reply. */
+void ask_for_signal(ka_host *host)
+{
+    __atomic_store_n(&host->segment.annex->wants_signal, 1u, __ATOMIC_SEQ_CST);
+}
+
 /* The host counts a call as begun before it reads argc: either it is seen here, or it finds no argc. */
 bool rests_by_annex(const ka_host *host)
 {

@@ -31,6 +31,10 @@ bool wake_host(ka_host *host);
 /* The reply to the last request, in one look: two could see none, and then a call-back for an end. */
 enum t_NUMBERED { NOT_REPLIED, REPLY_CALLS_BACK, REPLY_RETURNS };
 t_NUMBERED numbered_reply(const ka_host *host);
+bool has_replied(const ka_host *host); /* false of a request whose reply has no number */
+
+/* A request was sent whose reply comes without a signal: now it comes with one, unless it is there. */
+void ask_for_signal(ka_host *host);
 
 /* After argc was taken back: no call is under way, and none that begins finds one. False also where it cannot be
    known. */

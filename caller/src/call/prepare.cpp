@@ -113,7 +113,7 @@ void load_tables(ka_host *host, char *why, size_t size)
 /* In a call-back the exchange that goes on looks after the host. */
 int32_t check_alive(ka_host *host)
 {
-    if (host->life.state == STATE_CALLING) return KA_DONE;
+    if (host->life.state == STATE_CALLING || host->life.state == STATE_ASKED) return KA_DONE;
     if (regain_process(host) && (wait_until(host, -1, 0) & WOKEN_BY_DEATH) == 0) return KA_DONE;
     return fail_dead(host, host->process.answered ? "between calls" : "before its first call");
 }

@@ -31,6 +31,7 @@
 #include "doorbell/rest.h"
 #include "doorbell/wait.h"
 #include "doorbell/waiters.h"
+#include "host/cancel.h"
 #include "host/host.h"
 #include "ka/dll_codes.h"
 #include "process/regain.h"
@@ -64,7 +65,7 @@ static int signal_host(const ka_host *host)
 }
 
 /* 0 or an errno. argc goes last: until then a foreign signal finds no call. */
-static int send_request(ka_host *host, int32_t argc)
+static int signal_request(ka_host *host, int32_t argc)
 {
     const t_WAY way = host->waiting.is_quiet   ? WITHOUT_SIGNALS
                       : host->waiting.by_annex ? WITH_A_SIGNAL
@@ -74,6 +75,21 @@ static int send_request(ka_host *host, int32_t argc)
     host->waiting.is_quiet = host->waiting.is_quiet && wake_host(host);
     const int error = host->waiting.is_quiet ? 0 : signal_host(host);
     if (error == 0) host->building.sent = true;
+    return error;
+}
+
+int send_request(ka_host *host, int32_t retcode_before, int32_t argc)
+{
+    prepare_reply(host, retcode_before);
+    begin_wait(host);
+    host->steps.signalled = false;
+    host->steps.pause = LONGEST_PAUSE_NS;
+    const int error = signal_request(host, argc);
+    host->steps.may_spin = host->waiting.is_quiet;
+    host->steps.look_at = now_ns() + LONGEST_PAUSE_NS;
+    if (error == 0) return 0;
+    host->building.overwritten = overwritten_fields(host, waiting_thread(host));
+    end_wait(host);
     return error;
 }
 
@@ -150,7 +166,7 @@ static bool signal_is_pending(void)
 }
 
 /* Beside what else can end a wait: the block was changed in the first moment, and no signal came. */
-enum { WOKEN_BY_CHANGE = 32 };
+enum { WOKEN_BY_CHANGE = 64 };
 
 /* The first moment of a call that needs no descriptors. A death in it is seen after it, or when SIGCHLD interrupts
    it: in the safe way that mostly does, since the thread that started the host blocks all signals, and so the kernel
@@ -159,54 +175,90 @@ enum { WOKEN_BY_CHANGE = 32 };
 static int wait_briefly(ka_host *host, int64_t until)
 {
     host->waiting.is_brief = false;
-    if (await_doorbell(host, until) || !block_doorbell(host)) return WOKEN_BY_SIGNAL;
-    return has_changed(host) ? WOKEN_BY_CHANGE : 0;
+    if (await_doorbell(host, until)) return WOKEN_BY_SIGNAL;
+    const bool is_over = errno == EINTR && host->steps.is_interruptible;
+    if (!block_doorbell(host)) return WOKEN_BY_SIGNAL;
+    if (has_changed(host)) return WOKEN_BY_CHANGE;
+    if (!is_over) return 0;
+    return find_process(host) ? wait_until(host, -1, 0) | WOKEN_BY_HANDLER : WOKEN_BY_DEATH;
+}
+
+/* Without a sleep. */
+static int look_now(ka_host *host)
+{
+    if (has_replied(host)) return WOKEN_BY_SIGNAL;
+    if (host->waiting.is_waiting && await_doorbell(host, 0)) return WOKEN_BY_SIGNAL;
+    const int woken = find_process(host) ? wait_until(host, -1, 0) : WOKEN_BY_DEATH;
+    return woken == 0 && has_changed(host) && !host->waiting.is_numbered ? WOKEN_BY_CHANGE : woken;
 }
 
 /* What is seen of the process otherwise is looked at only when the time is over, or its life is not told any more. */
 static int wait_for_reply(ka_host *host, int64_t until)
 {
+    if (host->steps.only_looks) return look_now(host);
     const int woken = host->waiting.is_brief ? wait_briefly(host, until) : 0;
     if (woken != 0) return woken;
-    const bool is_told = host->waiting.by_annex && sleep_on_life(host, until);
-    if (host->waiting.is_numbered && numbered_reply(host) != NOT_REPLIED) return WOKEN_BY_SIGNAL;
+    const t_LIFE_TOLD told = host->waiting.by_annex ? sleep_on_life(host, until) : LIFE_NOT_TOLD;
+    if (has_replied(host)) return WOKEN_BY_SIGNAL;
+    if (told == LIFE_INTERRUPTED) return WOKEN_BY_HANDLER;
     if (!block_doorbell(host)) return WOKEN_BY_SIGNAL;
     if (!find_process(host)) return WOKEN_BY_DEATH;
-    return wait_until(host, -1, is_told ? 0 : until);
+    return wait_until(host, -1, told == LIFE_TOLD ? 0 : until);
 }
 
-/* Looks after every signal, and in lengthening pauses, since the host need not signal again. The second look after
-   the first signal comes without a pause: by then most hosts are at rest, and their state can be proved. */
-static t_REPLY await_reply(ka_host *host, int64_t deadline)
+/* The host itself is looked at after every signal, and in lengthening pauses, since it need not signal again. The
+   second look after the first signal comes without a pause: by then most hosts are at rest, and their state can be
+   proved. */
+static t_REPLY judge_wait(ka_host *host, int woken)
 {
-    int64_t pause = LONGEST_PAUSE_NS;
-    bool signalled = false;
+    t_STEPS *steps = &host->steps;
+    const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !steps->signalled;
+    const bool look_twice = first_signal || (woken & WOKEN_BY_CHANGE);
+    steps->signalled |= first_signal && has_changed(host); /* a reply is written first; else it is another's signal */
+    if (!first_signal) regain_doorbell(host);
+    if (woken & WOKEN_BY_DEATH) steps->signalled |= signal_is_pending();
+    const t_REPLY reply = judge(host, steps->signalled);
+    if ((woken & WOKEN_BY_DEATH) && reply.event != EVENT_RETURNED) return {EVENT_DIED, 0};
+    if (reply.event != EVENT_NONE) return reply;
+    const int64_t now = now_ns();
+    if (now >= steps->deadline) return {EVENT_LATE, 0};
+    steps->pause = look_twice ? 0 : next_pause(steps->pause);
+    steps->look_at = now + steps->pause;
+    return {EVENT_NONE, 0};
+}
+
+static int64_t earliest(int64_t one, int64_t other)
+{
+    return one < other ? one : other;
+}
+
+/* A step that is over, or that a handler has ended, leaves the host alone until the next look is due. One that is due
+   at once belongs to it. */
+static t_REPLY wait_and_judge(ka_host *host, int64_t until)
+{
+    t_STEPS *steps = &host->steps;
+    bool is_over = false;
     for (;;) {
-        const int64_t look_again = now_ns() + pause;
-        const int woken = wait_for_reply(host, look_again < deadline ? look_again : deadline);
+        const int woken = wait_for_reply(host, earliest(earliest(steps->look_at, steps->deadline), until));
         if (woken & WOKEN_BY_ERROR) return {EVENT_UNWAITED, errno};
-        if (woken & WOKEN_BY_CANCEL) return {EVENT_CANCELLED, 0};
-        const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !signalled;
-        const bool look_twice = first_signal || (woken & WOKEN_BY_CHANGE);
-        signalled |= first_signal && has_changed(host); /* a reply is written first; else it is another's signal */
-        if (!first_signal) regain_doorbell(host);
-        if (woken & WOKEN_BY_DEATH) signalled |= signal_is_pending();
-        const t_REPLY reply = judge(host, signalled);
-        if ((woken & WOKEN_BY_DEATH) && reply.event != EVENT_RETURNED) return {EVENT_DIED, 0};
+        if ((woken & WOKEN_BY_CANCEL) || is_cancelled(host)) return {EVENT_CANCELLED, 0};
+        const int64_t now = now_ns();
+        const bool is_due = (woken & ~WOKEN_BY_HANDLER) || now >= earliest(steps->look_at, steps->deadline);
+        is_over |= (woken & WOKEN_BY_HANDLER) || now >= until;
+        if (is_over && !is_due) return {EVENT_NONE, 0};
+        const t_REPLY reply = judge_wait(host, woken);
         if (reply.event != EVENT_NONE) return reply;
-        if (now_ns() >= deadline) return {EVENT_LATE, 0};
-        pause = look_twice ? 0 : next_pause(pause);
+        if (is_over && steps->pause != 0) return {EVENT_NONE, 0};
     }
 }
 
 /* At the end of the call argc goes first. */
-t_REPLY send_and_await(ka_host *host, int32_t retcode_before, int32_t argc, int64_t deadline)
+t_REPLY await_reply(ka_host *host, int64_t until)
 {
-    prepare_reply(host, retcode_before);
-    begin_wait(host);
-    const int error = send_request(host, argc);
-    if (host->waiting.is_quiet) spin_for_reply(host);
-    const t_REPLY reply = error == 0 ? await_reply(host, deadline) : t_REPLY{EVENT_NOT_SENT, error};
+    if (host->steps.may_spin && !host->steps.only_looks) spin_for_reply(host);
+    host->steps.may_spin &= host->steps.only_looks;
+    const t_REPLY reply = wait_and_judge(host, until);
+    if (reply.event == EVENT_NONE) return reply;
     if (reply.event == EVENT_RETURNED) store32(host, host->segment.layout->argc, 0);
     if (reply.event != EVENT_RETURNED) host->building.overwritten = overwritten_fields(host, waiting_thread(host));
     end_wait(host);

@@ -9,6 +9,7 @@
 #include "base/clock.h"
 #include "base/thread.h"
 #include "doorbell/wait.h"
+#include "host/cancel.h"
 #include "process/end.h"
 #include "process/open.h"
 
@@ -75,5 +76,6 @@ int32_t ka_restart(ka_host *host)
     end_host(host);
     host->building = no_building;
     clear_error(host);
+    open_to_cancel(host);
     return open_process(host);
 }

@@ -31,6 +31,7 @@
 #include "handler.h"
 #include "host/host.h"
 #include "host/owned.h"
+#include "wait_fd.h"
 #include "waiters.h"
 
 /* Guarded by lock: open hosts, and how they wait. */
@@ -153,17 +154,23 @@ pid_t waiting_thread(const ka_host *host)
     return host->waiting.is_waiting ? own_thread() : host->life.caller;
 }
 
-void begin_wait(ka_host *host)
+static void wait_here(ka_host *host)
 {
-    host->waiting.is_numbered = host_uses_annex(host);
-    host->waiting.by_annex = host->waiting.is_numbered && host->options.cancel_fd == -1;
-    host->waiting.is_quiet = host->waiting.by_annex && host->options.transport == KA_TRANSPORT_FAST;
-    host->waiting.is_found = host->options.cancel_fd != -1; /* it was looked for before the request */
-    if (host->waiting.by_annex) return;
     host->waiting.is_waiting = true;
     host->waiting.is_brief = host->options.cancel_fd == -1;
     if (!host->waiting.is_brief) block_doorbell(host);
     store_caller(host, own_thread());
+}
+
+void begin_wait(ka_host *host)
+{
+    const bool by_signals = wants_signals(host);
+    host->waiting.is_numbered = host_uses_annex(host);
+    host->waiting.by_annex = host->waiting.is_numbered && !by_signals;
+    host->waiting.is_quiet = host->waiting.by_annex && host->options.transport == KA_TRANSPORT_FAST;
+    host->waiting.is_found = by_signals; /* it was looked for before the request */
+    if (host->waiting.by_annex) return;
+    wait_here(host);
     enter_waiter(host->waiting.waiter);
 }
 
@@ -174,15 +181,46 @@ bool await_doorbell(const ka_host *host, int64_t until)
     return await_signal(moment > 0 ? moment : 0, !is_safe(host));
 }
 
-void end_wait(ka_host *host)
+static void wait_no_more_here(ka_host *host)
 {
-    if (!host->waiting.is_waiting) return;
     host->waiting.is_waiting = false;
     host->waiting.is_brief = false;
-    leave_waiter(host->waiting.waiter);
     store_caller(host, host->life.caller);
     if (host->waiting.is_blocked) pthread_sigmask(SIG_SETMASK, &host->waiting.mask_before, nullptr);
     host->waiting.is_blocked = false;
+}
+
+void end_wait(ka_host *host)
+{
+    if (!host->waiting.is_waiting) return;
+    leave_waiter(host->waiting.waiter);
+    wait_no_more_here(host);
+}
+
+void go_away(ka_host *host)
+{
+    if (!host->waiting.is_waiting) return;
+    go_away_from_waiter(host->waiting.waiter);
+    wait_no_more_here(host);
+    host->waiting.is_away = true;
+}
+
+void come_back(ka_host *host)
+{
+    if (!host->waiting.is_away) return;
+    host->waiting.is_away = false;
+    wait_here(host);
+    come_back_to_waiter(host->waiting.waiter);
+}
+
+void ask_for_doorbell(ka_host *host)
+{
+    if (!host->waiting.by_annex) return;
+    host->waiting.by_annex = false;
+    host->waiting.is_away = true;
+    enter_waiter(host->waiting.waiter);
+    go_away_from_waiter(host->waiting.waiter);
+    ask_for_signal(host);
 }
 
 static void let_waiter_go(ka_host *host)

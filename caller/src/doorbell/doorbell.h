@@ -18,7 +18,13 @@ void close_doorbell(ka_host *host);
 void begin_wait(ka_host *host);
 void end_wait(ka_host *host);
 
-/* For a moment only the reply is waited for, and no descriptor is needed. False when no signal has come. */
+/* Between two steps of a call no thread waits; the one that takes the next step need not be the one that went away.
+ */
+void go_away(ka_host *host);
+void come_back(ka_host *host);
+
+/* For a moment only the reply is waited for, and no descriptor is needed. False when no signal has come; errno is
+   EINTR when a signal handler of the program has ended the wait. */
 bool await_doorbell(const ka_host *host, int64_t until);
 
 /* Before any other wait. False when a signal has come before: that is to be looked after first. */
@@ -27,6 +33,9 @@ pid_t waiting_thread(const ka_host *host); /* the caller as the block has it */
 
 /* In place of close_doorbell for a host that lives on: its signals must not end the program. */
 void leave_doorbell(ka_host *host);
+
+/* The request that is under way is to be answered with a signal after all. */
+void ask_for_doorbell(ka_host *host);
 
 /* KA_WAIT_FAST: takes a signal that is pending. 0; EAGAIN when there is none; or another errno. */
 int drain_doorbell(const ka_host *host);

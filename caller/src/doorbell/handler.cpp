@@ -100,7 +100,7 @@ static bool take_pending(const sigset_t *set, siginfo_t *foreign)
     }
 }
 
-static bool is_installed(void)
+bool handler_is_installed(void)
 {
     struct sigaction present;
     return sigaction(SIGUSR2, nullptr, &present) == 0 && is_ours(&present);
@@ -108,12 +108,12 @@ static bool is_installed(void)
 
 void remove_handler_in_child(void)
 {
-    if (is_installed()) sigaction(SIGUSR2, &earlier, nullptr);
+    if (handler_is_installed()) sigaction(SIGUSR2, &earlier, nullptr);
 }
 
 void remove_handler(void)
 {
-    if (!is_installed()) return;
+    if (!handler_is_installed()) return;
     sigset_t set;
     sigset_t before;
     siginfo_t foreign;

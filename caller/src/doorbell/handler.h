@@ -7,6 +7,9 @@
 /* 0 or an errno. Both are called under a lock, in turn. */
 int install_handler(void);
 
+/* No other is in its place. */
+bool handler_is_installed(void);
+
 /* Restores what the program had, unless it has installed another handler since. What is pending goes where it belongs
    first. */
 void remove_handler(void);

@@ -10,7 +10,6 @@
 #include "waiters.h"
 
 #include <errno.h>
-#include <sched.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <sys/syscall.h>
@@ -18,8 +17,11 @@
 #include <unistd.h>
 
 #include "base/thread.h"
+#include "block/annex.h"
 #include "block/segment.h"
+#include "host/cancel.h"
 #include "host/host.h"
+#include "wait_fd.h"
 
 static std::atomic<t_WAITER *> waiters; /* only ever grows */
 
@@ -143,19 +145,44 @@ static bool begin_look(t_WAITER *waiter)
     }
 }
 
-static void wake(t_WAITER *waiter, pid_t sender)
+static bool concerns(const t_WAITER *waiter, pid_t sender)
+{
+    const ka_host *host = waiter->host;
+    return waiter->process == sender || cancel_state(host) >= CANCEL_WAKES || has_changed(host) || has_replied(host);
+}
+
+/* A thread that takes the signal itself needs no other, but one that a ka_cancel interrupts may be about to sleep. */
+static bool wake_thread(const t_WAITER *waiter, bool own_too)
+{
+    return waiter->thread != 0 && (own_too || waiter->thread != own_thread()) && send_wake_signal(waiter);
+}
+
+static void note(t_WAITER *waiter)
+{
+    if (waiter->thread != 0) return;
+    waiter->noted = true;
+    ring_wait_fd(waiter->host);
+}
+
+static void wake(t_WAITER *waiter, pid_t sender, bool own_too)
 {
     if (!begin_look(waiter)) return;
     for (;;) {
-        const bool wanted = waiter->process == sender || has_changed(waiter->host);
-        if (wanted && waiter->thread != own_thread() && send_wake_signal(waiter)) {
+        const bool wanted = concerns(waiter, sender);
+        if (wanted && wake_thread(waiter, own_too)) {
             waiter->state = WAITER_WOKEN;
             return;
         }
+        if (wanted) note(waiter);
         int32_t state = WAITER_LOOKED_AT;
         if (waiter->state.compare_exchange_strong(state, WAITER_WAITING)) return;
         waiter->state = WAITER_LOOKED_AT;
     }
+}
+
+void rouse_waiter(t_WAITER *waiter)
+{
+    wake(waiter, waiter->process, true);
 }
 
 /* The pointer in a signal can be anything: it is only compared. */
@@ -176,7 +203,7 @@ bool take_signal(const siginfo_t *info)
         return true;
     }
     for (t_WAITER *one = waiters; one; one = one->next)
-        wake(one, info->si_pid);
+        wake(one, info->si_pid, false);
     return info->si_code == SI_USER && is_host(info->si_pid); /* a timer's signal has something else in that place */
 }
 
@@ -237,8 +264,9 @@ bool await_signal(int64_t ns, bool drop_foreign)
 {
     siginfo_t info;
     if (was_told()) return true;
-    const bool taken = take_within(&info, ns) == 0;
-    if (taken && !take_signal(&info) && !drop_foreign) put_back(&info);
+    const int error = take_within(&info, ns);
+    if (error == 0 && !take_signal(&info) && !drop_foreign) put_back(&info);
+    errno = error;
     return was_told();
 }
 
@@ -260,19 +288,10 @@ static void take_wake_signal(const t_WAITER *waiter)
 void enter_waiter(t_WAITER *waiter)
 {
     waiter->thread = own_thread();
+    waiter->noted = false;
     waiter->arrived = false;
     told = false;
     waiter->state = WAITER_WAITING;
-}
-
-/* The handler is at work on another processor, or needs this one, perhaps with a lower priority. */
-static void wait_for_handler(int attempts)
-{
-    constexpr struct timespec moment = {0, 20000};
-    if (attempts < 100)
-        sched_yield();
-    else
-        clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
 }
 
 void leave_waiter(t_WAITER *waiter)
@@ -281,8 +300,24 @@ void leave_waiter(t_WAITER *waiter)
         int32_t state = WAITER_WAITING;
         if (waiter->state.compare_exchange_strong(state, WAITER_IDLE)) return;
         if (state == WAITER_WOKEN) break;
-        wait_for_handler(attempts);
+        let_another_finish(attempts);
     }
     take_wake_signal(waiter);
     waiter->state = WAITER_IDLE;
+}
+
+void go_away_from_waiter(t_WAITER *waiter)
+{
+    leave_waiter(waiter);
+    waiter->thread = 0;
+    waiter->noted = was_told();
+    waiter->state = WAITER_WAITING;
+}
+
+void come_back_to_waiter(t_WAITER *waiter)
+{
+    leave_waiter(waiter);
+    const bool noted = waiter->noted;
+    enter_waiter(waiter);
+    if (noted) told = true;
 }

@@ -15,7 +15,7 @@ struct ka_host;
 enum t_WAITER_STATE : int32_t {
     WAITER_FREE,
     WAITER_IDLE,       /* belongs to a host; no thread waits */
-    WAITER_WAITING,    /* a thread waits for the host's reply */
+    WAITER_WAITING,    /* a thread waits for the host's reply; without one, the reply is noted */
     WAITER_LOOKED_AT,  /* it waits, and a handler reads the host's block to learn whether to wake it */
     WAITER_LOOK_AGAIN, /* the same, and another handler asks for a second look */
     WAITER_WOKEN       /* it waits, and has been sent a signal of ours */
@@ -25,8 +25,9 @@ struct t_WAITER {
     std::atomic<int32_t> state;
     std::atomic<pid_t> process; /* the host's, 0 when there is none */
     const ka_host *host;        /* this and thread are set before the state becomes WAITER_WAITING */
-    pid_t thread;
-    volatile bool arrived; /* the signal of ours; written in the thread itself */
+    pid_t thread;               /* 0: none; the program may wait for the host's descriptor (wait_fd.h) */
+    volatile bool noted;        /* without a thread: one would have been woken */
+    volatile bool arrived;      /* the signal of ours; written in the thread itself */
     t_WAITER *next;
 };
 
@@ -35,9 +36,15 @@ struct t_WAITER {
 t_WAITER *claim_waiter(const ka_host *host);
 void release_waiter(t_WAITER *waiter);
 
-/* This thread waits from the one to the other. No signal of ours is left when it ends. */
+/* This thread waits from the one to the other. No signal of ours is left when it ends. In between it can go away and
+   another come back: what was noted counts as a signal to that one. */
 void enter_waiter(t_WAITER *waiter);
 void leave_waiter(t_WAITER *waiter);
+void go_away_from_waiter(t_WAITER *waiter);
+void come_back_to_waiter(t_WAITER *waiter);
+
+/* Wakes who waits for the host, the calling thread too. Async-signal-safe. */
+void rouse_waiter(t_WAITER *waiter);
 
 /* A SIGUSR2 has come to this thread since it began to wait, or since this was asked last. */
 bool was_told(void);

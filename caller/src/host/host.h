@@ -33,8 +33,10 @@ struct t_ARGUMENT {
 enum t_STATE {
     STATE_ENDED,    /* no process; a segment that is there waits for the next one */
     STATE_READY,    /* started; no call begun */
-    STATE_BUILDING, /* from ka_begin to ka_call; the process may end before ka_call */
+    STATE_BUILDING, /* from ka_begin to ka_call or ka_send; the process may end before that */
     STATE_CALLING,  /* inside ka_call */
+    STATE_SENT,     /* in steps: ka_wait is next */
+    STATE_ASKED,    /* in steps: it calls back, and ka_answer is next */
     STATE_CALLED    /* results can be read */
 };
 
@@ -84,7 +86,16 @@ struct t_SLEEP_PLACE {
 };
 
 /* Descriptors that are kept from call to call, in the order of host/owned.cpp, and by which file each is known. */
-enum t_OWNED { OWNED_PROCESS, OWNED_DOORBELL, OWNED_STATUS, OWNED_SYSCALL, OWNED_ERRORS, OWNED };
+enum t_OWNED {
+    OWNED_PROCESS,
+    OWNED_DOORBELL,
+    OWNED_STATUS,
+    OWNED_SYSCALL,
+    OWNED_ERRORS,
+    OWNED_WAIT,
+    OWNED_TIMER,
+    OWNED
+};
 struct t_FILE {
     uint64_t device;
     uint64_t inode;
@@ -143,6 +154,7 @@ struct t_PROGRESS {
 struct t_WAITING {
     bool is_open;    /* its doorbell */
     bool is_waiting; /* this thread waits for a signal */
+    bool is_away;    /* between two steps: no thread waits, and the signal is noted */
     bool is_brief;   /* and for nothing else, in the first moment; see call/reply.cpp */
     bool is_blocked; /* KA_WAIT_SAFE: and blocks SIGUSR2 but for the wait, with the two masks below */
     bool is_found;   /* its process is known to have its descriptors in this exchange */
@@ -160,8 +172,46 @@ struct t_WAITING {
     bool is_quiet;          /* and so does the request */
     t_SPIN spin;            /* of those */
 };
-inline constexpr t_WAITING no_waiting = {false, false, false, false, false, nullptr, 0,     -1,    {},
-                                         {},    {},    0,     0,     0,     false,   false, false, {}};
+inline constexpr t_WAITING no_waiting = {false, false, false, false, false, false, nullptr, 0,     -1, {},
+                                         {},    {},    0,     0,     0,     false, false,   false, {}};
+
+/* ORDER PHASE: what a call that is under way waits for. */
+enum t_PHASE {
+    PHASE_REPLY, /* a call-back, or the end */
+    PHASE_CHECK, /* the same of a request that is refused; see call/steps.cpp */
+    PHASE_IDLE   /* it has returned: until the host is idle again */
+};
+
+/* The call that is under way, from step to step. */
+struct t_STEPS {
+    t_PHASE phase;
+    bool by_program;       /* which takes the steps itself; else ka_call does */
+    bool is_interruptible; /* a signal handler of the program ends the wait */
+    bool only_looks;       /* ka_wait with no time */
+    bool may_spin;         /* the request has just been sent */
+    bool signalled;        /* a signal has come since it was sent, and the block was changed */
+    int32_t looks;         /* PHASE_IDLE: at a host that was not idle */
+    int32_t return_code;   /* from PHASE_CHECK on */
+    int64_t deadline;
+    int64_t pause;   /* before the next look at the host itself */
+    int64_t look_at; /* when that is due */
+};
+
+/* ka_cancel, which may run in any thread and handler while a call or a start is under way; see host/cancel.h. */
+struct t_CANCEL {
+    int32_t state;
+    uint32_t *sleeps_on; /* a futex, or null */
+    bool is_ending;      /* the process is being ended */
+};
+
+/* ka_wait_fd; see doorbell/wait_fd.h. */
+struct t_WAIT_FD {
+    int fd;       /* -1 until it is asked for; kept until the host is closed */
+    int timer_fd; /* in it */
+    bool is_armed;
+    int64_t pause; /* before the next look for a signal that was lost */
+};
+inline constexpr t_WAIT_FD no_wait_fd = {-1, -1, false, 0};
 
 /* The segment in this process. */
 struct t_SEGMENT {
@@ -180,14 +230,15 @@ struct t_BUILDING {
     int32_t argc;
     int32_t given_argc;
     bool argc_is_given;    /* given_argc is sent instead of argc */
+    bool begun;            /* it was checked, and its output begins */
     bool sent;             /* a request for it has gone out */
     bool in_callback;      /* it has called back */
     uint32_t overwritten;  /* fields of the header, as found at the end of the call, before the header was mended */
     int64_t cursor;        /* end of the values so far; beyond the room when the call is too big */
-    int64_t called_ns;     /* when ka_call began; 0 outside */
+    int64_t called_ns;     /* when ka_call or ka_send began; 0 when no call is under way */
     int64_t output_before; /* bytes on standard error before it was sent; see call/reason.cpp */
 };
-inline constexpr t_BUILDING no_building = {KA_DONE, 0, 0, false, false, false, 0, 0, 0, 0};
+inline constexpr t_BUILDING no_building = {KA_DONE, 0, 0, false, false, false, false, 0, 0, 0, 0};
 
 /* As much as a function of ka/module.hpp says, even if each byte is shown as four. */
 enum { SHOWN_REASON = 2048 };
@@ -213,6 +264,9 @@ struct ka_host {
     uint64_t random;
 
     t_BUILDING building;
+    t_STEPS steps;
+    t_CANCEL cancel;
+    t_WAIT_FD wait_fd;
     char reason[SHOWN_REASON]; /* of the call's code; empty for none */
     ka_error build_failure;    /* the record of building.error */
     char function[SHOWN_NAME]; /* for messages: cut, and made printable */
@@ -231,6 +285,9 @@ enum t_TURN {
     TURN_ADD,
     TURN_DESCRIPTOR,
     TURN_CALL,
+    TURN_SEND,
+    TURN_WAIT,
+    TURN_ANSWER,
     TURN_GET,
     TURN_TABLES,
     TURN_TRACE,

@@ -6,6 +6,7 @@
 #include "base/fd.h"
 #include "base/thread.h"
 #include "block/segment.h"
+#include "doorbell/wait_fd.h"
 #include "end.h"
 #include "fork.h"
 #include "host/host.h"
@@ -33,6 +34,7 @@ int32_t ka_close(ka_host *host)
     leave_host(host);
     forget_last_end(&host->last_end);
     close_fd(&host->life.error_fd);
+    close_wait_fd(host);
     free(host->report);
     remove_segment(host);
     forget_preparations(host);

@@ -22,7 +22,9 @@
 #include "doorbell/doorbell.h"
 #include "doorbell/rest.h"
 #include "doorbell/wait.h"
+#include "doorbell/wait_fd.h"
 #include "guard.h"
+#include "host/cancel.h"
 #include "host/owned.h"
 #include "ka/dll_codes.h"
 #include "regain.h"
@@ -95,6 +97,7 @@ static void reap(ka_host *host, bool by_library)
 static void release_process(ka_host *host)
 {
     disown_lost(host);
+    disarm_wait_fd(host);
     close_doorbell(host);
     close_stderr_ring(host->process.stderr_ring);
     close_fd(&host->process.pid_fd);
@@ -159,9 +162,11 @@ static void end_process(ka_host *host)
 {
     const int cancel_fd = host->options.cancel_fd;
     host->options.cancel_fd = -1; /* an end is not cancelled */
+    host->cancel.is_ending = true;
     int error = 0;
     if (!dies_in_order(host) && !dies_by_force(host, &error)) host->life.left = {host->process.pid, error};
     host->options.cancel_fd = cancel_fd;
+    host->cancel.is_ending = false;
 }
 
 void end_host(ka_host *host)
@@ -183,6 +188,19 @@ int32_t fail_and_end(ka_host *host)
     end_host(host);
     host->life.deaths_in_a_row++;
     return host->error.error_class;
+}
+
+/* What failed at the same time is forgotten: a ka_cancel has said that it ended this. */
+int32_t settle_cancel(ka_host *host, int32_t status)
+{
+    if (close_to_cancel(host) || status == KA_CANCELLED) return status;
+    const bool of_error = host->last_end.of_error;
+    if (host->building.begun)
+        fail(host, KA_CANCELLED, "%.300s: a call of \"%s\" was cancelled", host->module, host->function);
+    else
+        fail(host, KA_CANCELLED, "the start of %.300s was cancelled", host->module);
+    host->last_end.of_error = of_error && host->process.pid == 0;
+    return host->process.pid != 0 ? fail_and_end(host) : KA_CANCELLED;
 }
 
 /* ---- Found dead ------------------------------------------------------------------------------------------------ */

@@ -16,6 +16,10 @@ void end_host(ka_host *host);
 /* The same for a host that has failed; the class of its error. */
 int32_t fail_and_end(ka_host *host);
 
+/* The end of what a ka_cancel can meet: the class of its error. That is KA_CANCELLED, and the host has ended, where
+   one has met it. */
+int32_t settle_cancel(ka_host *host, int32_t status);
+
 /* The command has ended under which the host was to run. */
 int32_t fail_command(ka_host *host);
 

@@ -59,6 +59,8 @@ static void forget_process(ka_host *host)
     host->last_end = no_last_end;
     host->report = nullptr;
     host->building.argc = 0;
+    host->cancel = {};
+    host->wait_fd = no_wait_fd; /* the descriptors are the parent's, too */
 }
 
 static void begin_anew_in_child(void)

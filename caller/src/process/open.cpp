@@ -15,6 +15,7 @@
 #include "doorbell/doorbell.h"
 #include "end.h"
 #include "fork.h"
+#include "host/cancel.h"
 #include "host/options.h"
 #include "module/program_file.h"
 #include "start.h"
@@ -33,31 +34,42 @@ int32_t start_host(ka_host *host, int64_t deadline)
 /* Started for the first time, or when the program asks for it: without a pause. */
 int32_t open_process(ka_host *host)
 {
-    if (start_host(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return fail_and_end(host);
-    host->life.state = STATE_READY;
-    return KA_DONE;
+    int32_t status = start_host(host, deadline_after_ms(host->options.deadline_ms));
+    if (status != KA_DONE) status = fail_and_end(host);
+    status = settle_cancel(host, status);
+    if (status == KA_DONE) host->life.state = STATE_READY;
+    return status;
+}
+
+/* For a ka_cancel, in a signal handler or in another thread, from now on. */
+static void show_host(ka_host **result, ka_host *host)
+{
+    open_to_cancel(host);
+    __atomic_store_n(result, host, __ATOMIC_SEQ_CST);
 }
 
 int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
 {
     HOLD_CANCELLATION;
     ka_host *host = static_cast<ka_host *>(calloc(1, sizeof *host));
-    *result = host;
+    *result = nullptr;
     if (!host) return KA_SYSTEM;
     clear_error(host);
     host->pipes = no_pipes;
     host->life = no_life;
     host->process = no_process;
     host->waiting = no_waiting;
+    host->wait_fd = no_wait_fd;
     seed_random(&host->random);
     host->module = strdup(module);
     if (!host->module || enter_host(host) != 0) {
         free(host->module);
         free(host);
-        *result = nullptr;
         return KA_SYSTEM;
     }
-    if (take_options(host, options) != KA_DONE || check_sizes(host) != KA_DONE) return host->error.error_class;
+    show_host(result, host);
+    if (take_options(host, options) != KA_DONE || check_sizes(host) != KA_DONE)
+        return settle_cancel(host, host->error.error_class);
     host->life.openable = true;
     remove_abandoned_segments(0);
     return open_process(host);

@@ -1,0 +1,140 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * See wait_fd.h. */
+#include "wait_fd.h"
+
+#include <errno.h>
+#include <sys/epoll.h>
+#include <sys/timerfd.h>
+
+#include "base/clock.h"
+#include "base/fd.h"
+#include "base/thread.h"
+#include "block/annex.h"
+#include "doorbell.h"
+#include "handler.h"
+#include "host/owned.h"
+#include "waiters.h"
+
+/* A signal can be lost: the program has replaced the handler, or ignores it. Where that is known, or where a reply
+   without a number may need a second look, the descriptor is readable so often; else at first after a second, and
+   then ever more seldom. */
+enum : int64_t { UNSAFE_PAUSE_NS = 50 * NS_PER_MS, FIRST_SAFE_PAUSE_NS = NS_PER_S };
+
+/* 0: never. Set like this a timer that has expired is not readable any more. */
+static void set_timer(const ka_host *host, int64_t at)
+{
+    const struct itimerspec when = {{0, 0}, {static_cast<time_t>(at / NS_PER_S), static_cast<long>(at % NS_PER_S)}};
+    timerfd_settime(host->wait_fd.timer_fd, TFD_TIMER_ABSTIME, &when, nullptr);
+}
+
+void ring_wait_fd(const ka_host *host)
+{
+    const int error = errno;
+    if (host->wait_fd.timer_fd != -1) set_timer(host, 1);
+    errno = error;
+}
+
+static void add_source(const ka_host *host, int fd)
+{
+    struct epoll_event event = {};
+    event.events = EPOLLIN;
+    if (fd != -1) epoll_ctl(host->wait_fd.fd, EPOLL_CTL_ADD, fd, &event);
+}
+
+static void remove_source(const ka_host *host, int fd)
+{
+    struct epoll_event ignored = {};
+    if (fd != -1) epoll_ctl(host->wait_fd.fd, EPOLL_CTL_DEL, fd, &ignored);
+}
+
+/* ---- While a call waits ---------------------------------------------------------------------------------------- */
+
+static bool is_safe_from_loss(const ka_host *host)
+{
+    return host->waiting.is_numbered && (host->options.waiting == KA_WAIT_FAST || handler_is_installed());
+}
+
+/* A reply that is known to be there, but not yet which, is looked at again soon. */
+static int64_t next_look(ka_host *host)
+{
+    const t_STEPS *steps = &host->steps;
+    if (steps->phase == PHASE_IDLE || steps->signalled) return steps->look_at;
+    if (!is_safe_from_loss(host)) return now_ns() + UNSAFE_PAUSE_NS;
+    host->wait_fd.pause = host->wait_fd.pause == 0 ? int64_t{FIRST_SAFE_PAUSE_NS} : 2 * host->wait_fd.pause;
+    return now_ns() + host->wait_fd.pause;
+}
+
+/* What was noted while the timer was set was perhaps overwritten by that. */
+void arm_wait_fd(ka_host *host)
+{
+    if (host->wait_fd.fd == -1) return;
+    if (!host->wait_fd.is_armed) {
+        host->wait_fd.pause = 0;
+        add_source(host, host->process.pid_fd);
+        add_source(host, host->options.cancel_fd);
+        add_source(host, host->waiting.doorbell_fd);
+        host->wait_fd.is_armed = true;
+    }
+    const int64_t look = next_look(host);
+    set_timer(host, look < host->steps.deadline ? look : host->steps.deadline);
+    if (host->waiting.is_away && (host->waiting.waiter->noted || has_replied(host))) ring_wait_fd(host);
+}
+
+void disarm_wait_fd(ka_host *host)
+{
+    if (!host->wait_fd.is_armed) return;
+    host->wait_fd.is_armed = false;
+    remove_source(host, host->process.pid_fd);
+    remove_source(host, host->options.cancel_fd);
+    remove_source(host, host->waiting.doorbell_fd);
+    set_timer(host, 0);
+}
+
+/* ---- The descriptor -------------------------------------------------------------------------------------------- */
+
+void close_wait_fd(ka_host *host)
+{
+    close_fd(&host->wait_fd.timer_fd);
+    close_fd(&host->wait_fd.fd);
+}
+
+static int32_t open_wait_fd(ka_host *host)
+{
+    host->wait_fd.fd = epoll_create1(EPOLL_CLOEXEC);
+    host->wait_fd.timer_fd = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    struct epoll_event event = {};
+    event.events = EPOLLIN;
+    if (host->wait_fd.fd != -1 && host->wait_fd.timer_fd != -1 &&
+        epoll_ctl(host->wait_fd.fd, EPOLL_CTL_ADD, host->wait_fd.timer_fd, &event) == 0) {
+        note_owned(host, OWNED_WAIT);
+        note_owned(host, OWNED_TIMER);
+        return KA_DONE;
+    }
+    const int error = errno;
+    close_wait_fd(host);
+    return fail_system(host, error, "cannot create a descriptor to wait for");
+}
+
+/* One that the program has closed is made anew. */
+static bool is_there(ka_host *host)
+{
+    if (host->wait_fd.fd == -1) return false;
+    if (is_owned(host, OWNED_WAIT) && is_owned(host, OWNED_TIMER)) return true;
+    disown_lost(host);
+    close_wait_fd(host);
+    host->wait_fd.is_armed = false;
+    return false;
+}
+
+int ka_wait_fd(ka_host *host)
+{
+    HOLD_CANCELLATION;
+    if (is_there(host)) return host->wait_fd.fd;
+    if (open_wait_fd(host) != KA_DONE) return -1;
+    if (host->life.state == STATE_SENT) {
+        ask_for_doorbell(host);
+        arm_wait_fd(host);
+    }
+    return host->wait_fd.fd;
+}

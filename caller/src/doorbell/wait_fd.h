@@ -1,0 +1,27 @@
+/* SPDX-License-Identifier: MIT
+ *
+ * The descriptor of ka_wait_fd. It is an epoll descriptor over the host's process, cancel_fd, with KA_WAIT_FAST the
+ * doorbell, and a timer, which tells everything else: it expires at the deadline, and when a handler of SIGUSR2, or
+ * ka_cancel, sets it to a time that is over. While no call in steps waits for the host only the timer is left in it,
+ * and stands still: so nothing is told that nobody can take. */
+#ifndef KA_CALLER_WAIT_FD_H
+#define KA_CALLER_WAIT_FD_H
+
+#include "host/host.h"
+
+/* The reply to the next request is to be told by signals. */
+inline bool wants_signals(const ka_host *host)
+{
+    return host->options.cancel_fd != -1 || (host->steps.by_program && host->wait_fd.fd != -1);
+}
+
+/* From the end of a step that leaves a call waiting to the begin of the next; again after each. */
+void arm_wait_fd(ka_host *host);
+void disarm_wait_fd(ka_host *host);
+
+/* The descriptor becomes readable. Async-signal-safe. */
+void ring_wait_fd(const ka_host *host);
+
+void close_wait_fd(ka_host *host);
+
+#endif
