@@ -3,13 +3,15 @@
  * One call: its turn, the arguments, the wait, the answers to call-backs, the results. The GIL is released around the
  * wait alone. In the main thread the wait is looked up from every 50 ms, and Python's signal handlers run: libkacall
  * notices a handler that ran just before its sleep only then. */
-#include "extension.h"
+#define _GNU_SOURCE
+#include <signal.h>
+#include <sys/wait.h>
 
-enum { LOOK_MS = 50 };
+#include "extension.h"
 
 /* ---- Beginning and end ----------------------------------------------------------------------------------------- */
 
-static void init_call(t_CALL *call, t_FUNCTION *function)
+void init_call(t_CALL *call, t_FUNCTION *function)
 {
     t_HOST *host = function->host;
     call->function = function;
@@ -24,7 +26,7 @@ static void init_call(t_CALL *call, t_FUNCTION *function)
     call->count = 0;
 }
 
-static void end_call(t_CALL *call)
+void end_call(t_CALL *call)
 {
     for (int i = 0; i < call->in_place_count; i++)
         PyBuffer_Release(&call->in_place[i]);
@@ -35,32 +37,33 @@ static void end_call(t_CALL *call)
     call->in_place_count = call->count = 0;
 }
 
-/* The deadline of this function's calls, while one is made. */
-static int set_deadline(t_CALL *call, bool own)
+/* The deadline of this function's calls. */
+static int set_own_deadline(t_CALL *call)
 {
     const int32_t deadline_ms = call->function->deadline_ms;
-    if (deadline_ms == 0 || is_closed(call->host)) return 0;
-    const int32_t wanted = own ? deadline_ms : call->host->options.deadline_ms;
-    return ka_set_deadline(call->host->ka, wanted) == KA_DONE ? 0 : fail_library(call->host, call->function);
+    if (deadline_ms == 0 || ka_set_deadline(call->host->ka, deadline_ms) == KA_DONE) return 0;
+    return fail_library(call->host, call->function);
 }
 
-/* Errors of libkacall while the call is built come out of ka_send. */
-static int send(t_CALL *call)
+static void set_deadline_back(t_CALL *call)
 {
-    ka_host *ka = call->host->ka;
-    if (ka_begin(ka, PyBytes_AsString(call->function->name)) != KA_DONE)
+    if (call->function->deadline_ms == 0 || is_closed(call->host)) return;
+    ka_set_deadline(call->host->ka, call->host->options.deadline_ms);
+}
+
+/* Errors of libkacall while arguments are added come out of ka_send. */
+int build_call(t_CALL *call)
+{
+    if (set_own_deadline(call) < 0) return -1;
+    if (ka_begin(call->host->ka, PyBytes_AsString(call->function->name)) != KA_DONE)
         return fail_library(call->host, call->function);
-    if (add_arguments(call) < 0) return -1;
-    PyThreadState *state = PyEval_SaveThread(); /* a host that has ended is started again */
-    const int32_t status = ka_send(ka);
-    PyEval_RestoreThread(state);
-    return status == KA_DONE ? 0 : fail_library(call->host, call->function);
+    return add_arguments(call);
 }
 
 /* ---- Exceptions out of call-backs and signal handlers ---------------------------------------------------------- */
 
 /* The first counts. */
-static void keep_raised(t_CALL *call)
+void keep_raised(t_CALL *call)
 {
     if (call->raised[0]) {
         PyErr_Clear();
@@ -69,13 +72,10 @@ static void keep_raised(t_CALL *call)
     PyErr_Fetch(&call->raised[0], &call->raised[1], &call->raised[2]);
 }
 
-/* Instead of what became of the call. */
-static int raise_kept(t_CALL *call)
+static void raise_kept(t_CALL *call)
 {
-    PyErr_Clear();
     PyErr_Restore(call->raised[0], call->raised[1], call->raised[2]);
     call->raised[0] = call->raised[1] = call->raised[2] = NULL;
-    return -1;
 }
 
 /* ---- Call-backs ------------------------------------------------------------------------------------------------ */
@@ -119,7 +119,7 @@ static int ask(PyObject *callback, int32_t value, int32_t *answer)
 }
 
 /* After an exception the callable is not asked again. */
-static int32_t answer_callback(t_CALL *call, int32_t value)
+static int32_t ask_callback(t_CALL *call, int32_t value)
 {
     t_HOST *host = call->host;
     int32_t answer = 0;
@@ -136,17 +136,44 @@ static int32_t answer_callback(t_CALL *call, int32_t value)
     return answer;
 }
 
+/* The call-back may have forked, and this be the child. */
+int answer_callback(t_CALL *call, int32_t value)
+{
+    const int32_t answer = ask_callback(call, value);
+    if (is_closed(call->host)) return fail_closed(call->host);
+    return ka_answer(call->host->ka, answer) == KA_DONE ? 0 : fail_library(call->host, call->function);
+}
+
 /* ---- The wait -------------------------------------------------------------------------------------------------- */
 
-/* Another thread has no signal handlers to run, and waits until there is something. */
-static int32_t wait(t_CALL *call, bool main_thread, int32_t *what, int32_t *value)
+static int32_t send_work(void *subject)
 {
-    ka_host *ka = call->host->ka;
-    int32_t status;
+    return ka_send(((t_HOST *)subject)->ka);
+}
+
+static void cancel_start(void *subject)
+{
+    ka_cancel(((t_HOST *)subject)->ka);
+}
+
+/* A host that may start again takes its time for that. One that has just died is noticed by ka_send first. */
+static bool may_start(const t_HOST *host)
+{
+    if (host->options.restart == KA_RESTART_NEVER) return false;
+    const int32_t pid = ka_pid(host->ka);
+    siginfo_t end = {0};
+    return pid == 0 || waitid(P_PID, (id_t)pid, &end, WEXITED | WNOHANG | WNOWAIT) != 0 || end.si_pid != 0;
+}
+
+/* Another thread than the main one has no signal handlers to run, and waits until there is something. */
+static int32_t wait_for_reply(ka_host *ka, bool main_thread, bool send, int32_t *what, int32_t *value)
+{
     PyThreadState *state = PyEval_SaveThread();
-    do {
+    int32_t status = send ? ka_send(ka) : KA_DONE;
+    while (status == KA_DONE) {
         status = ka_wait(ka, main_thread ? LOOK_MS : -1, what, value);
-    } while (!main_thread && status == KA_DONE && *what == KA_WAITING);
+        if (main_thread || *what != KA_WAITING) break;
+    }
     PyEval_RestoreThread(state);
     return status;
 }
@@ -160,67 +187,58 @@ static void run_signal_handlers(t_CALL *call)
     ka_cancel(call->host->ka);
 }
 
-/* The answer, unless the call-back has forked and this is the child. */
-static int answer(t_CALL *call, int32_t value)
+static int send_and_wait(t_CALL *call)
 {
-    const int32_t number = answer_callback(call, value);
-    if (is_closed(call->host)) return fail_closed(call->host);
-    return ka_answer(call->host->ka, number) == KA_DONE ? 0 : fail_library(call->host, call->function);
-}
-
-/* One step: 1 when the call has returned, 0 when it goes on. */
-static int step(t_CALL *call, int32_t status, int32_t what, int32_t value)
-{
-    if (status != KA_DONE) return fail_library(call->host, call->function);
-    if (what == KA_CALLBACK) return answer(call, value);
-    call->code = value;
-    return what == KA_RETURNED ? 1 : 0;
-}
-
-static int wait_to_the_end(t_CALL *call)
-{
+    t_HOST *host = call->host;
     const bool main_thread = in_main_thread();
+    bool send = true;
+    if (main_thread && may_start(host)) {
+        int32_t sent = KA_DONE;
+        call->cancelled = run_waiting(send_work, host, cancel_start, &sent) < 0;
+        if (call->cancelled) keep_raised(call);
+        if (sent != KA_DONE) return fail_library(host, call->function);
+        if (call->cancelled) ka_cancel(host->ka);
+        send = false;
+    }
     for (;;) {
         int32_t what = KA_WAITING, value = 0;
-        const int32_t status = wait(call, main_thread, &what, &value);
-        if (main_thread && status == KA_DONE && what == KA_WAITING) run_signal_handlers(call);
-        const int stepped = step(call, status, what, value);
-        if (stepped != 0) return stepped < 0 ? -1 : 0;
+        const int32_t status = wait_for_reply(host->ka, main_thread, send, &what, &value);
+        send = false;
+        if (status != KA_DONE) return fail_library(host, call->function);
+        if (what == KA_RETURNED) {
+            call->code = value;
+            return 0;
+        }
+        if (what == KA_CALLBACK && answer_callback(call, value) < 0) return -1;
+        if (what == KA_WAITING) run_signal_handlers(call);
     }
 }
 
 /* ---- The call -------------------------------------------------------------------------------------------------- */
 
-/* What the function returned, as the caller gets it. results: taken over; null after an error. */
-static PyObject *finish(t_CALL *call, PyObject *results, bool raw)
+/* What came out of a call-back or a handler is seen instead of what became of the call. */
+PyObject *call_results(t_CALL *call, int status)
+{
+    PyObject *results = status == 0 && !call->raised[0] ? make_results(call) : NULL;
+    set_deadline_back(call);
+    if (!call->raised[0]) return results;
+    PyErr_Clear();
+    raise_kept(call);
+    return NULL;
+}
+
+PyObject *finish_call(t_CALL *call, PyObject *results, bool raw)
 {
     t_STATE *state = call->host->state;
-    if (!results) return NULL;
-    if (!raw && call->code == 0) return results;
-    PyObject *target = raw ? state->Returned : state->returned_code;
-    PyObject *made = raw ? PyObject_CallFunction(target, "iO", (int)call->code, results)
-                         : PyObject_CallFunction(target, "OiO", (PyObject *)call->function, (int)call->code, results);
+    if (!results || (!raw && call->code == 0)) return results;
+    PyObject *made = raw ? PyObject_CallFunction(state->Returned, "iO", (int)call->code, results)
+                         : PyObject_CallFunction(state->returned_code, "OiO", (PyObject *)call->function,
+                                                 (int)call->code, results);
     Py_DECREF(results);
     if (raw || !made) return made;
     PyErr_SetObject((PyObject *)Py_TYPE(made), made);
     Py_DECREF(made);
     return NULL;
-}
-
-static PyObject *make_call(t_CALL *call)
-{
-    int status = set_deadline(call, true);
-    if (status == 0) status = send(call);
-    if (status == 0) status = wait_to_the_end(call);
-    PyObject *results = status == 0 && !call->raised[0] ? make_results(call) : NULL;
-    if (call->raised[0]) raise_kept(call);
-    if (call->function->deadline_ms != 0) {
-        PyObject *type, *value, *traceback;
-        PyErr_Fetch(&type, &value, &traceback);
-        if (set_deadline(call, false) < 0) PyErr_Clear();
-        PyErr_Restore(type, value, traceback);
-    }
-    return results;
 }
 
 PyObject *call_function(t_FUNCTION *function, PyObject *positional, PyObject *named, bool raw)
@@ -230,9 +248,10 @@ PyObject *call_function(t_FUNCTION *function, PyObject *positional, PyObject *na
     init_call(&call, function);
     PyObject *results = NULL;
     if (take_arguments(&call, positional, named) == 0 && enter_host(host) == 0) {
-        results = make_call(&call);
+        const int status = build_call(&call) < 0 ? -1 : send_and_wait(&call);
+        results = call_results(&call, status);
         leave_host(host);
     }
     end_call(&call);
-    return finish(&call, results, raw);
+    return finish_call(&call, results, raw);
 }

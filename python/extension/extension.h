@@ -24,7 +24,6 @@
 #include <string.h>
 
 #include "ka/caller.h"
-#include "steps_meanwhile.h"
 #include "ka/dll_module.h"
 
 enum { MAX_ARGUMENTS = 51 }; /* one more than a call can have: libkacall refuses that one */
@@ -50,6 +49,7 @@ enum { MAX_ARGUMENTS = 51 }; /* one more than a call can have: libkacall refuses
 typedef struct t_STATE {
     PyObject *evidence_type;
     PyObject *scratch_type;
+    PyObject *steps_type;
     PyObject *decimal_type;
     PyObject *make_decimal; /* bound create_decimal of a context */
     reprfunc decimal_text;  /* str() of a Decimal, not of a class derived from it */
@@ -61,7 +61,6 @@ typedef struct t_STATE {
 t_STATE *state_of(PyObject *module);
 bool is_instance(PyObject *object, PyObject *type); /* type: a class */
 void replace(PyObject **field, PyObject *object);   /* takes object over, drops what was there; either may be null */
-bool in_main_thread(void);                          /* in which Python's signal handlers run */
 
 /* ---- Hosts ----------------------------------------------------------------------------------------------------- */
 
@@ -210,15 +209,36 @@ int add_arguments(t_CALL *call);
 /* results.c */
 PyObject *make_results(t_CALL *call);
 
-/* call.c */
+/* call.c: a call of a host whose turn it is. */
+void init_call(t_CALL *call, t_FUNCTION *function);
+void end_call(t_CALL *call); /* drops what it holds */
+int build_call(t_CALL *call);
+int answer_callback(t_CALL *call, int32_t value);
+void keep_raised(t_CALL *call);                                /* the exception that is set */
+PyObject *call_results(t_CALL *call, int status);              /* of a call that ended, with status; or null */
+PyObject *finish_call(t_CALL *call, PyObject *results, bool raw); /* as the caller gets them; results: taken over */
 PyObject *call_function(t_FUNCTION *function, PyObject *positional, PyObject *named, bool raw);
+
+/* steps.c: a call for an event loop. */
 extern PyType_Spec steps_spec;
-PyObject *begin_steps(t_FUNCTION *function, PyObject *positional, PyObject *named, PyObject *type, bool raw);
+PyObject *begin_steps(t_FUNCTION *function, PyObject *positional, PyObject *named);
 
 /* reals.c: REALs and Python's numbers. */
 int real_from_number(t_CALL *call, int argument, PyObject *number, t_DECIMAL *real);
 PyObject *decimal_from_real(t_STATE *state, const t_DECIMAL *real); /* None for null */
-PyObject *round_to_real(PyObject *module, PyObject *number);
+PyObject *round_to_real(PyObject *module, PyObject *text);
+
+/* ---- Waiting --------------------------------------------------------------------------------------------------- */
+
+enum { LOOK_MS = 50 }; /* how long Python's signal handlers may have to wait */
+
+bool in_main_thread(void); /* in which those run */
+
+/* Runs work without the GIL; *result is what it returned. In the main thread signal handlers run meanwhile; when one
+   raises, what waits is cancelled by cancel, which must be quick, and -1 is returned after work, whatever came of it.
+ */
+typedef int32_t t_WORK(void *subject);
+int run_waiting(t_WORK *work, void *subject, void (*cancel)(void *subject), int32_t *result);
 
 /* ---- Tables, scratch area -------------------------------------------------------------------------------------- */
 

@@ -112,6 +112,11 @@ static PyObject *function_raw(PyObject *self, PyObject *args, PyObject *named)
     return call_function((t_FUNCTION *)self, args, named, true);
 }
 
+static PyObject *function_begin(PyObject *self, PyObject *args, PyObject *named)
+{
+    return begin_steps((t_FUNCTION *)self, args, named);
+}
+
 static PyObject *get_host(PyObject *self, void *unused)
 {
     (void)unused;
@@ -121,6 +126,8 @@ static PyObject *get_host(PyObject *self, void *unused)
 static PyMethodDef function_methods[] = {
     {"raw", (PyCFunction)(void (*)(void))function_raw, METH_VARARGS | METH_KEYWORDS,
      "The call's return code and results: no exception for a code that is not 0."},
+    {"_begin", (PyCFunction)(void (*)(void))function_begin, METH_VARARGS | METH_KEYWORDS,
+     "The call in steps, for an event loop; NotImplemented while the host is in use."},
     {NULL, NULL, 0, NULL},
 };
 

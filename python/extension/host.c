@@ -4,8 +4,6 @@
  * which they come. The one whose turn it is owns the host until it leaves it, also while it waits without the GIL. */
 #define _GNU_SOURCE
 #include <pthread.h>
-#include <stddef.h>
-#include <unistd.h>
 
 #include "extension.h"
 
@@ -31,11 +29,6 @@ int watch_forks(void)
     watched = true;
     const int error = pthread_atfork(NULL, NULL, count_fork);
     return error == 0 ? 0 : (PyErr_NoMemory(), -1);
-}
-
-bool in_main_thread(void)
-{
-    return gettid() == getpid();
 }
 
 /* ---- Turns ----------------------------------------------------------------------------------------------------- */
@@ -92,7 +85,7 @@ static bool is_interpreter_ending(void)
 static int wait_for_turn(t_HOST *host, t_WAITER *waiter)
 {
     const bool main_thread = in_main_thread();
-    const long long longest_us = main_thread ? 50000 : -1;
+    const long long longest_us = main_thread ? LOOK_MS * 1000 : -1;
     while (!waiter->has_turn) {
         PyThreadState *state = PyEval_SaveThread();
         PyThread_acquire_lock_timed(waiter->lock, longest_us, main_thread);
@@ -256,7 +249,7 @@ static PyObject *host_new(PyTypeObject *type, PyObject *args, PyObject *named)
         Py_DECREF(host);
         return NULL;
     }
-#ifdef KAHOST_ENVIRONMENT
+#ifdef KAHOST_SURROUNDINGS
     host->options.environment = (const char *const *)host->environment;
     host->options.directory = host->directory;
 #endif
@@ -318,14 +311,37 @@ static void host_dealloc(PyObject *self)
 
 /* ---- Start, restart, close ------------------------------------------------------------------------------------- */
 
+/* A start, and the host that it makes or starts again. */
+typedef struct t_START {
+    ka_host *ka;
+    const char *path;
+    const ka_options *options;
+    const ka_tables *tables;
+} t_START;
+
 /* The tables tell that the module runs. */
-static int32_t start(t_HOST *host, ka_host **ka, const ka_tables **tables)
+static int32_t start_work(void *subject)
 {
-    PyThreadState *state = PyEval_SaveThread();
-    int32_t status = *ka ? ka_restart(*ka) : ka_open(ka, PyBytes_AsString(host->path), &host->options);
-    *tables = status == KA_DONE ? ka_host_tables(*ka) : NULL;
-    PyEval_RestoreThread(state);
-    return *tables ? KA_DONE : KA_SYSTEM;
+    t_START *start = subject;
+    const int32_t status = start->ka ? ka_restart(start->ka) : ka_open(&start->ka, start->path, start->options);
+    start->tables = status == KA_DONE ? ka_host_tables(start->ka) : NULL;
+    return start->tables ? KA_DONE : KA_SYSTEM;
+}
+
+static void cancel_start(void *subject)
+{
+    ka_cancel(__atomic_load_n(&((t_START *)subject)->ka, __ATOMIC_ACQUIRE));
+}
+
+/* Null after an error, or when a signal handler raised. */
+static const ka_tables *start(t_HOST *host)
+{
+    t_START start = {host->ka, PyBytes_AsString(host->path), &host->options, NULL};
+    int32_t status;
+    const int waited = run_waiting(start_work, &start, cancel_start, &status);
+    host->ka = start.ka;
+    if (waited == 0 && status != KA_DONE) fail_library(host, NULL);
+    return waited == 0 ? start.tables : NULL;
 }
 
 /* open(): starts the module, and gives its tables. */
@@ -336,14 +352,9 @@ static PyObject *host_open(PyObject *self, PyObject *unused)
     if (host->ka || host->owner != 0) return fail_host(host, KA_ARGUMENT, "is opened already"), NULL;
     host->owner = PyThread_get_thread_ident();
     host->forks = forks;
-    ka_host *ka = NULL;
-    const ka_tables *tables;
-    const int32_t status = start(host, &ka, &tables);
-    host->ka = ka;
-    PyObject *result = NULL;
-    if (status == KA_DONE) result = make_tables(tables);
-    else fail_library(host, NULL);
-    if (!result && ka) {
+    const ka_tables *tables = start(host);
+    PyObject *result = tables ? make_tables(tables) : NULL;
+    if (!result && host->ka) {
         PyObject *type, *value, *traceback;
         PyErr_Fetch(&type, &value, &traceback);
         forget_ka(host);
@@ -358,10 +369,9 @@ static PyObject *host_restart(PyObject *self, PyObject *unused)
     (void)unused;
     t_HOST *host = (t_HOST *)self;
     if (enter_host(host) < 0) return NULL;
-    const ka_tables *tables;
-    const int status = start(host, &host->ka, &tables) == KA_DONE ? 0 : fail_library(host, NULL);
+    const ka_tables *tables = start(host);
     leave_host(host);
-    return status == 0 ? Py_NewRef(Py_None) : NULL;
+    return tables ? Py_NewRef(Py_None) : NULL;
 }
 
 /* Nothing in a child of the process that opened it: there it is closed. */

@@ -84,9 +84,10 @@ static int execute(PyObject *module)
     t_STATE *state = state_of(module);
     state->evidence_type = add_type(module, &evidence_spec);
     state->scratch_type = add_type(module, &scratch_spec);
+    state->steps_type = add_type(module, &steps_spec);
     PyObject *host = add_type(module, &host_spec);
     PyObject *function = add_type(module, &function_spec);
-    const bool made = state->evidence_type && state->scratch_type && host && function;
+    const bool made = state->evidence_type && state->scratch_type && state->steps_type && host && function;
     Py_XDECREF(host);
     Py_XDECREF(function);
     if (!made || watch_forks() < 0) return -1;
@@ -98,6 +99,7 @@ static int traverse(PyObject *module, visitproc visit, void *arg)
     t_STATE *state = state_of(module);
     Py_VISIT(state->evidence_type);
     Py_VISIT(state->scratch_type);
+    Py_VISIT(state->steps_type);
     Py_VISIT(state->decimal_type);
     Py_VISIT(state->make_decimal);
     for (int i = 0; i < HANDED_OVER; i++)
@@ -110,6 +112,7 @@ static int clear(PyObject *module)
     t_STATE *state = state_of(module);
     Py_CLEAR(state->evidence_type);
     Py_CLEAR(state->scratch_type);
+    Py_CLEAR(state->steps_type);
     Py_CLEAR(state->decimal_type);
     Py_CLEAR(state->make_decimal);
     for (int i = 0; i < HANDED_OVER; i++)
