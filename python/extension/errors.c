@@ -136,12 +136,15 @@ int fail_library(t_HOST *host, t_FUNCTION *function)
     t_EVIDENCE *evidence = new_evidence(host, error.error_class);
     if (!evidence) return -1;
     PyObject *place = place_of(function, error.argument);
+    PyObject *message = PyUnicode_DecodeUTF8(error.message, (Py_ssize_t)strlen(error.message), "backslashreplace");
     PyObject *exception =
-        place ? PyObject_CallFunction(host->state->library_error, "is(iiiiiL)OOO", (int)error.error_class,
-                                      error.message, (int)error.retry, (int)error.sys_errno, (int)error.exit_status,
-                                      (int)error.signal, (int)error.return_code, (long long)error.needed_bytes,
-                                      function_object(function), place, (PyObject *)evidence)
-              : NULL;
+        place && message
+            ? PyObject_CallFunction(host->state->library_error, "iO(iiiiiL)OOO", (int)error.error_class, message,
+                                    (int)error.retry, (int)error.sys_errno, (int)error.exit_status,
+                                  (int)error.signal, (int)error.return_code, (long long)error.needed_bytes,
+                                    function_object(function), place, (PyObject *)evidence)
+            : NULL;
+    Py_XDECREF(message);
     Py_XDECREF(place);
     Py_DECREF((PyObject *)evidence);
     return raise_made(exception);

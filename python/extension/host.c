@@ -249,10 +249,8 @@ static PyObject *host_new(PyTypeObject *type, PyObject *args, PyObject *named)
         Py_DECREF(host);
         return NULL;
     }
-#ifdef KAHOST_SURROUNDINGS
     host->options.environment = (const char *const *)host->environment;
     host->options.directory = host->directory;
-#endif
     return (PyObject *)host;
 }
 

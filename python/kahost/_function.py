@@ -7,7 +7,7 @@ import keyword
 import math
 from collections.abc import Sequence
 from decimal import Decimal
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING, Any, Self
 
 from . import _kahost, _results
 from . import _tables as tables
@@ -98,17 +98,17 @@ class Plan:
 class Function(_kahost.Function):
     """A function of a module: call it, or await its aio."""
 
-    __slots__ = ("__dict__", "__weakref__", "_plan", "_origin")
+    __slots__ = ("__dict__", "__weakref__", "__name__", "__qualname__", "_plan", "_origin", "_changes")
     _plan: Plan
     _origin: Origin
-    __name__: str
-    __qualname__: str
+    _changes: dict[str, int]
 
-    def __new__(cls, host: _kahost.Host, plan: Plan, origin: Origin, **changes: Any) -> Function:
+    def __new__(cls, host: _kahost.Host, plan: Plan, origin: Origin, **changes: int) -> Self:
         """Made by the module."""
         self = super().__new__(cls, host, plan.raw_name, plan.parameters, plan.takes_more, **changes)
         self._plan = plan
         self._origin = origin
+        self._changes = changes
         self.__name__ = self.__qualname__ = plan.name
         return self
 
@@ -143,16 +143,14 @@ class Function(_kahost.Function):
 
     def options(self, *, deadline: float | None = None, room: int | None = None, reals: str | None = None) -> Function:
         """The same function, whose calls have options of their own."""
-        changes = dict(self.__dict__.get("_changes", {}))
+        changes = dict(self._changes)
         if deadline is not None:
             changes["deadline_ms"] = milliseconds(deadline)
         if room is not None:
             changes["room"] = room
         if reals is not None:
             changes["floats"] = int(reals_are_floats(reals))
-        made = type(self)(self._host, self._plan, self._origin, **changes)
-        made.__dict__["_changes"] = changes
-        return made
+        return type(self)(self._host, self._plan, self._origin, **changes)
 
     def aio(self, *args: object, **kwargs: object) -> Awaitable[Any]:
         """The call for await: the event loop goes on."""

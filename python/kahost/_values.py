@@ -118,5 +118,5 @@ def copy_buffer(buffer: Any) -> Any:
     """A new object of the type of a buffer, of the same shape; its elements may be anything."""
     if isinstance(buffer, memoryview):
         flat = memoryview(bytearray(buffer.nbytes))
-        return flat.cast(buffer.format[-1:], buffer.shape) if buffer.nbytes else buffer[:0]  # type: ignore[call-overload]
+        return flat.cast(buffer.format[-1:], buffer.shape or ()) if buffer.nbytes else buffer[:0]
     return copy.copy(buffer)
