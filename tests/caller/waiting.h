@@ -21,10 +21,10 @@ inline std::string read_file(const std::string &path)
     return text.str();
 }
 
-// Looks every millisecond, for at least ten seconds.
+// Looks every millisecond, for at least a minute: a busy machine can keep a thread waiting for seconds.
 inline bool becomes_true(const std::function<bool()> &condition)
 {
-    for (int i = 0; i < 10000; i++) {
+    for (int i = 0; i < 60000; i++) {
         if (condition()) return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
