@@ -4,9 +4,18 @@
  * was opened with a level. */
 #include "base/clock.h"
 #include "base/thread.h"
+#include "host/cancel.h"
 #include "host/host.h"
 #include "host/options.h"
 #include "prepare.h"
+#include "process/end.h"
+
+static int32_t write_trace_level(ka_host *host)
+{
+    if (check_alive(host) != KA_DONE) return host->error.error_class;
+    if (await_ready(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return host->error.error_class;
+    return apply_trace_level(host);
+}
 
 int32_t ka_set_trace(ka_host *host, int32_t level)
 {
@@ -14,7 +23,7 @@ int32_t ka_set_trace(ka_host *host, int32_t level)
     if (check_trace_level(host, level) != KA_DONE) return KA_ARGUMENT;
     host->options.trace_level = level;
     if (take_turn(host, TURN_TRACE) != KA_DONE) return host->error.error_class; /* kept for a restart */
-    if (check_alive(host) != KA_DONE) return host->error.error_class;
-    if (await_ready(host, deadline_after_ms(host->options.deadline_ms)) != KA_DONE) return host->error.error_class;
-    return apply_trace_level(host);
+    const bool is_start = open_to_cancel(host);
+    const int32_t status = write_trace_level(host);
+    return is_start ? settle_cancel(host, status) : status;
 }
