@@ -391,7 +391,7 @@ TEST(ReportOf, a_closed_host_does_not_repeat_the_call_before)
     EXPECT_EQ(ka_begin(host, "add"), KA_CLOSED);
     const json seen = report(host);
     EXPECT_EQ(seen["error"], "closed");
-    EXPECT_EQ(seen["retry"], "yes");
+    EXPECT_EQ(seen["retry"], "no");
     EXPECT_TRUE(seen["process"].is_null());
     EXPECT_TRUE(seen["function"].is_null());
 }

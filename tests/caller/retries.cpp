@@ -74,13 +74,43 @@ TEST(Retry, after_a_death_before_the_call_is_safe)
     EXPECT_EQ(retry_of(host), KA_RETRY_YES);
 }
 
-TEST(Retry, on_a_closed_host_is_safe_with_another)
+TEST(Retry, on_a_host_that_will_not_come_back_fails_for_ever)
 {
     Host host;
     begin_with(host, "leave", 3);
     EXPECT_EQ(call_fails(host), KA_DIED);
     EXPECT_EQ(ka_begin(host, "add"), KA_CLOSED);
+    EXPECT_EQ(retry_of(host), KA_RETRY_NO);
+    EXPECT_EQ(call_fails(host), KA_CLOSED);
+    EXPECT_EQ(retry_of(host), KA_RETRY_NO);
+}
+
+TEST(Retry, on_a_host_that_the_next_call_starts_again_is_safe)
+{
+    Host host([](ka_options &options) { options.restart = KA_RESTART_NEXT_CALL; });
+    begin_with(host, "leave", 3);
+    EXPECT_EQ(call_fails(host), KA_DIED);
+    EXPECT_EQ(ka_add_integer(host, 1, KA_BY_VALUE), KA_CLOSED);
     EXPECT_EQ(retry_of(host), KA_RETRY_YES);
+    EXPECT_EQ(call_with(host, "give_code", 4), 4);
+}
+
+// A program that repeats whatever it may repeat comes to an end.
+TEST(Retry, a_loop_that_obeys_it_ends)
+{
+    Host host;
+    const pid_t pid = ka_pid(host);
+    kill(pid, SIGKILL);
+    ASSERT_TRUE(ends(pid));
+    int32_t status = KA_DONE;
+    int calls = 0;
+    do {
+        begin_with(host, "give_code", 4);
+        status = call_fails(host);
+        calls++;
+    } while (status != KA_DONE && retry_of(host) == KA_RETRY_YES && calls < 10);
+    EXPECT_EQ(status, KA_CLOSED);
+    EXPECT_EQ(calls, 2);
 }
 
 TEST(Retry, after_a_deadline_in_the_call_may_repeat_effects)

@@ -31,6 +31,17 @@ TEST(CppHost, ends_with_its_object)
     EXPECT_EQ(open_descriptors(), before);
 }
 
+TEST(CppHost, is_retired_before_its_object_ends)
+{
+    ka::Host host(tasks_module);
+    const pid_t pid = host.pid();
+    host.retire();
+    EXPECT_EQ(kill(pid, 0), -1);
+    EXPECT_EQ(host.pid(), 0);
+    EXPECT_THROW(host.call("give_code", 1), ka::Error);
+    host.retire();
+}
+
 TEST(CppHost, ends_when_an_exception_passes)
 {
     pid_t pid = 0;

@@ -22,8 +22,10 @@
  *  - Arguments are counted from 1, elements from 0. Lengths and sizes are in bytes. A pointer must not be null unless
  *    the function allows it. Data is copied before the function returns.
  *  - A host is used by one thread at a time, not always the same one. Different threads can use different hosts at
- *    the same time. In a child that the program forks, the hosts of its parent have ended: the child may close them,
- *    which does not touch the parent's, and may open its own.
+ *    the same time. A function that finds another thread inside a function with the same host does nothing and
+ * touches nothing: it gives KA_ARGUMENT, "used by another thread", or null or 0 where it gives no class. Only ka_pid,
+ *    ka_last_error and ka_retire can be used beside another thread. In a child that the program forks, the hosts of
+ * its parent have ended: the child may close them, which does not touch the parent's, and may open its own.
  *  - pthread_cancel takes effect after the function of this library that the thread is in, not inside it.
  *  - A call is checked against the module's tables before it is sent (KA_REFUSED), so the return code is the
  *    function's own. Two codes can still be the call host's: 2, no memory for the arguments, and -1, the function
@@ -69,9 +71,11 @@ enum {
 /* The name of a class: "refused", "died"; "unknown" for any other number. Never null, never freed. */
 KA_API const char *ka_error_name(int32_t error_class);
 
-/* ka_error.retry: may the call that failed be made again, on a host that still lives or on a new one? */
+/* ka_error.retry: may the call that failed be made again? On this host, if it still lives or may start again
+   (ka_options.restart); else on a new one. */
 enum {
-    KA_RETRY_NO = 0,    /* it would fail again: KA_START, KA_REFUSED, KA_TOO_BIG, KA_ARGUMENT */
+    KA_RETRY_NO = 0,    /* it would fail again: KA_START, KA_REFUSED, KA_TOO_BIG, KA_ARGUMENT; and KA_CLOSED of a host
+                           that will not come back: with this host every call fails so */
     KA_RETRY_YES = 1,   /* the function was not called */
     KA_RETRY_UNSURE = 2 /* the function may have been called, and have had effects */
 };
@@ -96,7 +100,10 @@ typedef struct ka_error {
 enum { KA_LAYOUT_NATIVE = 0, KA_LAYOUT_64 = 64 };
 
 /* ka_options.callback: called for each call-back, in the thread that is in ka_call; returns the answer. Of its own
-   host it may use ka_scratch and ka_set_trace, nothing else. It must return. */
+   host it may use ka_scratch, ka_host_tables, ka_set_trace, ka_set_deadline (for the next call), ka_pid,
+   ka_last_error, the reports, ka_error_output and ka_retire; every other function gives KA_ARGUMENT, null or 0. Of
+   other hosts it may use everything. It must return: no exception and no longjmp may leave it, and it must not end
+   its thread. */
 typedef int32_t ka_callback(ka_host *host, int32_t value, void *user);
 
 /* ka_options.checking */
@@ -254,11 +261,21 @@ KA_API int32_t ka_open(ka_host **host, const char *module, const ka_options *opt
    names it, and the host must be closed once more, which frees it. */
 KA_API int32_t ka_close(ka_host *host);
 
+/* The same for a garbage collector, or at the end of a program: from any thread, at any moment, in a call-back too.
+   While no thread is inside a function of the library with this host, it is closed at once, also between the steps of
+   a call. Else the call or start that is under way is cancelled, and the thread inside closes the host as it comes
+   out of the function. A function that was cut short gives KA_CANCELLED, which ka_last_error then tells that thread;
+   every later one gives KA_CLOSED, in every thread, and does nothing, until 64 further hosts were closed: after that
+   the pointer must not be used. All that the library has given out of the host (tables, reports, scratch area) ends
+   with it. host may be null. KA_DONE: a process that cannot be ended is left. */
+KA_API int32_t ka_retire(ka_host *host);
+
 /* Ends the host process, if it lives, and starts a new one, whatever ka_options.restart says. A call that was begun
    is forgotten. Fails like ka_open; KA_ARGUMENT inside a call-back. */
 KA_API int32_t ka_restart(ka_host *host);
 
-/* The id of the host process, 0 when it has ended. For people and tools: it does not prove that the process lives. */
+/* The id of the host process, 0 when it has ended. For people and tools: it does not prove that the process lives.
+   From any thread, also while another one uses the host. */
 KA_API int32_t ka_pid(const ka_host *host);
 
 /* The scratch area; its size goes into *size, unless size is null. Null and 0 when there is none. Caller and module
@@ -267,7 +284,9 @@ KA_API void *ka_scratch(ka_host *host, int32_t *size);
 
 /* ---- Errors and reports ---------------------------------------------------------------------------------------- */
 
-/* The host's last error; valid until the next function is called on the host. Of a null host: no memory. */
+/* The host's last error; valid until the next function is called on the host. When this thread was refused last,
+   because another thread is inside or because the host was closed or retired, that refusal, which does not touch the
+   host. Of a null host: no memory. */
 KA_API const ka_error *ka_last_error(const ka_host *host);
 
 /* Everything known about the last error, as lines of text or as one JSON object: module, process, function, the

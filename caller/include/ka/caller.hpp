@@ -27,6 +27,7 @@
 #endif
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -163,6 +164,14 @@ public:
     // Why the last call had its return code, or empty; see ka_reason.
     std::string reason() const { return text_or_empty(ka_reason(get())); }
 
+    // ka_retire of ka/caller.h. The object stays until nobody is inside a function of it any more; its end does
+    // nothing.
+    void retire() noexcept
+    {
+        state_->retired = true;
+        ka_retire(get());
+    }
+
     // The functions ka_restart, ka_set_deadline, ka_set_trace, ka_pid and ka_scratch of ka/caller.h.
     void restart() { check(ka_restart(get())); }
     void set_deadline(std::int32_t milliseconds) { check(ka_set_deadline(get(), milliseconds)); }
@@ -213,12 +222,14 @@ private:
         std::shared_ptr<const Answers> next = std::make_shared<const Answers>();
         std::shared_ptr<const Answers> used; // by the call in progress
         std::exception_ptr thrown;
+        std::atomic<bool> retired{false};
 
         State() = default;
         State(const State &) = delete;
         State &operator=(const State &) = delete;
         ~State()
         {
+            if (retired) return;
             const std::int32_t status = ka_close(host);
             if (status == KA_ARGUMENT) std::terminate();
             if (status != KA_DONE) ka_close(host); // a destructor cannot report that a process is left

@@ -8,6 +8,7 @@
 
 #include "base/copy.h"
 #include "host/host.h"
+#include "host/owner.h"
 #include "segment.h"
 #include "wire/sure_pair.h"
 #include "wire/sure_real.h"
@@ -302,47 +303,56 @@ static int32_t add_strings(ka_host *host, const ka_text *values, int32_t count, 
 
 int32_t ka_add_integers(ka_host *host, const int32_t *values, int32_t count, int32_t passing)
 {
+    COME_IN(host, visit.refusal);
     return add_integers(host, values, count, passing);
 }
 
 int32_t ka_add_integer(ka_host *host, int32_t value, int32_t passing)
 {
+    COME_IN(host, visit.refusal);
     return add_integers(host, &value, 1, passing);
 }
 
 int32_t ka_add_reals(ka_host *host, const t_DECIMAL *values, int32_t count, int32_t passing)
 {
+    COME_IN(host, visit.refusal);
     return add_reals(host, values, count, passing);
 }
 
 int32_t ka_add_real_texts(ka_host *host, const ka_text *values, int32_t count, int32_t passing, int32_t *rounded)
 {
+    COME_IN(host, visit.refusal);
     return add_real_texts(host, values, count, passing, rounded);
 }
 
 int32_t ka_add_real(ka_host *host, const char *text, int32_t passing)
 {
+    COME_IN(host, visit.refusal);
     const ka_text value = {text, static_cast<int32_t>(strlen(text))};
     return add_real_texts(host, &value, 1, passing, nullptr);
 }
 
 int32_t ka_add_doubles(ka_host *host, const double *values, int32_t count, int32_t passing)
 {
+    COME_IN(host, visit.refusal);
     return add_doubles(host, values, count, passing);
 }
 
 int32_t ka_add_double(ka_host *host, double value, int32_t passing)
 {
+    COME_IN(host, visit.refusal);
     return add_doubles(host, &value, 1, passing);
 }
 
 int32_t ka_add_strings(ka_host *host, const ka_text *values, int32_t count, int32_t room, int32_t passing)
 {
+    COME_IN(host, visit.refusal);
     return add_strings(host, values, count, room, passing);
 }
 
 int32_t ka_add_string(ka_host *host, const char *data, int32_t length, int32_t room, int32_t passing)
 {
+    COME_IN(host, visit.refusal);
     const ka_text value = {data, length};
     return add_strings(host, &value, 1, room, passing);
 }

@@ -5,10 +5,12 @@
 
 #include "base/name.h"
 #include "host/host.h"
+#include "host/owner.h"
 #include "segment.h"
 
 int32_t ka_begin(ka_host *host, const char *function)
 {
+    COME_IN(host, visit.refusal);
     if (take_turn(host, TURN_BEGIN) != KA_DONE) return host->error.error_class;
     clear_error(host);
     host->building = no_building;

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "host/host.h"
+#include "host/owner.h"
 #include "segment.h"
 
 static int32_t check_raw_turn(ka_host *host)
@@ -42,6 +43,7 @@ static void store_offset(ka_host *host, int32_t at, int64_t offset)
 
 int32_t ka_get_descriptor(ka_host *host, int32_t argument, ka_descriptor *descriptor)
 {
+    COME_IN(host, visit.refusal);
     if (check_descriptor(host, argument) != KA_DONE) return host->error.error_class;
     const int32_t at = descriptor_offset(host, argument);
     const int32_t counts = at + host->segment.layout->arg_counts;
@@ -56,6 +58,7 @@ int32_t ka_get_descriptor(ka_host *host, int32_t argument, ka_descriptor *descri
 
 int32_t ka_set_descriptor(ka_host *host, int32_t argument, const ka_descriptor *descriptor)
 {
+    COME_IN(host, visit.refusal);
     if (check_descriptor(host, argument) != KA_DONE) return host->error.error_class;
     const int32_t at = descriptor_offset(host, argument);
     const int32_t counts = at + host->segment.layout->arg_counts;
@@ -71,6 +74,7 @@ int32_t ka_set_descriptor(ka_host *host, int32_t argument, const ka_descriptor *
 /* Not written yet: a signal of anyone would make the host perform the call. */
 int32_t ka_set_argc(ka_host *host, int32_t argc)
 {
+    COME_IN(host, visit.refusal);
     if (check_raw_turn(host) != KA_DONE) return host->error.error_class;
     host->building.given_argc = argc;
     host->building.argc_is_given = true;

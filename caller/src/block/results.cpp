@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include "base/copy.h"
+#include "host/owner.h"
 #include "segment.h"
 #include "wire/kinds.h"
 #include "wire/sound_reals.h"
@@ -18,6 +19,7 @@ static bool is_argument(const ka_host *host, int32_t argument)
 
 int32_t ka_gives_back(const ka_host *host, int32_t argument)
 {
+    COME_IN(host, 0);
     return is_argument(host, argument) && host->arguments[argument].gives_back ? 1 : 0;
 }
 
@@ -74,6 +76,7 @@ int32_t read_integer(const ka_host *host, const t_ARGUMENT *argument, int32_t in
 
 int32_t ka_get_integers(ka_host *host, int32_t argument, int32_t *values, int32_t count)
 {
+    COME_IN(host, visit.refusal);
     const t_ARGUMENT *found = find_result(host, argument, DLL_INTEGER, count);
     if (!found) return host->error.error_class;
     memcpy(values, element(host, found, 0), static_cast<size_t>(count) * sizeof *values);
@@ -96,13 +99,14 @@ t_DECIMAL read_real(const ka_host *host, const t_ARGUMENT *argument, int32_t ind
 
 int32_t ka_get_reals(ka_host *host, int32_t argument, t_DECIMAL *values, int32_t count)
 {
+    COME_IN(host, visit.refusal);
     const t_ARGUMENT *found = find_result(host, argument, DLL_REAL, count);
     if (!found) return host->error.error_class;
     wire::copy_sound_reals(element(host, found, 0), values, count);
     return KA_DONE;
 }
 
-int32_t ka_get_doubles(ka_host *host, int32_t argument, double *values, int32_t count)
+static int32_t get_doubles(ka_host *host, int32_t argument, double *values, int32_t count)
 {
     constexpr int32_t most = 16;
     const t_ARGUMENT *found = find_result(host, argument, DLL_REAL, count);
@@ -117,6 +121,12 @@ int32_t ka_get_doubles(ka_host *host, int32_t argument, double *values, int32_t 
         }
     }
     return KA_DONE;
+}
+
+int32_t ka_get_doubles(ka_host *host, int32_t argument, double *values, int32_t count)
+{
+    COME_IN(host, visit.refusal);
+    return get_doubles(host, argument, values, count);
 }
 
 /* Compiled into its callers, too. */
@@ -140,6 +150,7 @@ int32_t read_string(const ka_host *host, const t_ARGUMENT *argument, int32_t ind
 
 int32_t ka_get_string(ka_host *host, int32_t argument, int32_t index, char *buffer, int32_t size, int32_t *length)
 {
+    COME_IN(host, visit.refusal);
     const t_ARGUMENT *found = find_result(host, argument, DLL_STRING, index < INT32_MAX ? index + 1 : index);
     if (!found) return host->error.error_class;
     if (index < 0) return fail(host, KA_ARGUMENT, "index is %d; it must not be below 0", index);
@@ -152,6 +163,7 @@ int32_t ka_get_string(ka_host *host, int32_t argument, int32_t index, char *buff
 
 int32_t ka_get_strings(ka_host *host, int32_t argument, char *buffer, int32_t size, int32_t *offsets, int32_t count)
 {
+    COME_IN(host, visit.refusal);
     const t_ARGUMENT *found = find_result(host, argument, DLL_STRING, count);
     if (!found) return host->error.error_class;
     if (size < 0) return fail(host, KA_ARGUMENT, "size is %d; it must not be below 0", size);
@@ -175,6 +187,7 @@ static int32_t real_text(const ka_host *host, const t_ARGUMENT *argument, int32_
 int32_t ka_get_real_texts(ka_host *host, int32_t argument, char *buffer, int32_t size, int32_t *offsets,
                           int32_t count)
 {
+    COME_IN(host, visit.refusal);
     const t_ARGUMENT *found = find_result(host, argument, DLL_REAL, count);
     if (!found) return host->error.error_class;
     if (size < 0) return fail(host, KA_ARGUMENT, "size is %d; it must not be below 0", size);

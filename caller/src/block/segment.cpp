@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "abandoned.h"
+#include "host/owner.h"
 
 /* The scratch area can move up by this much; see place_scratch. */
 enum { SLACK = 16 };
@@ -245,6 +246,7 @@ void remove_segment(ka_host *host)
 
 void *ka_scratch(ka_host *host, int32_t *size)
 {
+    COME_IN(host, nullptr);
     const bool there = host->segment.base && host->options.scratch_bytes > 0;
     if (size) *size = there ? host->options.scratch_bytes : 0;
     return there ? host->segment.base + host->segment.scratch_offset : nullptr;

@@ -6,6 +6,7 @@
 #include "doorbell/doorbell.h"
 #include "doorbell/wait_fd.h"
 #include "host/cancel.h"
+#include "host/owner.h"
 #include "steps.h"
 
 /* ---- The loop -------------------------------------------------------------------------------------------------- */
@@ -25,6 +26,7 @@ static int32_t fail_out_of_turn(ka_host *host)
 int32_t ka_call(ka_host *host, int32_t *return_code)
 {
     HOLD_CANCELLATION;
+    COME_IN(host, visit.refusal);
     if (take_turn(host, TURN_CALL) != KA_DONE) return host->error.error_class;
     int32_t status = send_call(host, STATE_CALLING);
     while (status == KA_DONE) {
@@ -56,6 +58,7 @@ static void leave_to_program(ka_host *host)
 int32_t ka_send(ka_host *host)
 {
     HOLD_CANCELLATION;
+    COME_IN(host, visit.refusal);
     if (take_turn(host, TURN_SEND) != KA_DONE) return host->error.error_class;
     const int32_t status = send_call(host, STATE_SENT);
     if (status == KA_DONE) leave_to_program(host);
@@ -83,6 +86,7 @@ static int32_t take_step(ka_host *host, int32_t timeout_ms, int32_t *what, int32
 int32_t ka_wait(ka_host *host, int32_t timeout_ms, int32_t *what, int32_t *value)
 {
     HOLD_CANCELLATION;
+    COME_IN(host, visit.refusal);
     if (host->life.state == STATE_ASKED && is_cancelled(host)) return abandon_call(host);
     if (take_turn(host, TURN_WAIT) != KA_DONE) return host->error.error_class;
     if (timeout_ms < -1) return fail(host, KA_ARGUMENT, "timeout_ms is %d; it must not be below -1", timeout_ms);
@@ -92,6 +96,7 @@ int32_t ka_wait(ka_host *host, int32_t timeout_ms, int32_t *what, int32_t *value
 int32_t ka_answer(ka_host *host, int32_t value)
 {
     HOLD_CANCELLATION;
+    COME_IN(host, visit.refusal);
     if (take_turn(host, TURN_ANSWER) != KA_DONE) return host->error.error_class;
     const int32_t status = answer_call(host, value);
     if (status == KA_DONE) leave_to_program(host);

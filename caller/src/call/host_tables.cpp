@@ -5,6 +5,7 @@
 #include "base/thread.h"
 #include "host/cancel.h"
 #include "host/host.h"
+#include "host/owner.h"
 #include "prepare.h"
 #include "process/end.h"
 
@@ -22,6 +23,7 @@ static int32_t read_tables(ka_host *host)
 const ka_tables *ka_host_tables(ka_host *host)
 {
     HOLD_CANCELLATION;
+    COME_IN(host, nullptr);
     if (take_turn(host, TURN_TABLES) != KA_DONE) return nullptr;
     const bool is_start = open_to_cancel(host);
     int32_t status = read_tables(host);

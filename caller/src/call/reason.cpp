@@ -8,6 +8,7 @@
 
 #include "base/printable.h"
 #include "block/results.h"
+#include "host/owner.h"
 #include "process/stderr_ring.h"
 #include "wire/reason.h"
 
@@ -73,5 +74,6 @@ void find_reason(ka_host *host, int32_t status, int32_t code)
 
 const char *ka_reason(const ka_host *host)
 {
+    COME_IN(host, nullptr);
     return host->reason[0] != '\0' ? host->reason : nullptr;
 }

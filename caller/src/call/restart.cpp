@@ -10,6 +10,7 @@
 #include "base/thread.h"
 #include "doorbell/wait.h"
 #include "host/cancel.h"
+#include "host/owner.h"
 #include "process/end.h"
 #include "process/open.h"
 
@@ -70,6 +71,7 @@ void restart_at_once(ka_host *host)
 int32_t ka_restart(ka_host *host)
 {
     HOLD_CANCELLATION;
+    COME_IN(host, visit.refusal);
     if (take_turn(host, TURN_RESTART) != KA_DONE) return host->error.error_class;
     if (!host->life.openable)
         return fail(host, KA_ARGUMENT, "%.300s was never opened: its options are wrong", host->module);

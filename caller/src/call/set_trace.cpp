@@ -7,6 +7,7 @@
 #include "host/cancel.h"
 #include "host/host.h"
 #include "host/options.h"
+#include "host/owner.h"
 #include "prepare.h"
 #include "process/end.h"
 
@@ -20,6 +21,7 @@ static int32_t write_trace_level(ka_host *host)
 int32_t ka_set_trace(ka_host *host, int32_t level)
 {
     HOLD_CANCELLATION;
+    COME_IN(host, visit.refusal);
     if (check_trace_level(host, level) != KA_DONE) return KA_ARGUMENT;
     host->options.trace_level = level;
     if (take_turn(host, TURN_TRACE) != KA_DONE) return host->error.error_class; /* kept for a restart */

@@ -14,6 +14,7 @@
 #include "doorbell.h"
 #include "handler.h"
 #include "host/owned.h"
+#include "host/owner.h"
 #include "waiters.h"
 
 /* A signal can be lost: the program has replaced the handler, or ignores it. Where that is known, or where a reply
@@ -130,6 +131,7 @@ static bool is_there(ka_host *host)
 int ka_wait_fd(ka_host *host)
 {
     HOLD_CANCELLATION;
+    COME_IN(host, -1);
     if (is_there(host)) return host->wait_fd.fd;
     if (open_wait_fd(host) != KA_DONE) return -1;
     if (host->life.state == STATE_SENT) {

@@ -10,9 +10,12 @@ static bool change(ka_host *host, int32_t from, int32_t to)
     return __atomic_compare_exchange_n(&host->cancel.state, &from, to, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
 }
 
+/* A ka_retire that came too early for its ka_cancel has left its mark before. */
 bool open_to_cancel(ka_host *host)
 {
-    return change(host, CANCEL_NOTHING, CANCEL_POSSIBLE);
+    const bool opened = change(host, CANCEL_NOTHING, CANCEL_POSSIBLE);
+    if (host->retired) change(host, CANCEL_POSSIBLE, CANCEL_ASKED);
+    return opened;
 }
 
 bool close_to_cancel(ka_host *host)

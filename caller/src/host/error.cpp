@@ -12,6 +12,7 @@
 #include "base/name.h"
 #include "base/printable.h"
 #include "host.h"
+#include "owner.h"
 
 static const ka_error no_memory = {
     .error_class = KA_SYSTEM,
@@ -27,7 +28,7 @@ static const ka_error no_memory = {
 
 const ka_error *ka_last_error(const ka_host *host)
 {
-    return host ? &host->error : &no_memory;
+    return host ? error_of(host) : &no_memory;
 }
 
 const char *ka_error_name(int32_t error_class)
@@ -38,11 +39,13 @@ const char *ka_error_name(int32_t error_class)
     return error_class >= 0 && error_class < count ? names[error_class] : "unknown";
 }
 
-static int32_t retry_after(int32_t error_class, bool sent)
+/* A host that will not come back is closed for every further call. */
+static int32_t retry_after(const ka_host *host, int32_t error_class)
 {
+    const bool sent = host->building.sent;
     switch (error_class) {
     case KA_CLOSED:
-        return KA_RETRY_YES;
+        return can_restart(host) ? KA_RETRY_YES : KA_RETRY_NO;
     case KA_DIED:
     case KA_DEADLINE:
     case KA_SYSTEM:
@@ -100,7 +103,7 @@ int32_t fail(ka_host *host, int32_t error_class, const char *format, ...)
     clear_error(host);
     note_moment(host);
     host->error.error_class = error_class;
-    host->error.retry = retry_after(error_class, host->building.sent);
+    host->error.retry = retry_after(host, error_class);
     va_list values;
     va_start(values, format);
     print_error_message(host, format, values);

@@ -6,6 +6,7 @@
 #ifndef KA_CALLER_HOST_H
 #define KA_CALLER_HOST_H
 
+#include <atomic>
 #include <signal.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -244,6 +245,11 @@ inline constexpr t_BUILDING no_building = {KA_DONE, 0, 0, false, false, false, f
 enum { SHOWN_REASON = 2048 };
 
 struct ka_host {
+    mutable std::atomic<uintptr_t> owner; /* the thread inside; see owner.h */
+    std::atomic<bool> retired;            /* whoever comes out removes it */
+    std::atomic<int32_t> shown_pid;       /* for ka_pid, in any thread */
+    void (*remove)(ka_host *host);
+
     ka_error error;
     t_MOMENT moment; /* of the error */
     t_LAST_END last_end;
@@ -299,7 +305,7 @@ int32_t take_turn(ka_host *host, t_TURN turn);
 /* Whether a host that has ended is started again for the next call. */
 inline bool can_restart(const ka_host *host)
 {
-    return host->options.restart != KA_RESTART_NEVER && host->segment.base;
+    return host->options.restart != KA_RESTART_NEVER && host->segment.base && !host->retired;
 }
 
 #endif

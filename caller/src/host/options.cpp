@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "owned.h"
+#include "owner.h"
 #include "surroundings.h"
 #include "under.h"
 
@@ -134,6 +135,7 @@ int32_t take_options(ka_host *host, const ka_options *options)
 
 int32_t ka_set_deadline(ka_host *host, int32_t deadline_ms)
 {
+    COME_IN(host, visit.refusal);
     if (deadline_ms <= 0) return fail_deadline(host, deadline_ms);
     host->options.deadline_ms = deadline_ms;
     return KA_DONE;

@@ -104,6 +104,7 @@ static void release_process(ka_host *host)
     close_fd(&host->process.status_fd);
     close_fd(&host->process.syscall_fd);
     host->process = no_process;
+    host->shown_pid = 0;
     host->life.state = STATE_ENDED;
 }
 

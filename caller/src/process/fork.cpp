@@ -14,6 +14,7 @@
 #include "doorbell/doorbell.h"
 #include "helper_thread.h"
 #include "host/host.h"
+#include "host/owner.h"
 
 /* Guards the list, and the pipes of all hosts. */
 static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
@@ -53,6 +54,8 @@ static void forget_process(ka_host *host)
     host->life.state = STATE_ENDED;
     host->life.left = no_life.left;
     host->process = no_process;
+    host->shown_pid = 0;
+    if (host->owner != this_thread()) host->owner = 0; /* it is not in this process */
     host->prepared = nothing_prepared;
     host->waiting = no_waiting;
     host->segment = no_segment;

@@ -12,11 +12,13 @@
 #include "base/thread.h"
 #include "block/abandoned.h"
 #include "block/segment.h"
+#include "close.h"
 #include "doorbell/doorbell.h"
 #include "end.h"
 #include "fork.h"
 #include "host/cancel.h"
 #include "host/options.h"
+#include "host/owner.h"
 #include "module/program_file.h"
 #include "start.h"
 
@@ -48,12 +50,12 @@ static void show_host(ka_host **result, ka_host *host)
     __atomic_store_n(result, host, __ATOMIC_SEQ_CST);
 }
 
-int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
+/* Null when there is no memory. */
+static ka_host *new_host(const char *module)
 {
-    HOLD_CANCELLATION;
     ka_host *host = static_cast<ka_host *>(calloc(1, sizeof *host));
-    *result = nullptr;
-    if (!host) return KA_SYSTEM;
+    if (!host) return nullptr;
+    host->remove = remove_host;
     clear_error(host);
     host->pipes = no_pipes;
     host->life = no_life;
@@ -62,11 +64,19 @@ int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
     host->wait_fd = no_wait_fd;
     seed_random(&host->random);
     host->module = strdup(module);
-    if (!host->module || enter_host(host) != 0) {
-        free(host->module);
-        free(host);
-        return KA_SYSTEM;
-    }
+    if (host->module && enter_host(host) == 0) return host;
+    free(host->module);
+    free(host);
+    return nullptr;
+}
+
+int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
+{
+    HOLD_CANCELLATION;
+    ka_host *host = new_host(module);
+    *result = nullptr;
+    if (!host) return KA_SYSTEM;
+    COME_IN(host, visit.refusal);
     show_host(result, host);
     if (take_options(host, options) != KA_DONE || check_sizes(host) != KA_DONE)
         return settle_cancel(host, host->error.error_class);
@@ -77,5 +87,5 @@ int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
 
 int32_t ka_pid(const ka_host *host)
 {
-    return host->process.pid;
+    return host->shown_pid;
 }

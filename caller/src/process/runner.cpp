@@ -19,7 +19,7 @@
 enum : int64_t { FIRST_LOOK_NS = 50000, LONGEST_LOOK_NS = 2000000 };
 
 /* The command, which was the record's process, may be the host itself. */
-static bool take_host(ka_host *host)
+static bool find_host(ka_host *host)
 {
     pid_t pid = 0;
     int pid_fd = open_attached(host, &pid);
@@ -33,6 +33,7 @@ static bool take_host(ka_host *host)
     close_fd(&host->process.status_fd);
     close_fd(&host->process.syscall_fd);
     host->process.pid = pid;
+    host->shown_pid = pid;
     host->process.pid_fd = pid_fd;
     if (host->waiting.waiter) host->waiting.waiter->process = pid;
     open_views(host);
@@ -53,7 +54,7 @@ int32_t await_host(ka_host *host, int64_t deadline)
 {
     int64_t pause = FIRST_LOOK_NS;
     int woken = 0;
-    while (!take_host(host)) {
+    while (!find_host(host)) {
         if ((woken & (WOKEN_BY_DEATH | WOKEN_BY_CANCEL | WOKEN_BY_ERROR)) != 0 || now_ns() >= deadline)
             return fail_without_host(host, woken);
         const int64_t look_again = now_ns() + pause;

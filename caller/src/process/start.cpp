@@ -46,6 +46,7 @@ static int launch_process(ka_host *host, const t_LAUNCH *launch)
     if (error != 0) return error;
     setpgid(pid, pid); /* what the module forks is found by this number */
     host->process.pid = pid;
+    host->shown_pid = pid;
     host->process.pid_fd = pid_fd;
     if (host->waiting.waiter) host->waiting.waiter->process = pid;
     open_views(host);

@@ -5,11 +5,13 @@
 
 #include "base/thread.h"
 #include "host/host.h"
+#include "host/owner.h"
 #include "process/stderr_ring.h"
 
 int32_t ka_error_output(ka_host *host, char *buffer, int32_t size)
 {
     HOLD_CANCELLATION;
+    COME_IN(host, 0);
     const t_LAST_END *last_end = &host->last_end;
     if (size <= 0) return 0;
     if (host->process.stderr_ring && !last_end->of_error)

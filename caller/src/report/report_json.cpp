@@ -15,6 +15,7 @@
 #include "block/segment.h"
 #include "facts.h"
 #include "host/host.h"
+#include "host/owner.h"
 #include "wire/kinds.h"
 
 /* ---- Arguments ------------------------------------------------------------------------------------------------- */
@@ -150,6 +151,7 @@ static void write_outputs(t_JSON *json, const ka_host *host)
 const char *ka_report_json(ka_host *host)
 {
     HOLD_CANCELLATION;
+    COME_IN(host, nullptr);
     free(host->report);
     host->report = nullptr;
     if (host->error.error_class == KA_DONE) return nullptr;

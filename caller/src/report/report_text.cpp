@@ -14,6 +14,7 @@
 #include "block/segment.h"
 #include "facts.h"
 #include "host/host.h"
+#include "host/owner.h"
 
 /* Begins a line; the label is only shown with the first of several. */
 static void begin_line(t_TEXT *report, const char *label)
@@ -177,6 +178,7 @@ static void write_retry(t_TEXT *report, int32_t retry)
 const char *ka_report_text(ka_host *host)
 {
     HOLD_CANCELLATION;
+    COME_IN(host, nullptr);
     free(host->report);
     host->report = nullptr;
     if (host->error.error_class == KA_DONE) return nullptr;

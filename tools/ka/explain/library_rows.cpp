@@ -32,8 +32,9 @@ constexpr Explanation rows[] = {
     {error, KA_TOO_BIG, "KA_TOO_BIG", "needs a segment of %d bytes, this one has %d",
      "the call does not fit the shared segment", "the arguments together are larger than the segment",
      "open the host with a segment of the size that the error names (--segment)"},
-    {error, KA_CLOSED, "KA_CLOSED", "the host has ended", "the host ended earlier",
-     "an earlier call killed it, ran out of time or was cancelled", "open it again, or choose a restart policy"},
+    {error, KA_CLOSED, "KA_CLOSED", "the host has ended\n%s: the host was closed", "the host ended earlier",
+     "an earlier call killed it, ran out of time or was cancelled, or it was closed or retired",
+     "open it again, or choose a restart policy"},
     {error, KA_SYSTEM, "KA_SYSTEM", "", "the system refused something",
      "no memory, no right, or a limit of processes, descriptors or shared segments",
      "the text and errno name it; ulimit -a and ipcs -l show the limits"},
@@ -79,6 +80,10 @@ constexpr Explanation rows[] = {
      "the order is ka_open, then for each call ka_begin, ka_add_..., ka_call, ka_get_...; a call-back answers, and "
      "calls nothing of its own host",
      "put the calls in order; for a second call inside a call-back open a second host"},
+    {error, NO_NUMBER, "", "%s: the host is used by another thread",
+     "a second thread used a host while a function with it was at work; nothing was changed",
+     "two threads share the host without a lock, or a garbage collector closed it beside a call",
+     "use a host in one thread at a time; close it beside others with ka_retire"},
     {error, NO_NUMBER, "",
      "a call of %s with more than %d arguments\n"
      "argument %d of %s: %s\n"
