@@ -236,7 +236,7 @@ namespace {
 int32_t cancels()
 {
     const char *wanted = std::getenv("KA_CANCELS");
-    return wanted == nullptr ? 40 : std::atoi(wanted);
+    return wanted == nullptr ? 25 : std::atoi(wanted);
 }
 
 // A call, whole or in steps, that is cancelled or right.

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
 // Every function in every state of a host: it does its work, or says what has to be done before it.
-#include "caller/hosts.h"
+#include "caller/in_steps.h"
 
 namespace {
 
-enum State { ended, ready, building, calling, called };
-constexpr State states[] = {ended, ready, building, calling, called};
+enum State { ended, ready, building, calling, sent, asked, called };
+constexpr State states[] = {ended, ready, building, calling, sent, asked, called};
 
 using Function = std::function<int32_t(ka_host *)>;
 
@@ -19,43 +19,73 @@ int32_t get_tables(ka_host *host)
 struct Row {
     const char *name;
     Function function;
-    const char *said[5];
+    const char *said[7];
 };
 
 constexpr const char *has_ended = ": the host has ended";
 
+#define BEFORE_WAIT(function) function " before ka_wait has ended the call that was sent"
+#define BEFORE_ANSWER(function) function " before ka_answer has answered the call-back"
+#define UNDER_WAY(function) function " while a call is under way; ka_cancel and then ka_wait end it"
+#define IN_CALLBACK(function) function " inside a call-back of the same host; "
+#define UNASKED(function) function " without a call-back from ka_wait"
+
+// ended, ready, building, calling, sent, asked, called
 const Row rows[] = {
     {"ka_begin",
      [](ka_host *host) { return ka_begin(host, "give_code"); },
-     {has_ended, "", "", "ka_begin inside a call-back of the same host; use a second host", ""}},
+     {has_ended, "", "", IN_CALLBACK("ka_begin") "use a second host", BEFORE_WAIT("ka_begin"),
+      BEFORE_ANSWER("ka_begin"), ""}},
     {"ka_add_integer",
      [](ka_host *host) { return ka_add_integer(host, 1, KA_BY_VALUE); },
-     {has_ended, "ka_add_... before ka_begin", "", "ka_add_... before ka_begin", "ka_add_... before ka_begin"}},
+     {has_ended, "ka_add_... before ka_begin", "", "ka_add_... before ka_begin", "ka_add_... before ka_begin",
+      "ka_add_... before ka_begin", "ka_add_... before ka_begin"}},
     {"ka_add_string",
      [](ka_host *host) { return ka_add_string(host, "a", 1, 0, KA_BY_VALUE); },
-     {has_ended, "ka_add_... before ka_begin", "", "ka_add_... before ka_begin", "ka_add_... before ka_begin"}},
+     {has_ended, "ka_add_... before ka_begin", "", "ka_add_... before ka_begin", "ka_add_... before ka_begin",
+      "ka_add_... before ka_begin", "ka_add_... before ka_begin"}},
     {"ka_set_argc",
      [](ka_host *host) { return ka_set_argc(host, 1); },
      {has_ended, "ka_..._descriptor before ka_begin", "", "ka_..._descriptor before ka_begin",
-      "ka_..._descriptor before ka_begin"}},
+      "ka_..._descriptor before ka_begin", "ka_..._descriptor before ka_begin", "ka_..._descriptor before ka_begin"}},
     {"ka_call",
      [](ka_host *host) {
          int32_t code;
          return ka_call(host, &code);
      },
-     {has_ended, "ka_call before ka_begin", "", "ka_call inside a call-back of the same host; use a second host",
-      "ka_call before ka_begin"}},
+     {has_ended, "ka_call before ka_begin", "", IN_CALLBACK("ka_call") "use a second host", BEFORE_WAIT("ka_call"),
+      BEFORE_ANSWER("ka_call"), "ka_call before ka_begin"}},
+    {"ka_send",
+     ka_send,
+     {has_ended, "ka_send before ka_begin", "", IN_CALLBACK("ka_send") "use a second host", BEFORE_WAIT("ka_send"),
+      BEFORE_ANSWER("ka_send"), "ka_send before ka_begin"}},
+    {"ka_wait",
+     [](ka_host *host) {
+         int32_t what;
+         int32_t value;
+         return ka_wait(host, 0, &what, &value);
+     },
+     {has_ended, "ka_wait before ka_send", "ka_wait before ka_send",
+      IN_CALLBACK("ka_wait") "ka_call must return first", "", BEFORE_ANSWER("ka_wait"), "ka_wait before ka_send"}},
+    {"ka_answer",
+     [](ka_host *host) { return ka_answer(host, 1); },
+     {has_ended, UNASKED("ka_answer"), UNASKED("ka_answer"), IN_CALLBACK("ka_answer") "ka_call must return first",
+      UNASKED("ka_answer"), "", UNASKED("ka_answer")}},
     {"ka_get_integers",
      [](ka_host *host) {
          int32_t value;
          return ka_get_integers(host, 1, &value, 1);
      },
-     {has_ended, "ka_get_... before ka_call", "ka_get_... before ka_call", "ka_get_... before ka_call", ""}},
-    {"ka_host_tables", get_tables, {has_ended, "", "", "", ""}},
-    {"ka_set_trace", [](ka_host *host) { return ka_set_trace(host, 0); }, {has_ended, "", "", "", ""}},
+     {has_ended, "ka_get_... before ka_call", "ka_get_... before ka_call", "ka_get_... before ka_call",
+      "ka_get_... before ka_call", "ka_get_... before ka_call", ""}},
+    {"ka_host_tables", get_tables, {has_ended, "", "", "", BEFORE_WAIT("ka_host_tables"), "", ""}},
+    {"ka_set_trace",
+     [](ka_host *host) { return ka_set_trace(host, 0); },
+     {has_ended, "", "", "", BEFORE_WAIT("ka_set_trace"), "", ""}},
     {"ka_restart",
      ka_restart,
-     {"", "", "", "ka_restart inside a call-back of the same host; ka_call must return first", ""}},
+     {"", "", "", IN_CALLBACK("ka_restart") "ka_call must return first", UNDER_WAY("ka_restart"),
+      UNDER_WAY("ka_restart"), ""}},
 };
 
 std::string outcome_of(const Row &row, ka_host *host)
@@ -84,6 +114,15 @@ std::string outcome_inside_callback(const Row &row)
     return inside.outcome;
 }
 
+// What is under way goes on as if nothing had been asked.
+void end_steps(ka_host *host, const Row &row, State state)
+{
+    const std::string name = row.name;
+    if (state == asked && name != "ka_answer") answer_step(host, 1);
+    const bool is_sent = state == asked || state == sent || (state == building && name == "ka_send");
+    EXPECT_EQ(is_sent ? take_steps(host) : 0, state == asked ? 1 : 0) << name;
+}
+
 std::string outcome_in(State state, const Row &row)
 {
     if (state == calling) return outcome_inside_callback(row);
@@ -97,7 +136,14 @@ std::string outcome_in(State state, const Row &row)
         ka_begin(host, "fault");
         call_fails(host);
     }
-    return outcome_of(row, host);
+    if (state == sent) send_call_of(host, "nap", 5);
+    if (state == asked) {
+        send_call_of(host, "ask", 1);
+        EXPECT_EQ(step_of(host).what, KA_CALLBACK);
+    }
+    const std::string outcome = outcome_of(row, host);
+    end_steps(host, row, state);
+    return outcome;
 }
 
 } // namespace
@@ -119,6 +165,21 @@ TEST(Turns, host_that_can_be_started_again_may_be_called_after_its_end)
     ka_begin(host, "fault");
     call_fails(host);
     EXPECT_EQ(ka_begin(host, "give_code"), KA_DONE);
+}
+
+TEST(Turns, host_is_not_closed_between_steps)
+{
+    Host host;
+    for (const char *function : {"nap", "ask"}) {
+        send_call_of(host, function, 1);
+        const bool asks = std::string(function) == "ask";
+        EXPECT_EQ(asks ? step_of(host).what : KA_CALLBACK, KA_CALLBACK);
+        EXPECT_EQ(ka_close(host.host), KA_ARGUMENT);
+        EXPECT_EQ(error_text(host), UNDER_WAY("ka_close"));
+        if (asks) answer_step(host, 0);
+        EXPECT_EQ(take_steps(host), 0);
+    }
+    EXPECT_EQ(call_with(host, "give_code", 1), 1);
 }
 
 TEST(Turns, host_is_not_closed_inside_its_callback)

@@ -157,9 +157,10 @@ static bool wake_thread(const t_WAITER *waiter, bool own_too)
     return waiter->thread != 0 && (own_too || waiter->thread != own_thread()) && send_wake_signal(waiter);
 }
 
+/* Once, until a thread comes back. */
 static void note(t_WAITER *waiter)
 {
-    if (waiter->thread != 0) return;
+    if (waiter->thread != 0 || waiter->noted) return;
     waiter->noted = true;
     ring_wait_fd(waiter->host);
 }
