@@ -97,7 +97,7 @@ static int keep_in_place(t_CALL *call, const Py_buffer *view)
     return 0;
 }
 
-static int add_buffer(t_CALL *call, int i, bool integers, Py_buffer *view)
+static int add_buffer(t_CALL *call, int i, bool integers, Py_buffer *view, int32_t passing)
 {
     t_ARGUMENT *argument = &call->arguments[i];
     const Py_ssize_t count = view->len / view->itemsize;
@@ -105,10 +105,10 @@ static int add_buffer(t_CALL *call, int i, bool integers, Py_buffer *view)
     if (count > INT32_MAX)
         status = fail_argument(call->function, i, KA_ARGUMENT, "has more elements than a call can have");
     else if (integers)
-        ka_add_integers(call->host->ka, view->buf, (int32_t)count, KA_BY_REFERENCE);
+        ka_add_integers(call->host->ka, view->buf, (int32_t)count, passing);
     else
-        ka_add_doubles(call->host->ka, view->buf, (int32_t)count, KA_BY_REFERENCE);
-    argument->shape = integers ? INTEGER_BUFFER : REAL_BUFFER;
+        ka_add_doubles(call->host->ka, view->buf, (int32_t)count, passing);
+    argument->shape = passing != KA_BY_REFERENCE ? GIVES_NOTHING : integers ? INTEGER_BUFFER : REAL_BUFFER;
     argument->count = (int32_t)count;
     if (status == 0 && argument->in_place) return keep_in_place(call, view);
     PyBuffer_Release(view);
@@ -122,7 +122,7 @@ static int add_as_buffer(t_CALL *call, int i, bool integers)
     Py_buffer view;
     const int found = get_buffer(argument->value, integers ? 'i' : 'd', integers ? 4 : 8, argument->in_place, &view);
     if (found < 0) return -1;
-    if (found) return add_buffer(call, i, integers, &view) < 0 ? -1 : 1;
+    if (found) return add_buffer(call, i, integers, &view, KA_BY_REFERENCE) < 0 ? -1 : 1;
     if (!argument->in_place) return 0;
     return fail_type(call->function, i, integers ? "a C-contiguous buffer of format i in InPlace"
                                                  : "a C-contiguous buffer of format d in InPlace", argument->value);
@@ -429,7 +429,7 @@ static int add_array(t_CALL *call, int i, int32_t passing)
         const bool in_place = call->arguments[i].in_place;
         const int found = get_buffer(call->arguments[i].value, integers ? 'i' : 'd', integers ? 4 : 8, in_place, &view);
         if (found < 0) return -1;
-        if (found) return add_buffer(call, i, integers, &view);
+        if (found) return add_buffer(call, i, integers, &view, in_place ? KA_BY_REFERENCE : passing);
     }
     if (!call->arguments[i].in_place) return add_list(call, i, passing);
     return fail_type(call->function, i, "a C-contiguous buffer of format i or d in InPlace", call->arguments[i].value);
