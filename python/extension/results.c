@@ -180,7 +180,7 @@ static int take_results(t_CALL *call, int first, int last, PyObject **values, in
 static PyObject *make_tuple(PyTypeObject *type, PyObject **values, int count)
 {
     const allocfunc allocate = (allocfunc)PyType_GetSlot(type, Py_tp_alloc);
-    PyObject *tuple = allocate(type, count);
+    PyObject *tuple = type == &PyTuple_Type ? PyTuple_New(count) : allocate(type, count); /* there is one empty tuple */
     for (int i = 0; i < count; i++)
         if (!tuple || PyTuple_SetItem(tuple, i, values[i]) < 0) Py_CLEAR(tuple);
     return tuple;

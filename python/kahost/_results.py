@@ -25,7 +25,7 @@ def result_class(name: str, fields: tuple[str, ...]) -> type[tuple[Any, ...]]:
     def __reduce__(self: tuple[Any, ...]) -> tuple[Any, ...]:
         return make_result, (name, fields, tuple(self))
 
-    space = {"__slots__": (), "__reduce__": __reduce__, "__doc__": f"What {name} gave back.", "__module__": __name__}
+    space = {"__slots__": (), "__reduce__": __reduce__, "__doc__": f"What {ascii(name)[1:-1]} gave back.", "__module__": __name__}
     made: type[tuple[Any, ...]] = type(usable, (base,), space)
     return made
 
