@@ -13,10 +13,20 @@ import ctypes
 import gc
 import os
 import pathlib
+import random
 import sys
 import time
 
 import pytest
+
+# Under the sanitizers: everything is many times slower, and what the tests start is built without them.
+CHECKED = "KA_CHECKED" in os.environ
+PYTHON = [sys.executable]  # the beginning of a command that runs another interpreter
+if preloaded := os.environ.pop("LD_PRELOAD", None):
+    PYTHON = ["env", f"LD_PRELOAD={preloaded}", sys.executable]
+# The counts of scripts/test-bindings --full, and the seed of random operands.
+FULL = "KA_FULL" in os.environ
+SEED = int(os.environ.get("KA_SEED") or random.randrange(1 << 30))
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("KA_BUILD", ROOT / "build"))
@@ -58,6 +68,11 @@ def wait_until(condition, seconds=60.0, what="the state"):
         time.sleep(pause)
         pause = min(2 * pause, 0.05)
     return value
+
+
+def pytest_terminal_summary(terminalreporter, exitstatus):
+    if exitstatus != 0:
+        terminalreporter.write_line(f"KA_SEED={SEED} draws the same random operands")
 
 
 # ---- Modules ---------------------------------------------------------------------------------------------------------

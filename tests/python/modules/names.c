@@ -11,7 +11,7 @@ t_DLL_PROTO KaArgList[] = {
     {"class", KA_INT_BY_VALUE, 0}, {"a b", KA_INT_BY_VALUE, 0},          {"x", KA_INT_BY_VALUE, 0},
     {"x", KA_INT_BY_VALUE, 0},     {NULL, KA_INT_BY_VALUE, 0},           {"", KA_INT_BY_VALUE, 0},
     {"1st", KA_INT_BY_VALUE, 0},   {"\xe9t\xe9", KA_INT_BY_VALUE, 0},    {"_under", KA_INT_BY_REFERENCE, 0},
-    {"self", KA_INT_BY_VALUE, 0},  {"argument_3", KA_INT_BY_VALUE, 0},   {"number", KA_INT_BY_REFERENCE, 0},
+    {"self", KA_INT_BY_VALUE, 0},  {"argument_5", KA_INT_BY_VALUE, 0},   {"number", KA_INT_BY_REFERENCE, 0},
     /* 13 */
     {"kind", 77, 0},
     {"_replace", KA_INT_BY_REFERENCE, 0}, {"count", KA_INT_BY_REFERENCE, 0}, {"number", KA_INT_BY_REFERENCE, 0},
@@ -22,7 +22,7 @@ t_DLL_FUNC KaFuncList[] = {
     {"_x", 0, 1, NULL},       {"twice", 0, 1, NULL}, {"twice", 0, 1, NULL},      {"__init__", 0, 1, NULL},
     {"callback", 0, 1, NULL}, {"", 0, 1, NULL},      {"strange", 1, 12, NULL},   {"fields", 14, 3, NULL},
 #ifdef WRONG_TABLES
-    {"wrong_kind", 13, 1, NULL}, {"wrong_count", 0, -3, NULL}, {"wrong_index", 0x7fffff00, 1, NULL}, {"too_many", 0, 100000, NULL},
+    {"wrong_kind", 13, 1, NULL}, {"wrong_count", 0, -3, NULL}, {"wrong_index", 0x1000000, 1, NULL}, {"too_many", 0, 100000, NULL},
 #endif
     {NULL, 0, 0, NULL},
 };
