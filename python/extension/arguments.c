@@ -241,7 +241,6 @@ static int add_real_elements(t_CALL *call, int i, PyObject *elements, int32_t pa
 static int unwrap_text(t_CALL *call, int i)
 {
     t_ARGUMENT *argument = &call->arguments[i];
-    argument->room = call->room;
     if (!is_instance(argument->value, call->host->state->Text)) return 0;
     PyObject *value = PyObject_GetAttrString(argument->value, "value");
     PyObject *room = value ? PyObject_GetAttrString(argument->value, "room") : NULL;
@@ -480,6 +479,7 @@ int add_arguments(t_CALL *call)
     const t_FUNCTION *function = call->function;
     for (int i = 1; i <= call->count; i++) {
         call->arguments[i].in_place = false;
+        call->arguments[i].room = call->room;
         const int32_t kind = i <= function->count ? function->parameters[i - 1].kind : KA_VARARG;
         if (add_argument(call, i, kind) < 0) return -1;
     }

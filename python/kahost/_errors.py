@@ -181,6 +181,14 @@ _CLASSES: dict[int, type[Error]] = {
 _WRONG_TYPE, _WRONG_COUNT = 8, 9  # the call host's codes
 
 
+def start_error(error: DiedError) -> StartError:
+    """Of a module that has ended before it was opened."""
+    made = StartError(str(error))
+    made.exit_status = error.exit_status
+    made._reports = error._settle()
+    return made
+
+
 def _signal(number: int) -> signals.Signals | None:
     try:
         return signals.Signals(number) if number else None

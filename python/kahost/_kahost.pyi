@@ -58,6 +58,7 @@ class Steps:
 
 class Function:
     __name__: str
+    __qualname__: str
     def __new__(
         cls,
         host: Host,

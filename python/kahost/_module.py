@@ -9,7 +9,7 @@ from types import MappingProxyType, TracebackType
 from typing import IO, Any, TypeVar, overload
 
 from . import _kahost, _paths
-from ._errors import StartError
+from ._errors import DiedError, StartError, start_error
 from ._function import Function, Plan, milliseconds, reals_are_floats
 from ._identity import Origin
 from ._tables import Decoder
@@ -115,6 +115,8 @@ class Module:
             found = host.open()
         except StartError as error:
             raise _with_advice(error, name)
+        except DiedError as error:
+            raise start_error(error) from None
         functions: dict[str, Function] = {}
         decode = Decoder(encoding, errors)
         for raw in found:
@@ -171,7 +173,10 @@ class Module:
 
     def restart(self) -> None:
         """Ends the process, if it lives, and starts another."""
-        self._host.restart()
+        try:
+            self._host.restart()
+        except DiedError as error:
+            raise start_error(error) from None
 
     # ---- Attributes
 
