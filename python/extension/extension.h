@@ -100,6 +100,8 @@ typedef struct t_HOST {
     t_EVIDENCE *evidence; /* of the last error, not yet asked for: before ka is used again */
     char *arena;          /* for values on their way */
     size_t arena_size;
+    void *scratch;        /* the scratch area, null for none: as long as ka */
+    int32_t scratch_size;
     Py_ssize_t exports;   /* of the scratch area */
 } t_HOST;
 

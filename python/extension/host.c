@@ -351,6 +351,7 @@ static PyObject *host_open(PyObject *self, PyObject *unused)
     host->owner = PyThread_get_thread_ident();
     host->forks = forks;
     const ka_tables *tables = start(host);
+    if (tables) host->scratch = ka_scratch(host->ka, &host->scratch_size);
     PyObject *result = tables ? make_tables(tables) : NULL;
     if (!result && host->ka) {
         PyObject *type, *value, *traceback;

@@ -24,9 +24,8 @@ static int get_buffer(PyObject *self, Py_buffer *view, int flags)
         view->obj = NULL;
         return fail_closed(host);
     }
-    int32_t size = 0;
-    void *area = ka_scratch(host->ka, &size);
-    if (PyBuffer_FillInfo(view, self, area ? area : &none, size, 0, flags) < 0) return -1;
+    void *area = host->scratch ? host->scratch : &none;
+    if (PyBuffer_FillInfo(view, self, area, host->scratch_size, 0, flags) < 0) return -1;
     host->exports++;
     return 0;
 }
