@@ -5,7 +5,7 @@ from __future__ import annotations
 
 import keyword
 import math
-from collections.abc import Sequence
+from collections.abc import Mapping, Sequence
 from decimal import Decimal
 from typing import TYPE_CHECKING, Any, Self
 
@@ -143,14 +143,11 @@ class Function(_kahost.Function):
 
     def options(self, *, deadline: float | None = None, room: int | None = None, reals: str | None = None) -> Function:
         """The same function, whose calls have options of their own."""
-        changes = dict(self._changes)
-        if deadline is not None:
-            changes["deadline_ms"] = milliseconds(deadline)
-        if room is not None:
-            changes["room"] = room
-        if reals is not None:
-            changes["floats"] = int(reals_are_floats(reals))
-        return type(self)(self._host, self._plan, self._origin, **changes)
+        return self._changed(changes_of(deadline=deadline, room=room, reals=reals))
+
+    def _changed(self, changes: Mapping[str, Any]) -> Function:
+        """With further changes, as changes_of gives them."""
+        return type(self)(self._host, self._plan, self._origin, **{**self._changes, **changes})
 
     def aio(self, *args: object, **kwargs: object) -> Awaitable[Any]:
         """The call for await: the event loop goes on."""
@@ -164,7 +161,19 @@ class Function(_kahost.Function):
     def __reduce__(self) -> tuple[Any, ...]:
         from . import _handle
 
-        return _handle.restore, (*self._origin.for_pickle(self._host), self.__name__)
+        return _handle.restore, (*self._origin.for_pickle(self._host), self.__name__, self._changes)
+
+
+def changes_of(*, deadline: float | None = None, room: int | None = None, reals: str | None = None) -> dict[str, Any]:
+    """What distinguishes a function whose calls have these options."""
+    changes: dict[str, Any] = {}
+    if deadline is not None:
+        changes["deadline_ms"] = milliseconds(deadline)
+    if room is not None:
+        changes["room"] = room
+    if reals is not None:
+        changes["floats"] = int(reals_are_floats(reals))
+    return changes
 
 
 def result_type(function: Function) -> type[tuple[Any, ...]]:

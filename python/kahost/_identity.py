@@ -50,7 +50,8 @@ def identify(path: str | bytes) -> str:
         return f"sha256:{hashlib.file_digest(file, 'sha256').hexdigest()}"
 
 
-def _stamp(path: str | bytes) -> tuple[int, ...] | None:
+def stamp(path: str | bytes) -> tuple[int, ...] | None:
+    """Differs once the file was replaced or changed; None when there is none."""
     try:
         found = os.stat(path)
     except OSError:
@@ -61,19 +62,20 @@ def _stamp(path: str | bytes) -> tuple[int, ...] | None:
 class Origin:
     """The file and the options with which a module was opened."""
 
-    __slots__ = ("path", "options", "_stamp", "_identity")
+    __slots__ = ("path", "options", "_absolute", "_stamp", "_identity")
 
     def __init__(self, path: str, options: dict[str, Any]) -> None:
         self.path = path
         self.options = options
-        self._stamp = _stamp(path)
+        self._absolute = os.path.abspath(path)
+        self._stamp = stamp(path)
         self._identity: str | None = None
 
     def identity(self, host: Host) -> str:
         """Of the file that was opened, whatever is there now."""
         if self._identity is None:
-            if _stamp(self.path) == self._stamp:
-                self._identity = identify(self.path)
+            if stamp(self._absolute) == self._stamp:
+                self._identity = identify(self._absolute)
             elif host.pid is not None:
                 self._identity = identify(f"/proc/{host.pid}/exe")
             else:
@@ -82,4 +84,10 @@ class Origin:
 
     def for_pickle(self, host: Host) -> tuple[str, str, dict[str, Any]]:
         """What a handle is made from."""
-        return self.path, self.identity(host), self.options
+        options = dict(self.options)
+        if options.get("stderr", "ring") not in ("ring", None):
+            raise TypeError(f"{self.path}: a module whose standard error goes to a file cannot be pickled: the file cannot")
+        if options.get("env") is not None:
+            options["env"] = dict(options["env"])
+        options["callback"] = host.callback
+        return self._absolute, self.identity(host), options

@@ -1,0 +1,247 @@
+# SPDX-License-Identifier: MIT
+"""Pool: an Executor whose threads own a host each."""
+
+import atexit
+import itertools
+import os
+import queue
+import threading
+import time
+import weakref
+from concurrent.futures import Executor, Future
+
+from ._errors import Cancelled, Error
+
+_pools = weakref.WeakSet()  # what the pools of this process share with their threads
+
+
+class _Work:
+    """One call, or the calls of a batch, and the future that waits for them."""
+
+    __slots__ = ("future", "function", "args", "kwargs", "rows")
+
+    def __init__(self, future, function, args, kwargs, rows=None):
+        self.future, self.function, self.args, self.kwargs, self.rows = future, function, args, kwargs, rows
+
+
+class _Shared:
+    """What the threads of a pool know. They do not know the pool itself, so that it can be collected."""
+
+    def __init__(self, path, hosts, retries, recycle, options):
+        self.path, self.hosts, self.retries, self.recycle, self.options = path, hosts, retries, recycle, options
+        self.pid = os.getpid()
+        self.queue = queue.SimpleQueue()  # of _Work; None ends a thread
+        self.lock = threading.Lock()  # of unfinished, workers, ended
+        self.unfinished = 0
+        self.workers = []
+        self.ended = False  # no more work is taken
+        self.cancelled = False  # what runs is being ended
+
+    def give(self, work):
+        with self.lock:
+            if self.ended:
+                raise RuntimeError("cannot schedule new futures after shutdown")
+            if self.pid != os.getpid():
+                raise RuntimeError("the pool belongs to the parent process")
+            self.queue.put(work)
+            self.unfinished += 1
+            if self.unfinished > len(self.workers) and len(self.workers) < self.hosts:
+                self.workers.append(_Worker(self, len(self.workers)))
+
+    def end(self):
+        """The threads end after the work that waits."""
+        with self.lock:
+            if not self.ended:
+                self.ended = True
+                self.queue.put(None)
+
+    def drop_work(self):
+        """Cancels what waits, and gives the end to those that wait for work."""
+        try:
+            while True:
+                work = self.queue.get_nowait()
+                if work is not None:
+                    work.future.cancel()
+        except queue.Empty:
+            self.queue.put(None)
+
+    def end_calls(self):
+        """Until the threads have ended: one may be between two calls, or about to begin one."""
+        self.cancelled = True
+        for worker in self.workers:
+            while worker.thread.is_alive():
+                worker.cancel()
+                worker.thread.join(0.01)
+
+    def join(self):
+        for worker in self.workers:
+            worker.thread.join()
+
+
+class _Worker:
+    """A thread and its host."""
+
+    def __init__(self, shared, number):
+        self.shared = shared
+        self.module = None  # opened by the first call
+        self.calls = 0
+        self.thread = threading.Thread(target=self.serve, name=f"kahost pool {number}", daemon=True)
+        self.thread.start()
+
+    def serve(self):
+        shared = self.shared
+        while (work := shared.queue.get()) is not None:
+            if work.future.set_running_or_notify_cancel():
+                self.perform(work)
+            del work  # with its future, while this thread waits
+            with shared.lock:
+                shared.unfinished -= 1
+        shared.queue.put(None)  # for the next thread
+        self.close()
+
+    def perform(self, work):
+        try:
+            if work.rows is None:
+                result = self.call(work.function, work.args, work.kwargs)
+            else:
+                result = [self.call(work.function, row, {}) for row in work.rows]
+        except BaseException as error:
+            work.future.set_exception(error)
+            work = None  # which the error's traceback would keep, with the future and so the error
+        else:
+            work.future.set_result(result)
+
+    def call(self, function, args, kwargs):
+        if callable(function):
+            return function(self.host(), *args, **kwargs)
+        retries = self.shared.retries
+        while True:
+            try:
+                return self.host()[function](*args, **kwargs)
+            except Error as error:
+                if error.retry != "yes" or retries == 0 or self.shared.cancelled:
+                    raise
+                retries -= 1
+
+    def host(self):
+        """The module for the next call."""
+        if self.module is None or self.module.closed or self.calls == self.shared.recycle:
+            self.close()
+            self.module = _open(self.shared.path, self.shared.options)
+            self.calls = 0
+        if self.shared.cancelled:
+            raise Cancelled("the pool was shut down before the call was sent")
+        self.calls += 1
+        return self.module
+
+    def cancel(self):
+        module = self.module
+        if module is not None:
+            module.cancel()
+
+    def close(self):
+        module, self.module = self.module, None
+        if module is not None:
+            try:
+                module.close()
+            except (Error, BufferError):  # somebody keeps a view of the scratch area: it goes when that goes
+                pass
+
+
+def _open(path, options):
+    from ._module import open as open_module
+
+    return open_module(path, **options)
+
+
+class Pool(Executor):
+    """Calls of one module on several hosts, each with a thread of its own.
+
+    pool.submit("total", [1, 2]) calls a function by its name; pool.submit(callable, ...) calls callable(module, ...) with
+    one host for all that it does. A host that dies costs the future whose call it was a DiedError, and nothing else.
+
+    hosts: how many at most, as many as processors unless given; they start when there is work for them.
+    retries: how many times a call by name is made again that failed with retry == "yes".
+    recycle: a host is replaced after so many calls, a callable counting as one; None: never.
+    options: those of kahost.open."""
+
+    def __init__(self, path, *, hosts=None, retries=1, recycle=None, **options):
+        hosts = len(os.sched_getaffinity(0)) if hosts is None else hosts
+        for name, value, least in (("hosts", hosts, 1), ("retries", retries, 0), ("recycle", recycle, 1)):
+            if value is not None and value < least:
+                raise ValueError(f"{name} is {value}; it must be at least {least}")
+        if options.get("restart", "never") == "never":
+            options["restart"] = "next call"
+        self._shared = _Shared(path, hosts, retries, recycle, options)
+        _pools.add(self._shared)
+        weakref.finalize(self, _Shared.end, self._shared).atexit = False
+
+    def submit(self, function, /, *args, **kwargs):
+        """Calls function, a name or a callable that takes the module first. A future."""
+        work = _Work(Future(), function, args, kwargs)
+        self._shared.give(work)
+        return work.future
+
+    def map(self, function, *iterables, timeout=None, chunksize=1, batch=None):
+        """The results of function for the arguments that the iterables give, in order. batch, or chunksize: how many
+        calls are made one after the other on one host."""
+        size = chunksize if batch is None else batch
+        if size < 1:
+            raise ValueError(f"batch is {size}; it must be at least 1")
+        end = None if timeout is None else time.monotonic() + timeout
+        rows = zip(*iterables)
+        futures = []
+        while some := list(itertools.islice(rows, size)):
+            work = _Work(Future(), function, (), {}, some)
+            self._shared.give(work)
+            futures.append(work.future)
+        return _results(futures[::-1], end)
+
+    def shutdown(self, wait=True, *, cancel_futures=False):
+        """Ends the pool after the work that it has. cancel_futures: cancels what waits, and ends the calls under way."""
+        shared = self._shared
+        shared.end()
+        if shared.pid != os.getpid():
+            return
+        if cancel_futures:
+            shared.cancelled = True
+            shared.drop_work()
+            if not wait:
+                threading.Thread(target=shared.end_calls, name="kahost pool end", daemon=True).start()
+                return
+            shared.end_calls()
+        if wait:
+            shared.join()
+
+    def __repr__(self):
+        return f"<kahost pool of {os.fsdecode(self._shared.path)}, {self._shared.hosts} hosts>"
+
+
+def _results(futures, end):
+    """futures: the last first."""
+    try:
+        while futures:
+            yield from futures.pop().result(None if end is None else end - time.monotonic())
+    finally:
+        for future in futures:
+            future.cancel()
+
+
+def _end_all():
+    """At exit: work that was given is done, as with the executors of concurrent.futures."""
+    for shared in list(_pools):
+        shared.end()
+    for shared in list(_pools):
+        if shared.pid == os.getpid():
+            shared.join()
+
+
+def _after_fork():
+    """The threads are the parent's, and one of them may have held the lock."""
+    for shared in list(_pools):
+        shared.lock = threading.Lock()
+        shared.workers = []
+
+
+atexit.register(_end_all)
+os.register_at_fork(after_in_child=_after_fork)
