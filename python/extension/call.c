@@ -157,7 +157,7 @@ static void cancel_start(void *subject)
 }
 
 /* A host that may start again takes its time for that. One that has just died is noticed by ka_send first. */
-static bool may_start(const t_HOST *host)
+bool may_start(const t_HOST *host)
 {
     if (host->options.restart == KA_RESTART_NEVER) return false;
     const int32_t pid = ka_pid(host->ka);

@@ -66,11 +66,12 @@ void replace(PyObject **field, PyObject *object);   /* takes object over, drops 
 
 typedef struct t_EVIDENCE t_EVIDENCE;
 
-/* A thread that waits for its turn. */
+/* A thread that waits for its turn, or a call of an event loop that does. */
 typedef struct t_WAITER {
     struct t_WAITER *next;
     unsigned long thread;
-    PyThread_type_lock lock; /* held until it is this thread's turn */
+    PyThread_type_lock lock; /* of a thread: held until it is its turn */
+    int event_fd;            /* of a call: readable when it is its turn; else -1 */
     bool has_turn;
 } t_WAITER;
 
@@ -93,7 +94,7 @@ typedef struct t_HOST {
 
     unsigned long owner; /* the thread that uses ka, or 0 */
     bool in_callback;
-    bool awaited;        /* the call is made in steps: owner is only where it was begun */
+    bool awaited;        /* by a call in steps: the owner is the thread of its event loop */
     t_WAITER *first;     /* in the order in which they came */
     t_WAITER *last;
 
@@ -112,6 +113,8 @@ int watch_forks(void);
 bool is_closed(const t_HOST *host);
 int enter_host(t_HOST *host); /* this thread's turn */
 void leave_host(t_HOST *host);
+int enter_host_later(t_HOST *host, t_WAITER **waiter); /* for a call in steps: null when it is its turn at once */
+void drop_waiter(t_HOST *host, t_WAITER *waiter);      /* which has waited long enough; leaves its turn to it */
 void *arena(t_HOST *host, size_t size); /* until it is called again */
 int fail_closed(t_HOST *host);
 
@@ -215,6 +218,7 @@ PyObject *make_results(t_CALL *call);
 void init_call(t_CALL *call, t_FUNCTION *function);
 void end_call(t_CALL *call); /* drops what it holds */
 int build_call(t_CALL *call);
+bool may_start(const t_HOST *host); /* ka_send starts it */
 int answer_callback(t_CALL *call, int32_t value);
 void keep_raised(t_CALL *call);                                /* the exception that is set */
 PyObject *call_results(t_CALL *call, int status);              /* of a call that ended, with status; or null */

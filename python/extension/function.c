@@ -127,7 +127,7 @@ static PyMethodDef function_methods[] = {
     {"raw", (PyCFunction)(void (*)(void))function_raw, METH_VARARGS | METH_KEYWORDS,
      "The call's return code and results: no exception for a code that is not 0."},
     {"_begin", (PyCFunction)(void (*)(void))function_begin, METH_VARARGS | METH_KEYWORDS,
-     "The call in steps, for an event loop; NotImplemented while the host is in use."},
+     "The call in steps, for an event loop."},
     {NULL, NULL, 0, NULL},
 };
 

@@ -4,6 +4,7 @@
  * which they come. The one whose turn it is owns the host until it leaves it, also while it waits without the GIL. */
 #define _GNU_SOURCE
 #include <pthread.h>
+#include <sys/eventfd.h>
 
 #include "extension.h"
 
@@ -106,36 +107,62 @@ static int wait_for_turn(t_HOST *host, t_WAITER *waiter)
 }
 
 /* On the heap: a thread that the end of the interpreter stops here leaves it in the queue. */
-static t_WAITER *new_waiter(void)
+static t_WAITER *new_waiter(bool of_loop)
 {
     t_WAITER *waiter = calloc(1, sizeof *waiter);
-    if (waiter) waiter->lock = PyThread_allocate_lock();
-    if (waiter && waiter->lock) {
+    if (!waiter) return PyErr_NoMemory(), NULL;
+    waiter->thread = PyThread_get_thread_ident();
+    waiter->event_fd = of_loop ? eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK) : -1;
+    if (!of_loop && (waiter->lock = PyThread_allocate_lock())) {
         PyThread_acquire_lock(waiter->lock, NOWAIT_LOCK);
-        waiter->thread = PyThread_get_thread_ident();
         return waiter;
     }
+    if (waiter->event_fd != -1) return waiter;
     free(waiter);
-    PyErr_NoMemory();
+    if (of_loop)
+        PyErr_SetFromErrno(PyExc_OSError);
+    else
+        PyErr_NoMemory();
     return NULL;
+}
+
+static void free_waiter(t_WAITER *waiter)
+{
+    if (waiter->lock) PyThread_free_lock(waiter->lock);
+    if (waiter->event_fd != -1) close(waiter->event_fd);
+    free(waiter);
+}
+
+/* A thread that waited behind a call of its own event loop would wait for ever. */
+static bool awaits_in_this_thread(const t_HOST *host)
+{
+    const unsigned long me = PyThread_get_thread_ident();
+    if (host->owner == me && host->awaited) return true;
+    for (const t_WAITER *each = host->first; each; each = each->next)
+        if (each->thread == me && each->event_fd != -1) return true;
+    return false;
+}
+
+static int check_callback(t_HOST *host)
+{
+    if (!host->in_callback) return 0;
+    if (host->owner != PyThread_get_thread_ident())
+        return fail_host(host, KA_ARGUMENT, "is used by another thread, which is in a call-back");
+    return fail_host(host, KA_ARGUMENT, "is used inside a call-back of the same host; use a second host");
 }
 
 static int take_turn_after_others(t_HOST *host)
 {
-    if (host->owner == PyThread_get_thread_ident()) {
-        const char *text = host->in_callback ? "is used inside a call-back of the same host; use a second host"
-                           : host->awaited   ? "a call of it is awaited in this thread; use a second host"
-                                             : "is used while this thread makes a call of it; use a second host";
-        return fail_host(host, KA_ARGUMENT, text);
-    }
-    if (host->in_callback)
-        return fail_host(host, KA_ARGUMENT, "is used by another thread, which is in a call-back");
-    t_WAITER *waiter = new_waiter();
+    if (check_callback(host) < 0) return -1;
+    if (awaits_in_this_thread(host))
+        return fail_host(host, KA_ARGUMENT, "a call of it is awaited in this thread; use a second host");
+    if (host->owner == PyThread_get_thread_ident())
+        return fail_host(host, KA_ARGUMENT, "is used while this thread makes a call of it; use a second host");
+    t_WAITER *waiter = new_waiter(false);
     if (!waiter) return -1;
     queue_up(host, waiter);
     const int status = wait_for_turn(host, waiter);
-    PyThread_free_lock(waiter->lock);
-    free(waiter);
+    free_waiter(waiter);
     return status;
 }
 
@@ -159,11 +186,39 @@ void leave_host(t_HOST *host)
     if (host->forks != forks) return;
     t_WAITER *next = host->first;
     host->owner = next ? next->thread : 0;
+    host->awaited = false;
     if (!next) return;
     host->first = next->next;
     if (!host->first) host->last = NULL;
     next->has_turn = true;
-    PyThread_release_lock(next->lock);
+    host->awaited = next->event_fd != -1;
+    if (host->awaited)
+        eventfd_write(next->event_fd, 1);
+    else
+        PyThread_release_lock(next->lock);
+}
+
+int enter_host_later(t_HOST *host, t_WAITER **waiter)
+{
+    *waiter = NULL;
+    if (check_open(host) < 0 || check_callback(host) < 0) return -1;
+    if (host->owner == 0) {
+        host->owner = PyThread_get_thread_ident();
+        host->awaited = true;
+        return 0;
+    }
+    if (host->owner == PyThread_get_thread_ident() && !host->awaited)
+        return fail_host(host, KA_ARGUMENT, "is used while this thread makes a call of it; use a second host");
+    *waiter = new_waiter(true);
+    if (!*waiter) return -1;
+    queue_up(host, *waiter);
+    return 0;
+}
+
+void drop_waiter(t_HOST *host, t_WAITER *waiter)
+{
+    if (!waiter->has_turn && host->forks == forks) drop_out(host, waiter);
+    free_waiter(waiter);
 }
 
 /* ---- The arena ------------------------------------------------------------------------------------------------- */
