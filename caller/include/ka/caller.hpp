@@ -64,6 +64,12 @@ struct Result {
     explicit operator bool() const noexcept { return error_class == KA_DONE; }
 };
 
+// What a step of a call has come to: KA_RETURNED with the return code, KA_CALLBACK with the value, or KA_WAITING.
+struct Step {
+    std::int32_t what;
+    std::int32_t value;
+};
+
 struct Scratch {
     void *data;        // null when there is none
     std::int32_t size; // bytes
@@ -136,6 +142,30 @@ public:
         state_->rethrow();
         return result;
     }
+
+    // In place of send, the call in steps of ka_send, ka_wait and ka_answer. The function given to on_callback is not
+    // called. A host that is destroyed in between cancels the call.
+    void start() { check(ka_send(get())); }
+
+    Step wait(std::int32_t timeout_ms = -1)
+    {
+        Step step{KA_WAITING, 0};
+        check(ka_wait(get(), timeout_ms, &step.what, &step.value));
+        return step;
+    }
+
+    void answer(std::int32_t value) { check(ka_answer(get(), value)); }
+
+    // The descriptor of ka_wait_fd; the host keeps it.
+    int wait_fd()
+    {
+        const int fd = ka_wait_fd(get());
+        if (fd == -1) fail();
+        return fd;
+    }
+
+    // Ends the call or the start that is under way. From any thread, and from signal handlers; see ka_cancel.
+    bool cancel() const noexcept { return ka_cancel(get()) != 0; }
 
     bool gives_back(std::int32_t argument) const { return ka_gives_back(get(), argument) != 0; }
 
@@ -230,9 +260,17 @@ private:
         ~State()
         {
             if (retired) return;
-            const std::int32_t status = ka_close(host);
+            std::int32_t status = ka_close(host);
+            if (status == KA_ARGUMENT && ends_steps()) status = ka_close(host);
             if (status == KA_ARGUMENT) std::terminate();
             if (status != KA_DONE) ka_close(host); // a destructor cannot report that a process is left
+        }
+
+        bool ends_steps()
+        {
+            Step step{};
+            ka_cancel(host);
+            return ka_wait(host, -1, &step.what, &step.value) == KA_CANCELLED;
         }
 
         void open(const std::string &module, const ka_options &options)

@@ -242,12 +242,15 @@ static t_REPLY wait_and_judge(ka_host *host, int64_t until)
         const int woken = wait_for_reply(host, earliest(earliest(steps->look_at, steps->deadline), until));
         if (woken & WOKEN_BY_ERROR) return {EVENT_UNWAITED, errno};
         if ((woken & WOKEN_BY_CANCEL) || is_cancelled(host)) return {EVENT_CANCELLED, 0};
-        const int64_t now = now_ns();
-        const bool is_due = (woken & ~WOKEN_BY_HANDLER) || now >= earliest(steps->look_at, steps->deadline);
-        is_over |= (woken & WOKEN_BY_HANDLER) || now >= until;
-        if (is_over && !is_due) return {EVENT_NONE, 0};
+        is_over |= (woken & WOKEN_BY_HANDLER) != 0;
+        if ((woken & ~WOKEN_BY_HANDLER) == 0) {
+            const int64_t now = now_ns();
+            is_over |= now >= until;
+            if (is_over && now < earliest(steps->look_at, steps->deadline)) return {EVENT_NONE, 0};
+        }
         const t_REPLY reply = judge_wait(host, woken);
         if (reply.event != EVENT_NONE) return reply;
+        is_over |= now_ns() >= until;
         if (is_over && steps->pause != 0) return {EVENT_NONE, 0};
     }
 }

@@ -237,6 +237,7 @@ static int32_t prepare_call(ka_host *host)
 /* A call that fails is over, too. */
 static int32_t end_failed(ka_host *host, int32_t status)
 {
+    host->steps.is_interruptible = false;
     disarm_wait_fd(host);
     const int32_t error_class = settle_cancel(host, status);
     if (host->building.begun) find_reason(host, error_class, 0);

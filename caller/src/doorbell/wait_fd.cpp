@@ -13,6 +13,7 @@
 #include "block/annex.h"
 #include "doorbell.h"
 #include "handler.h"
+#include "host/cancel.h"
 #include "host/owned.h"
 #include "host/owner.h"
 #include "waiters.h"
@@ -79,7 +80,8 @@ void arm_wait_fd(ka_host *host)
     }
     const int64_t look = next_look(host);
     set_timer(host, look < host->steps.deadline ? look : host->steps.deadline);
-    if (host->waiting.is_away && (host->waiting.waiter->noted || has_replied(host))) ring_wait_fd(host);
+    if (is_cancelled(host) || (host->waiting.is_away && (host->waiting.waiter->noted || has_replied(host))))
+        ring_wait_fd(host);
 }
 
 void disarm_wait_fd(ka_host *host)
@@ -135,7 +137,7 @@ int ka_wait_fd(ka_host *host)
     if (is_there(host)) return host->wait_fd.fd;
     if (open_wait_fd(host) != KA_DONE) return -1;
     if (host->life.state == STATE_SENT) {
-        ask_for_doorbell(host);
+        if (host->steps.phase != PHASE_IDLE) ask_for_doorbell(host);
         arm_wait_fd(host);
     }
     return host->wait_fd.fd;

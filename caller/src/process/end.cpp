@@ -196,7 +196,7 @@ int32_t settle_cancel(ka_host *host, int32_t status)
 {
     if (close_to_cancel(host) || status == KA_CANCELLED) return status;
     const bool of_error = host->last_end.of_error;
-    if (host->building.begun)
+    if (host->building.called_ns != 0)
         fail(host, KA_CANCELLED, "%.300s: a call of \"%s\" was cancelled", host->module, host->function);
     else
         fail(host, KA_CANCELLED, "the start of %.300s was cancelled", host->module);

@@ -40,7 +40,8 @@ constexpr Explanation rows[] = {
      "the text and errno name it; ulimit -a and ipcs -l show the limits"},
     {error, KA_ARGUMENT, "KA_ARGUMENT", "", "a bad argument, or a function out of turn",
      "the program gave the library something impossible; the text says what", "mend the program"},
-    {error, KA_CANCELLED, "KA_CANCELLED", "was cancelled", "the program's cancel descriptor ended a start or a call",
+    {error, KA_CANCELLED, "KA_CANCELLED", "was cancelled",
+     "ka_cancel or the program's cancel descriptor ended a start or a call",
      "an interruption, SIGINT or SIGTERM in the case of ka", "nothing to do; the host was ended"},
     {error, NO_NUMBER, "", "its loader %s is missing (the %d-bit C library is not installed)",
      "this machine lacks what every program of the module's word size needs",
@@ -75,10 +76,17 @@ constexpr Explanation rows[] = {
      "%s before ka_call\n"
      "%s inside a call-back of the same host; use a second host\n"
      "%s inside a call-back of the same host; ka_call must return first\n"
+     "%s before ka_send\n"
+     "%s without a call-back from ka_wait\n"
+     "%s before ka_wait has ended the call that was sent\n"
+     "%s before ka_answer has answered the call-back\n"
+     "%s while a call is under way; ka_cancel and then ka_wait end it\n"
+     "timeout_ms is %d; it must not be below -1\n"
      "%s was never opened: its options are wrong",
      "a function of the library was called when it could do nothing",
-     "the order is ka_open, then for each call ka_begin, ka_add_..., ka_call, ka_get_...; a call-back answers, and "
-     "calls nothing of its own host",
+     "the order is ka_open, then for each call ka_begin, ka_add_..., ka_call, ka_get_...; in place of ka_call "
+     "ka_send, "
+     "then ka_wait and ka_answer until it returns; a call-back answers, and calls nothing of its own host",
      "put the calls in order; for a second call inside a call-back open a second host"},
     {error, NO_NUMBER, "", "%s: the host is used by another thread",
      "a second thread used a host while a function with it was at work; nothing was changed",
@@ -142,6 +150,7 @@ constexpr Explanation rows[] = {
      "give both the same; KA_WAIT_SAFE suits every program"},
     {error, NO_NUMBER, "",
      "cannot create a signalfd\n"
+     "cannot create a descriptor to wait for\n"
      "cannot wait for the host\n"
      "cannot handle SIGUSR2\n"
      "cannot read the host's state from /proc\n"
