@@ -5,8 +5,8 @@
 
 namespace {
 
-enum State { ended, ready, building, calling, sent, asked, called };
-constexpr State states[] = {ended, ready, building, calling, sent, asked, called};
+enum State { ended, ready, building, calling, sent, calls_back, called };
+constexpr State states[] = {ended, ready, building, calling, sent, calls_back, called};
 
 using Function = std::function<int32_t(ka_host *)>;
 
@@ -30,7 +30,7 @@ constexpr const char *has_ended = ": the host has ended";
 #define IN_CALLBACK(function) function " inside a call-back of the same host; "
 #define UNASKED(function) function " without a call-back from ka_wait"
 
-// ended, ready, building, calling, sent, asked, called
+// ended, ready, building, calling, sent, calls_back, called
 const Row rows[] = {
     {"ka_begin",
      [](ka_host *host) { return ka_begin(host, "give_code"); },
@@ -118,9 +118,9 @@ std::string outcome_inside_callback(const Row &row)
 void end_steps(ka_host *host, const Row &row, State state)
 {
     const std::string name = row.name;
-    if (state == asked && name != "ka_answer") answer_step(host, 1);
-    const bool is_sent = state == asked || state == sent || (state == building && name == "ka_send");
-    EXPECT_EQ(is_sent ? take_steps(host) : 0, state == asked ? 1 : 0) << name;
+    if (state == calls_back && name != "ka_answer") answer_step(host, 1);
+    const bool is_sent = state == calls_back || state == sent || (state == building && name == "ka_send");
+    EXPECT_EQ(is_sent ? take_steps(host) : 0, state == calls_back ? 1 : 0) << name;
 }
 
 std::string outcome_in(State state, const Row &row)
@@ -137,7 +137,7 @@ std::string outcome_in(State state, const Row &row)
         call_fails(host);
     }
     if (state == sent) send_call_of(host, "nap", 5);
-    if (state == asked) {
+    if (state == calls_back) {
         send_call_of(host, "ask", 1);
         EXPECT_EQ(step_of(host).what, KA_CALLBACK);
     }
