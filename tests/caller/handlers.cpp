@@ -6,6 +6,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstring>
+#include <dlfcn.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -338,6 +339,165 @@ TEST_F(Handlers, reply_that_is_pending_at_the_last_close_does_not_reach_the_prog
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     EXPECT_EQ(seen.count, 0);
 }
+
+// Replies are signals: none of them may reach another handler, or end the program.
+TEST_F(Handlers, one_that_is_installed_later_gets_every_foreign_signal_and_no_reply)
+{
+    for (const bool with_cancel_fd : {false, true}) {
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        {
+            Host host([&](ka_options &options) {
+                adding_one(options);
+                options.transport = with_cancel_fd ? KA_TRANSPORT_SIGNALS : KA_TRANSPORT_PLAIN;
+                options.cancel_fd = with_cancel_fd ? ends[0] : -1;
+            });
+            call_many(host, 5);
+            seen.count = 0;
+            set(plain_action(on_plain));
+            for (int32_t i = 0; i < 100; i++) {
+                ASSERT_EQ(call_with(host, "give_code", i), i);
+                kill(getpid(), SIGUSR2);
+                EXPECT_EQ(seen.count, i + 1);
+            }
+        }
+        EXPECT_EQ(present().sa_handler, on_plain);
+        close(ends[0]);
+        close(ends[1]);
+    }
+}
+
+TEST_F(Handlers, default_action_that_is_set_later_does_not_end_the_program)
+{
+    for (auto none : {SIG_DFL, SIG_IGN}) {
+        for (const int32_t transport : {KA_TRANSPORT_PLAIN, KA_TRANSPORT_SIGNALS, KA_TRANSPORT_FAST}) {
+            {
+                Host host([&](ka_options &options) {
+                    adding_one(options);
+                    options.transport = transport;
+                });
+                for (int32_t i = 0; i < 20; i++) {
+                    set(plain_action(none));
+                    call_many(host, 1, i);
+                }
+                EXPECT_GE(ka_wait_fd(host), 0);
+                set(plain_action(none));
+                call_many(host, 1, 5);
+            }
+            EXPECT_EQ(present().sa_handler, none);
+        }
+    }
+}
+
+// In steps with a descriptor replies are signals.
+TEST_F(Handlers, default_action_that_is_set_later_does_not_end_the_program_in_steps)
+{
+    Host host(adding_one);
+    EXPECT_GE(ka_wait_fd(host), 0);
+    for (int32_t i = 0; i < 20; i++) {
+        set(plain_action(SIG_DFL));
+        ka_begin(host, "give_code");
+        ka_add_integer(host, i, KA_BY_VALUE);
+        EXPECT_EQ(ka_send(host), KA_DONE);
+        int32_t what = KA_WAITING;
+        int32_t value = -1;
+        while (what == KA_WAITING && ka_wait(host, -1, &what, &value) == KA_DONE)
+            ;
+        EXPECT_EQ(value, i);
+    }
+}
+
+// The library looks before each answer, too.
+TEST_F(Handlers, default_action_that_is_set_in_a_callback_does_not_end_the_program)
+{
+    Host host([](ka_options &options) {
+        options.transport = KA_TRANSPORT_PLAIN;
+        options.callback = [](ka_host *, int32_t value, void *) {
+            signal(SIGUSR2, SIG_DFL);
+            return value + 1;
+        };
+    });
+    for (int32_t i = 0; i < 20; i++)
+        EXPECT_EQ(call_with(host, "ask", i), i + 1);
+}
+
+TEST_F(Handlers, default_action_that_is_set_before_another_start_does_not_end_the_program)
+{
+    Host first;
+    set(plain_action(SIG_DFL));
+    Host second([](ka_options &options) { options.transport = KA_TRANSPORT_PLAIN; });
+    EXPECT_NE(present().sa_handler, SIG_DFL);
+    EXPECT_EQ(call_with(second, "give_code", 1), 1);
+}
+
+namespace {
+
+// Another copy of the library in this process.
+struct Copy {
+    Copy() : file(read_file(CALLER_LIBRARY), 0700), library(dlopen(file.path.c_str(), RTLD_NOW | RTLD_LOCAL))
+    {
+        EXPECT_NE(library, nullptr) << dlerror();
+    }
+    template <typename Function>
+    Function *find(Function *, const char *name) const
+    {
+        return reinterpret_cast<Function *>(dlsym(library, name));
+    }
+    File file;
+    void *library;
+};
+
+} // namespace
+
+#ifndef __SANITIZE_ADDRESS__ // of which one copy can be in a process
+// Both hear their own hosts, and the program's handler everything else.
+TEST_F(Handlers, two_copies_of_the_library_work_in_one_program)
+{
+    const Copy copy;
+    const auto open = copy.find(ka_open, "ka_open");
+    const auto close = copy.find(ka_close, "ka_close");
+    const auto begin = copy.find(ka_begin, "ka_begin");
+    const auto add = copy.find(ka_add_integer, "ka_add_integer");
+    const auto call = copy.find(ka_call, "ka_call");
+    ASSERT_TRUE(open && close && begin && add && call);
+    ka_options options = default_options();
+    options.transport = KA_TRANSPORT_PLAIN;
+    for (const bool in_order : {true, false}) {
+        set(plain_action(on_plain));
+        seen.count = 0;
+        ka_host *one;
+        ka_host *other;
+        ASSERT_EQ(ka_open(&one, tasks_module.c_str(), &options), KA_DONE);
+        ASSERT_EQ(open(&other, tasks_module.c_str(), &options), KA_DONE);
+        const auto call_other = [&](int32_t value) {
+            int32_t code = -1;
+            begin(other, "give_code");
+            add(other, value, KA_BY_VALUE);
+            EXPECT_EQ(call(other, &code), KA_DONE);
+            EXPECT_EQ(code, value);
+        };
+        for (int32_t i = 0; i < 50; i++) {
+            EXPECT_EQ(call_with(one, "give_code", i), i);
+            raise(SIGUSR2);
+            call_other(i);
+            raise(SIGUSR2);
+        }
+        EXPECT_EQ(seen.count, 100);
+        if (in_order) {
+            EXPECT_EQ(ka_close(one), KA_DONE);
+            call_other(7);
+            EXPECT_EQ(close(other), KA_DONE);
+        } else {
+            EXPECT_EQ(close(other), KA_DONE);
+            EXPECT_EQ(call_with(one, "give_code", 7), 7);
+            EXPECT_EQ(ka_close(one), KA_DONE);
+        }
+        // A handler of the one may be left behind. It hands on.
+        raise(SIGUSR2);
+        EXPECT_EQ(seen.count, 101);
+    }
+}
+#endif
 
 TEST_F(Handlers, one_that_replaces_ours_harms_no_call_and_stays)
 {

@@ -32,7 +32,9 @@
  *    changed its own prototypes while it ran, so not all results went back. See ka_options.checking.
  *  - While a host is open, the library handles SIGUSR2: it installs a handler, and hands on to the program's earlier
  *    handler every signal that does not come from a host; without an earlier handler such a signal is dropped. No
- *    thread needs to block SIGUSR2. ka_options.waiting has the other way.
+ *    thread needs to block SIGUSR2. A handler, SIG_DFL or SIG_IGN that the program installs later is found before
+ * each request whose reply is a signal, and the library's is put before it again. ka_options.waiting has the other
+ * way.
  *  - The library learns how a host process ended only if the program lets it reap its own children. With SIGCHLD
  *    ignored, or a handler that waits for any child, a death is still noticed at once, but not its cause. */
 #ifndef KA_CALLER_H

@@ -19,6 +19,7 @@
 #include "block/annex.h"
 #include "block/results.h"
 #include "block/segment.h"
+#include "doorbell/doorbell.h"
 #include "doorbell/rest.h"
 #include "doorbell/wait.h"
 #include "doorbell/wait_fd.h"
@@ -53,6 +54,12 @@ static int32_t fail_signal(ka_host *host, int error)
 {
     if (error == ESRCH) return fail_call(host, EVENT_DIED);
     fail_system(host, error, "cannot signal the host");
+    return fail_and_end(host);
+}
+
+static int32_t fail_deaf(ka_host *host, int error)
+{
+    fail_system(host, error, "cannot handle SIGUSR2");
     return fail_and_end(host);
 }
 
@@ -153,6 +160,8 @@ static int32_t answer_again(ka_host *host, int32_t answer)
 static int32_t send_step(ka_host *host, t_PHASE phase, int32_t retcode_before, int32_t argc)
 {
     host->steps.phase = phase;
+    const int deaf = hear_reply(host);
+    if (deaf != 0) return fail_deaf(host, deaf);
     const int error = send_request(host, retcode_before, argc);
     return error == 0 ? KA_DONE : fail_signal(host, error);
 }

@@ -127,7 +127,7 @@ int drain_doorbell(const ka_host *host)
 
 static int32_t open_safe(ka_host *host)
 {
-    const int error = open_hosts == 0 ? install_handler() : 0;
+    const int error = install_handler(open_hosts == 0);
     return error == 0 ? KA_DONE : fail_system(host, error, "cannot handle SIGUSR2");
 }
 
@@ -160,6 +160,17 @@ static void wait_here(ka_host *host)
     host->waiting.is_brief = host->options.cancel_fd == -1;
     if (!host->waiting.is_brief) block_doorbell(host);
     store_caller(host, own_thread());
+}
+
+/* The program may have installed another handler since: without ours the reply would end the program, reach a handler
+   that does not know it, or be dropped. */
+int hear_reply(const ka_host *host)
+{
+    if (!is_safe(host) || (host_uses_annex(host) && !wants_signals(host)) || handler_is_installed()) return 0;
+    pthread_mutex_lock(&lock);
+    const int error = install_handler(false);
+    pthread_mutex_unlock(&lock);
+    return error;
 }
 
 void begin_wait(ka_host *host)
@@ -216,6 +227,7 @@ void come_back(ka_host *host)
 void ask_for_doorbell(ka_host *host)
 {
     if (!host->waiting.by_annex) return;
+    hear_reply(host); /* where that is refused the reply is found in time by a look */
     host->waiting.by_annex = false;
     host->waiting.is_away = true;
     enter_waiter(host->waiting.waiter);

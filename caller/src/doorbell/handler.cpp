@@ -15,25 +15,34 @@
 #include "base/thread.h"
 #include "waiters.h"
 
-/* The program's earlier handler in one of its two forms; both null when it had none. Written by install_handler
-   alone, and kept after the end: a thread may still be on its way into our handler. */
-static std::atomic<void (*)(int)> earlier_plain;
-static std::atomic<void (*)(int, siginfo_t *, void *)> earlier_detailed;
-static struct sigaction earlier;
+/* A handler of the program in one of its two forms; both null when it had none. Written by install_handler alone, and
+   kept after the end: a thread may still be on its way into our handler. */
+namespace {
+struct t_HANDLER {
+    std::atomic<void (*)(int)> plain;
+    std::atomic<void (*)(int, siginfo_t *, void *)> detailed;
+};
+} // namespace
+static t_HANDLER first; /* the program's before it could know ours */
+static t_HANDLER last;  /* in place when ours was installed last: the first, or one that has replaced ours since */
+static struct sigaction earlier; /* the last */
+static bool was_replaced;        /* when the last host was closed */
 
-/* A program that replaced our handler by one that calls ours, and opened a host again, makes a circle. In the initial
-   TLS block, because the handler may not allocate. */
-__attribute__((tls_model("initial-exec"))) static thread_local bool handing_on;
+/* One that has replaced ours may call it in turn, as another copy of this library does: the second time the signal
+   goes to the first handler, and the third time nowhere. In the initial TLS block, because the handler may not
+   allocate. */
+__attribute__((tls_model("initial-exec"))) static thread_local int handing_on;
 
 static void hand_on(int number, siginfo_t *info, void *context)
 {
-    if (handing_on) return;
-    handing_on = true;
-    const auto plain = earlier_plain.load();
-    const auto detailed = earlier_detailed.load();
+    if (handing_on > 1) return;
+    const t_HANDLER *handler = handing_on == 0 ? &last : &first;
+    const auto plain = handler->plain.load();
+    const auto detailed = handler->detailed.load();
+    handing_on++;
     if (plain) plain(number);
     if (detailed) detailed(number, info, context);
-    handing_on = false;
+    handing_on--;
 }
 
 static void on_signal(int number, siginfo_t *info, void *context)
@@ -53,27 +62,36 @@ static bool has_handler(const struct sigaction *action)
     return (action->sa_flags & SA_SIGINFO) != 0 || (action->sa_handler != SIG_DFL && action->sa_handler != SIG_IGN);
 }
 
-static void keep_earlier(const struct sigaction *action)
+static bool is_same(const struct sigaction *one, const struct sigaction *other)
+{
+    const bool detailed = (one->sa_flags & SA_SIGINFO) != 0;
+    if (detailed != ((other->sa_flags & SA_SIGINFO) != 0)) return false;
+    return detailed ? one->sa_sigaction == other->sa_sigaction : one->sa_handler == other->sa_handler;
+}
+
+static void keep_handler(t_HANDLER *handler, const struct sigaction *action)
 {
     const bool detailed = (action->sa_flags & SA_SIGINFO) != 0;
-    earlier = *action;
-    earlier_plain = nullptr;
-    earlier_detailed = nullptr;
+    handler->plain = nullptr;
+    handler->detailed = nullptr;
     if (!has_handler(action)) return;
     if (detailed)
-        earlier_detailed = action->sa_sigaction;
+        handler->detailed = action->sa_sigaction;
     else
-        earlier_plain = action->sa_handler;
+        handler->plain = action->sa_handler;
 }
 
 /* SA_RESTART: a reply that reaches a thread of the program interrupts no system call that can be restarted. The mask
    is the earlier handler's, which runs inside ours. */
-int install_handler(void)
+int install_handler(bool is_first)
 {
     struct sigaction present;
     if (sigaction(SIGUSR2, nullptr, &present) != 0) return errno;
     if (is_ours(&present)) return 0;
-    keep_earlier(&present);
+    const bool is_known = was_replaced || is_same(&present, &earlier);
+    earlier = present;
+    keep_handler(&last, &present);
+    if (is_first && !is_known) keep_handler(&first, &present);
     struct sigaction action = {};
     action.sa_sigaction = on_signal;
     action.sa_flags = SA_SIGINFO | SA_RESTART | SA_ONSTACK;
@@ -113,7 +131,8 @@ void remove_handler_in_child(void)
 
 void remove_handler(void)
 {
-    if (!handler_is_installed()) return;
+    was_replaced = !handler_is_installed();
+    if (was_replaced) return;
     sigset_t set;
     sigset_t before;
     siginfo_t foreign;

@@ -4,8 +4,9 @@
 #ifndef KA_CALLER_HANDLER_H
 #define KA_CALLER_HANDLER_H
 
-/* 0 or an errno. Both are called under a lock, in turn. */
-int install_handler(void);
+/* Puts it before the one that is in place, unless that is it. The first time since no host was open the program's own
+   is noted. 0 or an errno. Called under a lock, in turn with remove_handler. */
+int install_handler(bool is_first);
 
 /* No other is in its place. */
 bool handler_is_installed(void);
