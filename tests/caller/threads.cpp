@@ -69,7 +69,7 @@ TEST(Threads, no_reply_ends_the_sleep_of_another_one)
     for (const int32_t transport : {KA_TRANSPORT_SIGNALS, KA_TRANSPORT_FAST}) {
         for (const int32_t waiting : {KA_WAIT_SAFE, KA_WAIT_FAST}) {
             const Blocked blocked(waiting == KA_WAIT_FAST);
-            const Idlers idlers(4);
+            const Idlers idlers(16);
             Host host([&](ka_options &options) {
                 adding_one(options);
                 options.transport = transport;

@@ -21,20 +21,21 @@
  *    function is never an error of this library.
  *  - Arguments are counted from 1, elements from 0. Lengths and sizes are in bytes. A pointer must not be null unless
  *    the function allows it. Data is copied before the function returns.
- *  - A host is used by one thread at a time, not always the same one. Different threads can use different hosts at
- *    the same time. A function that finds another thread inside a function with the same host does nothing and
- * touches nothing: it gives KA_ARGUMENT, "used by another thread", or null or 0 where it gives no class. Only ka_pid,
- *    ka_last_error and ka_retire can be used beside another thread. In a child that the program forks, the hosts of
- * its parent have ended: the child may close them, which does not touch the parent's, and may open its own.
+ *  - A host is used by one thread at a time, not always the same one. Different threads can use different hosts
+ *    at the same time. A function that finds another thread inside a function with the same host does nothing
+ *    and touches nothing: it gives KA_ARGUMENT, "used by another thread", or null, 0 or -1 where it gives no
+ *    class. Only ka_pid, ka_last_error, ka_cancel and ka_retire can be used beside another thread. In a child
+ *    that the program forks, the hosts of its parent have ended: the child may close them, which does not touch
+ *    the parent's, and may open its own.
  *  - pthread_cancel takes effect after the function of this library that the thread is in, not inside it.
  *  - A call is checked against the module's tables before it is sent (KA_REFUSED), so the return code is the
  *    function's own. Two codes can still be the call host's: 2, no memory for the arguments, and -1, the function
  *    changed its own prototypes while it ran, so not all results went back. See ka_options.checking.
- *  - While a host is open, the library handles SIGUSR2: it installs a handler, and hands on to the program's earlier
- *    handler every signal that does not come from a host; without an earlier handler such a signal is dropped. No
- *    thread needs to block SIGUSR2. A handler, SIG_DFL or SIG_IGN that the program installs later is found before
- * each request whose reply is a signal, and the library's is put before it again. ka_options.waiting has the other
- * way.
+ *  - While a host is open, the library handles SIGUSR2: it installs a handler, and hands on to the program's
+ *    earlier handler every signal that does not come from a host; without an earlier handler such a signal is
+ *    dropped. No thread needs to block SIGUSR2. A handler, SIG_DFL or SIG_IGN that the program installs later is
+ *    found before each request whose reply is a signal, and the library's is put before it again.
+ *    ka_options.waiting has the other way.
  *  - The library learns how a host process ended only if the program lets it reap its own children. With SIGCHLD
  *    ignored, or a handler that waits for any child, a death is still noticed at once, but not its cause. */
 #ifndef KA_CALLER_H
@@ -64,7 +65,7 @@ enum {
     KA_DIED = 3,     /* the host process ended by itself, or was killed */
     KA_DEADLINE = 4, /* no answer in time; the host process was ended */
     KA_TOO_BIG = 5,  /* the call does not fit the segment; ka_error.needed_bytes would; nothing was sent */
-    KA_CLOSED = 6,   /* the host has ended earlier, or belongs to the parent process */
+    KA_CLOSED = 6,   /* the host has ended earlier, was closed, or belongs to the parent process */
     KA_SYSTEM = 7,   /* the system refused something; ka_error.sys_errno says why */
     KA_ARGUMENT = 8, /* a bad argument, or a function out of turn */
     KA_CANCELLED = 9 /* by ka_cancel or cancel_fd; the host process was ended */
@@ -103,9 +104,9 @@ enum { KA_LAYOUT_NATIVE = 0, KA_LAYOUT_64 = 64 };
 
 /* ka_options.callback: called for each call-back, in the thread that is in ka_call; returns the answer. Of its own
    host it may use ka_scratch, ka_host_tables, ka_set_trace, ka_set_deadline (for the next call), ka_pid,
-   ka_last_error, the reports, ka_error_output and ka_retire; every other function gives KA_ARGUMENT, null or 0. Of
-   other hosts it may use everything. It must return: no exception and no longjmp may leave it, and it must not end
-   its thread. */
+   ka_last_error, the reports, ka_error_output, ka_cancel and ka_retire; every other function gives KA_ARGUMENT, null
+   or 0. Of other hosts it may use everything. It must return: no exception and no longjmp may leave it, and it must
+   not end its thread. */
 typedef int32_t ka_callback(ka_host *host, int32_t value, void *user);
 
 /* ka_options.checking */

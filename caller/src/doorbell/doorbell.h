@@ -14,7 +14,8 @@ struct ka_host;
 int32_t open_doorbell(ka_host *host);
 void close_doorbell(ka_host *host);
 
-/* Before a request or an answer to which the reply is a signal: makes sure that the library gets it. 0 or an errno. */
+/* Before a request or an answer to which the reply is a signal: makes sure that the library gets it. 0 or an errno.
+ */
 int hear_reply(const ka_host *host);
 
 /* From before a request or an answer is sent until the reply was seen, this thread is the one that waits for it. */
