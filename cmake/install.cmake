@@ -102,9 +102,10 @@ list(REMOVE_ITEM host_headers ${call_headers})
 ka_install(FILES ${host_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ka COMPONENT libkahost-dev)
 ka_install(FILES ${module_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ka/module COMPONENT libkahost-dev)
 ka_install(FILES ${call_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ka COMPONENT libkacall-dev)
+ka_install(FILES ${caller_json} DESTINATION ${CMAKE_INSTALL_DATADIR}/kahost COMPONENT libkacall-dev)
 if(KA_TOOLS)
   ka_install(TARGETS ka RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT kahost-tools)
-  ka_install(DIRECTORY ${PROJECT_BINARY_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATADIR} COMPONENT kahost-tools)
+  ka_install(DIRECTORY ${PROJECT_BINARY_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATADIR} COMPONENT kahost-tools PATTERN kahost EXCLUDE)
 endif()
 
 #   ka_seen_from(FOLDER VARIABLE ...)   the paths in VARIABLEs as seen from a folder; both may be absolute or in the prefix

@@ -76,6 +76,17 @@ inline bool accepts(const t_KIND &kind, int32_t type)
     return conversion(kind, type) != CV_NONE;
 }
 
+/* "INTEGER or REAL": the value types that a kind accepts. */
+inline const char *types_taken(const t_KIND &kind)
+{
+    static constexpr const char *texts[] = {"",       "INTEGER",           "REAL",           "INTEGER or REAL",
+                                            "STRING", "INTEGER or STRING", "REAL or STRING", "anything"};
+    int types = 0;
+    for (int32_t type = DLL_INTEGER; type <= DLL_STRING; type++)
+        if (accepts(kind, type)) types |= 1 << (type - DLL_INTEGER);
+    return texts[types];
+}
+
 /* A VarArg matches its own argument and all that follow, or none: prototypes after it are never used. */
 inline bool takes_all_further(int32_t kind)
 {

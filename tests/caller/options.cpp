@@ -20,6 +20,7 @@ TEST(Options, defaults_are_those_of_the_header)
     EXPECT_EQ(options.cancel_fd, -1);
     EXPECT_EQ(options.callback, nullptr);
     EXPECT_EQ(options.user, nullptr);
+    EXPECT_EQ(options.segment_max, 0);
 }
 
 TEST(Options, none_at_all_are_the_defaults)
@@ -86,6 +87,12 @@ TEST(Options, bad_values_are_named)
               "segment_bytes is 65536; it must be at least scratch_bytes (65536) + 1680");
     EXPECT_EQ(refusal([](ka_options &o) { o.segment_bytes = INT32_MAX; }),
               "segment_bytes is 2147483647; it must not be above 2147475455");
+    EXPECT_EQ(refusal([](ka_options &o) { o.segment_max = 1000; }),
+              "segment_max is 1000; it must be 0, or segment_bytes (1048576) to 2147475455");
+    EXPECT_EQ(refusal([](ka_options &o) { o.segment_max = -1; }),
+              "segment_max is -1; it must be 0, or segment_bytes (1048576) to 2147475455");
+    EXPECT_EQ(refusal([](ka_options &o) { o.segment_max = INT32_MAX; }),
+              "segment_max is 2147483647; it must be 0, or segment_bytes (1048576) to 2147475455");
     EXPECT_EQ(refusal([](ka_options &o) { o.restart = 3; }),
               "restart is 3; it is KA_RESTART_NEVER (0) to KA_RESTART_AT_ONCE (2)");
     EXPECT_EQ(refusal([](ka_options &o) { o.restart_pause_ms = -1; }),

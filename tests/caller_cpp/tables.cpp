@@ -31,6 +31,15 @@ TEST(CppTables, are_those_of_the_host)
     expect_add(host.tables());
 }
 
+TEST(CppTables, kinds_are_told_in_words)
+{
+    EXPECT_STREQ(ka::kind_name(KA_REAL_BY_VALUE), "RealByValue");
+    EXPECT_STREQ(ka::kind_takes(KA_REAL_BY_VALUE), "INTEGER or REAL");
+    EXPECT_FALSE(ka::kind_gives_back(KA_REAL_BY_VALUE));
+    EXPECT_TRUE(ka::kind_gives_back(KA_STRING));
+    EXPECT_STREQ(ka::version(), ka_version());
+}
+
 TEST(CppTables, are_those_of_the_file_and_may_be_copied)
 {
     const ka::Tables copy = ka::read_tables(tasks_module);

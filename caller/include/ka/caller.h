@@ -54,6 +54,12 @@ extern "C" {
 /* A module and the process that it runs in, the host process. */
 typedef struct ka_host ka_host;
 
+/* ---- The library ----------------------------------------------------------------------------------------------- */
+
+/* The version of the library that runs: "1.2.3". For those who cannot include this header, share/kahost/caller.json
+   has its constants, records and functions. */
+KA_API const char *ka_version(void);
+
 /* ---- Error classes --------------------------------------------------------------------------------------------- */
 
 /* After KA_REFUSED, KA_TOO_BIG and KA_ARGUMENT the host can be used further. After the others it has ended; see
@@ -241,6 +247,14 @@ typedef struct ka_options {
     const char *directory;          /* null: where the program is at each start. Else its working directory. The path
                                        of the module and a path of the command, if relative, begin where the program
                                        is at ka_open all the same. A directory that cannot be entered is KA_START */
+
+    /* Growth */
+    int32_t segment_max; /* 0: the segment stays as it is. Else, at least segment_bytes: it becomes as large as a call
+                            needs, but no larger than this. Before the first call that is sent to a host process
+                            ka_add_... makes room, and ka_call puts a new process in the place of that one, which can
+                            wait; dll_setup runs again. Later such a call is KA_TOO_BIG, and ka_restart right after
+                            it makes room. The scratch area keeps its place and its content. The addresses are
+                            reserved from the start, the memory is not */
 } ka_options;
 
 /* Sets every field to its default. size is sizeof(ka_options). */
@@ -274,7 +288,8 @@ KA_API int32_t ka_close(ka_host *host);
 KA_API int32_t ka_retire(ka_host *host);
 
 /* Ends the host process, if it lives, and starts a new one, whatever ka_options.restart says. A call that was begun
-   is forgotten. Fails like ka_open; KA_ARGUMENT inside a call-back. */
+   is forgotten. After KA_TOO_BIG the segment becomes as large as that call needs, if ka_options.segment_max allows
+   it. Fails like ka_open; KA_ARGUMENT inside a call-back. */
 KA_API int32_t ka_restart(ka_host *host);
 
 /* The id of the host process, 0 when it has ended. For people and tools: it does not prove that the process lives.
@@ -471,6 +486,13 @@ KA_API void ka_free_tables(ka_tables *tables); /* of ka_read_tables only; may be
 
 /* The function of that name in tables that this library has read, or null. Owned by the tables. */
 KA_API const ka_function *ka_find_function(const ka_tables *tables, const char *name);
+
+/* Of ka_prototype.kind, in the words of ka list: "IntByValue"; the types of values that it takes, "INTEGER or REAL",
+   "anything"; and 1 when an argument by reference comes back changed, else 0. Of a number that is no kind "Unknown",
+   "nothing" and 0. Never null, never freed. */
+KA_API const char *ka_kind_name(int32_t kind);
+KA_API const char *ka_kind_takes(int32_t kind);
+KA_API int32_t ka_kind_gives_back(int32_t kind);
 
 /* What the module's author has written (ka::doc of ka/module.hpp) about a function of these tables, argument 0, or
    about one of its prototypes, from 1 on. Any bytes without a zero. Null when there is nothing. Owned by the tables.

@@ -47,6 +47,12 @@ struct Options : ka_options {
     Options() { ka_options_init(this, sizeof(ka_options)); }
 };
 
+// Of the library that runs: "1.2.3".
+inline const char *version() noexcept
+{
+    return ka_version();
+}
+
 // Sets *level, unless level is null, and returns the level before. See ka_trace_process. Throws its errors.
 inline std::int32_t trace_process(std::int32_t pid, const std::int32_t *level = nullptr)
 {

@@ -47,6 +47,22 @@ struct Prototypes {
     std::size_t size() const noexcept { return static_cast<std::size_t>(function.prototype_count); }
 };
 
+// Of ka_prototype.kind, in words: "IntByValue", "INTEGER or REAL"; does an argument by reference come back changed?
+inline const char *kind_name(std::int32_t kind) noexcept
+{
+    return ka_kind_name(kind);
+}
+
+inline const char *kind_takes(std::int32_t kind) noexcept
+{
+    return ka_kind_takes(kind);
+}
+
+inline bool kind_gives_back(std::int32_t kind) noexcept
+{
+    return ka_kind_gives_back(kind) != 0;
+}
+
 // The tables in a module's file; see ka_read_tables. Throws KA_ARGUMENT with the reason when there are none.
 inline Tables read_tables(const std::string &module)
 {

@@ -214,13 +214,21 @@ static int64_t reserve(ka_host *host, int64_t size)
     return offset;
 }
 
+/* A process to which no call was sent has no state of its own, and can be replaced. */
+static bool makes_room(ka_host *host)
+{
+    return host->building.error == KA_DONE && !host->process.called &&
+           grow_segment(host, host->building.cursor + host->options.scratch_bytes);
+}
+
 static int32_t add_argument(ka_host *host, const t_ARGUMENT *shape, int64_t stride_bytes, const t_SOURCE *source)
 {
     if (shape->count < 0) return fail_negative(host, "count", shape->count);
     if (shape->passing != KA_BY_VALUE && shape->passing != KA_BY_REFERENCE) return fail_passing(host, shape->passing);
     const int64_t offset = reserve(host, stride_bytes * shape->count);
     const int32_t index = host->building.argc;
-    int32_t status = host->building.cursor > host->segment.scratch_offset ? fail_too_big(host) : host->building.error;
+    const bool fits = host->building.cursor <= host->segment.scratch_offset || makes_room(host);
+    int32_t status = fits ? host->building.error : fail_too_big(host);
     if (status == KA_DONE) {
         t_ARGUMENT *argument = &host->arguments[index];
         *argument = {shape->type,

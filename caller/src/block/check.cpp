@@ -13,11 +13,6 @@
 #include "module/tables.h"
 #include "wire/kinds.h"
 
-const char *kind_name(int32_t kind)
-{
-    return wire::is_kind(kind) ? wire::kinds[kind].name : "Unknown";
-}
-
 namespace {
 /* A text of limited length, put together from parts. */
 struct t_REFUSAL_TEXT {
@@ -73,17 +68,6 @@ static int32_t refuse_kind(ka_host *host, int32_t number, const ka_prototype *pr
     return refuse(host, KA_BAD_PROTOTYPE, number, &text);
 }
 
-static void append_taken(t_REFUSAL_TEXT *text, const t_KIND &kind)
-{
-    const char *separator = "";
-    for (int32_t type = DLL_INTEGER; type <= DLL_STRING; type++) {
-        if (!wire::accepts(kind, type)) continue;
-        append(text, "%s%s", separator, wire::type_name(type));
-        separator = " or ";
-    }
-    append(text, kind.gives_back ? " by reference" : " by value");
-}
-
 /* Element counts are shown only for kinds that have a minimum. */
 static int32_t refuse_value(ka_host *host, int32_t return_code, int32_t number, const ka_prototype *prototype)
 {
@@ -95,8 +79,7 @@ static int32_t refuse_value(ka_host *host, int32_t return_code, int32_t number, 
     append(&text, " is %s: takes ", kind.name);
     if (counted) append(&text, "at least ");
     if (counted) append_elements(&text, prototype->min_elements);
-    append_taken(&text, kind);
-    append(&text, ", got ");
+    append(&text, "%s by %s, got ", wire::types_taken(kind), kind.gives_back ? "reference" : "value");
     if (counted) append_elements(&text, argument->count);
     append(&text, "%s", wire::type_name(argument->type));
     return refuse(host, return_code, number, &text);

@@ -9,6 +9,4 @@
 /* KA_DONE, or KA_REFUSED for a call that the host would refuse by its tables. */
 int32_t check_call(ka_host *host);
 
-const char *kind_name(int32_t kind); /* "Unknown" for a number that is not a kind */
-
 #endif

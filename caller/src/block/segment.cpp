@@ -151,6 +151,10 @@ int32_t check_sizes(ka_host *host)
     if (options->segment_bytes > SEGMENT_MAX)
         return fail(host, KA_ARGUMENT, "segment_bytes is %d; it must not be above %d", options->segment_bytes,
                     SEGMENT_MAX);
+    if (options->segment_max != 0 &&
+        (options->segment_max < options->segment_bytes || options->segment_max > SEGMENT_MAX))
+        return fail(host, KA_ARGUMENT, "segment_max is %d; it must be 0, or segment_bytes (%d) to %d",
+                    options->segment_max, options->segment_bytes, SEGMENT_MAX);
     return KA_DONE;
 }
 
@@ -165,18 +169,29 @@ static void place_scratch(ka_host *host)
     }
 }
 
+static size_t allocated_for(int32_t segment_bytes)
+{
+    const size_t needed = static_cast<size_t>(segment_bytes) + SLACK;
+    return (needed + SIZE_STEP - 1) / SIZE_STEP * SIZE_STEP + SIZE_MARK;
+}
+
 static size_t allocated_bytes(const ka_host *host)
 {
-    const size_t needed = static_cast<size_t>(host->options.segment_bytes) + SLACK;
-    return (needed + SIZE_STEP - 1) / SIZE_STEP * SIZE_STEP + SIZE_MARK;
+    return allocated_for(host->options.segment_bytes);
+}
+
+/* Whole pages. */
+static size_t mapped_bytes(size_t allocated)
+{
+    return (allocated + SIZE_STEP - 1) / SIZE_STEP * SIZE_STEP;
 }
 
 /* The segment is marked for removal as soon as it is attached: from then on it vanishes with its last user. Linux
    lets the host, and one that is started after it, attach it by its identifier all the same. Before that it would
    outlive a caller that is killed; so it has a key and a size by which it is recognised and removed (abandoned.cpp):
-   by the child that waits to become the host, or when both were killed, by the next program that opens one. Null, and
-   an errno, on failure. */
-static void *attach_segment(ka_host *host, int *error)
+   by the child that waits to become the host, or when both were killed, by the next program that opens one. In the
+   place that is given, or anywhere. Null, and an errno, on failure. */
+static void *attach_segment(ka_host *host, const char *place, int *error)
 {
     do {
         host->segment.id = shmget(new_segment_key(&host->random), allocated_bytes(host), IPC_CREAT | IPC_EXCL | 0600);
@@ -185,7 +200,7 @@ static void *attach_segment(ka_host *host, int *error)
         *error = errno;
         return nullptr;
     }
-    void *base = shmat(host->segment.id, nullptr, 0);
+    void *base = shmat(host->segment.id, place, place ? SHM_REMAP : 0);
     const bool attached = base != reinterpret_cast<void *>(-1);
     if (!attached) *error = errno;
     if (shmctl(host->segment.id, IPC_RMID, nullptr) == 0) return attached ? base : nullptr;
@@ -200,20 +215,46 @@ static t_ANNEX *annex_at(char *place)
     return static_cast<t_ANNEX *>(static_cast<void *>(place));
 }
 
-int32_t create_segment(ka_host *host)
+/* Room for it to grow, at the end of which it lies: so neither the scratch area nor the annex ever moves. 0 or an
+   errno. */
+static int reserve_addresses(ka_host *host)
 {
-    int error = 0;
-    host->segment.base = static_cast<char *>(attach_segment(host, &error));
-    if (!host->segment.base) {
-        char what[64];
-        snprintf(what, sizeof what, "cannot create a shared segment of %d bytes", host->options.segment_bytes);
-        return fail_system(host, error, what);
-    }
-    /* A child that the program forks must not keep the segment alive. */
-    madvise(host->segment.base, allocated_bytes(host), MADV_DONTFORK);
+    if (host->segment.reserved || host->options.segment_max <= host->options.segment_bytes) return 0;
+    const size_t bytes = mapped_bytes(allocated_for(host->options.segment_max)) + SIZE_STEP;
+    void *reserved = mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (reserved == MAP_FAILED) return errno;
+    madvise(reserved, bytes, MADV_DONTFORK); /* nor must it have what else comes to lie there */
+    host->segment.reserved = static_cast<char *>(reserved);
+    host->segment.reserved_bytes = bytes;
+    return 0;
+}
+
+/* Of the segment, whose place and size are known. */
+static void find_parts(ka_host *host)
+{
     host->segment.layout = host->options.layout == KA_LAYOUT_64 ? &wire::layout_64 : &wire::layout_32;
     place_scratch(host);
     host->segment.annex = annex_at(host->segment.base + allocated_bytes(host) - SIZE_MARK);
+    /* A child that the program forks must not keep the segment alive. */
+    madvise(host->segment.base, allocated_bytes(host), MADV_DONTFORK);
+}
+
+static int32_t fail_segment(ka_host *host, int error)
+{
+    char what[64];
+    snprintf(what, sizeof what, "cannot create a shared segment of %d bytes", host->options.segment_bytes);
+    return fail_system(host, error, what);
+}
+
+int32_t create_segment(ka_host *host)
+{
+    int error = reserve_addresses(host);
+    if (error != 0) return fail_system(host, error, "cannot reserve addresses for segment_max");
+    char *place = host->segment.reserved;
+    if (place) place += host->segment.reserved_bytes - mapped_bytes(allocated_bytes(host));
+    host->segment.base = static_cast<char *>(attach_segment(host, place, &error));
+    if (!host->segment.base) return fail_segment(host, error);
+    find_parts(host);
     return KA_DONE;
 }
 
@@ -222,26 +263,135 @@ void spoil_segment(ka_host *host)
     memset(host->segment.base, 0, wire::MAGIC_SIZE);
 }
 
-void renew_segment(ka_host *host)
+/* As far as they were written; of an argument that does not fit yet, what would be in its place. */
+static void copy_values(const ka_host *host, char *to)
+{
+    const int64_t used =
+        host->building.cursor < host->segment.scratch_offset ? host->building.cursor : host->segment.scratch_offset;
+    memcpy(to, host->segment.base, static_cast<size_t>(used > VALUES_START ? used : int64_t{VALUES_START}));
+}
+
+/* What a call and the scratch area have in it. The rest of a segment that has grown was never touched. */
+static void copy_content(const ka_host *host, char *to)
+{
+    if (!host->segment.is_private) {
+        memcpy(to, host->segment.base, allocated_bytes(host));
+        return;
+    }
+    const int32_t scratch = host->segment.scratch_offset;
+    copy_values(host, to);
+    memcpy(to + scratch, host->segment.base + scratch, static_cast<size_t>(host->segment.size - scratch));
+}
+
+/* The last process that could attach it has ended. */
+static void forget_old_segment(ka_host *host)
+{
+    if (host->segment.old) shmdt(host->segment.old);
+    host->segment.old = nullptr;
+}
+
+/* A new one in the same place. 0 or an errno. */
+static int replace_segment(ka_host *host)
 {
     int error = 0;
     const int32_t old_id = host->segment.id;
-    void *copy = attach_segment(host, &error);
+    void *copy = attach_segment(host, nullptr, &error);
     const int32_t new_id = host->segment.id;
     host->segment.id = old_id;
-    if (!copy) return;
-    memcpy(copy, host->segment.base, allocated_bytes(host));
+    if (!copy) return error;
+    copy_content(host, static_cast<char *>(copy));
     const void *moved = shmat(new_id, host->segment.base, SHM_REMAP);
+    error = errno;
     shmdt(copy);
-    if (moved != host->segment.base) return;
+    if (moved != host->segment.base) return error;
     madvise(host->segment.base, allocated_bytes(host), MADV_DONTFORK);
     host->segment.id = new_id;
+    host->segment.is_private = false;
+    forget_old_segment(host);
+    return 0;
+}
+
+void renew_segment(ka_host *host)
+{
+    replace_segment(host);
+}
+
+int32_t share_segment(ka_host *host)
+{
+    const int error = host->segment.is_private ? replace_segment(host) : 0;
+    return error == 0 ? int32_t{KA_DONE} : fail_segment(host, error);
 }
 
 void remove_segment(ka_host *host)
 {
-    if (host->segment.base) shmdt(host->segment.base);
+    forget_old_segment(host);
+    if (host->segment.reserved) /* all at once: others may map what is free */
+        munmap(host->segment.reserved, host->segment.reserved_bytes);
+    else if (host->segment.base)
+        shmdt(host->segment.base);
     host->segment = no_segment;
+}
+
+/* ---- Growth ---------------------------------------------------------------------------------------------------- */
+
+/* Addresses in the block, which is now elsewhere: only their distance from it counts. */
+static void move_address(const ka_host *host, int32_t offset, uint64_t distance)
+{
+    uint64_t address = 0;
+    const size_t size = static_cast<size_t>(host->segment.layout->address_size);
+    memcpy(&address, host->segment.base + offset, size);
+    address += distance;
+    memcpy(host->segment.base + offset, &address, size);
+}
+
+/* Twice as large at least, so that many arguments cost few copies; by whole steps, so that its end stays a place
+   where it can end. */
+static int32_t grown_bytes(const ka_host *host, int64_t needed)
+{
+    const int64_t now = host->options.segment_bytes;
+    const int64_t wanted = needed > 2 * now ? needed : 2 * now;
+    const int64_t most = wanted < host->options.segment_max ? wanted : host->options.segment_max;
+    return static_cast<int32_t>(now +
+                                (most - now + int64_t{SIZE_STEP} - 1) / int64_t{SIZE_STEP} * int64_t{SIZE_STEP});
+}
+
+/* It vanishes with its last user, and a process that starts may not have attached it yet. */
+static void keep_old_segment(ka_host *host)
+{
+    if (host->segment.is_private || host->process.pid == 0) return;
+    void *kept = shmat(host->segment.id, nullptr, 0);
+    if (kept == reinterpret_cast<void *>(-1)) return;
+    madvise(kept, allocated_bytes(host), MADV_DONTFORK);
+    host->segment.old = kept;
+}
+
+bool grow_segment(ka_host *host, int64_t needed)
+{
+    if (!host->segment.reserved || needed > host->options.segment_max) return false;
+    const int32_t bytes = grown_bytes(host, needed);
+    const size_t mapped = mapped_bytes(allocated_for(bytes));
+    void *larger = mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (larger == MAP_FAILED) return false;
+    const size_t more = static_cast<size_t>(bytes - host->options.segment_bytes);
+    char *old_end = host->segment.base + host->segment.scratch_offset;
+    char *place = host->segment.base - more;
+    copy_values(host, static_cast<char *>(larger));
+    memcpy(static_cast<char *>(larger) + more + host->segment.scratch_offset, old_end,
+           static_cast<size_t>(host->segment.size - host->segment.scratch_offset));
+    keep_old_segment(host);
+    if (mremap(larger, mapped, mapped, MREMAP_MAYMOVE | MREMAP_FIXED, place) == MAP_FAILED) {
+        munmap(larger, mapped);
+        if (!host->segment.is_private) forget_old_segment(host);
+        return false;
+    }
+    host->segment.base = place;
+    host->segment.is_private = true;
+    host->options.segment_bytes = bytes;
+    find_parts(host);
+    for (int32_t i = 0; i < host->building.argc; i++)
+        move_address(host, descriptor_offset(host, i) + wire::ARG_PTR_AT, 0 - uint64_t{more});
+    write_header(host);
+    return true;
 }
 
 void *ka_scratch(ka_host *host, int32_t *size)

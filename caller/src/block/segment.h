@@ -11,6 +11,12 @@ int32_t check_sizes(ka_host *host);
 int32_t create_segment(ka_host *host);
 void remove_segment(ka_host *host);
 
+/* Makes it as large as needed, if ka_options.segment_max allows it and the system has the memory. It is private then:
+   no process has it, and the one that runs is to be replaced. */
+bool grow_segment(ka_host *host, int64_t needed);
+/* For a process that starts: one that has grown becomes shared. */
+int32_t share_segment(ka_host *host);
+
 /* For a host that may come too late. Spoiled, the segment turns away who attaches it. Then a new one takes its place
    and its content, at the same addresses; the old one stays where the system grants no other. */
 void spoil_segment(ka_host *host);

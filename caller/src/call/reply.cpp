@@ -74,7 +74,7 @@ static int signal_request(ka_host *host, int32_t argc)
     number_request(host, way);
     host->waiting.is_quiet = host->waiting.is_quiet && wake_host(host);
     const int error = host->waiting.is_quiet ? 0 : signal_host(host);
-    if (error == 0) host->building.sent = true;
+    if (error == 0) host->building.sent = host->process.called = true;
     return error;
 }
 

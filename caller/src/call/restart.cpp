@@ -8,6 +8,7 @@
 
 #include "base/clock.h"
 #include "base/thread.h"
+#include "block/segment.h"
 #include "doorbell/wait.h"
 #include "host/cancel.h"
 #include "host/owner.h"
@@ -46,6 +47,13 @@ int32_t start_again(ka_host *host, int64_t deadline)
     return clear_error(host);
 }
 
+int32_t start_with_more_room(ka_host *host, int64_t deadline)
+{
+    end_host(host);
+    if (start_host(host, deadline) != KA_DONE) return fail_and_end(host);
+    return clear_error(host);
+}
+
 /* The new process has a deadline of its own, and what ended or cancelled the call does not end its start. */
 void restart_at_once(ka_host *host)
 {
@@ -75,9 +83,11 @@ int32_t ka_restart(ka_host *host)
     if (take_turn(host, TURN_RESTART) != KA_DONE) return host->error.error_class;
     if (!host->life.openable)
         return fail(host, KA_ARGUMENT, "%.300s was never opened: its options are wrong", host->module);
+    const int64_t needed = host->error.error_class == KA_TOO_BIG ? host->error.needed_bytes : 0;
     end_host(host);
     host->building = no_building;
     clear_error(host);
     open_to_cancel(host);
+    if (needed != 0) grow_segment(host, needed);
     return open_process(host);
 }

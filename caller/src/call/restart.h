@@ -6,7 +6,8 @@
 
 #include "host/host.h"
 
-int32_t start_again(ka_host *host, int64_t deadline); /* after the pause that is due */
-void restart_at_once(ka_host *host);                  /* when policy and pause allow it; the error stays */
+int32_t start_again(ka_host *host, int64_t deadline);          /* after the pause that is due */
+int32_t start_with_more_room(ka_host *host, int64_t deadline); /* in the place of a process that was not called */
+void restart_at_once(ka_host *host);                           /* when policy and pause allow it; the error stays */
 
 #endif

@@ -223,6 +223,8 @@ static t_STEP await_turn(ka_host *host, int64_t until)
    makes the wait look once more; where descriptors are looked at, it is taken here. */
 static int32_t look_before_call(ka_host *host)
 {
+    if (host->segment.is_private && host->process.pid_fd != -1)
+        return start_with_more_room(host, host->steps.deadline);
     if (needs_no_descriptor(host)) return KA_DONE;
     if (!regain_process(host)) return fail_dead(host, "between calls");
     const int woken = wait_until(host, -1, 0);

@@ -127,6 +127,7 @@ struct t_PROCESS {
     int pid_fd;
     int status_fd;              /* /proc/PID/status; follows the process, not the number */
     int syscall_fd;             /* /proc/PID/syscall likewise; -1 where it may not be read */
+    bool called;                /* a request was sent to it */
     bool answered;              /* it has answered at least once */
     bool seen_waiting;          /* it was seen waiting for calls: it has started */
     t_SLEEP_PLACE idle_place;   /* of the idle host; empty when that is not known */
@@ -136,7 +137,7 @@ struct t_PROCESS {
     pid_t guard;                /* of a command; 0 for none */
     bool attached;              /* a command's host was found */
 };
-inline constexpr t_PROCESS no_process = {0, -1, -1, -1, false, false, {}, nullptr, nullptr, 0, 0, false};
+inline constexpr t_PROCESS no_process = {0, -1, -1, -1, false, false, false, {}, nullptr, nullptr, 0, 0, false};
 
 /* The work done for the process before its first call. The tables of a process that ended are in t_LAST_END. */
 struct t_PREPARED {
@@ -222,8 +223,12 @@ struct t_SEGMENT {
     int32_t id;
     int32_t size;           /* as the block says, which may be a little less than was allocated */
     int32_t scratch_offset; /* the scratch area, or the end of the segment when there is none */
+    char *reserved;         /* addresses for it to grow, at whose end it lies; null without ka_options.segment_max */
+    size_t reserved_bytes;
+    bool is_private; /* it has grown, and the next process is the first that gets it; until then id is the old one */
+    void *old;       /* which a process may be about to attach; else null */
 };
-inline constexpr t_SEGMENT no_segment = {nullptr, nullptr, nullptr, 0, 0, 0};
+inline constexpr t_SEGMENT no_segment = {nullptr, nullptr, nullptr, 0, 0, 0, nullptr, 0, false, nullptr};
 
 /* The call that was begun last. */
 struct t_BUILDING {

@@ -39,6 +39,7 @@ static constexpr ka_options default_options = {
     .reasons = KA_REASONS_OFF,
     .environment = nullptr,
     .directory = nullptr,
+    .segment_max = 0,
 };
 
 void ka_options_init(ka_options *options, uint32_t size)

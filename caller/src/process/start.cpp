@@ -154,7 +154,8 @@ static int32_t start_child(ka_host *host, const t_LAUNCH *launch, int64_t deadli
     if (error != 0) return fail_system(host, error, "cannot create a process");
     const int guard_error = host->life.words ? start_guard(host) : 0;
     if (guard_error != 0) return fail_system(host, guard_error, "cannot create a process");
-    if (!host->segment.base && create_segment(host) != KA_DONE) return host->error.error_class;
+    const int32_t segment = host->segment.base ? share_segment(host) : create_segment(host);
+    if (segment != KA_DONE) return segment;
     write_header(host);
     wipe_annex(host);
     if (!host->life.words) start_inspection(host);

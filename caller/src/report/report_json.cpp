@@ -47,7 +47,7 @@ static void write_argument(t_JSON *json, const ka_host *host, int32_t number)
     bool whole = argument->count <= SHOWN_ELEMENTS;
     json_open(json, nullptr, '{');
     json_text(json, "name", prototype ? prototype->name : nullptr);
-    json_text(json, "kind", prototype ? kind_name(prototype->kind) : nullptr);
+    json_text(json, "kind", prototype ? ka_kind_name(prototype->kind) : nullptr);
     json_text(json, "type", wire::type_name(argument->type));
     json_bool(json, "by_reference", argument->passing == KA_BY_REFERENCE);
     if (argument->type == DLL_STRING) json_number(json, "room", argument->room);

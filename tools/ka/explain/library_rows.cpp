@@ -139,6 +139,7 @@ constexpr Explanation rows[] = {
      "layout is %d; it is KA_LAYOUT_NATIVE (%d) or KA_LAYOUT_64 (%d)\n"
      "segment_bytes is %d; it must be at least scratch_bytes (%d) + %d\n"
      "segment_bytes is %d; it must not be above %d\n"
+     "segment_max is %d; it must be 0, or segment_bytes (%d) to %d\n"
      "waiting is %d; it is KA_WAIT_SAFE (%d) or KA_WAIT_FAST (%d)\n"
      "transport is %d; it is KA_TRANSPORT_SIGNALS (%d) to KA_TRANSPORT_PLAIN (%d)\n"
      "spin_us is %d; it must be 0 to %d",
@@ -162,6 +163,7 @@ constexpr Explanation rows[] = {
      "cannot keep the directory\n"
      "cannot keep the path\n"
      "cannot create a shared segment of %d bytes\n"
+     "cannot reserve addresses for segment_max\n"
      "cannot write to a pipe\n"
      "cannot read from a pipe\n"
      "cannot create a process\n"

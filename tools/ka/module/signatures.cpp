@@ -7,6 +7,7 @@
 #include <map>
 
 #include "base/nearest.h"
+#include "ka/caller.h"
 #include "wire/kinds.h"
 
 // ---- Kinds -----------------------------------------------------------------------------------------------------
@@ -19,7 +20,7 @@ bool is_kind(int32_t kind)
 std::string kind_name(int32_t kind)
 {
     if (kind == INT32_MIN) return "outside the module";
-    return is_kind(kind) ? wire::kinds[kind].name : "kind " + std::to_string(kind);
+    return is_kind(kind) ? ka_kind_name(kind) : "kind " + std::to_string(kind);
 }
 
 bool takes(int32_t kind, int32_t type)
@@ -29,7 +30,7 @@ bool takes(int32_t kind, int32_t type)
 
 bool changes(int32_t kind)
 {
-    return is_kind(kind) && wire::kinds[kind].gives_back;
+    return ka_kind_gives_back(kind) != 0;
 }
 
 int64_t min_elements(const Prototype &prototype)
@@ -39,11 +40,7 @@ int64_t min_elements(const Prototype &prototype)
 
 std::string types_taken_by(const Prototype &prototype)
 {
-    if (prototype.kind == KA_VARARG) return "anything";
-    std::string types;
-    for (int32_t type = DLL_INTEGER; type <= DLL_STRING; type++)
-        if (takes(prototype.kind, type)) types += (types.empty() ? "" : " or ") + std::string(wire::type_name(type));
-    return types;
+    return ka_kind_takes(prototype.kind);
 }
 
 std::string taken_by(const Prototype &prototype)
