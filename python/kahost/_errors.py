@@ -3,7 +3,6 @@
 
 from __future__ import annotations
 
-import json
 import signal as signals
 from decimal import Decimal
 from typing import TYPE_CHECKING, Any, ClassVar, Protocol
@@ -30,6 +29,8 @@ class Error(Exception):
     def _settle(self) -> tuple[str, dict[str, Any], bytes]:
         """The reports, which libkacall makes when they are asked for first."""
         if self._reports is None:
+            import json
+
             report, details, output = self._evidence.take() if self._evidence is not None else (None, None, None)
             self._evidence = None
             self._reports = (

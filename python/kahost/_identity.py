@@ -3,7 +3,6 @@
 
 from __future__ import annotations
 
-import hashlib
 import os
 from typing import TYPE_CHECKING, Any
 
@@ -40,6 +39,8 @@ def _notes(head: bytes, file: Any) -> Any:
 
 def identify(path: str | bytes) -> str:
     """The build id of a module's file, or else its SHA-256."""
+    import hashlib
+
     with open(path, "rb") as file:
         head = file.read(64)
         if head[:4] == b"\x7fELF" and head[5:6] == b"\1":

@@ -3,7 +3,6 @@
 
 from __future__ import annotations
 
-import copy
 import sys
 from collections.abc import Sequence
 from decimal import MAX_EMAX, MIN_EMIN, Context, Decimal
@@ -119,4 +118,9 @@ def copy_buffer(buffer: Any) -> Any:
     if isinstance(buffer, memoryview):
         flat = memoryview(bytearray(buffer.nbytes))
         return flat.cast(buffer.format[-1:], buffer.shape or ()) if buffer.nbytes else buffer[:0]
-    return copy.copy(buffer)
+    copy = getattr(buffer, "__copy__", None)
+    if copy is not None:
+        return copy()
+    import copy as copies
+
+    return copies.copy(buffer)
