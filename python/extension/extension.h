@@ -104,6 +104,7 @@ typedef struct t_HOST {
     void *scratch;        /* the scratch area, null for none: as long as ka */
     int32_t scratch_size;
     Py_ssize_t exports;   /* of the scratch area */
+    struct t_HOST *next_exporting; /* of all hosts with exports */
 } t_HOST;
 
 extern PyType_Spec host_spec;
@@ -111,6 +112,7 @@ unsigned fork_count(void); /* how many times this process has been made by fork 
 int watch_forks(void);
 
 bool is_closed(const t_HOST *host);
+int check_open(t_HOST *host);
 int enter_host(t_HOST *host); /* this thread's turn */
 void leave_host(t_HOST *host);
 int enter_host_later(t_HOST *host, t_WAITER **waiter); /* for a call in steps: null when it is its turn at once */
@@ -211,6 +213,26 @@ typedef struct t_CALL {
 int take_arguments(t_CALL *call, PyObject *positional, PyObject *named);
 int add_arguments(t_CALL *call);
 
+/* What takes the elements of a sequence, a tuple. */
+typedef int t_ADD_ELEMENTS(t_CALL *call, int i, PyObject *elements, int32_t passing);
+PyObject *elements_of(t_CALL *call, int i, const char *takes); /* of argument i, counted; takes: what it takes */
+int add_sequence(t_CALL *call, int i, const char *takes, t_ADD_ELEMENTS *add); /* by reference */
+
+/* numbers.c: each adds the value of argument i. */
+int add_integer(t_CALL *call, int i, int32_t passing);
+int add_real(t_CALL *call, int i, int32_t passing);
+int add_number(t_CALL *call, int i);                 /* RealByValue: an int as what it is */
+int add_numbers(t_CALL *call, int i, bool integers); /* an array of INTEGERs or REALs */
+int add_any_buffer(t_CALL *call, int i, int32_t passing); /* 1 when it is one and was added, else 0 */
+t_ADD_ELEMENTS add_integer_elements;
+t_ADD_ELEMENTS add_real_elements;
+
+/* strings.c: the same. */
+int unwrap_text(t_CALL *call, int i); /* out of its Text, whose room is taken */
+int add_string(t_CALL *call, int i, int32_t passing, bool ends_at_zero);
+int add_strings(t_CALL *call, int i);
+t_ADD_ELEMENTS add_string_elements;
+
 /* results.c */
 PyObject *make_results(t_CALL *call);
 
@@ -253,5 +275,6 @@ PyObject *read_tables(PyObject *module, PyObject *path);
 
 extern PyType_Spec scratch_spec;
 PyObject *make_scratch(t_HOST *host); /* an object with the buffer protocol */
+void replace_exported_areas(void);    /* in a child that was forked */
 
 #endif

@@ -1,7 +1,46 @@
 /* SPDX-License-Identifier: MIT
  *
  * The scratch area as an object with the buffer protocol. Its views are counted: the area must not go before them. */
+#define _GNU_SOURCE
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include "extension.h"
+
+/* ---- Areas with views ------------------------------------------------------------------------------------------ */
+
+static t_HOST *exporting;
+
+static void count_export(t_HOST *host)
+{
+    if (host->exports++ > 0) return;
+    host->next_exporting = exporting;
+    exporting = host;
+}
+
+static void count_release(t_HOST *host)
+{
+    if (--host->exports > 0) return;
+    t_HOST **link = &exporting;
+    while (*link != host)
+        link = &(*link)->next_exporting;
+    *link = host->next_exporting;
+}
+
+/* The area itself is not in the child. Views that the child has inherited find zeros there, of its own. */
+void replace_exported_areas(void)
+{
+    const uintptr_t page = (uintptr_t)sysconf(_SC_PAGESIZE);
+    for (t_HOST *host = exporting; host; host = host->next_exporting) {
+        const uintptr_t from = (uintptr_t)host->scratch / page * page;
+        const uintptr_t to = (uintptr_t)host->scratch + (uintptr_t)host->scratch_size;
+        if (host->scratch)
+            mmap((void *)from, to - from, PROT_READ | PROT_WRITE,
+                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+    }
+}
+
+/* ---- The object ------------------------------------------------------------------------------------------------ */
 
 typedef struct t_SCRATCH {
     PyObject_HEAD
@@ -26,14 +65,14 @@ static int get_buffer(PyObject *self, Py_buffer *view, int flags)
     }
     void *area = host->scratch ? host->scratch : &none;
     if (PyBuffer_FillInfo(view, self, area, host->scratch_size, 0, flags) < 0) return -1;
-    host->exports++;
+    count_export(host);
     return 0;
 }
 
 static void release_buffer(PyObject *self, Py_buffer *view)
 {
     (void)view;
-    ((t_SCRATCH *)self)->host->exports--;
+    count_release(((t_SCRATCH *)self)->host);
 }
 
 static void scratch_dealloc(PyObject *self)
