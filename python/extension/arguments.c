@@ -144,11 +144,16 @@ static int add_more(t_CALL *call, int i)
     }
     if (unwrap_text(call, i) < 0) return -1;
     switch (type_of(state, argument->value)) {
-    case AN_INT: return add_integer(call, i, passing);
-    case A_NUMBER: return is_instance(argument->value, state->InPlace) || PyObject_CheckBuffer(argument->value)
-                              ? add_array(call, i, passing) : add_real(call, i, passing);
-    case A_TEXT: return add_string(call, i, passing, false);
-    default: return add_array(call, i, passing);
+    case AN_INT:
+        return add_integer(call, i, passing);
+    case A_NUMBER:
+        return is_instance(argument->value, state->InPlace) || PyObject_CheckBuffer(argument->value)
+                   ? add_array(call, i, passing)
+                   : add_real(call, i, passing);
+    case A_TEXT:
+        return add_string(call, i, passing, false);
+    default:
+        return add_array(call, i, passing);
     }
 }
 
@@ -158,16 +163,26 @@ static int add_more(t_CALL *call, int i)
 static int add_argument(t_CALL *call, int i, int32_t kind)
 {
     switch (kind) {
-    case KA_INT_BY_VALUE: return add_integer(call, i, KA_BY_VALUE);
-    case KA_INT_BY_REFERENCE: return add_integer(call, i, KA_BY_REFERENCE);
-    case KA_INT_ARRAY: return add_numbers(call, i, true);
-    case KA_REAL_BY_VALUE: return add_number(call, i);
-    case KA_REAL_BY_REFERENCE: return add_real(call, i, KA_BY_REFERENCE);
-    case KA_REAL_ARRAY: return add_numbers(call, i, false);
-    case KA_ZSTRING: return add_string(call, i, KA_BY_VALUE, true);
-    case KA_STRING: return add_string(call, i, KA_BY_REFERENCE, false);
-    case KA_STRING_ARRAY: return add_strings(call, i);
-    default: return add_more(call, i);
+    case KA_INT_BY_VALUE:
+        return add_integer(call, i, KA_BY_VALUE);
+    case KA_INT_BY_REFERENCE:
+        return add_integer(call, i, KA_BY_REFERENCE);
+    case KA_INT_ARRAY:
+        return add_numbers(call, i, true);
+    case KA_REAL_BY_VALUE:
+        return add_number(call, i);
+    case KA_REAL_BY_REFERENCE:
+        return add_real(call, i, KA_BY_REFERENCE);
+    case KA_REAL_ARRAY:
+        return add_numbers(call, i, false);
+    case KA_ZSTRING:
+        return add_string(call, i, KA_BY_VALUE, true);
+    case KA_STRING:
+        return add_string(call, i, KA_BY_REFERENCE, false);
+    case KA_STRING_ARRAY:
+        return add_strings(call, i);
+    default:
+        return add_more(call, i);
     }
 }
 

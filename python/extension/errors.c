@@ -140,9 +140,9 @@ int fail_library(t_HOST *host, t_FUNCTION *function)
     PyObject *exception =
         place && message
             ? PyObject_CallFunction(host->state->library_error, "iO(iiiiiL)OOO", (int)error.error_class, message,
-                                    (int)error.retry, (int)error.sys_errno, (int)error.exit_status,
-                                  (int)error.signal, (int)error.return_code, (long long)error.needed_bytes,
-                                    function_object(function), place, (PyObject *)evidence)
+                                    (int)error.retry, (int)error.sys_errno, (int)error.exit_status, (int)error.signal,
+                                    (int)error.return_code, (long long)error.needed_bytes, function_object(function),
+                                    place, (PyObject *)evidence)
             : NULL;
     Py_XDECREF(message);
     Py_XDECREF(place);

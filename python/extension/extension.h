@@ -31,19 +31,19 @@ enum { MAX_ARGUMENTS = 51 }; /* one more than a call can have: libkacall refuses
 /* ---- The module's state ---------------------------------------------------------------------------------------- */
 
 /* What the package hands over, once, by name (setup). The names are the attributes that it is called with. */
-#define KAHOST_HANDED_OVER(X)                                                                                         \
-    X(library_error)   /* (class, message, numbers, function, place, evidence): an exception made from ka_error */    \
-    X(argument_error)  /* (class, message, function, place): an exception for an argument that was not sent */        \
-    X(lost_digits)     /* (value, nearest, function, place): LostDigits */                                            \
-    X(returned_code)   /* (function, code, results): ReturnedCode */                                                  \
-    X(answer_on_error) /* (): what a module hears after an exception */                                               \
-    X(result_type)     /* (function): the class of its results */                                                     \
-    X(Returned)        /* the class of (code, results) */                                                             \
-    X(Text)            /* the classes of wrapped arguments */                                                         \
-    X(Ref)                                                                                                            \
-    X(InPlace)                                                                                                        \
-    X(exact_text)      /* (number): decimal text of a number of a seldom type, or NotImplemented */                   \
-    X(copy_buffer)     /* (object): a new object of its type */                                                       \
+#define KAHOST_HANDED_OVER(X)                                                                                      \
+    X(library_error)   /* (class, message, numbers, function, place, evidence): an exception made from ka_error */ \
+    X(argument_error)  /* (class, message, function, place): an exception for an argument that was not sent */     \
+    X(lost_digits)     /* (value, nearest, function, place): LostDigits */                                         \
+    X(returned_code)   /* (function, code, results): ReturnedCode */                                               \
+    X(answer_on_error) /* (): what a module hears after an exception */                                            \
+    X(result_type)     /* (function): the class of its results */                                                  \
+    X(Returned)        /* the class of (code, results) */                                                          \
+    X(Text)            /* the classes of wrapped arguments */                                                      \
+    X(Ref)                                                                                                         \
+    X(InPlace)                                                                                                     \
+    X(exact_text)  /* (number): decimal text of a number of a seldom type, or NotImplemented */                    \
+    X(copy_buffer) /* (object): a new object of its type */                                                        \
     X(LossyKind)
 
 typedef struct t_STATE {
@@ -76,34 +76,33 @@ typedef struct t_WAITER {
 } t_WAITER;
 
 typedef struct t_HOST {
-    PyObject_HEAD
-    PyObject *module; /* the extension */
-    t_STATE *state;   /* of module */
-    ka_host *ka;      /* null before it is opened, and once it is closed */
-    PyObject *path;   /* bytes */
+    PyObject_HEAD PyObject *module; /* the extension */
+    t_STATE *state;                 /* of module */
+    ka_host *ka;                    /* null before it is opened, and once it is closed */
+    PyObject *path;                 /* bytes */
     PyObject *callback;
     ka_options options;
     char **environment; /* or null */
     char *directory;
     PyObject *encoding; /* bytes, as errors */
     PyObject *errors;
-    bool utf8;          /* encoding is UTF-8 */
+    bool utf8; /* encoding is UTF-8 */
     bool reals_as_floats;
     int32_t room;
-    unsigned forks;     /* fork_count() where it was opened */
+    unsigned forks; /* fork_count() where it was opened */
 
     unsigned long owner; /* the thread that uses ka, or 0 */
     bool in_callback;
-    bool awaited;        /* by a call in steps: the owner is the thread of its event loop */
-    t_WAITER *first;     /* in the order in which they came */
+    bool awaited;    /* by a call in steps: the owner is the thread of its event loop */
+    t_WAITER *first; /* in the order in which they came */
     t_WAITER *last;
 
     t_EVIDENCE *evidence; /* of the last error, not yet asked for: before ka is used again */
     char *arena;          /* for values on their way */
     size_t arena_size;
-    void *scratch;        /* the scratch area, null for none: as long as ka */
+    void *scratch; /* the scratch area, null for none: as long as ka */
     int32_t scratch_size;
-    Py_ssize_t exports;   /* of the scratch area */
+    Py_ssize_t exports;            /* of the scratch area */
     struct t_HOST *next_exporting; /* of all hosts with exports */
 } t_HOST;
 
@@ -117,15 +116,14 @@ int enter_host(t_HOST *host); /* this thread's turn */
 void leave_host(t_HOST *host);
 int enter_host_later(t_HOST *host, t_WAITER **waiter); /* for a call in steps: null when it is its turn at once */
 void drop_waiter(t_HOST *host, t_WAITER *waiter);      /* which has waited long enough; leaves its turn to it */
-void *arena(t_HOST *host, size_t size); /* until it is called again */
+void *arena(t_HOST *host, size_t size);                /* until it is called again */
 int fail_closed(t_HOST *host);
 
 /* ---- Errors ---------------------------------------------------------------------------------------------------- */
 
 /* The reports of an error, made when they are asked for, or before the host is used again. */
 struct t_EVIDENCE {
-    PyObject_HEAD
-    t_HOST *host; /* that still has them, not owned; or null */
+    PyObject_HEAD t_HOST *host; /* that still has them, not owned; or null */
     int32_t error_class;
     PyObject *report; /* bytes or None, as the others */
     PyObject *json;
@@ -147,22 +145,21 @@ int fail_host(t_HOST *host, int32_t error_class, const char *text);
 /* ---- Functions ------------------------------------------------------------------------------------------------- */
 
 typedef struct t_PARAMETER {
-    PyObject *name;         /* str */
+    PyObject *name;          /* str */
     PyObject *default_value; /* or null */
     int32_t kind;
 } t_PARAMETER;
 
 struct t_FUNCTION {
-    PyObject_HEAD
-    t_HOST *host;
-    PyObject *name; /* bytes, as the table has it */
+    PyObject_HEAD t_HOST *host;
+    PyObject *name;         /* bytes, as the table has it */
     PyObject *result_class; /* or null: not made yet */
     t_PARAMETER *parameters;
-    int count;       /* of parameters before a VarArg */
-    bool takes_more; /* VarArg: parameters[count] */
-    int32_t deadline_ms;  /* of this function's calls; 0: the host's */
-    int32_t room;         /* -1: the host's */
-    int reals_as_floats;  /* -1: as the host */
+    int count;           /* of parameters before a VarArg */
+    bool takes_more;     /* VarArg: parameters[count] */
+    int32_t deadline_ms; /* of this function's calls; 0: the host's */
+    int32_t room;        /* -1: the host's */
+    int reals_as_floats; /* -1: as the host */
 };
 
 extern PyType_Spec function_spec;
@@ -221,8 +218,8 @@ int add_sequence(t_CALL *call, int i, const char *takes, t_ADD_ELEMENTS *add); /
 /* numbers.c: each adds the value of argument i. */
 int add_integer(t_CALL *call, int i, int32_t passing);
 int add_real(t_CALL *call, int i, int32_t passing);
-int add_number(t_CALL *call, int i);                 /* RealByValue: an int as what it is */
-int add_numbers(t_CALL *call, int i, bool integers); /* an array of INTEGERs or REALs */
+int add_number(t_CALL *call, int i);                      /* RealByValue: an int as what it is */
+int add_numbers(t_CALL *call, int i, bool integers);      /* an array of INTEGERs or REALs */
 int add_any_buffer(t_CALL *call, int i, int32_t passing); /* 1 when it is one and was added, else 0 */
 t_ADD_ELEMENTS add_integer_elements;
 t_ADD_ELEMENTS add_real_elements;
@@ -242,8 +239,8 @@ void end_call(t_CALL *call); /* drops what it holds */
 int build_call(t_CALL *call);
 bool may_start(const t_HOST *host); /* ka_send starts it */
 int answer_callback(t_CALL *call, int32_t value);
-void keep_raised(t_CALL *call);                                /* the exception that is set */
-PyObject *call_results(t_CALL *call, int status);              /* of a call that ended, with status; or null */
+void keep_raised(t_CALL *call);                                   /* the exception that is set */
+PyObject *call_results(t_CALL *call, int status);                 /* of a call that ended, with status; or null */
 PyObject *finish_call(t_CALL *call, PyObject *results, bool raw); /* as the caller gets them; results: taken over */
 PyObject *call_function(t_FUNCTION *function, PyObject *positional, PyObject *named, bool raw);
 

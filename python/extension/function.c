@@ -48,8 +48,8 @@ static PyObject *function_new(PyTypeObject *type, PyObject *args, PyObject *name
     PyObject *host, *name, *list;
     int takes_more, deadline_ms = 0, room = -1, floats = -1;
     static char *names[] = {"host", "name", "parameters", "takes_more", "deadline_ms", "room", "floats", NULL};
-    if (!PyArg_ParseTupleAndKeywords(args, named, "OSO!p|iii", names, &host, &name, &PyTuple_Type, &list,
-                                     &takes_more, &deadline_ms, &room, &floats))
+    if (!PyArg_ParseTupleAndKeywords(args, named, "OSO!p|iii", names, &host, &name, &PyTuple_Type, &list, &takes_more,
+                                     &deadline_ms, &room, &floats))
         return NULL;
     const Py_ssize_t count = PyTuple_Size(list);
     if (count > MAX_ARGUMENTS || (takes_more && count == 0)) {
@@ -137,8 +137,9 @@ static PyGetSetDef function_attributes[] = {
 };
 
 static PyType_Slot function_slots[] = {
-    {Py_tp_new, function_new},         {Py_tp_dealloc, function_dealloc}, {Py_tp_traverse, function_traverse},
-    {Py_tp_clear, function_clear},     {Py_tp_call, function_call},       {Py_tp_methods, function_methods},
+    {Py_tp_new, function_new},           {Py_tp_dealloc, function_dealloc},
+    {Py_tp_traverse, function_traverse}, {Py_tp_clear, function_clear},
+    {Py_tp_call, function_call},         {Py_tp_methods, function_methods},
     {Py_tp_getset, function_attributes}, {0, NULL},
 };
 

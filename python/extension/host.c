@@ -52,20 +52,22 @@ static int take_environment(t_HOST *host, PyObject *environment, PyObject *direc
 
 static PyObject *host_new(PyTypeObject *type, PyObject *args, PyObject *named)
 {
-    static char *names[] = {"path",      "deadline_ms",    "grace_ms", "restart",   "segment",     "scratch",
-                            "pause_ms",  "pause_max_ms",   "output",   "output_fd", "ring",        "trace",
-                            "transport", "spin_us",        "room",     "floats",    "encoding",    "errors",
-                            "callback",  "environment",    "directory", NULL};
+    static char *names[] = {"path",      "deadline_ms",  "grace_ms",  "restart",   "segment",  "scratch",
+                            "pause_ms",  "pause_max_ms", "output",    "output_fd", "ring",     "trace",
+                            "transport", "spin_us",      "room",      "floats",    "encoding", "errors",
+                            "callback",  "environment",  "directory", NULL};
     ka_options options;
     ka_options_init(&options, sizeof options);
     PyObject *path, *encoding, *errors, *callback, *environment, *directory;
     int room, floats;
-    if (!PyArg_ParseTupleAndKeywords(
-            args, named, "Siiiiiiiiiiiiiip" "SSOOO", names, &path, &options.deadline_ms, &options.grace_ms,
-            &options.restart, &options.segment_bytes, &options.scratch_bytes, &options.restart_pause_ms,
-            &options.restart_pause_max_ms, &options.error_output, &options.error_fd, &options.ring_bytes,
-            &options.trace_level, &options.transport, &options.spin_us, &room, &floats, &encoding, &errors, &callback,
-            &environment, &directory))
+    if (!PyArg_ParseTupleAndKeywords(args, named,
+                                     "Siiiiiiiiiiiiiip"
+                                     "SSOOO",
+                                     names, &path, &options.deadline_ms, &options.grace_ms, &options.restart,
+                                     &options.segment_bytes, &options.scratch_bytes, &options.restart_pause_ms,
+                                     &options.restart_pause_max_ms, &options.error_output, &options.error_fd,
+                                     &options.ring_bytes, &options.trace_level, &options.transport, &options.spin_us,
+                                     &room, &floats, &encoding, &errors, &callback, &environment, &directory))
         return NULL;
     PyObject *module = PyType_GetModule(type);
     if (!module) return NULL;
@@ -386,8 +388,12 @@ static PyGetSetDef host_attributes[] = {
 };
 
 static PyType_Slot host_slots[] = {
-    {Py_tp_new, host_new},         {Py_tp_dealloc, host_dealloc}, {Py_tp_traverse, host_traverse},
-    {Py_tp_clear, host_clear},     {Py_tp_methods, host_methods}, {Py_tp_getset, host_attributes},
+    {Py_tp_new, host_new},
+    {Py_tp_dealloc, host_dealloc},
+    {Py_tp_traverse, host_traverse},
+    {Py_tp_clear, host_clear},
+    {Py_tp_methods, host_methods},
+    {Py_tp_getset, host_attributes},
     {0, NULL},
 };
 

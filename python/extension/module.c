@@ -133,14 +133,9 @@ static PyModuleDef_Slot slots[] = {
 };
 
 static PyModuleDef definition = {
-    PyModuleDef_HEAD_INIT,
-    .m_name = "kahost._kahost",
-    .m_doc = "Hosts and calls, for the package kahost.",
-    .m_size = sizeof(t_STATE),
-    .m_methods = methods,
-    .m_slots = slots,
-    .m_traverse = traverse,
-    .m_clear = clear,
+    PyModuleDef_HEAD_INIT,     .m_name = "kahost._kahost", .m_doc = "Hosts and calls, for the package kahost.",
+    .m_size = sizeof(t_STATE), .m_methods = methods,       .m_slots = slots,
+    .m_traverse = traverse,    .m_clear = clear,
 };
 
 PyMODINIT_FUNC PyInit__kahost(void)

@@ -67,8 +67,10 @@ static int add_as_buffer(t_CALL *call, int i, bool integers)
     if (found < 0) return -1;
     if (found) return add_buffer(call, i, integers, &view, KA_BY_REFERENCE) < 0 ? -1 : 1;
     if (!argument->in_place) return 0;
-    return fail_type(call->function, i, integers ? "a C-contiguous buffer of format i in InPlace"
-                                                 : "a C-contiguous buffer of format d in InPlace", argument->value);
+    return fail_type(call->function, i,
+                     integers ? "a C-contiguous buffer of format i in InPlace"
+                              : "a C-contiguous buffer of format d in InPlace",
+                     argument->value);
 }
 
 /* ---- INTEGER --------------------------------------------------------------------------------------------------- */
@@ -197,5 +199,6 @@ int add_any_buffer(t_CALL *call, int i, int32_t passing)
         if (found) return add_buffer(call, i, integers, &view, in_place ? KA_BY_REFERENCE : passing) < 0 ? -1 : 1;
     }
     if (!call->arguments[i].in_place) return 0;
-    return fail_type(call->function, i, "a C-contiguous buffer of format i or d in InPlace", call->arguments[i].value);
+    return fail_type(call->function, i, "a C-contiguous buffer of format i or d in InPlace",
+                     call->arguments[i].value);
 }

@@ -6,7 +6,6 @@
 
 /* ---- One value ------------------------------------------------------------------------------------------------- */
 
-
 static PyObject *take_integer(t_CALL *call, int i)
 {
     int32_t value = 0;
@@ -146,15 +145,23 @@ static PyObject *take_result(t_CALL *call, int i, int in_place)
 {
     if (!ka_gives_back(call->host->ka, i)) return Py_NewRef(Py_None);
     switch (call->arguments[i].shape) {
-    case AN_INTEGER: return take_integer(call, i);
-    case INTEGERS: return take_list(call, i, fill_with_integers);
-    case A_REAL: return take_real(call, i);
-    case REALS: return take_list(call, i, fill_with_reals);
-    case A_STRING: return take_string(call, i, 0);
-    case STRINGS: return take_list(call, i, fill_with_strings);
+    case AN_INTEGER:
+        return take_integer(call, i);
+    case INTEGERS:
+        return take_list(call, i, fill_with_integers);
+    case A_REAL:
+        return take_real(call, i);
+    case REALS:
+        return take_list(call, i, fill_with_reals);
+    case A_STRING:
+        return take_string(call, i, 0);
+    case STRINGS:
+        return take_list(call, i, fill_with_strings);
     case INTEGER_BUFFER:
-    case REAL_BUFFER: return take_buffer(call, i, in_place);
-    case GIVES_NOTHING: break;
+    case REAL_BUFFER:
+        return take_buffer(call, i, in_place);
+    case GIVES_NOTHING:
+        break;
     }
     return Py_NewRef(Py_None);
 }
@@ -180,7 +187,8 @@ static int take_results(t_CALL *call, int first, int last, PyObject **values, in
 static PyObject *make_tuple(PyTypeObject *type, PyObject **values, int count)
 {
     const allocfunc allocate = (allocfunc)PyType_GetSlot(type, Py_tp_alloc);
-    PyObject *tuple = type == &PyTuple_Type ? PyTuple_New(count) : allocate(type, count); /* there is one empty tuple */
+    PyObject *tuple =
+        type == &PyTuple_Type ? PyTuple_New(count) : allocate(type, count); /* there is one empty tuple */
     for (int i = 0; i < count; i++)
         if (!tuple || PyTuple_SetItem(tuple, i, values[i]) < 0) Py_CLEAR(tuple);
     return tuple;

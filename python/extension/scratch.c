@@ -35,16 +35,15 @@ void replace_exported_areas(void)
         const uintptr_t from = (uintptr_t)host->scratch / page * page;
         const uintptr_t to = (uintptr_t)host->scratch + (uintptr_t)host->scratch_size;
         if (host->scratch)
-            mmap((void *)from, to - from, PROT_READ | PROT_WRITE,
-                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+            mmap((void *)from, to - from, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE,
+                 -1, 0);
     }
 }
 
 /* ---- The object ------------------------------------------------------------------------------------------------ */
 
 typedef struct t_SCRATCH {
-    PyObject_HEAD
-    t_HOST *host; /* owned */
+    PyObject_HEAD t_HOST *host; /* owned */
 } t_SCRATCH;
 
 PyObject *make_scratch(t_HOST *host)

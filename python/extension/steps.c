@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: MIT
  *
- * The type Steps: a call for an event loop, which watches a descriptor and takes a step when it is readable. First the
- * call waits for its turn, behind threads and other calls, then it is sent; the host is in use until the end. Dropped
- * before that, the call is cancelled. A step that may take long, since a process starts or ends, can be taken in
- * another thread; call-backs are answered in the thread of the loop alone. */
+ * The type Steps: a call for an event loop, which watches a descriptor and takes a step when it is readable. First
+ * the call waits for its turn, behind threads and other calls, then it is sent; the host is in use until the end.
+ * Dropped before that, the call is cancelled. A step that may take long, since a process starts or ends, can be taken
+ * in another thread; call-backs are answered in the thread of the loop alone. */
 #define _GNU_SOURCE
 #include <time.h>
 
@@ -12,13 +12,12 @@
 enum t_STAGE { QUEUED, ITS_TURN, SENT, ASKED, OVER };
 
 typedef struct t_STEPS {
-    PyObject_HEAD
-    t_CALL call;
+    PyObject_HEAD t_CALL call;
     enum t_STAGE stage;
     t_WAITER *waiter; /* QUEUED: in the host's queue */
     int32_t value;    /* ASKED: what the module sent */
     bool cancelled;
-    double late_at;   /* SENT: when the deadline is over */
+    double late_at; /* SENT: when the deadline is over */
     PyObject *results;
     PyObject *failure[3]; /* or the exception */
 } t_STEPS;
@@ -141,7 +140,8 @@ static void leave_early(t_STEPS *steps)
     end(steps, NULL);
 }
 
-/* In a child of the process that began it the host is closed; so it is when another thread closed it before its turn. */
+/* In a child of the process that began it the host is closed; so it is when another thread closed it before its turn.
+ */
 static bool lost_its_host(t_STEPS *steps)
 {
     t_HOST *host = steps->call.host;
@@ -287,8 +287,11 @@ static PyMethodDef steps_methods[] = {
 };
 
 static PyType_Slot steps_slots[] = {
-    {Py_tp_dealloc, steps_dealloc}, {Py_tp_traverse, steps_traverse}, {Py_tp_clear, steps_clear},
-    {Py_tp_methods, steps_methods}, {0, NULL},
+    {Py_tp_dealloc, steps_dealloc},
+    {Py_tp_traverse, steps_traverse},
+    {Py_tp_clear, steps_clear},
+    {Py_tp_methods, steps_methods},
+    {0, NULL},
 };
 
 PyType_Spec steps_spec = {

@@ -43,8 +43,7 @@ static int text_from(t_CALL *call, int i, PyObject *value, ka_text *text, PyObje
                                                                  PyBytes_AsString(host->errors));
         if (!*held || PyBytes_AsStringAndSize(*held, (char **)&characters, &length) < 0) return -1;
     }
-    if (length > INT32_MAX)
-        return fail_argument(call->function, i, KA_ARGUMENT, "is longer than a call can have");
+    if (length > INT32_MAX) return fail_argument(call->function, i, KA_ARGUMENT, "is longer than a call can have");
     text->data = characters;
     text->length = (int32_t)length;
     return 0;

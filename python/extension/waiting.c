@@ -19,9 +19,16 @@ typedef struct t_TASK {
     sem_t done;
 } t_TASK;
 
+/* Asked at each call: the answer is kept until a fork. */
 bool in_main_thread(void)
 {
-    return gettid() == getpid();
+    static _Thread_local unsigned asked; /* after how many forks, counted from 1; 0: never */
+    static _Thread_local bool answer;
+    if (asked != fork_count() + 1) {
+        asked = fork_count() + 1;
+        answer = gettid() == getpid();
+    }
+    return answer;
 }
 
 static void *run_task(void *argument)
