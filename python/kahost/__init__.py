@@ -74,6 +74,11 @@ __all__ = [
     "rounded",
 ]
 
+for _name in __all__:  # whatever file they are in: tracebacks and pickles name the package
+    _class = globals().get(_name)
+    if isinstance(_class, type):
+        _class.__module__ = __name__
+
 answer_on_error: int = 0  # what a module hears from a call-back that has raised
 
 _warnings.filterwarnings("ignore", category=LossyKind, append=True)

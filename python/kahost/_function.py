@@ -149,7 +149,7 @@ class Function(_kahost.Function):
         """With further changes, as changes_of gives them."""
         return type(self)(self._host, self._plan, self._origin, **{**self._changes, **changes})
 
-    def aio(self, *args: object, **kwargs: object) -> Awaitable[Any]:
+    def aio(self, *args: Any, **kwargs: Any) -> Awaitable[Any]:
         """The call for await: the event loop goes on."""
         from . import _aio
 

@@ -6,7 +6,7 @@ from __future__ import annotations
 import os
 from collections.abc import Callable, Mapping
 from types import MappingProxyType, TracebackType
-from typing import IO, Any, TypeVar, overload
+from typing import IO, Any, Self, TypeVar, overload
 
 from . import _kahost, _paths
 from ._errors import DiedError, StartError, start_error
@@ -161,7 +161,7 @@ class Module:
             object.__setattr__(self, "_view", None)
         self._host.close()
 
-    def __enter__(self) -> Module:
+    def __enter__(self) -> Self:
         return self
 
     def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, traceback: TracebackType | None) -> None:

@@ -8,9 +8,9 @@ import subprocess
 import sys
 
 import pytest
-from conftest import wait_until
+from conftest import FULL, wait_until
 
-ROUNDS = int(os.environ.get("KA_EXIT_ROUNDS", "4"))
+ROUNDS = int(os.environ.get("KA_EXIT_ROUNDS", "50" if FULL else "4"))
 
 BEGIN = """
 import atexit, builtins, os, signal, sys, threading, time

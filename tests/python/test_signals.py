@@ -13,9 +13,9 @@ import time
 import pytest
 
 import kahost
-from conftest import ROOT, wait_until
+from conftest import FULL, ROOT, wait_until
 
-TIMES = int(os.environ.get("KA_CALLS", "60"))
+TIMES = int(os.environ.get("KA_CALLS", "1000" if FULL else "60"))
 SEED = int(os.environ.get("KA_SEED", "1") if os.environ.get("KA_SEED", "1").isdigit() else random.randrange(2**32))
 
 

@@ -10,9 +10,9 @@ import time
 import pytest
 
 import kahost
-from conftest import wait_until
+from conftest import FULL, wait_until
 
-CALLS = int(os.environ.get("KA_CALLS", "500"))
+CALLS = int(os.environ.get("KA_CALLS", "10000" if FULL else "500"))
 
 
 def in_threads(count, work):
