@@ -5,6 +5,7 @@
 
 #include <errno.h>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/timerfd.h>
 
 #include "base/clock.h"
@@ -24,17 +25,34 @@
 enum : int64_t { UNSAFE_PAUSE_NS = 50 * NS_PER_MS, FIRST_SAFE_PAUSE_NS = NS_PER_S };
 
 /* 0: never. Set like this a timer that has expired is not readable any more. */
-static void set_timer(const ka_host *host, int64_t at)
+static void set_timer(ka_host *host, int64_t at)
 {
+    if (at == 0 && !host->wait_fd.is_timed) return;
+    host->wait_fd.is_timed = at != 0;
     const struct itimerspec when = {{0, 0}, {static_cast<time_t>(at / NS_PER_S), static_cast<long>(at % NS_PER_S)}};
     timerfd_settime(host->wait_fd.timer_fd, TFD_TIMER_ABSTIME, &when, nullptr);
+}
+
+static void watch_bell(const ka_host *host, uint32_t events)
+{
+    struct epoll_event event = {};
+    event.events = events;
+    epoll_ctl(host->wait_fd.fd, EPOLL_CTL_MOD, host->wait_fd.bell_fd, &event);
 }
 
 void ring_wait_fd(const ka_host *host)
 {
     const int error = errno;
-    if (host->wait_fd.timer_fd != -1) set_timer(host, 1);
+    __atomic_store_n(&host->wait_fd.is_ringing, true, __ATOMIC_SEQ_CST);
+    if (host->wait_fd.bell_fd != -1) watch_bell(host, EPOLLIN);
     errno = error;
+}
+
+static void still_bell(ka_host *host)
+{
+    if (!__atomic_load_n(&host->wait_fd.is_ringing, __ATOMIC_SEQ_CST)) return;
+    __atomic_store_n(&host->wait_fd.is_ringing, false, __ATOMIC_SEQ_CST);
+    watch_bell(host, 0);
 }
 
 static void add_source(const ka_host *host, int fd)
@@ -67,7 +85,7 @@ static int64_t next_look(ka_host *host)
     return now_ns() + host->wait_fd.pause;
 }
 
-/* What was noted while the timer was set was perhaps overwritten by that. */
+/* What was noted while the bell was made still was perhaps overwritten by that. */
 void arm_wait_fd(ka_host *host)
 {
     if (host->wait_fd.fd == -1) return;
@@ -78,10 +96,13 @@ void arm_wait_fd(ka_host *host)
         add_source(host, host->waiting.doorbell_fd);
         host->wait_fd.is_armed = true;
     }
+    still_bell(host);
+    if (is_cancelled(host) || (host->waiting.is_away && (host->waiting.waiter->noted || has_replied(host)))) {
+        ring_wait_fd(host); /* and nothing else is needed */
+        return;
+    }
     const int64_t look = next_look(host);
     set_timer(host, look < host->steps.deadline ? look : host->steps.deadline);
-    if (is_cancelled(host) || (host->waiting.is_away && (host->waiting.waiter->noted || has_replied(host))))
-        ring_wait_fd(host);
 }
 
 void disarm_wait_fd(ka_host *host)
@@ -92,12 +113,14 @@ void disarm_wait_fd(ka_host *host)
     remove_source(host, host->options.cancel_fd);
     remove_source(host, host->waiting.doorbell_fd);
     set_timer(host, 0);
+    still_bell(host);
 }
 
 /* ---- The descriptor -------------------------------------------------------------------------------------------- */
 
 void close_wait_fd(ka_host *host)
 {
+    close_fd(&host->wait_fd.bell_fd);
     close_fd(&host->wait_fd.timer_fd);
     close_fd(&host->wait_fd.fd);
 }
@@ -106,12 +129,17 @@ static int32_t open_wait_fd(ka_host *host)
 {
     host->wait_fd.fd = epoll_create1(EPOLL_CLOEXEC);
     host->wait_fd.timer_fd = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    host->wait_fd.bell_fd = eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK);
+    host->wait_fd.is_timed = host->wait_fd.is_ringing = false;
     struct epoll_event event = {};
+    struct epoll_event still = {};
     event.events = EPOLLIN;
-    if (host->wait_fd.fd != -1 && host->wait_fd.timer_fd != -1 &&
-        epoll_ctl(host->wait_fd.fd, EPOLL_CTL_ADD, host->wait_fd.timer_fd, &event) == 0) {
+    if (host->wait_fd.fd != -1 && host->wait_fd.timer_fd != -1 && host->wait_fd.bell_fd != -1 &&
+        epoll_ctl(host->wait_fd.fd, EPOLL_CTL_ADD, host->wait_fd.timer_fd, &event) == 0 &&
+        epoll_ctl(host->wait_fd.fd, EPOLL_CTL_ADD, host->wait_fd.bell_fd, &still) == 0) {
         note_owned(host, OWNED_WAIT);
         note_owned(host, OWNED_TIMER);
+        note_owned(host, OWNED_BELL);
         return KA_DONE;
     }
     const int error = errno;
@@ -123,7 +151,7 @@ static int32_t open_wait_fd(ka_host *host)
 static bool is_there(ka_host *host)
 {
     if (host->wait_fd.fd == -1) return false;
-    if (is_owned(host, OWNED_WAIT) && is_owned(host, OWNED_TIMER)) return true;
+    if (is_owned(host, OWNED_WAIT) && is_owned(host, OWNED_TIMER) && is_owned(host, OWNED_BELL)) return true;
     disown_lost(host);
     close_wait_fd(host);
     host->wait_fd.is_armed = false;

@@ -1,9 +1,10 @@
 /* SPDX-License-Identifier: MIT
  *
  * The descriptor of ka_wait_fd. It is an epoll descriptor over the host's process, cancel_fd, with KA_WAIT_FAST the
- * doorbell, and a timer, which tells everything else: it expires at the deadline, and when a handler of SIGUSR2, or
- * ka_cancel, sets it to a time that is over. While no call in steps waits for the host only the timer is left in it,
- * and stands still: so nothing is told that nobody can take. */
+ * doorbell, a timer for the deadline, and a bell, which a handler of SIGUSR2 and ka_cancel ring: a descriptor that is
+ * always readable, and watched from then on. That is quicker than a timer that is over, and a number that the program
+ * has given to another file does no harm. While no call in steps waits for the host only the timer and the bell are
+ * left in it, and are still: so nothing is told that nobody can take. */
 #ifndef KA_CALLER_WAIT_FD_H
 #define KA_CALLER_WAIT_FD_H
 

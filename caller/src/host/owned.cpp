@@ -21,14 +21,14 @@
 /* What /proc says of a file that shares its inode with all others which have no name: descriptors of signals, and, of
    older kernels, of processes. */
 static constexpr const char *descriptions[OWNED] = {
-    "\nPid:\t", "\nsigmask:\t0000000000000800\n", "", "", "", "\ntfd:", "\nclockid:"};
+    "\nPid:\t", "\nsigmask:\t0000000000000800\n", "", "", "", "\ntfd:", "\nclockid:", "\neventfd-count:"};
 static_assert(SIGUSR2 == 12, "the set of signals above is that of this number alone");
 
 static int *number_of(ka_host *host, t_OWNED which)
 {
     int *const numbers[OWNED] = {&host->process.pid_fd,     &host->waiting.doorbell_fd, &host->process.status_fd,
                                  &host->process.syscall_fd, &host->life.error_fd,       &host->wait_fd.fd,
-                                 &host->wait_fd.timer_fd};
+                                 &host->wait_fd.timer_fd,   &host->wait_fd.bell_fd};
     return numbers[which];
 }
 
