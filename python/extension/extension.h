@@ -93,6 +93,8 @@ typedef struct t_HOST {
 
     unsigned long owner; /* the thread that uses ka, or 0 */
     bool in_callback;
+    bool has_wait_fd; /* wait_fd is ka_wait_fd's, which looks each time whether the program has closed it */
+    int wait_fd;
     bool awaited;    /* by a call in steps: the owner is the thread of its event loop */
     t_WAITER *first; /* in the order in which they came */
     t_WAITER *last;

@@ -76,13 +76,21 @@ static void end_waiting(t_STEPS *steps)
     if (waiter) drop_waiter(steps->call.host, waiter);
 }
 
+/* Kept: asking for it costs more than the call. The program finds out when it waits for one that it has closed. */
+static int need_wait_fd(t_HOST *host, t_FUNCTION *function)
+{
+    if (!host->has_wait_fd) host->wait_fd = ka_wait_fd(host->ka);
+    host->has_wait_fd = host->wait_fd != -1;
+    return host->has_wait_fd ? 0 : fail_library(host, function);
+}
+
 static void send(t_STEPS *steps)
 {
     t_CALL *call = &steps->call;
     t_HOST *host = call->host;
     settle_evidence(host);
     int status = build_call(call);
-    if (status == 0 && ka_wait_fd(host->ka) < 0) status = fail_library(host, call->function);
+    if (status == 0) status = need_wait_fd(host, call->function);
     if (status == 0) {
         PyThreadState *state = PyEval_SaveThread(); /* a host that has ended is started again */
         const int32_t sent = ka_send(host->ka);
@@ -170,11 +178,23 @@ static void take_step(t_STEPS *steps, int32_t timeout_ms, bool in_loop)
 
 /* ---- Methods --------------------------------------------------------------------------------------------------- */
 
+/* The next step may wait for a process that starts or ends. */
+static bool takes_long(const t_STEPS *steps)
+{
+    const t_HOST *host = steps->call.host;
+    if (is_closed(host) || steps->stage == OVER || steps->stage == ASKED) return false;
+    if (steps->stage == SENT) return steps->cancelled || now() >= steps->late_at;
+    const bool has_turn = steps->stage == ITS_TURN || steps->waiter->has_turn;
+    return has_turn && !steps->cancelled && may_start(host);
+}
+
 static PyObject *steps_step(PyObject *self, PyObject *unused)
 {
     (void)unused;
-    take_step((t_STEPS *)self, 0, true);
-    return PyBool_FromLong(((t_STEPS *)self)->stage == OVER);
+    t_STEPS *steps = (t_STEPS *)self;
+    if (takes_long(steps)) Py_RETURN_NONE;
+    take_step(steps, 0, true);
+    return PyBool_FromLong(steps->stage == OVER);
 }
 
 static PyObject *steps_long_step(PyObject *self, PyObject *unused)
@@ -182,17 +202,6 @@ static PyObject *steps_long_step(PyObject *self, PyObject *unused)
     (void)unused;
     take_step((t_STEPS *)self, 0, false);
     return PyBool_FromLong(((t_STEPS *)self)->stage == OVER);
-}
-
-static PyObject *steps_takes_long(PyObject *self, PyObject *unused)
-{
-    (void)unused;
-    t_STEPS *steps = (t_STEPS *)self;
-    const t_HOST *host = steps->call.host;
-    if (is_closed(host) || steps->stage == OVER || steps->stage == ASKED) Py_RETURN_FALSE;
-    if (steps->stage == SENT) return PyBool_FromLong(steps->cancelled || now() >= steps->late_at);
-    const bool has_turn = steps->stage == ITS_TURN || steps->waiter->has_turn;
-    return PyBool_FromLong(has_turn && !steps->cancelled && may_start(host));
 }
 
 static PyObject *steps_result(PyObject *self, PyObject *unused)
@@ -218,7 +227,16 @@ static PyObject *steps_fileno(PyObject *self, PyObject *unused)
     t_HOST *host = steps->call.host;
     if (steps->stage == QUEUED) return PyLong_FromLong(steps->waiter->event_fd);
     if (is_closed(host)) return fail_closed(host), NULL;
-    return PyLong_FromLong(ka_wait_fd(host->ka));
+    return PyLong_FromLong(host->wait_fd);
+}
+
+/* After an event loop could not wait for it. */
+static PyObject *steps_new_fileno(PyObject *self, PyObject *unused)
+{
+    t_HOST *host = ((t_STEPS *)self)->call.host;
+    host->has_wait_fd = false;
+    if (!is_closed(host) && need_wait_fd(host, ((t_STEPS *)self)->call.function) < 0) return NULL;
+    return steps_fileno(self, unused);
 }
 
 static PyObject *steps_cancel(PyObject *self, PyObject *unused)
@@ -278,9 +296,10 @@ static void steps_dealloc(PyObject *self)
 
 static PyMethodDef steps_methods[] = {
     {"fileno", steps_fileno, METH_NOARGS, "The descriptor to wait for; another one once it is the call's turn."},
-    {"step", steps_step, METH_NOARGS, "Does what can be done now: whether the call is over."},
-    {"long_step", steps_long_step, METH_NOARGS, "The same in another thread, without answers to call-backs."},
-    {"takes_long", steps_takes_long, METH_NOARGS, "Whether the next step may wait for a process."},
+    {"new_fileno", steps_new_fileno, METH_NOARGS, "The same, where the program has closed the last one."},
+    {"step", steps_step, METH_NOARGS,
+     "Does what can be done now: whether the call is over. None: the step may wait for a process; nothing is done."},
+    {"long_step", steps_long_step, METH_NOARGS, "That step, in another thread; without answers to call-backs."},
     {"result", steps_result, METH_NOARGS, "What the call gave back, once; or raises its error."},
     {"cancel", steps_cancel, METH_NOARGS, "Ends the call: a step will find that."},
     {NULL, NULL, 0, NULL},

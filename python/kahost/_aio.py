@@ -6,6 +6,7 @@ from __future__ import annotations
 
 import asyncio
 import threading
+import time
 from collections.abc import Callable, Mapping
 from typing import TYPE_CHECKING, Any
 
@@ -13,6 +14,9 @@ from ._errors import Cancelled
 
 if TYPE_CHECKING:
     from ._kahost import Function, Steps
+
+LONGEST_S = 0.005  # for calls that need not wait, before others of the loop have their turn
+_paused = 0.0
 
 
 class CancelledInLoop(Cancelled, asyncio.CancelledError):
@@ -24,17 +28,24 @@ def _settle(future: asyncio.Future[Any]) -> None:
         future.set_result(None)
 
 
-async def _readable(loop: asyncio.AbstractEventLoop, fd: int) -> None:
+async def _readable(steps: Steps) -> None:
+    loop = asyncio.get_running_loop()
     future = loop.create_future()
-    loop.add_reader(fd, _settle, future)
+    fd = steps.fileno()
+    try:
+        loop.add_reader(fd, _settle, future)
+    except OSError:  # the program has closed it
+        fd = steps.new_fileno()
+        loop.add_reader(fd, _settle, future)
     try:
         await future
     finally:
         loop.remove_reader(fd)
 
 
-async def _in_thread(loop: asyncio.AbstractEventLoop, work: Callable[[], bool]) -> bool:
+async def _in_thread(work: Callable[[], bool]) -> bool:
     """Not in the loop's executor, whose threads stay. To its end, also when the task is cancelled."""
+    loop = asyncio.get_running_loop()
     over: list[bool] = []
     future = loop.create_future()
 
@@ -56,33 +67,38 @@ async def _in_thread(loop: asyncio.AbstractEventLoop, work: Callable[[], bool]) 
     return over[0]
 
 
-async def _step(loop: asyncio.AbstractEventLoop, steps: Steps) -> bool:
-    """Whether the call is over."""
-    return await _in_thread(loop, steps.long_step) if steps.takes_long() else steps.step()
-
-
-async def _end(loop: asyncio.AbstractEventLoop, steps: Steps) -> None:
+async def _end(steps: Steps) -> None:
     """Cancels the call, and waits until its end is known, however often the task is cancelled."""
     steps.cancel()
-    over = False
+    over: bool | None = False
     while not over:
         try:
-            over = await _step(loop, steps)
-            if not over:
-                await _readable(loop, steps.fileno())
+            over = steps.step()
+            if over is None:
+                over = await _in_thread(steps.long_step)
+            elif not over:
+                await _readable(steps)
         except asyncio.CancelledError:
             pass
 
 
 async def call(function: Function, args: tuple[object, ...], kwargs: Mapping[str, object]) -> Any:
     """What function.aio awaits."""
-    loop = asyncio.get_running_loop()
+    global _paused
     steps = function._begin(*args, **kwargs)
+    over = steps.step()
     try:
-        while not await _step(loop, steps):
-            await _readable(loop, steps.fileno())
+        while not over:
+            if over is None:
+                over = await _in_thread(steps.long_step)
+            else:
+                await _readable(steps)
+                over = steps.step()
+        if (now := time.monotonic()) - _paused > LONGEST_S:
+            _paused = now
+            await asyncio.sleep(0)
     except asyncio.CancelledError:
-        await _end(loop, steps)
+        await _end(steps)
         raise
     try:
         return steps.result()

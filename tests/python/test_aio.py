@@ -82,6 +82,43 @@ def test_the_loop_goes_on(tasks):
     asyncio.run(main())
 
 
+def test_quick_calls_leave_time_for_others(tasks):
+    async def main():
+        others = 0
+
+        async def count():
+            nonlocal others
+            while True:
+                others += 1
+                await asyncio.sleep(0)
+
+        counting = asyncio.create_task(count())
+        end = time.monotonic() + 0.3
+        while time.monotonic() < end:
+            await tasks.add.aio(1, 2)
+        counting.cancel()
+        assert others > 5
+
+    asyncio.run(main())
+
+
+def test_the_program_closes_all_that_it_does_not_know(modules):
+    """Also the descriptor that the loop waits for."""
+    with kahost.open(modules["tasks"], deadline=60, stderr=None) as m:
+
+        async def main():
+            assert (await m.add.aio(1, 2)).sum == 3
+            await m.nap.aio(5)
+            waiting = m.nap._begin(0)
+            while not waiting.step():
+                pass
+            os.close(waiting.fileno())
+            assert (await m.add.aio(1, 2)).sum == 3
+            await m.nap.aio(20)
+
+        asyncio.run(main())
+
+
 def test_calls_of_one_host_take_turns(tasks):
     async def main():
         results = await asyncio.gather(*(tasks.add.aio(i, 1) for i in range(50)))
