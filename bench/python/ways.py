@@ -221,7 +221,8 @@ def serve_rpyc():
         exposed_add = staticmethod(add)
 
     served = rpyc.utils.server.ThreadedServer(Adder, "127.0.0.1")
-    print(served.port, flush=True)  # it is bound; connections wait for start
+    served._listen()
+    print(served.port, flush=True)
     served.start()
 
 
