@@ -14,6 +14,7 @@ from typing import TYPE_CHECKING, Any
 
 from ._errors import Error, StartError
 from ._identity import identify, stamp
+from ._module import open as open_module
 
 if TYPE_CHECKING:
     import inspect
@@ -126,10 +127,9 @@ class Handle:
 
     def open(self) -> Host:
         """A new host."""
-        from ._module import open as open_module
-
         self.check()
-        host = Host(open_module(self.path, **{**self.options, "restart": "next call"}))
+        options: dict[str, Any] = {**self.options, "restart": "next call"}
+        host = Host(open_module(self.path, **options))
         with _guard:
             _opened[host] = self.key
         return host

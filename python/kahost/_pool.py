@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: MIT
 """Pool: an Executor whose threads own a host each."""
 
+from __future__ import annotations
+
 import atexit
 import itertools
 import os
@@ -8,11 +10,19 @@ import queue
 import threading
 import time
 import weakref
+from collections.abc import Callable, Iterable, Iterator
 from concurrent.futures import Executor, Future
 
-from ._errors import Cancelled, Error
+from typing import TYPE_CHECKING, Any
 
-_pools = weakref.WeakSet()  # what the pools of this process share with their threads
+from ._errors import Cancelled, Error
+from ._module import open as open_module
+
+if TYPE_CHECKING:
+    from ._module import Module
+
+Work = str | Callable[..., Any]
+_pools: weakref.WeakSet[_Shared] = weakref.WeakSet()  # what the pools of this process share with their threads
 
 
 class _Work:
@@ -20,24 +30,29 @@ class _Work:
 
     __slots__ = ("future", "function", "args", "kwargs", "rows")
 
-    def __init__(self, future, function, args, kwargs, rows=None):
-        self.future, self.function, self.args, self.kwargs, self.rows = future, function, args, kwargs, rows
+    def __init__(
+        self, function: Work, args: tuple[Any, ...], kwargs: dict[str, Any], rows: list[tuple[Any, ...]] | None = None
+    ) -> None:
+        self.future: Future[Any] = Future()
+        self.function, self.args, self.kwargs, self.rows = function, args, kwargs, rows
 
 
 class _Shared:
     """What the threads of a pool know. They do not know the pool itself, so that it can be collected."""
 
-    def __init__(self, path, hosts, retries, recycle, options):
+    def __init__(
+        self, path: str | os.PathLike[str], hosts: int, retries: int, recycle: int | None, options: dict[str, Any]
+    ) -> None:
         self.path, self.hosts, self.retries, self.recycle, self.options = path, hosts, retries, recycle, options
         self.pid = os.getpid()
-        self.queue = queue.SimpleQueue()  # of _Work; None ends a thread
+        self.queue: queue.SimpleQueue[_Work | None] = queue.SimpleQueue()  # None ends a thread
         self.lock = threading.Lock()  # of unfinished, workers, ended
         self.unfinished = 0
-        self.workers = []
+        self.workers: list[_Worker] = []
         self.ended = False  # no more work is taken
         self.cancelled = False  # what runs is being ended
 
-    def give(self, work):
+    def give(self, work: _Work) -> Future[Any]:
         with self.lock:
             if self.ended:
                 raise RuntimeError("cannot schedule new futures after shutdown")
@@ -47,15 +62,16 @@ class _Shared:
             self.unfinished += 1
             if self.unfinished > len(self.workers) and len(self.workers) < self.hosts:
                 self.workers.append(_Worker(self, len(self.workers)))
+        return work.future
 
-    def end(self):
+    def end(self) -> None:
         """The threads end after the work that waits."""
         with self.lock:
             if not self.ended:
                 self.ended = True
                 self.queue.put(None)
 
-    def drop_work(self):
+    def drop_work(self) -> None:
         """Cancels what waits, and gives the end to those that wait for work."""
         try:
             while True:
@@ -65,7 +81,7 @@ class _Shared:
         except queue.Empty:
             self.queue.put(None)
 
-    def end_calls(self):
+    def end_calls(self) -> None:
         """Until the threads have ended: one may be between two calls, or about to begin one."""
         self.cancelled = True
         for worker in self.workers:
@@ -73,7 +89,7 @@ class _Shared:
                 worker.cancel()
                 worker.thread.join(0.01)
 
-    def join(self):
+    def join(self) -> None:
         for worker in self.workers:
             worker.thread.join()
 
@@ -81,14 +97,14 @@ class _Shared:
 class _Worker:
     """A thread and its host."""
 
-    def __init__(self, shared, number):
+    def __init__(self, shared: _Shared, number: int) -> None:
         self.shared = shared
-        self.module = None  # opened by the first call
+        self.module: Module | None = None  # opened by the first call
         self.calls = 0
         self.thread = threading.Thread(target=self.serve, name=f"kahost pool {number}", daemon=True)
         self.thread.start()
 
-    def serve(self):
+    def serve(self) -> None:
         shared = self.shared
         while (work := shared.queue.get()) is not None:
             if work.future.set_running_or_notify_cancel():
@@ -99,7 +115,7 @@ class _Worker:
         shared.queue.put(None)  # for the next thread
         self.close()
 
-    def perform(self, work):
+    def perform(self, work: _Work) -> None:
         try:
             if work.rows is None:
                 result = self.call(work.function, work.args, work.kwargs)
@@ -107,11 +123,11 @@ class _Worker:
                 result = [self.call(work.function, row, {}) for row in work.rows]
         except BaseException as error:
             work.future.set_exception(error)
-            work = None  # which the error's traceback would keep, with the future and so the error
+            del work  # which the error's traceback would keep, with the future and so the error
         else:
             work.future.set_result(result)
 
-    def call(self, function, args, kwargs):
+    def call(self, function: Work, args: tuple[Any, ...], kwargs: dict[str, Any]) -> Any:
         if callable(function):
             return function(self.host(), *args, **kwargs)
         retries = self.shared.retries
@@ -123,35 +139,31 @@ class _Worker:
                     raise
                 retries -= 1
 
-    def host(self):
+    def host(self) -> Module:
         """The module for the next call."""
-        if self.module is None or self.module.closed or self.calls == self.shared.recycle:
+        module = self.module
+        if module is None or module.closed or self.calls == self.shared.recycle:
             self.close()
-            self.module = _open(self.shared.path, self.shared.options)
+            opened: Module = open_module(self.shared.path, **self.shared.options)
+            self.module = module = opened
             self.calls = 0
         if self.shared.cancelled:
             raise Cancelled("the pool was shut down before the call was sent")
         self.calls += 1
-        return self.module
+        return module
 
-    def cancel(self):
+    def cancel(self) -> None:
         module = self.module
         if module is not None:
             module.cancel()
 
-    def close(self):
+    def close(self) -> None:
         module, self.module = self.module, None
         if module is not None:
             try:
                 module.close()
             except (Error, BufferError):  # somebody keeps a view of the scratch area: it goes when that goes
                 pass
-
-
-def _open(path, options):
-    from ._module import open as open_module
-
-    return open_module(path, **options)
 
 
 class Pool(Executor):
@@ -165,7 +177,15 @@ class Pool(Executor):
     recycle: a host is replaced after so many calls, a callable counting as one; None: never.
     options: those of kahost.open."""
 
-    def __init__(self, path, *, hosts=None, retries=1, recycle=None, **options):
+    def __init__(
+        self,
+        path: str | os.PathLike[str],
+        *,
+        hosts: int | None = None,
+        retries: int = 1,
+        recycle: int | None = None,
+        **options: Any,
+    ) -> None:
         hosts = len(os.sched_getaffinity(0)) if hosts is None else hosts
         for name, value, least in (("hosts", hosts, 1), ("retries", retries, 0), ("recycle", recycle, 1)):
             if value is not None and value < least:
@@ -176,13 +196,18 @@ class Pool(Executor):
         _pools.add(self._shared)
         weakref.finalize(self, _Shared.end, self._shared).atexit = False
 
-    def submit(self, function, /, *args, **kwargs):
+    def submit(self, function: Work, /, *args: Any, **kwargs: Any) -> Future[Any]:
         """Calls function, a name or a callable that takes the module first. A future."""
-        work = _Work(Future(), function, args, kwargs)
-        self._shared.give(work)
-        return work.future
+        return self._shared.give(_Work(function, args, kwargs))
 
-    def map(self, function, *iterables, timeout=None, chunksize=1, batch=None):
+    def map(
+        self,
+        function: Work,
+        *iterables: Iterable[Any],
+        timeout: float | None = None,
+        chunksize: int = 1,
+        batch: int | None = None,
+    ) -> Iterator[Any]:
         """The results of function for the arguments that the iterables give, in order. batch, or chunksize: how many
         calls are made one after the other on one host."""
         size = chunksize if batch is None else batch
@@ -192,12 +217,10 @@ class Pool(Executor):
         rows = zip(*iterables)
         futures = []
         while some := list(itertools.islice(rows, size)):
-            work = _Work(Future(), function, (), {}, some)
-            self._shared.give(work)
-            futures.append(work.future)
+            futures.append(self._shared.give(_Work(function, (), {}, some)))
         return _results(futures[::-1], end)
 
-    def shutdown(self, wait=True, *, cancel_futures=False):
+    def shutdown(self, wait: bool = True, *, cancel_futures: bool = False) -> None:
         """Ends the pool after the work that it has. cancel_futures: cancels what waits, and ends the calls under way."""
         shared = self._shared
         shared.end()
@@ -213,11 +236,11 @@ class Pool(Executor):
         if wait:
             shared.join()
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         return f"<kahost pool of {os.fsdecode(self._shared.path)}, {self._shared.hosts} hosts>"
 
 
-def _results(futures, end):
+def _results(futures: list[Future[Any]], end: float | None) -> Iterator[Any]:
     """futures: the last first."""
     try:
         while futures:
@@ -227,7 +250,7 @@ def _results(futures, end):
             future.cancel()
 
 
-def _end_all():
+def _end_all() -> None:
     """At exit: work that was given is done, as with the executors of concurrent.futures."""
     for shared in list(_pools):
         shared.end()
@@ -236,7 +259,7 @@ def _end_all():
             shared.join()
 
 
-def _after_fork():
+def _after_fork() -> None:
     """The threads are the parent's, and one of them may have held the lock."""
     for shared in list(_pools):
         shared.lock = threading.Lock()

@@ -8,19 +8,29 @@
 Functions travel as handles (kahost/_handle.py): hosts are opened where tasks run, never in the scheduler, which does not
 import kahost. Without the plugin each thread of a worker keeps a host for each handle."""
 
+from __future__ import annotations
+
 import collections
 import functools
+import importlib
 import os
 import threading
 import time
 import uuid
-
-import distributed
-from distributed import Queue, Reschedule, WorkerPlugin, get_client, get_worker
-from distributed.worker import thread_state
+from collections.abc import Iterable, Mapping
+from types import TracebackType
+from typing import Any, TypeAlias
 
 from . import _handle
 from ._errors import DiedError, Error
+from ._function import Function
+from ._handle import FunctionHandle, Handle, Host
+
+_engine: Any = importlib.import_module("distributed")  # without types, here as with it
+_thread_state: Any = importlib.import_module("distributed.worker").thread_state
+Client: TypeAlias = Any
+Future: TypeAlias = Any
+Worker: TypeAlias = Any
 
 TASK_SECONDS = 0.05  # what a task of kd.map is to take at least
 PROBE_ROWS = 1000  # the most that are called to find out how many are a task
@@ -29,15 +39,15 @@ NAME = "kahost"
 # ---- On the worker: hosts --------------------------------------------------------------------------------------------
 
 
-def _task():
-    """(worker, key) of the task that this thread runs, or (None, None)."""
-    state = getattr(thread_state, "execution_state", None)
+def _task() -> tuple[Worker, str]:
+    """The worker and the key of the task that this thread runs; None when it runs none."""
+    state = getattr(_thread_state, "execution_state", None)
     if state is None:
-        return None, None
-    return state["worker"], thread_state.key
+        return None, ""
+    return state["worker"], _thread_state.key
 
 
-def _lend(handle):
+def _lend(handle: Handle) -> _handle.Local | _Lent:
     worker, key = _task()
     plugin = worker.plugins.get(NAME) if worker is not None else None
     return _handle.Local(handle) if plugin is None else _Lent(plugin, handle, key)
@@ -49,29 +59,29 @@ _handle.lend = _lend
 class _Lent:
     """A host for one call of a task."""
 
-    def __init__(self, plugin, handle, key):
-        self.plugin, self.handle, self.key = plugin, handle, key
-        self.host = None
-        self.cancelled = False
-        self.since = None
+    host: Host
 
-    def __enter__(self):
+    def __init__(self, plugin: Hosts, handle: Handle, key: str) -> None:
+        self.plugin, self.handle, self.key = plugin, handle, key
+        self.cancelled = False
+
+    def __enter__(self) -> Host:
         self.host = self.plugin.take(self.handle)
         try:
             self.plugin.begin(self)
             return self.handle.prepare(self.host)
         except BaseException:
-            self.__exit__()
+            self.plugin.done(self)
             raise
 
-    def __exit__(self, *_):
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, traceback: TracebackType | None) -> None:
         self.plugin.done(self)
         if self.cancelled:
             # Nobody waits for the task, unless it was asked for again in the meantime: then it runs again.
-            raise Reschedule from None
+            raise _engine.Reschedule from None
 
 
-class Hosts(WorkerPlugin):
+class Hosts(_engine.WorkerPlugin):  # type: ignore[misc]
     """Keeps the hosts of a worker, and ends the call of a task that is cancelled.
 
     max_hosts: so many at most; a call waits for one. None: one for each call under way.
@@ -79,24 +89,25 @@ class Hosts(WorkerPlugin):
 
     name = NAME
 
-    def __init__(self, max_hosts=None, idle=None):
+    def __init__(self, max_hosts: int | None = None, idle: float | None = None) -> None:
         if max_hosts is not None and max_hosts < 1:
             raise ValueError(f"max_hosts is {max_hosts}; it must be at least 1")
         self.max_hosts, self.idle = max_hosts, idle
 
     # All of these run in the worker's event loop.
 
-    def setup(self, worker):
+    def setup(self, worker: Worker) -> None:
         self.loop = worker.loop
         self.changed = threading.Condition()  # guards what follows
-        self.free = collections.OrderedDict()  # _handle.Host: (key of its handle, when it was last used), the oldest first
+        # The key of its handle, and when it was last used; the oldest first.
+        self.free: collections.OrderedDict[Host, tuple[Any, float]] = collections.OrderedDict()
         self.count = 0  # of all hosts
-        self.running = set()  # of _Lent
+        self.running: set[_Lent] = set()
         self.ended = False
         if self.idle is not None:
-            threading.Thread(target=self.close_idle, name="kahost idle hosts", daemon=True).start()
+            threading.Thread(target=self.close_idle, args=(self.idle,), name="kahost idle hosts", daemon=True).start()
 
-    def teardown(self, worker):
+    def teardown(self, worker: Worker) -> None:
         with self.changed:
             self.ended = True
             hosts = list(self.free)
@@ -108,7 +119,7 @@ class Hosts(WorkerPlugin):
         for host in hosts:
             host.module.close()
 
-    def transition(self, key, start, finish, **_):
+    def transition(self, key: str, start: str, finish: str, **_: Any) -> None:
         if start in ("executing", "long-running") and finish in ("cancelled", "released", "forgotten"):
             with self.changed:
                 for lent in self.running:
@@ -116,7 +127,7 @@ class Hosts(WorkerPlugin):
                         lent.cancelled = True
                         self.end_call(lent)
 
-    def end_call(self, lent):
+    def end_call(self, lent: _Lent) -> None:
         """Again until it has ended: the call may be about to begin."""
         if lent in self.running:
             lent.host.module.cancel()
@@ -124,7 +135,7 @@ class Hosts(WorkerPlugin):
 
     # These run in the threads of tasks.
 
-    def take(self, handle):
+    def take(self, handle: Handle) -> Host:
         """A host of the handle that nobody uses, or a new one."""
         too_many = None
         with self.changed:
@@ -148,16 +159,16 @@ class Hosts(WorkerPlugin):
             self.forget_one()
             raise
 
-    def forget_one(self):
+    def forget_one(self) -> None:
         with self.changed:
             self.count -= 1
             self.changed.notify_all()
 
-    def begin(self, lent):
+    def begin(self, lent: _Lent) -> None:
         with self.changed:
             self.running.add(lent)
 
-    def done(self, lent):
+    def done(self, lent: _Lent) -> None:
         with self.changed:
             self.running.discard(lent)
             keep = not self.ended and not lent.host.module.closed
@@ -168,12 +179,12 @@ class Hosts(WorkerPlugin):
             lent.host.module.close()
             self.forget_one()
 
-    def close_idle(self):
+    def close_idle(self, idle: float) -> None:
         """A thread of its own: closing waits for the process."""
         with self.changed:
             while not self.ended:
                 now = time.monotonic()
-                old = [host for host, (_, last) in self.free.items() if now - last >= self.idle]
+                old = [host for host, (_, last) in self.free.items() if now - last >= idle]
                 for host in old:
                     del self.free[host]
                 if old:
@@ -187,13 +198,13 @@ class Hosts(WorkerPlugin):
                     self.changed.notify_all()
                     continue
                 oldest = min((last for _, last in self.free.values()), default=now)
-                self.changed.wait(max(0.01, oldest + self.idle - now))
+                self.changed.wait(max(0.01, oldest + idle - now))
 
 
 # ---- On the worker: calls --------------------------------------------------------------------------------------------
 
 
-def _call(function, args, kwargs, retries):
+def _call(function: FunctionHandle, args: Iterable[Any], kwargs: Mapping[str, Any], retries: int) -> Any:
     while True:
         try:
             return function(*args, **kwargs)
@@ -203,11 +214,11 @@ def _call(function, args, kwargs, retries):
             retries -= 1
 
 
-def _arguments(row):
+def _arguments(row: Any) -> tuple[Any, ...]:
     return row if isinstance(row, tuple) else (row,)
 
 
-def _perform(function, rows, retries):
+def _perform(function: FunctionHandle, rows: list[Any], retries: int) -> list[Any]:
     """The task of a batch."""
     results = []
     for number, row in enumerate(rows):
@@ -219,20 +230,21 @@ def _perform(function, rows, retries):
     return results
 
 
-def _note(error, function, where):
+def _note(error: Exception, function: FunctionHandle, where: str) -> None:
     error.add_note(f"{function.__name__} of {function._handle.path}, {where}")
 
 
 class _Probe:
     """What the first task of a map has found out: results, the error that ended it, and how many rows that were."""
 
-    def __init__(self, results, error, rows, seconds):
+    def __init__(self, results: list[Any], error: Exception | None, rows: int, seconds: float) -> None:
         self.results, self.error, self.rows, self.seconds = results, error, rows, seconds
 
 
-def _probe(function, rows, retries):
+def _probe(function: FunctionHandle, rows: list[Any], retries: int) -> _Probe:
     """Calls until it has taken as long as a task is to take."""
-    results, error = [], None
+    results: list[Any] = []
+    error: Exception | None = None
     with _lend(function._handle):  # opening it does not count
         pass
     start = time.monotonic()
@@ -247,27 +259,29 @@ def _probe(function, rows, retries):
     return _Probe(results, error, len(results) + (error is not None), time.monotonic() - start)
 
 
-def _size_of(probe):
+def _size_of(probe: _Probe) -> tuple[int, int]:
     """(rows done, rows a task)."""
     return probe.rows, max(1, round(probe.rows * TASK_SECONDS / max(probe.seconds, 1e-9)))
 
 
-def _results_of(probe):
+def _results_of(probe: _Probe) -> list[Any]:
     if probe.error is not None:
         raise probe.error
     return probe.results
 
 
-def _claim(name):
+def _claim(name: str) -> bool:
     """Takes the one token of a call with effects; a call that was lost with its worker has taken it."""
-    tokens = Queue(name, client=get_client())
+    tokens = _engine.Queue(name, client=_engine.get_client())
     try:
         return bool(tokens.get(batch=True))
     finally:
         tokens.close()
 
 
-def _perform_once(claim, function, args, kwargs, retries):
+def _perform_once(
+    claim: str, function: FunctionHandle, args: Iterable[Any], kwargs: Mapping[str, Any], retries: int
+) -> Any:
     if not _claim(claim):
         error = DiedError(f"{function._handle.path}: a call of {function.__name__} was begun before, on a worker that is gone")
         error.retry = "unsure"
@@ -278,26 +292,36 @@ def _perform_once(claim, function, args, kwargs, retries):
 # ---- On the client ---------------------------------------------------------------------------------------------------
 
 
-def _travelling(function):
+def _travelling(function: Function | FunctionHandle) -> FunctionHandle:
     """The function as the handle that it becomes on its way."""
-    if isinstance(function, _handle.FunctionHandle):
+    if isinstance(function, FunctionHandle):
         return function
-    rebuild, arguments = function.__reduce__()[:2]
-    return rebuild(*arguments)
+    rebuild, parts = function.__reduce__()
+    made = rebuild(*parts)
+    assert isinstance(made, FunctionHandle)
+    return made
 
 
-def _key(function):
+def _key(function: FunctionHandle) -> str:
     """Unique, and says which function of which module ran, where only the key is reported."""
     module = os.path.basename(function._handle.path).replace("-", "_")
     return f"{module}.{function.__name__.replace('-', '_')}-{uuid.uuid4().hex}"
 
 
-def _send(client, function, task, *args, key=None, **engine):
+def _send(client: Client, function: FunctionHandle, task: Any, *args: Any, key: str | None = None, **engine: Any) -> Future:
     # pure: the key is its own. retries: the engine does not know which error allows another call.
     return client.submit(task, *args, key=key or _key(function), pure=False, retries=0, **engine)
 
 
-def map(client, function, rows, *, batch=None, retries=1, **engine):
+def map(
+    client: Client,
+    function: Function | FunctionHandle,
+    rows: Iterable[Any],
+    *,
+    batch: int | None = None,
+    retries: int = 1,
+    **engine: Any,
+) -> list[Future]:
     """Calls function for each row, a tuple of its arguments or its single argument. One future for each batch, whose
     result is a list; an error in a call ends its batch.
 
@@ -317,13 +341,24 @@ def map(client, function, rows, *, batch=None, retries=1, **engine):
         except Exception:  # the probe was lost, as its future says
             count, size = min(PROBE_ROWS, len(rows) - done), 1
         done += count
-    for start in range(done, len(rows), size or 1):
+    size = size or 1
+    for start in range(done, len(rows), size):
         some = rows[start : start + size]
         futures.append(_send(client, function, functools.partial(_perform, function, some, retries), **engine))
     return futures
 
 
-def submit(client, function, *args, effects=False, retries=1, workers=None, priority=0, key=None, **kwargs):
+def submit(
+    client: Client,
+    function: Function | FunctionHandle,
+    *args: Any,
+    effects: bool = False,
+    retries: int = 1,
+    workers: Any = None,
+    priority: int = 0,
+    key: str | None = None,
+    **kwargs: Any,
+) -> Future:
     """Calls function once; a future.
 
     effects: the call is never made twice. When its worker is lost, the future is a DiedError whose retry is "unsure".
@@ -333,7 +368,7 @@ def submit(client, function, *args, effects=False, retries=1, workers=None, prio
     engine = {"key": key, "workers": workers, "priority": priority}
     if not effects:
         return _send(client, function, _call, function, args, kwargs, retries, **engine)
-    tokens = Queue(f"kahost-{uuid.uuid4().hex}", client=client)
+    tokens = _engine.Queue(f"kahost-{uuid.uuid4().hex}", client=client)
     tokens.put(1)
     future = _send(client, function, _perform_once, tokens.name, function, args, kwargs, retries, **engine)
     future.add_done_callback(lambda _: tokens.close())
