@@ -271,6 +271,7 @@ int run_waiting(t_WORK *work, void *subject, void (*cancel)(void *subject), int3
 
 PyObject *make_tables(const ka_tables *tables);
 PyObject *read_tables(PyObject *module, PyObject *path);
+PyObject *list_kinds(PyObject *module, PyObject *unused);
 
 extern PyType_Spec scratch_spec;
 PyObject *make_scratch(t_HOST *host); /* an object with the buffer protocol */

@@ -53,6 +53,13 @@ static PyObject *setup(PyObject *module, PyObject *args, PyObject *named)
     Py_RETURN_NONE;
 }
 
+static PyObject *version(PyObject *module, PyObject *unused)
+{
+    (void)module;
+    (void)unused;
+    return PyUnicode_FromString(ka_version());
+}
+
 /* ---- Decimals -------------------------------------------------------------------------------------------------- */
 
 /* A context of its own makes every REAL exactly, and takes less time than the class. */
@@ -123,6 +130,8 @@ static int clear(PyObject *module)
 static PyMethodDef methods[] = {
     {"setup", (PyCFunction)(void (*)(void))setup, METH_VARARGS | METH_KEYWORDS, "Takes what the package hands over."},
     {"read_tables", read_tables, METH_O, "(tables, filled at start) of the file at a path, or the reason for none."},
+    {"kinds", list_kinds, METH_NOARGS, "(name, what it takes, whether it comes back) of each kind."},
+    {"version", version, METH_NOARGS, "Of libkacall."},
     {"round_to_real", round_to_real, METH_O, "The REAL nearest to decimal text, or None."},
     {NULL, NULL, 0, NULL},
 };

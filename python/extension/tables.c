@@ -53,3 +53,17 @@ PyObject *read_tables(PyObject *module, PyObject *path)
     ka_free_tables(tables);
     return result;
 }
+
+/* (name, what it takes, whether it comes back) of each kind, in the order of their numbers. */
+PyObject *list_kinds(PyObject *module, PyObject *unused)
+{
+    (void)module;
+    (void)unused;
+    PyObject *list = PyList_New(KA_STRING_ARRAY + 1);
+    for (int32_t kind = KA_VARARG; list && kind <= KA_STRING_ARRAY; kind++) {
+        PyObject *item = Py_BuildValue("(ssN)", ka_kind_name(kind), ka_kind_takes(kind),
+                                       PyBool_FromLong(ka_kind_gives_back(kind)));
+        if (!item || PyList_SetItem(list, kind, item) < 0) Py_CLEAR(list);
+    }
+    return list;
+}

@@ -79,6 +79,7 @@ for _name in __all__:  # whatever file they are in: tracebacks and pickles name 
     if isinstance(_class, type):
         _class.__module__ = __name__
 
+__version__ = _kahost.version()
 answer_on_error: int = 0  # what a module hears from a call-back that has raised
 
 _warnings.filterwarnings("ignore", category=LossyKind, append=True)

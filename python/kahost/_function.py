@@ -34,20 +34,7 @@ _ANNOTATIONS = {
     tables.STRING: f"{_TEXT} | Text",
     tables.STRING_ARRAY: f"Sequence[{_TEXT}] | Text",
 }
-_TAKES = {
-    tables.VARARG: "any number of further arguments",
-    tables.INT_BY_VALUE: "INTEGER",
-    tables.INT_BY_REFERENCE: "INTEGER, gives it back",
-    tables.INT_ARRAY: "INTEGERs, gives them back",
-    tables.REAL_BY_VALUE: "REAL or INTEGER",
-    tables.REAL_BY_REFERENCE: "REAL, gives it back",
-    tables.REAL_ARRAY: "REALs, gives them back",
-    tables.ZSTRING: "STRING without a zero",
-    tables.STRING: "STRING, gives it back",
-    tables.STRING_ARRAY: "STRINGs, gives them back",
-}
 _ARRAYS = (tables.INT_ARRAY, tables.REAL_ARRAY, tables.STRING_ARRAY)
-_GIVES_BACK = (tables.VARARG, tables.INT_BY_REFERENCE, tables.REAL_BY_REFERENCE, tables.STRING, *_ARRAYS)
 _EMPTY = NotImplemented  # no default
 
 
@@ -92,7 +79,7 @@ class Plan:
         if self.takes_more:
             defaults.append(_EMPTY)
         self.parameters = tuple(zip(names, kinds, defaults))
-        self.fields = tuple(name for name, kind, _ in self.parameters if kind in _GIVES_BACK)
+        self.fields = tuple(name for name, kind, _ in self.parameters if tables.KINDS[kind].gives_back)
 
 
 class Function(_kahost.Function):
@@ -138,7 +125,8 @@ class Function(_kahost.Function):
         for (name, kind, _), prototype in zip(plan.parameters, plan.prototypes):
             least = f", at least {prototype.min_elements} elements" if kind in _ARRAYS and prototype.min_elements > 0 else ""
             doc = f": {prototype.doc}" if prototype.doc else ""
-            lines.append(f"{name}  {prototype.kind}{least}, takes {_TAKES[kind]}{doc}")
+            facts = tables.KINDS[kind]
+            lines.append(f"{name}  {prototype.kind}{least}, takes {facts.takes}{', comes back' if facts.gives_back else ''}{doc}")
         return "\n".join(lines)
 
     def options(self, *, deadline: float | None = None, room: int | None = None, reals: str | None = None) -> Function:

@@ -249,8 +249,13 @@ class Module:
 
 
 def _with_advice(error: StartError, path: str) -> StartError:
-    """With what to do about it."""
+    """With the errno of a missing file, and with what to do about it."""
     advice = []
+    if error.errno is None:
+        try:
+            os.stat(path)
+        except OSError as failure:
+            error.errno = failure.errno
     if "/" not in path and not os.path.exists(path):
         advice.append("a path without a slash is not searched for in PATH: it is a file in the working directory")
     need = _paths.start_advice(path)

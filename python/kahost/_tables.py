@@ -13,18 +13,17 @@ from ._errors import StartError
 
 VARARG, INT_BY_VALUE, INT_BY_REFERENCE, INT_ARRAY, REAL_BY_VALUE = range(5)
 REAL_BY_REFERENCE, REAL_ARRAY, ZSTRING, STRING, STRING_ARRAY = range(5, 10)
-KINDS = (
-    "VarArg",
-    "IntByValue",
-    "IntByReference",
-    "IntArray",
-    "RealByValue",
-    "RealByReference",
-    "RealArray",
-    "zString",
-    "String",
-    "StringArray",
-)
+
+
+class Kind(NamedTuple):
+    """What libkacall says about a kind."""
+
+    name: str
+    takes: str  # the types of values
+    gives_back: bool
+
+
+KINDS = tuple(Kind(*facts) for facts in _kahost.kinds())
 
 RawPrototype = tuple["bytes | None", int, int, "bytes | None"]
 RawFunction = tuple["bytes | None", int, tuple[RawPrototype, ...], "bytes | None"]
@@ -56,7 +55,7 @@ class Tables(NamedTuple):
 
 def kind_name(kind: int) -> str:
     """The name of a kind; of a wrong one its number."""
-    return KINDS[kind] if 0 <= kind < len(KINDS) else str(kind)
+    return KINDS[kind].name if 0 <= kind < len(KINDS) else str(kind)
 
 
 class Decoder(NamedTuple):

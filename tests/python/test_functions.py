@@ -2,6 +2,7 @@
 """Modules and their functions: how they are opened and closed, and what their tables become."""
 
 import contextlib
+import errno
 import functools
 import inspect
 import os
@@ -49,7 +50,7 @@ def test_both_word_sizes(modules, bits):
 def test_what_does_not_start(modules, tmp_path):
     with pytest.raises(kahost.StartError) as caught:
         kahost.open(tmp_path / "missing")
-    assert isinstance(caught.value, OSError) and caught.value.retry == "no"
+    assert isinstance(caught.value, OSError) and caught.value.retry == "no" and caught.value.errno == errno.ENOENT
     (tmp_path / "no_module").write_text("#!/bin/sh\n")
     with pytest.raises(kahost.StartError):
         kahost.open(tmp_path / "no_module")
@@ -278,7 +279,11 @@ def test_what_a_function_says_about_itself(tour):
     assert [prototype.name for prototype in function.prototypes] == ["factor", "values", "largest"]
     lines = function.__doc__.splitlines()
     assert lines[0].startswith("scale(factor")
-    assert lines[3].startswith("values  RealArray, at least 2 elements")
+    assert lines[2:] == [
+        "factor  RealByValue, takes INTEGER or REAL",
+        "values  RealArray, at least 2 elements, takes REAL, comes back",
+        "largest  RealByReference, takes REAL, comes back",
+    ]
     shown = pydoc.render_doc(function, renderer=pydoc.plaintext)
     assert "RealArray, at least 2 elements" in shown and "scale(" in shown
     assert inspect.getdoc(function) == function.__doc__

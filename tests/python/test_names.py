@@ -87,7 +87,7 @@ def test_a_function_is_one_to_the_tools_of_python(modules):
         text = pydoc.plain(pydoc.render_doc(m.scale))
         lines = [line.split("|")[-1].strip() for line in text.splitlines()]
         assert any(line.startswith("factor") and "RealByValue" in line for line in lines)
-        assert any(line.startswith("values") and "RealArray" in line and "2" in line and "REALs" in line for line in lines)
+        assert any(line.startswith("values") and "RealArray" in line and "2" in line and "takes REAL" in line for line in lines)
         assert len(m.scale.__doc__.splitlines()) >= 3
 
         @functools.wraps(m.scale)
