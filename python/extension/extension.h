@@ -112,6 +112,13 @@ extern PyType_Spec host_spec;
 unsigned fork_count(void); /* how many times this process has been made by fork */
 int watch_forks(void);
 
+/* life.c: methods of Host; and its end without a word. */
+PyObject *host_open(PyObject *self, PyObject *unused); /* starts the module, and gives its tables */
+PyObject *host_restart(PyObject *self, PyObject *unused);
+PyObject *host_close(PyObject *self, PyObject *unused);
+void forget_ka(t_HOST *host);
+
+/* turn.c */
 bool is_closed(const t_HOST *host);
 int check_open(t_HOST *host);
 int enter_host(t_HOST *host); /* this thread's turn */

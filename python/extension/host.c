@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT
  *
- * The type Host: a host of libkacall with its options, from its start to its end. */
+ * The type Host: a host of libkacall with its options, and what can be asked of it. */
 #define _GNU_SOURCE
 #include "extension.h"
 
@@ -94,23 +94,6 @@ static PyObject *host_new(PyTypeObject *type, PyObject *args, PyObject *named)
     return (PyObject *)host;
 }
 
-/* Frees it; when its process could not be ended, the second time. */
-static int32_t close_waiting(ka_host *ka)
-{
-    PyThreadState *state = PyEval_SaveThread();
-    const int32_t status = ka_close(ka);
-    PyEval_RestoreThread(state);
-    return status;
-}
-
-static void forget_ka(t_HOST *host)
-{
-    ka_host *ka = host->ka;
-    settle_evidence(host);
-    host->ka = NULL;
-    if (close_waiting(ka) != KA_DONE) close_waiting(ka);
-}
-
 static int host_traverse(PyObject *self, visitproc visit, void *arg)
 {
     t_HOST *host = (t_HOST *)self;
@@ -120,9 +103,10 @@ static int host_traverse(PyObject *self, visitproc visit, void *arg)
     return 0;
 }
 
+/* A host that is cleared may still be called. */
 static int host_clear(PyObject *self)
 {
-    Py_CLEAR(((t_HOST *)self)->callback);
+    replace(&((t_HOST *)self)->callback, Py_NewRef(Py_None));
     return 0;
 }
 
@@ -135,7 +119,7 @@ static void host_dealloc(PyObject *self)
     PyErr_Fetch(&error_type, &value, &traceback);
     if (host->ka) forget_ka(host);
     PyErr_Restore(error_type, value, traceback);
-    host_clear(self);
+    Py_XDECREF(host->callback);
     free_environment(host->environment);
     free(host->directory);
     PyMem_Free(host->arena);
@@ -147,101 +131,7 @@ static void host_dealloc(PyObject *self)
     Py_DECREF(type);
 }
 
-/* ---- Start, restart, close ------------------------------------------------------------------------------------- */
-
-/* A start, and the host that it makes or starts again. */
-typedef struct t_START {
-    ka_host *ka;
-    const char *path;
-    const ka_options *options;
-    const ka_tables *tables;
-} t_START;
-
-/* The tables tell that the module runs. */
-static int32_t start_work(void *subject)
-{
-    t_START *start = subject;
-    const int32_t status = start->ka ? ka_restart(start->ka) : ka_open(&start->ka, start->path, start->options);
-    start->tables = status == KA_DONE ? ka_host_tables(start->ka) : NULL;
-    return start->tables ? KA_DONE : KA_SYSTEM;
-}
-
-static void cancel_start(void *subject)
-{
-    ka_cancel(__atomic_load_n(&((t_START *)subject)->ka, __ATOMIC_ACQUIRE));
-}
-
-/* Null after an error, or when a signal handler raised. */
-static const ka_tables *start(t_HOST *host)
-{
-    t_START start = {host->ka, PyBytes_AsString(host->path), &host->options, NULL};
-    int32_t status;
-    const int waited = run_waiting(start_work, &start, cancel_start, &status);
-    host->ka = start.ka;
-    if (waited == 0 && status != KA_DONE) fail_library(host, NULL);
-    return waited == 0 ? start.tables : NULL;
-}
-
-/* open(): starts the module, and gives its tables. */
-static PyObject *host_open(PyObject *self, PyObject *unused)
-{
-    (void)unused;
-    t_HOST *host = (t_HOST *)self;
-    if (host->ka || host->owner != 0) return fail_host(host, KA_ARGUMENT, "is opened already"), NULL;
-    host->owner = PyThread_get_thread_ident();
-    host->forks = fork_count();
-    const ka_tables *tables = start(host);
-    if (tables) host->scratch = ka_scratch(host->ka, &host->scratch_size);
-    PyObject *result = tables ? make_tables(tables) : NULL;
-    if (!result && host->ka) {
-        PyObject *type, *value, *traceback;
-        PyErr_Fetch(&type, &value, &traceback);
-        forget_ka(host);
-        PyErr_Restore(type, value, traceback);
-    }
-    leave_host(host);
-    return result;
-}
-
-static PyObject *host_restart(PyObject *self, PyObject *unused)
-{
-    (void)unused;
-    t_HOST *host = (t_HOST *)self;
-    if (enter_host(host) < 0) return NULL;
-    const ka_tables *tables = start(host);
-    leave_host(host);
-    return tables ? Py_NewRef(Py_None) : NULL;
-}
-
-/* Nothing in a child of the process that opened it: there it is closed. */
-static PyObject *host_close(PyObject *self, PyObject *unused)
-{
-    (void)unused;
-    t_HOST *host = (t_HOST *)self;
-    if (is_closed(host)) Py_RETURN_NONE;
-    if (enter_host(host) < 0) {
-        if (!is_closed(host)) return NULL; /* it was closed while this thread waited */
-        PyErr_Clear();
-        Py_RETURN_NONE;
-    }
-    if (host->exports > 0) {
-        leave_host(host);
-        PyErr_SetString(PyExc_BufferError, "views of the scratch area are in use");
-        return NULL;
-    }
-    ka_host *ka = host->ka;
-    host->ka = NULL;
-    int status = 0;
-    if (close_waiting(ka) != KA_DONE) {
-        host->ka = ka;
-        status = fail_library(host, NULL);
-        settle_evidence(host);
-        host->ka = NULL;
-        close_waiting(ka);
-    }
-    leave_host(host);
-    return status == 0 ? Py_NewRef(Py_None) : NULL;
-}
+/* ---- Attributes ------------------------------------------------------------------------------------------------ */
 
 /* Any thread, any signal handler. */
 static PyObject *host_cancel(PyObject *self, PyObject *unused)
@@ -250,8 +140,6 @@ static PyObject *host_cancel(PyObject *self, PyObject *unused)
     t_HOST *host = (t_HOST *)self;
     return PyBool_FromLong(!is_closed(host) && ka_cancel(host->ka));
 }
-
-/* ---- The rest -------------------------------------------------------------------------------------------------- */
 
 /* Standard error in its ring. */
 static PyObject *host_output(PyObject *self, PyObject *unused)
