@@ -31,6 +31,7 @@ int32_t integer;
 t_DECIMAL real;
 double number;
 char buffer[64];
+int32_t offsets[2];
 ka_descriptor descriptor;
 constexpr ka_text text = {"x", 1};
 
@@ -67,6 +68,10 @@ constexpr Function functions[] = {
      }},
     {"ka_answer", [](ka_host *host) { return ka_answer(host, 1); }},
     {"ka_wait_fd", [](ka_host *host) { return int32_t{ka_wait_fd(host)}; }, -1},
+    {"ka_add_real_texts", [](ka_host *host) { return ka_add_real_texts(host, &text, 1, KA_BY_VALUE, nullptr); }},
+    {"ka_get_real_texts",
+     [](ka_host *host) { return ka_get_real_texts(host, 1, buffer, sizeof buffer, offsets, 1); }},
+    {"ka_get_strings", [](ka_host *host) { return ka_get_strings(host, 1, buffer, sizeof buffer, offsets, 1); }},
     {"ka_gives_back", [](ka_host *host) { return ka_gives_back(host, 1); }, 0},
     {"ka_get_integers", [](ka_host *host) { return ka_get_integers(host, 2, &integer, 1); }},
     {"ka_get_reals", [](ka_host *host) { return ka_get_reals(host, 1, &real, 1); }},
