@@ -76,6 +76,35 @@ collectgarbage()
 equal(type(outcome), "boolean")
 m:close()
 
+-- Calls, errors and hosts leave nothing behind.
+local function descriptors()
+  local name = os.tmpname()
+  os.execute("ls /proc/$PPID/fd | wc -l >" .. name)
+  local file = io.open(name)
+  local count = file:read("n")
+  file:close()
+  os.remove(name)
+  return count
+end
+local function work(calls)
+  local worker <close> = kahost.open(path, {deadline = 60, callback = function(value) return value end})
+  for i = 1, calls do
+    worker.total({i, i})
+    worker.ask(i)
+    check.fails("argument", worker.total, {1.5})
+    check.fails("refused", worker.total, {})
+  end
+end
+work(10)
+collectgarbage()
+local open_before, memory_before = descriptors(), collectgarbage("count")
+work(1000)
+for _ = 1, 10 do work(1) end
+collectgarbage()
+collectgarbage()
+equal(descriptors(), open_before)
+assert(collectgarbage("count") < memory_before + 20)
+
 -- Surroundings.
 local t <close> = kahost.open(tasks, {deadline = 60, env = {KA_TEST_MARK = "here"}, cwd = "/usr"})
 equal(results(t.variable("KA_TEST_MARK")), {0, "here"})
