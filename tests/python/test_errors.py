@@ -4,16 +4,16 @@
 import gc
 import io
 import os
+import pathlib
 import pickle
 import signal
 import subprocess
-import sys
 from decimal import Decimal
 
 import pytest
 
 import kahost
-from conftest import wait_until
+from conftest import PYTHON, wait_until
 
 CLASSES = [
     (kahost.StartError, OSError),
@@ -91,7 +91,7 @@ def test_every_error_travels_with_every_field(modules):
         again = pickle.loads(pickle.dumps(error))
         assert type(again) is expected and fields(again) == fields(error)
         caught.append(error)
-    done = subprocess.run([sys.executable, "-c", READER], input=pickle.dumps(caught), stdout=subprocess.PIPE, check=True)
+    done = subprocess.run([*PYTHON, "-c", READER], input=pickle.dumps(caught), stdout=subprocess.PIPE, check=True)
     stream = io.BytesIO(done.stdout)
     for error in caught:
         again, values = pickle.load(stream)
@@ -124,7 +124,7 @@ def test_a_death(modules):
 def test_a_death_between_calls(modules):
     with kahost.open(modules["tour"], deadline=60) as m:
         os.kill(m.pid, signal.SIGKILL)
-        wait_until(lambda: open(f"/proc/{m.pid}/stat").read().rpartition(")")[2].split()[0] in "ZX", what="the end")
+        wait_until(lambda: pathlib.Path(f"/proc/{m.pid}/stat").read_text().rpartition(")")[2].split()[0] in "ZX", what="the end")
         with pytest.raises(kahost.DiedError) as caught:
             m.total([1])
         assert caught.value.signal is signal.SIGKILL and caught.value.retry == "yes"

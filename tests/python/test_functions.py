@@ -6,6 +6,7 @@ import errno
 import functools
 import inspect
 import os
+import pathlib
 import pickle
 import pydoc
 import signal
@@ -194,7 +195,7 @@ def test_restart(modules):
 
 def is_alive(m):
     with contextlib.suppress(FileNotFoundError, TypeError):
-        return open(f"/proc/{m.pid}/stat").read().rpartition(")")[2].split()[0] not in "ZX"
+        return pathlib.Path(f"/proc/{m.pid}/stat").read_text().rpartition(")")[2].split()[0] not in "ZX"
     return False
 
 

@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Python's signal handlers: they run while a call waits, and what they raise ends it."""
 
-import faulthandler
 import os
 import random
 import signal
@@ -13,10 +12,9 @@ import time
 import pytest
 
 import kahost
-from conftest import FULL, ROOT, wait_until
+from conftest import FULL, SEED, wait_until
 
 TIMES = int(os.environ.get("KA_CALLS", "1000" if FULL else "60"))
-SEED = int(os.environ.get("KA_SEED", "1") if os.environ.get("KA_SEED", "1").isdigit() else random.randrange(2**32))
 
 
 @pytest.fixture
