@@ -183,17 +183,19 @@ def program(name):
 @pytest.mark.parametrize("name", PROGRAMS)
 def test_ends_quietly_and_leaves_no_host(modules, name):
     environment = {**os.environ, "PYTHONPATH": os.pathsep.join(folder for folder in sys.path if folder)}
-    running = [
-        subprocess.Popen(
-            [sys.executable, "-X", "faulthandler", "-c", program(name), modules["tour"]],
-            stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE,
-            text=True,
-            env=environment,
-        )
-        for _ in range(ROUNDS)
-    ]
-    for process in running:
-        told, said = process.communicate(timeout=120)
-        assert (process.returncode, said) == (PROGRAMS[name][1], "")
-        wait_until(lambda: not any(lives(pid) for pid in told.split()), what=f"the end of the hosts {told}")  # noqa: B023
+    for begun in range(0, ROUNDS, TOGETHER):
+        running = [start(program(name), modules["tour"], environment) for _ in range(min(TOGETHER, ROUNDS - begun))]
+        for process in running:
+            told, said = process.communicate(timeout=120)
+            assert (process.returncode, said) == (PROGRAMS[name][1], "")
+            wait_until(lambda: not any(lives(pid) for pid in told.split()), what=f"the end of the hosts {told}")  # noqa: B023
+
+
+def start(text, module, environment):
+    return subprocess.Popen(
+        [sys.executable, "-X", "faulthandler", "-c", text, module],
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        text=True,
+        env=environment,
+    )
