@@ -10,7 +10,8 @@ import sys
 import pytest
 from conftest import FULL, wait_until
 
-ROUNDS = int(os.environ.get("KA_EXIT_ROUNDS", "50" if FULL else "4"))
+ROUNDS = 50 if FULL else 2
+TOGETHER = 5
 
 BEGIN = """
 import atexit, builtins, os, signal, sys, threading, time

@@ -10,7 +10,7 @@ import threading
 
 import kahost
 import pytest
-from conftest import wait_until
+from conftest import FULL, wait_until
 
 
 @pytest.fixture
@@ -130,7 +130,7 @@ def test_beside_threads_that_build_and_wait(modules):
         return 4
 
     try:
-        for _ in range(10):
+        for _ in range(100 if FULL else 4):
             assert in_child(child) == 4
     finally:
         stop.set()
