@@ -274,8 +274,8 @@ KA_API int32_t ka_open(ka_host **host, const char *module, const ka_options *opt
 
 /* Ends the host process with SIGTERM, and with SIGKILL if it lives longer than grace_ms; processes that it has forked
    get SIGKILL after it, if they are still in its process group. Frees the host and everything it owns. host may be
-   null. KA_ARGUMENT inside a call-back: nothing is done. KA_SYSTEM when the process could not be ended: ka_last_error
-   names it, and the host must be closed once more, which frees it. */
+   null. KA_ARGUMENT inside a call-back and between the steps of a call: nothing is done. KA_SYSTEM when the process
+   could not be ended: ka_last_error names it, and the host must be closed once more, which frees it. */
 KA_API int32_t ka_close(ka_host *host);
 
 /* The same for a garbage collector, or at the end of a program: from any thread, at any moment, in a call-back too.
@@ -289,7 +289,7 @@ KA_API int32_t ka_retire(ka_host *host);
 
 /* Ends the host process, if it lives, and starts a new one, whatever ka_options.restart says. A call that was begun
    is forgotten. After KA_TOO_BIG the segment becomes as large as that call needs, if ka_options.segment_max allows
-   it. Fails like ka_open; KA_ARGUMENT inside a call-back. */
+   it. Fails like ka_open; KA_ARGUMENT inside a call-back and between the steps of a call. */
 KA_API int32_t ka_restart(ka_host *host);
 
 /* The id of the host process, 0 when it has ended. For people and tools: it does not prove that the process lives.
@@ -393,32 +393,35 @@ enum {
 };
 
 /* The same as ka_call, for interpreters, event loops, and all who must not wait inside a library: ka_send sends the
-   call that was built and does not wait for its end; then ka_wait, until it stores KA_RETURNED or fails, and
-   ka_answer after each KA_CALLBACK. ka_call is the loop over these. The errors are those of ka_call, and end the
-   call; the deadline counts from ka_send on. ka_options.callback is not called. Each step can be taken by another
-   thread. In between, of the host's functions, only ka_cancel, ka_wait_fd, ka_scratch, ka_pid and, when it calls
-   back, ka_set_trace and ka_host_tables may be used; the others fail with KA_ARGUMENT. A call that is not wanted any
-   more is ended by ka_cancel and a further step, which fails with KA_CANCELLED. ka_send starts a host that has ended,
-   if ka_options.restart allows it, and before the first call waits until the module is ready. ka_wait sleeps at most
-   timeout_ms: -1 until the deadline, 0 not at all. *what and *value are written on KA_DONE only. A handler that runs
-   right before the sleep is not noticed: who wants to see what it did in time gives a short timeout. KA_ARGUMENT
-   before ka_send, or for a timeout below -1. */
+   call that was built; then ka_wait, until it stores KA_RETURNED or fails, and ka_answer after each KA_CALLBACK.
+   ka_call is the loop over these. The errors are those of ka_call, and end the call; the deadline counts from ka_send
+   on. ka_options.callback is not called. Each step can be taken by another thread.
+   Until the call has ended, the functions that build, send, restart, close or read results fail with KA_ARGUMENT;
+   ka_set_trace and ka_host_tables only until it calls back. A call that is not wanted any more is ended by ka_cancel
+   and one more step, ka_wait or the answer to a call-back, which fails with KA_CANCELLED.
+   ka_send waits only for a start: of a host that has ended, if ka_options.restart allows it, and until the module is
+   ready for its first call.
+   ka_wait sleeps at most timeout_ms: -1 until the deadline, 0 not at all. *what and *value are written on KA_DONE
+   only. A handler that runs right before the sleep does not interrupt it: who must see in time what a handler did
+   gives a short timeout. KA_ARGUMENT for a timeout below -1. */
 KA_API int32_t ka_send(ka_host *host);
 KA_API int32_t ka_wait(ka_host *host, int32_t timeout_ms, int32_t *what, int32_t *value);
 KA_API int32_t ka_answer(ka_host *host, int32_t value);
 
-/* A descriptor for poll, epoll and event loops: readable when a call in steps has something for ka_wait, which then
-   is called with timeout 0: a call-back, the end, the host's death, the deadline, a cancellation. While no call waits
-   it is not readable. Made at the first request; the host keeps it, across restarts, until it is closed: the program
-   may only wait for it. Of a host with such a descriptor the library asks for replies by SIGUSR2, in every transport,
-   as with a cancel_fd. -1 when the system has none; ka_last_error says why. */
+/* A descriptor for poll, epoll and event loops: readable when a call in steps has something for ka_wait, which is
+   then called with timeout 0: a call-back, the end, the host's death, the deadline, a cancellation. It is seldom
+   readable for anything else, and never while no call waits. Made when it is first asked for, also during a call; the
+   host keeps it, across restarts, until it is closed: the program only waits for it, and asks again after it has
+   closed all descriptors. Of a host with such a descriptor the library asks for replies by SIGUSR2 to calls in steps,
+   in every transport, as with a cancel_fd. -1 when the system refuses it. */
 KA_API int ka_wait_fd(ka_host *host);
 
-/* Ends the call under way with KA_CANCELLED, or the start, also that of ka_open: the thread that waits comes out at
-   once, or the next step finds it; inside a call-back, the call ends when that is answered. From any thread and from
-   signal handlers. 1 when there was a call or a start to end: it does end with KA_CANCELLED. 0 when there was none;
-   nothing is left behind: the next call is not cancelled. ka_open sets *host before it waits, atomically. The host
-   must not be closed before ka_cancel has returned. host may be null. */
+/* Ends the call under way, or the start, also that of ka_open and ka_host_tables, with KA_CANCELLED. The thread that
+   waits comes out at once, from a start within 20 ms; a call in steps fails with its next step; inside a call-back
+   the call ends when that is answered. From any thread, also beside the one that uses the host, and from any signal
+   handler. 1 when there was a call or a start to end, even one that would have failed otherwise. 0 when there was
+   none, or it was cancelled before: nothing is left behind, so the next call is not cancelled. ka_open stores *host
+   atomically before it waits. The host must not be closed before ka_cancel has returned. host may be null. */
 KA_API int32_t ka_cancel(ka_host *host);
 
 /* ---- Results --------------------------------------------------------------------------------------------------- */

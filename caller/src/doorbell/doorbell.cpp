@@ -31,7 +31,6 @@
 #include "handler.h"
 #include "host/host.h"
 #include "host/owned.h"
-#include "wait_fd.h"
 #include "waiters.h"
 
 /* Guarded by lock: open hosts, and how they wait. */

@@ -11,6 +11,7 @@
 #include "base/clock.h"
 #include "base/fd.h"
 #include "base/thread.h"
+#include "bell.h"
 #include "block/annex.h"
 #include "doorbell.h"
 #include "handler.h"
@@ -31,28 +32,6 @@ static void set_timer(ka_host *host, int64_t at)
     host->wait_fd.is_timed = at != 0;
     const struct itimerspec when = {{0, 0}, {static_cast<time_t>(at / NS_PER_S), static_cast<long>(at % NS_PER_S)}};
     timerfd_settime(host->wait_fd.timer_fd, TFD_TIMER_ABSTIME, &when, nullptr);
-}
-
-static void watch_bell(const ka_host *host, uint32_t events)
-{
-    struct epoll_event event = {};
-    event.events = events;
-    epoll_ctl(host->wait_fd.fd, EPOLL_CTL_MOD, host->wait_fd.bell_fd, &event);
-}
-
-void ring_wait_fd(const ka_host *host)
-{
-    const int error = errno;
-    __atomic_store_n(&host->wait_fd.is_ringing, true, __ATOMIC_SEQ_CST);
-    if (host->wait_fd.bell_fd != -1) watch_bell(host, EPOLLIN);
-    errno = error;
-}
-
-static void still_bell(ka_host *host)
-{
-    if (!__atomic_load_n(&host->wait_fd.is_ringing, __ATOMIC_SEQ_CST)) return;
-    __atomic_store_n(&host->wait_fd.is_ringing, false, __ATOMIC_SEQ_CST);
-    watch_bell(host, 0);
 }
 
 static void add_source(const ka_host *host, int fd)

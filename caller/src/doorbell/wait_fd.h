@@ -10,18 +10,9 @@
 
 #include "host/host.h"
 
-/* The reply to the next request is to be told by signals. */
-inline bool wants_signals(const ka_host *host)
-{
-    return host->options.cancel_fd != -1 || (host->steps.by_program && host->wait_fd.fd != -1);
-}
-
 /* From the end of a step that leaves a call waiting to the begin of the next; again after each. */
 void arm_wait_fd(ka_host *host);
 void disarm_wait_fd(ka_host *host);
-
-/* The descriptor becomes readable. Async-signal-safe. */
-void ring_wait_fd(const ka_host *host);
 
 void close_wait_fd(ka_host *host);
 

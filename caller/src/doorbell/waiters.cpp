@@ -17,11 +17,11 @@
 #include <unistd.h>
 
 #include "base/thread.h"
+#include "bell.h"
 #include "block/annex.h"
 #include "block/segment.h"
 #include "host/cancel.h"
 #include "host/host.h"
-#include "wait_fd.h"
 
 static std::atomic<t_WAITER *> waiters; /* only ever grows */
 

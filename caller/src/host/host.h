@@ -311,6 +311,12 @@ enum t_TURN {
 };
 int32_t take_turn(ka_host *host, t_TURN turn);
 
+/* Whether the reply to the next request is to come as a signal. */
+inline bool wants_signals(const ka_host *host)
+{
+    return host->options.cancel_fd != -1 || (host->steps.by_program && host->wait_fd.fd != -1);
+}
+
 /* Whether a host that has ended is started again for the next call. */
 inline bool can_restart(const ka_host *host)
 {
