@@ -33,7 +33,7 @@ IN_EVERY_WAY(Growth);
 
 namespace {
 
-constexpr int32_t many = 500000;
+constexpr int32_t many = 50000;
 
 std::vector<int32_t> numbers(int32_t count)
 {
@@ -85,7 +85,7 @@ TEST_P(Growth, a_first_call_has_the_segment_that_it_needs)
 TEST_P(Growth, arguments_before_it_and_after_it_arrive)
 {
     const Host host(growing());
-    const std::string text(300000, 'x');
+    const std::string text(30000, 'x');
     ka_begin(host, "describe");
     int32_t expected = 0;
     for (int i = 0; i < 10; i++) {
@@ -221,6 +221,30 @@ TEST_P(Growth, tables_and_trace_level_hold_between)
     EXPECT_EQ(ka_set_trace(host, 0), KA_DONE) << error_text(host);
     expect_doubled(host, many);
     EXPECT_NE(ka_host_tables(host), nullptr) << error_text(host);
+}
+
+TEST_P(Growth, descriptors_that_were_set_stay_so)
+{
+    const Host host([this](ka_options &options) {
+        growing()(options);
+        options.checking = KA_RAW;
+    });
+    ka_descriptor before;
+    ka_descriptor after;
+    EXPECT_EQ(add_numbers(host, 5), KA_DONE);
+    EXPECT_EQ(ka_get_descriptor(host, 1, &before), KA_DONE);
+    before.offset += 4;
+    before.elcnt = 3;
+    before.maxlen = 77;
+    EXPECT_EQ(ka_set_descriptor(host, 1, &before), KA_DONE);
+    EXPECT_EQ(ka_add_integers(host, numbers(many).data(), many, KA_BY_VALUE), KA_DONE);
+    EXPECT_EQ(ka_get_descriptor(host, 1, &after), KA_DONE);
+    EXPECT_EQ(after.offset, before.offset);
+    EXPECT_EQ(after.elcnt, 3);
+    EXPECT_EQ(after.maxlen, 77);
+    EXPECT_EQ(ka_set_argc(host, 2), KA_DONE); // the second is not among them
+    EXPECT_EQ(call(host), 0);
+    EXPECT_EQ(integers(host, 1, 5), std::vector<int32_t>({1, 4, 6, 8, 5}));
 }
 
 TEST_P(Growth, leaves_nothing)
