@@ -100,6 +100,54 @@ futures = [pool.submit("total", list(range(100))) for _ in range(200)]
 """,
         0,
     ),
+    "handles in threads": (
+        """
+import pickle
+m = pickle.loads(pickle.dumps(kahost.open(TOUR)))
+m.total([1])
+def work(done):
+    m.total([1])
+    print(m.pid, flush=True)
+    done.set()
+    time.sleep(1000)
+for _ in range(2):
+    done = threading.Event()
+    threading.Thread(target=work, args=(done,), daemon=True).start()
+    done.wait()
+tell(m)
+""",
+        0,
+    ),
+    "awaited call": (
+        """
+import asyncio
+m = kahost.open(TOUR)
+pid = m.pid
+loop = asyncio.new_event_loop()
+task = loop.create_task(m.nap.aio(1000))
+async def sleeps():
+    while open(f"/proc/{pid}/syscall").read().split()[0] not in ("35", "230"): await asyncio.sleep(0.001)
+loop.run_until_complete(sleeps())
+print(pid, flush=True)
+task._log_destroy_pending = False
+""",
+        0,
+    ),
+    "loop in a daemon thread": (
+        """
+import asyncio
+m = kahost.open(TOUR)
+begun = threading.Event()
+async def main():
+    while True:
+        await m.total.aio([1, 2])
+        begun.set()
+threading.Thread(target=asyncio.run, args=(main(),), daemon=True).start()
+begun.wait()
+tell(m)
+""",
+        0,
+    ),
     "module in a cycle": ("m = kahost.open(TOUR); tell(m); cycle = [m]; cycle.append(cycle); del m, cycle", 0),
     "module in a cycle with its call-back": (
         "m = kahost.open(TOUR); tell(m); m.callback = lambda value, m=m: 1; m.ask(7)",
