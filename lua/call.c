@@ -2,7 +2,8 @@
  *
  * A call, in steps: no frame of the library is below a call-back, so it may fail, and it may yield. What begins a
  * call is undone by a value that is to be closed, however the call is left: its end, an error, no memory, a closed
- * coroutine. */
+ * coroutine. One that ended by an error closes nothing, nor does one that is collected: so the value is known by its
+ * coroutine, and has a finalizer. */
 #include "kahost.h"
 
 #define CALL_TYPE "kahost.call"
@@ -29,26 +30,42 @@ void end_call(t_MODULE *module)
     module->call = 0;
 }
 
+static void leave_call(t_MODULE *module)
+{
+    end_call(module);
+    if (module->closing) close_host(module);
+}
+
 static int close_guard(lua_State *L)
 {
     const t_GUARD *guard = luaL_checkudata(L, 1, CALL_TYPE);
-    if (guard->call != 0 && guard->module->call == guard->call) end_call(guard->module);
+    if (guard->call != 0 && guard->module->call == guard->call) leave_call(guard->module);
     return 0;
+}
+
+/* The call of a coroutine that ended by an error is over. */
+bool is_in_call(t_MODULE *module)
+{
+    if (module->call != 0 && lua_status(module->caller) > LUA_YIELD) leave_call(module);
+    return module->call != 0;
 }
 
 /* Below the arguments; the number of the call that begins. */
 static lua_Integer push_guard(lua_State *L, t_MODULE *module)
 {
-    t_GUARD *guard = lua_newuserdatauv(L, sizeof *guard, 1);
+    t_GUARD *guard = lua_newuserdatauv(L, sizeof *guard, 2);
     *guard = (t_GUARD){module, 0};
     lua_pushvalue(L, lua_upvalueindex(1));
     lua_setiuservalue(L, -2, 1);
+    lua_pushthread(L);
+    lua_setiuservalue(L, -2, 2);
     luaL_setmetatable(L, CALL_TYPE);
     lua_insert(L, GUARD_AT);
     lua_toclose(L, GUARD_AT);
+    const bool is_busy = is_in_call(module);
     if (!module->host) fail_class(L, KA_CLOSED, 0, "the module is closed");
-    if (module->call != 0)
-        fail_class(L, KA_ARGUMENT, 0, "the module is in a call; a call-back of it has to return first");
+    if (is_busy) fail_class(L, KA_ARGUMENT, 0, "the module is in a call; a call-back of it has to return first");
+    module->caller = L;
     guard->call = module->call = ++module->last_call;
     return guard->call;
 }
@@ -123,6 +140,7 @@ static int go_on(lua_State *L, t_MODULE *module, lua_KContext call)
         if (ka_wait(module->host, SLICE_MS, &what, &value) != KA_DONE) return fail_step(L, module);
         if (what == KA_RETURNED) return finish(L, module, value);
         if (what == KA_WAITING) run_hooks(L);
+        if (module->call != call) return fail_class(L, KA_CANCELLED, 0, "the call was ended in a hook");
         if (what != KA_CALLBACK) continue;
         int32_t answer = 0;
         lua_getiuservalue(L, lua_upvalueindex(1), VALUE_CALLBACK);
@@ -180,5 +198,7 @@ void make_call_type(lua_State *L)
     luaL_newmetatable(L, CALL_TYPE);
     lua_pushcfunction(L, close_guard);
     lua_setfield(L, -2, "__close");
+    lua_pushcfunction(L, close_guard);
+    lua_setfield(L, -2, "__gc");
     lua_pop(L, 1);
 }

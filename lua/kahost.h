@@ -29,9 +29,11 @@ typedef struct t_MODULE {
     ka_host *host;    /* null: closed */
     lua_Integer call; /* number of the call under way; 0 for none */
     lua_Integer last_call;
-    bool sent;    /* it is the host's turn, or a call-back waits for its answer */
-    bool decimal; /* REALs come back as text */
-    int32_t room; /* of strings by reference */
+    lua_State *caller; /* the coroutine that makes it, which lives as long as the guard of the call */
+    bool sent;         /* it is the host's turn, or a call-back waits for its answer */
+    bool closing;      /* the host is closed when the call is over */
+    bool decimal;      /* REALs come back as text */
+    int32_t room;      /* of strings by reference */
     int32_t passed_count;
     t_PASSED passed[DLL_MAX_ARGC];
 } t_MODULE;
@@ -83,6 +85,7 @@ int mark_rounded(lua_State *L);
 /* call.c: a function of the module at the top of the stack; info is in place of it afterwards. */
 void push_function(lua_State *L, int module_index);
 void end_call(t_MODULE *module);
+bool is_in_call(t_MODULE *module);
 void make_call_type(lua_State *L);
 
 /* tables.c */
@@ -92,6 +95,7 @@ void make_tables_type(lua_State *L);
 
 /* module.c */
 int open_module(lua_State *L);
+void close_host(t_MODULE *module);
 t_MODULE *check_open(lua_State *L, int index);
 void make_module_type(lua_State *L);
 

@@ -14,6 +14,7 @@ static t_MODULE *check_module(lua_State *L, int index)
 t_MODULE *check_open(lua_State *L, int index)
 {
     t_MODULE *module = check_module(L, index);
+    is_in_call(module); /* which may close it */
     if (!module->host) fail_class(L, KA_CLOSED, 0, "the module is closed");
     return module;
 }
@@ -21,7 +22,7 @@ t_MODULE *check_open(lua_State *L, int index)
 /* ---- Life ------------------------------------------------------------------------------------------------------ */
 
 /* A process that cannot be ended is reported once: then the record is freed. */
-static void close_host(t_MODULE *module)
+void close_host(t_MODULE *module)
 {
     if (!module->host) return;
     end_call(module);
@@ -29,9 +30,14 @@ static void close_host(t_MODULE *module)
     module->host = NULL;
 }
 
+/* While arguments are added or results are read only a finalizer can get here: the host is closed after the call. */
 static int close_now(lua_State *L)
 {
-    close_host(check_module(L, 1));
+    t_MODULE *module = check_module(L, 1);
+    if (is_in_call(module) && !module->sent)
+        module->closing = true;
+    else
+        close_host(module);
     return 0;
 }
 
@@ -42,8 +48,7 @@ static int fail_in_call(lua_State *L, const char *what)
 
 static int close_method(lua_State *L)
 {
-    const t_MODULE *module = check_module(L, 1);
-    if (module->call != 0) return fail_in_call(L, "close");
+    if (is_in_call(check_module(L, 1))) return fail_in_call(L, "close");
     return close_now(L);
 }
 
@@ -51,15 +56,16 @@ static int close_method(lua_State *L)
 static int cancel_method(lua_State *L)
 {
     t_MODULE *module = check_open(L, 1);
-    lua_pushboolean(L, module->call != 0);
-    end_call(module);
+    const bool waits = is_in_call(module) && module->sent;
+    if (waits) end_call(module);
+    lua_pushboolean(L, waits);
     return 1;
 }
 
 static int restart_method(lua_State *L)
 {
     t_MODULE *module = check_open(L, 1);
-    if (module->call != 0) return fail_in_call(L, "restart");
+    if (is_in_call(module)) return fail_in_call(L, "restart");
     if (ka_restart(module->host) != KA_DONE || !ka_host_tables(module->host)) return fail_host(L, module->host);
     return 0;
 }
@@ -70,8 +76,9 @@ static int stderr_method(lua_State *L)
     const lua_Integer size = luaL_optinteger(L, 2, 65536);
     luaL_argcheck(L, size >= 0 && size <= INT32_MAX, 2, "a size");
     char *buffer = lua_newuserdatauv(L, (size_t)size + 1, 0);
+    const bool is_busy = is_in_call(module);
     if (!module->host) return fail_class(L, KA_CLOSED, 0, "the module is closed");
-    const int32_t length = module->call == 0 ? ka_error_output(module->host, buffer, (int32_t)size) : 0;
+    const int32_t length = !is_busy ? ka_error_output(module->host, buffer, (int32_t)size) : 0;
     lua_pushlstring(L, buffer, (size_t)length);
     return 1;
 }
@@ -85,6 +92,13 @@ static const luaL_Reg methods[] = {
 };
 
 /* ---- Fields ---------------------------------------------------------------------------------------------------- */
+
+/* Empty for a value that is none; none has a zero byte. */
+static const char *name_at(lua_State *L, int index)
+{
+    const char *name = lua_type(L, index) == LUA_TSTRING ? lua_tostring(L, index) : "";
+    return strlen(name) == lua_rawlen(L, index) ? name : "";
+}
 
 static bool push_field(lua_State *L, const t_MODULE *module, const char *name)
 {
@@ -115,8 +129,9 @@ static int index_module(lua_State *L)
 {
     const t_MODULE *module = check_module(L, 1);
     if (lua_type(L, 2) == LUA_TSTRING) {
-        if (lua_getfield(L, lua_upvalueindex(1), lua_tostring(L, 2)) != LUA_TNIL) return 1;
-        if (push_field(L, module, lua_tostring(L, 2))) return 1;
+        lua_pushvalue(L, 2);
+        if (lua_rawget(L, lua_upvalueindex(1)) != LUA_TNIL) return 1;
+        if (push_field(L, module, name_at(L, 2))) return 1;
         lua_getiuservalue(L, 1, VALUE_FUNCTIONS);
         lua_pushvalue(L, 2);
         if (lua_rawget(L, -2) != LUA_TNIL) return 1;
@@ -127,7 +142,7 @@ static int index_module(lua_State *L)
 static int set_field(lua_State *L)
 {
     t_MODULE *module = check_open(L, 1);
-    const char *name = lua_type(L, 2) == LUA_TSTRING ? lua_tostring(L, 2) : "";
+    const char *name = name_at(L, 2);
     lua_settop(L, 3);
     if (strcmp(name, "callback") == 0) {
         lua_setiuservalue(L, 1, VALUE_CALLBACK);

@@ -33,7 +33,8 @@ static int32_t microseconds(lua_State *L, int index, const char *name)
 
 static int32_t one_of(lua_State *L, const char *name, const char *const words[], const int32_t values[])
 {
-    const char *given = lua_type(L, -1) == LUA_TSTRING ? lua_tostring(L, -1) : "";
+    const bool is_word = lua_type(L, -1) == LUA_TSTRING && strlen(lua_tostring(L, -1)) == lua_rawlen(L, -1);
+    const char *given = is_word ? lua_tostring(L, -1) : "";
     for (int i = 0; words[i]; i++)
         if (strcmp(words[i], given) == 0) return values[i];
     luaL_Buffer list;
@@ -60,6 +61,8 @@ static const char *const *environment(lua_State *L)
                        luaL_typename(L, -2));
         if (strlen(lua_tostring(L, -2)) != lua_rawlen(L, -2) || strlen(lua_tostring(L, -1)) != lua_rawlen(L, -1))
             fail_class(L, KA_ARGUMENT, 0, "env: %s or its value has a zero byte", lua_tostring(L, -2));
+        if (!lua_tostring(L, -2)[0] || strchr(lua_tostring(L, -2), '='))
+            fail_class(L, KA_ARGUMENT, 0, "env: \"%s\" is no name of a variable", lua_tostring(L, -2));
         lua_pushfstring(L, "%s=%s", lua_tostring(L, -2), lua_tostring(L, -1));
         lua_rawseti(L, given + 1, ++count);
     }
@@ -172,6 +175,8 @@ void read_options(lua_State *L, int index, ka_options *options, t_MODULE *module
         const int key = lua_gettop(L) - 1;
         if (lua_type(L, key) != LUA_TSTRING)
             fail_class(L, KA_ARGUMENT, 0, "options have a %s as a name", luaL_typename(L, key));
+        if (strlen(lua_tostring(L, key)) != lua_rawlen(L, key))
+            fail_class(L, KA_ARGUMENT, 0, "%s and a zero byte is no option of kahost.open", lua_tostring(L, key));
         take_option(L, lua_tostring(L, key), options, module, module_index);
         while (lua_gettop(L) > key)
             lua_rawseti(L, kept, (lua_Integer)lua_rawlen(L, kept) + 1);

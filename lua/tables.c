@@ -1,6 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
  * The tables of modules: kahost.read, and the functions of a module that was opened. */
+#include <string.h>
+
 #include "kahost.h"
 
 #define TABLES_TYPE "kahost.tables"
@@ -83,6 +85,7 @@ int read_tables(lua_State *L)
 {
     char why[256] = "";
     const char *path = luaL_checkstring(L, 1);
+    luaL_argcheck(L, strlen(path) == lua_rawlen(L, 1), 1, "a path without a zero byte");
     ka_tables **tables = lua_newuserdatauv(L, sizeof *tables, 0);
     *tables = NULL;
     luaL_setmetatable(L, TABLES_TYPE);

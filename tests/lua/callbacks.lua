@@ -93,6 +93,44 @@ equal(ok, false)
 equal(problem.class, "cancelled")
 equal(results(r.greet("c")), {0, "hello, c"})
 
+-- A coroutine that ended by an error, which closes nothing, and one that was collected have left the call.
+for _, fails in ipairs {function() r.total({1.5}) end, function() r.total({}) end, function() return error("own", r.ask(1)) end} do
+  r.callback = function() error("own") end
+  local failed = coroutine.create(fails)
+  equal(coroutine.resume(failed), false)
+  equal(results(r.greet("d")), {0, "hello, d"})
+  equal(coroutine.close(failed), false)
+  equal(results(r.greet("e")), {0, "hello, e"})
+end
+r.callback = m.callback
+in_call()
+in_call = nil
+collectgarbage()
+collectgarbage()
+equal(results(r.greet("f")), {0, "hello, f"})
+
+-- What closes the module in its own call-back, or in a hook, ends the call.
+for _, transport in ipairs {"signals", "fast", "plain"} do
+  local closed <const> = kahost.open(path, {deadline = 60, transport = transport})
+  closed.callback = function() local _ <close> = closed end
+  check.text("cancelled", "the call was ended in its call-back", closed.ask, 1)
+  check.fails("closed", closed.ask, 1)
+end
+for _, ends in ipairs {function(module) local _ <close> = module end, function(module) assert(module:cancel()) end} do
+  local hooked = kahost.open(path, {deadline = 60})
+  local pid, calls = hooked.pid, 0
+  debug.sethook(function()
+    calls = calls + 1
+    if calls == 4 then ends(hooked) end
+  end, "c")
+  ok, problem = pcall(hooked.nap, 60)
+  debug.sethook()
+  equal(ok, false)
+  equal(tostring(problem), "the call was ended in a hook")
+  equal(problem.class, "cancelled")
+  check.gone(pid)
+end
+
 -- One that is never answered is collected with its module.
 local pid
 do

@@ -76,6 +76,21 @@ collectgarbage()
 equal(type(outcome), "boolean")
 m:close()
 
+-- Nor does one that ends calls, or closes the module: that is done when the call is over.
+for _, ends in ipairs {function() equal(m:cancel(), false); pcall(m.greet, "x") end, function() local _ <close> = m end} do
+  m = kahost.open(path, {deadline = 60})
+  local list = {}
+  for i = 1, 2000 do list[i] = tostring(i) end
+  for _ = 1, 20 do
+    if m.closed then m = kahost.open(path, {deadline = 60}) end
+    setmetatable({}, {__gc = ends})
+    local code, back = m.join(list, kahost.text("", 20000))
+    equal(code, 0)
+    equal(table.concat(back), table.concat(list))
+  end
+  m:close()
+end
+
 -- Calls, errors and hosts leave nothing behind.
 local function descriptors()
   local name = os.tmpname()
@@ -114,6 +129,18 @@ for _, transport in ipairs {"signals", "fast", "plain"} do
   local each <close> = kahost.open(tasks, {deadline = 60, transport = transport, spin = 50e-6})
   equal(results(each.add(1, 2)), {0, 3})
 end
+
+for _, env in ipairs {{["A=B"] = "c"}, {[""] = "c"}, {["A\0"] = "c"}, {A = "c\0"}} do
+  check.fails("argument", kahost.open, path, {env = env})
+end
+
+-- A name with a zero byte is another name.
+check.fails("argument", kahost.open, path, {["trace\0"] = 1})
+check.fails("argument", kahost.open, path, {transport = "fast\0"})
+check.fails("refused", function() return t["close\0"] end)
+check.fails("refused", function() return t["path\0"] end)
+check.fails("argument", function() t["trace\0"] = 1 end)
+equal(pcall(kahost.read, path .. "\0"), false)
 
 -- The tables of a file.
 local tables = kahost.read(path)
