@@ -25,8 +25,7 @@ struct t_HANDLER {
 } // namespace
 static t_HANDLER first; /* the program's before it could know ours */
 static t_HANDLER last;  /* in place when ours was installed last: the first, or one that has replaced ours since */
-static struct sigaction earlier; /* the last */
-static bool was_replaced;        /* when the last host was closed */
+static struct sigaction earlier; /* the last, or what was in the place of ours when the last host was closed */
 
 /* One that has replaced ours may call it in turn, as another copy of this library does: the second time the signal
    goes to the first handler, and the third time nowhere. In the initial TLS block, because the handler may not
@@ -88,7 +87,7 @@ int install_handler(bool is_first)
     struct sigaction present;
     if (sigaction(SIGUSR2, nullptr, &present) != 0) return errno;
     if (is_ours(&present)) return 0;
-    const bool is_known = was_replaced || is_same(&present, &earlier);
+    const bool is_known = is_same(&present, &earlier); /* it may call ours */
     earlier = present;
     keep_handler(&last, &present);
     if (is_first && !is_known) keep_handler(&first, &present);
@@ -131,8 +130,12 @@ void remove_handler_in_child(void)
 
 void remove_handler(void)
 {
-    was_replaced = !handler_is_installed();
-    if (was_replaced) return;
+    struct sigaction present;
+    if (sigaction(SIGUSR2, nullptr, &present) != 0) return;
+    if (!is_ours(&present)) {
+        earlier = present;
+        return;
+    }
     sigset_t set;
     sigset_t before;
     siginfo_t foreign;
