@@ -359,8 +359,9 @@ void make_calls(const std::function<void(ka_options &)> &adjust, bool steps)
     mark_round();
 }
 
-// The least number of system calls in a round of a child that makes the calls.
-int least_system_calls(const std::function<void(ka_options &)> &adjust, bool steps)
+// The usual number of system calls in a round of a child that makes the calls. (On a busy machine a reply can be there
+// before the thread sleeps, or come late.)
+int usual_system_calls(const std::function<void(ka_options &)> &adjust, bool steps)
 {
     const pid_t child = fork();
     if (child == 0) {
@@ -372,7 +373,7 @@ int least_system_calls(const std::function<void(ka_options &)> &adjust, bool ste
     int status = 0;
     waitpid(child, &status, 0);
     ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
-    int least = INT32_MAX;
+    std::vector<int> counts;
     int count = -1; // before the first round
     int round = 0;
     long signal = 0;
@@ -388,12 +389,14 @@ int least_system_calls(const std::function<void(ka_options &)> &adjust, bool ste
             count += round > 0 ? 1 : 0;
             continue;
         }
-        if (round++ > 0) least = std::min(least, count);
+        if (round++ > 0) counts.push_back(count);
         count = 0;
     }
     EXPECT_EQ(status, 0);
     EXPECT_EQ(round, rounds + 1);
-    return least;
+    if (counts.size() != rounds) return -1;
+    std::sort(counts.begin(), counts.end());
+    return counts[rounds / 2];
 }
 
 } // namespace
@@ -406,8 +409,8 @@ TEST_P(Steps, make_as_many_system_calls_as_the_call_as_a_whole)
             layout()(options);
             options.transport = transport;
         };
-        const int whole = least_system_calls(adjust, false);
-        EXPECT_EQ(least_system_calls(adjust, true), whole) << "transport " << transport;
+        const int whole = usual_system_calls(adjust, false);
+        EXPECT_EQ(usual_system_calls(adjust, true), whole) << "transport " << transport;
         EXPECT_GT(whole, 0);
     }
 }
