@@ -62,13 +62,14 @@ static PyObject *version(PyObject *module, PyObject *unused)
 
 /* ---- Decimals -------------------------------------------------------------------------------------------------- */
 
-/* A context of its own makes every REAL exactly, and takes less time than the class. */
+/* A context of its own makes every REAL exactly, whatever the program's contexts are, and takes less time than the
+   class: Context(prec, rounding, Emin, Emax, capitals, clamp, flags, traps). */
 static int find_decimals(t_STATE *state)
 {
     PyObject *module = PyImport_ImportModule("decimal");
     if (!module) return -1;
     state->decimal_type = PyObject_GetAttrString(module, "Decimal");
-    PyObject *context = PyObject_CallMethod(module, "Context", "i", 40);
+    PyObject *context = PyObject_CallMethod(module, "Context", "iOiiii[][]", 40, Py_None, -9999, 9999, 1, 0);
     state->make_decimal = context ? PyObject_GetAttrString(context, "create_decimal") : NULL;
     Py_XDECREF(context);
     Py_DECREF(module);

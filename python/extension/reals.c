@@ -31,9 +31,16 @@ static int warn_of_loss(t_CALL *call, const t_DECIMAL *real)
 
 /* ---- To REALs -------------------------------------------------------------------------------------------------- */
 
+/* Python refuses to write thousands of digits of an int. */
 static int refuse_number(t_CALL *call, int argument, PyObject *number)
 {
-    return fail_argument(call->function, argument, KA_ARGUMENT, "%R is not within the range of a REAL", number);
+    PyObject *text = PyObject_Repr(number);
+    if (!text && !PyErr_ExceptionMatches(PyExc_ValueError)) return -1;
+    PyErr_Clear();
+    fail_argument(call->function, argument, KA_ARGUMENT, "%V is not within the range of a REAL", text,
+                  "a number of thousands of digits");
+    Py_XDECREF(text);
+    return -1;
 }
 
 /* text: of a Decimal or an int. */
@@ -101,10 +108,9 @@ static int real_from_float(t_CALL *call, int argument, PyObject *number, t_DECIM
 static int real_from_long_integer(t_CALL *call, int argument, PyObject *number, t_DECIMAL *real)
 {
     PyObject *text = PyObject_Str(number);
-    if (!text && PyErr_ExceptionMatches(PyExc_ValueError)) { /* Python refuses to write that many digits */
+    if (!text && PyErr_ExceptionMatches(PyExc_ValueError)) { /* too many digits to be written */
         PyErr_Clear();
-        return fail_argument(call->function, argument, KA_ARGUMENT,
-                             "an int of thousands of digits is not within the range of a REAL");
+        return refuse_number(call, argument, number);
     }
     if (!text) return -1;
     const int status = read_text(call, argument, number, text, real);

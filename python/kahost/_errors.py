@@ -242,9 +242,17 @@ def argument_error(error_class: int, text: str, function: NativeFunction | None,
     return error
 
 
+def shown(value: object) -> str:
+    """A number's text; Python refuses to write thousands of digits of an int."""
+    try:
+        return str(value)
+    except ValueError:
+        return "a number of thousands of digits"
+
+
 def lost_digits(value: object, nearest: Decimal, function: NativeFunction | None, place: Place | None) -> LostDigits:
     """A number with more digits than a REAL holds."""
-    error = LostDigits(f"{_where(function, place)}would lose digits: {value} would become {nearest}")
+    error = LostDigits(f"{_where(function, place)}would lose digits: {shown(value)} would become {nearest}")
     error.argument, error.value, error.nearest = place, value, nearest
     return error
 

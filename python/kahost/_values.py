@@ -5,11 +5,11 @@ from __future__ import annotations
 
 import sys
 from collections.abc import Sequence
-from decimal import MAX_EMAX, MIN_EMIN, Context, Decimal
+from decimal import MAX_EMAX, MIN_EMIN, ROUND_05UP, Context, Decimal
 from typing import Any, Generic, TypeVar, overload
 
 from . import _kahost
-from ._errors import ArgumentError, LostDigits
+from ._errors import ArgumentError, LostDigits, shown
 
 T = TypeVar("T")
 
@@ -53,7 +53,9 @@ class Text:
         return f"Text({self.value!r}, room={self.room})"
 
 
-_EXACT = Context(prec=200, Emax=MAX_EMAX, Emin=MIN_EMIN)
+# Of its own in every part, whatever the program's contexts are. A quotient that does not end is cut behind a digit that
+# is not 0, so that neither reading nor rounding it takes it for a shorter one.
+_QUOTIENTS = Context(prec=200, rounding=ROUND_05UP, Emin=MIN_EMIN, Emax=MAX_EMAX, clamp=0, flags=[], traps=[])
 
 
 def _decimal_text(number: Decimal) -> str | None:
@@ -70,10 +72,7 @@ def _decimal_text(number: Decimal) -> str | None:
 
 def _fraction_text(number: Any) -> str | None:
     """Of a Fraction: all its decimals where they end, else more than a REAL holds."""
-    quotient = _EXACT.divide(Decimal(number.numerator), Decimal(number.denominator))
-    if quotient * number.denominator == number.numerator:
-        return _decimal_text(quotient) if quotient else "0"
-    return str(quotient)
+    return _decimal_text(_QUOTIENTS.divide(Decimal(number.numerator), Decimal(number.denominator)))
 
 
 def _is_fraction(number: object) -> bool:
@@ -96,20 +95,23 @@ def rounded(number: Decimal | int | float) -> Decimal: ...
 def rounded(number: Sequence[Decimal | int | float]) -> list[Decimal]: ...
 def rounded(number: Any) -> Any:
     """The Decimal nearest to a number, or to each of a sequence, that a REAL holds."""
-    if isinstance(number, (Decimal, int, float)):
-        text: Any = str(Decimal(number)) if not isinstance(number, float) else repr(number)
-        result = _kahost.round_to_real(text)
-        if result is None and isinstance(number, Decimal):
-            text = _decimal_text(number)
-            result = _kahost.round_to_real(text) if text is not None else None
+    text: Any
+    if isinstance(number, float):
+        text = float.__repr__(number)
+    elif isinstance(number, (Decimal, int)):
+        text = str(Decimal(number))
     elif _is_fraction(number):
-        result = _kahost.round_to_real(str(_EXACT.divide(Decimal(number.numerator), Decimal(number.denominator))))
+        text = _fraction_text(number)
     elif isinstance(number, Sequence) and not isinstance(number, (str, bytes)):
         return [rounded(each) for each in number]
     else:
         raise TypeError(f"rounded() takes int, Decimal, float or Fraction, or a sequence of these, not {type(number).__name__}")
+    result = _kahost.round_to_real(text) if text is not None else None
+    if result is None and isinstance(number, Decimal):
+        text = _decimal_text(number)
+        result = _kahost.round_to_real(text) if text is not None else None
     if result is None:
-        raise ArgumentError(f"{number!r} is not within the range of a REAL")
+        raise ArgumentError(f"{shown(number)} is not within the range of a REAL")
     return result
 
 

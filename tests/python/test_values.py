@@ -54,6 +54,13 @@ class Index:
         return self.value
 
 
+class IndexArray(array.array):
+    """As arrays are that can be an index when they have one element."""
+
+    def __index__(self):
+        raise TypeError("only one element can be an index")
+
+
 class MyInt(int):
     pass
 
@@ -156,8 +163,10 @@ NUMBERS = [(7, 7), (True, 1), (2**31, 2**31), (-(2**40), -(2**40)), (10**125, D(
 NUMBERS += [(0.30000000000000004, D("0.3")), (1 / 3, D("0.3333333333333333")), (1e-5, D("0.00001")), (Fraction(1, 8), D("0.125"))]
 NUMBERS += [(Fraction(-3, 1), -3), (Index(12), 12), (1.5e300 / 1e200, D("1.5E+100"))]
 LOST = [D("1.2345678901234567"), D("12345678901234567"), 2**62 + 1, 12345678901234567890, D(1) / 3, Fraction(1, 3), D("1" + "0" * 99 + "1")]
+LOST += [Fraction(10**300 + 1, 10**300), Fraction(10**5000 - 1, 10**5000)]
 BEYOND = [D("NaN"), D("sNaN"), D("Infinity"), D("-Infinity"), D("1E+126"), D("1E-131"), D("1E+5000"), float("nan"), float("inf"), 1e127]
 BEYOND += [10**126, 10**5000, -(10**5000), None, 1e-200, Fraction(1, 10**140)]
+BEYOND += [Fraction(10**5000), Fraction(10**5000, 3)]
 NO_REALS = ["1", b"1", "", [], {}, 1j, object()]
 
 
@@ -185,6 +194,47 @@ def test_no_digit_is_lost_in_silence(exact, name):
         assert error.value is value and error.nearest != value and str(error.nearest) in str(error)
         assert abs(Fraction(error.nearest) - Fraction(value)) <= abs(Fraction(value)) / 10**14
         assert passed(exact.real_by_reference, kahost.rounded(value))[1] == [error.nearest]
+
+
+def test_rounded():
+    class MyFloat(float):
+        def __repr__(self):
+            return f"MyFloat({float(self)})"
+
+    assert kahost.rounded([MyFloat(0.1), 10**30 + 1, Fraction(1, 4), D("1.5")]) == [D("0.1"), D("1E+30"), D("0.25"), D("1.5")]
+    for value in BEYOND:
+        if value is not None:
+            with pytest.raises(kahost.ArgumentError):
+                kahost.rounded(value)
+
+
+CONTEXTS = """
+import decimal, sys
+from decimal import Decimal
+from fractions import Fraction
+def spoil(context):
+    context.prec, context.Emin, context.Emax, context.capitals = 3, -3, 3, 0
+    context.traps = dict.fromkeys(context.traps, True)
+spoil(decimal.DefaultContext)
+spoil(decimal.getcontext())
+import kahost
+values = [Decimal("12345678901234"), Decimal("1E+120"), Decimal("-1.5E-120"), Fraction(12345, 8), 0.1, 10**13 + 1]
+with kahost.open(sys.argv[1], deadline=60) as m:
+    got = [m.real_by_reference(value, kahost.Text("", 1000)).x for value in values]
+    for lost in (Fraction(1, 3), Decimal("1.23456789012345678901")):
+        try:
+            m.real_by_reference(lost, kahost.Text("", 1000))
+        except kahost.LostDigits as error:
+            got += [error.nearest, kahost.rounded(lost)]
+print([str(each).upper() for each in got])
+"""
+
+
+def test_contexts_of_the_program_change_nothing(modules):
+    done = subprocess.run([*PYTHON, "-c", CONTEXTS, modules["exact"]], capture_output=True, text=True, timeout=120)
+    expected = ["12345678901234", "1E+120", "-1.5E-120", "1543.125", "0.1", "10000000000001"]
+    expected += 2 * ["0.3333333333333333"] + 2 * ["1.23456789012346"]
+    assert (done.stdout.strip(), done.stderr) == (str(expected), "")
 
 
 @pytest.mark.parametrize("name", ["real_by_value", "real_by_reference", "real_array"])
@@ -411,6 +461,7 @@ MORE = [
     (["a", b"b"], STRING, [b"a", b"b"]),
     (array.array("i", [3, 4]), INTEGER, [3, 4]),
     (array.array("d", [0.5]), REAL, [D("0.5")]),
+    (IndexArray("i", [5]), INTEGER, [5]),
 ]
 
 
