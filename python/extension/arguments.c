@@ -99,7 +99,7 @@ static t_TYPE type_of(const t_STATE *state, PyObject *value)
     if (PyUnicode_Check(value) || PyBytes_Check(value)) return A_TEXT;
     if (PyLong_Check(value)) return AN_INT;
     if (PyFloat_Check(value) || is_instance(value, state->decimal_type)) return A_NUMBER;
-    const bool array = PySequence_Check(value) && PyObject_CheckBuffer(value); /* some say that they are an index, too */
+    const bool array = PySequence_Check(value) && PyObject_CheckBuffer(value); /* which may have __index__, too */
     if (PyIndex_Check(value) && !array) return AN_INT;
     return PySequence_Check(value) || value == Py_None ? NO_TYPE : A_NUMBER; /* a Fraction, or refused as no number */
 }

@@ -115,7 +115,7 @@ int watch_forks(void);
 /* life.c: methods of Host; and its end without a word. */
 PyObject *host_open(PyObject *self, PyObject *unused); /* starts the module, and gives its tables */
 PyObject *host_restart(PyObject *self, PyObject *unused);
-PyObject *host_close(PyObject *self, PyObject *unused);
+PyObject *host_close(PyObject *self, PyObject *let_go);
 void forget_ka(t_HOST *host);
 
 /* turn.c */

@@ -18,15 +18,23 @@ void *arena(t_HOST *host, size_t size)
 
 /* ---- Making and ending ----------------------------------------------------------------------------------------- */
 
+/* What the system takes ends at its first zero. */
+static const char *without_zero(PyObject *bytes)
+{
+    char *characters;
+    return PyBytes_AsStringAndSize(bytes, &characters, NULL) == 0 ? characters : NULL;
+}
+
 static char **copy_environment(PyObject *list)
 {
     const Py_ssize_t count = PyList_Size(list);
     if (count < 0) return NULL;
     char **environment = PyMem_Calloc((size_t)count + 1, sizeof *environment);
     for (Py_ssize_t i = 0; environment && i < count; i++) {
-        const char *entry = PyBytes_AsString(PyList_GetItem(list, i));
+        const char *entry = without_zero(PyList_GetItem(list, i));
         environment[i] = entry ? strdup(entry) : NULL;
-        if (!entry) break;
+        if (entry && !environment[i]) PyErr_NoMemory();
+        if (!environment[i]) break;
     }
     if (!environment) PyErr_NoMemory();
     return environment;
@@ -44,8 +52,9 @@ static int take_environment(t_HOST *host, PyObject *environment, PyObject *direc
 {
     if (environment != Py_None && !(host->environment = copy_environment(environment))) return -1;
     if (directory != Py_None) {
-        const char *path = PyBytes_AsString(directory);
-        if (!path || !(host->directory = strdup(path))) return -1;
+        const char *path = without_zero(directory);
+        host->directory = path ? strdup(path) : NULL;
+        if (path && !host->directory) PyErr_NoMemory();
     }
     return PyErr_Occurred() ? -1 : 0;
 }
@@ -70,7 +79,7 @@ static PyObject *host_new(PyTypeObject *type, PyObject *args, PyObject *named)
                                      &room, &floats, &encoding, &errors, &callback, &environment, &directory))
         return NULL;
     PyObject *module = PyType_GetModule(type);
-    if (!module) return NULL;
+    if (!module || !without_zero(path)) return NULL;
     const allocfunc allocate = (allocfunc)PyType_GetSlot(type, Py_tp_alloc);
     t_HOST *host = (t_HOST *)allocate(type, 0);
     if (!host) return NULL;
@@ -259,7 +268,7 @@ static PyObject *get_closed(PyObject *self, void *unused)
 static PyMethodDef host_methods[] = {
     {"open", host_open, METH_NOARGS, "Starts the module, and gives its tables."},
     {"restart", host_restart, METH_NOARGS, NULL},
-    {"close", host_close, METH_NOARGS, NULL},
+    {"close", host_close, METH_O, NULL},
     {"cancel", host_cancel, METH_NOARGS, NULL},
     {"stderr", host_output, METH_NOARGS, NULL},
     {"scratch", host_scratch, METH_NOARGS, "An object with the buffer protocol."},

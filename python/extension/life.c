@@ -90,20 +90,22 @@ PyObject *host_restart(PyObject *self, PyObject *unused)
     return tables ? Py_NewRef(Py_None) : NULL;
 }
 
-/* Nothing in a child of the process that opened it: there it is closed. */
-PyObject *host_close(PyObject *self, PyObject *unused)
+/* close(let_go): let_go() is called once it is this thread's turn, and drops the caller's own view of the scratch
+   area. Nothing more in a child of the process that opened it: there it is closed. */
+PyObject *host_close(PyObject *self, PyObject *let_go)
 {
-    (void)unused;
     t_HOST *host = (t_HOST *)self;
-    if (is_closed(host)) Py_RETURN_NONE;
+    if (is_closed(host)) return PyObject_CallNoArgs(let_go);
     if (enter_host(host) < 0) {
         if (!is_closed(host)) return NULL; /* it was closed while this thread waited */
         PyErr_Clear();
         Py_RETURN_NONE;
     }
-    if (host->exports > 0) {
+    PyObject *done = PyObject_CallNoArgs(let_go);
+    Py_XDECREF(done);
+    if (done && host->exports > 0) PyErr_SetString(PyExc_BufferError, "views of the scratch area are in use");
+    if (!done || host->exports > 0) {
         leave_host(host);
-        PyErr_SetString(PyExc_BufferError, "views of the scratch area are in use");
         return NULL;
     }
     ka_host *ka = host->ka;

@@ -48,9 +48,10 @@ typedef struct t_SCRATCH {
 
 PyObject *make_scratch(t_HOST *host)
 {
-    t_SCRATCH *scratch = PyObject_New(t_SCRATCH, (PyTypeObject *)host->state->scratch_type);
+    t_SCRATCH *scratch = PyObject_GC_New(t_SCRATCH, (PyTypeObject *)host->state->scratch_type);
     if (!scratch) return NULL;
     scratch->host = (t_HOST *)Py_NewRef((PyObject *)host);
+    PyObject_GC_Track((PyObject *)scratch);
     return (PyObject *)scratch;
 }
 
@@ -74,16 +75,26 @@ static void release_buffer(PyObject *self, Py_buffer *view)
     count_release(((t_SCRATCH *)self)->host);
 }
 
+/* There is nothing to clear: a cycle goes through the host's callback or through a view. */
+static int scratch_traverse(PyObject *self, visitproc visit, void *arg)
+{
+    Py_VISIT(Py_TYPE(self));
+    Py_VISIT((PyObject *)((t_SCRATCH *)self)->host);
+    return 0;
+}
+
 static void scratch_dealloc(PyObject *self)
 {
     PyTypeObject *type = Py_TYPE(self);
+    PyObject_GC_UnTrack(self);
     Py_DECREF((PyObject *)((t_SCRATCH *)self)->host);
-    PyObject_Free(self);
+    PyObject_GC_Del(self);
     Py_DECREF(type);
 }
 
 static PyType_Slot scratch_slots[] = {
     {Py_tp_dealloc, scratch_dealloc},
+    {Py_tp_traverse, scratch_traverse},
     {Py_bf_getbuffer, get_buffer},
     {Py_bf_releasebuffer, release_buffer},
     {0, NULL},
@@ -92,6 +103,6 @@ static PyType_Slot scratch_slots[] = {
 PyType_Spec scratch_spec = {
     .name = "kahost._kahost.Scratch",
     .basicsize = sizeof(t_SCRATCH),
-    .flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_DISALLOW_INSTANTIATION,
+    .flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC | Py_TPFLAGS_DISALLOW_INSTANTIATION,
     .slots = scratch_slots,
 };

@@ -43,8 +43,8 @@ PyObject *read_tables(PyObject *module, PyObject *path)
 {
     (void)module;
     char why[300] = "";
-    const char *name = PyBytes_AsString(path);
-    if (!name) return NULL;
+    char *name;
+    if (PyBytes_AsStringAndSize(path, &name, NULL) < 0) return NULL; /* also a zero in it */
     PyThreadState *state = PyEval_SaveThread();
     ka_tables *tables = ka_read_tables(name, why, sizeof why);
     PyEval_RestoreThread(state);

@@ -11,6 +11,7 @@ from typing import TYPE_CHECKING, Any, Self
 
 from . import _kahost, _results
 from . import _tables as tables
+from ._errors import ArgumentError
 from ._tables import Decoder, Prototype, RawFunction
 
 if TYPE_CHECKING:
@@ -157,6 +158,8 @@ def changes_of(*, deadline: float | None = None, room: int | None = None, reals:
     changes: dict[str, Any] = {}
     if deadline is not None:
         changes["deadline_ms"] = milliseconds(deadline)
+        if changes["deadline_ms"] <= 0:
+            raise ArgumentError(f"deadline is {deadline}; it must be above 0")
     if room is not None:
         changes["room"] = room
     if reals is not None:

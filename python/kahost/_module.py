@@ -3,6 +3,8 @@
 
 from __future__ import annotations
 
+import codecs
+import errno
 import os
 from collections.abc import Callable, Mapping
 from types import MappingProxyType, TracebackType
@@ -43,7 +45,13 @@ def _output(stderr: Stderr) -> tuple[int, int]:
 
 def _environment(env: Mapping[str, str] | None) -> list[bytes] | None:
     values = _paths.host_environment(env)
-    return None if values is None else [os.fsencode(f"{name}={value}") for name, value in values.items()]
+    if values is None:
+        return None
+    pairs = [(os.fsencode(name), os.fsencode(value)) for name, value in values.items()]
+    for name, _ in pairs:
+        if not name or b"=" in name:
+            raise ValueError(f"env: {os.fsdecode(name)!r} is no name of a variable")
+    return [b"=".join(pair) for pair in pairs]
 
 
 class Module:
@@ -83,7 +91,8 @@ class Module:
         set_field = object.__setattr__
         name = os.fsdecode(path)
         output, output_fd = _output(stderr)
-        "".encode(encoding, errors)
+        "".encode(encoding)
+        codecs.lookup_error(errors)
         host = _kahost.Host(
             os.fsencode(path),
             deadline_ms=milliseconds(deadline),
@@ -136,7 +145,8 @@ class Module:
 
     def __getattr__(self, name: str) -> Function:
         """Functions are attributes, but for those whose name a Module has itself."""
-        raise AttributeError(f"{self._origin.path} has no function {name!r}", name=name, obj=self)
+        origin: Origin = object.__getattribute__(self, "_origin")
+        raise AttributeError(f"{origin.path} has no function {name!r}", name=name, obj=self)
 
     def __setattr__(self, name: str, value: object) -> None:
         if not isinstance(getattr(Module, name, None), property):
@@ -155,11 +165,13 @@ class Module:
 
     def close(self) -> None:
         """Ends the process. Waits for a call of another thread; a second time nothing happens."""
-        view = self._view
-        if view is not None:
-            view.release()
+        self._host.close(self._let_go)
+
+    def _let_go(self) -> None:
+        """Of the scratch area."""
+        if self._view is not None:
+            self._view.release()
             object.__setattr__(self, "_view", None)
-        self._host.close()
 
     def __enter__(self) -> Self:
         return self
@@ -256,6 +268,9 @@ def _with_advice(error: StartError, path: str) -> StartError:
             os.stat(path)
         except OSError as failure:
             error.errno = failure.errno
+        else:
+            if error.exit_status is None and not os.access(path, os.X_OK):
+                error.errno = errno.EACCES
     if "/" not in path and not os.path.exists(path):
         advice.append("a path without a slash is not searched for in PATH: it is a file in the working directory")
     need = _paths.start_advice(path)

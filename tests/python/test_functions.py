@@ -53,8 +53,12 @@ def test_what_does_not_start(modules, tmp_path):
         kahost.open(tmp_path / "missing")
     assert isinstance(caught.value, OSError) and caught.value.retry == "no" and caught.value.errno == errno.ENOENT
     (tmp_path / "no_module").write_text("#!/bin/sh\n")
-    with pytest.raises(kahost.StartError):
+    with pytest.raises(kahost.StartError) as caught:
         kahost.open(tmp_path / "no_module")
+    assert caught.value.errno == errno.EACCES
+    for function in (kahost.open, kahost.read):
+        with pytest.raises(ValueError):
+            function(modules["tour"] + "\0x")
     with pytest.raises(kahost.StartError) as caught:
         kahost.open("no-such-module")
     assert "not searched for" in str(caught.value)
@@ -88,6 +92,12 @@ def test_a_module_that_ends_at_start(modules):
         ({"room": "x"}, TypeError),
         ({"unknown": 1}, TypeError),
         ({"cwd": "/no/such/folder"}, kahost.Error),
+        ({"cwd": "/tmp\0/x"}, ValueError),
+        ({"env": {"A": "b\0c"}}, ValueError),
+        ({"env": {"A=B": "c"}}, ValueError),
+        ({"env": {"": "c"}}, ValueError),
+        ({"env": {"A": 1}}, TypeError),
+        ({"errors": "unheard-of"}, LookupError),
     ],
     ids=lambda value: repr(value) if isinstance(value, dict) else "",
 )
@@ -172,6 +182,7 @@ def test_a_module_in_a_cycle_is_collected(modules):
     m = kahost.open(modules["tour"], deadline=60)
     pid = m.pid
     m.callback = lambda value, m=m: m.deadline
+    m.scratch()[0] = 1
     del m
     gc.collect()
     assert not os.path.exists(f"/proc/{pid}")
@@ -250,6 +261,14 @@ def test_the_scratch_area(modules):
         m.close()
     other.release()
     last = m.scratch()
+
+    def close(value):
+        with pytest.raises(kahost.ArgumentError):
+            m.close()
+        return last[0]
+
+    m.callback = close
+    m.ask(9)
     m.close()
     with pytest.raises(ValueError):
         last[0]
@@ -348,7 +367,9 @@ def test_options_of_one_function(tour):
     with pytest.raises(ValueError):
         tour.nap.options(reals="x")
     with pytest.raises(kahost.ArgumentError):
-        tour.nap.options(deadline=-1)(1)
+        tour.nap.options(deadline=-1)
+    with pytest.raises(kahost.ArgumentError):
+        tour.nap.options(deadline=0)
 
 
 def test_a_deadline_of_one_call(modules):
