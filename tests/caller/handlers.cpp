@@ -456,6 +456,17 @@ struct Copy {
 } // namespace
 
 #ifndef __SANITIZE_ADDRESS__ // of which one copy can be in a process
+// What a library that is loaded later can have of the threads' blocks is little, and for all of them.
+TEST_F(Handlers, many_copies_of_the_library_can_be_loaded)
+{
+    for (int i = 0; i < 10; i++) {
+        const Copy copy;
+        const auto version = copy.find(ka_version, "ka_version");
+        ASSERT_TRUE(version);
+        EXPECT_STREQ(version(), ka_version());
+    }
+}
+
 // Both hear their own hosts, and the program's handler everything else.
 TEST_F(Handlers, two_copies_of_the_library_work_in_one_program)
 {

@@ -3,21 +3,57 @@
  * See owner.h. */
 #include "owner.h"
 
+#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 
 constinit thread_local const ka_host *refused_by = nullptr;
 
-/* Why, or what the last error of a host was that this thread has removed. Large, so it is allocated at first use. */
-static thread_local ka_error refusal;
+/* ---- Records --------------------------------------------------------------------------------------------------- */
+
+static pthread_once_t key_made = PTHREAD_ONCE_INIT;
+static pthread_key_t record_key;
+static bool has_key;
+
+static void make_key(void)
+{
+    has_key = pthread_key_create(&record_key, free) == 0;
+}
+
+/* This thread's: why it was refused, or what the last error of a host was that it has removed. Allocated at first
+   use, and no part of the TLS block: of those the system can place a few bytes only when a library is loaded later.
+   Null without memory. */
+static ka_error *own_record(void)
+{
+    pthread_once(&key_made, make_key);
+    if (!has_key) return nullptr;
+    ka_error *record = static_cast<ka_error *>(pthread_getspecific(record_key));
+    if (record) return record;
+    record = static_cast<ka_error *>(calloc(1, sizeof *record));
+    if (!record || pthread_setspecific(record_key, record) == 0) return record;
+    free(record);
+    return nullptr;
+}
+
+static void keep_record(const ka_host *host, const ka_error *error)
+{
+    ka_error *record = own_record();
+    refused_by = host;
+    if (record) *record = *error;
+}
+
+static const ka_error *kept_record(void)
+{
+    const ka_error *record = own_record();
+    return record ? record : ka_last_error(nullptr);
+}
 
 /* ---- Coming in ------------------------------------------------------------------------------------------------- */
 
 static int32_t refuse(const ka_host *host, const char *function)
 {
     const bool is_closed = host->owner.load(std::memory_order_relaxed) == NOBODY_EVER;
-    refused_by = host;
-    refusal = {};
+    ka_error refusal = {};
     refusal.error_class = is_closed ? KA_CLOSED : KA_ARGUMENT;
     refusal.retry = KA_RETRY_NO;
     refusal.exit_status = -1;
@@ -25,6 +61,7 @@ static int32_t refuse(const ka_host *host, const char *function)
         snprintf(refusal.message, sizeof refusal.message, "%s: the host was closed", function);
     else
         snprintf(refusal.message, sizeof refusal.message, "%s: the host is used by another thread", function);
+    keep_record(host, &refusal);
     return refusal.error_class;
 }
 
@@ -36,11 +73,11 @@ static int32_t refuse(const ka_host *host, const char *function)
 
 const ka_error *error_of(const ka_host *host)
 {
-    if (refused_by == host) return &refusal;
+    if (refused_by == host) return kept_record();
     const uintptr_t owner = host->owner.load(std::memory_order_acquire);
     if (owner == 0 || owner == this_thread()) return &host->error;
     refuse(host, "ka_last_error");
-    return &refusal;
+    return kept_record();
 }
 
 /* ---- The end --------------------------------------------------------------------------------------------------- */
@@ -50,8 +87,7 @@ const ka_error *error_of(const ka_host *host)
 [[gnu::cold, gnu::noinline]] void remove_retired(ka_host *host)
 {
     if (!take_host(host, this_thread())) return;
-    refusal = host->error;
-    refused_by = host;
+    keep_record(host, &host->error);
     host->remove(host);
 }
 
