@@ -145,8 +145,8 @@ TEST_P(Annex, a_call_costs_the_caller_two_system_calls)
     EXPECT_LE(std::accumulate(seen.begin(), seen.end(), 0), 2 * counted_calls);
 }
 
-// One of them looks whether the program has put another handler in the place of ours, which the reply would meet. More
-// where the host is still on its way back to its wait, or a signal of the system comes in between.
+// One of them looks whether the program has put another handler in the place of ours, which the reply would meet.
+// More where the host is still on its way back to its wait, or a signal of the system comes in between.
 TEST_P(Annex, a_call_without_it_costs_the_caller_five_system_calls)
 {
     const std::vector<int> seen = system_calls(with(KA_TRANSPORT_PLAIN), "give_code");

@@ -359,8 +359,8 @@ void make_calls(const std::function<void(ka_options &)> &adjust, bool steps)
     mark_round();
 }
 
-// The usual number of system calls in a round of a child that makes the calls. (On a busy machine a reply can be there
-// before the thread sleeps, or come late.)
+// The usual number of system calls in a round of a child that makes the calls. (On a busy machine a reply can be
+// there before the thread sleeps, or come late.)
 int usual_system_calls(const std::function<void(ka_options &)> &adjust, bool steps)
 {
     const pid_t child = fork();
