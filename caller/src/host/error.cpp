@@ -28,7 +28,8 @@ static const ka_error no_memory = {
 
 const ka_error *ka_last_error(const ka_host *host)
 {
-    return host ? error_of(host) : &no_memory;
+    const ka_error *error = host ? error_of(host) : nullptr;
+    return error ? error : &no_memory;
 }
 
 const char *ka_error_name(int32_t error_class)

@@ -42,12 +42,6 @@ static void keep_record(const ka_host *host, const ka_error *error)
     if (record) *record = *error;
 }
 
-static const ka_error *kept_record(void)
-{
-    const ka_error *record = own_record();
-    return record ? record : ka_last_error(nullptr);
-}
-
 /* ---- Coming in ------------------------------------------------------------------------------------------------- */
 
 static int32_t refuse(const ka_host *host, const char *function)
@@ -73,11 +67,11 @@ static int32_t refuse(const ka_host *host, const char *function)
 
 const ka_error *error_of(const ka_host *host)
 {
-    if (refused_by == host) return kept_record();
+    if (refused_by == host) return own_record();
     const uintptr_t owner = host->owner.load(std::memory_order_acquire);
     if (owner == 0 || owner == this_thread()) return &host->error;
     refuse(host, "ka_last_error");
-    return kept_record();
+    return own_record();
 }
 
 /* ---- The end --------------------------------------------------------------------------------------------------- */

@@ -31,7 +31,7 @@ struct t_VISIT {
 
 int32_t come_in_again(ka_host *host, const char *function); /* or be refused */
 void remove_retired(ka_host *host);
-const ka_error *error_of(const ka_host *host); /* for this thread */
+const ka_error *error_of(const ka_host *host); /* for this thread; null without memory */
 
 /* Takes the host for a moment, or for ever. */
 inline bool take_host(ka_host *host, uintptr_t owner)
