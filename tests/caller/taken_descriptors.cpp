@@ -8,6 +8,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <memory>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
@@ -308,6 +309,40 @@ TEST_P(TakenDescriptors, in_a_callback_are_left_alone_and_its_answer_arrives)
         if (!answers(host, 7, "ask")) return 1;
         if (ka_close(host) != KA_DONE) return 2;
         return wish.own->are_untouched() ? 0 : 3;
+    });
+}
+
+// A program that then asks for the descriptor of ka_wait_fd. The host is still the only one, and its death is seen.
+TEST_P(TakenDescriptors, between_steps_are_left_alone_and_the_host_stays)
+{
+    in_child([](int turn, pid_t bystander) {
+        const auto step = [](ka_host *host, int32_t *what) {
+            int32_t value = 0;
+            struct pollfd one = {ka_wait_fd(host), POLLIN, 0};
+            while (poll(&one, 1, 30000) == -1)
+                ; // SIGUSR2 interrupts it
+            return one.revents == 0 ? -1 : ka_wait(host, 0, what, &value);
+        };
+        ka_host *host = open_host();
+        const pid_t pid = ka_pid(host);
+        if (!answers(host, 1) || ka_wait_fd(host) == -1) return 1;
+        if (ka_begin(host, "nap") != KA_DONE || ka_add_integer(host, 20, KA_BY_VALUE) != KA_DONE) return 2;
+        if (ka_send(host) != KA_DONE) return 3;
+        const OwnDescriptors own(turn, bystander);
+        int32_t what = KA_WAITING;
+        int32_t status = KA_DONE;
+        while (status == KA_DONE && what != KA_RETURNED)
+            status = step(host, &what);
+        if (status != KA_DONE) return 4;
+        if (!answers(host, 2) || ka_pid(host) != pid) return 5;
+        if (ka_begin(host, "nap") != KA_DONE || ka_add_integer(host, 60000, KA_BY_VALUE) != KA_DONE) return 6;
+        if (ka_send(host) != KA_DONE) return 7;
+        kill(pid, SIGKILL);
+        while (status == KA_DONE)
+            status = step(host, &what);
+        if (status != KA_DIED) return 8;
+        if (ka_close(host) != KA_DONE) return 9;
+        return own.are_untouched() ? 0 : 10;
     });
 }
 

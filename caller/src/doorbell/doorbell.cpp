@@ -219,6 +219,7 @@ void come_back(ka_host *host)
 {
     if (!host->waiting.is_away) return;
     host->waiting.is_away = false;
+    host->waiting.is_found = false; /* the program may have closed descriptors since */
     wait_here(host);
     come_back_to_waiter(host->waiting.waiter);
 }

@@ -86,13 +86,13 @@ void arm_wait_fd(ka_host *host)
 
 void disarm_wait_fd(ka_host *host)
 {
+    still_bell(host);
     if (!host->wait_fd.is_armed) return;
     host->wait_fd.is_armed = false;
     remove_source(host, host->process.pid_fd);
     remove_source(host, host->options.cancel_fd);
     remove_source(host, host->waiting.doorbell_fd);
     set_timer(host, 0);
-    still_bell(host);
 }
 
 /* ---- The descriptor -------------------------------------------------------------------------------------------- */
@@ -109,7 +109,7 @@ static int32_t open_wait_fd(ka_host *host)
     host->wait_fd.fd = epoll_create1(EPOLL_CLOEXEC);
     host->wait_fd.timer_fd = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
     host->wait_fd.bell_fd = eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK);
-    host->wait_fd.is_timed = host->wait_fd.is_ringing = false;
+    host->wait_fd.is_armed = host->wait_fd.is_timed = host->wait_fd.is_ringing = false;
     struct epoll_event event = {};
     struct epoll_event still = {};
     event.events = EPOLLIN;
@@ -133,7 +133,6 @@ static bool is_there(ka_host *host)
     if (is_owned(host, OWNED_WAIT) && is_owned(host, OWNED_TIMER) && is_owned(host, OWNED_BELL)) return true;
     disown_lost(host);
     close_wait_fd(host);
-    host->wait_fd.is_armed = false;
     return false;
 }
 
@@ -145,7 +144,10 @@ int ka_wait_fd(ka_host *host)
     if (open_wait_fd(host) != KA_DONE) return -1;
     if (host->life.state == STATE_SENT) {
         if (host->steps.phase != PHASE_IDLE) ask_for_doorbell(host);
-        arm_wait_fd(host);
+        if (host->process.pid_fd == -1)
+            ring_wait_fd(host); /* the next step finds the process again */
+        else
+            arm_wait_fd(host);
     }
     return host->wait_fd.fd;
 }

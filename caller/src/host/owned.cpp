@@ -18,10 +18,10 @@
 #include "base/pidfd.h"
 #include "base/proc.h"
 
-/* What /proc says of a file that shares its inode with all others which have no name: descriptors of signals, and, of
-   older kernels, of processes. */
+/* What /proc says of a file that shares its inode with all others which have no name: descriptors of signals, of what
+   is to be waited for, and, of older kernels, of processes. */
 static constexpr const char *descriptions[OWNED] = {
-    "\nPid:\t", "\nsigmask:\t0000000000000800\n", "", "", "", "\ntfd:", "\nclockid:", "\neventfd-count:"};
+    "\nPid:\t", "\nsigmask:\t0000000000000800\n", "", "", "", "\ntfd:", nullptr, nullptr};
 static_assert(SIGUSR2 == 12, "the set of signals above is that of this number alone");
 
 static int *number_of(ka_host *host, t_OWNED which)
@@ -52,7 +52,7 @@ static bool is_noted_file(ka_host *host, t_OWNED which, bool *nameless)
 static bool is_described(int fd, const char *description)
 {
     char path[48];
-    char text[512];
+    char text[1024];
     snprintf(path, sizeof path, "/proc/thread-self/fdinfo/%d", fd);
     const int info_fd = open(path, O_RDONLY | O_CLOEXEC);
     if (info_fd == -1) return false;
@@ -62,11 +62,21 @@ static bool is_described(int fd, const char *description)
     return strstr(text, description) != nullptr;
 }
 
+/* A timer and a bell look like all others, but only ours are in our descriptor. */
+static bool is_in_wait_fd(const ka_host *host, int fd)
+{
+    char source[32];
+    snprintf(source, sizeof source, "\ntfd: %8d ", fd);
+    return is_described(host->wait_fd.fd, source);
+}
+
 bool is_owned(ka_host *host, t_OWNED which)
 {
     bool nameless = false;
     if (!is_noted_file(host, which, &nameless)) return false;
-    return !nameless || is_described(*number_of(host, which), descriptions[which]);
+    if (!nameless) return true;
+    const int fd = *number_of(host, which);
+    return descriptions[which] ? is_described(fd, descriptions[which]) : is_in_wait_fd(host, fd);
 }
 
 void disown_lost(ka_host *host)

@@ -11,7 +11,7 @@
 
 bool regain_process(ka_host *host)
 {
-    if (host->process.pid_fd == -1 || owns_process(host)) return true;
+    if (host->process.pid == 0 || owns_process(host)) return true;
     disown_lost(host);
     host->process.pid_fd = host->process.command != 0 ? reopen_host(host) : reopen_child(host->process.pid);
     if (host->process.pid_fd == -1) return false;
