@@ -16,6 +16,9 @@ inline Step step_of(ka_host *host, int32_t timeout_ms = -1)
 {
     Step step;
     EXPECT_EQ(ka_wait(host, timeout_ms, &step.what, &step.value), KA_DONE) << error_text(host);
+    if (step.what == KA_WAITING) {
+        EXPECT_EQ(step.value, 0);
+    }
     return step;
 }
 

@@ -120,8 +120,9 @@ static bool ends_idle_wait(ka_host *host, int woken, int64_t until, t_STEP *step
     } else if (look_for_rest(host) == AT_REST_IN_CALLBACK) {
         *step = {KA_DONE, KA_CALLBACK, load32(host, host->segment.layout->cbval)};
     } else {
-        step->what = KA_WAITING;
-        return (woken & WOKEN_BY_HANDLER) || now_ns() >= until;
+        const bool is_over = (woken & WOKEN_BY_HANDLER) || now_ns() >= until;
+        if (is_over) *step = {KA_DONE, KA_WAITING, 0};
+        return is_over;
     }
     return true;
 }
