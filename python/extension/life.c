@@ -27,12 +27,16 @@ static void cancel_start(void *subject)
     ka_cancel(__atomic_load_n(&((t_START *)subject)->ka, __ATOMIC_ACQUIRE));
 }
 
-/* Null after an error, or when a signal handler raised. */
+/* Null after an error, when a signal handler raised, and in a child that one has made. */
 static const ka_tables *start(t_HOST *host)
 {
     t_START start = {host->ka, PyBytes_AsString(host->path), &host->options, NULL};
     int32_t status;
     const int waited = run_waiting(start_work, &start, cancel_start, &status);
+    if (host->forks != fork_count()) {
+        if (!PyErr_Occurred()) fail_closed(host);
+        return NULL;
+    }
     host->ka = start.ka;
     if (waited == 0 && status != KA_DONE) fail_library(host, NULL);
     return waited == 0 ? start.tables : NULL;

@@ -94,7 +94,7 @@ static int wait_for_turn(t_HOST *host, t_WAITER *waiter)
         PyThread_acquire_lock_timed(waiter->lock, longest_us, main_thread);
         PyEval_RestoreThread(state);
         if (!main_thread || waiter->has_turn) continue;
-        if (PyErr_CheckSignals() < 0) break;
+        if (PyErr_CheckSignals() < 0 || is_closed(host)) break; /* a handler may have forked, and this be the child */
         if (is_interpreter_ending() && !waiter->has_turn) {
             fail_host(host, KA_ARGUMENT, "the host is used by another thread, and the interpreter is ending");
             break;
@@ -135,14 +135,19 @@ static void free_waiter(t_WAITER *waiter)
     free(waiter);
 }
 
-/* A thread that waited behind a call of its own event loop would wait for ever. */
-static bool awaits_in_this_thread(const t_HOST *host)
+/* A thread that waited behind a call of its own would wait for ever: one of its event loop, or one in whose wait a
+   signal handler runs. */
+static int check_own_calls(t_HOST *host)
 {
     const unsigned long me = PyThread_get_thread_ident();
-    if (host->owner == me && host->awaited) return true;
-    for (const t_WAITER *each = host->first; each; each = each->next)
-        if (each->thread == me && each->event_fd != -1) return true;
-    return false;
+    bool makes = host->owner == me, awaits = makes && host->awaited;
+    for (const t_WAITER *each = host->first; each; each = each->next) {
+        makes = makes || each->thread == me;
+        awaits = awaits || (each->thread == me && each->event_fd != -1);
+    }
+    if (awaits) return fail_host(host, KA_ARGUMENT, "a call of it is awaited in this thread; use a second host");
+    if (makes) return fail_host(host, KA_ARGUMENT, "is used while this thread makes a call of it; use a second host");
+    return 0;
 }
 
 static int check_callback(t_HOST *host)
@@ -155,11 +160,7 @@ static int check_callback(t_HOST *host)
 
 static int take_turn_after_others(t_HOST *host)
 {
-    if (check_callback(host) < 0) return -1;
-    if (awaits_in_this_thread(host))
-        return fail_host(host, KA_ARGUMENT, "a call of it is awaited in this thread; use a second host");
-    if (host->owner == PyThread_get_thread_ident())
-        return fail_host(host, KA_ARGUMENT, "is used while this thread makes a call of it; use a second host");
+    if (check_callback(host) < 0 || check_own_calls(host) < 0) return -1;
     t_WAITER *waiter = new_waiter(false);
     if (!waiter) return -1;
     queue_up(host, waiter);

@@ -251,3 +251,92 @@ def test_a_handler_that_is_installed_later(modules, kind, transport):
     """Replies come, or the call fails with a text: they never end the program."""
     done = subprocess.run([sys.executable, "-c", LATER, modules["tour"], kind, transport], stdout=subprocess.PIPE, timeout=300)
     assert done.returncode == 0 and done.stdout.endswith(b"alive\n")
+
+
+def test_a_handler_that_calls_the_host_for_which_its_thread_queues(m, handlers):
+    """It can never be its turn."""
+    refused = []
+
+    def handler(number, frame):
+        try:
+            m.total([2])
+        except kahost.ArgumentError as error:
+            signal.setitimer(signal.ITIMER_REAL, 0)
+            refused.append(str(error))
+            m.cancel()
+
+    def nap():
+        with pytest.raises(kahost.Cancelled):
+            m.nap(3600)
+
+    napping = threading.Thread(target=nap)
+    napping.start()
+    wait_until(lambda: is_napping(m))
+    signal.signal(signal.SIGALRM, handler)
+    signal.setitimer(signal.ITIMER_REAL, 0.1, 0.1)
+    assert m.total([1]).sum == 1
+    assert len(refused) == 1 and "while this thread makes a call" in refused[0]
+    napping.join()
+
+
+def is_napping(m):
+    with open(f"/proc/{m.pid}/syscall") as file:
+        return file.read().split()[0] in ("35", "230")
+
+
+@pytest.mark.parametrize("waits", ["for its turn", "for a reply", "for a start"])
+def test_a_child_that_returns_from_the_handler_in_which_it_was_made(m, modules, handlers, waits):
+    """What it waited for is its parent's."""
+    parent, statuses = os.getpid(), []
+
+    def handler(number, frame):
+        if statuses or os.getpid() != parent:
+            if waits == "for a reply":  # a call that had not begun when the child was made
+                m.cancel()
+            return
+        child = os.fork()
+        if child == 0:
+            return
+        statuses.append(None)
+        try:
+            wait_until(lambda: os.waitid(os.P_PID, child, os.WEXITED | os.WNOHANG | os.WNOWAIT), what="the child's end")
+        except BaseException:
+            os.kill(child, signal.SIGKILL)
+            raise
+        finally:
+            statuses[0] = os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
+            m.cancel()
+
+    def wait():
+        if waits == "for a start":
+            with kahost.open(modules["tasks"], deadline=60, env={**os.environ, "KA_TEST_SETUP": "naps1000"}) as slow:
+                assert slow.add(1, 2).sum == 3
+        elif waits == "for a reply":
+            with pytest.raises(kahost.Cancelled):
+                m.nap(3600)
+        else:
+            assert m.total([1]).sum == 1
+
+    def nap():
+        with pytest.raises(kahost.Cancelled):
+            m.nap(3600)
+
+    napping = threading.Thread(target=nap)
+    if waits == "for its turn":
+        napping.start()
+        wait_until(lambda: is_napping(m))
+    signal.signal(signal.SIGALRM, handler)
+    signal.setitimer(signal.ITIMER_REAL, 0.1, 0.1)
+    status = 1
+    try:
+        wait()
+    except kahost.ClosedError:
+        status = 7
+        if os.getpid() == parent:
+            raise
+    finally:
+        if os.getpid() != parent:
+            os._exit(status)
+    assert statuses == [7]
+    if napping.is_alive():
+        napping.join()
