@@ -67,17 +67,21 @@ class _Shared:
     def end(self) -> None:
         """The threads end after the work that waits."""
         with self.lock:
-            if not self.ended:
-                self.ended = True
-                self.queue.put(None)
+            self.end_collected()
+
+    def end_collected(self) -> None:
+        """The same for a pool that nobody has: a collection may run in a thread that holds the lock."""
+        if not self.ended:
+            self.ended = True
+            self.queue.put(None)
 
     def drop_work(self) -> None:
         """Cancels what waits, and gives the end to those that wait for work."""
         try:
             while True:
                 work = self.queue.get_nowait()
-                if work is not None:
-                    work.future.cancel()
+                if work is not None and work.future.cancel():
+                    work.future.set_running_or_notify_cancel()  # so that who waits for it hears of it
         except queue.Empty:
             self.queue.put(None)
 
@@ -108,7 +112,10 @@ class _Worker:
         shared = self.shared
         while (work := shared.queue.get()) is not None:
             if work.future.set_running_or_notify_cancel():
-                self.perform(work)
+                try:
+                    self.perform(work)
+                except BaseException as error:  # of what the future calls when it is done
+                    threading.excepthook(threading.ExceptHookArgs((type(error), error, error.__traceback__, self.thread)))
             del work  # with its future, while this thread waits
             with shared.lock:
                 shared.unfinished -= 1
@@ -194,7 +201,7 @@ class Pool(Executor):
             options["restart"] = "next call"
         self._shared = _Shared(path, hosts, retries, recycle, options)
         _pools.add(self._shared)
-        weakref.finalize(self, _Shared.end, self._shared).atexit = False
+        weakref.finalize(self, _Shared.end_collected, self._shared).atexit = False
 
     def submit(self, function: Work, /, *args: Any, **kwargs: Any) -> Future[Any]:
         """Calls function, a name or a callable that takes the module first. A future."""
@@ -244,7 +251,9 @@ def _results(futures: list[Future[Any]], end: float | None) -> Iterator[Any]:
     """futures: the last first."""
     try:
         while futures:
-            yield from futures.pop().result(None if end is None else end - time.monotonic())
+            results = futures[-1].result(None if end is None else end - time.monotonic())
+            del futures[-1]
+            yield from results
     finally:
         for future in futures:
             future.cancel()

@@ -73,6 +73,16 @@ def test_map_gives_up_at_its_timeout(tasks):
     tasks.shutdown(cancel_futures=True)
 
 
+def test_map_drops_the_work_that_came_too_late(modules):
+    with kahost.Pool(modules["tour"], hosts=1, deadline=60) as pool:
+        go, ran = threading.Event(), []
+        pool.submit(lambda m: go.wait())
+        with pytest.raises(concurrent.futures.TimeoutError):
+            list(pool.map(lambda m, row: ran.append(row), [1, 2, 3], timeout=0.01))
+        go.set()
+    assert ran == []
+
+
 def test_no_more_hosts_than_asked_for(modules):
     with kahost.Pool(modules["tour"], hosts=3, deadline=60) as pool:
         meet = threading.Barrier(3)
@@ -192,6 +202,32 @@ def test_shutdown_with_cancel_futures_ends_calls(modules, wait):
     assert all(isinstance(future.exception(60), kahost.Cancelled) for future in running)
     assert all(future.cancelled() for future in waiting)
     pool.shutdown()
+
+
+def test_who_waits_for_futures_hears_of_their_cancelling(modules):
+    pool = kahost.Pool(modules["tour"], hosts=1, deadline=1000)
+    futures = [pool.submit("nap", 1000) for _ in range(3)]
+    done = []
+    waiting = threading.Thread(target=lambda: done.append(concurrent.futures.wait(futures).done), daemon=True)
+    waiting.start()
+    wait_until(lambda: all(future._waiters for future in futures), what="who waits")
+    pool.shutdown(cancel_futures=True)
+    waiting.join(60)
+    assert done == [set(futures)]
+
+
+@pytest.mark.filterwarnings("ignore::pytest.PytestUnhandledThreadExceptionWarning")
+@pytest.mark.parametrize("raised", [ValueError, KeyboardInterrupt, SystemExit])
+def test_what_a_done_callback_raises_ends_no_thread(modules, raised):
+    def done(future):
+        raise raised
+
+    with kahost.Pool(modules["tour"], hosts=1, deadline=60) as pool:
+        go = threading.Event()
+        future = pool.submit(lambda m: go.wait())
+        future.add_done_callback(done)
+        go.set()
+        assert pool.submit("total", [1]).result(60).sum == 1
 
 
 def test_shutdown_with_cancel_futures_ends_a_batch(modules):
