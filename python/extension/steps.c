@@ -16,6 +16,7 @@ typedef struct t_STEPS {
     enum t_STAGE stage;
     t_WAITER *waiter; /* QUEUED: in the host's queue */
     int32_t value;    /* ASKED: what the module sent */
+    bool sending;     /* ITS_TURN: a step of another thread is in ka_send, which may start a process */
     bool cancelled;
     double late_at; /* SENT: when the deadline is over */
     PyObject *results;
@@ -92,9 +93,11 @@ static void send(t_STEPS *steps)
     int status = build_call(call);
     if (status == 0) status = need_wait_fd(host, call->function);
     if (status == 0) {
+        steps->sending = true;
         PyThreadState *state = PyEval_SaveThread(); /* a host that has ended is started again */
         const int32_t sent = ka_send(host->ka);
         PyEval_RestoreThread(state);
+        steps->sending = false;
         if (sent != KA_DONE) status = fail_library(host, call->function);
     }
     if (status < 0) {
@@ -245,7 +248,7 @@ static PyObject *steps_cancel(PyObject *self, PyObject *unused)
     t_STEPS *steps = (t_STEPS *)self;
     if (steps->stage == OVER) Py_RETURN_NONE;
     steps->cancelled = true;
-    if (steps->stage >= SENT && !is_closed(steps->call.host)) ka_cancel(steps->call.host->ka);
+    if ((steps->stage >= SENT || steps->sending) && !is_closed(steps->call.host)) ka_cancel(steps->call.host->ka);
     Py_RETURN_NONE;
 }
 

@@ -7,7 +7,7 @@ from __future__ import annotations
 import asyncio
 import threading
 import time
-from collections.abc import Callable, Mapping
+from collections.abc import Mapping
 from typing import TYPE_CHECKING, Any
 
 from ._errors import Cancelled
@@ -16,6 +16,7 @@ if TYPE_CHECKING:
     from ._kahost import Function, Steps
 
 LONGEST_S = 0.005  # for calls that need not wait, before others of the loop have their turn
+AGAIN_S = 0.05
 _paused = 0.0
 
 
@@ -43,24 +44,29 @@ async def _readable(steps: Steps) -> None:
         loop.remove_reader(fd)
 
 
-async def _in_thread(work: Callable[[], bool]) -> bool:
-    """Not in the loop's executor, whose threads stay. To its end, also when the task is cancelled."""
+async def _long_step(steps: Steps) -> bool:
+    """In a thread, but not one of the loop's executor, which stay. To its end, which comes soon when the task is cancelled."""
     loop = asyncio.get_running_loop()
     over: list[bool] = []
     future = loop.create_future()
 
     def run() -> None:
-        over.append(work())
-        loop.call_soon_threadsafe(_settle, future)
+        over.append(steps.long_step())
+        try:
+            loop.call_soon_threadsafe(_settle, future)
+        except RuntimeError:  # the loop was closed
+            pass
 
     thread = threading.Thread(target=run, name="kahost aio", daemon=True)
     thread.start()
     cancelled = None
     while not future.done():
         try:
-            await asyncio.shield(future)
+            await asyncio.wait([future], timeout=None if cancelled is None else AGAIN_S)
         except asyncio.CancelledError as error:
             cancelled = error
+        if cancelled is not None:
+            steps.cancel()  # again, until there is something to cancel
     thread.join()
     if cancelled is not None:
         raise cancelled
@@ -75,7 +81,7 @@ async def _end(steps: Steps) -> None:
         try:
             over = steps.step()
             if over is None:
-                over = await _in_thread(steps.long_step)
+                over = await _long_step(steps)
             elif not over:
                 await _readable(steps)
         except asyncio.CancelledError:
@@ -90,7 +96,7 @@ async def call(function: Function, args: tuple[object, ...], kwargs: Mapping[str
     try:
         while not over:
             if over is None:
-                over = await _in_thread(steps.long_step)
+                over = await _long_step(steps)
             else:
                 await _readable(steps)
                 over = steps.step()

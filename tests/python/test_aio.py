@@ -2,6 +2,7 @@
 """await m.f.aio(...): calls in an event loop."""
 
 import asyncio
+import gc
 import os
 import signal
 import threading
@@ -35,6 +36,11 @@ def sleeps(m):
             return file.read().split()[0] in ("35", "230")
     except (OSError, IndexError):
         return False
+
+
+def waits_for_a_lock(thread):
+    with open(f"/proc/self/task/{thread}/syscall") as file:
+        return file.read().split()[0] == "202"
 
 
 async def until(condition):
@@ -215,6 +221,45 @@ def test_cancelled_often(tour):
     asyncio.run(main())
 
 
+def aio_threads():
+    return [thread for thread in threading.enumerate() if thread.name == "kahost aio"]
+
+
+def test_cancelled_in_a_start(modules):
+    """It is not waited for, and a later call is not cancelled."""
+    with kahost.open(modules["tour"], deadline=1000, restart="next call", restart_pause=(500, 500)) as m:
+        with pytest.raises(kahost.DiedError):
+            m.crash()
+
+        async def main():
+            call = asyncio.create_task(m.total.aio([1]))
+            await until(aio_threads)
+            call.cancel()
+            done, _ = await asyncio.wait([call], timeout=60)
+            assert done and call.cancelled()
+            assert not aio_threads()
+
+        asyncio.run(main())
+
+
+def test_a_loop_that_is_closed_in_a_start(modules, monkeypatch):
+    printed = []
+    monkeypatch.setattr(threading, "excepthook", printed.append)
+    with kahost.open(modules["tour"], deadline=60, restart="next call", restart_pause=(1, 1)) as m:
+        with pytest.raises(kahost.DiedError):
+            m.crash()
+        loop = asyncio.new_event_loop()
+        call = loop.create_task(m.total.aio([1]))
+        loop.run_until_complete(until(aio_threads))
+        loop.close()
+        with _quiet():
+            del call, loop
+            wait_until(lambda: not aio_threads())
+            gc.collect()
+        assert m.total([2]).sum == 2
+    assert printed == []
+
+
 def test_a_timeout_of_asyncio(modules):
     with kahost.open(modules["tour"], restart="next call", deadline=60) as m:
 
@@ -391,14 +436,25 @@ def test_a_plain_call_of_another_thread_waits(tasks):
     asyncio.run(main())
 
 
-def test_closed_while_calls_queue(tasks):
+def test_closed_while_calls_queue(modules):
+    tasks = kahost.open(modules["tasks"], deadline=60, restart="next call")
+
     async def main():
-        call = asyncio.create_task(tasks.nap.aio(50))
+        call = asyncio.create_task(tasks.nap.aio(100000))
         await until(lambda: sleeps(tasks))
-        closing = asyncio.create_task(asyncio.to_thread(tasks.close))
-        await asyncio.sleep(0.01)
+        closer = []
+
+        def close():
+            closer.append(threading.get_native_id())
+            tasks.close()
+
+        closing = asyncio.create_task(asyncio.to_thread(close))
+        await until(lambda: closer and waits_for_a_lock(closer[0]))
         late = asyncio.create_task(tasks.add.aio(1, 2))
-        await call
+        await asyncio.sleep(0)
+        tasks.cancel()
+        with pytest.raises(kahost.Cancelled):
+            await call
         await closing
         with pytest.raises(kahost.ClosedError):
             await late
@@ -412,10 +468,8 @@ def test_a_loop_that_is_closed_in_a_call(modules):
         call = loop.create_task(m.nap.aio(1000))
         loop.run_until_complete(until(lambda: sleeps(m)))
         loop.close()
-        with pytest.warns(Warning) if False else _quiet():
+        with _quiet():
             del call, loop
-            import gc
-
             gc.collect()
         assert m.total([1]).sum == 1
 
