@@ -59,26 +59,34 @@ _handle.lend = _lend
 class _Lent:
     """A host for one call of a task."""
 
-    host: Host
+    host: Host | None = None  # none yet: it waits for one
 
     def __init__(self, plugin: Hosts, handle: Handle, key: str) -> None:
         self.plugin, self.handle, self.key = plugin, handle, key
         self.cancelled = False
 
     def __enter__(self) -> Host:
-        self.host = self.plugin.take(self.handle)
+        self.plugin.begin(self)
         try:
-            self.plugin.begin(self)
-            return self.handle.prepare(self.host)
+            self.host = host = self.plugin.take(self)
+            self.check()
+            return self.handle.prepare(host)
         except BaseException:
             self.plugin.done(self)
             raise
 
     def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, traceback: TracebackType | None) -> None:
         self.plugin.done(self)
+        self.check()
+
+    def check(self) -> None:
         if self.cancelled:
             # Nobody waits for the task, unless it was asked for again in the meantime: then it runs again.
             raise _engine.Reschedule from None
+
+    def cancel(self) -> None:
+        if self.host is not None:
+            self.host.module.cancel()
 
 
 class Hosts(_engine.WorkerPlugin):  # type: ignore[misc]
@@ -114,7 +122,7 @@ class Hosts(_engine.WorkerPlugin):  # type: ignore[misc]
             self.free.clear()
             self.count -= len(hosts)
             for lent in self.running:
-                lent.host.module.cancel()
+                lent.cancel()
             self.changed.notify_all()
         for host in hosts:
             host.module.close()
@@ -126,20 +134,22 @@ class Hosts(_engine.WorkerPlugin):  # type: ignore[misc]
                     if lent.key == key:
                         lent.cancelled = True
                         self.end_call(lent)
+                self.changed.notify_all()
 
     def end_call(self, lent: _Lent) -> None:
         """Again until it has ended: the call may be about to begin."""
         if lent in self.running:
-            lent.host.module.cancel()
+            lent.cancel()
             self.loop.call_later(0.05, self.end_call, lent)
 
     # These run in the threads of tasks.
 
-    def take(self, handle: Handle) -> Host:
-        """A host of the handle that nobody uses, or a new one."""
-        too_many = None
+    def take(self, lent: _Lent) -> Host:
+        """A host of its handle that nobody uses, or a new one."""
+        handle, too_many = lent.handle, None
         with self.changed:
             while True:
+                lent.check()
                 host = next((host for host, (key, _) in reversed(self.free.items()) if key == handle.key), None)
                 if host is not None:
                     del self.free[host]
@@ -171,12 +181,15 @@ class Hosts(_engine.WorkerPlugin):  # type: ignore[misc]
     def done(self, lent: _Lent) -> None:
         with self.changed:
             self.running.discard(lent)
-            keep = not self.ended and not lent.host.module.closed
+            host = lent.host
+            if host is None:
+                return
+            keep = not self.ended and not host.module.closed
             if keep:
-                self.free[lent.host] = lent.handle.key, time.monotonic()
+                self.free[host] = lent.handle.key, time.monotonic()
                 self.changed.notify_all()
         if not keep:
-            lent.host.module.close()
+            host.module.close()
             self.forget_one()
 
     def close_idle(self, idle: float) -> None:

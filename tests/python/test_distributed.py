@@ -380,6 +380,23 @@ def test_a_future_is_cancelled_while_its_call_runs(cluster, tasks):
         print("free after", time.monotonic() - begun)
 
 
+def test_a_future_is_cancelled_while_its_call_waits_for_a_host(cluster, modules):
+    """It is never made."""
+    cluster.settle(kd.Hosts(max_hosts=1))
+    with kahost.open(modules["tasks"], deadline=1000) as m:
+        futures = [kd.submit(cluster.client, m.hang) for _ in range(4)]  # all threads
+        wait_until(lambda: list(cluster.client.run(executing).values()) == [2, 2], what="four tasks")
+        wait_until(lambda: sum(map(is_waiting, all_hosts(cluster))) == 2, what="two calls")
+        cluster.client.cancel(futures)
+        after = [kd.submit(cluster.client, m.add, 1, 2) for _ in range(4)]
+        assert all(each.result(timeout=60).sum == 3 for each in after)
+        wait_until(lambda: not any(map(is_waiting, all_hosts(cluster))), what="the end of the calls")
+
+
+def executing(dask_worker):
+    return dask_worker.state.executing_count
+
+
 def all_hosts(cluster):
     return [host for pid in cluster.worker_pids for host in hosts_of(pid)]
 
