@@ -195,7 +195,8 @@ static int send_and_wait(t_CALL *call)
     if (main_thread && may_start(host)) {
         int32_t sent = KA_DONE;
         call->cancelled = run_waiting(send_work, host, cancel_start, &sent) < 0;
-        if (is_closed(host)) return PyErr_Occurred() ? -1 : fail_closed(host); /* in a child that a handler has made */
+        if (is_closed(host))
+            return PyErr_Occurred() ? -1 : fail_closed(host); /* in a child that a handler has made */
         if (call->cancelled) keep_raised(call);
         if (sent != KA_DONE) return fail_library(host, call->function);
         if (call->cancelled) ka_cancel(host->ka);

@@ -269,8 +269,8 @@ enum { LOOK_MS = 50 }; /* how long Python's signal handlers may have to wait */
 bool in_main_thread(void); /* in which those run */
 
 /* Runs work without the GIL; *result is what it returned. In the main thread signal handlers run meanwhile; when one
-   raises, what waits is cancelled by cancel, which must be quick, and -1 is returned after work, whatever came of it. In
-   a child that a handler has made -1 is returned at once, perhaps without an exception. */
+   raises, what waits is cancelled by cancel, which must be quick, and -1 is returned after work, whatever came of it.
+   In a child that a handler has made -1 is returned at once, perhaps without an exception. */
 typedef int32_t t_WORK(void *subject);
 int run_waiting(t_WORK *work, void *subject, void (*cancel)(void *subject), int32_t *result);
 

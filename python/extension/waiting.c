@@ -89,7 +89,7 @@ int run_waiting(t_WORK *work, void *subject, void (*cancel)(void *), int32_t *re
     while (!is_done_soon(&task)) {
         if (!raised && PyErr_CheckSignals() < 0) raised = true;
         if (fork_count() != forks) return -1; /* the thread is the parent's */
-        if (raised) cancel(subject); /* again, until there is something to cancel */
+        if (raised) cancel(subject);          /* again, until there is something to cancel */
     }
     PyThreadState *state = PyEval_SaveThread();
     pthread_join(thread, NULL);
