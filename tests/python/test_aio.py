@@ -26,6 +26,7 @@ def tasks(modules):
 
 
 def threads():
+    """Of the system, for which a thread that was joined may end a moment later."""
     return len(os.listdir("/proc/self/task"))
 
 
@@ -178,12 +179,12 @@ def test_a_hundred_hosts_wait_in_one_loop_without_threads(modules):
             await until(lambda: all(m._host.pid for m in hosts) and all(not call.done() for call in calls))
             naps = await asyncio.gather(*(asyncio.sleep(0) for _ in range(10)))
             assert len(naps) == 10
-            assert threads() == before
+            assert threads() <= before
             for call in calls:
                 call.cancel()
             done = await asyncio.gather(*calls, return_exceptions=True)
             assert all(isinstance(each, asyncio.CancelledError) for each in done)
-            assert threads() == before
+            await until(lambda: threads() <= before)
 
         asyncio.run(main())
     finally:
@@ -203,7 +204,7 @@ def test_cancelling_the_task_ends_the_call(tour):
         assert call.cancelled()
         assert not os.path.exists(f"/proc/{pid}")  # its end is known
         assert tour.pid is None
-        assert threads() <= before
+        await until(lambda: threads() <= before)
 
     asyncio.run(main())
 
@@ -318,7 +319,7 @@ def test_a_module_that_ignores_the_end_does_not_stop_the_loop(modules):
             ticking = False
             await clock
             assert longest < took  # the loop did not wait for it as a whole
-            assert threads() <= before
+            await until(lambda: threads() <= before)
 
         asyncio.run(main())
 

@@ -269,7 +269,7 @@ def test_with_asyncio(tour):
 
     async def main():
         loop = asyncio.get_running_loop()
-        return await asyncio.gather(*(loop.run_in_executor(tour, "total", [i]) for i in range(20)))
+        return await asyncio.gather(*(loop.run_in_executor(tour, lambda m, row: m.total(row), [i]) for i in range(20)))
 
     assert [each.sum for each in asyncio.run(main())] == list(range(20))
 

@@ -294,10 +294,10 @@ def test_a_child_that_returns_from_the_handler_in_which_it_was_made(m, modules, 
             if waits == "for a reply":  # a call that had not begun when the child was made
                 m.cancel()
             return
+        statuses.append(None)
         child = os.fork()
         if child == 0:
             return
-        statuses.append(None)
         try:
             wait_until(lambda: os.waitid(os.P_PID, child, os.WEXITED | os.WNOHANG | os.WNOWAIT), what="the child's end")
         except BaseException:
