@@ -63,12 +63,14 @@ def stamp(path: str | bytes) -> tuple[int, ...] | None:
 class Origin:
     """The file and the options with which a module was opened."""
 
-    __slots__ = ("path", "options", "_absolute", "_stamp", "_identity")
+    __slots__ = ("path", "options", "_absolute", "_directory", "_stamp", "_identity")
 
     def __init__(self, path: str, options: dict[str, Any]) -> None:
         self.path = path
         self.options = options
         self._absolute = os.path.abspath(path)
+        cwd = options.get("cwd")
+        self._directory = None if cwd is None else os.path.abspath(os.fsdecode(cwd))
         self._stamp = stamp(path)
         self._identity: str | None = None
 
@@ -90,5 +92,7 @@ class Origin:
             raise TypeError(f"{self.path}: a module whose standard error goes to a file cannot be pickled: the file cannot")
         if options.get("env") is not None:
             options["env"] = dict(options["env"])
+        if self._directory is not None:
+            options["cwd"] = self._directory
         options["callback"] = host.callback
         return self._absolute, self.identity(host), options

@@ -119,6 +119,17 @@ def test_a_relative_path_is_made_absolute(modules, monkeypatch, tmp_path):
     other.close()
 
 
+def test_a_relative_directory_is_made_absolute(modules, monkeypatch, tmp_path):
+    (tmp_path / "inner").mkdir()
+    monkeypatch.chdir(tmp_path)
+    with kahost.open(modules["tour"], deadline=60, cwd="inner") as m:
+        monkeypatch.chdir("/")
+        other = travelled(m)
+    assert other.total([1]).sum == 1
+    assert os.readlink(f"/proc/{other.pid}/cwd") == str(tmp_path / "inner")
+    other.close()
+
+
 def test_another_file_is_an_error_and_not_another_result(modules, folder):
     path = folder / "module"
     shutil.copy(modules["tour"], path)
