@@ -100,6 +100,10 @@ _kahost.setup(
 )
 
 
+def __dir__() -> list[str]:
+    return sorted({*__all__, *(name for name in globals() if name.startswith("__"))})
+
+
 def __getattr__(name: str) -> Any:
     """Pool, with what it imports, when it is asked for first."""
     if name == "Pool":

@@ -16,6 +16,7 @@ if TYPE_CHECKING:
 
 Place = tuple[int, str]
 _RETRY = ("no", "yes", "unsure")
+_ENDS_AGAIN = "no: it would fail again"
 
 
 class Error(Exception):
@@ -183,10 +184,13 @@ _WRONG_TYPE, _WRONG_COUNT = 8, 9  # the call host's codes
 
 
 def start_error(error: DiedError) -> StartError:
-    """Of a module that has ended before it was opened."""
+    """Of a module that has ended before it was opened: it would end again."""
     made = StartError(str(error))
     made.exit_status = error.exit_status
-    made._reports = error._settle()
+    report, details, output = error._settle()
+    lines = [f"  try again  {_ENDS_AGAIN}" if line.startswith("  try again  ") else line for line in report.split("\n")]
+    details = {**details, "error": made.name, "error_class": 1, "retry": made.retry}
+    made._reports = ("\n".join(lines), details, output)
     return made
 
 

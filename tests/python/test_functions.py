@@ -43,6 +43,10 @@ def test_the_quick_start(modules):
     assert m.closed
 
 
+def test_the_names_of_the_package():
+    assert {"Pool", *kahost.__all__} <= set(dir(kahost)) and not {"Any", "annotations"} & set(dir(kahost))
+
+
 def test_both_word_sizes(modules, bits):
     with kahost.open(modules["tour", bits], deadline=60) as m:
         assert m.total([1, 2]).sum == 3
@@ -75,7 +79,10 @@ def test_a_missing_library_is_known_when_it_is_opened(modules):
 def test_a_module_that_ends_at_start(modules):
     with pytest.raises(kahost.StartError) as caught:
         kahost.open(modules["tasks"], deadline=60, env={**os.environ, "KA_TEST_SETUP": "exit7"})
-    assert caught.value.exit_status == 7 and caught.value.retry == "no" and "status 7" in caught.value.report
+    error = caught.value
+    assert error.exit_status == 7 and error.retry == "no" and "status 7" in error.report
+    assert error.details["retry"] == "no" and error.details["error"] == "not started" and error.details["error_class"] == 1
+    assert "try again  no" in error.report and "try again  yes" not in error.report
 
 
 @pytest.mark.parametrize(
