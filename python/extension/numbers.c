@@ -78,7 +78,7 @@ static int add_as_buffer(t_CALL *call, int i, bool integers)
 /* Python may refuse to write a number of thousands of digits. */
 static int fail_wide(t_FUNCTION *function, int argument, PyObject *number)
 {
-    PyObject *text = PyObject_Str(number);
+    PyObject *text = PyNumber_ToBase(number, 10);
     PyErr_Clear();
     PyErr_Format(PyExc_OverflowError, "%s: argument %d (%U) is %V, which is not an integer of 32 bits",
                  PyBytes_AsString(function->name), argument, parameter_name(function, argument), text, "an int");

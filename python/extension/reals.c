@@ -107,7 +107,7 @@ static int real_from_float(t_CALL *call, int argument, PyObject *number, t_DECIM
 
 static int real_from_long_integer(t_CALL *call, int argument, PyObject *number, t_DECIMAL *real)
 {
-    PyObject *text = PyObject_Str(number);
+    PyObject *text = PyNumber_ToBase(number, 10);            /* a class derived from int may have another str() */
     if (!text && PyErr_ExceptionMatches(PyExc_ValueError)) { /* too many digits to be written */
         PyErr_Clear();
         return refuse_number(call, argument, number);

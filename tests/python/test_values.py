@@ -62,7 +62,8 @@ class IndexArray(array.array):
 
 
 class MyInt(int):
-    pass
+    def __str__(self):
+        return "666"
 
 
 class MyDecimal(Decimal):
@@ -162,6 +163,7 @@ ODD_REALS += [(D("1" + "0" * 1200 + "E-1200"), 1)]
 NUMBERS = [(7, 7), (True, 1), (2**31, 2**31), (-(2**40), -(2**40)), (10**125, D("1E+125")), (0.5, D("0.5")), (0.1, D("0.1"))]
 NUMBERS += [(0.30000000000000004, D("0.3")), (1 / 3, D("0.3333333333333333")), (1e-5, D("0.00001")), (Fraction(1, 8), D("0.125"))]
 NUMBERS += [(Fraction(-3, 1), -3), (Index(12), 12), (1.5e300 / 1e200, D("1.5E+100"))]
+NUMBERS += [(MyInt(5), 5), (MyInt(10**24), D("1E+24"))]
 LOST = [D("1.2345678901234567"), D("12345678901234567"), 2**62 + 1, 12345678901234567890, D(1) / 3, Fraction(1, 3), D("1" + "0" * 99 + "1")]
 LOST += [Fraction(10**300 + 1, 10**300), Fraction(10**5000 - 1, 10**5000)]
 BEYOND = [D("NaN"), D("sNaN"), D("Infinity"), D("-Infinity"), D("1E+126"), D("1E-131"), D("1E+5000"), float("nan"), float("inf"), 1e127]
