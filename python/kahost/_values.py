@@ -3,6 +3,7 @@
 
 from __future__ import annotations
 
+import operator
 import sys
 from collections.abc import Sequence
 from decimal import MAX_EMAX, MIN_EMIN, ROUND_05UP, Context, Decimal
@@ -102,10 +103,12 @@ def rounded(number: Any) -> Any:
         text = str(Decimal(number))
     elif _is_fraction(number):
         text = _fraction_text(number)
-    elif isinstance(number, Sequence) and not isinstance(number, (str, bytes)):
+    elif isinstance(number, (str, bytes)) or not (isinstance(number, Sequence) or hasattr(type(number), "__index__")):
+        raise TypeError(f"rounded() takes int, Decimal, float or Fraction, or a sequence of these, not {type(number).__name__}")
+    elif isinstance(number, Sequence):
         return [rounded(each) for each in number]
     else:
-        raise TypeError(f"rounded() takes int, Decimal, float or Fraction, or a sequence of these, not {type(number).__name__}")
+        text = str(Decimal(operator.index(number)))
     result = _kahost.round_to_real(text) if text is not None else None
     if result is None and isinstance(number, Decimal):
         text = _decimal_text(number)

@@ -204,6 +204,7 @@ def test_rounded():
             return f"MyFloat({float(self)})"
 
     assert kahost.rounded([MyFloat(0.1), 10**30 + 1, Fraction(1, 4), D("1.5")]) == [D("0.1"), D("1E+30"), D("0.25"), D("1.5")]
+    assert kahost.rounded(Index(10**18 + 1)) == 10**18
     for value in BEYOND:
         if value is not None:
             with pytest.raises(kahost.ArgumentError):
