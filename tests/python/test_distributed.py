@@ -240,6 +240,9 @@ client.close()
 
 def test_a_client_without_the_modules_file(cluster, modules, tmp_path):
     """In a namespace of its own, where an empty folder hides the file."""
+    namespace = ["unshare", "--mount", *([] if os.geteuid() == 0 else ["--map-root-user", "--user"])]
+    if subprocess.run([*namespace, "true"], stderr=subprocess.DEVNULL).returncode != 0:
+        pytest.skip("the system gives no mounts of one's own")
     path = modules["tour"]
     with kahost.open(path, deadline=60) as m:
         (tmp_path / "handle").write_bytes(pickle.dumps(m))
@@ -248,7 +251,7 @@ def test_a_client_without_the_modules_file(cluster, modules, tmp_path):
     words = [sys.executable, tmp_path / "client.py", cluster.contact, tmp_path / "handle"]
     hidden = f'mount --bind "$0" "{os.path.dirname(path)}" && ! [ -e "{path}" ] && exec "$@"'
     done = subprocess.run(
-        ["unshare", "--mount", "--map-root-user", "--user", "sh", "-c", hidden, tmp_path / "empty", *words],
+        [*namespace, "sh", "-c", hidden, tmp_path / "empty", *words],
         env={**os.environ, **SETTINGS},
         capture_output=True,
         text=True,
