@@ -80,9 +80,9 @@ static int find_decimals(t_STATE *state)
 
 /* ---- The module ------------------------------------------------------------------------------------------------ */
 
-static PyObject *add_type(PyObject *module, PyType_Spec *spec)
+static PyObject *add_type(PyObject *module, PyType_Spec *description)
 {
-    PyObject *type = PyType_FromModuleAndSpec(module, spec, NULL);
+    PyObject *type = PyType_FromModuleAndSpec(module, description, NULL);
     if (type && PyModule_AddType(module, (PyTypeObject *)type) < 0) Py_CLEAR(type);
     return type;
 }
