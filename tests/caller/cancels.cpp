@@ -18,18 +18,7 @@
 
 namespace {
 
-class Cancels : public EveryWay {
-protected:
-    std::function<void(ka_options &)> lasting() const
-    {
-        return [this](ka_options &options) {
-            layout()(options);
-            adding_one(options);
-            options.restart = KA_RESTART_NEXT_CALL;
-            options.restart_pause_ms = 0;
-        };
-    }
-};
+class Cancels : public LastingHosts {};
 IN_EVERY_WAY(Cancels);
 
 // Cancels from another thread until there was something to cancel. It has SIGUSR2 blocked where this one has.

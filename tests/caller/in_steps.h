@@ -5,6 +5,21 @@
 #define TESTS_CALLER_IN_STEPS_H
 
 #include "caller/hosts.h"
+#include "caller/many_calls.h"
+
+// Tests of hosts that start again at once, for many calls that end them.
+class LastingHosts : public EveryWay {
+protected:
+    std::function<void(ka_options &)> lasting() const
+    {
+        return [this](ka_options &options) {
+            layout()(options);
+            adding_one(options);
+            options.restart = KA_RESTART_NEXT_CALL;
+            options.restart_pause_ms = 0;
+        };
+    }
+};
 
 // What one ka_wait has stored; the test fails when that has failed.
 struct Step {

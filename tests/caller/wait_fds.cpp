@@ -20,18 +20,7 @@
 
 namespace {
 
-class WaitFds : public EveryWay {
-protected:
-    std::function<void(ka_options &)> lasting() const
-    {
-        return [this](ka_options &options) {
-            layout()(options);
-            adding_one(options);
-            options.restart = KA_RESTART_NEXT_CALL;
-            options.restart_pause_ms = 0;
-        };
-    }
-};
+class WaitFds : public LastingHosts {};
 IN_EVERY_WAY(WaitFds);
 
 int wait_fd_of(ka_host *host)
