@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Programs that handle SIGUSR2 themselves: what is not a host's reaches their handler, what is a host's never does.
-#include "caller/many_calls.h"
+#include "caller/in_steps.h"
 
 #include <atomic>
 #include <csignal>
@@ -371,6 +371,37 @@ TEST_F(Handlers, one_that_is_installed_later_gets_every_foreign_signal_and_no_re
         close(ends[0]);
         close(ends[1]);
     }
+}
+
+// Where the reply is a signal, one that came after its call would merge with the program's.
+TEST_F(Handlers, call_is_not_over_before_the_signal_of_its_host)
+{
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    sigset_t doorbell;
+    sigemptyset(&doorbell);
+    sigaddset(&doorbell, SIGUSR2);
+    set(plain_action(on_plain));
+    {
+        Host host(
+            [&](ka_options &options) {
+                options.transport = KA_TRANSPORT_SIGNALS;
+                options.cancel_fd = ends[0];
+            },
+            module_path("late_signal"));
+        for (int32_t i = 0; i < 5; i++) {
+            send_call_of(host, "give_code", i);
+            usleep(5000); // mostly the host is at its signal by then
+            EXPECT_EQ(take_steps(host), i);
+            pthread_sigmask(SIG_BLOCK, &doorbell, nullptr);
+            usleep(20000);
+            kill(getpid(), SIGUSR2);
+            pthread_sigmask(SIG_UNBLOCK, &doorbell, nullptr);
+            EXPECT_EQ(seen.count, i + 1);
+        }
+    }
+    close(ends[0]);
+    close(ends[1]);
 }
 
 TEST_F(Handlers, default_action_that_is_set_later_does_not_end_the_program)

@@ -103,6 +103,12 @@ static bool learn_idle_place(ka_host *host, const t_SLEEP_PLACE *before)
     return true;
 }
 
+/* A reply that is a signal is sent after the annex tells of it. Until then it could merge with one of the program's. */
+static bool rests_without_signal(const ka_host *host)
+{
+    return !wants_signals(host) && rests_by_annex(host);
+}
+
 /* A process that a signal has reached does not sleep any more. So one that sleeps in the system call, and at the
    place, in which the idle host once slept, is idle, and whatever came before this look is done. That costs a tenth
    of the look at the signals, from which the place is learnt. No other file has that text, so the descriptor is
@@ -110,12 +116,12 @@ static bool learn_idle_place(ka_host *host, const t_SLEEP_PLACE *before)
 bool is_idle_as_before(const ka_host *host)
 {
     t_SLEEP_PLACE now;
-    return rests_by_annex(host) || (read_sleep_place(host, &now) && same_place(&now, &host->process.idle_place));
+    return rests_without_signal(host) || (read_sleep_place(host, &now) && same_place(&now, &host->process.idle_place));
 }
 
 bool is_idle_again(ka_host *host, bool thoroughly)
 {
-    if (rests_by_annex(host)) return true;
+    if (rests_without_signal(host)) return true;
     t_SLEEP_PLACE now;
     bool known = read_sleep_place(host, &now);
     if (known && same_place(&now, &host->process.idle_place)) return true;
