@@ -103,7 +103,7 @@ static bool learn_idle_place(ka_host *host, const t_SLEEP_PLACE *before)
     return true;
 }
 
-/* A reply that is a signal is sent after the annex tells of it. Until then it could merge with one of the program's. */
+/* A reply that is a signal is sent after the annex tells of it; it must not merge with one of the program's. */
 static bool rests_without_signal(const ka_host *host)
 {
     return !wants_signals(host) && rests_by_annex(host);
@@ -116,7 +116,8 @@ static bool rests_without_signal(const ka_host *host)
 bool is_idle_as_before(const ka_host *host)
 {
     t_SLEEP_PLACE now;
-    return rests_without_signal(host) || (read_sleep_place(host, &now) && same_place(&now, &host->process.idle_place));
+    return rests_without_signal(host) ||
+           (read_sleep_place(host, &now) && same_place(&now, &host->process.idle_place));
 }
 
 bool is_idle_again(ka_host *host, bool thoroughly)
