@@ -3,6 +3,7 @@
 // The descriptor of ka_wait_fd: readable when a call in steps has something, and not for anything else.
 #include "caller/in_steps.h"
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -14,9 +15,11 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include "caller/many_calls.h"
 #include "caller/waiting.h"
+#include "host/host.h"
 
 namespace {
 
@@ -245,6 +248,28 @@ TEST_P(WaitFds, one_that_the_program_has_closed_is_made_anew)
     EXPECT_EQ(take_steps_by_fd(host, next), 4);
     EXPECT_EQ(fcntl(other, F_GETFD), FD_CLOEXEC);
     close(other);
+}
+
+// One of the three that belong to it, by mistake, or more; the program then has the numbers.
+TEST(WaitFd, nothing_is_left_of_one_of_which_the_program_has_closed_a_part)
+{
+    start_library_thread();
+    const int before = open_descriptors();
+    for (const std::vector<size_t> &part : std::vector<std::vector<size_t>>{{0}, {1}, {2}, {0, 1}, {0, 2}, {0, 1, 2}})
+        for (const bool asked_again : {true, false}) {
+            Host host(adding_one);
+            const std::array numbers = {wait_fd_of(host), host.host->wait_fd.timer_fd, host.host->wait_fd.bell_fd};
+            for (const size_t i : part)
+                ASSERT_EQ(dup2(0, numbers[i]), numbers[i]);
+            if (asked_again) {
+                send_call_of(host, "ask", 3);
+                EXPECT_EQ(take_steps_by_fd(host, wait_fd_of(host)), 4);
+            }
+            ka_close(std::exchange(host.host, nullptr));
+            for (const size_t i : part)
+                EXPECT_EQ(close(numbers[i]), 0);
+            ASSERT_EQ(open_descriptors(), before) << part[0] << asked_again;
+        }
 }
 
 TEST_P(WaitFds, child_of_fork_leaves_that_of_its_parent_alone)

@@ -4,12 +4,10 @@
 #include "bell.h"
 
 #include <errno.h>
-#include <sys/epoll.h>
 
 static void watch_bell(const ka_host *host, uint32_t events)
 {
-    struct epoll_event event = {};
-    event.events = events;
+    struct epoll_event event = wait_event(host, events);
     epoll_ctl(host->wait_fd.fd, EPOLL_CTL_MOD, host->wait_fd.bell_fd, &event);
 }
 

@@ -4,12 +4,12 @@
 #include "wait_fd.h"
 
 #include <errno.h>
-#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 
 #include "base/clock.h"
 #include "base/fd.h"
+#include "base/random.h"
 #include "base/thread.h"
 #include "bell.h"
 #include "block/annex.h"
@@ -25,19 +25,19 @@
    then ever more seldom. */
 enum : int64_t { UNSAFE_PAUSE_NS = 50 * NS_PER_MS, FIRST_SAFE_PAUSE_NS = NS_PER_S };
 
-/* 0: never. Set like this a timer that has expired is not readable any more. */
+/* 0: never. Set like this a timer that has expired is not readable any more. Its interval is only a mark. */
 static void set_timer(ka_host *host, int64_t at)
 {
     if (at == 0 && !host->wait_fd.is_timed) return;
     host->wait_fd.is_timed = at != 0;
-    const struct itimerspec when = {{0, 0}, {static_cast<time_t>(at / NS_PER_S), static_cast<long>(at % NS_PER_S)}};
+    const struct itimerspec when = {{host->wait_fd.mark, 0},
+                                    {static_cast<time_t>(at / NS_PER_S), static_cast<long>(at % NS_PER_S)}};
     timerfd_settime(host->wait_fd.timer_fd, TFD_TIMER_ABSTIME, &when, nullptr);
 }
 
 static void add_source(const ka_host *host, int fd)
 {
-    struct epoll_event event = {};
-    event.events = EPOLLIN;
+    struct epoll_event event = wait_event(host, EPOLLIN);
     if (fd != -1) epoll_ctl(host->wait_fd.fd, EPOLL_CTL_ADD, fd, &event);
 }
 
@@ -104,18 +104,22 @@ void close_wait_fd(ka_host *host)
     close_fd(&host->wait_fd.fd);
 }
 
+/* The epoll descriptor is known by what is in it, so it is opened last: a program that closes all from a number on
+   does not leave it empty. */
 static int32_t open_wait_fd(ka_host *host)
 {
-    host->wait_fd.fd = epoll_create1(EPOLL_CLOEXEC);
+    host->wait_fd.mark = (random_word(&host->random) & INT32_MAX) | 1;
     host->wait_fd.timer_fd = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
-    host->wait_fd.bell_fd = eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK);
-    host->wait_fd.is_armed = host->wait_fd.is_timed = host->wait_fd.is_ringing = false;
-    struct epoll_event event = {};
-    struct epoll_event still = {};
-    event.events = EPOLLIN;
+    host->wait_fd.bell_fd = eventfd(static_cast<unsigned>(host->wait_fd.mark), EFD_CLOEXEC | EFD_NONBLOCK);
+    host->wait_fd.fd = epoll_create1(EPOLL_CLOEXEC);
+    host->wait_fd.is_armed = host->wait_fd.is_ringing = false;
+    host->wait_fd.is_timed = true; /* as far as is known */
+    struct epoll_event event = wait_event(host, EPOLLIN);
+    struct epoll_event still = wait_event(host, 0);
     if (host->wait_fd.fd != -1 && host->wait_fd.timer_fd != -1 && host->wait_fd.bell_fd != -1 &&
         epoll_ctl(host->wait_fd.fd, EPOLL_CTL_ADD, host->wait_fd.timer_fd, &event) == 0 &&
         epoll_ctl(host->wait_fd.fd, EPOLL_CTL_ADD, host->wait_fd.bell_fd, &still) == 0) {
+        set_timer(host, 0);
         note_owned(host, OWNED_WAIT);
         note_owned(host, OWNED_TIMER);
         note_owned(host, OWNED_BELL);
@@ -126,10 +130,9 @@ static int32_t open_wait_fd(ka_host *host)
     return fail_system(host, error, "cannot create a descriptor to wait for");
 }
 
-/* One that the program has closed is made anew. */
+/* One of which the program has closed a part is made anew. */
 static bool is_there(ka_host *host)
 {
-    if (host->wait_fd.fd == -1) return false;
     if (is_owned(host, OWNED_WAIT) && is_owned(host, OWNED_TIMER) && is_owned(host, OWNED_BELL)) return true;
     disown_lost(host);
     close_wait_fd(host);

@@ -212,12 +212,13 @@ struct t_WAIT_FD {
     int fd;       /* -1 until it is asked for; kept until the host is closed */
     int timer_fd; /* in it */
     int bell_fd;  /* in it, always readable; watched while it rings */
+    int32_t mark; /* by which the three are known; see host/owned.cpp */
     bool is_armed;
     bool is_timed;           /* the timer is set */
     mutable bool is_ringing; /* written in handlers, too */
     int64_t pause;           /* before the next look for a signal that was lost */
 };
-inline constexpr t_WAIT_FD no_wait_fd = {-1, -1, -1, false, false, false, 0};
+inline constexpr t_WAIT_FD no_wait_fd = {-1, -1, -1, 0, false, false, false, 0};
 
 /* The segment in this process. */
 struct t_SEGMENT {

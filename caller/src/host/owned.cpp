@@ -18,12 +18,6 @@
 #include "base/pidfd.h"
 #include "base/proc.h"
 
-/* What /proc says of a file that shares its inode with all others which have no name: descriptors of signals, of what
-   is to be waited for, and, of older kernels, of processes. */
-static constexpr const char *descriptions[OWNED] = {
-    "\nPid:\t", "\nsigmask:\t0000000000000800\n", "", "", "", "\ntfd:", nullptr, nullptr};
-static_assert(SIGUSR2 == 12, "the set of signals above is that of this number alone");
-
 static int *number_of(ka_host *host, t_OWNED which)
 {
     int *const numbers[OWNED] = {&host->process.pid_fd,     &host->waiting.doorbell_fd, &host->process.status_fd,
@@ -49,6 +43,20 @@ static bool is_noted_file(ka_host *host, t_OWNED which, bool *nameless)
     return status.st_dev == noted->device && status.st_ino == noted->inode;
 }
 
+/* What /proc says of such a file. Those of ka_wait_fd carry a mark of their host: else they would look like others of
+   their kind. */
+static void describe(const ka_host *host, t_OWNED which, char *text, size_t size)
+{
+    static_assert(SIGUSR2 == 12, "the set of signals below is that of this number alone");
+    const unsigned mark = static_cast<unsigned>(host->wait_fd.mark);
+    text[0] = '\0';
+    if (which == OWNED_PROCESS) snprintf(text, size, "\nPid:\t"); /* of older kernels */
+    if (which == OWNED_DOORBELL) snprintf(text, size, "\nsigmask:\t0000000000000800\n");
+    if (which == OWNED_WAIT) snprintf(text, size, " data: %16x ", mark);
+    if (which == OWNED_TIMER) snprintf(text, size, "\nit_interval: (%u, 0)\n", mark);
+    if (which == OWNED_BELL) snprintf(text, size, "\neventfd-count: %16x\n", mark);
+}
+
 static bool is_described(int fd, const char *description)
 {
     char path[48];
@@ -62,21 +70,14 @@ static bool is_described(int fd, const char *description)
     return strstr(text, description) != nullptr;
 }
 
-/* A timer and a bell look like all others, but only ours are in our descriptor. */
-static bool is_in_wait_fd(const ka_host *host, int fd)
-{
-    char source[32];
-    snprintf(source, sizeof source, "\ntfd: %8d ", fd);
-    return is_described(host->wait_fd.fd, source);
-}
-
 bool is_owned(ka_host *host, t_OWNED which)
 {
     bool nameless = false;
     if (!is_noted_file(host, which, &nameless)) return false;
     if (!nameless) return true;
-    const int fd = *number_of(host, which);
-    return descriptions[which] ? is_described(fd, descriptions[which]) : is_in_wait_fd(host, fd);
+    char description[48];
+    describe(host, which, description, sizeof description);
+    return is_described(*number_of(host, which), description);
 }
 
 void disown_lost(ka_host *host)
