@@ -46,7 +46,9 @@ void number_request(ka_host *host, t_WAY way)
         put(&annex->spin_us, static_cast<uint32_t>(host->options.spin_us));
         put(&annex->caller_cpu, wire::cpu_number());
     }
-    __atomic_store_n(&annex->request, ++host->waiting.request, __ATOMIC_SEQ_CST);
+    const uint32_t number = host->waiting.request + 1;
+    __atomic_store_n(&host->waiting.request, number, __ATOMIC_RELAXED); /* handlers read it */
+    __atomic_store_n(&annex->request, number, __ATOMIC_SEQ_CST);
 }
 
 /* What the host cannot have said counts as a wait for a signal. */
@@ -65,8 +67,9 @@ bool wake_host(ka_host *host)
 t_NUMBERED numbered_reply(const ka_host *host)
 {
     const uint32_t reply = __atomic_load_n(&host->segment.annex->reply, __ATOMIC_SEQ_CST);
-    if (reply == wire::reply_to(host->waiting.request, true)) return REPLY_CALLS_BACK;
-    return reply == wire::reply_to(host->waiting.request, false) ? REPLY_RETURNS : NOT_REPLIED;
+    const uint32_t request = __atomic_load_n(&host->waiting.request, __ATOMIC_RELAXED);
+    if (reply == wire::reply_to(request, true)) return REPLY_CALLS_BACK;
+    return reply == wire::reply_to(request, false) ? REPLY_RETURNS : NOT_REPLIED;
 }
 
 bool has_replied(const ka_host *host)

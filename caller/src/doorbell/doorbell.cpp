@@ -235,10 +235,16 @@ void ask_for_doorbell(ka_host *host)
     ask_for_signal(host);
 }
 
+/* A ka_cancel reads it at any moment. */
+static void set_waiter(ka_host *host, t_WAITER *waiter)
+{
+    __atomic_store_n(&host->waiting.waiter, waiter, __ATOMIC_RELEASE);
+}
+
 static void let_waiter_go(ka_host *host)
 {
     if (host->waiting.waiter) release_waiter(host->waiting.waiter);
-    host->waiting.waiter = nullptr;
+    set_waiter(host, nullptr);
 }
 
 static int32_t open_locked(ka_host *host)
@@ -252,7 +258,7 @@ static int32_t open_locked(ka_host *host)
                     wanted == KA_WAIT_FAST ? "KA_WAIT_FAST" : "KA_WAIT_SAFE",
                     wanted == KA_WAIT_FAST ? "safe" : "fast");
     }
-    host->waiting.waiter = claim_waiter(host);
+    set_waiter(host, claim_waiter(host));
     if (!host->waiting.waiter) return fail_system(host, ENOMEM, "cannot wait for the host");
     if ((wanted == KA_WAIT_FAST ? open_fast(host) : open_safe(host)) != KA_DONE) {
         let_waiter_go(host);
@@ -289,7 +295,7 @@ void close_doorbell(ka_host *host)
 void leave_doorbell(ka_host *host)
 {
     host->waiting.is_open = false;
-    host->waiting.waiter = nullptr;
+    set_waiter(host, nullptr);
     host->waiting.doorbell_thread = 0;
     close_fd(&host->waiting.doorbell_fd);
 }

@@ -76,7 +76,7 @@ void arm_wait_fd(ka_host *host)
         host->wait_fd.is_armed = true;
     }
     still_bell(host);
-    if (is_cancelled(host) || (host->waiting.is_away && (host->waiting.waiter->noted || has_replied(host)))) {
+    if (is_cancelled(host) || (host->waiting.is_away && (is_noted(host->waiting.waiter) || has_replied(host)))) {
         ring_wait_fd(host); /* and nothing else is needed */
         return;
     }
@@ -131,20 +131,28 @@ static int32_t open_wait_fd(ka_host *host)
 }
 
 /* One of which the program has closed a part is made anew. */
-static bool is_there(ka_host *host)
+static bool is_whole(ka_host *host)
 {
-    if (is_owned(host, OWNED_WAIT) && is_owned(host, OWNED_TIMER) && is_owned(host, OWNED_BELL)) return true;
+    return is_owned(host, OWNED_WAIT) && is_owned(host, OWNED_TIMER) && is_owned(host, OWNED_BELL);
+}
+
+/* Between two steps a handler may ring the bell: not while this thread is back. */
+static int32_t renew_wait_fd(ka_host *host)
+{
+    come_back(host);
     disown_lost(host);
     close_wait_fd(host);
-    return false;
+    const int32_t status = open_wait_fd(host);
+    go_away(host);
+    return status;
 }
 
 int ka_wait_fd(ka_host *host)
 {
     HOLD_CANCELLATION;
     COME_IN(host, -1);
-    if (is_there(host)) return host->wait_fd.fd;
-    if (open_wait_fd(host) != KA_DONE) return -1;
+    if (is_whole(host)) return host->wait_fd.fd;
+    if (renew_wait_fd(host) != KA_DONE) return -1;
     if (host->life.state == STATE_SENT) {
         if (host->steps.phase != PHASE_IDLE) ask_for_doorbell(host);
         if (host->process.pid_fd == -1)

@@ -160,8 +160,8 @@ static bool wake_thread(const t_WAITER *waiter, bool own_too)
 /* Once, until a thread comes back. */
 static void note(t_WAITER *waiter)
 {
-    if (waiter->thread != 0 || waiter->noted) return;
-    waiter->noted = true;
+    if (waiter->thread != 0 || is_noted(waiter)) return;
+    waiter->noted.store(true, std::memory_order_relaxed);
     ring_wait_fd(waiter->host);
 }
 
@@ -289,7 +289,7 @@ static void take_wake_signal(const t_WAITER *waiter)
 void enter_waiter(t_WAITER *waiter)
 {
     waiter->thread = own_thread();
-    waiter->noted = false;
+    waiter->noted.store(false, std::memory_order_relaxed);
     waiter->arrived = false;
     told = false;
     waiter->state = WAITER_WAITING;
@@ -311,14 +311,14 @@ void go_away_from_waiter(t_WAITER *waiter)
 {
     leave_waiter(waiter);
     waiter->thread = 0;
-    waiter->noted = was_told();
+    waiter->noted.store(was_told(), std::memory_order_relaxed);
     waiter->state = WAITER_WAITING;
 }
 
 void come_back_to_waiter(t_WAITER *waiter)
 {
     leave_waiter(waiter);
-    const bool noted = waiter->noted;
+    const bool noted = is_noted(waiter);
     enter_waiter(waiter);
     if (noted) told = true;
 }

@@ -26,7 +26,7 @@ struct t_WAITER {
     std::atomic<pid_t> process; /* the host's, 0 when there is none */
     const ka_host *host;        /* this and thread are set before the state becomes WAITER_WAITING */
     pid_t thread;               /* 0: none; the program may wait for the host's descriptor (wait_fd.h) */
-    volatile bool noted;        /* without a thread: one would have been woken */
+    std::atomic<bool> noted;    /* without a thread: one would have been woken */
     volatile bool arrived;      /* the signal of ours; written in the thread itself */
     t_WAITER *next;
 };
@@ -42,6 +42,11 @@ void enter_waiter(t_WAITER *waiter);
 void leave_waiter(t_WAITER *waiter);
 void go_away_from_waiter(t_WAITER *waiter);
 void come_back_to_waiter(t_WAITER *waiter);
+
+inline bool is_noted(const t_WAITER *waiter)
+{
+    return waiter->noted.load(std::memory_order_relaxed);
+}
 
 /* Wakes who waits for the host, the calling thread too. Async-signal-safe. */
 void rouse_waiter(t_WAITER *waiter);

@@ -74,7 +74,7 @@ int32_t ka_open(ka_host **result, const char *module, const ka_options *options)
 {
     HOLD_CANCELLATION;
     ka_host *host = new_host(module);
-    *result = nullptr;
+    __atomic_store_n(result, nullptr, __ATOMIC_SEQ_CST);
     if (!host) return KA_SYSTEM;
     COME_IN(host, visit.refusal);
     show_host(result, host);
