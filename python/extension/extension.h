@@ -79,6 +79,7 @@ typedef struct t_HOST {
     PyObject_HEAD PyObject *module; /* the extension */
     t_STATE *state;                 /* of module */
     ka_host *ka;                    /* null before it is opened, and once it is closed */
+    ka_host **starting;             /* while it is started: where libkacall puts it; else null */
     PyObject *path;                 /* bytes */
     PyObject *callback;
     ka_options options;
@@ -117,6 +118,7 @@ PyObject *host_open(PyObject *self, PyObject *unused); /* starts the module, and
 PyObject *host_restart(PyObject *self, PyObject *unused);
 PyObject *host_close(PyObject *self, PyObject *let_go);
 void forget_ka(t_HOST *host);
+ka_host *ka_to_cancel(const t_HOST *host); /* also while it is started; or null */
 
 /* turn.c */
 bool is_closed(const t_HOST *host);

@@ -146,8 +146,7 @@ static void host_dealloc(PyObject *self)
 static PyObject *host_cancel(PyObject *self, PyObject *unused)
 {
     (void)unused;
-    t_HOST *host = (t_HOST *)self;
-    return PyBool_FromLong(!is_closed(host) && ka_cancel(host->ka));
+    return PyBool_FromLong(ka_cancel(ka_to_cancel((t_HOST *)self)));
 }
 
 /* Standard error in its ring. */

@@ -22,9 +22,21 @@ static int32_t start_work(void *subject)
     return start->tables ? KA_DONE : KA_SYSTEM;
 }
 
+/* Null before ka_open has made it. */
+static ka_host *made(ka_host *const *ka)
+{
+    return __atomic_load_n(ka, __ATOMIC_ACQUIRE);
+}
+
 static void cancel_start(void *subject)
 {
-    ka_cancel(__atomic_load_n(&((t_START *)subject)->ka, __ATOMIC_ACQUIRE));
+    ka_cancel(made(&((t_START *)subject)->ka));
+}
+
+ka_host *ka_to_cancel(const t_HOST *host)
+{
+    if (host->forks != fork_count()) return NULL;
+    return host->starting ? made(host->starting) : host->ka;
 }
 
 /* Null after an error, when a signal handler raised, and in a child that one has made. */
@@ -32,7 +44,9 @@ static const ka_tables *start(t_HOST *host)
 {
     t_START start = {host->ka, PyBytes_AsString(host->path), &host->options, NULL};
     int32_t status;
+    host->starting = &start.ka;
     const int waited = run_waiting(start_work, &start, cancel_start, &status);
+    host->starting = NULL;
     if (host->forks != fork_count()) {
         if (!PyErr_Occurred()) fail_closed(host);
         return NULL;

@@ -3,7 +3,10 @@
 
 from __future__ import annotations
 
+import errno as numbers
+import os
 import signal as signals
+import stat
 from decimal import Decimal
 from typing import TYPE_CHECKING, Any, ClassVar, Protocol
 
@@ -192,6 +195,15 @@ def start_error(error: DiedError) -> StartError:
     details = {**details, "error": made.name, "error_class": 1, "retry": made.retry}
     made._reports = ("\n".join(lines), details, output)
     return made
+
+
+def errno_of(path: str | bytes | os.PathLike[str], access: int) -> int | None:
+    """Why the system does not give a module that access, os.X_OK to start it; None when it does."""
+    try:
+        mode = os.stat(path).st_mode
+    except OSError as failure:
+        return failure.errno
+    return None if stat.S_ISREG(mode) and os.access(path, access) else numbers.EACCES
 
 
 def _signal(number: int) -> signals.Signals | None:

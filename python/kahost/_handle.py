@@ -14,14 +14,13 @@ from typing import TYPE_CHECKING, Any
 
 from ._errors import Error, StartError
 from ._identity import identify, stamp
-from ._module import open as open_module
+from ._module import Module
 
 if TYPE_CHECKING:
     import inspect
     from contextlib import AbstractContextManager
 
     from ._function import Function
-    from ._module import Module
     from ._tables import Prototype
 
 _known: dict[str, tuple[tuple[int, ...] | None, str]] = {}  # by path: when it was looked at, and what it was
@@ -110,7 +109,7 @@ class Handle:
     def __init__(self, path: str, identity: str, options: dict[str, Any]) -> None:
         self.path, self.identity, self.options = path, identity, options
         self.parts = path, identity, options
-        self.callback = options.get("callback")
+        self.callback = options["callback"]
         # Hosts that differ in their call-back alone are the same host.
         self.key = path, identity, _frozen({name: value for name, value in options.items() if name != "callback"})
 
@@ -128,8 +127,7 @@ class Handle:
     def open(self) -> Host:
         """A new host."""
         self.check()
-        options: dict[str, Any] = {**self.options, "restart": "next call"}
-        host = Host(open_module(self.path, **options))
+        host = Host(Module(self.path, {**self.options, "restart": "next call"}))
         with _guard:
             _opened[host] = self.key
         return host

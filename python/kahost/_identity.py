@@ -69,7 +69,7 @@ class Origin:
         self.path = path
         self.options = options
         self._absolute = os.path.abspath(path)
-        cwd = options.get("cwd")
+        cwd = options["cwd"]
         self._directory = None if cwd is None else os.path.abspath(os.fsdecode(cwd))
         self._stamp = stamp(path)
         self._identity: str | None = None
@@ -88,9 +88,9 @@ class Origin:
     def for_pickle(self, host: Host) -> tuple[str, str, dict[str, Any]]:
         """What a handle is made from."""
         options = dict(self.options)
-        if options.get("stderr", "ring") not in ("ring", None):
+        if options["stderr"] not in ("ring", None):
             raise TypeError(f"{self.path}: a module whose standard error goes to a file cannot be pickled: the file cannot")
-        if options.get("env") is not None:
+        if options["env"] is not None:
             options["env"] = dict(options["env"])
         if self._directory is not None:
             options["cwd"] = self._directory

@@ -4,14 +4,13 @@
 from __future__ import annotations
 
 import codecs
-import errno
 import os
 from collections.abc import Callable, Mapping
 from types import MappingProxyType, TracebackType
 from typing import IO, Any, Self, TypeVar, overload
 
 from . import _kahost, _paths
-from ._errors import DiedError, StartError, start_error
+from ._errors import DiedError, StartError, errno_of, start_error
 from ._function import Function, Plan, milliseconds, reals_are_floats
 from ._identity import Origin
 from ._tables import Decoder
@@ -54,6 +53,40 @@ def _environment(env: Mapping[str, str] | None) -> list[bytes] | None:
     return [b"=".join(pair) for pair in pairs]
 
 
+def _host(path: str | os.PathLike[str], options: Mapping[str, Any]) -> _kahost.Host:
+    """Not started."""
+    output, output_fd = _output(options["stderr"])
+    pause, pause_max = options["restart_pause"]
+    encoding, errors, cwd = options["encoding"], options["errors"], options["cwd"]
+    "".encode(encoding)
+    codecs.lookup_error(errors)
+    host = _kahost.Host(
+        os.fsencode(path),
+        deadline_ms=milliseconds(options["deadline"]),
+        grace_ms=milliseconds(options["grace"]),
+        restart=_choice("restart", options["restart"], _RESTART),
+        segment=options["segment"],
+        scratch=options["scratch"],
+        pause_ms=milliseconds(pause),
+        pause_max_ms=milliseconds(pause_max),
+        output=output,
+        output_fd=output_fd,
+        ring=options["ring"],
+        trace=options["trace"],
+        transport=_choice("transport", options["transport"], _TRANSPORT),
+        spin_us=round(options["spin"] * 1e6),
+        room=options["room"],
+        floats=reals_are_floats(options["reals"]),
+        encoding="utf-8".encode() if encoding.lower() in ("utf-8", "utf8") else encoding.encode(),
+        errors=errors.encode(),
+        callback=options["callback"],
+        environment=_environment(options["env"]),
+        directory=None if cwd is None else os.fsencode(cwd),
+    )
+    host.callback = options["callback"]
+    return host
+
+
 class Module:
     """A module and the process that it runs in. Its functions are attributes and items."""
 
@@ -64,62 +97,17 @@ class Module:
     _view: memoryview | None
 
     def __init__(
-        self,
-        path: str | os.PathLike[str],
-        *,
-        deadline: float = 30.0,
-        grace: float = 2.0,
-        callback: Callback | None = None,
-        restart: str = "never",
-        segment: int = 1 << 20,
-        scratch: int = 1 << 16,
-        restart_pause: tuple[float, float] = (0.1, 10.0),
-        stderr: Stderr = "ring",
-        ring: int = 1 << 16,
-        trace: int = 0,
-        env: Mapping[str, str] | None = None,
-        cwd: str | os.PathLike[str] | None = None,
-        encoding: str = "utf-8",
-        errors: str = "surrogateescape",
-        room: int = 256,
-        reals: str = "decimal",
-        transport: str = "signals",
-        spin: float = 50e-6,
-        _options: dict[str, Any] | None = None,
+        self, path: str | os.PathLike[str], options: dict[str, Any], begun: Callable[[Module], None] | None = None
     ) -> None:
-        """See open."""
+        """Made by open. options: all of them. begun gets the module before it starts: cancel ends the start, too."""
         set_field = object.__setattr__
         name = os.fsdecode(path)
-        output, output_fd = _output(stderr)
-        "".encode(encoding)
-        codecs.lookup_error(errors)
-        host = _kahost.Host(
-            os.fsencode(path),
-            deadline_ms=milliseconds(deadline),
-            grace_ms=milliseconds(grace),
-            restart=_choice("restart", restart, _RESTART),
-            segment=segment,
-            scratch=scratch,
-            pause_ms=milliseconds(restart_pause[0]),
-            pause_max_ms=milliseconds(restart_pause[1]),
-            output=output,
-            output_fd=output_fd,
-            ring=ring,
-            trace=trace,
-            transport=_choice("transport", transport, _TRANSPORT),
-            spin_us=round(spin * 1e6),
-            room=room,
-            floats=reals_are_floats(reals),
-            encoding="utf-8".encode() if encoding.lower() in ("utf-8", "utf8") else encoding.encode(),
-            errors=errors.encode(),
-            callback=callback,
-            environment=_environment(env),
-            directory=None if cwd is None else os.fsencode(cwd),
-        )
-        host.callback = callback
+        host = _host(path, options)
         set_field(self, "_host", host)
-        set_field(self, "_origin", Origin(name, _options if _options is not None else {}))
+        set_field(self, "_origin", Origin(name, options))
         set_field(self, "_view", None)
+        if begun is not None:
+            begun(self)
         try:
             found = host.open()
         except StartError as error:
@@ -127,7 +115,7 @@ class Module:
         except DiedError as error:
             raise start_error(error) from None
         functions: dict[str, Function] = {}
-        decode = Decoder(encoding, errors)
+        decode = Decoder(options["encoding"], options["errors"])
         for raw in found:
             plan = Plan(raw, decode)
             if plan.name not in functions:
@@ -263,14 +251,8 @@ class Module:
 def _with_advice(error: StartError, path: str) -> StartError:
     """With the errno of a missing file, and with what to do about it."""
     advice = []
-    if error.errno is None:
-        try:
-            os.stat(path)
-        except OSError as failure:
-            error.errno = failure.errno
-        else:
-            if error.exit_status is None and not os.access(path, os.X_OK):
-                error.errno = errno.EACCES
+    if error.errno is None and error.exit_status is None:
+        error.errno = errno_of(path, os.X_OK)
     if "/" not in path and not os.path.exists(path):
         advice.append("a path without a slash is not searched for in PATH: it is a file in the working directory")
     need = _paths.start_advice(path)
@@ -287,6 +269,29 @@ def open(path: str | os.PathLike[str], *, stubs: type[T], **options: Any) -> T: 
 def open(
     path: str | os.PathLike[str],
     *,
+    deadline: float = ...,
+    grace: float = ...,
+    callback: Callback | None = ...,
+    restart: str = ...,
+    segment: int = ...,
+    scratch: int = ...,
+    restart_pause: tuple[float, float] = ...,
+    stderr: Stderr = ...,
+    ring: int = ...,
+    trace: int = ...,
+    env: Mapping[str, str] | None = ...,
+    cwd: str | os.PathLike[str] | None = ...,
+    encoding: str = ...,
+    errors: str = ...,
+    room: int = ...,
+    reals: str = ...,
+    transport: str = ...,
+    spin: float = ...,
+) -> Module: ...
+def open(  # type: ignore[misc]  # the first overload does not name the options
+    path: str | os.PathLike[str],
+    *,
+    stubs: Any = None,
     deadline: float = 30.0,
     grace: float = 2.0,
     callback: Callback | None = None,
@@ -305,10 +310,22 @@ def open(
     reals: str = "decimal",
     transport: str = "signals",
     spin: float = 50e-6,
-) -> Module: ...
-def open(path: str | os.PathLike[str], *, stubs: Any = None, **options: Any) -> Any:
+) -> Any:
     """Starts the module at a path, and reads its tables. Times are in seconds.
 
     restart: "never", "next call", "at once". stderr: "ring", None for this process's own, a file or a descriptor.
     reals: "decimal" or "float". transport: "signals", "plain", "fast". stubs: a class that says its type."""
-    return Module(path, **options, _options=options)
+    options = {**locals()}
+    del options["path"], options["stubs"]
+    return Module(path, options)
+
+
+def all_options(given: Mapping[str, Any]) -> dict[str, Any]:
+    """Those of open: as given, else its defaults."""
+    defaults: dict[str, Any] = open.__kwdefaults__
+    for name in given:
+        if name not in defaults:
+            raise TypeError(f"open() got an unexpected keyword argument {name!r}")
+    options = {**defaults, **given}
+    del options["stubs"]
+    return options

@@ -12,14 +12,10 @@ import time
 import weakref
 from collections.abc import Callable, Iterable, Iterator
 from concurrent.futures import Executor, Future
-
-from typing import TYPE_CHECKING, Any
+from typing import Any
 
 from ._errors import Cancelled, Error
-from ._module import open as open_module
-
-if TYPE_CHECKING:
-    from ._module import Module
+from ._module import Module, all_options
 
 Work = str | Callable[..., Any]
 _pools: weakref.WeakSet[_Shared] = weakref.WeakSet()  # what the pools of this process share with their threads
@@ -151,13 +147,24 @@ class _Worker:
         module = self.module
         if module is None or module.closed or self.calls == self.shared.recycle:
             self.close()
-            opened: Module = open_module(self.shared.path, **self.shared.options)
-            self.module = module = opened
+            module = self.start()
             self.calls = 0
         if self.shared.cancelled:
             raise Cancelled("the pool was shut down before the call was sent")
         self.calls += 1
         return module
+
+    def start(self) -> Module:
+        """A new module, which cancel reaches before it has started."""
+
+        def begun(module: Module) -> None:
+            self.module = module
+
+        try:
+            return Module(self.shared.path, self.shared.options, begun)
+        except BaseException:
+            self.module = None
+            raise
 
     def cancel(self) -> None:
         module = self.module
@@ -197,7 +204,8 @@ class Pool(Executor):
         for name, value, least in (("hosts", hosts, 1), ("retries", retries, 0), ("recycle", recycle, 1)):
             if value is not None and value < least:
                 raise ValueError(f"{name} is {value}; it must be at least {least}")
-        if options.get("restart", "never") == "never":
+        options = all_options(options)
+        if options["restart"] == "never":
             options["restart"] = "next call"
         self._shared = _Shared(path, hosts, retries, recycle, options)
         _pools.add(self._shared)

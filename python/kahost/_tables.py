@@ -6,10 +6,10 @@ from __future__ import annotations
 import os
 from collections.abc import Mapping
 from types import MappingProxyType
-from typing import NamedTuple
+from typing import Any, NamedTuple
 
 from . import _kahost
-from ._errors import StartError
+from ._errors import StartError, errno_of
 
 VARARG, INT_BY_VALUE, INT_BY_REFERENCE, INT_ARRAY, REAL_BY_VALUE = range(5)
 REAL_BY_REFERENCE, REAL_ARRAY, ZSTRING, STRING, STRING_ARRAY = range(5, 10)
@@ -52,6 +52,13 @@ class Tables(NamedTuple):
     functions: Mapping[str, FunctionTable]
     filled_at_start: bool
 
+    def __reduce__(self) -> tuple[Any, ...]:
+        return _tables, (dict(self.functions), self.filled_at_start)
+
+
+def _tables(functions: dict[str, FunctionTable], filled_at_start: bool) -> Tables:
+    return Tables(MappingProxyType(functions), filled_at_start)
+
 
 def kind_name(kind: int) -> str:
     """The name of a kind; of a wrong one its number."""
@@ -75,11 +82,13 @@ def read(path: str | os.PathLike[str], *, encoding: str = "utf-8", errors: str =
     """The tables of a module's file, which is not run."""
     found = _kahost.read_tables(os.fsencode(path))
     if isinstance(found, str):
-        raise StartError(f"{os.fspath(path)}: {found}")
+        error = StartError(f"{os.fsdecode(path)}: {found}")
+        error.errno = errno_of(path, os.R_OK)  # type: ignore[assignment]
+        raise error
     decode = Decoder(encoding, errors)
     functions: dict[str, FunctionTable] = {}
     for raw_name, _, prototypes, doc in found[0]:
         name = decode.name(raw_name) or ""
         made = FunctionTable(name, tuple(map(decode.prototype, prototypes)), decode.name(doc))
         functions.setdefault(name, made)
-    return Tables(MappingProxyType(functions), bool(found[1]))
+    return _tables(functions, bool(found[1]))

@@ -28,6 +28,9 @@ class _Wrapped(Generic[T]):
     def __repr__(self) -> str:
         return f"{type(self).__name__}({self.value!r})"
 
+    def __reduce__(self) -> tuple[Any, ...]:
+        return type(self), (self.value,)
+
 
 class Ref(_Wrapped[T]):
     """An argument of a VarArg that is passed by reference: its result is in more."""
@@ -52,6 +55,9 @@ class Text:
 
     def __repr__(self) -> str:
         return f"Text({self.value!r}, room={self.room})"
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return type(self), (self.value, self.room)
 
 
 # Of its own in every part, whatever the program's contexts are. A quotient that does not end is cut behind a digit that

@@ -11,6 +11,7 @@ import pickle
 import pydoc
 import signal
 import sys
+import typing
 from decimal import Decimal
 
 import pytest
@@ -57,9 +58,15 @@ def test_what_does_not_start(modules, tmp_path):
         kahost.open(tmp_path / "missing")
     assert isinstance(caught.value, OSError) and caught.value.retry == "no" and caught.value.errno == errno.ENOENT
     (tmp_path / "no_module").write_text("#!/bin/sh\n")
-    with pytest.raises(kahost.StartError) as caught:
-        kahost.open(tmp_path / "no_module")
-    assert caught.value.errno == errno.EACCES
+    (tmp_path / "looped").symlink_to("looped")
+    for name, number in (("no_module", errno.EACCES), ("", errno.EACCES), ("no_module/x", errno.ENOTDIR), ("looped", errno.ELOOP)):
+        with pytest.raises(kahost.StartError) as caught:  # as the system says of execve
+            kahost.open(tmp_path / name)
+        assert caught.value.errno == number, name
+    for name, number in (("missing", errno.ENOENT), ("", errno.EACCES)):
+        with pytest.raises(kahost.StartError) as caught:
+            kahost.read(tmp_path / name)
+        assert caught.value.errno == number, name
     for function in (kahost.open, kahost.read):
         with pytest.raises(ValueError):
             function(modules["tour"] + "\0x")
@@ -124,6 +131,17 @@ def test_every_option(modules, tmp_path):
             assert m.scale(1, [1, 2]).values == [1.0, 2.0]
 
 
+def test_open_shows_its_options():
+    """Both to those who ask the function and to type checkers."""
+    shown = inspect.signature(kahost.open).parameters
+    assert (shown["deadline"].default, shown["stderr"].default, shown["spin"].default) == (30.0, "ring", 50e-6)
+    assert inspect.Parameter.VAR_KEYWORD not in {each.kind for each in shown.values()}
+    typed = inspect.signature(typing.get_overloads(kahost.open)[1]).parameters
+    assert [(each.name, each.kind, each.annotation) for each in typed.values()] == [
+        (each.name, each.kind, each.annotation) for each in shown.values() if each.name != "stubs"
+    ]
+
+
 def test_the_environment_of_a_host(modules):
     with kahost.open(modules["tour"], deadline=60, env={"TOUR_TRACE": "1", "ONE": "é"}) as m:
         with open(f"/proc/{m.pid}/environ", "rb") as file:
@@ -152,6 +170,7 @@ def test_reading_tables_without_running(modules):
     total = tables.functions["total"]
     assert total.prototypes == (("values", "IntArray", 1, None), ("sum", "IntByReference", 0, None))
     assert tables.filled_at_start is False
+    assert pickle.loads(pickle.dumps(tables)) == tables
     with pytest.raises(kahost.StartError):
         kahost.read("/etc/passwd")
 

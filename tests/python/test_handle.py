@@ -246,6 +246,12 @@ def test_awaited(tour):
     travelled(tour).close()
 
 
+def test_wrapped_arguments_travel():
+    for value in (kahost.Text("x", room=5), kahost.Text([b"y"]), kahost.Ref(7), kahost.InPlace([1])):
+        for protocol in range(pickle.HIGHEST_PROTOCOL + 1):
+            assert repr(pickle.loads(pickle.dumps(value, protocol))) == repr(value)
+
+
 def test_results_and_errors_travel(modules):
     with kahost.open(modules["tour"], deadline=60) as m:
         result = m.scale(2.5, [1, 2])

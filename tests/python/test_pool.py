@@ -9,7 +9,7 @@ import weakref
 
 import kahost
 import pytest
-from conftest import wait_until
+from conftest import descendants, wait_until
 
 
 @pytest.fixture
@@ -174,6 +174,8 @@ def test_options_are_those_of_open(modules):
         kahost.Pool(modules["tour"], retries=-1)
     with pytest.raises(ValueError):
         kahost.Pool(modules["tour"], recycle=0)
+    with pytest.raises(TypeError, match="deadlin"):
+        kahost.Pool(modules["tour"], deadlin=3)
 
 
 def test_shutdown_does_what_waits(modules):
@@ -201,6 +203,19 @@ def test_shutdown_with_cancel_futures_ends_calls(modules, wait):
     pool.shutdown(wait, cancel_futures=True)
     assert all(isinstance(future.exception(60), kahost.Cancelled) for future in running)
     assert all(future.cancelled() for future in waiting)
+    pool.shutdown()
+
+
+@pytest.mark.parametrize("wait", [True, False])
+def test_shutdown_with_cancel_futures_ends_starts(modules, wait):
+    """Long before the hosts are ready."""
+    before = set(descendants())
+    pool = kahost.Pool(modules["tasks"], hosts=2, deadline=1000, grace=0, env={**os.environ, "KA_TEST_SETUP": "naps1000000"})
+    futures = [pool.submit("add", 1, 2) for _ in range(3)]
+    wait_until(lambda: len(set(descendants()) - before) == 2, what="two starts")
+    pool.shutdown(wait, cancel_futures=True)
+    assert all(isinstance(future.exception(60), kahost.Cancelled) for future in futures[:2])
+    assert futures[2].cancelled()
     pool.shutdown()
 
 
