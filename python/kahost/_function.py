@@ -150,16 +150,14 @@ class Function(_kahost.Function):
     def __reduce__(self) -> tuple[Any, ...]:
         from . import _handle
 
-        return _handle.restore, (*self._origin.for_pickle(self._host), self.__name__, self._changes)
+        return _handle.restore_function, (*self._origin.for_pickle(self._host), self.__name__, self._changes)
 
 
 def changes_of(*, deadline: float | None = None, room: int | None = None, reals: str | None = None) -> dict[str, Any]:
     """What distinguishes a function whose calls have these options."""
     changes: dict[str, Any] = {}
     if deadline is not None:
-        changes["deadline_ms"] = milliseconds(deadline)
-        if changes["deadline_ms"] <= 0:
-            raise ArgumentError(f"deadline is {deadline}; it must be above 0")
+        changes["deadline_ms"] = deadline_in_ms(deadline)
     if room is not None:
         changes["room"] = room
     if reals is not None:
@@ -177,6 +175,14 @@ def milliseconds(seconds: float) -> int:
     if math.isnan(seconds):
         raise ValueError("a time is not a number")
     return int(min(max(math.ceil(seconds * 1000) if math.isfinite(seconds) else math.copysign(2**31, seconds), -(2**31)), 2**31 - 1))
+
+
+def deadline_in_ms(seconds: float) -> int:
+    """Of a call."""
+    deadline_ms = milliseconds(seconds)
+    if deadline_ms <= 0:
+        raise ArgumentError(f"deadline is {seconds}; it must be above 0")
+    return deadline_ms
 
 
 def reals_are_floats(reals: str) -> bool:

@@ -5,16 +5,18 @@ which is kept, and closed when the thread or the process ends."""
 
 from __future__ import annotations
 
+import operator
 import os
 import threading
 import weakref
 from collections.abc import Callable, Mapping
-from types import TracebackType
+from types import MappingProxyType, TracebackType
 from typing import TYPE_CHECKING, Any
 
-from ._errors import Error, StartError
+from ._errors import ArgumentError, Error, StartError, errno_of
+from ._function import changes_of, deadline_in_ms, milliseconds
 from ._identity import identify, stamp
-from ._module import Module
+from ._module import Callback, Module
 
 if TYPE_CHECKING:
     import inspect
@@ -104,14 +106,21 @@ def _frozen(value: Any) -> Any:
 
 
 class Handle:
-    """What travels. options: those of kahost.open."""
+    """What travels. options: those of kahost.open; deadline_ms, trace and callback can be changed."""
 
     def __init__(self, path: str, identity: str, options: dict[str, Any]) -> None:
         self.path, self.identity, self.options = path, identity, options
-        self.parts = path, identity, options
-        self.callback = options["callback"]
-        # Hosts that differ in their call-back alone are the same host.
-        self.key = path, identity, _frozen({name: value for name, value in options.items() if name != "callback"})
+        self.deadline_ms: int = milliseconds(options["deadline"])
+        self.trace: int = options["trace"]
+        self.callback: Callback | None = options["callback"]
+        # Hosts that differ in their call-back alone, or in what was changed later, are the same host.
+        self.key = path, identity, _frozen({**options, "deadline": self.deadline_ms, "callback": None})
+
+    @property
+    def parts(self) -> tuple[str, str, dict[str, Any]]:
+        """What it is made of where it arrives."""
+        changed = {"deadline": self.deadline_ms / 1000, "trace": self.trace, "callback": self.callback}
+        return self.path, self.identity, {**self.options, **changed}
 
     def check(self) -> None:
         """StartError if another file is under that path than when the handle was made."""
@@ -119,39 +128,55 @@ class Handle:
             identity = _identity_of(self.path)
         except OSError as failure:
             error = StartError(f"{self.path}: {failure.strerror}")
-            error.errno = failure.errno
+            error.errno = errno_of(self.path, os.R_OK) or failure.errno
             raise error from None
         if identity != self.identity:
             raise StartError(f"{self.path} is another file than when it was pickled: {identity}, not {self.identity}")
 
-    def open(self) -> Host:
-        """A new host."""
+    def open(self, begun: Callable[[Host], None] | None = None) -> Host:
+        """A new host. begun gets it before it starts."""
         self.check()
-        host = Host(Module(self.path, {**self.options, "restart": "next call"}))
-        with _guard:
-            _opened[host] = self.key
-        return host
+        hosts = []
+
+        def begin(module: Module) -> None:
+            host = Host(module)
+            hosts.append(host)
+            with _guard:
+                _opened[host] = self.key
+            if begun is not None:
+                begun(host)
+
+        Module(self.path, {**self.options, "restart": "next call"}, begin)
+        return hosts[0]
 
     def prepare(self, host: Host) -> Host:
         """host may be called for this handle now."""
         self.check()  # a host that has ended would be started again
-        if host.module.callback is not self.callback:
-            host.module.callback = self.callback
+        module = host.module
+        if module.callback is not self.callback:
+            module.callback = self.callback
+        if module._host.deadline_ms != self.deadline_ms:
+            module._host.deadline_ms = self.deadline_ms
+        if module.trace != self.trace:
+            module.trace = self.trace
         return host
+
+    def kept(self) -> Host | None:
+        """The host that this thread has open."""
+        host = _kept.hosts.get(self.key)
+        return None if host is None or host.module.closed else host
 
     def local(self) -> Host:
         """The host of this thread."""
-        hosts = _kept.hosts
-        host = hosts.get(self.key)
-        if host is None or host.module.closed:
-            host = hosts[self.key] = self.open()
+        host = self.kept()
+        if host is None:
+            host = _kept.hosts[self.key] = self.open()
         return self.prepare(host)
 
     def opened(self) -> list[Host]:
-        """All open hosts of this handle in this process."""
+        """All hosts of this handle in this process that are open or start."""
         with _guard:
-            hosts = [host for host, key in _opened.items() if key == self.key]
-        return [host for host in hosts if not host.module.closed]
+            return [host for host, key in _opened.items() if key == self.key]
 
 
 class Local:
@@ -177,21 +202,34 @@ lend: Callable[[Handle], AbstractContextManager[Host]] = Local
 
 
 class ModuleHandle:
-    """A module that was pickled: as a Module, with a host of its own in each thread."""
+    """A module that was pickled: as a Module, with a host of its own in each thread. What needs a host opens it."""
 
-    def __init__(self, handle: Handle) -> None:
-        self._handle = handle
+    __slots__ = ("_handle", "_names", "__weakref__")
+    _handle: Handle
+    _names: tuple[str, ...]  # of its functions
+
+    def __init__(self, handle: Handle, names: tuple[str, ...]) -> None:
+        object.__setattr__(self, "_handle", handle)
+        object.__setattr__(self, "_names", names)
 
     def __reduce__(self) -> tuple[Any, ...]:
-        return restore, self._handle.parts
+        return restore_module, (*self._handle.parts, self._names)
 
     def __getitem__(self, name: str) -> FunctionHandle:
+        if name not in self._names:
+            raise KeyError(name)
         return FunctionHandle(self._handle, name)
 
     def __getattr__(self, name: str) -> FunctionHandle:
-        if name.startswith("__"):
-            raise AttributeError(name)
-        return FunctionHandle(self._handle, name)
+        """Functions are attributes, but for those whose name a Module has itself."""
+        if name in self._names and not hasattr(Module, name):
+            return self[name]
+        raise AttributeError(f"{self.path} has no function {name!r}", name=name, obj=self)
+
+    def __setattr__(self, name: str, value: object) -> None:
+        if not isinstance(getattr(ModuleHandle, name, None), property):
+            raise AttributeError(f"a Module has no attribute {name!r} to set", name=name, obj=self)
+        object.__setattr__(self, name, value)
 
     def __eq__(self, other: object) -> bool:
         return isinstance(other, ModuleHandle) and self._handle.key == other._handle.key
@@ -200,7 +238,7 @@ class ModuleHandle:
         return hash(self._handle.key)
 
     def __dir__(self) -> list[str]:
-        return sorted({*super().__dir__(), *(name for name in self.functions if name.isidentifier())})
+        return sorted({*super().__dir__(), *(name for name in self._names if name.isidentifier())})
 
     def __repr__(self) -> str:
         return f"<handle of the module {self.path}>"
@@ -217,25 +255,79 @@ class ModuleHandle:
         return self._handle.path
 
     @property
-    def functions(self) -> dict[str, FunctionHandle]:
-        """Those of the module, which is opened for it."""
-        return {name: self[name] for name in self._handle.local().module.functions}
+    def functions(self) -> Mapping[str, FunctionHandle]:
+        """All functions by name."""
+        return MappingProxyType({name: self[name] for name in self._names})
+
+    @property
+    def callback(self) -> Callback | None:
+        """Answers the call-backs of the module, from the next call on. It travels, as deadline and trace do."""
+        return self._handle.callback
+
+    @callback.setter
+    def callback(self, callback: Callback | None) -> None:
+        if callback is not None and not callable(callback):
+            raise TypeError("callback must be callable or None")
+        self._handle.callback = callback
+
+    @property
+    def deadline(self) -> float:
+        """Seconds for each call with its call-backs."""
+        return self._handle.deadline_ms / 1000
+
+    @deadline.setter
+    def deadline(self, seconds: float) -> None:
+        self._handle.deadline_ms = deadline_in_ms(seconds)
+
+    @property
+    def trace(self) -> int:
+        """The trace level of the module, 0 to 4, from the next call on."""
+        return self._handle.trace
+
+    @trace.setter
+    def trace(self, level: int) -> None:
+        if operator.index(level) not in range(5):
+            raise ArgumentError(f"trace is {level}; it must be 0 to 4")
+        self._handle.trace = level
 
     @property
     def pid(self) -> int | None:
         """The process of this thread's host, or None."""
-        host = _kept.hosts.get(self._handle.key)
+        host = self._handle.kept()
         return None if host is None else host.module.pid
 
     @property
     def closed(self) -> bool:
         """Whether this thread has no host of it. A call opens one."""
-        host = _kept.hosts.get(self._handle.key)
-        return host is None or host.module.closed
+        return self._handle.kept() is None
 
     def cancel(self) -> bool:
-        """Ends all calls of the handle in this process that are under way. Whether there was one."""
+        """Ends all calls and starts of the handle in this process that are under way. Whether there was one."""
         return any([host.module.cancel() for host in self._handle.opened()])
+
+    def _check_own(self) -> None:
+        """That calls of this thread are made on its own host."""
+        if not isinstance(lend(self._handle), Local):
+            raise ArgumentError(f"{self.path}: each call of a task is made on a host that is free, not on one of its own")
+
+    def restart(self) -> None:
+        """Ends the process of this thread's host, and starts another."""
+        self._check_own()
+        host = self._handle.kept()
+        if host is None:
+            self._handle.local()
+        else:
+            self._handle.prepare(host).module.restart()
+
+    def scratch(self) -> memoryview:
+        """The scratch area of this thread's host, which both sides see."""
+        self._check_own()
+        return self._handle.local().module.scratch()
+
+    def stderr(self) -> bytes:
+        """The end of what this thread's host wrote to standard error, with stderr="ring"."""
+        self._check_own()
+        return self._handle.local().module.stderr()
 
     def close(self) -> None:
         """Closes the host of this thread."""
@@ -252,7 +344,7 @@ class FunctionHandle:
         self.__name__ = self.__qualname__ = name
 
     def __reduce__(self) -> tuple[Any, ...]:
-        return restore, (*self._handle.parts, self.__name__, self._changes)
+        return restore_function, (*self._handle.parts, self.__name__, self._changes)
 
     def __call__(self, *args: Any, **kwargs: Any) -> Any:
         with lend(self._handle) as host:
@@ -269,8 +361,6 @@ class FunctionHandle:
 
     def options(self, **given: Any) -> FunctionHandle:
         """The same function, whose calls have options of their own."""
-        from ._function import changes_of
-
         return FunctionHandle(self._handle, self.__name__, {**self._changes, **changes_of(**given)})
 
     def _local(self) -> Function:
@@ -302,9 +392,13 @@ class FunctionHandle:
         return f"<handle of the function {self.__name__} of {self._handle.path}>"
 
 
-def restore(
-    path: str, identity: str, options: dict[str, Any], name: str | None = None, changes: Mapping[str, Any] | None = None
-) -> ModuleHandle | FunctionHandle:
-    """What pickle makes of a module, and of a function of that name."""
-    handle = Handle(path, identity, options)
-    return ModuleHandle(handle) if name is None else FunctionHandle(handle, name, changes)
+def restore_module(path: str, identity: str, options: dict[str, Any], names: tuple[str, ...]) -> ModuleHandle:
+    """What pickle makes of a module with functions of those names."""
+    return ModuleHandle(Handle(path, identity, options), names)
+
+
+def restore_function(
+    path: str, identity: str, options: dict[str, Any], name: str, changes: Mapping[str, Any]
+) -> FunctionHandle:
+    """What pickle makes of a function."""
+    return FunctionHandle(Handle(path, identity, options), name, changes)

@@ -94,5 +94,5 @@ class Origin:
             options["env"] = dict(options["env"])
         if self._directory is not None:
             options["cwd"] = self._directory
-        options["callback"] = host.callback
+        options["deadline"], options["trace"], options["callback"] = host.deadline_ms / 1000, host.trace, host.callback
         return self._absolute, self.identity(host), options

@@ -147,7 +147,7 @@ class Module:
         return MappingProxyType(self._functions)
 
     def __dir__(self) -> list[str]:
-        return sorted({*object.__dir__(self), *(name for name in self._functions if name.isidentifier())})
+        return sorted({*dir(type(self)), *(name for name in self._functions if name.isidentifier())})
 
     # ---- Life
 
@@ -245,7 +245,7 @@ class Module:
     def __reduce__(self) -> tuple[Any, ...]:
         from . import _handle
 
-        return _handle.restore, self._origin.for_pickle(self._host)
+        return _handle.restore_module, (*self._origin.for_pickle(self._host), tuple(self._functions))
 
 
 def _with_advice(error: StartError, path: str) -> StartError:

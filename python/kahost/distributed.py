@@ -60,6 +60,7 @@ class _Lent:
     """A host for one call of a task."""
 
     host: Host | None = None  # none yet: it waits for one
+    starting: Host | None = None
 
     def __init__(self, plugin: Hosts, handle: Handle, key: str) -> None:
         self.plugin, self.handle, self.key = plugin, handle, key
@@ -73,6 +74,7 @@ class _Lent:
             return self.handle.prepare(host)
         except BaseException:
             self.plugin.done(self)
+            self.check()
             raise
 
     def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, traceback: TracebackType | None) -> None:
@@ -84,9 +86,13 @@ class _Lent:
             # Nobody waits for the task, unless it was asked for again in the meantime: then it runs again.
             raise _engine.Reschedule from None
 
+    def starts(self, host: Host) -> None:
+        self.starting = host
+
     def cancel(self) -> None:
-        if self.host is not None:
-            self.host.module.cancel()
+        host = self.host or self.starting
+        if host is not None:
+            host.module.cancel()
 
 
 class Hosts(_engine.WorkerPlugin):  # type: ignore[misc]
@@ -164,7 +170,7 @@ class Hosts(_engine.WorkerPlugin):  # type: ignore[misc]
         try:
             if too_many is not None:
                 too_many.module.close()
-            return handle.open()
+            return handle.open(lent.starts)
         except BaseException:
             self.forget_one()
             raise

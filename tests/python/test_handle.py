@@ -8,6 +8,7 @@ import inspect
 import os
 import pickle
 import shutil
+import sys
 import threading
 
 import kahost
@@ -59,6 +60,92 @@ def test_looks_like_the_function(tour):
     assert len({m["total"], m.total, total}) == 1
     assert m.path == os.path.abspath(tour.path)
     assert {"total", "scale", "close", "path"} <= set(dir(m))
+    m.close()
+
+
+def test_has_the_attributes_of_a_module(modules):
+    """A function of such a name is an item."""
+    with kahost.open(modules["names"], encoding="latin-1", deadline=60) as module:
+        m = travelled(module)
+    for name in dir(kahost.Module):
+        assert not isinstance(getattr(m, name, None), type(m["close"])), name
+    assert m.callback is None
+    assert (m["close"]().number, m["callback"]().number, m["a b"]().number, m._x().number, getattr(m, "class")().number) == (0, 8, 2, 4, 1)
+    assert set(m.functions) == set(module.functions)
+    assert set(dir(m)) >= {name for name in dir(module) if not name.startswith("_")}
+    m.close()
+    assert m.closed
+
+
+def test_what_is_no_function_is_no_attribute(tour):
+    """Nor is a host opened to find that out."""
+    m = travelled(tour)
+    for name in ("nowhere", "_repr_html_", "__array__", "_host"):
+        assert not hasattr(m, name)
+    with pytest.raises(KeyError):
+        m["nowhere"]
+    for name in ("nowhere", "total", "pid", "close"):
+        with pytest.raises(AttributeError):
+            setattr(m, name, 1)
+    assert m.closed
+
+
+def test_attributes_are_set_for_calls(modules):
+    with kahost.open(modules["tour"], deadline=1000) as tour:
+        m = travelled(tour)
+    assert (m.deadline, m.trace, m.callback) == (1000.0, 0, None)
+    nap, ask = m.nap, m.ask
+    m.callback = answer
+    assert ask(41).answer == 42
+    pid = m.pid
+    m.trace = 4
+    m.total([1])
+    assert (m.pid, m.trace) == (pid, 4)
+    wait_until(lambda: b"total" in m.stderr(), what="the trace")
+    other = travelled(m)
+    assert (other.callback, other.trace, other.deadline) == (answer, 4, 1000.0)
+    m.trace, m.deadline = 0, 0.05
+    with pytest.raises(kahost.DeadlineError):
+        nap(100000)
+    for name, value, error in (
+        ("deadline", 0, kahost.ArgumentError),
+        ("deadline", float("nan"), ValueError),
+        ("trace", 7, kahost.ArgumentError),
+        ("trace", "x", TypeError),
+        ("callback", 5, TypeError),
+    ):
+        with pytest.raises(error):
+            setattr(m, name, value)
+    assert (m.deadline, m.trace, m.callback) == (0.05, 0, answer)
+    m.close()
+
+
+def test_a_module_travels_as_it_is_now(tour):
+    tour.deadline, tour.trace = 0.05, 1
+    m = travelled(tour)
+    assert (m.deadline, m.trace) == (0.05, 1)
+    with pytest.raises(kahost.DeadlineError):
+        m.nap(100000)
+    m.close()
+
+
+def test_what_a_handle_does_with_the_host_of_its_thread(tour):
+    m = travelled(tour)
+    m.callback = answer
+    view = m.scratch()
+    pid = m.pid
+    m.ask(5)
+    assert int.from_bytes(view[:4], sys.byteorder) == answer(5)
+    m.restart()
+    assert m.pid not in (None, pid)
+    assert m.stderr() == b""
+    assert m.total([1]).sum == 1
+    m.close()
+    with pytest.raises(ValueError):
+        view[0]
+    assert m.pid is None
+    m.restart()  # or opens one
+    assert m.pid is not None
     m.close()
 
 
@@ -228,6 +315,18 @@ def test_cancel_ends_calls_in_any_thread(tour):
         wait_until(lambda: [m.cancel(), all(future.done() for future in futures)][1])
         for future in futures:
             assert isinstance(future.exception(), kahost.Cancelled)
+
+
+def test_cancel_ends_starts_in_any_thread(modules):
+    """Of hosts that would never be ready."""
+    with kahost.open(modules["tasks"], deadline=1000, grace=0, env={**os.environ, "KA_TEST_SETUP": "naps1"}) as tasks:
+        restore, (path, identity, options, names) = tasks.__reduce__()
+    options["env"]["KA_TEST_SETUP"] = "naps1000000"
+    m = restore(path, identity, options, names)
+    with concurrent.futures.ThreadPoolExecutor(1) as threads:
+        future = threads.submit(m.add, 1, 2)
+        wait_until(lambda: [m.cancel(), future.done()][1])
+        assert isinstance(future.exception(), kahost.Cancelled)
 
 
 def test_handles_with_other_options_are_other_hosts(modules):

@@ -37,6 +37,7 @@ def test_a_name_is_an_attribute_unless_the_module_has_one(m):
     assert m.callback is None
     assert m.close.__name__ == "close" and not isinstance(m.close, type(m["close"]))
     assert {"class", LATIN, "_x", "twice", "strange", "close"} <= set(dir(m))
+    assert all(name.isidentifier() for name in dir(m))
     m.close()
     with pytest.raises(kahost.ClosedError):
         m["close"]()
