@@ -289,13 +289,20 @@ def _results_of(probe: _Probe) -> list[Any]:
     return probe.results
 
 
+class _Tokens(_engine.Queue):  # type: ignore[misc]
+    """A queue that the client has made. The scheduler does not count who uses it: a worker that is killed would count for
+    ever."""
+
+    async def _start(self) -> _Tokens:
+        return self
+
+
 def _claim(name: str) -> bool:
     """Takes the one token of a call with effects; a call that was lost with its worker has taken it."""
-    tokens = _engine.Queue(name, client=_engine.get_client())
     try:
-        return bool(tokens.get(batch=True))
-    finally:
-        tokens.close()
+        return bool(_Tokens(name, client=_engine.get_client()).get(batch=True))
+    except KeyError:  # the future is done, and the client has removed them
+        return False
 
 
 def _perform_once(

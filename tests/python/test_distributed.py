@@ -328,15 +328,38 @@ def test_a_worker_is_killed_during_a_map(cluster, tasks):
 
 
 def test_with_effects_at_most_once(cluster, modules, tmp_path):
-    """The worker dies in the call; the engine runs the task again, which is refused."""
-    calls = tmp_path / "calls"
+    """The worker dies in the call; the engine runs the task again, which is refused. One that dies before has called
+    nothing. The scheduler keeps nothing of all that."""
+    calls, mark = tmp_path / "calls", tmp_path / "mark"
+    cluster.client.run(die_once_in_get, str(mark))
     with kahost.open(modules["tasks"], callback=Append(calls), deadline=60) as m:
+        assert kd.submit(cluster.client, m.add, 1, 2, effects=True).result(timeout=60).sum == 3
+        assert mark.exists()
         error = kd.submit(cluster.client, m.ask, 0, effects=True).exception(timeout=120)
         assert isinstance(error, kahost.DiedError)
         assert error.retry == "unsure"
         assert "before" in str(error)
         assert calls.read_text() == "1"
         assert kd.submit(cluster.client, m.add, 1, 2, effects=True).result().sum == 3
+    wait_until(lambda: cluster.client.run_on_scheduler(claims) == [], what="the end of the claims")
+    assert cluster.client.submit(kd._claim, "kahost-none", pure=False).result() is False
+
+
+def claims(dask_scheduler):
+    return [name for name in dask_scheduler.extensions["queues"].queues if name.startswith("kahost")]
+
+
+def die_once_in_get(mark):
+    get = distributed.Queue.get
+
+    def die_once(*args, **kwargs):
+        try:
+            os.close(os.open(mark, os.O_CREAT | os.O_EXCL))
+        except FileExistsError:
+            return get(*args, **kwargs)
+        os.kill(os.getpid(), signal.SIGKILL)
+
+    distributed.Queue.get = die_once
 
 
 class Append:
@@ -394,6 +417,16 @@ def test_a_future_is_cancelled_while_its_call_waits_for_a_host(cluster, modules)
         after = [kd.submit(cluster.client, m.add, 1, 2) for _ in range(4)]
         assert all(each.result(timeout=60).sum == 3 for each in after)
         wait_until(lambda: not any(map(is_waiting, all_hosts(cluster))), what="the end of the calls")
+
+
+def test_a_future_is_cancelled_while_its_host_starts(cluster, modules):
+    with kahost.open(modules["tasks"], deadline=1000, grace=0, env={**os.environ, "KA_TEST_SETUP": "naps1"}) as tasks:
+        restore, (*parts, options, names) = tasks.__reduce__()
+    m = restore(*parts, {**options, "env": {**options["env"], "KA_TEST_SETUP": "naps1000000"}}, names)
+    futures = [kd.submit(cluster.client, m.add, 1, 2) for _ in range(4)]  # all threads
+    wait_until(lambda: sum(map(is_waiting, all_hosts(cluster))) == 4, what="four starts")
+    cluster.client.cancel(futures)
+    wait_until(lambda: not any(map(is_waiting, all_hosts(cluster))), what="the end of the starts")
 
 
 def executing(dask_worker):
