@@ -17,6 +17,7 @@
 
 #include "caller/waiting.h"
 #include "host/host.h"
+#include "host/owner.h"
 
 namespace {
 
@@ -450,6 +451,38 @@ TEST(Retire, between_the_steps_of_a_call_ends_it_at_once)
     }
     Host host;
     EXPECT_EQ(call_with(host, "give_code", 5), 5);
+}
+
+// As a thread that was held up on its way out of a host that others have retired, with many hosts after it.
+TEST(Retire, that_comes_late_leaves_another_host_in_the_same_place_alone)
+{
+    ka_host *retired = nullptr;
+    ka_open(&retired, "/nowhere", nullptr);
+    EXPECT_EQ(ka_retire(retired), KA_DONE);
+    ka_host *host = nullptr;
+    for (int i = 0; i < 100 && host != retired; i++) {
+        EXPECT_EQ(ka_close(host), KA_DONE);
+        remove_retired(retired);
+        ka_open(&host, "/nowhere", nullptr);
+    }
+    ASSERT_EQ(host, retired);
+    remove_retired(retired);
+    EXPECT_EQ(ka_close(host), KA_DONE);
+}
+
+TEST(Retire, that_is_under_way_keeps_its_place)
+{
+    ka_host *host = nullptr;
+    ka_open(&host, "/nowhere", nullptr);
+    ka_host *const kept = host;
+    kept->held++; // as ka_retire does
+    for (int i = 0; i < 200; i++) {
+        EXPECT_EQ(ka_close(host), KA_DONE);
+        ka_open(&host, "/nowhere", nullptr);
+        ASSERT_NE(host, kept);
+    }
+    kept->held--;
+    EXPECT_EQ(ka_close(host), KA_DONE);
 }
 
 // ---- The end of the program --------------------------------------------------------------------------------------

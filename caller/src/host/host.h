@@ -257,7 +257,8 @@ enum { SHOWN_REASON = 2048 };
 struct ka_host {
     mutable std::atomic<uintptr_t> owner; /* the thread inside; see owner.h */
     std::atomic<bool> retired;            /* whoever comes out removes it */
-    std::atomic<int32_t> shown_pid;       /* for ka_pid, in any thread */
+    std::atomic<int32_t> held;      /* threads that see to that; while there is one no other host gets the record */
+    std::atomic<int32_t> shown_pid; /* for ka_pid, in any thread */
     void (*remove)(ka_host *host);
 
     ka_error error;

@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 constinit thread_local const ka_host *refused_by = nullptr;
 
@@ -74,23 +75,78 @@ const ka_error *error_of(const ka_host *host)
     return own_record();
 }
 
+/* ---- Records of hosts -------------------------------------------------------------------------------------------
+ */
+
+enum : uint32_t { KEPT_RECORDS = 64 };
+static std::atomic<ka_host *> closed_hosts[KEPT_RECORDS];
+static std::atomic<uint32_t> closed_count;
+static std::atomic<ka_host *> spare_records; /* those that were closed before these */
+
+static void lay_aside(ka_host *record)
+{
+    record->next = spare_records;
+    while (!spare_records.compare_exchange_weak(record->next, record))
+        ;
+}
+
+/* All are taken for a moment: one alone could be taken and laid aside again meanwhile, with others behind it. */
+static ka_host *take_spare_record(void)
+{
+    ka_host *const record = spare_records.exchange(nullptr);
+    if (!record) return nullptr;
+    ka_host *rest = record->next;
+    ka_host *none = nullptr;
+    if (spare_records.compare_exchange_strong(none, rest)) return record;
+    while (rest) {
+        ka_host *const next = rest->next;
+        lay_aside(rest);
+        rest = next;
+    }
+    return record;
+}
+
+/* Whoever holds a record looks at retired after that. */
+static ka_host *reuse_record(void)
+{
+    ka_host *const record = take_spare_record();
+    if (!record) return nullptr;
+    record->retired = false;
+    if (record->held != 0) {
+        lay_aside(record);
+        return nullptr;
+    }
+    record->shown_pid = 0;
+    memset(static_cast<void *>(&record->error), 0, sizeof *record - offsetof(ka_host, error));
+    return record;
+}
+
+ka_host *new_record(void)
+{
+    ka_host *record = reuse_record();
+    if (record) return record;
+    record = static_cast<ka_host *>(calloc(1, sizeof *record));
+    if (record) record->owner.store(NOBODY_EVER, std::memory_order_relaxed);
+    return record;
+}
+
+void bury(ka_host *host)
+{
+    host->owner.store(NOBODY_EVER, std::memory_order_release);
+    ka_host *oldest = closed_hosts[closed_count++ % KEPT_RECORDS].exchange(host);
+    if (oldest) lay_aside(oldest);
+}
+
 /* ---- The end --------------------------------------------------------------------------------------------------- */
 
 /* Another thread may have come in since, and removes it then. This one has done its part by its pointer: it finds the
    error in its own record. */
 [[gnu::cold, gnu::noinline]] void remove_retired(ka_host *host)
 {
-    if (!take_host(host, this_thread())) return;
-    keep_record(host, &host->error);
-    host->remove(host);
-}
-
-enum : uint32_t { KEPT_RECORDS = 64 };
-static std::atomic<ka_host *> closed_hosts[KEPT_RECORDS];
-static std::atomic<uint32_t> closed_count;
-
-void bury(ka_host *host)
-{
-    host->owner.store(NOBODY_EVER, std::memory_order_release);
-    free(closed_hosts[closed_count++ % KEPT_RECORDS].exchange(host));
+    host->held++;
+    if (host->retired && take_host(host, this_thread())) {
+        keep_record(host, &host->error);
+        host->remove(host);
+    }
+    host->held--;
 }

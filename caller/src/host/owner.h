@@ -5,7 +5,8 @@
  * call-back runs in the thread inside, which may come in once more.
  *
  * A host can be retired beside a thread that is inside: then that thread removes it as it comes out. The record of a
- * host that was closed or retired is kept for a while, so that those who have not heard of it are refused, too. */
+ * host that was closed or retired is kept for a while, so that those who have not heard of it are refused, too. Then
+ * it is that of another host; it is never freed: a thread that was held up while it came out may still look at it. */
 #ifndef KA_CALLER_OWNER_H
 #define KA_CALLER_OWNER_H
 
@@ -49,7 +50,8 @@ inline t_VISIT come_in(const ka_host *known, const char *function)
     return {host, KA_DONE};
 }
 
-/* The look at retired must follow the store. The processor need not keep to that: ka_retire makes it do so. */
+/* The look at retired must follow the store: from there on the record may be another host's. The processor need not
+ * keep to that: ka_retire makes it do so. */
 inline void come_out(const t_VISIT *visit)
 {
     if (!visit->host) return;
@@ -63,7 +65,16 @@ inline void come_out(const t_VISIT *visit)
     __attribute__((cleanup(come_out))) const t_VISIT visit = come_in((host), __func__); \
     if (__builtin_expect(visit.refusal != KA_DONE, 0)) return (result_of_refusal)
 
-/* The last of a host: it is out of use, and its record is freed when many others have followed. */
+/* All zero, and nobody's; null without memory. */
+ka_host *new_record(void);
+
+/* A record comes into use: now it can be taken. */
+inline void show_record(ka_host *host)
+{
+    host->owner.store(0, std::memory_order_release);
+}
+
+/* The last of a host: it is out of use, and its record becomes that of another when many have followed. */
 void bury(ka_host *host);
 
 #endif

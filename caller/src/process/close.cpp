@@ -93,17 +93,23 @@ static void await_stores(void)
         clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
 }
 
+/* False: the thread inside removes it. */
+static bool take_retired(ka_host *host)
+{
+    const uintptr_t self = this_thread();
+    host->retired = true;
+    if (take_host(host, self)) return true;
+    ka_cancel(host);
+    await_stores();
+    return take_host(host, self);
+}
+
 int32_t ka_retire(ka_host *host)
 {
     HOLD_CANCELLATION;
     if (!host) return KA_DONE;
-    host->retired = true;
-    const uintptr_t self = this_thread();
-    if (!take_host(host, self)) {
-        ka_cancel(host);
-        await_stores();
-        if (!take_host(host, self)) return KA_DONE;
-    }
-    remove_host(host);
+    host->held++;
+    if (take_retired(host)) remove_host(host);
+    host->held--;
     return KA_DONE;
 }

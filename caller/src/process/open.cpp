@@ -53,7 +53,7 @@ static void show_host(ka_host **result, ka_host *host)
 /* Null when there is no memory. */
 static ka_host *new_host(const char *module)
 {
-    ka_host *host = static_cast<ka_host *>(calloc(1, sizeof *host));
+    ka_host *host = new_record();
     if (!host) return nullptr;
     host->remove = remove_host;
     clear_error(host);
@@ -64,9 +64,12 @@ static ka_host *new_host(const char *module)
     host->wait_fd = no_wait_fd;
     seed_random(&host->random);
     host->module = strdup(module);
-    if (host->module && enter_host(host) == 0) return host;
+    if (host->module && enter_host(host) == 0) {
+        show_record(host);
+        return host;
+    }
     free(host->module);
-    free(host);
+    bury(host);
     return nullptr;
 }
 
