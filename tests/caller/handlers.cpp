@@ -53,12 +53,6 @@ void on_plain(int)
     seen.count++;
 }
 
-// Of one test alone: no test before it can have made it known.
-void on_two_copies(int)
-{
-    seen.count++;
-}
-
 void on_chained(int number, siginfo_t *info, void *context)
 {
     seen.count++;
@@ -496,6 +490,12 @@ TEST_F(Handlers, many_copies_of_the_library_can_be_loaded)
         ASSERT_TRUE(version);
         EXPECT_STREQ(version(), ka_version());
     }
+}
+
+// Of one test alone: no test before it can have made it known.
+void on_two_copies(int)
+{
+    seen.count++;
 }
 
 // Both hear their own hosts, and the program's handler everything else.
