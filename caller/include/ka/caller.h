@@ -400,7 +400,7 @@ enum {
    ka_set_trace and ka_host_tables only until it calls back. A call that is not wanted any more is ended by ka_cancel
    and one more step, ka_wait or the answer to a call-back, which fails with KA_CANCELLED.
    ka_send waits only for a start: of a host that has ended, if ka_options.restart allows it, and until the module is
-   ready for its first call.
+   ready for its first call. No signal handler ends that wait, but for a ka_cancel in it, within 20 ms.
    ka_wait sleeps at most timeout_ms: -1 until the deadline, 0 not at all. *what and *value are written on KA_DONE
    only. A handler that runs right before the sleep does not interrupt it: who must see in time what a handler did
    gives a short timeout. KA_ARGUMENT for a timeout below -1. */
