@@ -86,11 +86,14 @@ static int32_t put_integers(ka_host *host, const t_ARGUMENT *argument, const int
     return KA_DONE;
 }
 
+/* One by one: processors differ in how well they copy many bytes to an address that is no multiple of 16. */
 static int32_t put_reals(ka_host *host, const t_ARGUMENT *argument, const t_DECIMAL *values)
 {
-    for (int32_t i = 0; i < argument->count; i++)
+    char *to = host->segment.base + argument->offset;
+    for (int32_t i = 0; i < argument->count; i++, to += sizeof *values) {
         if (values[i].dec_pos == DEC_NULL) return fail_element(host, i, "a null REAL");
-    memcpy(host->segment.base + argument->offset, values, static_cast<size_t>(argument->count) * sizeof *values);
+        memcpy(to, &values[i], sizeof *values);
+    }
     return KA_DONE;
 }
 
