@@ -94,10 +94,10 @@ typedef struct t_HOST {
 
     unsigned long owner; /* the thread that uses ka, or 0 */
     bool in_callback;
-    bool has_wait_fd; /* wait_fd is ka_wait_fd's, which looks each time whether the program has closed it */
-    int wait_fd;
-    bool awaited;    /* by a call in steps: the owner is the thread of its event loop */
-    t_WAITER *first; /* in the order in which they came */
+    int wait_fd;       /* ka_wait_fd's, if need_wait_fd says so */
+    unsigned wait_fds; /* how many there were when it was asked for; 0: never */
+    bool awaited;      /* by a call in steps: the owner is the thread of its event loop */
+    t_WAITER *first;   /* in the order in which they came */
     t_WAITER *last;
 
     t_EVIDENCE *evidence; /* of the last error, not yet asked for: before ka is used again */
@@ -254,6 +254,9 @@ void keep_raised(t_CALL *call);                                   /* the excepti
 PyObject *call_results(t_CALL *call, int status);                 /* of a call that ended, with status; or null */
 PyObject *finish_call(t_CALL *call, PyObject *results, bool raw); /* as the caller gets them; results: taken over */
 PyObject *call_function(t_FUNCTION *function, PyObject *positional, PyObject *named, bool raw);
+
+/* wait_fd.c: wait_fd can be waited for from now until the program closes descriptors. */
+int need_wait_fd(t_HOST *host, t_FUNCTION *function);
 
 /* steps.c: a call for an event loop. */
 extern PyType_Spec steps_spec;

@@ -77,14 +77,6 @@ static void end_waiting(t_STEPS *steps)
     if (waiter) drop_waiter(steps->call.host, waiter);
 }
 
-/* Kept: asking for it costs more than the call. The program finds out when it waits for one that it has closed. */
-static int need_wait_fd(t_HOST *host, t_FUNCTION *function)
-{
-    if (!host->has_wait_fd) host->wait_fd = ka_wait_fd(host->ka);
-    host->has_wait_fd = host->wait_fd != -1;
-    return host->has_wait_fd ? 0 : fail_library(host, function);
-}
-
 static void send(t_STEPS *steps)
 {
     t_CALL *call = &steps->call;
@@ -230,16 +222,7 @@ static PyObject *steps_fileno(PyObject *self, PyObject *unused)
     t_HOST *host = steps->call.host;
     if (steps->stage == QUEUED) return PyLong_FromLong(steps->waiter->event_fd);
     if (is_closed(host)) return fail_closed(host), NULL;
-    return PyLong_FromLong(host->wait_fd);
-}
-
-/* After an event loop could not wait for it. */
-static PyObject *steps_new_fileno(PyObject *self, PyObject *unused)
-{
-    t_HOST *host = ((t_STEPS *)self)->call.host;
-    host->has_wait_fd = false;
-    if (!is_closed(host) && need_wait_fd(host, ((t_STEPS *)self)->call.function) < 0) return NULL;
-    return steps_fileno(self, unused);
+    return need_wait_fd(host, steps->call.function) < 0 ? NULL : PyLong_FromLong(host->wait_fd);
 }
 
 static PyObject *steps_cancel(PyObject *self, PyObject *unused)
@@ -298,8 +281,7 @@ static void steps_dealloc(PyObject *self)
 }
 
 static PyMethodDef steps_methods[] = {
-    {"fileno", steps_fileno, METH_NOARGS, "The descriptor to wait for; another one once it is the call's turn."},
-    {"new_fileno", steps_new_fileno, METH_NOARGS, "The same, where the program has closed the last one."},
+    {"fileno", steps_fileno, METH_NOARGS, "The descriptor to wait for now; another one the next time, perhaps."},
     {"step", steps_step, METH_NOARGS,
      "Does what can be done now: whether the call is over. None: the step may wait for a process; nothing is done."},
     {"long_step", steps_long_step, METH_NOARGS, "That step, in another thread; without answers to call-backs."},

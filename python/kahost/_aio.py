@@ -17,6 +17,7 @@ if TYPE_CHECKING:
 
 LONGEST_S = 0.005  # for calls that need not wait, before others of the loop have their turn
 AGAIN_S = 0.05
+LOOK_S = 1.0  # the program may close the descriptor while it is waited for
 _paused = 0.0
 
 
@@ -30,17 +31,16 @@ def _settle(future: asyncio.Future[Any]) -> None:
 
 
 async def _readable(steps: Steps) -> None:
+    """Waits until there may be something for a step."""
     loop = asyncio.get_running_loop()
     future = loop.create_future()
     fd = steps.fileno()
-    try:
-        loop.add_reader(fd, _settle, future)
-    except OSError:  # the program has closed it
-        fd = steps.new_fileno()
-        loop.add_reader(fd, _settle, future)
+    loop.add_reader(fd, _settle, future)
+    timer = loop.call_later(LOOK_S, _settle, future)
     try:
         await future
     finally:
+        timer.cancel()
         loop.remove_reader(fd)
 
 

@@ -292,6 +292,32 @@ TEST(TakenDescriptorRules, a_doorbell_that_is_taken_is_opened_again)
     close(taken);
 }
 
+// The program's own epoll descriptor, and that of another host, look like the one that was there.
+TEST(TakenDescriptorRules, what_an_event_loop_waits_for_is_left_alone_under_the_number_of_a_wait_descriptor)
+{
+    Host one;
+    Host other;
+    const int silent = eventfd(0, 0);
+    const int loop = epoll_create1(0);
+    struct epoll_event event = {};
+    EXPECT_EQ(epoll_ctl(loop, EPOLL_CTL_ADD, silent, &event), 0);
+    for (const int taker : {loop, ka_wait_fd(other)}) {
+        const int taken = ka_wait_fd(one);
+        ASSERT_NE(taken, -1);
+        EXPECT_EQ(dup2(taker, taken), taken);
+        const std::string before = described(taken);
+        const int next = ka_wait_fd(one);
+        EXPECT_NE(next, taken);
+        EXPECT_EQ(ka_wait_fd(one), next);
+        EXPECT_EQ(call_with(one, "give_code", 2), 2);
+        EXPECT_EQ(described(taken), before);
+        close(taken);
+    }
+    EXPECT_EQ(call_with(other, "give_code", 3), 3);
+    close(loop);
+    close(silent);
+}
+
 TEST_P(TakenDescriptors, in_a_callback_are_left_alone_and_its_answer_arrives)
 {
     in_child([](int turn, pid_t bystander) {

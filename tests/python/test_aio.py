@@ -4,12 +4,14 @@
 import asyncio
 import gc
 import os
+import select
 import signal
 import threading
 import time
 
 import kahost
 import pytest
+from kahost import _aio
 from conftest import wait_until
 
 
@@ -109,8 +111,9 @@ def test_quick_calls_leave_time_for_others(tasks):
     asyncio.run(main())
 
 
-def test_the_program_closes_all_that_it_does_not_know(modules):
+def test_the_program_closes_all_that_it_does_not_know(modules, monkeypatch):
     """Also the descriptor that the loop waits for."""
+    monkeypatch.setattr(_aio, "LOOK_S", 0.1)
     with kahost.open(modules["tasks"], deadline=60, stderr=None) as m:
 
         async def main():
@@ -122,6 +125,78 @@ def test_the_program_closes_all_that_it_does_not_know(modules):
             os.close(waiting.fileno())
             assert (await m.add.aio(1, 2)).sum == 3
             await m.nap.aio(20)
+            waiting = m.nap._begin(50)
+            while not waiting.step():
+                os.close(waiting.fileno())
+            # And while it waits.
+            call = asyncio.create_task(m.nap.aio(50))
+            fd = await made_reader(call)
+            os.close(fd)
+            await call
+
+        asyncio.run(main())
+
+
+async def made_reader(call):
+    """The descriptor for which the loop waits."""
+    readers = asyncio.get_running_loop()._selector.get_map()
+    before = set(readers)
+    await until(lambda: set(readers) - before or call.done())
+    (fd,) = set(readers) - before
+    return fd
+
+
+def silent(kind):
+    """A descriptor that is not readable, and what makes it so."""
+    if kind == "eventfd":
+        fd = os.eventfd(0)
+        return fd, lambda: os.eventfd_write(fd, 1)
+    if kind == "epoll":
+        poll, (reading, writing) = select.epoll(), os.pipe()
+        poll.register(reading, select.EPOLLIN)
+        fd = os.dup(poll.fileno())
+        return fd, lambda: (os.write(writing, b"1"), poll, reading)
+    reading, writing = os.pipe()
+    return reading, lambda: os.write(writing, b"1")
+
+
+@pytest.mark.parametrize("kind", ["pipe", "eventfd", "epoll"])
+def test_what_the_program_opens_under_the_same_number_is_left_alone(modules, monkeypatch, kind):
+    """Between two calls, with a reader of the program's own; and in a call."""
+    monkeypatch.setattr(_aio, "LOOK_S", 0.1)
+    with kahost.open(modules["tasks"], deadline=1000, stderr=None) as m:
+
+        async def main():
+            loop, fired = asyncio.get_running_loop(), asyncio.Event()
+            fd = await made_reader(call := asyncio.create_task(m.nap.aio(50)))
+            await call
+            own, make_readable = silent(kind)
+            os.dup2(own, fd)
+            loop.add_reader(fd, fired.set)
+            assert await asyncio.wait_for(m.nap.aio(50), 60) == ()
+            assert not fired.is_set()
+            make_readable()
+            await asyncio.wait_for(fired.wait(), 60)
+            loop.remove_reader(fd)
+            fd = await made_reader(call := asyncio.create_task(m.nap.aio(50)))
+            own, _ = silent(kind)
+            os.dup2(own, fd)
+            assert await asyncio.wait_for(call, 60) == ()
+
+        asyncio.run(main())
+
+
+def test_another_host_gets_the_number(modules):
+    with kahost.open(modules["tasks"], deadline=1000, stderr=None) as one:
+
+        async def main():
+            fd = await made_reader(call := asyncio.create_task(one.nap.aio(50)))
+            await call
+            os.close(fd)
+            with kahost.open(modules["tasks"], deadline=1000, stderr=None) as other:
+                calls = [asyncio.create_task(m.nap.aio(50)) for m in (other, one, other, one)]
+                done, _ = await asyncio.wait(calls, timeout=60)
+                assert len(done) == 4 and all(call.result() == () for call in done)
 
         asyncio.run(main())
 
