@@ -194,7 +194,9 @@ static int send_and_wait(t_CALL *call)
     bool send = true;
     if (main_thread && may_start(host)) {
         int32_t sent = KA_DONE;
+        host->inside = true;
         call->cancelled = run_waiting(send_work, host, cancel_start, &sent) < 0;
+        host->inside = false;
         if (is_closed(host))
             return PyErr_Occurred() ? -1 : fail_closed(host); /* in a child that a handler has made */
         if (call->cancelled) keep_raised(call);
@@ -204,8 +206,9 @@ static int send_and_wait(t_CALL *call)
     }
     for (;;) {
         int32_t what = KA_WAITING, value = 0;
+        host->inside = true;
         const int32_t status = wait_for_reply(host->ka, main_thread, send, &what, &value);
-        send = false;
+        host->inside = send = false;
         if (status != KA_DONE) return fail_library(host, call->function);
         if (what == KA_RETURNED) {
             call->code = value;

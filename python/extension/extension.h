@@ -93,6 +93,7 @@ typedef struct t_HOST {
     unsigned forks; /* fork_count() where it was opened */
 
     unsigned long owner; /* the thread that uses ka, or 0 */
+    bool inside;         /* it is in a function of libkacall, without the GIL */
     bool in_callback;
     int wait_fd;       /* ka_wait_fd's, if need_wait_fd says so */
     unsigned wait_fds; /* how many there were when it was asked for; 0: never */

@@ -149,6 +149,13 @@ static PyObject *host_cancel(PyObject *self, PyObject *unused)
     return PyBool_FromLong(ka_cancel(ka_to_cancel((t_HOST *)self)));
 }
 
+/* Between the steps of a call, and in its call-backs, libkacall gives the output to other threads, too. */
+static bool may_read_output(const t_HOST *host)
+{
+    if (host->owner == 0 || host->inside) return false;
+    return host->owner != PyThread_get_thread_ident() || (host->awaited && !host->in_callback);
+}
+
 /* Standard error in its ring. */
 static PyObject *host_output(PyObject *self, PyObject *unused)
 {
@@ -159,9 +166,10 @@ static PyObject *host_output(PyObject *self, PyObject *unused)
     char *buffer = PyMem_Malloc((size_t)size + 1);
     if (!buffer) return PyErr_NoMemory();
     PyObject *output = NULL;
-    if (enter_host(host) == 0) {
+    const bool at_once = may_read_output(host);
+    if (at_once || enter_host(host) == 0) {
         const int32_t length = ka_error_output(host->ka, buffer, size);
-        leave_host(host);
+        if (!at_once) leave_host(host);
         output = PyBytes_FromStringAndSize(buffer, length);
     }
     PyMem_Free(buffer);

@@ -45,7 +45,9 @@ static const ka_tables *start(t_HOST *host)
     t_START start = {host->ka, PyBytes_AsString(host->path), &host->options, NULL};
     int32_t status;
     host->starting = &start.ka;
+    host->inside = true;
     const int waited = run_waiting(start_work, &start, cancel_start, &status);
+    host->inside = false;
     host->starting = NULL;
     if (host->forks != fork_count()) {
         if (!PyErr_Occurred()) fail_closed(host);

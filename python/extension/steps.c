@@ -85,11 +85,11 @@ static void send(t_STEPS *steps)
     int status = build_call(call);
     if (status == 0) status = need_wait_fd(host, call->function);
     if (status == 0) {
-        steps->sending = true;
+        steps->sending = host->inside = true;
         PyThreadState *state = PyEval_SaveThread(); /* a host that has ended is started again */
         const int32_t sent = ka_send(host->ka);
         PyEval_RestoreThread(state);
-        steps->sending = false;
+        steps->sending = host->inside = false;
         if (sent != KA_DONE) status = fail_library(host, call->function);
     }
     if (status < 0) {
@@ -106,9 +106,11 @@ static void look(t_STEPS *steps, int32_t timeout_ms)
 {
     t_CALL *call = &steps->call;
     int32_t what = KA_WAITING, value = 0;
+    call->host->inside = true;
     PyThreadState *state = PyEval_SaveThread();
     const int32_t status = ka_wait(call->host->ka, timeout_ms, &what, &value);
     PyEval_RestoreThread(state);
+    call->host->inside = false;
     if (status != KA_DONE) {
         finish(steps, fail_library(call->host, call->function));
     } else if (what == KA_RETURNED) {

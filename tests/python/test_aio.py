@@ -284,6 +284,19 @@ def test_cancelling_the_task_ends_the_call(tour):
     asyncio.run(main())
 
 
+def test_standard_error_is_read_in_a_call(modules):
+    with kahost.open(modules["tasks"], deadline=1000, env={**os.environ, "KA_TEST_SETUP": "errs104"}) as m:
+
+        async def main():
+            call = asyncio.create_task(m.hang.aio())
+            await made_reader(call)
+            assert len(m.stderr()) == len(await asyncio.to_thread(m.stderr)) == 104
+            call.cancel()
+            await asyncio.wait([call])
+
+        asyncio.run(main())
+
+
 def test_cancelled_often(tour):
     async def main():
         call = asyncio.create_task(tour.nap.aio(1000))

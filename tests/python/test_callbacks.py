@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """Call-backs: what they answer, what they raise, and what they may use."""
 
+import os
 import sys
 import threading
 import traceback
@@ -99,6 +100,22 @@ def test_its_own_host_is_refused(tasks):
     tasks.callback = callback
     assert tasks.ask.raw(1).code == 5
     assert len(seen) == 5 and all("call-back" in text for text in seen)
+
+
+def test_standard_error_is_read_while_it_runs(modules):
+    """By another thread."""
+    got = []
+    with kahost.open(modules["tasks"], deadline=60, env={**os.environ, "KA_TEST_SETUP": "errs104"}) as m:
+
+        def callback(value):
+            thread = threading.Thread(target=lambda: got.append(m.stderr()))
+            thread.start()
+            thread.join()
+            return value
+
+        m.callback = callback
+        assert m.ask.raw(3).code == 3
+    assert [len(each) for each in got] == [104]
 
 
 def test_another_host_is_used_inside(modules, tasks):
