@@ -159,7 +159,7 @@ def changes_of(*, deadline: float | None = None, room: int | None = None, reals:
     if deadline is not None:
         changes["deadline_ms"] = deadline_in_ms(deadline)
     if room is not None:
-        changes["room"] = room
+        changes["room"] = room_in_bytes(room)
     if reals is not None:
         changes["floats"] = int(reals_are_floats(reals))
     return changes
@@ -183,6 +183,13 @@ def deadline_in_ms(seconds: float) -> int:
     if deadline_ms <= 0:
         raise ArgumentError(f"deadline is {seconds}; it must be above 0")
     return deadline_ms
+
+
+def room_in_bytes(room: int) -> int:
+    """Of strings by reference."""
+    if room < 0:
+        raise ArgumentError(f"room is {room}; it must not be below 0")
+    return room
 
 
 def reals_are_floats(reals: str) -> bool:

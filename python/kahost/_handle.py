@@ -331,9 +331,10 @@ class ModuleHandle:
 
     def close(self) -> None:
         """Closes the host of this thread."""
-        host = _kept.hosts.pop(self._handle.key, None)
+        host = self._handle.kept()
         if host is not None:
             host.module.close()
+            _kept.hosts.pop(self._handle.key, None)
 
 
 class FunctionHandle:
@@ -359,9 +360,10 @@ class FunctionHandle:
         """The call for await, on the host of this thread."""
         return await self._local().aio(*args, **kwargs)
 
-    def options(self, **given: Any) -> FunctionHandle:
+    def options(self, *, deadline: float | None = None, room: int | None = None, reals: str | None = None) -> FunctionHandle:
         """The same function, whose calls have options of their own."""
-        return FunctionHandle(self._handle, self.__name__, {**self._changes, **changes_of(**given)})
+        changes = changes_of(deadline=deadline, room=room, reals=reals)
+        return FunctionHandle(self._handle, self.__name__, {**self._changes, **changes})
 
     def _local(self) -> Function:
         return self._handle.local().function(self.__name__, self._changes)

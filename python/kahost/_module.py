@@ -11,7 +11,7 @@ from typing import IO, Any, Self, TypeVar, overload
 
 from . import _kahost, _paths
 from ._errors import DiedError, StartError, errno_of, start_error
-from ._function import Function, Plan, milliseconds, reals_are_floats
+from ._function import Function, Plan, milliseconds, reals_are_floats, room_in_bytes
 from ._identity import Origin
 from ._tables import Decoder
 
@@ -75,7 +75,7 @@ def _host(path: str | os.PathLike[str], options: Mapping[str, Any]) -> _kahost.H
         trace=options["trace"],
         transport=_choice("transport", options["transport"], _TRANSPORT),
         spin_us=round(options["spin"] * 1e6),
-        room=options["room"],
+        room=room_in_bytes(options["room"]),
         floats=reals_are_floats(options["reals"]),
         encoding="utf-8".encode() if encoding.lower() in ("utf-8", "utf8") else encoding.encode(),
         errors=errors.encode(),

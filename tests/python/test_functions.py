@@ -104,6 +104,7 @@ def test_a_module_that_ends_at_start(modules):
         ({"stderr": "file"}, ValueError),
         ({"callback": 5}, TypeError),
         ({"room": "x"}, TypeError),
+        ({"room": -1}, kahost.ArgumentError),
         ({"unknown": 1}, TypeError),
         ({"cwd": "/no/such/folder"}, kahost.Error),
         ({"cwd": "/tmp\0/x"}, ValueError),
@@ -396,6 +397,8 @@ def test_options_of_one_function(tour):
         tour.nap.options(deadline=-1)
     with pytest.raises(kahost.ArgumentError):
         tour.nap.options(deadline=0)
+    with pytest.raises(kahost.ArgumentError):
+        tour.greet.options(room=-1)
 
 
 def test_a_deadline_of_one_call(modules):

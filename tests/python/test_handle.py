@@ -136,6 +136,11 @@ def test_what_a_handle_does_with_the_host_of_its_thread(tour):
     pid = m.pid
     m.ask(5)
     assert int.from_bytes(view[:4], sys.byteorder) == answer(5)
+    part = view[:2]
+    with pytest.raises(BufferError):
+        m.close()
+    assert m.pid == pid  # it is still there
+    part.release()
     m.restart()
     assert m.pid not in (None, pid)
     assert m.stderr() == b""
