@@ -95,6 +95,12 @@ class _Lent:
             host.module.cancel()
 
 
+def _check_least(**numbers: tuple[float | None, int]) -> None:
+    for name, (number, least) in numbers.items():
+        if number is not None and number < least:
+            raise ValueError(f"{name} is {number}; it must be at least {least}")
+
+
 class Hosts(_engine.WorkerPlugin):  # type: ignore[misc]
     """Keeps the hosts of a worker, and ends the call of a task that is cancelled.
 
@@ -104,8 +110,7 @@ class Hosts(_engine.WorkerPlugin):  # type: ignore[misc]
     name = NAME
 
     def __init__(self, max_hosts: int | None = None, idle: float | None = None) -> None:
-        if max_hosts is not None and max_hosts < 1:
-            raise ValueError(f"max_hosts is {max_hosts}; it must be at least 1")
+        _check_least(max_hosts=(max_hosts, 1), idle=(idle, 0))
         self.max_hosts, self.idle = max_hosts, idle
 
     # All of these run in the worker's event loop.
@@ -322,6 +327,8 @@ def _travelling(function: Function | FunctionHandle) -> FunctionHandle:
     """The function as the handle that it becomes on its way."""
     if isinstance(function, FunctionHandle):
         return function
+    if not isinstance(function, Function):
+        raise TypeError(f"{function!r} is not a function of a module")
     rebuild, parts = function.__reduce__()
     made = rebuild(*parts)
     assert isinstance(made, FunctionHandle)
@@ -354,6 +361,7 @@ def map(
     batch: calls in a task; as many as take 50 ms unless given, which the first task finds out.
     retries: how many times a call is made again that failed with retry == "yes".
     engine: workers, priority and what else client.submit takes."""
+    _check_least(batch=(batch, 1), retries=(retries, 0))
     function = _travelling(function)
     rows = list(rows)
     futures = []
@@ -390,6 +398,7 @@ def submit(
     effects: the call is never made twice. When its worker is lost, the future is a DiedError whose retry is "unsure".
     Without it the engine calls again what was lost with a worker.
     retries: how many times a call is made again, on its worker, that failed with retry == "yes". Other errors are final."""
+    _check_least(retries=(retries, 0))
     function = _travelling(function)
     engine = {"key": key, "workers": workers, "priority": priority}
     if not effects:

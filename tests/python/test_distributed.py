@@ -178,6 +178,19 @@ def test_map_chooses_batches_by_time(cluster, tasks):
     assert kd.map(cluster.client, tasks.nap, []) == []
 
 
+def test_what_is_refused(cluster, tour):
+    for wrong in ({"batch": 0}, {"batch": -1}, {"retries": -1}):
+        with pytest.raises(ValueError):
+            kd.map(cluster.client, tour.total, [[1]], **wrong)
+    with pytest.raises(ValueError):
+        kd.submit(cluster.client, tour.total, [1], retries=-1)
+    with pytest.raises(TypeError, match="not a function of a module"):
+        kd.submit(cluster.client, len, [1])
+    for wrong in ({"max_hosts": 0}, {"idle": -1}):
+        with pytest.raises(ValueError):
+            kd.Hosts(**wrong)
+
+
 def test_an_error_in_a_batch_is_its_futures(cluster, tasks):
     futures = kd.map(cluster.client, tasks.give_code, [0, 0, 7, 0, 0, 0], batch=2)
     assert [len(futures[i].result()) for i in (0, 2)] == [2, 2]
