@@ -14,14 +14,62 @@
 #include "ka/module/parameter.hpp"
 #include "ka/module/returned.hpp"
 
+// Without exceptions there is nothing to catch.
+#ifdef __cpp_exceptions
+#define KA_TRY_ try
+#define KA_CATCH_        \
+    catch (...)          \
+    {                    \
+        return caught(); \
+    }
+#else
+#define KA_TRY_
+#define KA_CATCH_
+#endif
+
 namespace ka::module_detail {
 
 enum class returns { value, status };
 
+// Parameter I of a function.
+template <std::size_t I, typename A>
+struct nth : parameter<A> {
+    explicit nth(void **slots) noexcept : parameter<A>(slots, I) {}
+};
+
+template <typename Positions, typename R, typename... A>
+struct invocation;
+
+// The parameters of a function of this signature, for the time of a call. Only invoke is there once for each function
+// of a module: every further instance would take compilers a fifth longer.
+template <std::size_t... I, typename R, typename... A>
+struct invocation<std::index_sequence<I...>, R, A...> : nth<I, A>... {
+    explicit invocation([[maybe_unused]] void **slots) noexcept : nth<I, A>(slots)... {}
+    bool is_ready() const noexcept { return (true && ... && nth<I, A>::is_ready()); }
+
+    // What KaCall runs for function F.
+    template <auto F, returns How>
+    static std::int32_t invoke(void **argv)
+    {
+        KA_TRY_
+        {
+            invocation given(argv);
+            if (!given.is_ready()) return KA_NO_MEMORY;
+            if constexpr (std::is_void_v<R>)
+                return F(given.nth<I, A>::get()...), KA_OK;
+            else if constexpr (std::is_same_v<std::remove_cv_t<R>, code> || How == returns::status)
+                return static_cast<std::int32_t>(F(given.nth<I, A>::get()...));
+            else
+                return returned<std::remove_cv_t<R>>::put(F(given.nth<I, A>::get()...), argv[sizeof...(A)]);
+        }
+        KA_CATCH_
+    }
+};
+
 // What a function's type says. F is a pointer to a function; anything else is no function of a module.
 template <typename F>
 struct signature {
-    static constexpr bool is_function = false, is_noexcept = false;
+    static constexpr bool is_function = false;
     using result_type = void;
     static constexpr std::size_t arity = 0;
     static constexpr std::int32_t kinds[1] = {-1}, least[1] = {0};
@@ -31,7 +79,7 @@ struct signature {
 
 template <typename R, typename... A>
 struct signature<R (*)(A...)> {
-    static constexpr bool is_function = true, is_noexcept = false;
+    static constexpr bool is_function = true;
     using result_type = std::remove_cv_t<R>;
     static constexpr std::size_t arity = sizeof...(A);
 
@@ -59,29 +107,11 @@ struct signature<R (*)(A...)> {
     }
     static constexpr std::uint64_t scalars = scalars_of();
 
-    template <auto F, returns How, std::size_t... I>
-    static std::int32_t run([[maybe_unused]] void **argv, std::index_sequence<I...>)
-    {
-        return call<F, How>(argv, parameter<A>(argv, I)...);
-    }
-
-private:
-    template <auto F, returns How>
-    static std::int32_t call([[maybe_unused]] void **argv, parameter<A> &&...given)
-    {
-        if (!(true && ... && given.is_ready())) return KA_NO_MEMORY;
-        if constexpr (std::is_void_v<R>)
-            return F(given.get()...), KA_OK;
-        else if constexpr (std::is_same_v<result_type, code> || How == returns::status)
-            return static_cast<std::int32_t>(F(given.get()...));
-        else
-            return returned<result_type>::put(F(given.get()...), argv[arity]);
-    }
+    using invocation_type = invocation<std::index_sequence_for<A...>, R, A...>;
 };
 
 template <typename R, typename... A>
 struct signature<R (*)(A...) noexcept> : signature<R (*)(A...)> {
-    static constexpr bool is_noexcept = true;
 };
 
 // What F's type says; that of a lambda is the one of the function that it stands for.
@@ -95,29 +125,6 @@ struct pointer<F, std::enable_if_t<std::is_class_v<F>, decltype(static_cast<void
 };
 template <typename F>
 using signature_of = signature<typename pointer<std::remove_const_t<F>>::type>;
-
-// What KaCall runs for function F.
-template <auto F, returns How>
-std::int32_t invoke(void **argv)
-{
-    using S = signature_of<decltype(F)>;
-    constexpr auto positions = std::make_index_sequence<S::arity>();
-#ifdef __cpp_exceptions
-    if constexpr (S::is_noexcept) {
-        return S::template run<F, How>(argv, positions);
-    } else {
-        try {
-            return S::template run<F, How>(argv, positions);
-        } catch (...) {
-            return caught();
-        }
-    }
-#else
-    const std::int32_t code = S::template run<F, How>(argv, positions);
-    const std::int32_t failed = std::exchange(first_failure, 0);
-    return code != KA_OK ? code : failed;
-#endif
-}
 
 struct invoker {
     std::int32_t (*run)(void **argv);
@@ -134,9 +141,18 @@ __attribute__((noinline)) inline bool all_have_elements(std::uint64_t scalars) n
 inline std::int32_t call(const invoker &function, void **argv)
 {
     if (function.scalars != 0 && !all_have_elements(function.scalars)) return KA_TOO_FEW_ELEMENTS;
+#ifdef __cpp_exceptions
     return function.run(argv);
+#else
+    const std::int32_t code = function.run(argv);
+    const std::int32_t failed = std::exchange(first_failure, 0);
+    return code != KA_OK ? code : failed;
+#endif
 }
 
 } // namespace ka::module_detail
+
+#undef KA_TRY_
+#undef KA_CATCH_
 
 #endif
