@@ -19,8 +19,8 @@
    kept after the end: a thread may still be on its way into our handler. */
 namespace {
 struct t_HANDLER {
-    std::atomic<void (*)(int)> plain;
-    std::atomic<void (*)(int, siginfo_t *, void *)> detailed;
+    t_ATOMIC<void (*)(int)> plain;
+    t_ATOMIC<void (*)(int, siginfo_t *, void *)> detailed;
 };
 } // namespace
 static t_HANDLER first; /* the program's before it could know ours */

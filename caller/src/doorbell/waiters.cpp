@@ -23,7 +23,7 @@
 #include "host/cancel.h"
 #include "host/host.h"
 
-static std::atomic<t_WAITER *> waiters; /* only ever grows */
+static t_ATOMIC<t_WAITER *> waiters; /* only ever grows */
 
 /* A signal has come to this thread; written in the thread itself. In the initial TLS block, because the handler may
    not allocate. */
@@ -35,12 +35,12 @@ enum : uint32_t { DEPARTED = 64, REMEMBERED_S = 10 };
 
 namespace {
 struct t_DEPARTED {
-    std::atomic<pid_t> process;
-    std::atomic<uint32_t> until_s;
+    t_ATOMIC<pid_t> process;
+    t_ATOMIC<uint32_t> until_s;
 };
 } // namespace
 static t_DEPARTED departed[DEPARTED];
-static std::atomic<uint32_t> departures;
+static t_ATOMIC<uint32_t> departures;
 
 static uint32_t now_s(void)
 {
@@ -72,7 +72,7 @@ static t_WAITER *reuse_waiter(void)
 {
     for (t_WAITER *one = waiters; one; one = one->next) {
         int32_t state = WAITER_FREE;
-        if (one->state.compare_exchange_strong(state, WAITER_IDLE)) return one;
+        if (one->state.compare_exchange(state, WAITER_IDLE)) return one;
     }
     return nullptr;
 }
@@ -83,7 +83,7 @@ static t_WAITER *new_waiter(void)
     if (!one) return nullptr;
     one->state = WAITER_IDLE;
     one->next = waiters;
-    while (!waiters.compare_exchange_weak(one->next, one))
+    while (!waiters.compare_exchange(one->next, one))
         ;
     return one;
 }
@@ -136,9 +136,9 @@ static bool begin_look(t_WAITER *waiter)
     for (;;) {
         int32_t state = waiter->state;
         if (state == WAITER_WAITING) {
-            if (waiter->state.compare_exchange_strong(state, WAITER_LOOKED_AT)) return true;
+            if (waiter->state.compare_exchange(state, WAITER_LOOKED_AT)) return true;
         } else if (state == WAITER_LOOKED_AT) {
-            if (waiter->state.compare_exchange_strong(state, WAITER_LOOK_AGAIN)) return false;
+            if (waiter->state.compare_exchange(state, WAITER_LOOK_AGAIN)) return false;
         } else {
             return false;
         }
@@ -161,7 +161,7 @@ static bool wake_thread(const t_WAITER *waiter, bool own_too)
 static void note(t_WAITER *waiter)
 {
     if (waiter->thread != 0 || is_noted(waiter)) return;
-    waiter->noted.store(true, std::memory_order_relaxed);
+    waiter->noted.store(true, RELAXED);
     ring_wait_fd(waiter->host);
 }
 
@@ -176,7 +176,7 @@ static void wake(t_WAITER *waiter, pid_t sender, bool own_too)
         }
         if (wanted) note(waiter);
         int32_t state = WAITER_LOOKED_AT;
-        if (waiter->state.compare_exchange_strong(state, WAITER_WAITING)) return;
+        if (waiter->state.compare_exchange(state, WAITER_WAITING)) return;
         waiter->state = WAITER_LOOKED_AT;
     }
 }
@@ -289,7 +289,7 @@ static void take_wake_signal(const t_WAITER *waiter)
 void enter_waiter(t_WAITER *waiter)
 {
     waiter->thread = own_thread();
-    waiter->noted.store(false, std::memory_order_relaxed);
+    waiter->noted.store(false, RELAXED);
     waiter->arrived = false;
     told = false;
     waiter->state = WAITER_WAITING;
@@ -299,7 +299,7 @@ void leave_waiter(t_WAITER *waiter)
 {
     for (int attempts = 0;; attempts++) {
         int32_t state = WAITER_WAITING;
-        if (waiter->state.compare_exchange_strong(state, WAITER_IDLE)) return;
+        if (waiter->state.compare_exchange(state, WAITER_IDLE)) return;
         if (state == WAITER_WOKEN) break;
         let_another_finish(attempts);
     }
@@ -311,7 +311,7 @@ void go_away_from_waiter(t_WAITER *waiter)
 {
     leave_waiter(waiter);
     waiter->thread = 0;
-    waiter->noted.store(was_told(), std::memory_order_relaxed);
+    waiter->noted.store(was_told(), RELAXED);
     waiter->state = WAITER_WAITING;
 }
 

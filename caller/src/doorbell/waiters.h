@@ -5,10 +5,11 @@
 #ifndef KA_CALLER_WAITERS_H
 #define KA_CALLER_WAITERS_H
 
-#include <atomic>
 #include <signal.h>
 #include <stdint.h>
 #include <sys/types.h>
+
+#include "base/atomic.h"
 
 struct ka_host;
 
@@ -22,12 +23,12 @@ enum t_WAITER_STATE : int32_t {
 };
 
 struct t_WAITER {
-    std::atomic<int32_t> state;
-    std::atomic<pid_t> process; /* the host's, 0 when there is none */
-    const ka_host *host;        /* this and thread are set before the state becomes WAITER_WAITING */
-    pid_t thread;               /* 0: none; the program may wait for the host's descriptor (wait_fd.h) */
-    std::atomic<bool> noted;    /* without a thread: one would have been woken */
-    volatile bool arrived;      /* the signal of ours; written in the thread itself */
+    t_ATOMIC<int32_t> state;
+    t_ATOMIC<pid_t> process; /* the host's, 0 when there is none */
+    const ka_host *host;     /* this and thread are set before the state becomes WAITER_WAITING */
+    pid_t thread;            /* 0: none; the program may wait for the host's descriptor (wait_fd.h) */
+    t_ATOMIC<bool> noted;    /* without a thread: one would have been woken */
+    volatile bool arrived;   /* the signal of ours; written in the thread itself */
     t_WAITER *next;
 };
 
@@ -45,7 +46,7 @@ void come_back_to_waiter(t_WAITER *waiter);
 
 inline bool is_noted(const t_WAITER *waiter)
 {
-    return waiter->noted.load(std::memory_order_relaxed);
+    return waiter->noted.load(RELAXED);
 }
 
 /* Wakes who waits for the host, the calling thread too. Async-signal-safe. */

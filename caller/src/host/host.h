@@ -6,12 +6,12 @@
 #ifndef KA_CALLER_HOST_H
 #define KA_CALLER_HOST_H
 
-#include <atomic>
 #include <signal.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <sys/types.h>
 
+#include "base/atomic.h"
 #include "base/name.h"
 #include "ka/caller.h"
 #include "ka/dll_block.h"
@@ -255,10 +255,10 @@ inline constexpr t_BUILDING no_building = {KA_DONE, 0, 0, false, false, false, f
 enum { SHOWN_REASON = 2048 };
 
 struct ka_host {
-    mutable std::atomic<uintptr_t> owner; /* the thread inside; see owner.h */
-    std::atomic<bool> retired;            /* whoever comes out removes it */
-    std::atomic<int32_t> held;      /* threads that see to that; while there is one no other host gets the record */
-    std::atomic<int32_t> shown_pid; /* for ka_pid, in any thread */
+    mutable t_ATOMIC<uintptr_t> owner; /* the thread inside; see owner.h */
+    t_ATOMIC<bool> retired;            /* whoever comes out removes it */
+    t_ATOMIC<int32_t> held;      /* threads that see to that; while there is one no other host gets the record */
+    t_ATOMIC<int32_t> shown_pid; /* for ka_pid, in any thread */
     void (*remove)(ka_host *host);
 
     ka_error error;

@@ -47,7 +47,7 @@ static void keep_record(const ka_host *host, const ka_error *error)
 
 static int32_t refuse(const ka_host *host, const char *function)
 {
-    const bool is_closed = host->owner.load(std::memory_order_relaxed) == NOBODY_EVER;
+    const bool is_closed = host->owner.load(RELAXED) == NOBODY_EVER;
     ka_error refusal = {};
     refusal.error_class = is_closed ? KA_CLOSED : KA_ARGUMENT;
     refusal.retry = KA_RETRY_NO;
@@ -62,14 +62,14 @@ static int32_t refuse(const ka_host *host, const char *function)
 
 [[gnu::cold, gnu::noinline]] int32_t come_in_again(ka_host *host, const char *function)
 {
-    if (host->owner.load(std::memory_order_relaxed) == this_thread()) return KA_DONE;
+    if (host->owner.load(RELAXED) == this_thread()) return KA_DONE;
     return refuse(host, function);
 }
 
 const ka_error *error_of(const ka_host *host)
 {
     if (refused_by == host) return own_record();
-    const uintptr_t owner = host->owner.load(std::memory_order_acquire);
+    const uintptr_t owner = host->owner.load(ACQUIRE);
     if (owner == 0 || owner == this_thread()) return &host->error;
     refuse(host, "ka_last_error");
     return own_record();
@@ -79,14 +79,14 @@ const ka_error *error_of(const ka_host *host)
  */
 
 enum : uint32_t { KEPT_RECORDS = 64 };
-static std::atomic<ka_host *> closed_hosts[KEPT_RECORDS];
-static std::atomic<uint32_t> closed_count;
-static std::atomic<ka_host *> spare_records; /* those that were closed before these */
+static t_ATOMIC<ka_host *> closed_hosts[KEPT_RECORDS];
+static t_ATOMIC<uint32_t> closed_count;
+static t_ATOMIC<ka_host *> spare_records; /* those that were closed before these */
 
 static void lay_aside(ka_host *record)
 {
     record->next = spare_records;
-    while (!spare_records.compare_exchange_weak(record->next, record))
+    while (!spare_records.compare_exchange(record->next, record))
         ;
 }
 
@@ -97,7 +97,7 @@ static ka_host *take_spare_record(void)
     if (!record) return nullptr;
     ka_host *rest = record->next;
     ka_host *none = nullptr;
-    if (spare_records.compare_exchange_strong(none, rest)) return record;
+    if (spare_records.compare_exchange(none, rest)) return record;
     while (rest) {
         ka_host *const next = rest->next;
         lay_aside(rest);
@@ -126,13 +126,13 @@ ka_host *new_record(void)
     ka_host *record = reuse_record();
     if (record) return record;
     record = static_cast<ka_host *>(calloc(1, sizeof *record));
-    if (record) record->owner.store(NOBODY_EVER, std::memory_order_relaxed);
+    if (record) record->owner.store(NOBODY_EVER, RELAXED);
     return record;
 }
 
 void bury(ka_host *host)
 {
-    host->owner.store(NOBODY_EVER, std::memory_order_release);
+    host->owner.store(NOBODY_EVER, RELEASE);
     ka_host *oldest = closed_hosts[closed_count++ % KEPT_RECORDS].exchange(host);
     if (oldest) lay_aside(oldest);
 }

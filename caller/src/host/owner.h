@@ -38,13 +38,13 @@ const ka_error *error_of(const ka_host *host); /* for this thread; null without 
 inline bool take_host(ka_host *host, uintptr_t owner)
 {
     uintptr_t nobody = 0;
-    return host->owner.compare_exchange_strong(nobody, owner, std::memory_order_acquire, std::memory_order_relaxed);
+    return host->owner.compare_exchange(nobody, owner, ACQUIRE, RELAXED);
 }
 
 inline t_VISIT come_in(const ka_host *known, const char *function)
 {
     ka_host *host = const_cast<ka_host *>(known);
-    if (host->owner.load(std::memory_order_relaxed) != 0 || !take_host(host, this_thread()))
+    if (host->owner.load(RELAXED) != 0 || !take_host(host, this_thread()))
         return {nullptr, come_in_again(host, function)};
     if (refused_by == host) refused_by = nullptr;
     return {host, KA_DONE};
@@ -55,9 +55,9 @@ inline t_VISIT come_in(const ka_host *known, const char *function)
 inline void come_out(const t_VISIT *visit)
 {
     if (!visit->host) return;
-    visit->host->owner.store(0, std::memory_order_release);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    if (visit->host->retired.load(std::memory_order_relaxed)) remove_retired(visit->host);
+    visit->host->owner.store(0, RELEASE);
+    __atomic_signal_fence(__ATOMIC_SEQ_CST);
+    if (visit->host->retired.load(RELAXED)) remove_retired(visit->host);
 }
 
 /* First in every function of the interface that takes a host, behind HOLD_CANCELLATION. */
@@ -71,7 +71,7 @@ ka_host *new_record(void);
 /* A record comes into use: now it can be taken. */
 inline void show_record(ka_host *host)
 {
-    host->owner.store(0, std::memory_order_release);
+    host->owner.store(0, RELEASE);
 }
 
 /* The last of a host: it is out of use, and its record becomes that of another when many have followed. */
