@@ -18,6 +18,7 @@ foreach(bits IN LISTS KA_WORLDS)
                                           ${dir}/process_state.cpp ${dir}/system_calls.cpp ${dir}/host_process.cpp
                                           ${dir}/probe.cpp)
   ka_test_code(host_harness_${bits} ${bits})
+  ka_prelude(host_harness_${bits} ${bits})
   target_include_directories(host_harness_${bits} PUBLIC ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/dll/include)
   target_compile_definitions(host_harness_${bits} PUBLIC KA_MODULE_DIR="${KA_MODULE_DIR}")
   target_link_libraries(host_harness_${bits} PUBLIC kadecimal_static_${bits})
