@@ -159,8 +159,8 @@ TEST(Fork, children_that_stay_hold_no_start_back)
 }
 
 // The library's first work in a process falls into a fork that has begun in another thread. It is the first only
-// where this case runs alone, as ctest does it. The fork is held up by a handler of the test's own, which it runs
-// first.
+// where this case runs alone, as ctest does it (ALONE in CMakeLists.txt). The fork is held up by a handler of the
+// test's own, which it runs first.
 TEST(Fork, first_host_opened_beside_a_fork_leaves_the_child_usable)
 {
     static std::atomic<bool> holds_up;

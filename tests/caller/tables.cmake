@@ -76,7 +76,7 @@ endif()
 set_source_files_properties(relocations.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 foreach(bits IN LISTS KA_WORLDS)
   ka_test(
-    caller_tables ${bits} CALLS_MODULES
+    caller_tables ${bits} CALLS_MODULES BY_SUITE
     SOURCES broken_files.cpp descriptors.cpp docs.cpp elf_program.cpp equivalence.cpp guarded.cpp hosts.cpp refusals.cpp relocations.cpp tables.cpp trace.cpp ${static_pie}
     LIBS kacall_static_${bits}
     LABELS caller)

@@ -122,9 +122,9 @@ TEST_F(Heap, refused_call_asks_for_nothing_behind_the_refusal)
 
 // ---- Leftovers ----------------------------------------------------------------------------------------------------
 
-class Leftovers : public Heap {
+class HeapLeftovers : public Heap {
 protected:
-    Leftovers()
+    HeapLeftovers()
     {
         EXPECT_EQ(requests("three", two_converted), (Sizes{8, 8}));
         EXPECT_EQ(code_, KA_WRONG_TYPE);
@@ -139,21 +139,21 @@ protected:
     }
 };
 
-TEST_F(Leftovers, are_freed_by_the_next_call_of_a_known_function)
+TEST_F(HeapLeftovers, are_freed_by_the_next_call_of_a_known_function)
 {
     EXPECT_EQ(freed_by("none"), 2);
     EXPECT_EQ(code_, KA_OK);
     EXPECT_EQ(freed_by("none"), 0);
 }
 
-TEST_F(Leftovers, are_freed_also_when_that_call_is_refused)
+TEST_F(HeapLeftovers, are_freed_also_when_that_call_is_refused)
 {
     EXPECT_EQ(freed_by("none", {integer(1)}), 2);
     EXPECT_EQ(code_, KA_WRONG_COUNT);
     EXPECT_EQ(freed_by("none"), 0);
 }
 
-TEST_F(Leftovers, are_freed_before_anything_is_converted)
+TEST_F(HeapLeftovers, are_freed_before_anything_is_converted)
 {
     EXPECT_EQ(requests("three", two_converted), (Sizes{8, 8}));
     EXPECT_EQ(code_, KA_WRONG_TYPE);
@@ -161,14 +161,14 @@ TEST_F(Leftovers, are_freed_before_anything_is_converted)
     EXPECT_EQ(freed_by("none"), 2);
 }
 
-TEST_F(Leftovers, stay_when_the_name_is_unknown)
+TEST_F(HeapLeftovers, stay_when_the_name_is_unknown)
 {
     EXPECT_EQ(freed_by("no such function", {real("1")}), 0);
     EXPECT_EQ(code_, KA_NO_FUNCTION);
     EXPECT_EQ(freed_by("none"), 2);
 }
 
-TEST_F(Leftovers, stay_when_the_call_is_refused_before_its_name_is_looked_up)
+TEST_F(HeapLeftovers, stay_when_the_call_is_refused_before_its_name_is_looked_up)
 {
     EXPECT_EQ(freed_by("none", std::vector<Argument>(51, integer(1))), 0);
     EXPECT_EQ(code_, KA_TOO_MANY_ARGS);
@@ -182,7 +182,7 @@ TEST_F(Leftovers, stay_when_the_call_is_refused_before_its_name_is_looked_up)
     EXPECT_EQ(freed_by("none"), 2);
 }
 
-TEST_F(Leftovers, of_every_conversion_are_freed)
+TEST_F(HeapLeftovers, of_every_conversion_are_freed)
 {
     EXPECT_EQ(freed_by("none"), 2);
     const std::vector<Argument> five = {real("1"),   integer(2), string("text"),
@@ -192,7 +192,7 @@ TEST_F(Leftovers, of_every_conversion_are_freed)
     EXPECT_EQ(freed_by("none"), 5);
 }
 
-TEST_F(Leftovers, of_too_many_and_too_few_arguments_are_freed)
+TEST_F(HeapLeftovers, of_too_many_and_too_few_arguments_are_freed)
 {
     EXPECT_EQ(freed_by("RealByValue", {real("1"), real("2")}), 2);
     EXPECT_EQ(code_, KA_WRONG_COUNT);
@@ -201,7 +201,7 @@ TEST_F(Leftovers, of_too_many_and_too_few_arguments_are_freed)
     EXPECT_EQ(freed_by("none"), 1);
 }
 
-TEST_F(Leftovers, integers_in_the_block_are_not_freed)
+TEST_F(HeapLeftovers, integers_in_the_block_are_not_freed)
 {
     EXPECT_EQ(freed_by("two", {integer(1), string("a")}), 2);
     EXPECT_EQ(code_, KA_WRONG_TYPE);
@@ -209,14 +209,14 @@ TEST_F(Leftovers, integers_in_the_block_are_not_freed)
 }
 
 // The slot was doubles in the failed call; it is the block's own integers in the next, which stay untouched.
-TEST_F(Leftovers, slot_used_anew_for_integers_is_not_freed_again)
+TEST_F(HeapLeftovers, slot_used_anew_for_integers_is_not_freed_again)
 {
     EXPECT_EQ(freed_by("two", {integer(1), integer(2)}), 2);
     EXPECT_EQ(code_, KA_OK);
     EXPECT_EQ(freed_by("two", {integer(1), integer(2)}), 0);
 }
 
-TEST_F(Leftovers, of_a_failed_giving_back_are_freed)
+TEST_F(HeapLeftovers, of_a_failed_giving_back_are_freed)
 {
     EXPECT_EQ(freed_by("none"), 2);
     // Three arguments are given back and freed; the fourth fails, and it and the fifth stay.

@@ -6,7 +6,7 @@
 #   ka_module(NAME SOURCES ... [STATIC] [INCLUDES ...])   a function module, found by its NAME; STATIC: the host's objects
 #                                                         are linked in, so that the module can set the host's own
 #                                                         variables. Targets module_NAME_BITS
-#   ka_host_test(NAME SOURCES ... [MODULES ...])          a test program for each word size, built after those modules
+#   ka_host_test(NAME SOURCES ... [MODULES ...] [BY_SUITE])   a test program for each word size, built after those modules
 
 # Before the guard: a variable is seen only in the folder that includes this, the rest everywhere.
 set(KA_MODULE_DIR ${PROJECT_BINARY_DIR}/tests/modules)
@@ -45,9 +45,13 @@ function(ka_module name)
 endfunction()
 
 function(ka_host_test name)
-  cmake_parse_arguments(arg "" "" "SOURCES;MODULES;LABELS" ${ARGN})
+  cmake_parse_arguments(arg "BY_SUITE" "" "SOURCES;MODULES;LABELS" ${ARGN})
+  set(by_suite "")
+  if(arg_BY_SUITE)
+    set(by_suite BY_SUITE)
+  endif()
   foreach(bits IN LISTS KA_WORLDS)
-    ka_test(${name} ${bits} CALLS_MODULES SOURCES ${arg_SOURCES} LIBS host_harness_${bits} LABELS ${arg_LABELS})
+    ka_test(${name} ${bits} CALLS_MODULES ${by_suite} SOURCES ${arg_SOURCES} LIBS host_harness_${bits} LABELS ${arg_LABELS})
     foreach(modules IN LISTS KA_WORLDS)
       list(TRANSFORM arg_MODULES REPLACE "(.+)" "module_\\1_${modules}" OUTPUT_VARIABLE targets)
       add_dependencies(${name}_${bits} ${targets})

@@ -48,7 +48,7 @@ void expect_end(HostProcess &host)
     EXPECT_EQ(host.errors(), cleanup_line);
 }
 
-TEST(Threads, of_setup_have_the_signals_of_the_start_blocked_and_no_others)
+TEST(HostThreads, of_setup_have_the_signals_of_the_start_blocked_and_no_others)
 {
     Block block;
     HostProcess host(block, from_setup());
@@ -59,7 +59,7 @@ TEST(Threads, of_setup_have_the_signals_of_the_start_blocked_and_no_others)
     EXPECT_EQ(host.terminate(), exited(0));
 }
 
-TEST(Threads, the_end_that_reaches_another_thread_comes_on_the_main_thread)
+TEST(HostThreads, the_end_that_reaches_another_thread_comes_on_the_main_thread)
 {
     for (const bool in_call : {false, true}) {
         Block block;
@@ -71,7 +71,7 @@ TEST(Threads, the_end_that_reaches_another_thread_comes_on_the_main_thread)
     }
 }
 
-TEST(Threads, the_end_that_reaches_another_thread_in_a_callback)
+TEST(HostThreads, the_end_that_reaches_another_thread_in_a_callback)
 {
     Block block;
     Probe host(block, {}, from_setup());
@@ -81,7 +81,7 @@ TEST(Threads, the_end_that_reaches_another_thread_in_a_callback)
     expect_end(host);
 }
 
-TEST(Threads, a_hundred_and_fifty_hosts_that_are_called_and_ended_at_once)
+TEST(HostThreads, a_hundred_and_fifty_hosts_that_are_called_and_ended_at_once)
 {
     for (int round = 0; round < 150; round++) {
         Block block;
@@ -95,7 +95,7 @@ TEST(Threads, a_hundred_and_fifty_hosts_that_are_called_and_ended_at_once)
     }
 }
 
-TEST(Threads, a_second_end_signal_does_not_run_cleanup_again)
+TEST(HostThreads, a_second_end_signal_does_not_run_cleanup_again)
 {
     Block block;
     HostProcess host(block, from_setup({"THREADS_AWAIT_END=1"}));
@@ -106,7 +106,7 @@ TEST(Threads, a_second_end_signal_does_not_run_cleanup_again)
     expect_end(host);
 }
 
-TEST(Threads, a_call_that_reaches_another_thread_is_performed_on_the_main_thread)
+TEST(HostThreads, a_call_that_reaches_another_thread_is_performed_on_the_main_thread)
 {
     Block block;
     Probe host(Probe::Idle{}, block, from_constructor());
@@ -119,7 +119,7 @@ TEST(Threads, a_call_that_reaches_another_thread_is_performed_on_the_main_thread
     EXPECT_EQ(host.terminate(), exited(0));
 }
 
-TEST(Threads, an_answer_that_reaches_another_thread_is_taken_by_the_one_that_waits)
+TEST(HostThreads, an_answer_that_reaches_another_thread_is_taken_by_the_one_that_waits)
 {
     Block block;
     Probe host(Probe::Idle{}, block, from_constructor());
@@ -137,7 +137,7 @@ TEST(Threads, an_answer_that_reaches_another_thread_is_taken_by_the_one_that_wai
     EXPECT_EQ(host.terminate(), exited(0));
 }
 
-TEST(Threads, a_thousand_callbacks_beside_a_thread_that_has_the_call_signal_open)
+TEST(HostThreads, a_thousand_callbacks_beside_a_thread_that_has_the_call_signal_open)
 {
     Block block;
     Probe host(Probe::Idle{}, block, from_constructor());
@@ -152,7 +152,7 @@ TEST(Threads, a_thousand_callbacks_beside_a_thread_that_has_the_call_signal_open
     EXPECT_EQ(host.errors(), cleanup_line);
 }
 
-TEST(Threads, a_callback_of_a_thread_that_ends_afterwards)
+TEST(HostThreads, a_callback_of_a_thread_that_ends_afterwards)
 {
     Block block;
     Probe host(block, {}, with_threads());
@@ -168,7 +168,7 @@ TEST(Threads, a_callback_of_a_thread_that_ends_afterwards)
     EXPECT_EQ(host.terminate(), exited(0));
 }
 
-TEST(Threads, the_end_while_another_thread_waits_for_an_answer)
+TEST(HostThreads, the_end_while_another_thread_waits_for_an_answer)
 {
     Block block;
     Probe host(block, {}, with_threads({"THREADS_AWAIT_END=1"}));
@@ -183,7 +183,7 @@ TEST(Threads, the_end_while_another_thread_waits_for_an_answer)
     expect_end(host);
 }
 
-TEST(Threads, the_end_of_a_process_that_another_thread_has_forked)
+TEST(HostThreads, the_end_of_a_process_that_another_thread_has_forked)
 {
     Block block;
     Probe host(block, {}, with_threads());
@@ -193,7 +193,7 @@ TEST(Threads, the_end_of_a_process_that_another_thread_has_forked)
     EXPECT_EQ(host.terminate(), exited(0));
 }
 
-TEST(Threads, a_caller_that_is_gone_ends_the_host_from_any_thread)
+TEST(HostThreads, a_caller_that_is_gone_ends_the_host_from_any_thread)
 {
     Block block;
     Probe host(block, {}, with_threads());

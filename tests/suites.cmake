@@ -1,0 +1,52 @@
+# SPDX-License-Identifier: MIT
+#
+# Read by ctest: the cases of a GoogleTest program that has hundreds of short ones. Each suite is one test PREFIX/Suite, in
+# one process: to start one for every case would take longer than most of them. A suite of one case, and each case in ALONE,
+# is a test PREFIX/Suite.case.
+#
+#   ka_add_suites(PREFIX COMMAND "CASE;..." PROPERTY VALUE...)   the program, perhaps behind env; the cases that run alone
+function(ka_add_suites prefix command alone)
+  string(REPLACE ";" "|" alone "${alone}")
+  list(GET command -1 program)
+  set(result "")
+  if(EXISTS ${program})
+    execute_process(COMMAND ${command} --gtest_list_tests OUTPUT_VARIABLE listed RESULT_VARIABLE result)
+  endif()
+  if(NOT result STREQUAL 0)
+    cmake_path(GET program FILENAME name)
+    add_test(${prefix}/${name}_DOES_NOT_LIST_ITS_TESTS ${program}_NOT_BUILT)
+    return()
+  endif()
+  string(REGEX REPLACE " *#[^\n]*" "" listed "${listed}") # values of parameters
+  string(REGEX MATCHALL "[^\n]+" lines "${listed}")
+  set(suites "")
+  foreach(line IN LISTS lines)
+    if(line MATCHES "^([A-Za-z0-9_/]+)\\.$")
+      set(suite ${CMAKE_MATCH_1})
+      list(APPEND suites ${suite})
+    elseif(line MATCHES "^  ([A-Za-z0-9_/]+)$")
+      list(APPEND cases_${suite} ${suite}.${CMAKE_MATCH_1})
+    endif()
+  endforeach()
+  foreach(suite IN LISTS suites)
+    set(single ${cases_${suite}})
+    list(FILTER single INCLUDE REGEX "^(${alone})$")
+    list(LENGTH cases_${suite} count)
+    if(count EQUAL 1)
+      set(single ${cases_${suite}})
+    else()
+      set(filter ${suite}.*)
+      if(single)
+        list(JOIN single ":" others)
+        string(APPEND filter -${others})
+      endif()
+      add_test(${prefix}/${suite} ${command} --gtest_filter=${filter})
+      # Of several cases a skipped one would be counted as passed.
+      set_tests_properties(${prefix}/${suite} PROPERTIES FAIL_REGULAR_EXPRESSION "\\[  SKIPPED \\]" ${ARGN})
+    endif()
+    foreach(case IN LISTS single)
+      add_test(${prefix}/${case} ${command} --gtest_filter=${case})
+      set_tests_properties(${prefix}/${case} PROPERTIES SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]" ${ARGN})
+    endforeach()
+  endforeach()
+endfunction()
