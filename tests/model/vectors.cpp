@@ -85,7 +85,7 @@ static void register_case(const std::string &title, const std::string &file, int
 
 static void register_file(const std::string &name, const Operations &operations)
 {
-    const std::string file = std::string(KA_VECTORS) + "/" + name + ".vec";
+    const std::string file = KA_VECTORS "/" + name + ".vec";
     std::ifstream input(file);
     std::string title;
     int title_number = 0;
