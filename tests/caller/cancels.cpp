@@ -11,6 +11,7 @@
 #include <sys/time.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include "caller/many_calls.h"
 #include "caller/waiting.h"
@@ -45,6 +46,37 @@ private:
 };
 
 } // namespace
+
+// In the call that fails: by a command that hangs the second time.
+TEST(Cancel, start_at_once_is_ended_with_its_call)
+{
+    const File started("", 0600);
+    const std::string script =
+        "[ -s " + started.path + " ] && exec sleep 60; echo 1 >" + started.path + "; exec \"$0\" \"$@\"";
+    const char *const words[] = {"sh", "-c", script.c_str(), nullptr};
+    for (const bool retired : {false, true}) {
+        Host host([&](ka_options &options) {
+            options.under = words;
+            options.restart = KA_RESTART_AT_ONCE;
+            options.restart_pause_ms = 0;
+        });
+        const pid_t before = ka_pid(host);
+        ka_host *const cancelled = host.host;
+        std::thread other([&] {
+            EXPECT_TRUE(becomes_true([&] { return ka_pid(cancelled) != 0 && ka_pid(cancelled) != before; }));
+            if (retired)
+                ka_retire(std::exchange(host.host, nullptr));
+            else
+                EXPECT_EQ(ka_cancel(cancelled), 1);
+        });
+        ka_begin(cancelled, "die_by");
+        ka_add_integer(cancelled, SIGKILL, KA_BY_VALUE);
+        EXPECT_EQ(call_fails(cancelled), KA_CANCELLED);
+        other.join();
+        EXPECT_EQ(ka_pid(cancelled), 0);
+        truncate(started.path.c_str(), 0);
+    }
+}
 
 TEST_P(Cancels, nothing_is_left_where_no_call_is_under_way)
 {

@@ -205,6 +205,7 @@ TEST_P(Steps, deadline_counts_from_the_first_step)
         EXPECT_TRUE(becomes_true([&] { return (error_class = step_fails(host, timeout_ms)) != KA_DONE; }));
         EXPECT_EQ(error_class, KA_DEADLINE);
         EXPECT_GE(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(150));
+        EXPECT_EQ(error_text(host), tasks_module + ": a call of \"nap\" took more than 150 ms");
     }
 }
 

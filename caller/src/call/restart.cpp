@@ -55,25 +55,29 @@ int32_t start_with_more_room(ka_host *host, int64_t deadline)
 }
 
 /* The new process has a deadline of its own, and what ended or cancelled the call does not end its start. */
-void restart_at_once(ka_host *host)
+int32_t restart_at_once(ka_host *host, int32_t error_class)
 {
-    if (host->options.restart != KA_RESTART_AT_ONCE || host->process.pid_fd != -1 || !can_restart(host)) return;
-    if (pause_end(host) > now_ns()) return;
+    if (host->options.restart != KA_RESTART_AT_ONCE || host->process.pid_fd != -1 || !can_restart(host))
+        return error_class;
+    if (pause_end(host) > now_ns()) return error_class;
     const ka_error error = host->error;
     const t_MOMENT moment = host->moment;
     t_LAST_END last_end = host->last_end;
     host->last_end = no_last_end;
     const int cancel_fd = host->options.cancel_fd;
     host->options.cancel_fd = -1;
-    if (start_host(host, deadline_after_ms(host->options.deadline_ms)) == KA_DONE)
-        host->life.state = STATE_READY;
-    else
-        fail_and_end(host);
+    open_to_cancel(host);
+    const int32_t status = open_process(host);
     host->options.cancel_fd = cancel_fd;
+    if (status == KA_CANCELLED) {
+        forget_last_end(&last_end);
+        return status;
+    }
     forget_last_end(&host->last_end);
     host->error = error;
     host->moment = moment;
     host->last_end = last_end;
+    return error_class;
 }
 
 int32_t ka_restart(ka_host *host)

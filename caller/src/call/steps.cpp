@@ -33,6 +33,12 @@
 
 /* ---- What can go wrong ----------------------------------------------------------------------------------------- */
 
+/* The program may have set another since. */
+static int32_t deadline_ms(const ka_host *host)
+{
+    return static_cast<int32_t>((host->steps.deadline - host->building.called_ns) / NS_PER_MS);
+}
+
 static int32_t fail_call(ka_host *host, t_EVENT event)
 {
     const char *what = host->building.in_callback ? "a call-back of" : "a call of";
@@ -43,7 +49,7 @@ static int32_t fail_call(ka_host *host, t_EVENT event)
         fail(host, KA_CANCELLED, "%.300s: %s \"%s\" was cancelled", host->module, what, host->function);
     } else if (event == EVENT_LATE) {
         fail(host, KA_DEADLINE, "%.300s: %s \"%s\" took more than %d ms", host->module, what, host->function,
-             host->options.deadline_ms);
+             deadline_ms(host));
     } else {
         fail_system(host, EIO, "cannot read the host's state from /proc");
     }
@@ -79,7 +85,7 @@ static int32_t fail_unanswered(ka_host *host)
 static int32_t fail_late_idle(ka_host *host)
 {
     fail(host, KA_DEADLINE, "%.300s: \"%s\" was made to run again by a foreign SIGUSR2, and took more than %d ms",
-         host->module, host->function, host->options.deadline_ms);
+         host->module, host->function, deadline_ms(host));
     return fail_and_end(host);
 }
 
@@ -254,8 +260,7 @@ static int32_t end_failed(ka_host *host, int32_t status)
     const int32_t error_class = settle_cancel(host, status);
     if (host->building.begun) find_reason(host, error_class, 0);
     host->building.called_ns = 0;
-    restart_at_once(host);
-    return error_class;
+    return restart_at_once(host, error_class);
 }
 
 static int32_t end_returned(ka_host *host, int32_t return_code)
