@@ -30,6 +30,7 @@
 #include "doorbell/doorbell.h"
 #include "doorbell/rest.h"
 #include "doorbell/wait.h"
+#include "doorbell/wait_fd.h"
 #include "doorbell/waiters.h"
 #include "host/cancel.h"
 #include "host/host.h"
@@ -214,8 +215,10 @@ static t_REPLY judge_wait(ka_host *host, int woken)
     t_STEPS *steps = &host->steps;
     const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !steps->signalled;
     const bool look_twice = first_signal || (woken & WOKEN_BY_CHANGE);
-    steps->signalled |= first_signal && has_changed(host); /* a reply is written first; else it is another's signal */
-    if (!first_signal) regain_doorbell(host);
+    const bool is_changed =
+        first_signal && has_changed(host); /* a reply is written first; else it is another's signal */
+    steps->signalled |= is_changed;
+    if (!is_changed && regain_doorbell(host)) disarm_wait_fd(host);
     if (woken & WOKEN_BY_DEATH) steps->signalled |= signal_is_pending();
     const t_REPLY reply = judge(host, steps->signalled);
     if ((woken & WOKEN_BY_DEATH) && reply.event != EVENT_RETURNED) return {EVENT_DIED, 0};

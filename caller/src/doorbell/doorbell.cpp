@@ -92,11 +92,12 @@ void reopen_doorbell(ka_host *host)
     if (host->waiting.doorbell_thread != 0 && host->waiting.doorbell_fd == -1) open_doorbell_fd(host);
 }
 
-void regain_doorbell(ka_host *host)
+bool regain_doorbell(ka_host *host)
 {
-    if (host->waiting.doorbell_thread == 0 || is_owned(host, OWNED_DOORBELL)) return;
+    if (host->waiting.doorbell_thread == 0 || is_owned(host, OWNED_DOORBELL)) return false;
     host->waiting.doorbell_fd = -1;
     reopen_doorbell(host);
+    return true;
 }
 
 static int32_t open_fast(ka_host *host)

@@ -46,7 +46,7 @@ int drain_doorbell(const ka_host *host);
 
 /* KA_WAIT_FAST: after its descriptor was lost. */
 void reopen_doorbell(ka_host *host);
-void regain_doorbell(ka_host *host); /* where it is lost and a reply is long in coming */
+bool regain_doorbell(ka_host *host); /* where a reply is long in coming; true where it was lost */
 
 /* For fork.cpp. */
 void hold_doorbells(void);

@@ -173,6 +173,7 @@ static void end_process(ka_host *host)
 void end_host(ka_host *host)
 {
     regain_process(host);
+    regain_doorbell(host);
     if (host->process.pid_fd != -1 || host->process.command != 0 || is_child(host)) {
         end_process(host);
         reap(host, true);
