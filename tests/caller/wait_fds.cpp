@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <iomanip>
 #include <map>
 #include <memory>
 #include <poll.h>
@@ -127,6 +128,19 @@ TEST_P(WaitFds, nothing_is_told_of_a_callback_that_is_to_be_answered)
     EXPECT_FALSE(is_readable(fd, 100));
     EXPECT_EQ(ka_answer(host, 1), KA_DEADLINE);
     EXPECT_FALSE(is_readable(fd, 100));
+}
+
+TEST_P(WaitFds, nothing_is_told_after_many_steps)
+{
+    Host host(lasting());
+    const int fd = wait_fd_of(host);
+    send_call_of(host, "nap", 60000);
+    for (int i = 0; i < 100; i++) {
+        EXPECT_EQ(step_of(host, 0).what, KA_WAITING);
+        ASSERT_GE(host.host->wait_fd.pause, 0); // before the next look
+    }
+    EXPECT_EQ(ka_cancel(host), 1);
+    EXPECT_EQ(failure_by_fd(host, fd), KA_CANCELLED);
 }
 
 TEST_P(WaitFds, death_is_told)
@@ -270,6 +284,28 @@ TEST(WaitFd, nothing_is_left_of_one_of_which_the_program_has_closed_a_part)
                 EXPECT_EQ(close(numbers[i]), 0);
             ASSERT_EQ(open_descriptors(), before) << part[0] << asked_again;
         }
+}
+
+// The descriptor of its process, and its doorbell, where it has one.
+TEST_P(WaitFds, what_the_library_has_opened_again_is_waited_for)
+{
+    Host host(lasting());
+    const int fd = wait_fd_of(host);
+    for (const int *number : {&host.host->process.pid_fd, &host.host->waiting.doorbell_fd}) {
+        send_call_of(host, "nap", 60000);
+        const int lost = *number;
+        if (lost != -1) dup2(0, lost);
+        EXPECT_TRUE(becomes_true([&] {
+            EXPECT_EQ(step_of(host, 10).what, KA_WAITING);
+            const std::string waited_for = read_file("/proc/self/fdinfo/" + std::to_string(fd));
+            std::ostringstream source;
+            source << "tfd: " << std::setw(8) << *number << ' ';
+            return lost == -1 || (*number != lost && waited_for.find(source.str()) != std::string::npos);
+        }));
+        close(lost);
+        EXPECT_EQ(ka_cancel(host), 1);
+        EXPECT_EQ(failure_by_fd(host, fd), KA_CANCELLED);
+    }
 }
 
 TEST_P(WaitFds, child_of_fork_leaves_that_of_its_parent_alone)

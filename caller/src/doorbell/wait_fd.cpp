@@ -23,7 +23,7 @@
 /* A signal can be lost: the program has replaced the handler, or ignores it. Where that is known, or where a reply
    without a number may need a second look, the descriptor is readable so often; else at first after a second, and
    then ever more seldom. */
-enum : int64_t { UNSAFE_PAUSE_NS = 50 * NS_PER_MS, FIRST_SAFE_PAUSE_NS = NS_PER_S };
+enum : int64_t { UNSAFE_PAUSE_NS = 50 * NS_PER_MS, FIRST_SAFE_PAUSE_NS = NS_PER_S, LONGEST_PAUSE_NS = 64 * NS_PER_S };
 
 /* 0: never. Set like this a timer that has expired is not readable any more. Its interval is only a mark. */
 static void set_timer(ka_host *host, int64_t at)
@@ -60,8 +60,9 @@ static int64_t next_look(ka_host *host)
     const t_STEPS *steps = &host->steps;
     if (steps->phase == PHASE_IDLE || steps->signalled) return steps->look_at;
     if (!is_safe_from_loss(host)) return now_ns() + UNSAFE_PAUSE_NS;
-    host->wait_fd.pause = host->wait_fd.pause == 0 ? int64_t{FIRST_SAFE_PAUSE_NS} : 2 * host->wait_fd.pause;
-    return now_ns() + host->wait_fd.pause;
+    int64_t *pause = &host->wait_fd.pause;
+    if (*pause < LONGEST_PAUSE_NS) *pause = *pause == 0 ? int64_t{FIRST_SAFE_PAUSE_NS} : 2 * *pause;
+    return now_ns() + *pause;
 }
 
 /* What was noted while the bell was made still was perhaps overwritten by that. */
