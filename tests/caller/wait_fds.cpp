@@ -213,6 +213,22 @@ TEST_P(WaitFds, one_that_is_asked_for_during_a_call_tells_its_end)
     }
 }
 
+TEST_P(WaitFds, one_that_is_asked_for_in_a_callback_is_for_later_calls)
+{
+    static int in_callback;
+    Host host([this](ka_options &options) {
+        layout()(options);
+        options.callback = [](ka_host *own, int32_t value, void *) {
+            in_callback = wait_fd_of(own);
+            return value + 1;
+        };
+    });
+    EXPECT_EQ(call_with(host, "ask", 1), 2);
+    EXPECT_FALSE(is_readable(in_callback));
+    send_call_of(host, "ask", 2);
+    EXPECT_EQ(take_steps_by_fd(host, in_callback), 3);
+}
+
 TEST_P(WaitFds, replies_that_change_nothing_in_the_block_are_told)
 {
     Host host(layout());

@@ -109,7 +109,7 @@ typedef struct ka_error {
 enum { KA_LAYOUT_NATIVE = 0, KA_LAYOUT_64 = 64 };
 
 /* ka_options.callback: called for each call-back, in the thread that is in ka_call; returns the answer. Of its own
-   host it may use ka_scratch, ka_host_tables, ka_set_trace, ka_set_deadline (for the next call), ka_pid,
+   host it may use ka_scratch, ka_wait_fd, ka_host_tables, ka_set_trace, ka_set_deadline (for the next call), ka_pid,
    ka_last_error, the reports, ka_error_output, ka_cancel and ka_retire; every other function gives KA_ARGUMENT, null
    or 0. Of other hosts it may use everything. It must return: no exception and no longjmp may leave it, and it must
    not end its thread. */
