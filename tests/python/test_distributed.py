@@ -331,48 +331,49 @@ def test_the_engine_repeats_nothing_that_is_unsure(cluster, modules, tmp_path):
     assert marks.read_text() == "1"
 
 
-def test_a_worker_is_killed_during_a_map(cluster, tasks):
+def test_a_worker_is_killed_during_a_map(cluster, tasks, tmp_path):
+    """And while it asks whether a call with effects was made: that is made elsewhere, and the scheduler keeps nothing."""
+    mark = tmp_path / "mark"
+    mark.mkdir()
+    cluster.client.run(hang_once_in_get, str(mark))
+    once = kd.submit(cluster.client, tasks.add, 1, 2, effects=True)
+    victim = int(wait_until(lambda: os.listdir(mark), what="the question")[0])
     futures = kd.map(cluster.client, tasks.nap, [300] * 8, batch=1)
-    victim = wait_until(lambda: next((pid for pid in cluster.worker_pids if hosts_of(pid)), None), what="a call")
-    hosts = hosts_of(victim)
+    hosts = wait_until(lambda: hosts_of(victim), what="a call")
     os.kill(victim, signal.SIGKILL)
     wait_until(lambda: not any(map(is_alive, hosts)), what="the end of the hosts")
     assert len(cluster.client.gather(futures)) == 8
+    assert once.result(timeout=60).sum == 3
+    wait_until(lambda: cluster.client.run_on_scheduler(claims) == [], what="the end of the claim")
 
 
-def test_with_effects_at_most_once(cluster, modules, tmp_path):
-    """The worker dies in the call; the engine runs the task again, which is refused. One that dies before has called
-    nothing. The scheduler keeps nothing of all that."""
-    calls, mark = tmp_path / "calls", tmp_path / "mark"
-    cluster.client.run(die_once_in_get, str(mark))
-    with kahost.open(modules["tasks"], callback=Append(calls), deadline=60) as m:
-        assert kd.submit(cluster.client, m.add, 1, 2, effects=True).result(timeout=60).sum == 3
-        assert mark.exists()
-        error = kd.submit(cluster.client, m.ask, 0, effects=True).exception(timeout=120)
-        assert isinstance(error, kahost.DiedError)
-        assert error.retry == "unsure"
-        assert "before" in str(error)
-        assert calls.read_text() == "1"
-        assert kd.submit(cluster.client, m.add, 1, 2, effects=True).result().sum == 3
-    wait_until(lambda: cluster.client.run_on_scheduler(claims) == [], what="the end of the claims")
-    assert cluster.client.submit(kd._claim, "kahost-none", pure=False).result() is False
+def hang_once_in_get(mark):
+    get = distributed.Queue.get
+
+    def hang_once(*args, **kwargs):
+        if not os.listdir(mark):
+            os.mkdir(os.path.join(mark, str(os.getpid())))
+            time.sleep(1000)
+        return get(*args, **kwargs)
+
+    distributed.Queue.get = hang_once
 
 
 def claims(dask_scheduler):
     return [name for name in dask_scheduler.extensions["queues"].queues if name.startswith("kahost")]
 
 
-def die_once_in_get(mark):
-    get = distributed.Queue.get
-
-    def die_once(*args, **kwargs):
-        try:
-            os.close(os.open(mark, os.O_CREAT | os.O_EXCL))
-        except FileExistsError:
-            return get(*args, **kwargs)
-        os.kill(os.getpid(), signal.SIGKILL)
-
-    distributed.Queue.get = die_once
+def test_with_effects_at_most_once(cluster, modules, tmp_path):
+    """The worker dies in the call; the engine runs the task again, which is refused."""
+    calls = tmp_path / "calls"
+    with kahost.open(modules["tasks"], callback=Append(calls), deadline=60) as m:
+        error = kd.submit(cluster.client, m.ask, 0, effects=True).exception(timeout=120)
+        assert isinstance(error, kahost.DiedError)
+        assert error.retry == "unsure"
+        assert "before" in str(error)
+        assert calls.read_text() == "1"
+        assert kd.submit(cluster.client, m.add, 1, 2, effects=True).result().sum == 3
+    assert cluster.client.submit(kd._claim, "kahost-none", pure=False).result() is False  # of a future that is done
 
 
 class Append:
