@@ -365,6 +365,66 @@ TEST(KaExplain, knows_what_is_said_of_a_first_build)
     expect_known(cases);
 }
 
+// One module with several mistakes: every compiler says each of them in its own words.
+TEST(KaExplain, knows_what_compilers_say_of_a_wrong_declaration)
+{
+    const std::string flags = module_flag() + "-fsyntax-only -I$B/include ";
+    const std::string said = said_by(
+        "echo '#include <ka/module.hpp>\nvoid few(double) {}\nvoid part(float) {}\nvoid over(int) {}\n"
+        "void over(double) {}\nstruct Account { void pay() {} };\nka::code own() { return ka::own<8>; }\n"
+        "KA_MODULE(KA_FN(few), KA_FN(part, \"a\"), KA_FN(Account::pay), KA_FN(over, \"a\"), "
+        "KA_FN_AS(\"plus\", +[](double a) { return a; }, \"a\"))' >wrong.cpp; "
+        "echo '#include <ka/module.h>\nstatic void add(int32_t a) {}\n#define F(L) L(add, (int32, a))\nKA_MODULE(F)' "
+        ">wrong.c; for c in $CC clang; do $c" +
+        flags + "-std=c++20 -x c++ wrong.cpp; $c" + flags +
+        "-x c wrong.c; done; PKG_CONFIG_PATH= PKG_CONFIG_LIBDIR=. pkg-config --libs kahost; true");
+    for (const auto &[part, times] : std::map<std::string, int>{
+             {"KA_FN(few): too few names", 2},
+             {"KA_FN(part): a floating parameter is a double", 2},
+             {"unable to deduce", 1},
+             {"incompatible initializer of type '<overloaded function type>'", 1},
+             {"KA_FN(Account::pay): not a function by itself", 2},
+             {"ka::own: the call host answers with this code itself", 2},
+             {"has no linkage", 1},
+             {"KA_MODULE: add is not declared as its line says", 2},
+             {"Package kahost was not found", 1},
+             {"Package 'kahost', required by", 1},
+         }) {
+        int seen = 0;
+        for (size_t at = 0; (at = said.find(part, at)) != std::string::npos; at = said.find('\n', at)) {
+            const size_t line = said.rfind('\n', at) + 1;
+            const auto rows = explained(said.substr(line, said.find('\n', line) - line));
+            EXPECT_EQ(rows.empty() ? "" : rows[0].value("layer", ""), "message when a module is built") << part;
+            seen++;
+        }
+        EXPECT_GE(seen, times) << part << "\n" << said;
+    }
+}
+
+// All that the headers for modules can say: the texts of their assertions.
+TEST(KaExplain, knows_every_message_of_the_headers_for_modules)
+{
+    const std::set<std::string> own_checks = {"ka_integer lies in the block as an INTEGER does"};
+    const std::regex message(R"(,\s*((?:FUNCTION,)?(?:\s*(?:"(?:[^"\\]|\\.)*"|#[A-Z]+|KA_KINDS_))+)\s*\))");
+    size_t count = 0;
+    for (const char *header :
+         {"module/checks.hpp", "module/code.hpp", "module/life.hpp", "module/tables.hpp", "module.h"}) {
+        const std::string text =
+            std::regex_replace(source(std::string("dll/include/ka/") + header), std::regex(R"(\\\n)"), "");
+        for (std::string said : all_matches(text, message)) {
+            said = std::regex_replace(said, std::regex(R"(^FUNCTION,)"), "");
+            said = std::regex_replace(said, std::regex(R"(#[A-Z]+|KA_KINDS_)"), "\"add\"");
+            said = std::regex_replace(said, std::regex(R"("\s*")"), "");
+            said = with_values(std::regex_replace(said, std::regex(R"(^\s*"|"\s*$)"), ""));
+            if (own_checks.contains(said) || said.find(' ') == std::string::npos) continue;
+            const nlohmann::json list = explained(said);
+            EXPECT_EQ(list.empty() ? "" : list[0].value("layer", ""), "message when a module is built") << said;
+            count++;
+        }
+    }
+    EXPECT_GT(count, 30u) << "the messages were not found in the headers";
+}
+
 // A module that is started by hand, or with a segment that is gone.
 TEST(KaExplain, knows_the_status_of_a_host_that_cannot_start)
 {
