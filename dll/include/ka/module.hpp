@@ -45,8 +45,8 @@
 // names what it returns, which is "result" otherwise.
 #define KA_FN(...) KA_FN_TAKE_(KA_FIRST_(__VA_ARGS__, ), __VA_ARGS__)
 
-// The same under any name, for overloads, templates, and in C++20 for lambdas without captures (and without a + before
-// them): KA_FN_AS("f", (static_cast<double (*)(double)>(f)), "x").
+// The same under any name, for overloads, templates, and in C++20 for lambdas without captures (and without a +
+// before them): KA_FN_AS("f", (static_cast<double (*)(double)>(f)), "x").
 #define KA_FN_AS(...) KA_FN_AS_TAKE_(KA_FIRST_(__VA_ARGS__, ), KA_SECOND_(__VA_ARGS__, , ), __VA_ARGS__)
 
 // KA_FN of a function whose std::int32_t is the call's code, not a result.
