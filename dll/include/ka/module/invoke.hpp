@@ -40,29 +40,25 @@ struct nth : parameter<A> {
 template <typename Positions, typename R, typename... A>
 struct invocation;
 
-// The parameters of a function of this signature, for the time of a call. Only invoke is there once for each function
-// of a module: every further instance would take compilers a fifth longer.
+// The parameters of a function of this signature, for the time of a call. Only run and invoke are there once for each
+// function of a module, since every further instance takes compilers long. They are not one function: that would keep
+// gcc from merging functions that are alike.
 template <std::size_t... I, typename R, typename... A>
 struct invocation<std::index_sequence<I...>, R, A...> : nth<I, A>... {
     explicit invocation([[maybe_unused]] void **slots) noexcept : nth<I, A>(slots)... {}
     bool is_ready() const noexcept { return (true && ... && nth<I, A>::is_ready()); }
 
-    // What KaCall runs for function F.
     template <auto F, returns How>
-    static std::int32_t invoke(void **argv)
+    static std::int32_t run(void **argv)
     {
-        KA_TRY_
-        {
-            invocation given(argv);
-            if (!given.is_ready()) return KA_NO_MEMORY;
-            if constexpr (std::is_void_v<R>)
-                return F(given.nth<I, A>::get()...), KA_OK;
-            else if constexpr (std::is_same_v<std::remove_cv_t<R>, code> || How == returns::status)
-                return static_cast<std::int32_t>(F(given.nth<I, A>::get()...));
-            else
-                return returned<std::remove_cv_t<R>>::put(F(given.nth<I, A>::get()...), argv[sizeof...(A)]);
-        }
-        KA_CATCH_
+        invocation given(argv);
+        if (!given.is_ready()) return KA_NO_MEMORY;
+        if constexpr (std::is_void_v<R>)
+            return F(given.nth<I, A>::get()...), KA_OK;
+        else if constexpr (std::is_same_v<std::remove_cv_t<R>, code> || How == returns::status)
+            return static_cast<std::int32_t>(F(given.nth<I, A>::get()...));
+        else
+            return returned<std::remove_cv_t<R>>::put(F(given.nth<I, A>::get()...), argv[sizeof...(A)]);
     }
 };
 
@@ -125,6 +121,18 @@ struct pointer<F, std::enable_if_t<std::is_class_v<F>, decltype(static_cast<void
 };
 template <typename F>
 using signature_of = signature<typename pointer<std::remove_const_t<F>>::type>;
+
+// What KaCall runs for function F.
+template <auto F, returns How>
+std::int32_t invoke(void **argv)
+{
+    using S = signature_of<decltype(F)>;
+    KA_TRY_
+    {
+        return S::invocation_type::template run<F, How>(argv);
+    }
+    KA_CATCH_
+}
 
 struct invoker {
     std::int32_t (*run)(void **argv);

@@ -59,7 +59,7 @@ constexpr auto declare(const char *name, const words<Words> &given)
         constexpr bool has_result = How == returns::value && R::is_value;
         entry_of<F, S::arity + (has_result ? 1 : 0)> made{};
         made.name = name;
-        made.call.run = &S::invocation_type::template invoke<F, How>;
+        made.call.run = &invoke<F, How>;
         fill<S, has_result ? R::kind : -1>(made, given);
         return made;
     } else {
