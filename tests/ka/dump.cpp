@@ -223,8 +223,8 @@ TEST(KaDump, shows_a_running_call_by_any_of_its_numbers)
                 EXPECT_TRUE(says(outcome, text)) << text << " not in\n" << outcome.out;
         }
         for (std::string example : help_examples("dump")) {
-            example = std::regex_replace(example, std::regex("32771"), std::to_string(segment));
-            example = std::regex_replace(example, std::regex("4711"), "--pid " + std::to_string(host));
+            example = std::regex_replace(example, std::regex("\\b32771\\b"), std::to_string(segment));
+            example = std::regex_replace(example, std::regex("\\b4711\\b"), "--pid " + std::to_string(host));
             example = std::regex_replace(example, std::regex("--pid --pid"), "--pid");
             EXPECT_EQ(run_example(example, ".").status, 0) << example;
         }
