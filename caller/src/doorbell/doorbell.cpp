@@ -181,6 +181,7 @@ void begin_wait(ka_host *host)
     host->waiting.is_quiet = host->waiting.by_annex && host->options.transport == KA_TRANSPORT_FAST;
     host->waiting.is_found = by_signals; /* it was looked for before the request */
     if (host->waiting.by_annex) return;
+    host->waiting.waiter->heard = false;
     wait_here(host);
     enter_waiter(host->waiting.waiter);
 }

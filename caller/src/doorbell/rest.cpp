@@ -26,6 +26,7 @@
 #include "base/proc.h"
 #include "block/annex.h"
 #include "host/owned.h"
+#include "waiters.h"
 
 static constexpr uint64_t waiting_in_callback = signal_bit(SIGINT) | signal_bit(SIGIO) | signal_bit(SIGALRM);
 static constexpr uint64_t waiting_idle = waiting_in_callback | signal_bit(SIGUSR1);
@@ -104,9 +105,9 @@ static bool learn_idle_place(ka_host *host, const t_SLEEP_PLACE *before)
 }
 
 /* A reply that is a signal is sent after the annex tells of it; it must not merge with one of the program's. */
-static bool rests_without_signal(const ka_host *host)
+static bool is_told_to_rest(const ka_host *host)
 {
-    return !wants_signals(host) && rests_by_annex(host);
+    return rests_by_annex(host) && (!wants_signals(host) || host->waiting.waiter->heard);
 }
 
 /* A process that a signal has reached does not sleep any more. So one that sleeps in the system call, and at the
@@ -116,13 +117,12 @@ static bool rests_without_signal(const ka_host *host)
 bool is_idle_as_before(const ka_host *host)
 {
     t_SLEEP_PLACE now;
-    return rests_without_signal(host) ||
-           (read_sleep_place(host, &now) && same_place(&now, &host->process.idle_place));
+    return is_told_to_rest(host) || (read_sleep_place(host, &now) && same_place(&now, &host->process.idle_place));
 }
 
 bool is_idle_again(ka_host *host, bool thoroughly)
 {
-    if (rests_without_signal(host)) return true;
+    if (is_told_to_rest(host)) return true;
     t_SLEEP_PLACE now;
     bool known = read_sleep_place(host, &now);
     if (known && same_place(&now, &host->process.idle_place)) return true;

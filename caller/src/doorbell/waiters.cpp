@@ -203,9 +203,12 @@ bool take_signal(const siginfo_t *info)
         woken->arrived = true;
         return true;
     }
-    for (t_WAITER *one = waiters; one; one = one->next)
+    const bool is_sent = info->si_code == SI_USER; /* a timer's signal has something else in that place */
+    for (t_WAITER *one = waiters; one; one = one->next) {
+        if (is_sent && one->process == info->si_pid) one->heard = true;
         wake(one, info->si_pid, false);
-    return info->si_code == SI_USER && is_host(info->si_pid); /* a timer's signal has something else in that place */
+    }
+    return is_sent && is_host(info->si_pid);
 }
 
 /* ---- Waiting ------------------------------------------------------------------------------------------------- */

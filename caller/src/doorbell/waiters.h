@@ -28,6 +28,7 @@ struct t_WAITER {
     const ka_host *host;     /* this and thread are set before the state becomes WAITER_WAITING */
     pid_t thread;            /* 0: none; the program may wait for the host's descriptor (wait_fd.h) */
     t_ATOMIC<bool> noted;    /* without a thread: one would have been woken */
+    t_ATOMIC<bool> heard;    /* a signal of the host's has come since its request was sent */
     volatile bool arrived;   /* the signal of ours; written in the thread itself */
     t_WAITER *next;
 };
