@@ -215,8 +215,8 @@ static t_REPLY judge_wait(ka_host *host, int woken)
     t_STEPS *steps = &host->steps;
     const bool first_signal = (woken & WOKEN_BY_SIGNAL) && !steps->signalled;
     const bool look_twice = first_signal || (woken & WOKEN_BY_CHANGE);
-    const bool is_changed =
-        first_signal && has_changed(host); /* a reply is written first; else it is another's signal */
+    /* A reply is written before its signal; else it is another's. */
+    const bool is_changed = first_signal && has_changed(host);
     steps->signalled |= is_changed;
     if (!is_changed && regain_doorbell(host)) disarm_wait_fd(host);
     if (woken & WOKEN_BY_DEATH) steps->signalled |= signal_is_pending();
